@@ -1,0 +1,22 @@
+# What every target of ours is compiled with; `zaro_options(TARGET)` applies it.
+set(CMAKE_CXX_STANDARD 17)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+find_program(ZAROPOLICY_CCACHE ccache)
+if(ZAROPOLICY_CCACHE AND PROJECT_IS_TOP_LEVEL)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${ZAROPOLICY_CCACHE})
+endif()
+
+if(ZAROPOLICY_SANITIZE)
+  # Everything in the process, GoogleTest included, is built alike.
+  add_compile_options(-fsanitize=${ZAROPOLICY_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${ZAROPOLICY_SANITIZE})
+endif()
+
+function(zaro_options target)
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
+    $<$<BOOL:${ZAROPOLICY_WERROR}>:-Werror>)
+endfunction()

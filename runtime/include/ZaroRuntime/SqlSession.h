@@ -1,0 +1,35 @@
+// A database connection for installing and checking: runs scripts, which the library's statement files are not.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "ZaroRuntime/DataSource.h"
+#include "ZaroRuntime/Installation.h"
+
+namespace zaroruntime {
+
+class SqlSession {
+ public:
+  // Connects, once, waiting `connectTimeOut` seconds at most; throws RuntimeError naming driver, server or file.
+  SqlSession(const DataSource& source, const DatabaseSettings& settings, const Installation& installation,
+             int connectTimeOut);
+  ~SqlSession();
+  SqlSession(const SqlSession&) = delete;
+  SqlSession& operator=(const SqlSession&) = delete;
+
+  // Runs one statement and drops its rows. Throws RuntimeError.
+  void run(const std::string& statement);
+  // First column of the first row; nothing for no row or NULL. Throws RuntimeError.
+  std::optional<std::string> value(const std::string& query);
+  // Runs every statement of a file (comments and procedure bodies allowed) as one transaction: all or nothing.
+  // Throws RuntimeError naming the file and the line of the statement that failed.
+  void runScript(const std::string& path);
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> m_impl;
+};
+
+}  // namespace zaroruntime
