@@ -13,11 +13,36 @@ namespace {
 
 constexpr std::size_t kLargestScript = 64 * 1024 * 1024;
 
+struct Script {
+  std::string path;
+  std::vector<ScriptStatement> statements;
+};
+
+Script readScript(const std::string& path) {
+  try {
+    return {path, splitScript(readFileText(path, kLargestScript))};
+  } catch (const RuntimeError& failure) {
+    throw RuntimeError(path + ": " + failure.what());
+  }
+}
+
 }  // namespace
 
 struct SqlSession::Impl {
   OdbcConnection odbc;
   const char* begin;  // how this dialect begins a transaction that will write
+
+  void runAll(const Script& script) {
+    for (const ScriptStatement& statement : script.statements) {
+      try {
+        odbc.execute(statement.text);
+        odbc.closeResult();
+      } catch (const OdbcError& failure) {
+        odbc.disconnect();  // rolls back
+        throw RuntimeError(script.path + ": line " + std::to_string(statement.line) + ": " + failure.what());
+      }
+    }
+  }
 };
 
 SqlSession::SqlSession(const DataSource& source, const DatabaseSettings& settings, const Installation& installation,
@@ -49,21 +74,14 @@ std::optional<std::string> SqlSession::value(const std::string& query) {
   return first;
 }
 
-void SqlSession::runScript(const std::string& path) {
-  std::vector<ScriptStatement> statements;
-  try {
-    statements = splitScript(readFileText(path, kLargestScript));
-  } catch (const RuntimeError& failure) {
-    throw RuntimeError(path + ": " + failure.what());
+void SqlSession::runScripts(const std::vector<std::string>& paths) {
+  std::vector<Script> scripts;
+  for (const std::string& path : paths) {
+    scripts.push_back(readScript(path));
   }
   run(m_impl->begin);
-  for (const ScriptStatement& statement : statements) {
-    try {
-      run(statement.text);
-    } catch (const OdbcError& failure) {
-      m_impl->odbc.disconnect();  // rolls back
-      throw RuntimeError(path + ": line " + std::to_string(statement.line) + ": " + failure.what());
-    }
+  for (const Script& script : scripts) {
+    m_impl->runAll(script);
   }
   run("COMMIT");
 }
