@@ -39,10 +39,13 @@ bool same(const std::string& one, const char* other) {
   return strcasecmp(one.c_str(), other) == 0;
 }
 
+// The only keys whose values the PostgreSQL driver takes out of their braces; for the others they are part of the value.
+const std::vector<std::string> kPostgresqlBraces = {"PWD", "ConnSettings"};
+
 // Builds "KEY=value;..." with values in the driver's quoting.
 class Builder {
  public:
-  enum class Quoting { None, Braces };
+  enum class Quoting { None, PostgreSQL, Braces };
 
   Builder(const DataSource& source, Quoting quoting) : m_source(source), m_quoting(quoting) {
     m_text = "DRIVER=";
@@ -54,7 +57,7 @@ class Builder {
       throw RuntimeError(_where(key) + "the key holds a sign that connection strings reserve");
     }
     m_text += key + "=";
-    if (m_quoting == Quoting::None) {
+    if (!_takesBraces(key)) {
       _appendPlain(key, value);
       return;
     }
@@ -92,6 +95,13 @@ class Builder {
   bool _isSet(const char* key) const {
     return std::any_of(m_source.options.begin(), m_source.options.end(),
                        [&](const auto& option) { return same(option.first, key); });
+  }
+
+  bool _takesBraces(const std::string& key) const {
+    return m_quoting == Quoting::Braces ||
+           (m_quoting == Quoting::PostgreSQL &&
+            std::any_of(kPostgresqlBraces.begin(), kPostgresqlBraces.end(),
+                        [&](const std::string& known) { return same(key, known.c_str()); }));
   }
 
   std::string _where(const std::string& key) const { return "data source " + m_source.name + ": " + key + ": "; }
@@ -147,8 +157,9 @@ std::string sqliteString(const DataSource& source, const DatabaseSettings& setti
   return builder.text();
 }
 
-std::string serverString(const DataSource& source, const DatabaseSettings& settings, const std::vector<Option>& defaults) {
-  Builder builder(source, Builder::Quoting::Braces);
+std::string serverString(const DataSource& source, const DatabaseSettings& settings, Builder::Quoting quoting,
+                         const std::vector<Option>& defaults) {
+  Builder builder(source, quoting);
   builder.add("Database", databaseName(source, settings));
   builder.add("UID", settings.user);
   builder.add("PWD", settings.password);
@@ -164,11 +175,11 @@ std::string connectionString(const DataSource& source, const DatabaseSettings& s
     case Dialect::SQLite:
       return sqliteString(source, settings, installation);
     case Dialect::PostgreSQL:
-      return serverString(source, settings, kPostgresqlDefaults);
+      return serverString(source, settings, Builder::Quoting::PostgreSQL, kPostgresqlDefaults);
     case Dialect::Other:
       break;
   }
-  return serverString(source, settings, {});
+  return serverString(source, settings, Builder::Quoting::Braces, {});
 }
 
 }  // namespace zaroruntime
