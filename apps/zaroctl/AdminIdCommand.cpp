@@ -22,7 +22,7 @@ ExitCode printAdminId(Output& out, const std::string& name) {
       diagnose("no administrator named " + quoted(name));
       return ExitCode::NotFound;
     default:
-      throw zaroruntime::RuntimeError(databaseFailure());
+      throw zaroruntime::RuntimeError("cannot look up " + quoted(name) + ": " + databaseFailure());
   }
 }
 

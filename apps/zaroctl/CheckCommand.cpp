@@ -1,4 +1,7 @@
 // check
+#include <strings.h>
+
+#include <algorithm>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -138,7 +141,11 @@ class InstallationCheck {
     std::string clear = *m_storedPassword;
     const bool readable = m_findings.check("password", [&]() -> std::string {
       if (_isPasswordEncrypted()) {
-        clear = zaroruntime::decryptPassword(*m_storedPassword, m_installation.secretKey());
+        try {
+          clear = zaroruntime::decryptPassword(*m_storedPassword, m_installation.secretKey());
+        } catch (const RuntimeError& failure) {
+          throw RuntimeError(m_installation.databaseIni() + ": key Password: " + failure.what());
+        }
         return "stored encrypted; the key opens it";
       }
       return clear.empty() ? "none stored" : "stored in clear";
@@ -191,16 +198,24 @@ class InstallationCheck {
       return;
     }
     m_findings.check("schema", [&] {
-      const auto version = installedSchemaVersion(*m_session, m_source->dialect);
-      if (!version) {
-        throw RuntimeError("database " + m_settings->database + ": there is no table schema_version (run schema.sql)");
+      try {
+        return _schemaFinding();
+      } catch (const RuntimeError& failure) {
+        throw RuntimeError("database " + m_settings->database + ": " + failure.what());
       }
-      if (*version != kSchemaVersion) {
-        throw RuntimeError("database " + m_settings->database + ": schema version " + std::to_string(*version) +
-                           ", but this program works on version " + std::to_string(kSchemaVersion));
-      }
-      return "version " + std::to_string(*version);
     });
+  }
+
+  std::string _schemaFinding() {
+    const auto version = installedSchemaVersion(*m_session, m_source->dialect);
+    if (!version) {
+      throw RuntimeError("there is no table schema_version (run " + m_installation.sqlDirectory() + "/schema.sql)");
+    }
+    if (*version != kSchemaVersion) {
+      throw RuntimeError("schema version " + std::to_string(*version) + ", but this program works on version " +
+                         std::to_string(kSchemaVersion));
+    }
+    return "version " + std::to_string(*version);
   }
 
   void _checkStatement(const CataloguedStatement& statement) {
@@ -211,11 +226,11 @@ class InstallationCheck {
         throw RuntimeError(path + ": takes parameters \"" + conversions + "\" instead of \"" + statement.conversions +
                            "\"");
       }
-      if (statement.kind == StatementKind::Transaction || !_canExplain()) {
+      if (statement.kind == StatementKind::Transaction || !_canTryStatements()) {
         return path + ": accepted";
       }
       try {
-        m_session->run("EXPLAIN " + harmlessStatement(path));
+        _tryStatement(statement, harmlessStatement(path));
       } catch (const RuntimeError& failure) {
         throw RuntimeError(path + ": " + failure.what());
       }
@@ -223,7 +238,23 @@ class InstallationCheck {
     });
   }
 
-  bool _canExplain() const { return m_session && m_source->dialect != Dialect::Other; }
+  // Has the database look at a statement without doing its work.
+  void _tryStatement(const CataloguedStatement& statement, const std::string& text) {
+    m_session->run("EXPLAIN " + text);
+    if (statement.kind != StatementKind::Query) {
+      return;  // there is no telling its columns without running it
+    }
+    const auto found = m_session->columns("SELECT * FROM (" + text + ") AS result WHERE 1 = 0");
+    for (const char* column : statement.columns) {
+      const bool there = std::any_of(found.begin(), found.end(),
+                                     [&](const std::string& name) { return strcasecmp(name.c_str(), column) == 0; });
+      if (!there) {
+        throw RuntimeError(std::string("the result has no column ") + column);
+      }
+    }
+  }
+
+  bool _canTryStatements() const { return m_session && m_source->dialect != Dialect::Other; }
 
   const Installation& m_installation;
   Findings& m_findings;

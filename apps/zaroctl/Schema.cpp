@@ -38,7 +38,7 @@ std::optional<int> installedSchemaVersion(zaroruntime::SqlSession& session, Dial
   int version = 0;
   const auto read = std::from_chars(text.data(), text.data() + text.size(), version);
   if (read.ec != std::errc() || read.ptr != text.data() + text.size()) {
-    throw zaroruntime::RuntimeError("table schema_version of the database holds no version");
+    throw zaroruntime::RuntimeError("table schema_version holds no version");
   }
   return version;
 }

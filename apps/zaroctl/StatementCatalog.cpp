@@ -7,10 +7,10 @@
 
 const std::vector<CataloguedStatement>& statementCatalog() {
   static const std::vector<CataloguedStatement> kStatements = {
-      {"ui_StartTransaction.sql", "", StatementKind::Transaction},
-      {"ui_CommitTransaction.sql", "", StatementKind::Transaction},
-      {"ui_RollbackTransaction.sql", "", StatementKind::Transaction},
-      {"ui_GetAdminId.sql", "s", StatementKind::Query},
+      {"ui_StartTransaction.sql", "", StatementKind::Transaction, {}},
+      {"ui_CommitTransaction.sql", "", StatementKind::Transaction, {}},
+      {"ui_RollbackTransaction.sql", "", StatementKind::Transaction, {}},
+      {"ui_GetAdminId.sql", "s", StatementKind::Query, {"AdminID"}},
   };
   return kStatements;
 }

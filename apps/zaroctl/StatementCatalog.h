@@ -14,6 +14,7 @@ struct CataloguedStatement {
   const char* file;
   const char* conversions;  // of its parameters in order: 's', 'd' or 'u'
   StatementKind kind;
+  std::vector<const char*> columns;  // that are read from its result
 };
 
 const std::vector<CataloguedStatement>& statementCatalog();

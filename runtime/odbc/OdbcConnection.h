@@ -32,6 +32,8 @@ class OdbcConnection {
   // True when there is another result, now open.
   bool nextResult();
   bool hasColumns() const { return !m_columns.empty(); }
+  // Names of the open result's columns.
+  const std::vector<std::string>& columns() const { return m_columns; }
 
   // Index of a column by name, regardless of case; nothing if there is none.
   std::optional<std::size_t> findColumn(const char* name) const;

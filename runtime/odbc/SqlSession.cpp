@@ -74,6 +74,13 @@ std::optional<std::string> SqlSession::value(const std::string& query) {
   return first;
 }
 
+std::vector<std::string> SqlSession::columns(const std::string& query) {
+  m_impl->odbc.execute(query);
+  std::vector<std::string> names = m_impl->odbc.columns();
+  m_impl->odbc.closeResult();
+  return names;
+}
+
 void SqlSession::runScripts(const std::vector<std::string>& paths) {
   std::vector<Script> scripts;
   for (const std::string& path : paths) {
