@@ -32,6 +32,7 @@ constexpr int kConnectTimeOut = 10;  // seconds
 constexpr const char* kDataSource = "zaro";
 constexpr const char* kSqlite = "sqlite";
 constexpr const char* kPostgresql = "postgresql";
+constexpr const char* kServerGroup = "PostgreSQL";
 
 struct Arguments {
   std::string directory;
@@ -44,7 +45,7 @@ struct Arguments {
   bool noPassword = false;
   bool sample = false;
   std::string skeleton;
-  std::vector<CLI::Option*> serverOptions;  // only --db postgresql takes them
+  std::vector<const CLI::Option*> serverOptions;  // only --db postgresql takes them
 };
 
 std::string targetDirectory(const Arguments& arguments) {
@@ -187,31 +188,38 @@ void addInit(CommandTree& tree) {
       ->type_name("");
   command->add_option("--db", arguments->dialect, "The database: sqlite is embedded, postgresql a server")
       ->check(CLI::IsMember({kSqlite, kPostgresql}))
+      ->type_name("DATABASE")
       ->capture_default_str();
   command->add_flag("--sample", arguments->sample, "Fill the database with a made-up company");
   command->add_option("--skeleton", arguments->skeleton, "Where the files of an installation are copied from")
       ->type_name("DIR");
 
-  const auto serverOption = [&](CLI::Option* option) { arguments->serverOptions.push_back(option); };
-  constexpr const char* kServer = "PostgreSQL";
-  serverOption(command->add_option("--host", arguments->host, "Host name, address, or directory of the socket")
-                   ->capture_default_str()
-                   ->group(kServer));
-  serverOption(command->add_option("--port", arguments->port, "Port")
-                   ->check(CLI::Range(1, 65535))
-                   ->capture_default_str()
-                   ->group(kServer));
-  serverOption(command->add_option("--database", arguments->database, "Name of the database, which must exist")
-                   ->capture_default_str()
-                   ->group(kServer));
-  serverOption(
-      command->add_option("--user", arguments->user, "User to connect as")->capture_default_str()->group(kServer));
-  serverOption(command->add_option("--sslmode", arguments->sslMode, "Encryption of the connection")
-                   ->check(CLI::IsMember({"disable", "allow", "prefer", "require", "verify-ca", "verify-full"}))
-                   ->capture_default_str()
-                   ->group(kServer));
-  serverOption(command
-                   ->add_flag("--no-password", arguments->noPassword,
-                              "Store no password; without it one is asked for, or read from standard input")
-                   ->group(kServer));
+  command->add_option("--host", arguments->host, "Host name, address, or directory of the socket")
+      ->type_name("HOST")
+      ->capture_default_str()
+      ->group(kServerGroup);
+  command->add_option("--port", arguments->port, "Port")
+      ->check(CLI::Range(1, 65535).description(""))
+      ->type_name("PORT")
+      ->capture_default_str()
+      ->group(kServerGroup);
+  command->add_option("--database", arguments->database, "Name of the database, which must exist")
+      ->type_name("NAME")
+      ->capture_default_str()
+      ->group(kServerGroup);
+  command->add_option("--user", arguments->user, "User to connect as")
+      ->type_name("NAME")
+      ->capture_default_str()
+      ->group(kServerGroup);
+  command->add_option("--sslmode", arguments->sslMode, "Encryption of the connection")
+      ->check(CLI::IsMember({"disable", "allow", "prefer", "require", "verify-ca", "verify-full"}))
+      ->type_name("MODE")
+      ->capture_default_str()
+      ->group(kServerGroup);
+  command
+      ->add_flag("--no-password", arguments->noPassword,
+                 "Store no password; without it one is asked for, or read from standard input")
+      ->group(kServerGroup);
+  arguments->serverOptions =
+      std::as_const(*command).get_options([](const CLI::Option* option) { return option->get_group() == kServerGroup; });
 }
