@@ -1,0 +1,1 @@
+SELECT id AS "AdminID" FROM administrator WHERE name='%s'
