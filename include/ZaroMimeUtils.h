@@ -16,13 +16,13 @@ class ZARO_POLICY_EXPORT CBase64Utils {
  public:
   CBase64Utils() = default;
 
-  // Text of `length` bytes: NUL-terminated, with CR LF after every 57 bytes of input, the last ones included. Release it
-  // with `free`. Null for a length below 1, when the text is too long for an `int` to tell its size, and when there is
-  // no memory.
+  // Text of `length` bytes: NUL-terminated, with CR LF after every 57 bytes of input, the last ones included. Release
+  // it with `free`. Null for a length below 1, when the text is too long for an `int` to tell its size, and when there
+  // is no memory.
   char* Encode(char* data, int length);
 
-  // Bytes of a text up to the first "=" or the end, with a NUL behind them. Release them with `free`. Characters
-  // outside the alphabet are skipped; any of them but CR and LF sets the error flag.
+  // Bytes of a text up to the first "=" or the end, and a NUL behind the three bytes of the last group. Release them
+  // with `free`. Characters outside the alphabet are skipped; any of them but CR and LF sets the error flag.
   //   text     NUL-terminated: one character beyond those to consider may be read
   //   length   characters to consider, at most those before the NUL; receives the number of bytes
   // Null, and `length` untouched, when the length is no size and when there is no memory.
