@@ -35,21 +35,22 @@ constexpr std::array<std::uint8_t, 256> makeDecodingMap() {
 constexpr auto kDecodingMap = makeDecodingMap();
 
 // Two characters for every value of twelve bits: half the look-ups of one for every six.
-constexpr std::array<char, 2 * 4096> makePairs() {
-  std::array<char, 2 * 4096> pairs{};
-  for (std::size_t value = 0; value < 4096; ++value) {
+constexpr std::size_t kPairs = std::size_t{64} * 64;
+constexpr std::array<char, 2 * kPairs> makePairTexts() {
+  std::array<char, 2 * kPairs> pairs{};
+  for (std::size_t value = 0; value < kPairs; ++value) {
     pairs[2 * value] = kAlphabet[value >> 6];
     pairs[2 * value + 1] = kAlphabet[value & 63];
   }
   return pairs;
 }
-constexpr auto kPairs = makePairs();
+constexpr auto kPairTexts = makePairTexts();
 
 char* encodeGroups(const unsigned char* bytes, int groups, char* out) {
   for (; groups > 0; --groups, bytes += kBytesPerGroup, out += kCharactersPerGroup) {
     const std::size_t value = (std::size_t{bytes[0]} << 16) | (std::size_t{bytes[1]} << 8) | bytes[2];
-    std::memcpy(out, &kPairs[2 * (value >> 12)], 2);
-    std::memcpy(out + 2, &kPairs[2 * (value & 0xFFF)], 2);
+    std::memcpy(out, &kPairTexts[2 * (value >> 12)], 2);
+    std::memcpy(out + 2, &kPairTexts[2 * (value % kPairs)], 2);
   }
   return out;
 }
@@ -164,10 +165,10 @@ char* CBase64Utils::Encode(char* data, int length) {
     std::memcpy(out, kLineEnd, kLineEndLength);
     out += kLineEndLength;
   }
-  const int groups = left / kBytesPerGroup;
-  out = encodeGroups(bytes, groups, out);
-  if (left % kBytesPerGroup != 0) {
-    encodeLastGroup(bytes + groups * kBytesPerGroup, left % kBytesPerGroup, out);
+  const int incomplete = left % kBytesPerGroup;
+  out = encodeGroups(bytes, left / kBytesPerGroup, out);
+  if (incomplete != 0) {
+    encodeLastGroup(bytes + (left - incomplete), incomplete, out);
   }
   return text;
 }
