@@ -64,13 +64,17 @@ void workInThreads(int process) {
 
 TEST_P(PoolUnderLoad, noUnitOfWorkFailsAndNothingIsLost) {
   home().sql("INSERT INTO administrator (name) VALUES ('alice')");
-  std::vector<std::thread> processes;
-  for (int process = 0; process < kProcesses; ++process) {
-    processes.emplace_back([&, process] { inOwnProcess([process] { workInThreads(process); }); });
-  }
-  for (std::thread& process : processes) {
-    process.join();
-  }
+  inOwnProcess([] {
+    // Forked while there is one thread only.
+    const pid_t second = fork();
+    workInThreads(second == 0 ? 1 : 2);
+    if (second == 0) {
+      std::exit(HasFailure() ? 1 : 0);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(second, &status, 0), second);
+    EXPECT_EQ(status, 0) << "the second process failed";
+  });
   EXPECT_EQ(home().value("SELECT count(*) FROM administrator"), std::to_string(1 + kProcesses * kThreads * kUnits / 4));
   EXPECT_THAT(log(), Not(HasSubstr(" error: ")));
 }

@@ -51,7 +51,7 @@ TEST_P(WrongUsageOf, theProgramIsToldInOneLineWithStatusTwo) {
 }
 
 INSTANTIATE_TEST_SUITE_P(, WrongUsageOf, testing::ValuesIn(kWrongUsages),
-                         [](const auto& info) { return std::string(info.param.label); });
+                         [](const auto& tested) { return std::string(tested.param.label); });
 
 TEST(CommandLine, everyHelpShowsExamples) {
   for (const std::vector<std::string>& command : {std::vector<std::string>{}, {"init"}, {"check"}, {"admin", "id"}}) {

@@ -2,9 +2,11 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <utility>
 
 namespace zarotest {
 
@@ -55,10 +57,16 @@ std::vector<std::string> ProgramTest::initArguments(const std::string& directory
   std::vector<std::string> arguments = {"init", directory};
   if (m_database) {
     const PostgresqlServer& server = m_database->server();
-    for (const std::string& argument :
-         std::vector<std::string>{"--db", "postgresql", "--host", server.host, "--port", server.port, "--user",
-                                  server.user, "--database", m_database->name()}) {
-      arguments.push_back(argument);
+    const std::pair<const char*, std::string> options[] = {{"--db", "postgresql"},
+                                                           {"--host", server.host},
+                                                           {"--port", server.port},
+                                                           {"--user", server.user},
+                                                           {"--database", m_database->name()}};
+    for (const auto& [option, value] : options) {
+      if (std::find(more.begin(), more.end(), option) == more.end()) {
+        arguments.emplace_back(option);
+        arguments.push_back(value);
+      }
     }
   }
   arguments.insert(arguments.end(), more.begin(), more.end());

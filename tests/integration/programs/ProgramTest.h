@@ -39,7 +39,7 @@ class ProgramTest : public testing::TestWithParam<Dialect> {
  protected:
   void SetUp() override;
 
-  // Arguments and standard input of an init for this test's database.
+  // Arguments and standard input of an init for this test's database; `more` goes before its options.
   std::vector<std::string> initArguments(const std::string& directory, const std::vector<std::string>& more = {}) const;
   std::string initInput() const;
   ProgramResult init(const std::string& directory, const std::vector<std::string>& more = {}) const;

@@ -82,6 +82,7 @@ TEST(ProcessTestFailure, failsTheTest) {
 TEST(ProcessTestFailure, leakIsOne) {
   const auto leak = [] {
     char* volatile lost = new char[100];
+    lost[0] = 'x';
     lost = nullptr;
   };
   EXPECT_THAT(failureInOwnProcess(leak, 20), HasSubstr("LeakSanitizer"));
