@@ -21,10 +21,8 @@ KxResbundle::~KxResbundle() {
 // Throws a text when ZARO_HOME is not set. Valid on this thread until the next call.
 const char* KxResbundle::GetResourceFileName() {
   thread_local std::string path;
-  return zaroruntime::throwingText([] {
-    path = zaroruntime::displayBaseFile(zaroruntime::Installation::fromEnvironment());
-    return path.c_str();
-  });
+  zaroruntime::throwingText([] { path = zaroruntime::displayBaseFile(zaroruntime::Installation::fromEnvironment()); });
+  return path.c_str();
 }
 
 // `locale` is a language or a locale; null leaves the choice to the installation.
