@@ -8,6 +8,15 @@
 
 namespace ZARO {
 
+namespace {
+
+std::string& fileNameOfThread() {
+  thread_local std::string fileName;
+  return fileName;
+}
+
+}  // namespace
+
 struct KxResbundle::Impl {
   std::unique_ptr<zaroruntime::DisplayStrings> strings;  // null until opened
 };
