@@ -29,8 +29,8 @@ KxResbundle::~KxResbundle() {
 
 // Throws a text when ZARO_HOME is not set. Valid on this thread until the next call.
 const char* KxResbundle::GetResourceFileName() {
-  thread_local std::string path;
-  zaroruntime::throwingText([] { path = zaroruntime::displayBaseFile(zaroruntime::Installation::fromEnvironment()); });
+  std::string& path = fileNameOfThread();
+  zaroruntime::throwingText([&] { path = zaroruntime::displayBaseFile(zaroruntime::Installation::fromEnvironment()); });
   return path.c_str();
 }
 
