@@ -14,7 +14,7 @@ namespace {
 // An installation whose English display strings are the input.
 class Installation {
  public:
-  Installation() : m_home(fs::temp_directory_path() / ("zaro-fuzz-" + std::to_string(getpid()))) {
+  Installation() : m_home(root() / ("zaro-fuzz-" + std::to_string(getpid()))) {
     fs::create_directories(m_home / "resources");
     fs::create_directories(m_home / "config");
     std::ofstream(m_home / "config/zaro.ini") << "[display]\nlanguage=en\n";
@@ -35,6 +35,12 @@ class Installation {
   }
 
  private:
+  // Memory where there is such a file system: the engine writes thousands of files a second.
+  static fs::path root() {
+    const fs::path memory = "/dev/shm";
+    return fs::is_directory(memory) ? memory : fs::temp_directory_path();
+  }
+
   fs::path m_home;
 };
 
