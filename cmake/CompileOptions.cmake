@@ -16,6 +16,11 @@ if(ZAROPOLICY_SANITIZE)
   add_link_options(-fsanitize=${ZAROPOLICY_SANITIZE})
 endif()
 
+if(ZAROPOLICY_BUILD_FUZZERS)
+  # The engine has to see which branches of the library an input takes.
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+
 function(zaro_options target)
   target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
     $<$<BOOL:${ZAROPOLICY_WERROR}>:-Werror>)
