@@ -67,7 +67,8 @@ TEST_P(Pool, sizeBoundsWhatIsKept) {
     std::string sessions;
     for (int look = 0; look < 200 && sessions != "2"; ++look) {
       sessions = home().value(
-          "SELECT count(*) FROM pg_stat_activity WHERE datname=current_database() AND pid<>pg_backend_pid()");
+          "SELECT count(*) FROM pg_stat_activity WHERE datname=current_database() AND pid<>pg_backend_pid() "
+          "AND backend_type='client backend'");
       std::this_thread::sleep_for(std::chrono::milliseconds(sessions == "2" ? 0 : 50));
     }
     EXPECT_EQ(sessions, "2");
