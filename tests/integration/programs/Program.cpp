@@ -1,9 +1,11 @@
 #include "programs/Program.h"
 
 #include <fcntl.h>
+#include <linux/capability.h>
 #include <poll.h>
 #include <pty.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
@@ -93,7 +95,7 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
 class Launch {
  public:
   Launch(const std::vector<std::string>& arguments, const ProgramRun& run)
-      : m_arguments(arguments), m_environment(environmentOf(run)) {
+      : m_arguments(arguments), m_environment(environmentOf(run)), m_obeysPermissions(run.obeysPermissions) {
     m_arguments.insert(m_arguments.begin(), ZAROCTL_PATH);
     m_argumentPointers = pointersTo(m_arguments);
     m_environmentPointers = pointersTo(m_environment);
@@ -102,6 +104,11 @@ class Launch {
   Launch& operator=(const Launch&) = delete;
 
   [[noreturn]] void exec() {
+    if (m_obeysPermissions) {
+      // What root loses here it does not get back from the exec; others have nothing to lose.
+      prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE, 0, 0, 0);
+      prctl(PR_CAPBSET_DROP, CAP_DAC_READ_SEARCH, 0, 0, 0);
+    }
     execve(ZAROCTL_PATH, m_argumentPointers.data(), m_environmentPointers.data());
     _exit(126);
   }
@@ -111,6 +118,7 @@ class Launch {
   std::vector<std::string> m_environment;
   std::vector<char*> m_argumentPointers;
   std::vector<char*> m_environmentPointers;
+  bool m_obeysPermissions;
 };
 
 // False at the end.
