@@ -2,6 +2,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -121,9 +122,11 @@ void configure(const Installation& installation, const Arguments& arguments, con
 struct DatabaseResult {
   const char* schema;
   bool sample;
+  bool changed;
 };
 
-DatabaseResult prepareDatabase(const Installation& installation, const std::string& skeleton, bool sample) {
+DatabaseResult prepareDatabase(const Installation& installation, const std::string& skeleton, bool sample,
+                               const std::function<void()>& beforeCommit) {
   const auto settings = zaroruntime::readDatabaseSettings(installation);
   const auto source = zaroruntime::readDataSource(installation, settings.dataSource);
   SqlSession session(source, settings, installation, kConnectTimeOut);
@@ -142,8 +145,21 @@ DatabaseResult prepareDatabase(const Installation& installation, const std::stri
   if (sample) {
     scripts.push_back(skeleton + "/sample/sample.sql");
   }
-  session.runScripts(scripts);
-  return {version ? "kept" : "created", sample};
+  session.runScripts(scripts, beforeCommit);
+  return {version ? "kept" : "created", sample, !scripts.empty()};
+}
+
+// On a server the work of the scripts stays, whatever becomes of the directory.
+void publish(NewInstallation& made, const Arguments& arguments, const DatabaseResult& database) {
+  try {
+    made.publish();
+  } catch (const RuntimeError& failure) {
+    if (arguments.dialect != kPostgresql || !database.changed) {
+      throw;
+    }
+    throw RuntimeError(failure.what() + ("; database " + arguments.database) +
+                       " has been filled already: init without --sample keeps what it holds");
+  }
 }
 
 ExitCode makeInstallation(Output& out, const Arguments& arguments) {
@@ -163,9 +179,11 @@ ExitCode makeInstallation(Output& out, const Arguments& arguments) {
   const Installation installation(made.workDirectory());
   copySkeleton(made, skeleton, arguments.dialect);
   configure(installation, arguments, password);
-  const DatabaseResult database = prepareDatabase(installation, skeleton, arguments.sample);
-  DelayedSignals::throwIfInterrupted();
-  made.publish();
+  const DatabaseResult database =
+      prepareDatabase(installation, skeleton, arguments.sample, [&delayed] { delayed.throwIfInterrupted(); });
+  // From here on a signal comes too late.
+  publish(made, arguments, database);
+  delayed.forget();
 
   out.record({{"home", made.target()},
               {"database", arguments.dialect},

@@ -1,15 +1,15 @@
 #include "NewInstallation.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstdio>
+#include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
+#include <vector>
 
+#include "Files.h"
+#include "Text.h"
 #include "ZaroRuntime/RuntimeError.h"
 
 namespace fs = std::filesystem;
@@ -24,6 +24,7 @@ struct ModeRow {
 
 constexpr mode_t kDirectoryMode = 0755;
 constexpr mode_t kFileMode = 0644;
+constexpr const char* kConfig = "config";
 // Everything else has the modes above.
 constexpr ModeRow kModes[] = {
     {"config/database.ini", 0640},
@@ -39,34 +40,6 @@ mode_t modeOf(const fs::path& relative, bool directory) {
     }
   }
   return directory ? kDirectoryMode : kFileMode;
-}
-
-[[noreturn]] void throwErrno(const std::string& path, const char* what) {
-  throw RuntimeError(path + ": " + what + ": " + std::strerror(errno));
-}
-
-// Closes itself, also when what follows throws.
-class OpenFile {
- public:
-  explicit OpenFile(const std::string& path) : m_fd(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC)) {
-    if (m_fd < 0) {
-      throwErrno(path, "cannot open");
-    }
-  }
-  ~OpenFile() { ::close(m_fd); }
-  OpenFile(const OpenFile&) = delete;
-  OpenFile& operator=(const OpenFile&) = delete;
-  int get() const { return m_fd; }
-
- private:
-  int m_fd;
-};
-
-void bringToDisk(const std::string& path) {
-  const OpenFile file(path);
-  if (::fsync(file.get()) != 0) {
-    throwErrno(path, "cannot write to disk");
-  }
 }
 
 void finishFile(const std::string& path, mode_t mode) {
@@ -90,30 +63,63 @@ fs::path placeOf(const std::string& target) {
   return fs::is_symlink(place, failure) ? fs::weakly_canonical(place) : above / place.filename();
 }
 
-void refuseUsedPlace(const fs::path& place) {
+bool isEmptyDirectory(const fs::path& place) {
   std::error_code failure;
+  for (fs::directory_iterator entry(place, failure); !failure && entry != fs::directory_iterator();
+       entry.increment(failure)) {
+    if (entry->path().filename() != "lost+found") {
+      return false;
+    }
+  }
+  if (failure) {
+    throw RuntimeError(place.string() + ": " + failure.message());
+  }
+  return true;
+}
+
+// Whether a directory is there, which is then empty.
+bool isUsablePlace(const fs::path& place) {
   if (!fs::exists(fs::symlink_status(place))) {
-    return;
+    return false;
   }
   if (!fs::is_directory(place)) {
     throw RuntimeError(place.string() + ": exists and is not a directory");
   }
-  if (!fs::is_empty(place, failure) || failure) {
-    throw RuntimeError(place.string() + ": " + (failure ? failure.message() : "exists and is not empty"));
+  if (!isEmptyDirectory(place)) {
+    throw RuntimeError(place.string() + ": exists and is not empty");
   }
+  return true;
+}
+
+std::string makeDirectoryLike(const fs::path& pattern) {
+  std::string path = pattern.string();
+  if (::mkdtemp(path.data()) == nullptr) {
+    throwErrno(pattern.parent_path().string(), "cannot make a directory there");
+  }
+  return path;
+}
+
+// The names in a directory, in an order that is the same for every installation. The configuration is last: with it the
+// directory becomes an installation.
+std::vector<std::string> namesInOrder(const std::string& directory) {
+  std::vector<std::string> names;
+  for (const auto& entry : fs::directory_iterator(directory)) {
+    names.push_back(entry.path().filename().string());
+  }
+  std::sort(names.begin(), names.end(), [](const std::string& one, const std::string& other) {
+    return std::make_pair(one == kConfig, one) < std::make_pair(other == kConfig, other);
+  });
+  return names;
 }
 
 }  // namespace
 
 NewInstallation::NewInstallation(const std::string& target) {
   const fs::path place = placeOf(target);
-  refuseUsedPlace(place);
   m_target = place.string();
-  std::string work = (place.parent_path() / ("." + place.filename().string() + ".new-XXXXXX")).string();
-  if (::mkdtemp(work.data()) == nullptr) {
-    throwErrno(place.parent_path().string(), "cannot make a directory there");
-  }
-  m_work = work;
+  m_targetExists = isUsablePlace(place);
+  m_work = makeDirectoryLike(m_targetExists ? place / ".new-XXXXXX"
+                                            : place.parent_path() / ("." + place.filename().string() + ".new-XXXXXX"));
 }
 
 NewInstallation::~NewInstallation() {
@@ -128,15 +134,50 @@ void NewInstallation::copy(const std::string& from, const std::string& relative)
 }
 
 void NewInstallation::publish() {
+  _finishFiles();
+  if (m_targetExists) {
+    _moveUp();
+  } else {
+    finishFile(m_work, kDirectoryMode);
+    moveWithoutReplacing(m_work, m_target);
+  }
+  m_published = true;
+  tryToBringToDisk(m_targetExists ? m_target : fs::path(m_target).parent_path().string());
+}
+
+void NewInstallation::_finishFiles() const {
   const fs::path work(m_work);
   for (const auto& entry : fs::recursive_directory_iterator(work)) {
     finishFile(entry.path().string(), modeOf(entry.path().lexically_relative(work), entry.is_directory()));
   }
-  finishFile(m_work, kDirectoryMode);
-  // Takes the place of an empty directory too; one that was filled meanwhile is refused.
-  if (std::rename(m_work.c_str(), m_target.c_str()) != 0) {
-    throwErrno(m_target, "cannot move the installation there");
+}
+
+// Of two programs that fill the same directory the one that is first with the first name goes on.
+void NewInstallation::_moveUp() const {
+  std::vector<std::string> moved;
+  try {
+    for (const std::string& name : namesInOrder(m_work)) {
+      if (name == kConfig) {
+        bringToDisk(m_target);
+      }
+      moveWithoutReplacing(m_work + "/" + name, m_target + "/" + name);
+      moved.push_back(name);
+    }
+  } catch (...) {
+    for (const std::string& name : moved) {
+      _moveBack(name);
+    }
+    throw;
   }
-  m_published = true;
-  bringToDisk(fs::path(m_target).parent_path().string());
+  if (::rmdir(m_work.c_str()) != 0) {
+    diagnose("warning: " + m_work + ": cannot be removed");
+  }
+}
+
+void NewInstallation::_moveBack(const std::string& name) const {
+  try {
+    moveWithoutReplacing(m_target + "/" + name, m_work + "/" + name);
+  } catch (const RuntimeError& failure) {
+    diagnose("warning: " + m_target + "/" + name + " stays behind: " + failure.what());
+  }
 }

@@ -16,36 +16,59 @@ namespace {
 // Well above what can be stored, so that a wrong file on standard input is noticed and not swallowed whole.
 constexpr std::size_t kLongestLine = 4096;
 
-volatile sig_atomic_t signalSeen = 0;
+// The terminal as it was, as it is at the prompt, and the prompt: what the handler of a signal needs.
+struct Prompt {
+  termios before;
+  termios silent;
+  const char* text;
+  std::size_t length;
+};
+Prompt shown;
 
-void noteSignal(int number) {
-  signalSeen = number;
+void showPrompt() {
+  static_cast<void>(!write(STDERR_FILENO, shown.text, shown.length));  // it is read without a prompt too
 }
 
-// A terminal that shows nothing of what is typed; everything is as before when this goes, also after a signal.
+// Does by itself all that a signal asks for: a note for the reader would come too late if the read began just after it.
+void restoreTerminalAndRaise(int number) {
+  const int error = errno;
+  tcsetattr(STDIN_FILENO, TCSANOW, &shown.before);
+  struct sigaction byDefault = {};
+  byDefault.sa_handler = SIG_DFL;
+  struct sigaction ours = {};
+  sigaction(number, &byDefault, &ours);
+  sigset_t raised;
+  sigemptyset(&raised);
+  sigaddset(&raised, number);
+  raise(number);
+  sigprocmask(SIG_UNBLOCK, &raised, nullptr);  // the program ends here, or stops until it is continued
+  sigaction(number, &ours, nullptr);
+  tcsetattr(STDIN_FILENO, TCSANOW, &shown.silent);
+  showPrompt();
+  errno = error;
+}
+
+// A terminal that shows nothing of what is typed; everything is as before when this goes, and when a signal comes.
 class NoEcho {
  public:
-  NoEcho() : m_before() {
-    signalSeen = 0;
-    for (std::size_t i = 0; i < kSignals.size(); ++i) {
-      struct sigaction action = {};
-      action.sa_handler = noteSignal;  // without SA_RESTART, so that the read ends
-      sigaction(kSignals[i], &action, &m_actions[i]);
-    }
-    if (tcgetattr(STDIN_FILENO, &m_before) != 0) {
-      _restoreSignals();
+  explicit NoEcho(const std::string& prompt) {
+    if (tcgetattr(STDIN_FILENO, &shown.before) != 0) {
       throw zaroruntime::RuntimeError(std::string("cannot read from the terminal: ") + std::strerror(errno));
     }
-    termios silent = m_before;
-    silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-    tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent);
+    shown.silent = shown.before;
+    shown.silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    shown.text = prompt.data();
+    shown.length = prompt.size();
+    for (std::size_t i = 0; i < kSignals.size(); ++i) {
+      _handle(kSignals[i], m_actions[i]);
+    }
+    tcsetattr(STDIN_FILENO, TCSAFLUSH, &shown.silent);
   }
   ~NoEcho() {
-    tcsetattr(STDIN_FILENO, TCSADRAIN, &m_before);
+    tcsetattr(STDIN_FILENO, TCSADRAIN, &shown.before);
     std::fputc('\n', stderr);
-    _restoreSignals();
-    if (signalSeen != 0) {
-      raise(signalSeen);
+    for (std::size_t i = 0; i < kSignals.size(); ++i) {
+      sigaction(kSignals[i], &m_actions[i], nullptr);
     }
   }
   NoEcho(const NoEcho&) = delete;
@@ -54,14 +77,21 @@ class NoEcho {
  private:
   static constexpr std::array<int, 5> kSignals = {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGTSTP};
 
-  void _restoreSignals() {
-    for (std::size_t i = 0; i < kSignals.size(); ++i) {
-      sigaction(kSignals[i], &m_actions[i], nullptr);
+  static void _handle(int number, struct sigaction& before) {
+    sigaction(number, nullptr, &before);
+    if (before.sa_handler == SIG_IGN) {
+      return;  // whoever started the program wants it so
     }
+    struct sigaction action = {};
+    action.sa_handler = restoreTerminalAndRaise;
+    action.sa_flags = SA_RESTART;
+    for (const int other : kSignals) {
+      sigaddset(&action.sa_mask, other);
+    }
+    sigaction(number, &action, nullptr);
   }
 
-  termios m_before;
-  std::array<struct sigaction, kSignals.size()> m_actions;
+  std::array<struct sigaction, kSignals.size()> m_actions = {};
 };
 
 // Byte by byte: what follows the line on standard input is not ours.
@@ -92,7 +122,7 @@ std::string readPassword(const std::string& prompt) {
   if (isatty(STDIN_FILENO) == 0) {
     return readLine();
   }
-  const NoEcho silence;  // before the prompt: what is typed after it must neither show nor be thrown away
-  std::fputs(prompt.c_str(), stderr);
+  const NoEcho silence(prompt);  // before the prompt: what is typed after it must neither show nor be thrown away
+  showPrompt();
   return readLine();
 }

@@ -1,4 +1,5 @@
 // zaroctl: the policy database of the gateway from a shell.
+#include <signal.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -8,6 +9,7 @@
 
 #include "CommandTree.h"
 #include "Commands.h"
+#include "DelayedSignals.h"
 #include "ExitCode.h"
 #include "Output.h"
 #include "Text.h"
@@ -109,6 +111,9 @@ int main(int argc, char** argv) {
   } catch (const UsageError& failure) {
     diagnose(failure.what());
     code = ExitCode::Usage;
+  } catch (const Interrupted& interruption) {
+    diagnose(interruption.what());
+    raise(interruption.signal());  // whoever started the program learns why it ended
   } catch (const std::exception& failure) {
     diagnose(failure.what());
   }

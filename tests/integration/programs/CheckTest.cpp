@@ -216,7 +216,7 @@ TEST_P(Check, displayLanguageMustHaveItsFile) {
 TEST_P(Check, damagedStoredPasswordIsNamedAndNotShown) {
   replaceLine(kDatabaseIni, "Password", "Password=zaro-secretbox-1:AAAA");
   EXPECT_EQ(wrongs(), only("password\t" + homeFile(kDatabaseIni) +
-                           ": key Password: the stored password is damaged (set it again)"));
+                           ": key Password: the stored password is damaged (set it again with zaroctl password)"));
   EXPECT_THAT(run({"check"}).out, Not(HasSubstr("AAAA")));
 }
 

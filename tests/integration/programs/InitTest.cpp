@@ -1,9 +1,11 @@
 #include <signal.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <thread>
@@ -18,6 +20,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
+using testing::UnorderedElementsAre;
 using zarotest::Dialect;
 using zarotest::linesOf;
 using zarotest::ProgramResult;
@@ -26,9 +29,14 @@ using zarotest::readFile;
 using zarotest::TemporaryDirectory;
 using zarotest::zaroctl;
 
-mode_t modeOf(const std::string& path) {
+struct stat statusOf(const std::string& path) {
   struct stat status = {};
-  return stat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
+  EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
+  return status;
+}
+
+mode_t modeOf(const std::string& path) {
+  return statusOf(path).st_mode & 07777;
 }
 
 std::vector<std::string> namesIn(const std::string& directory) {
@@ -41,6 +49,24 @@ std::vector<std::string> namesIn(const std::string& directory) {
 
 void append(const std::string& path, const std::string& text) {
   std::ofstream(path, std::ios::app) << text;
+}
+
+// False when it has not come true in ten seconds.
+bool waitUntil(const std::function<bool()>& holds) {
+  for (int trial = 0; trial < 2000; ++trial) {
+    if (holds()) {
+      return true;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return false;
+}
+
+// Whether an init has begun to fill its directory, which is in `directory` until it is complete.
+bool isAtWork(const std::string& directory) {
+  const auto names = namesIn(directory);
+  return std::any_of(names.begin(), names.end(),
+                     [](const std::string& name) { return name.find(".new-") != std::string::npos; });
 }
 
 class Init : public zarotest::ProgramTest {
@@ -56,6 +82,27 @@ class Init : public zarotest::ProgramTest {
   }
 
   const char* dialect() const { return GetParam() == Dialect::SQLite ? "sqlite" : "postgresql"; }
+
+  // An init whose schema takes long enough for something to happen in the middle of the work.
+  ProgramResult initMeanwhile(const std::string& target, const std::function<void(int pid)>& happens) {
+    const char* const wait = GetParam() == Dialect::SQLite
+                                 ? "\nWITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 6000000) "
+                                   "SELECT count(*) FROM n;\n"
+                                 : "\nSELECT pg_sleep(2);\n";
+    return initMeanwhile(target, wait, happens);
+  }
+
+  // The same with something else at the end of the schema.
+  ProgramResult initMeanwhile(const std::string& target, const std::string& schemaEnd,
+                              const std::function<void(int pid)>& happens) {
+    const std::string mine = directory().path("skeleton");
+    zarotest::copySkeleton(mine);
+    append(mine + "/sql/" + dialect() + "/schema.sql", schemaEnd);
+    ProgramRun run;
+    run.input = initInput();
+    run.whileRunning = happens;
+    return zaroctl(initArguments(target, {"--skeleton", mine}), run);
+  }
 };
 
 TEST_P(Init, linesSayWhatWasMade) {
@@ -129,10 +176,46 @@ TEST_P(Init, variablesOfARunningInstallationDoNotMatter) {
   EXPECT_EQ(result.status, 0) << result.err;
 }
 
-TEST_P(Init, emptyDirectoryIsTaken) {
+TEST_P(Init, emptyDirectoryIsFilledInPlace) {
   fs::create_directory(home());
+  ASSERT_EQ(chmod(home().c_str(), 02750), 0);
+  const auto before = statusOf(home());
   mustInit();
+  const auto after = statusOf(home());
+  EXPECT_EQ(after.st_ino, before.st_ino);
+  EXPECT_EQ(after.st_mode, before.st_mode);
+  EXPECT_EQ(modeOf(homeFile("config")), 0755u);
+  EXPECT_EQ(modeOf(homeFile("config/secret.key")), 0600u);
+  EXPECT_THAT(namesIn(home()), UnorderedElementsAre("config", "data", "sql"));
   EXPECT_EQ(run({"check"}).status, 0);
+}
+
+TEST_P(Init, directoryAboveAnEmptyOneNeedNotBeWritable) {
+  const std::string inner = directory().path("above/gateway");
+  fs::create_directories(inner);
+  ASSERT_EQ(chmod(directory().path("above").c_str(), 0500), 0);
+  ProgramRun run;
+  run.input = initInput();
+  run.obeysPermissions = true;
+  const ProgramResult result = zaroctl(initArguments(inner), run);
+  ASSERT_EQ(chmod(directory().path("above").c_str(), 0700), 0);
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_TRUE(fs::exists(inner + "/config/database.ini"));
+}
+
+TEST_P(Init, freshFileSystemIsAnEmptyDirectory) {
+  fs::create_directories(homeFile("lost+found"));
+  mustInit();
+  EXPECT_THAT(namesIn(home()), UnorderedElementsAre("config", "data", "lost+found", "sql"));
+}
+
+TEST_P(Init, failureLeavesAnEmptyDirectoryEmpty) {
+  fs::create_directory(home());
+  const std::string mine = directory().path("skeleton");
+  zarotest::copySkeleton(mine);
+  append(mine + "/sql/" + dialect() + "/schema.sql", "\nCREATE GARBAGE;\n");
+  EXPECT_EQ(init(home(), {"--skeleton", mine}).status, 75);
+  EXPECT_TRUE(fs::is_empty(home()));
 }
 
 TEST_P(Init, slashAtTheEndAndRelativePathsAreTaken) {
@@ -225,27 +308,71 @@ TEST_P(Init, brokenSampleLeavesNothingBehindNotEvenASchema) {
   }
 }
 
-// The script takes long enough for the signal to come in the middle of the work.
 TEST_P(Init, interruptedInitLeavesNothingBehind) {
-  const std::string mine = directory().path("skeleton");
-  zarotest::copySkeleton(mine);
-  const char* const wait = GetParam() == Dialect::SQLite
-                               ? "\nWITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 6000000) "
-                                 "SELECT count(*) FROM n;\n"
-                               : "\nSELECT pg_sleep(2);\n";
-  append(mine + "/sql/" + dialect() + "/schema.sql", wait);
+  const ProgramResult result = initMeanwhile(home(), [this](int pid) {
+    EXPECT_TRUE(waitUntil([this] { return isAtWork(directory().path()); }));
+    kill(pid, SIGTERM);
+  });
+  EXPECT_EQ(result.status, 128 + SIGTERM);
+  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(result.err, "zaroctl: interrupted; nothing was made\n");
+  EXPECT_THAT(namesIn(directory().path()), ElementsAre("skeleton"));
+  if (GetParam() == Dialect::PostgreSQL) {
+    EXPECT_EQ(value("SELECT to_regclass('administrator')"), "NULL");
+  }
+}
+
+TEST_P(Init, ignoredSignalIsIgnored) {
+  signal(SIGHUP, SIG_IGN);  // the program starts with it, as under nohup
+  const ProgramResult result = initMeanwhile(home(), [this](int pid) {
+    EXPECT_TRUE(waitUntil([this] { return isAtWork(directory().path()); }));
+    kill(pid, SIGHUP);
+  });
+  signal(SIGHUP, SIG_DFL);
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_EQ(run({"check"}).status, 0);
+}
+
+TEST_P(Init, placeThatIsTakenMeanwhileIsRefusedAndUntouched) {
+  const ProgramResult result = initMeanwhile(home(), [this](int) {
+    EXPECT_TRUE(waitUntil([this] { return isAtWork(directory().path()); }));
+    fs::create_directory(home());
+  });
+  EXPECT_EQ(result.status, 75);
+  EXPECT_EQ(result.out, "");
+  EXPECT_THAT(result.err, HasSubstr(home() + ": cannot be made: File exists"));
+  EXPECT_THAT(namesIn(directory().path()), UnorderedElementsAre("skeleton", "gateway"));
+  EXPECT_TRUE(fs::is_empty(home()));
+}
+
+TEST_P(Init, directoryThatIsFilledMeanwhileGetsNothing) {
+  fs::create_directory(home());
+  const ProgramResult result = initMeanwhile(home(), [this](int) {
+    EXPECT_TRUE(waitUntil([this] { return isAtWork(home()); }));
+    directory().write("gateway/sql/mine", "text");
+  });
+  EXPECT_EQ(result.status, 75);
+  EXPECT_EQ(result.out, "");
+  EXPECT_THAT(result.err, HasSubstr(homeFile("sql") + ": cannot be made: File exists"));
+  EXPECT_THAT(namesIn(home()), ElementsAre("sql"));
+  EXPECT_THAT(namesIn(homeFile("sql")), ElementsAre("mine"));
+}
+
+// The installation stands then, and a second init would be refused.
+TEST_P(Init, directoryAboveThatCannotBeBroughtToDiskIsAWarning) {
+  directory().write("above/file", "");
+  fs::remove(directory().path("above/file"));
+  ASSERT_EQ(chmod(directory().path("above").c_str(), 0300), 0);  // writing an entry is allowed, opening is not
   ProgramRun run;
   run.input = initInput();
-  run.whileRunning = [this](int pid) {
-    // The work directory is there once the work has begun.
-    for (int trial = 0; namesIn(directory().path()).size() < 2 && trial < 2000; ++trial) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    kill(pid, SIGTERM);
-  };
-  const ProgramResult result = zaroctl(initArguments(home(), {"--skeleton", mine}), run);
-  EXPECT_EQ(result.status, 128 + SIGTERM);
-  EXPECT_THAT(namesIn(directory().path()), ElementsAre("skeleton"));
+  run.obeysPermissions = true;
+  const ProgramResult result = zaroctl(initArguments(directory().path("above/gateway")), run);
+  ASSERT_EQ(chmod(directory().path("above").c_str(), 0700), 0);
+  EXPECT_EQ(result.status, 0);
+  EXPECT_THAT(result.out, StartsWith("home\t" + directory().path("above/gateway") + "\n"));
+  EXPECT_EQ(result.err, "zaroctl: warning: " + directory().path("above") +
+                            ": cannot open: Permission denied; it is done, but a power failure now could undo it\n");
+  EXPECT_TRUE(fs::exists(directory().path("above/gateway/config/database.ini")));
 }
 
 TEST_P(Init, twoAtOnceMakeOneInstallation) {
@@ -265,7 +392,57 @@ TEST_P(Init, twoAtOnceMakeOneInstallation) {
 
 ZARO_ON_EVERY_DATABASE(Init);
 
+TEST_P(Init, twoAtOnceMakeOneInstallationInAnEmptyDirectory) {
+  fs::create_directory(home());
+  ProgramResult first;
+  ProgramResult second;
+  std::thread other([&] { second = init(home()); });
+  first = init(home());
+  other.join();
+  EXPECT_LE((first.status == 0) + (second.status == 0), 1);
+  if (GetParam() == Dialect::SQLite) {
+    EXPECT_EQ((first.status == 0) + (second.status == 0), 1) << first.err << second.err;
+    EXPECT_THAT(namesIn(home()), UnorderedElementsAre("config", "data", "sql"));
+    EXPECT_EQ(run({"check"}).status, 0);
+  }
+}
+
 class InitPostgresql : public Init {};
+
+// What runs at the end of the transaction takes long enough for the signal to come while it commits.
+TEST_P(InitPostgresql, signalWhileTheDatabaseCommitsComesTooLate) {
+  const ProgramResult result = initMeanwhile(
+      home(),
+      "\nCREATE TABLE slow (x INTEGER);\n"
+      "CREATE FUNCTION slow() RETURNS trigger LANGUAGE plpgsql AS $$BEGIN PERFORM pg_sleep(2); RETURN NULL; END$$;\n"
+      "CREATE CONSTRAINT TRIGGER slow AFTER INSERT ON slow DEFERRABLE INITIALLY DEFERRED "
+      "FOR EACH ROW EXECUTE FUNCTION slow();\n"
+      "INSERT INTO slow VALUES (1);\n",
+      [this](int pid) {
+        const auto observer = session();
+        EXPECT_TRUE(waitUntil([&] {
+          return observer->value(
+                     "SELECT count(*) FROM pg_stat_activity "
+                     "WHERE datname = current_database() AND state = 'active' AND query = 'COMMIT'") == "1";
+        }));
+        kill(pid, SIGTERM);
+      });
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err, "");
+  EXPECT_THAT(result.out, StartsWith("home\t" + home() + "\n"));
+  EXPECT_EQ(run({"check"}).status, 0);
+}
+
+TEST_P(InitPostgresql, directoryThatFailsAfterTheDatabaseIsToldSo) {
+  const ProgramResult result = initMeanwhile(home(), [this](int) {
+    EXPECT_TRUE(waitUntil([this] { return isAtWork(directory().path()); }));
+    fs::create_directory(home());
+  });
+  EXPECT_THAT(result.err, HasSubstr("File exists; database " + value("SELECT current_database()") +
+                                    " has been filled already: init without --sample keeps what it holds\n"));
+  EXPECT_EQ(init(home()).status, 0);
+  EXPECT_EQ(run({"check"}).status, 0);
+}
 
 TEST_P(InitPostgresql, existingSchemaIsKeptWithItsData) {
   mustInit({"--sample"});

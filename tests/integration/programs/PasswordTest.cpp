@@ -150,6 +150,17 @@ TEST(PasswordInput, interruptAtThePromptLeavesNothing) {
   EXPECT_TRUE(fs::is_empty(directory.path()));
 }
 
+// A signal that comes when the program is not yet waiting must not be lost.
+TEST(PasswordInput, interruptBeforeThePromptIsWrittenIsObeyed) {
+  const TemporaryDirectory directory;
+  ProgramRun run;
+  run.typedBeforeThePrompt = true;
+  const ProgramResult result =
+      zarotest::zaroctlOnTerminal({"init", "--db", "postgresql", directory.path("gateway")}, "\x03", run);
+  EXPECT_EQ(result.status, 130) << result.err;
+  EXPECT_TRUE(fs::is_empty(directory.path()));
+}
+
 TEST(PasswordInput, embeddedDatabaseAsksForNone) {
   const TemporaryDirectory directory;
   const ProgramResult result = zarotest::zaroctlOnTerminal({"init", directory.path("gateway")}, "");

@@ -1,0 +1,17 @@
+// Files and directories on disk. What fails is thrown as RuntimeError naming the path and the reason.
+#pragma once
+
+#include <string>
+
+// "PATH: what: reason", the reason being that of `errno`.
+[[noreturn]] void throwErrno(const std::string& path, const char* what);
+
+// Waits until a file, or the entries of a directory, would outlast a power failure.
+void bringToDisk(const std::string& path);
+
+// The same for the entries of a directory after what was done there can no longer be taken back: a failure is a warning
+// on standard error.
+void tryToBringToDisk(const std::string& directory);
+
+// Renames within a file system. What has the new name already is never replaced.
+void moveWithoutReplacing(const std::string& from, const std::string& to);
