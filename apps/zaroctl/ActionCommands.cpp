@@ -1,18 +1,21 @@
 // action list, action show BITMAP
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "CommandTree.h"
 #include "Commands.h"
 #include "Text.h"
 #include "UsageError.h"
 #include "ZaroAction.h"
+#include "ZaroRuntime/DisplayLanguage.h"
 #include "ZaroRuntime/RuntimeError.h"
 
 namespace {
 
 constexpr char kSet = '1';
 constexpr char kNotSet = '0';
+constexpr const char* kDisplaySection = "UiDisplay";
 
 const char* changeText(ZaroAction::Change change) {
   switch (change) {
@@ -51,9 +54,9 @@ void refuseWrongLength(const std::string& bitMap) {
   if (bitMap.size() == kLength) {
     return;
   }
-  throw UsageError("the bitmap " + quoted(bitMap) + " has " + std::to_string(bitMap.size()) + " characters; it takes " +
-                   std::to_string(kLength) + ", one for each position from 0 to " + std::to_string(kLength - 1) +
-                   ", \"1\" for set and \"0\" for not set");
+  throw UsageError("the bitmap " + quoted(bitMap) + " has " + std::to_string(bitMap.size()) + " bytes; it takes " +
+                   std::to_string(kLength) + " characters, one for each position from 0 to " +
+                   std::to_string(kLength - 1) + ", \"1\" for set and \"0\" for not set");
 }
 
 std::string displayText(const std::string& bitMap) {
@@ -64,6 +67,12 @@ std::string displayText(const std::string& bitMap) {
     throw zaroruntime::RuntimeError(std::string("no display strings: ") + failure);
   }
   return tokens;
+}
+
+void tellOfMissingTexts(const std::vector<std::string>& keys) {
+  for (const std::string& key : zaroruntime::missingDisplayTexts(kDisplaySection, keys)) {
+    diagnose("no file of display strings has a text for " + quoted(key) + "; the key is shown instead");
+  }
 }
 
 // The key of a position's display text; null when it has none.
@@ -92,7 +101,9 @@ ExitCode showActions(Output& out, const std::string& bitMap) {
                ", which counts as not set");
     }
   }
-  out.record({{"display", displayText(bitMap)}, {"positions", positions}, {"keys", keys}, {"withoutText", withoutText}});
+  const std::string display = displayText(bitMap);
+  tellOfMissingTexts(keys);
+  out.record({{"display", display}, {"positions", positions}, {"keys", keys}, {"withoutText", withoutText}});
   return ExitCode::Found;
 }
 

@@ -1,6 +1,7 @@
 // base64 encode [FILE], base64 decode [FILE]
 #include <climits>
 #include <cstdlib>
+#include <iterator>
 #include <memory>
 #include <string>
 
@@ -14,6 +15,8 @@
 using zaroruntime::RuntimeError;
 
 namespace {
+
+constexpr char kPadding = '=';
 
 struct Free {
   void operator()(char* buffer) const { std::free(buffer); }
@@ -41,21 +44,71 @@ ExitCode encode(Output& out, const std::string& file) {
   return ExitCode::Found;
 }
 
-// Where the gateway's reading differs from what somebody who looks at the text expects.
-void explainLength(const std::string& text, int reported) {
-  switch (reported % 3) {
-    case 1:
-      diagnose("the last group is incomplete: the gateway counts one byte less than the text holds");
+// What the gateway makes of a text, character by character.
+struct Reading {
+  std::size_t taken = 0;        // characters that counted, of the alphabet or not
+  std::size_t at = 0;           // behind the last of them
+  bool foreignLast = false;     // the last of them is not Base64
+  bool skippedPadding = false;  // "=" did not end the text
+  bool endedByPadding = false;
+};
+
+bool isBase64(char character) {
+  return (character >= 'A' && character <= 'Z') || (character >= 'a' && character <= 'z') ||
+         (character >= '0' && character <= '9') || character == '+' || character == '/';
+}
+
+Reading readingOf(const std::string& text) {
+  const auto character = [&](std::size_t at) { return at < text.size() ? text[at] : '\0'; };
+  Reading reading;
+  std::size_t limit = text.size();  // one less for each character skipped
+  while (reading.taken < limit) {
+    if (character(reading.at) == kPadding) {
+      reading.endedByPadding = true;
       break;
-    case 2:
-      diagnose("the last group is incomplete: the gateway counts one byte more than the text holds, a zero");
-      break;
-    default:
-      break;
+    }
+    bool last = false;
+    while (!last && !isBase64(character(reading.at))) {
+      reading.skippedPadding = reading.skippedPadding || character(reading.at) == kPadding;
+      ++reading.at;
+      --limit;
+      last = reading.taken + 1 >= limit;
+    }
+    reading.foreignLast = !isBase64(character(reading.at));
+    reading.skippedPadding = reading.skippedPadding || character(reading.at) == kPadding;
+    ++reading.at;
+    ++reading.taken;
   }
-  const std::size_t padding = text.find('=');
-  if (padding != std::string::npos && text.find_first_not_of("=\r\n", padding) != std::string::npos) {
-    diagnose("the text behind the first \"=\" was not read");
+  return reading;
+}
+
+// By the characters of the last group; none stands for four.
+struct LastGroup {
+  const char* counted;
+  const char* spoilt;
+};
+constexpr LastGroup kLastGroups[] = {
+    {nullptr, "the last three bytes are"},
+    {"three bytes for its one character, which holds none", "the last three bytes are"},
+    {"two bytes for its two characters, which hold one", "the last two bytes are"},
+    {"one byte for its three characters, which hold two", "the last byte is"},
+};
+
+// Where the gateway's reading differs from what somebody who looks at the text expects.
+void explainReading(const std::string& text) {
+  const Reading reading = readingOf(text);
+  const LastGroup& group = kLastGroups[reading.taken % std::size(kLastGroups)];
+  if (reading.foreignLast) {
+    diagnose(std::string("the text ends in what is not Base64, and the gateway takes a character of that: ") +
+             group.spoilt + " not what was encoded");
+  } else if (group.counted != nullptr) {
+    diagnose(std::string("the last group is incomplete: the gateway counts ") + group.counted);
+  }
+  if (reading.skippedPadding) {
+    diagnose("\"=\" directly behind a character that is skipped is skipped too, and does not end the text");
+  }
+  if (reading.endedByPadding && text.find_first_not_of("=\r\n", reading.at) != std::string::npos) {
+    diagnose("the text behind the \"=\" that ends it was not read");
   }
 }
 
@@ -71,7 +124,7 @@ ExitCode decode(Output& out, const std::string& file, bool asIs) {
     throw RuntimeError(inputName(file) + ": too long for the memory: " + std::to_string(text.size()) + " bytes");
   }
   out.raw(std::string(bytes.get(), static_cast<std::size_t>(length)));
-  explainLength(text, length);
+  explainReading(text);
   if (codec.hasError()) {
     diagnose(inputName(file) + ": characters that are not Base64 were skipped");
     return ExitCode::Failure;

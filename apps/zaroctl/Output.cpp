@@ -69,6 +69,26 @@ std::string tabbedText(const std::vector<Cells>& lines) {
   return text;
 }
 
+// A document without the control characters that JSON lets stand: U+007F to U+009F, which a terminal may obey.
+std::string withoutControls(const std::string& document) {
+  std::string text;
+  text.reserve(document.size());
+  for (std::size_t at = 0; at < document.size(); ++at) {
+    const auto byte = static_cast<unsigned char>(document[at]);
+    const auto next = static_cast<unsigned char>(at + 1 < document.size() ? document[at + 1] : 0);
+    const bool twoBytes = byte == 0xc2 && next >= 0x80 && next < 0xa0;
+    if (byte != 0x7f && !twoBytes) {
+      text += document[at];
+      continue;
+    }
+    char escape[7];
+    std::snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned int>(twoBytes ? next : byte));
+    text += escape;
+    at += twoBytes ? 1 : 0;
+  }
+  return text;
+}
+
 }  // namespace
 
 void Output::value(const char* key, const Json& object) {
@@ -130,5 +150,5 @@ void Output::_write(const std::string& text) {
 
 void Output::_writeJson(const Json& document) {
   // Names need not be UTF-8; what is not becomes a replacement character.
-  _write(document.dump(2, ' ', false, Json::error_handler_t::replace) + '\n');
+  _write(withoutControls(document.dump(2, ' ', false, Json::error_handler_t::replace)) + '\n');
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <iterator>
 
 #include "ZaroRuntime/IniFile.h"
 #include "display/DisplayStrings.h"
@@ -76,6 +77,14 @@ std::vector<std::string> displayLanguageNames(const std::string& languageOrLocal
     names.push_back(name);
   }
   return names;
+}
+
+std::vector<std::string> missingDisplayTexts(const std::string& section, const std::vector<std::string>& keys) {
+  DisplayStrings strings(displayBaseFile(Installation::fromEnvironment()), section, "");
+  std::vector<std::string> missing;
+  std::copy_if(keys.begin(), keys.end(), std::back_inserter(missing),
+               [&](const std::string& key) { return !strings.get(key); });
+  return missing;
 }
 
 }  // namespace zaroruntime

@@ -32,7 +32,8 @@ void storeField(const std::string& line, Blob::Fields& fields) {
 // Binds a variable by way of a wider type that is bound already.
 template <typename Wide, typename Variable>
 bool bindAs(Blob::Fields& fields, const char* key, Variable& variable, bool intoFields) {
-  Wide wide = static_cast<Wide>(variable);
+  // A variable to be filled may never have been set, and a bool of no value must not be looked at.
+  Wide wide = intoFields ? static_cast<Wide>(variable) : Wide();
   const bool bound = Blob::bindBlobField(fields, key, wide, intoFields);
   if (bound && !intoFields) {
     variable = static_cast<Variable>(wide);

@@ -108,7 +108,8 @@ class CharacterReader {
     while (count < kCharactersPerGroup && m_taken < m_limit && *m_next != kPadding) {
       _skipForeign();
       // At the limit this character may still be foreign, even the terminating NUL. It counts all the same and turns
-      // the bits before it in its group into ones: a text that ends in a line end yields bytes that nobody encoded.
+      // the bits before it in its group into ones: a line end at the end of a text spoils the group it falls into
+      // (the bytes of "QUI" and LF are FF FF 82), or makes a group of its own, with three bytes that nobody encoded.
       const auto value = static_cast<std::int8_t>(kDecodingMap[*m_next]);
       group = (group | static_cast<std::uint32_t>(value)) << 6;
       ++m_next;
@@ -122,6 +123,9 @@ class CharacterReader {
  private:
   // Each character skipped leaves one less to consider. Skipping ends when the character after it is the last of them,
   // or when there is none: the text's NUL stands there.
+  //
+  // Padding directly behind a skipped character does not end the text: it is one more to skip, and sets the error flag.
+  // What follows it is read, and wrapped padding spoils a text: "QUJDQQ", CR LF, "==" has the bytes 41 42 43 FF.
   void _skipForeign() {
     while (kDecodingMap[*m_next] == kNotInAlphabet) {
       if (*m_next != '\r' && *m_next != '\n') {

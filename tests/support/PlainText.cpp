@@ -27,6 +27,24 @@ Number readNumber(const std::string& text) {
   return number;
 }
 
+bool isSkipped(char character) {
+  return character == '\r' || character == '\n' || character == '\t' || character == ' ';
+}
+
+void addField(const std::string& line, PlainRecord& record) {
+  std::string key;
+  std::string value;
+  bool assigned = false;
+  for (const char character : line) {
+    if (character == '=' && !assigned) {
+      assigned = true;
+    } else {
+      (assigned ? value : key) += character;
+    }
+  }
+  record.fields[key] = assigned ? value : key;
+}
+
 }  // namespace
 
 int plainInt(const std::string& text) {
@@ -54,4 +72,31 @@ std::string plainlyTrimmed(std::string text) {
     }
   }
   return text;
+}
+
+PlainRecord plainBlobRead(const std::string& text) {
+  PlainRecord record;
+  std::string line;
+  bool begun = false;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    begun = begun || !isSkipped(text[at]);
+    if (!begun) {
+      continue;
+    }
+    if (text[at] != '\n') {
+      line += text[at];
+      continue;
+    }
+    if (!line.empty() && line.back() == '\r') {
+      line.pop_back();
+    }
+    line = plainlyTrimmed(line);
+    if (line.empty()) {
+      record.length = at + 1;
+      return record;
+    }
+    addField(line, record);
+    line.clear();
+  }
+  return record;
 }

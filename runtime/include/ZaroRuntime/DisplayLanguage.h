@@ -25,4 +25,8 @@ std::string configuredDisplayLanguage(const Installation& installation);
 // names of locales too ("de_AT.UTF-8"); "C" and "POSIX" are the fallback language. Empty for what is no name of either.
 std::vector<std::string> displayLanguageNames(const std::string& languageOrLocale);
 
+// Those of `keys` that have a display text neither in the language of the installation that ZARO_HOME names nor in the
+// fallback. Throws RuntimeError when the fallback is needed and cannot be read.
+std::vector<std::string> missingDisplayTexts(const std::string& section, const std::vector<std::string>& keys);
+
 }  // namespace zaroruntime

@@ -2,6 +2,7 @@
 
 #include "Blob.h"
 #include "FuzzInput.h"
+#include "PlainText.h"
 
 namespace {
 
@@ -46,8 +47,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     before = cursor;
     Blob::Fields fields;
     FUZZ_CHECK(Blob::readBlob(cursor, fields));
-    FUZZ_CHECK(cursor >= before && cursor <= end);
-    FUZZ_CHECK(cursor == before || cursor[-1] == '\n');
+    const PlainRecord plain = plainBlobRead(std::string(before, end));
+    FUZZ_CHECK(fields == plain.fields);
+    FUZZ_CHECK(cursor == before + plain.length);
     checkRoundTrip(fields);
   }
   return 0;

@@ -146,8 +146,14 @@ TEST_F(ActionShow, explainsABitMapOfTheWrongLength) {
     EXPECT_EQ(result.status, 2) << length;
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(linesOf(result.err).size(), 1u);
-    EXPECT_THAT(result.err, HasSubstr("has " + std::to_string(length) + " characters; it takes 17, one for each"));
+    EXPECT_THAT(result.err, HasSubstr("has " + std::to_string(length) + " bytes; it takes 17 characters, one for each"));
   }
+}
+
+TEST_F(ActionShow, countsTheLengthOfABitMapInBytes) {
+  const ProgramResult result = show("1111111111111111\xc3\xbc");
+  EXPECT_EQ(result.status, 2);
+  EXPECT_THAT(result.err, HasSubstr("has 18 bytes"));
 }
 
 TEST_F(ActionShow, explainsOtherCharacters) {
@@ -174,7 +180,15 @@ TEST_F(ActionShow, saysThatThereIsNoInstallation) {
 
 TEST_F(ActionShow, showsTheKeyOfATextThatNoFileHas) {
   m_directory.write("gateway/resources/display.en.ini", "[UiDisplay]\nQuarantine=Hold\n");
-  EXPECT_EQ(display("11000000000000000", "C"), "Delete; Hold");
+  m_directory.write("gateway/resources/display.de.ini", "[UiDisplay]\nStamped=Gestempelt\n");
+  const std::string bitMap = "11010010000000000";
+  const auto missing = [](const std::string& key) {
+    return "zaroctl: no file of display strings has a text for \"" + key + "\"; the key is shown instead";
+  };
+  EXPECT_EQ(display(bitMap, "C"), "Delete; Hold; Archive; Stamped");
+  EXPECT_THAT(linesOf(show(bitMap, "C").err), ElementsAre(missing("Delete"), missing("Archive"), missing("Stamped")));
+  EXPECT_EQ(display(bitMap, "de"), "Delete; Hold; Archive; Gestempelt");
+  EXPECT_THAT(linesOf(show(bitMap, "de").err), ElementsAre(missing("Delete"), missing("Archive")));
 }
 
 }  // namespace

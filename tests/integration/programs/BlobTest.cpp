@@ -40,6 +40,18 @@ TEST(BlobRead, isAnArrayOfObjectsInJson) {
             json::parse(R"([{"record": 1, "key": "a", "value": "\""}])"));
 }
 
+TEST(BlobRead, jsonHasNoControlCharacterOfAStoredText) {
+  const std::string stored = "\x01 \x7f \xc2\x80 \xc2\x9b \xc2\x9f \xc2\xa0 \xc3\xbc \xe2\x82\xac";
+  const std::string out = filter({"blob", "read", "--json"}, "a=" + stored + "\r\n\r\n").out;
+  EXPECT_THAT(out, HasSubstr("\"\\u0001 \\u007f \\u0080 \\u009b \\u009f \xc2\xa0 \xc3\xbc \xe2\x82\xac\""));
+  EXPECT_EQ(json::parse(out).at(0).at("value"), stored);
+}
+
+TEST(BlobRead, jsonHasReplacementsForBytesThatAreNotUtf8) {
+  const std::string out = filter({"blob", "read", "--json"}, "a=\xff\x9b\r\n\r\n").out;
+  EXPECT_EQ(json::parse(out).at(0).at("value"), "\xef\xbf\xbd\xef\xbf\xbd");
+}
+
 TEST(BlobRead, escapesWhatATerminalWouldObey) {
   EXPECT_EQ(filter({"blob", "read"}, "a\tb=\x1b[31m\\\xff\n\n").out, "1\ta\\tb\t\\x1b[31m\\\\\\xff\n");
 }

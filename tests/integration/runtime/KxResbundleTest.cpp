@@ -110,11 +110,24 @@ PROCESS_TEST_F(Resbundle, isEnglishWithoutAWordForALocaleThatIsNotThere) {
   EXPECT_EQ(logged(), "");
 }
 
-PROCESS_TEST_F(Resbundle, readsNoFileOutsideTheResources) {
-  m_directory.write("display.x.ini", "[UiDisplay]\nDelete=outside\n");
-  for (const char* name : {"../x", "de/../../x", "", ".", "-de", "de-"}) {
-    settings(name);
-    EXPECT_EQ(text("Delete"), "Delete") << name;
+PROCESS_TEST_F(Resbundle, readsNoFileThatIsNoLanguages) {
+  // Where each name would lead if it went into a path as it is.
+  const struct {
+    const char* name;
+    const char* file;
+  } cases[] = {
+      {"x/y", "display.x/y.ini"}, {"x/", "display.x/.ini"},   {"de/../../x", "display.de/.ini"},
+      {"../x", "display..ini"},   {"", "display..ini"},       {".", "display..ini"},
+      {"d e", "display.d e.ini"}, {"-de", "display.-de.ini"}, {"de-", "display.de-.ini"},
+  };
+  m_directory.write("x.ini", "[UiDisplay]\nDelete=outside\n");
+  for (const auto& row : cases) {
+    m_directory.write(std::string("resources/") + row.file, "[UiDisplay]\nDelete=outside\n");
+  }
+  for (const auto& row : cases) {
+    settings(row.name);
+    EXPECT_EQ(text("Delete"), "Delete") << row.name;
+    EXPECT_EQ(text("Delete", row.name), "Delete") << row.name;
   }
 }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cstring>
 #include <random>
 #include <string>
 #include <utility>
@@ -85,6 +86,20 @@ void expectMissingKeyLeaves(Variable before) {
   EXPECT_FALSE(Blob::bindBlobField(fields, "key", variable, false));
   EXPECT_EQ(variable, before);
   EXPECT_EQ(fields, (Fields{{"other", "1"}}));
+}
+
+// Reads into a variable that nobody has set: a sanitizer sees whoever looks at it before.
+template <typename Variable>
+void expectReadIntoUnset(const std::string& text, Variable expected) {
+  Variable variable;
+  std::memset(&variable, 0xBE, sizeof variable);
+  unsigned char unset[sizeof variable];
+  std::memset(unset, 0xBE, sizeof unset);
+  Fields fields = {{"key", text}};
+  EXPECT_FALSE(Blob::bindBlobField(fields, "missing", variable, false));
+  EXPECT_EQ(std::memcmp(&variable, unset, sizeof unset), 0);
+  EXPECT_TRUE(Blob::bindBlobField(fields, "key", variable, false));
+  EXPECT_EQ(variable, expected);
 }
 
 template <typename Variable>
@@ -270,6 +285,15 @@ TEST(BindBlobField, readsEachType) {
   EXPECT_EQ(bound("2", false), std::make_pair(true, true));
   EXPECT_EQ(bound("256", false), std::make_pair(true, true));
   EXPECT_EQ(bound("-1", false), std::make_pair(true, true));
+}
+
+TEST(BindBlobField, readsIntoVariablesThatNobodyHasSet) {
+  expectReadIntoUnset("7", 7U);
+  expectReadIntoUnset("-7", -7);
+  expectReadIntoUnset("1", true);
+  expectReadIntoUnset("0", false);
+  expectReadIntoUnset("7", static_cast<unsigned short>(7));
+  expectReadIntoUnset("-7", static_cast<short>(-7));
 }
 
 TEST(BindBlobField, readsTextThatIsNoNumberAsTheDefault) {

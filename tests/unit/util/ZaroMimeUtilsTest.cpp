@@ -267,13 +267,15 @@ TEST(Base64Decode, skipsAnythingElseWithAnError) {
 
 TEST(Base64Decode, takesPaddingBehindASkippedCharacterForOneToSkip) {
   EXPECT_EQ(decoded("QUJD\r\n=QUJD"), (Decoded{6, "ABCABC", true}));
+  EXPECT_EQ(decoded("QUJDQQ\r\n=="), (Decoded{4, "ABC\xFF", true}));
 }
 
 TEST(Base64Decode, takesTheLastCharacterEvenIfItIsALineEnd) {
   EXPECT_EQ(decoded("QUJD\r\n"), (Decoded{6, std::string("ABC\x08\0\0", 6), false}));
   EXPECT_EQ(decoded("QUJD\n"), (Decoded{6, std::string("ABC\x08\0\0", 6), false}));
   EXPECT_EQ(decoded("*"), (Decoded{3, std::string("\x08\0\0", 3), true}));
-  EXPECT_EQ(decoded("QUI*"), gatewayBase64Decoded("QUI*"));
+  EXPECT_EQ(decoded("QUI\n"), (Decoded{3, "\xFF\xFF\x82", false}));
+  EXPECT_EQ(decoded("QUI*"), (Decoded{3, "\xFF\xFF\x82", true}));
   // The padding has ended the text before its line end is looked at.
   EXPECT_EQ(decoded("QQ==\r\n"), (Decoded{2, std::string("A\0", 2), false}));
 }

@@ -7,6 +7,8 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "scripted/Platform.h"
@@ -16,6 +18,8 @@ using scripted::LogLines;
 using testing::ElementsAre;
 
 namespace {
+
+static_assert(std::is_same_v<std::underlying_type_t<ZaroAction::ActionType>, int>, "holds every stored number");
 
 enum Answer { no, yes, unexpected };
 
@@ -150,10 +154,18 @@ TEST_F(ActionNames, areThoseOfTheXHeader) {
   EXPECT_EQ(lines(), LogLines());
 }
 
-TEST_F(ActionNames, areStatic) {
+TEST_F(ActionNames, stayAsTheyAreInLaterCalls) {
+  std::vector<std::pair<const char*, const char*>> names;
   for (const ActionCase& row : kActionCases) {
-    EXPECT_EQ(ZaroAction::getActionName(type(row.value)), ZaroAction::getActionName(type(row.value)));
-    EXPECT_EQ(ZaroAction::getActNameForXHdr(type(row.value)), ZaroAction::getActNameForXHdr(type(row.value)));
+    names.emplace_back(ZaroAction::getActionName(type(row.value)), ZaroAction::getActNameForXHdr(type(row.value)));
+  }
+  std::size_t at = 0;
+  for (const ActionCase& row : kActionCases) {
+    EXPECT_STREQ(names[at].first, row.name) << row.value;
+    EXPECT_STREQ(names[at].second, row.nameForXHdr) << row.value;
+    EXPECT_EQ(names[at].first, ZaroAction::getActionName(type(row.value))) << row.value;
+    EXPECT_EQ(names[at].second, ZaroAction::getActNameForXHdr(type(row.value))) << row.value;
+    ++at;
   }
 }
 

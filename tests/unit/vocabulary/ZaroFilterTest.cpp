@@ -4,6 +4,7 @@
 #include <deque>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "scripted/Platform.h"
@@ -13,6 +14,8 @@ class ZARO::GlobalSetting {};
 class ZARO::LogMsg {};
 
 namespace {
+
+static_assert(std::is_same_v<std::underlying_type_t<ZaroFilter::FilterType>, int>, "holds every stored number");
 
 struct FilterCase {
   int value;
@@ -97,7 +100,19 @@ using FilterVocabulary = FilterTest;
 TEST_F(FilterVocabulary, hasTheStoredNames) {
   for (const FilterCase& row : kFilterCases) {
     EXPECT_STREQ(ZaroFilter::getFilterName(type(row.value)), row.name) << row.value;
-    EXPECT_EQ(ZaroFilter::getFilterName(type(row.value)), ZaroFilter::getFilterName(type(row.value)));
+  }
+}
+
+TEST_F(FilterVocabulary, hasNamesThatLaterCallsLeaveAsTheyAre) {
+  std::vector<const char*> names;
+  for (const FilterCase& row : kFilterCases) {
+    names.push_back(ZaroFilter::getFilterName(type(row.value)));
+  }
+  std::size_t at = 0;
+  for (const FilterCase& row : kFilterCases) {
+    EXPECT_STREQ(names[at], row.name) << row.value;
+    EXPECT_EQ(names[at], ZaroFilter::getFilterName(type(row.value))) << row.value;
+    ++at;
   }
 }
 
@@ -121,12 +136,6 @@ TEST_F(FilterVocabulary, isListedWhole) {
     EXPECT_STREQ(definition.name, row.name);
     EXPECT_EQ(definition.attachment, row.attachment);
     ++value;
-  }
-}
-
-TEST_F(FilterVocabulary, keepsStoredValuesOutsideTheList) {
-  for (const int value : {0, 30, 1000, -1, INT_MAX, INT_MIN}) {
-    EXPECT_EQ(static_cast<int>(type(value)), value);
   }
 }
 
