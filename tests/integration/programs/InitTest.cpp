@@ -186,7 +186,7 @@ TEST_P(Init, emptyDirectoryIsFilledInPlace) {
   EXPECT_EQ(after.st_mode, before.st_mode);
   EXPECT_EQ(modeOf(homeFile("config")), 0755u);
   EXPECT_EQ(modeOf(homeFile("config/secret.key")), 0600u);
-  EXPECT_THAT(namesIn(home()), UnorderedElementsAre("config", "data", "sql"));
+  EXPECT_THAT(namesIn(home()), UnorderedElementsAre("config", "data", "resources", "sql"));
   EXPECT_EQ(run({"check"}).status, 0);
 }
 
@@ -402,7 +402,7 @@ TEST_P(Init, twoAtOnceMakeOneInstallationInAnEmptyDirectory) {
   EXPECT_LE((first.status == 0) + (second.status == 0), 1);
   if (GetParam() == Dialect::SQLite) {
     EXPECT_EQ((first.status == 0) + (second.status == 0), 1) << first.err << second.err;
-    EXPECT_THAT(namesIn(home()), UnorderedElementsAre("config", "data", "sql"));
+    EXPECT_THAT(namesIn(home()), UnorderedElementsAre("config", "data", "resources", "sql"));
     EXPECT_EQ(run({"check"}).status, 0);
   }
 }
