@@ -206,7 +206,7 @@ TEST_P(Init, directoryAboveAnEmptyOneNeedNotBeWritable) {
 TEST_P(Init, freshFileSystemIsAnEmptyDirectory) {
   fs::create_directories(homeFile("lost+found"));
   mustInit();
-  EXPECT_THAT(namesIn(home()), UnorderedElementsAre("config", "data", "lost+found", "sql"));
+  EXPECT_THAT(namesIn(home()), UnorderedElementsAre("config", "data", "lost+found", "resources", "sql"));
 }
 
 TEST_P(Init, failureLeavesAnEmptyDirectoryEmpty) {
