@@ -6,6 +6,7 @@ namespace {
 constexpr void (*kCommands[])(CommandTree&) = {
     addInit,
     addCheck,
+    addPassword,
     addAdminId,
 };
 

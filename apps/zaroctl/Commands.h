@@ -6,5 +6,6 @@ class CommandTree;
 void addAdminId(CommandTree& tree);
 void addCheck(CommandTree& tree);
 void addInit(CommandTree& tree);
+void addPassword(CommandTree& tree);
 
 void addAllCommands(CommandTree& tree);
