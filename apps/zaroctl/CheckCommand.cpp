@@ -1,5 +1,6 @@
 // check
 #include <strings.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -80,6 +81,7 @@ class InstallationCheck {
     _checkDatabaseIni();
     _checkSecretKey();
     _checkPassword();
+    _checkSettingsFit();
     _checkSettingsIni();
     _checkDisplayLanguage();
     for (const std::string& language : _displayLanguages()) {
@@ -147,22 +149,57 @@ class InstallationCheck {
       return;
     }
     std::string clear = *m_storedPassword;
-    const bool readable = m_findings.check("password", [&]() -> std::string {
-      if (_isPasswordEncrypted()) {
-        try {
-          clear = zaroruntime::decryptPassword(*m_storedPassword, m_installation.secretKey());
-        } catch (const RuntimeError& failure) {
-          throw RuntimeError(m_installation.databaseIni() + ": key Password: " + failure.what());
-        }
-        return "stored encrypted; the key opens it";
-      }
-      return clear.empty() ? "none stored" : "stored in clear";
-    });
-    if (!readable) {
+    if (!_isPasswordEncrypted()) {
+      m_findings.check("password", [&] { return _clearPasswordFinding(); });
+    } else if (!m_findings.check("password", [&] {
+                 clear = _decryptedPassword();
+                 return "stored encrypted; the key opens it";
+               })) {
       m_settings.reset();  // connecting would only say that the password is wrong
-    } else if (m_settings) {
+    }
+    if (m_settings) {
       m_settings->password = clear;
     }
+  }
+
+  std::string _clearPasswordFinding() const {
+    if (m_storedPassword->empty()) {
+      return "none stored";
+    }
+    const std::string path = m_installation.databaseIni();
+    struct stat status = {};
+    if (::stat(path.c_str(), &status) == 0 && (status.st_mode & S_IROTH) != 0) {
+      throw RuntimeError(path + ": the password is stored in clear, and everybody can read the file (chmod o-r " +
+                         path + ", or store it encrypted with zaroctl password)");
+    }
+    return "stored in clear";
+  }
+
+  std::string _decryptedPassword() const {
+    const std::string key = m_installation.secretKey();
+    try {
+      return zaroruntime::decryptPassword(*m_storedPassword, key);
+    } catch (const RuntimeError& failure) {
+      std::error_code ignored;
+      const bool lost = !fs::exists(fs::symlink_status(key, ignored));
+      throw RuntimeError(m_installation.databaseIni() + ": key Password: " + failure.what() +
+                         (lost ? " (zaroctl password makes a new key and stores the password again)" : ""));
+    }
+  }
+
+  void _checkSettingsFit() {
+    if (!m_settings) {
+      return;
+    }
+    const std::string path = m_installation.databaseIni();
+    m_findings.check("database settings", [&] {
+      try {
+        zaroruntime::requireSettingsFit(*m_settings);
+      } catch (const RuntimeError& failure) {
+        throw RuntimeError(path + ": " + failure.what());
+      }
+      return path + ": short enough for the connection string";
+    });
   }
 
   void _checkSettingsIni() {

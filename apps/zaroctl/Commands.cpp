@@ -7,6 +7,7 @@ namespace {
 constexpr void (*kCommands[])(CommandTree&) = {
     addInit,
     addCheck,
+    addPassword,
     addAdminId,
     addActionList,
     addActionShow,

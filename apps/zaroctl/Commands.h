@@ -14,5 +14,6 @@ void addBlobWrite(CommandTree& tree);
 void addCheck(CommandTree& tree);
 void addFilterList(CommandTree& tree);
 void addInit(CommandTree& tree);
+void addPassword(CommandTree& tree);
 
 void addAllCommands(CommandTree& tree);

@@ -13,5 +13,20 @@ void bringToDisk(const std::string& path);
 // on standard error.
 void tryToBringToDisk(const std::string& directory);
 
+// A lock on a directory for who changes the files in it. Throws when somebody else has it.
+class DirectoryLock {
+ public:
+  explicit DirectoryLock(const std::string& directory);
+  ~DirectoryLock();
+  DirectoryLock(const DirectoryLock&) = delete;
+  DirectoryLock& operator=(const DirectoryLock&) = delete;
+
+ private:
+  int m_fd;
+};
+
+// Gives a file the owner and group of another.
+void copyOwner(const std::string& from, const std::string& to);
+
 // Renames within a file system. What has the new name already is never replaced.
 void moveWithoutReplacing(const std::string& from, const std::string& to);

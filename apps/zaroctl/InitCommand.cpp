@@ -15,7 +15,6 @@
 #include "PasswordInput.h"
 #include "Schema.h"
 #include "Skeleton.h"
-#include "Text.h"
 #include "UsageError.h"
 #include "ZaroRuntime/IniFile.h"
 #include "ZaroRuntime/RuntimeError.h"
@@ -68,17 +67,6 @@ void refuseServerOptions(const Arguments& arguments) {
   }
 }
 
-std::string askedPassword(const Arguments& arguments) {
-  std::string password = readPassword("Password of " + escaped(arguments.user) + " at " + escaped(arguments.host) + ": ");
-  if (password.empty()) {
-    throw UsageError("the password is empty; with --no-password none is stored");
-  }
-  if (password.find('\0') != std::string::npos) {
-    throw UsageError("a password cannot hold NUL");
-  }
-  return password;
-}
-
 void copySkeleton(NewInstallation& installation, const std::string& skeleton, const std::string& dialect) {
   installation.copy(skeleton + "/config", "config");
   installation.copy(skeleton + "/sql/" + dialect, "sql");
@@ -108,6 +96,7 @@ void configure(const Installation& installation, const Arguments& arguments, con
     }
     return;
   }
+  zaroruntime::requireSettingsFit({kDataSource, arguments.user, password, arguments.database});
   setValues(installation.odbcIni(), kDataSource,
             {{"Driver", "psqlodbcw.so"},
              {"Servername", arguments.host},
@@ -169,7 +158,9 @@ ExitCode makeInstallation(Output& out, const Arguments& arguments) {
   }
   const std::string target = targetDirectory(arguments);
   const std::string skeleton = skeletonDirectory(arguments.skeleton);
-  const std::string password = server && !arguments.noPassword ? askedPassword(arguments) : "";
+  const bool withPassword = server && !arguments.noPassword;
+  const std::string password =
+      withPassword ? readNewPassword(arguments.user + " at " + arguments.host, "with --no-password none is stored") : "";
   // They name files of the installation in use; a new one has the usual names.
   unsetenv("ZARO_DB_INI");
   unsetenv("ZARO_DB_DIR");

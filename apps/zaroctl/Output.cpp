@@ -6,7 +6,7 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "Text.h"
+#include "ZaroRuntime/PrintableText.h"
 
 namespace {
 
@@ -26,7 +26,7 @@ std::string cellText(const Json& cell) {
   if (cell.is_boolean()) {
     return cell.get<bool>() ? "yes" : "no";
   }
-  return cell.is_string() ? escaped(cell.get<std::string>()) : cell.dump();
+  return cell.is_string() ? zaroruntime::printableText(cell.get<std::string>()) : cell.dump();
 }
 
 // Columns that a text takes on a terminal, counting every character as one.

@@ -9,6 +9,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "UsageError.h"
+#include "ZaroRuntime/PrintableText.h"
 #include "ZaroRuntime/RuntimeError.h"
 
 namespace {
@@ -125,4 +127,15 @@ std::string readPassword(const std::string& prompt) {
   const NoEcho silence(prompt);  // before the prompt: what is typed after it must neither show nor be thrown away
   showPrompt();
   return readLine();
+}
+
+std::string readNewPassword(const std::string& whose, const std::string& otherwise) {
+  std::string password = readPassword("Password of " + zaroruntime::printableText(whose) + ": ");
+  if (password.empty()) {
+    throw UsageError("the password is empty; " + otherwise);
+  }
+  if (password.find('\0') != std::string::npos) {
+    throw UsageError("a password cannot hold NUL");
+  }
+  return password;
 }

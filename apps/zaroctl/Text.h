@@ -1,20 +1,18 @@
-// Texts from outside, made fit to print.
+// Diagnostics on standard error.
 #pragma once
 
 #include <string>
 
-// `text` on one line and harmless to a terminal: backslashes are doubled, control characters and bytes that are not
-// UTF-8 become \n, \r, \t or \xNN. Other UTF-8 stays.
-std::string escaped(const std::string& text);
-
 // Whether `text` is UTF-8 without control characters.
 bool isPlainText(const std::string& text);
 
-// The text whose `escaped` form this is. Throws RuntimeError for a backslash that `escaped` does not write.
+// The text whose printable form (`zaroruntime::printableText`) this is. Throws RuntimeError for a backslash that such a
+// form does not hold.
 std::string unescaped(const std::string& text);
 
-// A name as diagnostics show it: in double quotes (`diagnose` escapes it), and cut with its length told if it is very long.
+// A name as diagnostics show it: in double quotes, and cut with its length told if it is very long. `diagnose` makes it
+// printable.
 std::string quoted(const std::string& name);
 
-// Prints "zaroctl: TEXT" on standard error, escaped, in one line.
+// Prints "zaroctl: TEXT" on standard error, in one printable line.
 void diagnose(const std::string& text);

@@ -98,9 +98,13 @@ TEST_P(Check, terminalGetsAnAlignedTable) {
 }
 
 TEST_P(Check, changesNothing) {
-  const auto before = value("SELECT count(*) FROM administrator");
-  run({"check"});
-  EXPECT_EQ(value("SELECT count(*) FROM administrator"), before);
+  const auto rows = rowCounts();
+  EXPECT_GT(rows.size(), 8u);
+  EXPECT_EQ(rows.at("administrator"), "6");
+  const auto files = zarotest::everythingIn(home());
+  EXPECT_EQ(run({"check"}).status, 0);
+  EXPECT_EQ(zarotest::everythingIn(home()), files);
+  EXPECT_EQ(rowCounts(), rows);
 }
 
 TEST_P(Check, missingDatabaseIniIsNamedAndTheRestStillChecked) {
@@ -218,6 +222,39 @@ TEST_P(Check, damagedStoredPasswordIsNamedAndNotShown) {
   EXPECT_EQ(wrongs(), only("password\t" + homeFile(kDatabaseIni) +
                            ": key Password: the stored password is damaged (set it again with zaroctl password)"));
   EXPECT_THAT(run({"check"}).out, Not(HasSubstr("AAAA")));
+}
+
+TEST_P(Check, storedPasswordOfAnotherKeyIsNamedWithFileAndKey) {
+  ASSERT_EQ(run({"password"}, "secret\n").status, 0);
+  writeFile("config/secret.key", std::string(32, 'k'));
+  EXPECT_EQ(wrongs(), only("password\t" + homeFile(kDatabaseIni) +
+                           ": key Password: the stored password does not open under the key " +
+                           homeFile("config/secret.key") + " (set it again with zaroctl password)"));
+  EXPECT_EQ(run({"admin", "id", "admin"}).err,
+            "zaroctl: " + homeFile(kDatabaseIni) + ": the stored password does not open under the key " +
+                homeFile("config/secret.key") + " (set it again with zaroctl password)\n");
+}
+
+TEST_P(Check, passwordInClearThatEverybodyCanReadIsNamed) {
+  replaceLine(kDatabaseIni, "Password", "Password=open secret");
+  ASSERT_EQ(chmod(homeFile(kDatabaseIni).c_str(), 0644), 0);
+  EXPECT_THAT(wrongs(), Contains("password\t" + homeFile(kDatabaseIni) +
+                                 ": the password is stored in clear, and everybody can read the file (chmod o-r " +
+                                 homeFile(kDatabaseIni) + ", or store it encrypted with zaroctl password)"));
+  EXPECT_THAT(run({"check"}).out, Not(HasSubstr("open secret")));
+  ASSERT_EQ(run({"password"}, "open secret\n").status, 0);
+  EXPECT_THAT(run({"check"}).out, HasSubstr("ok\tpassword\tstored encrypted; the key opens it\n"));
+}
+
+// Each setting may be as long as this, but the library puts them into one text.
+TEST_P(Check, settingsThatAreTooLongTogetherAreNamed) {
+  replaceLine(kDatabaseIni, "UserId", "UserId=" + std::string(250, 'u'));
+  replaceLine(kDatabaseIni, "Password", "Password=" + std::string(250, 'p'));
+  const std::string begin = "database settings\t" + homeFile(kDatabaseIni) + ": ";
+  EXPECT_THAT(wrongs(), Contains(MatchesRegex(begin + "DataSourceName, UserId, Password and Database are too long "
+                                                      "together, by [0-9]+ bytes")));
+  replaceLine(kDatabaseIni, "UserId", "UserId=" + std::string(256, 'u'));
+  EXPECT_THAT(wrongs(), Contains(begin + "UserId is longer than 255 bytes"));
 }
 
 TEST_P(Check, schemaOfAnotherVersionIsNamed) {
@@ -339,6 +376,7 @@ TEST_P(CheckPostgresql, missingKeyOfAnEncryptedPasswordIsNamed) {
   ASSERT_EQ(found.size(), 2u);
   EXPECT_THAT(found[0], StartsWith("key\t" + homeFile("config/secret.key") + ": cannot open the key file"));
   EXPECT_THAT(found[1], StartsWith("password\t" + homeFile(kDatabaseIni) + ": key Password: "));
+  EXPECT_THAT(found[1], HasSubstr("(zaroctl password makes a new key and stores the password again)"));
 }
 
 TEST_P(CheckPostgresql, unknownDatabaseIsNamed) {

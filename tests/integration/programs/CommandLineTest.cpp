@@ -26,6 +26,7 @@ const WrongUsage kWrongUsages[] = {
     {"unknownCommandOfGroup", {"admin", "frobnicate"}, "not expected: frobnicate (see zaroctl admin --help)"},
     {"missingName", {"admin", "id"}, "NAME is required (see zaroctl admin id --help)"},
     {"twoNames", {"admin", "id", "a", "b"}, "not expected: b (see zaroctl admin id --help)"},
+    {"passwordOnTheCommandLine", {"password", "secret"}, "not expected: secret (see zaroctl password --help)"},
     {"unknownOption", {"check", "--frobnicate"}, "not expected: --frobnicate (see zaroctl check --help)"},
     {"unknownOptionWithControlCharacter", {"check", "--a\x1b[31m"}, "not expected: --a\\x1b[31m"},
     {"emptyHome", {"--home", "", "check"}, "--home names no directory"},
@@ -54,7 +55,8 @@ INSTANTIATE_TEST_SUITE_P(, WrongUsageOf, testing::ValuesIn(kWrongUsages),
                          [](const auto& tested) { return std::string(tested.param.label); });
 
 TEST(CommandLine, everyHelpShowsExamples) {
-  for (const std::vector<std::string>& command : {std::vector<std::string>{}, {"init"}, {"check"}, {"admin", "id"}}) {
+  for (const std::vector<std::string>& command :
+       {std::vector<std::string>{}, {"init"}, {"check"}, {"password"}, {"admin", "id"}}) {
     std::vector<std::string> arguments = command;
     arguments.emplace_back("--help");
     const ProgramResult result = zaroctl(arguments);

@@ -104,6 +104,16 @@ TEST_P(Password, verboseLogsDoNotShowIt) {
   }
 }
 
+TEST_P(Password, changedPasswordIsStoredAndOpensTheDatabase) {
+  makeUser("old-secret");
+  ASSERT_EQ(initWith("old-secret\n").status, 0);
+  makeUser("new-secret");
+  EXPECT_EQ(run({"admin", "id", "nobody"}).status, 75);
+  const ProgramResult changed = run({"password"}, "new-secret\n");
+  EXPECT_EQ(changed.status, 0) << changed.err;
+  expectUsable("new-secret");
+}
+
 TEST_P(Password, promptOnATerminalDoesNotEcho) {
   makeUser("typed-secret");
   const ProgramResult made = zarotest::zaroctlOnTerminal(initArguments(home(), {"--user", m_role}), "typed-secret\n");
@@ -126,7 +136,7 @@ const RefusedInput kRefusedInputs[] = {
     {"nothing", "", 75, "no password on standard input"},
     {"emptyLine", "\nsecret\n", 2, "the password is empty; with --no-password none is stored"},
     {"nul", std::string("se\0cret\n", 8), 2, "a password cannot hold NUL"},
-    {"longerThanCanBeStored", std::string(256, 'x') + "\n", 75, "the password is longer than 255 bytes"},
+    {"longerThanCanBeStored", std::string(256, 'x') + "\n", 75, "Password is longer than 255 bytes"},
     {"noPasswordAtAll", std::string(5000, 'x'), 75, "too long for a password"},
 };
 

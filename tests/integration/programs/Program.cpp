@@ -106,6 +106,7 @@ class Launch {
   [[noreturn]] void exec() {
     if (m_obeysPermissions) {
       // What root loses here it does not get back from the exec; others have nothing to lose.
+      prctl(PR_CAPBSET_DROP, CAP_CHOWN, 0, 0, 0);
       prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE, 0, 0, 0);
       prctl(PR_CAPBSET_DROP, CAP_DAC_READ_SEARCH, 0, 0, 0);
     }

@@ -1,11 +1,14 @@
 #include "programs/ProgramTest.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <sstream>
 #include <utility>
 
 namespace zarotest {
@@ -88,8 +91,9 @@ void ProgramTest::mustInit(const std::vector<std::string>& more) const {
   ASSERT_EQ(made.status, 0) << made.err;
 }
 
-ProgramResult ProgramTest::run(const std::vector<std::string>& arguments) const {
+ProgramResult ProgramTest::run(const std::vector<std::string>& arguments, const std::string& input) const {
   ProgramRun run;
+  run.input = input;
   run.environment["ZARO_HOME"] = home();
   return zaroctl(arguments, run);
 }
@@ -101,6 +105,20 @@ std::unique_ptr<SqlSession> ProgramTest::session() const {
   const DataSource source{"test", "libsqlite3odbc.so", Dialect::SQLite, {}};
   return std::make_unique<SqlSession>(source, zaroruntime::DatabaseSettings{"test", "", "", "data/zaro.db"},
                                       Installation(home()), kConnectTimeOut);
+}
+
+std::map<std::string, std::string> ProgramTest::rowCounts() const {
+  const auto database = session();
+  std::istringstream tables(
+      database
+          ->value(m_database ? "SELECT string_agg(tablename, ' ') FROM pg_tables WHERE schemaname = current_schema()"
+                             : "SELECT group_concat(name, ' ') FROM sqlite_master WHERE type = 'table'")
+          .value());
+  std::map<std::string, std::string> counts;
+  for (std::string table; tables >> table;) {
+    counts[table] = database->value("SELECT count(*) FROM " + table).value();
+  }
+  return counts;
 }
 
 void ProgramTest::replaceLine(const std::string& name, const std::string& begin, const std::string& line) const {
@@ -120,6 +138,23 @@ void ProgramTest::replaceLine(const std::string& name, const std::string& begin,
 
 void ProgramTest::writeFile(const std::string& name, const std::string& text) const {
   std::ofstream(homeFile(name), std::ios::binary | std::ios::trunc) << text;
+}
+
+std::map<std::string, std::string> everythingIn(const std::string& directory) {
+  std::map<std::string, std::string> found;
+  for (const auto& entry : fs::recursive_directory_iterator(directory)) {
+    const std::string path = entry.path().string();
+    struct stat status = {};
+    lstat(path.c_str(), &status);
+    std::ostringstream state;
+    state << std::oct << status.st_mode << std::dec << ' ' << status.st_uid << ' ' << status.st_gid;
+    if (entry.is_regular_file()) {
+      const std::string text = readFile(path);
+      state << ' ' << text.size() << " bytes, hash " << std::hash<std::string>()(text);
+    }
+    found[path] = state.str();
+  }
+  return found;
 }
 
 void copySkeleton(const std::string& directory) {

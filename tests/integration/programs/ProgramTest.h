@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -51,10 +52,12 @@ class ProgramTest : public testing::TestWithParam<Dialect> {
   const TemporaryDirectory& directory() const { return m_directory; }
 
   // Runs a command on the installation.
-  ProgramResult run(const std::vector<std::string>& arguments) const;
+  ProgramResult run(const std::vector<std::string>& arguments, const std::string& input = {}) const;
   // A connection to the installation's database.
   std::unique_ptr<zaroruntime::SqlSession> session() const;
   std::string value(const std::string& query) const { return session()->value(query).value_or("NULL"); }
+  // How many rows each table of the database has.
+  std::map<std::string, std::string> rowCounts() const;
 
   // Replaces the first line that begins with `begin` in a file of the installation; empty removes it.
   void replaceLine(const std::string& name, const std::string& begin, const std::string& line) const;
@@ -64,6 +67,9 @@ class ProgramTest : public testing::TestWithParam<Dialect> {
   TemporaryDirectory m_directory;
   std::unique_ptr<ServerDatabase> m_database;
 };
+
+// Names, permissions, owners and contents of everything below a directory.
+std::map<std::string, std::string> everythingIn(const std::string& directory);
 
 // A copy of the skeleton that a test may change; its files stand where those of the installed one do.
 void copySkeleton(const std::string& directory);
