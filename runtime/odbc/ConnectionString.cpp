@@ -136,12 +136,16 @@ class Builder {
   std::string m_text;
 };
 
+std::string refusal(const DataSource& source, const RequiredOption& required) {
+  return "data source " + source.name + ": " + required.key + " must be " + required.value + ": " + required.reason;
+}
+
 template <std::size_t Count>
 void refuseOtherValues(const DataSource& source, const RequiredOption (&required)[Count]) {
   for (const RequiredOption& row : required) {
     for (const auto& option : source.options) {
       if (same(option.first, row.key) && option.second != row.value) {
-        throw RuntimeError("data source " + source.name + ": " + row.key + " must be " + row.value + ": " + row.reason);
+        throw RuntimeError(refusal(source, row));
       }
     }
   }
