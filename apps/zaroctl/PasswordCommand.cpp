@@ -51,7 +51,7 @@ std::string encryptedPassword(const std::string& password, const std::string& ke
   }
   zaroruntime::createSecretKey(keyPath);
   try {
-    const std::string stored = zaroruntime::encryptPassword(password, keyPath);
+    std::string stored = zaroruntime::encryptPassword(password, keyPath);
     copyOwner(settingsPath, keyPath);
     return stored;
   } catch (...) {
