@@ -42,6 +42,7 @@ class KxDbConnect {
   int getError(short handleType, void* handle, char* buffer, int bufferSize);
 
  private:
+  friend class KxDataAccess;  // the pool checks and mends what it lends
   struct Impl;
   Impl* m_impl;
 };

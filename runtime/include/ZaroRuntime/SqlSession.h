@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "ZaroRuntime/DataSource.h"
 #include "ZaroRuntime/Installation.h"
@@ -23,9 +24,13 @@ class SqlSession {
   void run(const std::string& statement);
   // First column of the first row; nothing for no row or NULL. Throws RuntimeError.
   std::optional<std::string> value(const std::string& query);
-  // Runs every statement of a file (comments and procedure bodies allowed) as one transaction: all or nothing.
-  // Throws RuntimeError naming the file and the line of the statement that failed.
-  void runScript(const std::string& path);
+  // Names of the columns of a query's result, which need not have rows. Throws RuntimeError.
+  std::vector<std::string> columns(const std::string& query);
+  // Runs every statement of some files (comments and procedure bodies allowed), in order, as one transaction: all or
+  // nothing. Throws RuntimeError naming the file and the line of the statement that failed.
+  void runScripts(const std::vector<std::string>& paths);
+  // The same for one file.
+  void runScript(const std::string& path) { runScripts({path}); }
 
  private:
   struct Impl;

@@ -1,0 +1,61 @@
+#include "CommandTree.h"
+
+#include <sstream>
+#include <utility>
+
+namespace {
+
+struct GroupRow {
+  const char* word;
+  const char* description;
+};
+
+constexpr GroupRow kGroups[] = {
+    {"admin", "Administrators"},
+};
+
+const char* groupDescription(const std::string& word) {
+  for (const GroupRow& group : kGroups) {
+    if (word == group.word) {
+      return group.description;
+    }
+  }
+  return "";
+}
+
+CLI::App* group(CLI::App& parent, const std::string& word) {
+  const auto known = parent.get_subcommands([&](const CLI::App* app) { return app->get_name() == word; });
+  if (!known.empty()) {
+    return known.front();
+  }
+  CLI::App* made = parent.add_subcommand(word, groupDescription(word));
+  made->require_subcommand(1);
+  return made;
+}
+
+}  // namespace
+
+CLI::App* CommandTree::add(const std::string& words, const std::string& description,
+                           const std::vector<std::string>& examples, Action action) {
+  std::istringstream rest(words);
+  CLI::App* parent = &m_root;
+  std::string word;
+  std::string next;
+  rest >> word;
+  while (rest >> next) {
+    parent = group(*parent, word);
+    word = std::exchange(next, {});
+  }
+  CLI::App* command = parent->add_subcommand(word, description);
+  command->footer(examplesText(examples));
+  command->callback([this, action = std::move(action)] { m_chosen = action; });
+  return command;
+}
+
+std::string examplesText(const std::vector<std::string>& examples) {
+  std::string text = examples.size() == 1 ? "Example:" : "Examples:";
+  for (const std::string& example : examples) {
+    text += "\n  " + example;
+  }
+  return text;
+}

@@ -1,0 +1,123 @@
+#include "Output.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <stdexcept>
+
+#include "Text.h"
+
+namespace {
+
+constexpr const char* kTableGap = "  ";
+
+std::string cellText(const Json& cell) {
+  if (cell.is_null()) {
+    return "-";
+  }
+  if (cell.is_boolean()) {
+    return cell.get<bool>() ? "yes" : "no";
+  }
+  return cell.is_string() ? escaped(cell.get<std::string>()) : cell.dump();
+}
+
+// Columns that a text takes on a terminal, counting every character as one.
+std::size_t shownWidth(const std::string& text) {
+  return static_cast<std::size_t>(std::count_if(
+      text.begin(), text.end(), [](char byte) { return (static_cast<unsigned char>(byte) & 0xc0) != 0x80; }));
+}
+
+using Cells = std::vector<std::string>;
+
+std::string tableText(const std::vector<Cells>& lines) {
+  std::vector<std::size_t> widths;
+  for (const Cells& line : lines) {
+    widths.resize(std::max(widths.size(), line.size()));
+    for (std::size_t i = 0; i < line.size(); ++i) {
+      widths[i] = std::max(widths[i], shownWidth(line[i]));
+    }
+  }
+  std::string text;
+  for (const Cells& line : lines) {
+    for (std::size_t i = 0; i < line.size(); ++i) {
+      text += line[i];
+      if (i + 1 < line.size()) {
+        text.append(widths[i] - shownWidth(line[i]), ' ').append(kTableGap);
+      }
+    }
+    text += '\n';
+  }
+  return text;
+}
+
+std::string tabbedText(const std::vector<Cells>& lines) {
+  std::string text;
+  for (const Cells& line : lines) {
+    for (std::size_t i = 0; i < line.size(); ++i) {
+      text.append(i == 0 ? "" : "\t").append(line[i]);
+    }
+    text += '\n';
+  }
+  return text;
+}
+
+}  // namespace
+
+void Output::value(const char* key, const Json& object) {
+  if (m_form == Form::Document) {
+    _writeJson(object);
+  } else {
+    _write(cellText(object.at(key)) + '\n');
+  }
+}
+
+void Output::record(const Json& object) {
+  if (m_form == Form::Document) {
+    _writeJson(object);
+    return;
+  }
+  std::vector<Cells> lines;
+  for (const auto& property : object.items()) {
+    lines.push_back({property.key(), cellText(property.value())});
+  }
+  _write(m_form == Form::Table ? tableText(lines) : tabbedText(lines));
+}
+
+void Output::rows(const std::vector<Column>& columns, const Json& rows) {
+  if (m_form == Form::Document) {
+    _writeJson(rows);
+    return;
+  }
+  std::vector<Cells> lines;
+  if (m_form == Form::Table && !rows.empty()) {
+    Cells headings;
+    for (const Column& column : columns) {
+      headings.emplace_back(column.title);
+    }
+    lines.push_back(std::move(headings));
+  }
+  for (const Json& row : rows) {
+    Cells cells;
+    for (const Column& column : columns) {
+      cells.push_back(cellText(row.at(column.key)));
+    }
+    lines.push_back(std::move(cells));
+  }
+  _write(m_form == Form::Table ? tableText(lines) : tabbedText(lines));
+}
+
+void Output::finish() {
+  if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+    throw std::runtime_error(std::string("cannot write to standard output: ") + std::strerror(errno));
+  }
+}
+
+void Output::_write(const std::string& text) {
+  std::fwrite(text.data(), 1, text.size(), stdout);
+}
+
+void Output::_writeJson(const Json& document) {
+  // Names need not be UTF-8; what is not becomes a replacement character.
+  _write(document.dump(2, ' ', false, Json::error_handler_t::replace) + '\n');
+}

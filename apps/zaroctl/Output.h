@@ -1,0 +1,40 @@
+// Results on standard output, in the form that suits the reader: aligned tables for people, tab-separated lines for
+// pipes, one JSON document with --json.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+using Json = nlohmann::ordered_json;
+
+class Output {
+ public:
+  enum class Form { Table, Lines, Document };
+
+  struct Column {
+    const char* key;    // in the row objects
+    const char* title;  // heading of the table
+  };
+
+  explicit Output(Form form) : m_form(form) {}
+
+  // A command prints its result by one of these, once.
+
+  // A result that is one value, which stands alone outside JSON.
+  void value(const char* key, const Json& object);
+  // A result that is one thing with several properties: a line for each, its name before its value.
+  void record(const Json& object);
+  // A list of alike objects, one line each. Lines have the columns in the order given and no heading. JSON also has the
+  // keys that are no columns.
+  void rows(const std::vector<Column>& columns, const Json& rows);
+
+  // Sends everything on its way; throws std::runtime_error when standard output does not take it.
+  void finish();
+
+ private:
+  void _write(const std::string& text);
+  void _writeJson(const Json& document);
+
+  Form m_form;
+};

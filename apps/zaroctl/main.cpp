@@ -1,0 +1,113 @@
+// zaroctl: the policy database of the gateway from a shell.
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdlib>
+#include <exception>
+#include <string>
+
+#include "CommandTree.h"
+#include "Commands.h"
+#include "ExitCode.h"
+#include "Output.h"
+#include "Text.h"
+#include "UsageError.h"
+
+namespace {
+
+struct GlobalOptions {
+  std::string home;
+  bool json = false;
+  int verbosity = 0;
+};
+
+void addGlobalOptions(CLI::App& app, GlobalOptions& options) {
+  app.add_option("--home", options.home, "The installation directory; else ZARO_HOME names it")->type_name("DIR");
+  app.add_flag("--json", options.json, "Print the result as JSON");
+  app.add_flag("-v,--verbose", options.verbosity, "Log warnings to standard error; twice: every step");
+  app.set_version_flag("--version", "zaroctl " ZAROCTL_VERSION);
+}
+
+// The library and the platform take these from the environment.
+void setEnvironment(const CLI::App& app, const GlobalOptions& options) {
+  if (app.count("--home") != 0) {
+    if (options.home.empty()) {
+      throw UsageError("--home names no directory");
+    }
+    setenv("ZARO_HOME", options.home.c_str(), 1);
+  }
+  constexpr int kKeepWhatIsSet = 0;
+  if (options.verbosity > 0) {
+    setenv("ZARO_LOG_LEVEL", options.verbosity > 1 ? "4" : "2", kKeepWhatIsSet);
+  } else if (std::getenv("ZARO_LOG") == nullptr) {
+    // The reason of a failure is printed anyway; who asked for a log gets it.
+    setenv("ZARO_LOG_LEVEL", "0", kKeepWhatIsSet);
+  }
+}
+
+Output::Form outputForm(const GlobalOptions& options) {
+  if (options.json) {
+    return Output::Form::Document;
+  }
+  return isatty(STDOUT_FILENO) != 0 ? Output::Form::Table : Output::Form::Lines;
+}
+
+// The words of the command as far as they were understood.
+std::string commandLine(const CLI::App& app) {
+  std::string words = app.get_name();
+  for (const CLI::App* command = &app; !command->get_subcommands().empty();) {
+    command = command->get_subcommands().front();
+    words += " " + command->get_name();
+  }
+  return words;
+}
+
+ExitCode parseFailure(const CLI::App& app, const CLI::ParseError& error) {
+  if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
+    app.exit(error);  // help or version, on standard output
+    return ExitCode::Found;
+  }
+  // What was not understood tells more than what is therefore missing.
+  const auto extra = app.remaining(true);
+  const std::string wrong = extra.empty() ? error.what() : "not expected: " + extra.front();
+  diagnose(wrong + " (see " + commandLine(app) + " --help)");
+  return ExitCode::Usage;
+}
+
+ExitCode run(int argc, const char* const* argv) {
+  CLI::App app("Make, check and ask the policy database of the gateway.", "zaroctl");
+  app.require_subcommand(1);
+  app.fallthrough();  // global options after the command too
+  app.footer(examplesText({"zaroctl init --sample /opt/gateway", "ZARO_HOME=/opt/gateway zaroctl check",
+                           "zaroctl --home /opt/gateway admin id postmaster"}));
+  GlobalOptions options;
+  addGlobalOptions(app, options);
+  CommandTree tree(app);
+  addAllCommands(tree);
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return parseFailure(app, error);
+  }
+  setEnvironment(app, options);
+  Output out(outputForm(options));
+  const ExitCode code = tree.chosen()(out);
+  out.finish();
+  return code;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  ExitCode code = ExitCode::Failure;
+  try {
+    code = run(argc, argv);
+  } catch (const UsageError& failure) {
+    diagnose(failure.what());
+    code = ExitCode::Usage;
+  } catch (const std::exception& failure) {
+    diagnose(failure.what());
+  }
+  return static_cast<int>(code);
+}

@@ -1,0 +1,35 @@
+#include "common/ThrownText.h"
+
+#include <array>
+#include <cstddef>
+
+#include "ZaroRuntime/LastFailure.h"
+
+namespace zaroruntime {
+
+namespace {
+
+struct Ring {
+  std::array<std::string, 8> texts;
+  std::size_t last = 0;
+};
+
+Ring& ring() {
+  thread_local Ring texts;
+  return texts;
+}
+
+}  // namespace
+
+void throwText(const std::string& text) {
+  Ring& texts = ring();
+  texts.last = (texts.last + 1) % texts.texts.size();
+  texts.texts[texts.last] = text;
+  throw texts.texts[texts.last].c_str();
+}
+
+std::string lastFailure() {
+  return ring().texts[ring().last];
+}
+
+}  // namespace zaroruntime

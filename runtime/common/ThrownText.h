@@ -1,0 +1,23 @@
+// The platform reports failures by throwing `const char*`. The text must outlive the objects that die on the way to the
+// handler, and a second failure that such an object's destructor meets, so it lives in a small ring of each thread.
+#pragma once
+
+#include <exception>
+#include <string>
+
+namespace zaroruntime {
+
+// Keeps `text` for this thread's next few throws and throws it.
+[[noreturn]] void throwText(const std::string& text);
+
+// Runs `operation` and lets out nothing but thrown texts.
+template <typename Operation>
+auto throwingText(Operation operation) -> decltype(operation()) {
+  try {
+    return operation();
+  } catch (const std::exception& failure) {
+    throwText(failure.what());
+  }
+}
+
+}  // namespace zaroruntime

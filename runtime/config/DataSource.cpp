@@ -1,0 +1,73 @@
+#include "ZaroRuntime/DataSource.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <cctype>
+
+#include "ZaroRuntime/IniFile.h"
+#include "ZaroRuntime/RuntimeError.h"
+
+namespace zaroruntime {
+
+namespace {
+
+struct DialectRow {
+  Dialect dialect;
+  const char* name;
+  const char* inDriver;  // part of the lower-case names of its drivers
+};
+
+constexpr DialectRow kDialects[] = {
+    {Dialect::SQLite, "sqlite", "sqlite"},
+    {Dialect::PostgreSQL, "postgresql", "psqlodbc"},
+    {Dialect::PostgreSQL, "postgresql", "postgres"},
+    {Dialect::Other, "other", ""},
+};
+
+Dialect dialectOf(const std::string& driver) {
+  std::string lower = driver;
+  std::transform(lower.begin(), lower.end(), lower.begin(),
+                 [](unsigned char sign) { return static_cast<char>(std::tolower(sign)); });
+  for (const DialectRow& row : kDialects) {
+    if (lower.find(row.inDriver) != std::string::npos) {
+      return row.dialect;
+    }
+  }
+  return Dialect::Other;
+}
+
+}  // namespace
+
+const char* dialectName(Dialect dialect) {
+  for (const DialectRow& row : kDialects) {
+    if (row.dialect == dialect) {
+      return row.name;
+    }
+  }
+  return "other";
+}
+
+DataSource readDataSource(const Installation& installation, const std::string& name) {
+  const std::string path = installation.odbcIni();
+  const IniFile ini(path);
+  if (name.empty() || !ini.hasSection(name)) {
+    throw RuntimeError(path + ": there is no section [" + name + "] for the data source");
+  }
+  DataSource source;
+  source.name = name;
+  for (auto& item : ini.items(name)) {
+    if (strcasecmp(item.first.c_str(), "Driver") == 0) {
+      source.driver = item.second;
+    } else {
+      source.options.push_back(std::move(item));
+    }
+  }
+  if (source.driver.empty()) {
+    throw RuntimeError(path + ": section [" + name + "]: key Driver is missing");
+  }
+  source.dialect = dialectOf(source.driver);
+  return source;
+}
+
+}  // namespace zaroruntime

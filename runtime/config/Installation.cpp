@@ -1,0 +1,77 @@
+#include "ZaroRuntime/Installation.h"
+
+#include <cstdlib>
+#include <utility>
+
+#include "ZaroRuntime/IniFile.h"
+#include "ZaroRuntime/RuntimeError.h"
+#include "ZaroRuntime/StoredPassword.h"
+
+namespace zaroruntime {
+
+Installation::Installation(std::string home) : m_home(std::move(home)) {
+  if (m_home.empty() || m_home.back() != '/') {
+    m_home += '/';
+  }
+}
+
+Installation Installation::fromEnvironment() {
+  const char* home = std::getenv("ZARO_HOME");
+  if (home == nullptr || *home == '\0') {
+    throw RuntimeError("ZARO_HOME is not set: it names the installation directory");
+  }
+  return Installation(home);
+}
+
+std::string Installation::path(const std::string& relative) const {
+  return m_home + relative;
+}
+
+std::string Installation::databaseIni() const {
+  const char* name = std::getenv("ZARO_DB_INI");
+  return path(std::string("config/") + (name != nullptr ? name : "database.ini"));
+}
+
+std::string Installation::odbcIni() const {
+  return path("config/odbc.ini");
+}
+
+std::string Installation::settingsIni() const {
+  return path("config/zaro.ini");
+}
+
+std::string Installation::secretKey() const {
+  return path("config/secret.key");
+}
+
+std::string Installation::sqlDirectory() const {
+  const char* directory = std::getenv("ZARO_DB_DIR");
+  return path(directory != nullptr ? std::string("sql/") + directory : "sql");
+}
+
+DatabaseSettings readDatabaseSettings(const Installation& installation) {
+  static constexpr const char* kSection = "Database_Settings";
+  const std::string path = installation.databaseIni();
+  const IniFile ini(path);
+  if (!ini.hasSection(kSection)) {
+    throw RuntimeError(path + ": section [" + kSection + "] is missing");
+  }
+  const auto required = [&](const char* key) {
+    auto value = ini.get(kSection, key);
+    if (!value) {
+      throw RuntimeError(path + ": section [" + kSection + "]: key " + key + " is missing");
+    }
+    return *value;
+  };
+  DatabaseSettings settings;
+  settings.dataSource = required("DataSourceName");
+  settings.user = required("UserId");
+  settings.database = required("Database");
+  settings.password = ini.get(kSection, "Password").value_or("");
+  if (isEncryptedPassword(settings.password)) {
+    settings.password = decryptPassword(settings.password, installation.secretKey());
+  }
+  return settings;
+}
+
+}  // namespace zaroruntime

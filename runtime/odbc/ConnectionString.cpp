@@ -1,0 +1,185 @@
+#include "odbc/ConnectionString.h"
+
+#include <strings.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <initializer_list>
+#include <vector>
+
+#include "ZaroRuntime/RuntimeError.h"
+
+namespace zaroruntime {
+
+namespace {
+
+constexpr std::size_t kLongestString = 32767;  // a signed 16-bit length
+
+struct Option {
+  const char* key;
+  const char* value;
+};
+
+// WAL lets readers go on beside a writer; writers wait for each other; foreign keys count; texts are bytes.
+const std::vector<Option> kSqliteDefaults = {
+    {"JournalMode", "WAL"}, {"SyncPragma", "NORMAL"}, {"Timeout", "5000"}, {"FKSupport", "1"}, {"NoWCHAR", "1"},
+};
+
+// Protocol 7.4-2 makes a failed statement roll back alone; with the others a COMMIT after it claims success although it
+// rolled back, or commits a half.
+const std::vector<Option> kPostgresqlDefaults = {
+    {"SSLmode", "prefer"},
+    {"Protocol", "7.4-2"},
+    {"ConnSettings", "SET standard_conforming_strings=on"},
+};
+
+bool same(const std::string& one, const char* other) {
+  return strcasecmp(one.c_str(), other) == 0;
+}
+
+// The only keys whose values the PostgreSQL driver takes out of their braces; for the others they are part of the value.
+const std::vector<std::string> kPostgresqlBraces = {"PWD", "ConnSettings"};
+
+// Builds "KEY=value;..." with values in the driver's quoting.
+class Builder {
+ public:
+  enum class Quoting { None, PostgreSQL, Braces };
+
+  Builder(const DataSource& source, Quoting quoting) : m_source(source), m_quoting(quoting) {
+    m_text = "DRIVER=";
+    _appendPlain("Driver", source.driver);
+  }
+
+  void add(const std::string& key, const std::string& value) {
+    if (key.find_first_of("=;{}") != std::string::npos) {
+      throw RuntimeError(_where(key) + "the key holds a sign that connection strings reserve");
+    }
+    m_text += key + "=";
+    if (!_takesBraces(key)) {
+      _appendPlain(key, value);
+      return;
+    }
+    m_text += '{';
+    for (const char sign : value) {
+      m_text.append(sign == '}' ? 2 : 1, sign);
+    }
+    m_text += "};";
+  }
+
+  // The defaults that the data source does not set itself, then what it sets, without `ownKeys`.
+  void addOptions(const std::vector<Option>& defaults, std::initializer_list<const char*> ownKeys) {
+    for (const Option& option : defaults) {
+      if (!_isSet(option.key)) {
+        add(option.key, option.value);
+      }
+    }
+    for (const auto& option : m_source.options) {
+      const bool own =
+          std::any_of(ownKeys.begin(), ownKeys.end(), [&](const char* key) { return same(option.first, key); });
+      if (!own) {
+        add(option.first, option.second);
+      }
+    }
+  }
+
+  std::string text() const {
+    if (m_text.size() > kLongestString) {
+      throw RuntimeError("data source " + m_source.name + ": its connection string is too long");
+    }
+    return m_text;
+  }
+
+ private:
+  bool _isSet(const char* key) const {
+    return std::any_of(m_source.options.begin(), m_source.options.end(),
+                       [&](const auto& option) { return same(option.first, key); });
+  }
+
+  bool _takesBraces(const std::string& key) const {
+    return m_quoting == Quoting::Braces ||
+           (m_quoting == Quoting::PostgreSQL &&
+            std::any_of(kPostgresqlBraces.begin(), kPostgresqlBraces.end(),
+                        [&](const std::string& known) { return same(key, known.c_str()); }));
+  }
+
+  std::string _where(const std::string& key) const { return "data source " + m_source.name + ": " + key + ": "; }
+
+  // For values that no quoting protects.
+  void _appendPlain(const std::string& key, const std::string& value) {
+    if (value.find(';') != std::string::npos || value.find('\0') != std::string::npos) {
+      throw RuntimeError(_where(key) + "a semicolon cannot be passed to this driver");
+    }
+    m_text += value + ";";
+  }
+
+  const DataSource& m_source;
+  Quoting m_quoting;
+  std::string m_text;
+};
+
+std::string databaseName(const DataSource& source, const DatabaseSettings& settings) {
+  if (!settings.database.empty()) {
+    return settings.database;
+  }
+  for (const auto& option : source.options) {
+    if (same(option.first, "Database")) {
+      return option.second;
+    }
+  }
+  throw RuntimeError("data source " + source.name + ": no database is named");
+}
+
+// The driver would make an empty database out of a mistyped name, so the file must be there.
+std::string databaseFile(const std::string& name, const Installation& installation) {
+  const std::string path = name.front() == '/' ? name : installation.path(name);
+  struct stat status = {};
+  if (::stat(path.c_str(), &status) != 0) {
+    throw RuntimeError("database file " + path + ": " + std::strerror(errno));
+  }
+  if (!S_ISREG(status.st_mode)) {
+    throw RuntimeError("database file " + path + ": not a regular file");
+  }
+  return path;
+}
+
+// No user or password goes to SQLite: it has none, and its driver would take a semicolon in one for a new option.
+std::string sqliteString(const DataSource& source, const DatabaseSettings& settings, const Installation& installation) {
+  for (const auto& option : source.options) {
+    if (same(option.first, "StepAPI") && option.second != "0") {
+      throw RuntimeError("data source " + source.name + ": StepAPI loses rows and must stay off");
+    }
+  }
+  Builder builder(source, Builder::Quoting::None);
+  builder.add("Database", databaseFile(databaseName(source, settings), installation));
+  builder.addOptions(kSqliteDefaults, {"Database"});
+  return builder.text();
+}
+
+std::string serverString(const DataSource& source, const DatabaseSettings& settings, Builder::Quoting quoting,
+                         const std::vector<Option>& defaults) {
+  Builder builder(source, quoting);
+  builder.add("Database", databaseName(source, settings));
+  builder.add("UID", settings.user);
+  builder.add("PWD", settings.password);
+  builder.addOptions(defaults, {"Database", "UID", "PWD"});
+  return builder.text();
+}
+
+}  // namespace
+
+std::string connectionString(const DataSource& source, const DatabaseSettings& settings,
+                             const Installation& installation) {
+  switch (source.dialect) {
+    case Dialect::SQLite:
+      return sqliteString(source, settings, installation);
+    case Dialect::PostgreSQL:
+      return serverString(source, settings, Builder::Quoting::PostgreSQL, kPostgresqlDefaults);
+    case Dialect::Other:
+      break;
+  }
+  return serverString(source, settings, Builder::Quoting::Braces, {});
+}
+
+}  // namespace zaroruntime

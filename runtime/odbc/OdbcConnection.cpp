@@ -1,0 +1,216 @@
+#include "odbc/OdbcConnection.h"
+
+#include <strings.h>
+
+#include <algorithm>
+
+#include "odbc/OdbcError.h"
+
+namespace zaroruntime {
+
+namespace {
+
+constexpr std::size_t kFirstPiece = 16 * 1024;
+
+OdbcHandle newEnvironment() {
+  OdbcHandle environment(SQL_HANDLE_ENV, SQL_NULL_HANDLE);
+  SQLSetEnvAttr(environment.get(), SQL_ATTR_ODBC_VERSION, reinterpret_cast<SQLPOINTER>(SQL_OV_ODBC3), 0);
+  return environment;
+}
+
+SQLPOINTER attribute(SQLULEN value) {
+  return reinterpret_cast<SQLPOINTER>(value);
+}
+
+// The functions take their input as non-const.
+SQLCHAR* input(const std::string& text) {
+  return reinterpret_cast<SQLCHAR*>(const_cast<char*>(text.c_str()));
+}
+
+}  // namespace
+
+OdbcConnection::OdbcConnection() : m_buffer(kFirstPiece) {}
+
+OdbcConnection::~OdbcConnection() {
+  disconnect();
+}
+
+void OdbcConnection::connect(const std::string& connectionString, Dialect dialect, int timeOut) {
+  disconnect();
+  if (m_environment.get() == SQL_NULL_HANDLE) {
+    m_environment = newEnvironment();
+  }
+  // A new handle for every connection: some drivers keep the failed state of the old one.
+  m_connection = OdbcHandle(SQL_HANDLE_DBC, m_environment.get());
+  if (timeOut > 0) {
+    SQLSetConnectAttr(m_connection.get(), SQL_ATTR_LOGIN_TIMEOUT, attribute(static_cast<SQLULEN>(timeOut)), 0);
+  }
+  SQLSMALLINT length = 0;
+  _test(SQLDriverConnect(m_connection.get(), nullptr, input(connectionString),
+                         static_cast<SQLSMALLINT>(connectionString.size()), nullptr, 0, &length, SQL_DRIVER_NOPROMPT),
+        "SQLDriverConnect");
+  m_connected = true;
+  try {
+    m_statement = OdbcHandle(SQL_HANDLE_STMT, m_connection.get());
+    // Braces in a text are not ODBC's own escapes.
+    SQLSetStmtAttr(m_statement.get(), SQL_ATTR_NOSCAN, attribute(SQL_NOSCAN_ON), 0);
+    if (dialect == Dialect::SQLite) {
+      _checkDatabaseIsFile();
+    }
+  } catch (...) {
+    disconnect();
+    throw;
+  }
+}
+
+void OdbcConnection::disconnect() noexcept {
+  m_columns.clear();
+  m_row.clear();
+  m_statement.reset();
+  if (m_connected) {
+    SQLDisconnect(m_connection.get());
+    m_connected = false;
+  }
+  m_connection.reset();
+}
+
+void OdbcConnection::execute(const std::string& statement) {
+  closeResult();
+  const SQLRETURN result = SQLExecDirect(m_statement.get(), input(statement), static_cast<SQLINTEGER>(statement.size()));
+  if (result != SQL_NO_DATA) {  // an update of nothing
+    _test(result, "SQLExecDirect");
+  }
+  _describeColumns();
+}
+
+void OdbcConnection::closeResult() noexcept {
+  m_columns.clear();
+  m_row.clear();
+  if (m_statement.get() != SQL_NULL_HANDLE) {
+    SQLFreeStmt(m_statement.get(), SQL_CLOSE);
+  }
+}
+
+bool OdbcConnection::fetch() {
+  m_row.clear();
+  if (!hasColumns()) {
+    return false;
+  }
+  const SQLRETURN result = SQLFetch(m_statement.get());
+  if (result == SQL_NO_DATA) {
+    return false;
+  }
+  _test(result, "SQLFetch");
+  // A column can be read only once, and callers may ask for it again.
+  m_row.resize(m_columns.size());
+  for (std::size_t column = 0; column < m_columns.size(); ++column) {
+    std::string text;
+    if (_readColumn(column, text)) {
+      m_row[column] = std::move(text);
+    }
+  }
+  return true;
+}
+
+bool OdbcConnection::nextResult() {
+  m_columns.clear();
+  m_row.clear();
+  const SQLRETURN result = SQLMoreResults(m_statement.get());
+  if (result == SQL_NO_DATA) {
+    return false;
+  }
+  _test(result, "SQLMoreResults");
+  _describeColumns();
+  return true;
+}
+
+std::optional<std::size_t> OdbcConnection::findColumn(const char* name) const {
+  for (std::size_t column = 0; column < m_columns.size(); ++column) {
+    if (strcasecmp(m_columns[column].c_str(), name) == 0) {
+      return column;
+    }
+  }
+  return std::nullopt;
+}
+
+// A file that cannot be opened for writing, or a wrong setting, silently gives a temporary database.
+void OdbcConnection::_checkDatabaseIsFile() {
+  execute("PRAGMA database_list");
+  const auto file = findColumn("file");
+  const bool onDisk = file && fetch() && value(*file).has_value() && !value(*file)->empty();
+  closeResult();
+  if (!onDisk) {
+    throw OdbcError("08001", "the driver opened a temporary database instead of the file", false);
+  }
+}
+
+void OdbcConnection::_describeColumns() {
+  m_row.clear();
+  SQLSMALLINT count = 0;
+  _test(SQLNumResultCols(m_statement.get(), &count), "SQLNumResultCols");
+  m_columns.clear();
+  for (SQLSMALLINT column = 1; column <= count; ++column) {
+    SQLCHAR name[256] = {};
+    SQLSMALLINT length = 0;
+    SQLSMALLINT type = 0;
+    SQLSMALLINT digits = 0;
+    SQLSMALLINT nullable = 0;
+    SQLULEN size = 0;
+    _test(SQLDescribeCol(m_statement.get(), static_cast<SQLUSMALLINT>(column), name, sizeof name, &length, &type, &size,
+                         &digits, &nullable),
+          "SQLDescribeCol");
+    m_columns.emplace_back(reinterpret_cast<const char*>(name));
+  }
+}
+
+// False for NULL. Everything is read as characters: as a C integer an identifier above 2^31 would come out negative.
+bool OdbcConnection::_readColumn(std::size_t column, std::string& value) {
+  const auto number = static_cast<SQLUSMALLINT>(column + 1);
+  SQLLEN length = 0;
+  SQLRETURN result =
+      SQLGetData(m_statement.get(), number, SQL_C_CHAR, m_buffer.data(), static_cast<SQLLEN>(m_buffer.size()), &length);
+  _test(result, "SQLGetData");
+  if (length == SQL_NULL_DATA) {
+    return false;
+  }
+  const bool cut = length == SQL_NO_TOTAL || static_cast<std::size_t>(length) >= m_buffer.size();
+  if (!cut) {
+    value.assign(m_buffer.data(), static_cast<std::size_t>(length));
+    return true;
+  }
+  // The length told is what was left before the call, unless the driver does not know it. So the rest is read in one
+  // piece: reading in many small ones makes some drivers copy the value again each time.
+  std::size_t filled = m_buffer.size() - 1;
+  value.assign(m_buffer.data(), filled);
+  while (result == SQL_SUCCESS_WITH_INFO) {
+    const std::size_t room = length != SQL_NO_TOTAL ? static_cast<std::size_t>(length) + 1 : 2 * filled;
+    value.resize(filled + room);
+    result = SQLGetData(m_statement.get(), number, SQL_C_CHAR, &value[filled], static_cast<SQLLEN>(room), &length);
+    if (result == SQL_NO_DATA) {
+      break;
+    }
+    _test(result, "SQLGetData");
+    const bool cutAgain = length == SQL_NO_TOTAL || static_cast<std::size_t>(length) >= room;
+    filled += cutAgain ? room - 1 : static_cast<std::size_t>(length);
+  }
+  value.resize(filled);
+  return true;
+}
+
+void OdbcConnection::_test(SQLRETURN result, const char* call) {
+  if (SQL_SUCCEEDED(result)) {
+    return;
+  }
+  OdbcDiagnostics found = readDiagnostics(SQL_HANDLE_STMT, m_statement.get());
+  if (found.text.empty()) {
+    found = readDiagnostics(SQL_HANDLE_DBC, m_connection.get());
+  }
+  SQLUINTEGER dead = SQL_CD_FALSE;
+  if (m_connected) {
+    SQLGetConnectAttr(m_connection.get(), SQL_ATTR_CONNECTION_DEAD, &dead, sizeof dead, nullptr);
+  }
+  throw OdbcError(found.state, std::string(call) + ": " + (found.text.empty() ? "failed without a reason" : found.text),
+                  dead == SQL_CD_TRUE);
+}
+
+}  // namespace zaroruntime

@@ -1,0 +1,60 @@
+// One ODBC connection with one statement: the only place that calls the driver manager.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "ZaroRuntime/DataSource.h"
+#include "odbc/OdbcHandle.h"
+
+namespace zaroruntime {
+
+// Failures are thrown as OdbcError. An object belongs to one thread at a time.
+class OdbcConnection {
+ public:
+  OdbcConnection();
+  ~OdbcConnection();
+  OdbcConnection(const OdbcConnection&) = delete;
+  OdbcConnection& operator=(const OdbcConnection&) = delete;
+
+  // Connects anew, closing what was open. `timeOut` in seconds; 0 waits as long as the driver does.
+  void connect(const std::string& connectionString, Dialect dialect, int timeOut);
+  void disconnect() noexcept;
+  bool isConnected() const { return m_connected; }
+
+  // Runs a statement; rows are then fetched.
+  void execute(const std::string& statement);
+  // Closes the result, if any.
+  void closeResult() noexcept;
+  // True when there is a row, now current. False at the end, and for results without columns.
+  bool fetch();
+  // True when there is another result, now open.
+  bool nextResult();
+  bool hasColumns() const { return !m_columns.empty(); }
+  // Names of the open result's columns.
+  const std::vector<std::string>& columns() const { return m_columns; }
+
+  // Index of a column by name, regardless of case; nothing if there is none.
+  std::optional<std::size_t> findColumn(const char* name) const;
+  // Value of the current row; nothing for NULL.
+  const std::optional<std::string>& value(std::size_t column) const { return m_row[column]; }
+
+  SQLHSTMT statement() const { return m_statement.get(); }
+
+ private:
+  void _checkDatabaseIsFile();
+  void _describeColumns();
+  bool _readColumn(std::size_t column, std::string& value);
+  void _test(SQLRETURN result, const char* call);
+
+  OdbcHandle m_environment;
+  OdbcHandle m_connection;
+  OdbcHandle m_statement;
+  bool m_connected = false;
+  std::vector<std::string> m_columns;
+  std::vector<std::optional<std::string>> m_row;
+  std::vector<char> m_buffer;  // first piece of every column
+};
+
+}  // namespace zaroruntime

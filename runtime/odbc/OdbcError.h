@@ -1,0 +1,27 @@
+// A failed ODBC call.
+#pragma once
+
+#include <string>
+
+#include "ZaroRuntime/RuntimeError.h"
+
+namespace zaroruntime {
+
+class OdbcError : public RuntimeError {
+ public:
+  // `state` is the first SQLSTATE, `text` all diagnostics with the name of the call.
+  OdbcError(std::string state, const std::string& text, bool connectionDead);
+
+  // The session with the server is gone.
+  bool isConnectionLost() const;
+  // The server said that it was ending the session, so it did not run the statement.
+  bool isRefusedByShutdown() const;
+  // Another attempt to connect may succeed: the server could not be reached, or is starting or stopping.
+  bool mayConnectLater() const;
+
+ private:
+  std::string m_state;
+  bool m_connectionDead;
+};
+
+}  // namespace zaroruntime

@@ -1,0 +1,96 @@
+#include "ZaroRuntime/SqlSession.h"
+
+#include "ZaroRuntime/RuntimeError.h"
+#include "common/FileText.h"
+#include "odbc/ConnectionString.h"
+#include "odbc/OdbcConnection.h"
+#include "odbc/OdbcError.h"
+#include "sql/SqlText.h"
+
+namespace zaroruntime {
+
+namespace {
+
+constexpr std::size_t kLargestScript = 64 * 1024 * 1024;
+
+struct Script {
+  std::string path;
+  std::vector<ScriptStatement> statements;
+};
+
+Script readScript(const std::string& path) {
+  try {
+    return {path, splitScript(readFileText(path, kLargestScript))};
+  } catch (const RuntimeError& failure) {
+    throw RuntimeError(path + ": " + failure.what());
+  }
+}
+
+}  // namespace
+
+struct SqlSession::Impl {
+  OdbcConnection odbc;
+  const char* begin;  // how this dialect begins a transaction that will write
+
+  void runAll(const Script& script) {
+    for (const ScriptStatement& statement : script.statements) {
+      try {
+        odbc.execute(statement.text);
+        odbc.closeResult();
+      } catch (const OdbcError& failure) {
+        odbc.disconnect();  // rolls back
+        throw RuntimeError(script.path + ": line " + std::to_string(statement.line) + ": " + failure.what());
+      }
+    }
+  }
+};
+
+SqlSession::SqlSession(const DataSource& source, const DatabaseSettings& settings, const Installation& installation,
+                       int connectTimeOut)
+    : m_impl(std::make_unique<Impl>()) {
+  m_impl->begin = source.dialect == Dialect::SQLite ? "BEGIN IMMEDIATE" : "BEGIN";
+  const std::string target = connectionString(source, settings, installation);
+  try {
+    m_impl->odbc.connect(target, source.dialect, connectTimeOut);
+  } catch (const OdbcError& failure) {
+    throw RuntimeError("data source " + source.name + " (driver " + source.driver + "): " + failure.what());
+  }
+}
+
+SqlSession::~SqlSession() = default;
+
+void SqlSession::run(const std::string& statement) {
+  m_impl->odbc.execute(statement);
+  m_impl->odbc.closeResult();
+}
+
+std::optional<std::string> SqlSession::value(const std::string& query) {
+  m_impl->odbc.execute(query);
+  std::optional<std::string> first;
+  if (m_impl->odbc.fetch()) {
+    first = m_impl->odbc.value(0);
+  }
+  m_impl->odbc.closeResult();
+  return first;
+}
+
+std::vector<std::string> SqlSession::columns(const std::string& query) {
+  m_impl->odbc.execute(query);
+  std::vector<std::string> names = m_impl->odbc.columns();
+  m_impl->odbc.closeResult();
+  return names;
+}
+
+void SqlSession::runScripts(const std::vector<std::string>& paths) {
+  std::vector<Script> scripts;
+  for (const std::string& path : paths) {
+    scripts.push_back(readScript(path));
+  }
+  run(m_impl->begin);
+  for (const Script& script : scripts) {
+    m_impl->runAll(script);
+  }
+  run("COMMIT");
+}
+
+}  // namespace zaroruntime

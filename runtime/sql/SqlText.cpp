@@ -1,0 +1,294 @@
+#include "sql/SqlText.h"
+
+#include <algorithm>
+#include <cctype>
+#include <utility>
+
+#include "ZaroRuntime/RuntimeError.h"
+
+namespace zaroruntime {
+
+namespace {
+
+bool isBlank(char sign) {
+  return std::isspace(static_cast<unsigned char>(sign)) != 0;
+}
+
+// Bytes over 127 count as letters, as they do in both databases.
+bool isWord(char sign) {
+  const auto byte = static_cast<unsigned char>(sign);
+  return std::isalnum(byte) != 0 || sign == '_' || byte > 127;
+}
+
+bool startsWith(std::string_view text, std::size_t at, std::string_view what) {
+  return text.compare(at, what.size(), what) == 0;
+}
+
+// One past the closing quote, or npos.
+std::size_t endOfQuoted(std::string_view text, std::size_t open, char quote, bool backslashEscapes) {
+  const char stops[] = {quote, backslashEscapes ? '\\' : quote};
+  std::size_t at = open + 1;
+  while ((at = text.find_first_of(std::string_view(stops, 2), at)) != std::string_view::npos) {
+    const bool doubled = at + 1 < text.size() && text[at + 1] == quote;
+    if (text[at] == quote && !doubled) {
+      return at + 1;
+    }
+    at += 2;  // a doubled quote, or a backslash with what it escapes
+  }
+  return std::string_view::npos;
+}
+
+std::size_t endOfComment(std::string_view text, std::size_t open) {
+  int depth = 0;
+  for (std::size_t at = open; at + 1 < text.size();) {
+    if (startsWith(text, at, "/*")) {
+      ++depth;
+      at += 2;
+    } else if (startsWith(text, at, "*/")) {
+      at += 2;
+      if (--depth == 0) {
+        return at;
+      }
+    } else {
+      ++at;
+    }
+  }
+  return std::string_view::npos;
+}
+
+// The opening $tag$ at `at`, or nothing.
+std::string_view dollarTag(std::string_view text, std::size_t at) {
+  std::size_t end = at + 1;
+  while (end < text.size() && isWord(text[end])) {
+    ++end;
+  }
+  const bool number = end > at + 1 && std::isdigit(static_cast<unsigned char>(text[at + 1])) != 0;
+  return end < text.size() && text[end] == '$' && !number ? text.substr(at, end + 1 - at) : std::string_view();
+}
+
+// What begins at `at`, and where it ends; Code where nothing does.
+SqlSegment segmentAt(std::string_view text, std::size_t at) {
+  const char sign = text[at];
+  const bool afterWord = at > 0 && isWord(text[at - 1]);
+  std::size_t end = std::string_view::npos;
+  SqlPiece piece = SqlPiece::Code;
+  if (sign == '\'') {
+    const bool escapes = afterWord && (text[at - 1] == 'e' || text[at - 1] == 'E') && (at < 2 || !isWord(text[at - 2]));
+    piece = escapes ? SqlPiece::EscapeLiteral : SqlPiece::Literal;
+    end = endOfQuoted(text, at, sign, escapes);
+  } else if (sign == '"') {
+    piece = SqlPiece::QuotedName;
+    end = endOfQuoted(text, at, sign, false);
+  } else if (startsWith(text, at, "--")) {
+    piece = SqlPiece::Comment;
+    end = std::min(text.find('\n', at), text.size());  // the end of the text ends it too
+  } else if (startsWith(text, at, "/*")) {
+    piece = SqlPiece::Comment;
+    end = endOfComment(text, at);
+  } else if (sign == '$' && !afterWord) {
+    const std::string_view tag = dollarTag(text, at);
+    if (!tag.empty()) {
+      piece = SqlPiece::DollarLiteral;
+      end = text.find(tag, at + tag.size());
+      end = end == std::string_view::npos ? end : end + tag.size();
+    }
+  }
+  const bool closed = end != std::string_view::npos;
+  return {piece, at, closed ? end : text.size(), closed};
+}
+
+const char* nameOf(SqlPiece piece) {
+  switch (piece) {
+    case SqlPiece::QuotedName:
+      return "quoted name";
+    case SqlPiece::Comment:
+      return "comment";
+    default:
+      return "literal";
+  }
+}
+
+// Words of code in capitals, one after the other.
+class Words {
+ public:
+  explicit Words(std::string_view text) : m_text(text) {}
+
+  std::string next() {
+    while (m_at < m_text.size() && !isWord(m_text[m_at])) {
+      if (m_text[m_at] == '\'' || m_text[m_at] == '"') {
+        return {};
+      }
+      ++m_at;
+    }
+    std::string word;
+    for (; m_at < m_text.size() && isWord(m_text[m_at]); ++m_at) {
+      word += static_cast<char>(std::toupper(static_cast<unsigned char>(m_text[m_at])));
+    }
+    return word;
+  }
+
+ private:
+  std::string_view m_text;
+  std::size_t m_at = 0;
+};
+
+// Tells where the statements of a script end.
+class StatementEnd {
+ public:
+  // Takes the next word of code.
+  void takeWord(const std::string& word) {
+    ++m_words;
+    m_created = m_words == 1 ? word == "CREATE" : m_created;
+    // CREATE [TEMP | TEMPORARY | OR REPLACE | CONSTRAINT] TRIGGER; further on it would be a mere name.
+    m_trigger = m_trigger || (m_created && m_words <= 4 && word == "TRIGGER");
+    if (m_trigger && (word == "BEGIN" || word == "CASE")) {
+      ++m_depth;
+    } else if (m_trigger && word == "END" && m_depth > 0) {
+      --m_depth;
+    }
+  }
+
+  bool isAtSemicolon() const { return m_depth == 0; }
+
+  void reset() { *this = StatementEnd(); }
+
+ private:
+  int m_words = 0;
+  int m_depth = 0;  // open BEGIN and CASE in a trigger
+  bool m_created = false;
+  bool m_trigger = false;
+};
+
+}  // namespace
+
+std::vector<SqlSegment> scanSql(std::string_view text) {
+  std::vector<SqlSegment> segments;
+  std::size_t codeBegin = 0;
+  std::size_t at = 0;
+  while ((at = text.find_first_of("'\"-/$", at)) != std::string_view::npos) {
+    const SqlSegment found = segmentAt(text, at);
+    if (found.piece == SqlPiece::Code) {
+      ++at;
+      continue;
+    }
+    if (found.begin > codeBegin) {
+      segments.push_back({SqlPiece::Code, codeBegin, found.begin, true});
+    }
+    segments.push_back(found);
+    at = codeBegin = found.end;
+  }
+  if (codeBegin < text.size()) {
+    segments.push_back({SqlPiece::Code, codeBegin, text.size(), true});
+  }
+  return segments;
+}
+
+std::string whyNotOneStatement(std::string_view text) {
+  bool ended = false;
+  for (const SqlSegment& segment : scanSql(text)) {
+    if (!segment.closed) {
+      return std::string("a ") + nameOf(segment.piece) + " does not end";
+    }
+    if (segment.piece == SqlPiece::Comment) {
+      return "a statement must not hold comments";
+    }
+    if (segment.piece != SqlPiece::Code) {
+      if (ended) {
+        return "more than one statement";
+      }
+      continue;
+    }
+    for (const char sign : text.substr(segment.begin, segment.end - segment.begin)) {
+      if (sign == ';') {
+        ended = true;
+      } else if (ended && !isBlank(sign)) {
+        return "more than one statement";
+      }
+    }
+  }
+  return {};
+}
+
+TransactionVerb transactionVerb(std::string_view statement) {
+  Words words(statement.substr(0, 128));
+  const std::string first = words.next();
+  if (first == "BEGIN" || first == "START") {
+    return TransactionVerb::Begin;
+  }
+  if (first == "COMMIT" || first == "END") {
+    return TransactionVerb::Commit;
+  }
+  if (first != "ROLLBACK" && first != "ABORT") {
+    return TransactionVerb::None;
+  }
+  for (std::string word = words.next(); !word.empty(); word = words.next()) {
+    if (word == "TO") {
+      return TransactionVerb::None;
+    }
+  }
+  return TransactionVerb::Rollback;
+}
+
+std::vector<ScriptStatement> splitScript(std::string_view script) {
+  std::vector<ScriptStatement> statements;
+  ScriptStatement current;
+  StatementEnd end;
+  std::size_t line = 1;
+
+  const auto append = [&](std::string_view text) {
+    for (const char sign : text) {
+      if (current.text.empty() && !isBlank(sign)) {
+        current.line = line;
+      }
+      if (!current.text.empty() || !isBlank(sign)) {
+        current.text += sign;
+      }
+      line += sign == '\n' ? 1 : 0;
+    }
+  };
+  const auto finish = [&] {
+    while (!current.text.empty() && isBlank(current.text.back())) {
+      current.text.pop_back();
+    }
+    if (!current.text.empty()) {
+      statements.push_back(current);
+    }
+    current = ScriptStatement();
+    end.reset();
+  };
+
+  for (const SqlSegment& segment : scanSql(script)) {
+    const std::string_view text = script.substr(segment.begin, segment.end - segment.begin);
+    if (!segment.closed) {
+      throw RuntimeError("line " + std::to_string(line) + ": a " + nameOf(segment.piece) + " does not end");
+    }
+    if (segment.piece == SqlPiece::Comment) {
+      append(" ");
+      line += static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+      continue;
+    }
+    if (segment.piece != SqlPiece::Code) {
+      append(text);
+      continue;
+    }
+    for (std::size_t at = 0; at < text.size();) {
+      if (isWord(text[at])) {
+        const std::size_t begin = at;
+        at = static_cast<std::size_t>(
+            std::find_if_not(text.begin() + static_cast<std::ptrdiff_t>(at), text.end(), isWord) - text.begin());
+        end.takeWord(Words(text.substr(begin, at - begin)).next());
+        append(text.substr(begin, at - begin));
+      } else if (text[at] == ';' && end.isAtSemicolon()) {
+        finish();
+        ++at;
+      } else {
+        append(text.substr(at, 1));
+        ++at;
+      }
+    }
+  }
+  finish();
+  return statements;
+}
+
+}  // namespace zaroruntime

@@ -1,0 +1,49 @@
+// The lexical structure of SQL text, as far as both databases share it: where literals, quoted names and comments lie.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace zaroruntime {
+
+enum class SqlPiece {
+  Code,           // everything else
+  Literal,        // 'text', with '' for a quote
+  EscapeLiteral,  // E'text', where a backslash escapes
+  DollarLiteral,  // $tag$text$tag$
+  QuotedName,     // "name"
+  Comment,        // -- to the end of the line, or /* */ (nesting)
+};
+
+struct SqlSegment {
+  SqlPiece piece;
+  std::size_t begin;
+  std::size_t end;  // one past the last byte
+  bool closed;      // false where the text ends inside
+};
+
+// Segments in order, without gaps. The opening E of an escape literal belongs to the code before it.
+std::vector<SqlSegment> scanSql(std::string_view text);
+
+// Why a text is not one statement that may be executed: a second statement behind a semicolon, a comment (drivers count
+// parameter marks in them), or a literal or quoted name that does not end. Empty when nothing is wrong.
+std::string whyNotOneStatement(std::string_view text);
+
+enum class TransactionVerb { None, Begin, Commit, Rollback };
+
+// What a statement does to the connection's transaction, told from its first words. A rollback to a savepoint does
+// nothing to it.
+TransactionVerb transactionVerb(std::string_view statement);
+
+struct ScriptStatement {
+  std::string text;
+  std::size_t line;  // of its first word, from 1
+};
+
+// The statements of a script: split at semicolons, except inside literals and inside the body of CREATE TRIGGER ...
+// BEGIN ... END; comments dropped. Throws RuntimeError where a literal, name or comment does not end.
+std::vector<ScriptStatement> splitScript(std::string_view script);
+
+}  // namespace zaroruntime

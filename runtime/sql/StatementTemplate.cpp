@@ -1,0 +1,119 @@
+#include "sql/StatementTemplate.h"
+
+#include <cctype>
+#include <cstring>
+#include <utility>
+
+#include "ZaroRuntime/RuntimeError.h"
+#include "ZaroRuntime/StatementFile.h"
+#include "common/FileText.h"
+#include "sql/SqlText.h"
+
+namespace zaroruntime {
+
+namespace {
+
+constexpr std::size_t kLargestStatementFile = 1024 * 1024;
+
+std::string withoutTrailingEnd(std::string text) {
+  while (!text.empty() && (text.back() == ';' || std::isspace(static_cast<unsigned char>(text.back())) != 0)) {
+    text.pop_back();
+  }
+  return text;
+}
+
+bool hasUndoubledQuote(const char* text) {
+  for (const char* quote = std::strchr(text, '\''); quote != nullptr; quote = std::strchr(quote + 2, '\'')) {
+    if (quote[1] != '\'') {
+      return true;
+    }
+  }
+  return false;
+}
+
+}  // namespace
+
+StatementTemplate::StatementTemplate(std::string text) : m_text(withoutTrailingEnd(std::move(text))) {
+  if (m_text.empty()) {
+    throw RuntimeError("there is no statement");
+  }
+  if (m_text.find('\0') != std::string::npos) {
+    throw RuntimeError("there is a NUL byte");
+  }
+  const std::string wrong = whyNotOneStatement(m_text);
+  if (!wrong.empty()) {
+    throw RuntimeError(wrong);
+  }
+  for (const SqlSegment& segment : scanSql(m_text)) {
+    for (std::size_t at = segment.begin; at < segment.end; ++at) {
+      if (m_text[at] != '%') {
+        continue;
+      }
+      const char letter = at + 1 < segment.end ? m_text[at + 1] : '\0';
+      if (letter == '\0' || std::strchr("sdu%", letter) == nullptr) {
+        throw RuntimeError("a percent sign is not followed by s, d, u or another percent sign");
+      }
+      if (letter == 's' && segment.piece != SqlPiece::Literal) {
+        throw RuntimeError("%s stands outside a plain literal");
+      }
+      m_conversions.push_back({letter, at});
+      ++at;
+    }
+  }
+}
+
+std::string StatementTemplate::conversions() const {
+  std::string letters;
+  for (const Conversion& conversion : m_conversions) {
+    if (conversion.letter != '%') {
+      letters += conversion.letter;
+    }
+  }
+  return letters;
+}
+
+std::string StatementTemplate::format(va_list arguments) const {
+  std::string statement;
+  statement.reserve(m_text.size() + 64);
+  std::size_t rest = 0;
+  int count = 0;
+  for (const Conversion& conversion : m_conversions) {
+    statement.append(m_text, rest, conversion.position - rest);
+    rest = conversion.position + 2;
+    if (conversion.letter == '%') {
+      statement += '%';
+      continue;
+    }
+    ++count;
+    if (conversion.letter == 'd') {
+      statement += std::to_string(va_arg(arguments, int));
+    } else if (conversion.letter == 'u') {
+      statement += std::to_string(va_arg(arguments, unsigned int));
+    } else {
+      const char* text = va_arg(arguments, const char*);
+      if (text == nullptr) {
+        throw RuntimeError("argument " + std::to_string(count) + " is a null text");
+      }
+      if (hasUndoubledQuote(text)) {
+        throw RuntimeError("argument " + std::to_string(count) + " holds a quote that is not doubled");
+      }
+      statement += text;
+    }
+  }
+  return statement.append(m_text, rest, std::string::npos);
+}
+
+StatementTemplate readStatementFile(const std::string& path) {
+  std::string text = readFileText(path, kLargestStatementFile);
+  try {
+    return StatementTemplate(std::move(text));
+  } catch (const RuntimeError& failure) {
+    throw RuntimeError(path + ": " + failure.what());
+  }
+}
+
+std::string statementConversions(const std::string& path) {
+  return readStatementFile(path).conversions();
+}
+
+}  // namespace zaroruntime
