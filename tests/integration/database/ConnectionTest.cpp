@@ -1,0 +1,422 @@
+// One connection of the platform, on each database.
+#include <gmock/gmock.h>
+#include <sql.h>
+
+#include <filesystem>
+#include <string>
+
+#include "KxDbConnect.h"
+#include "ZaroRuntime/IniFile.h"
+#include "support/LoopbackServer.h"
+#include "support/TestInstallation.h"
+#include "support/Thrown.h"
+
+namespace {
+
+using testing::AllOf;
+using testing::AnyOf;
+using testing::HasSubstr;
+using testing::Not;
+using zarotest::Dialect;
+using zarotest::LoopbackServer;
+using zarotest::thrownBy;
+
+class Connection : public zarotest::OnEveryDatabase {
+ protected:
+  void SetUp() override {
+    OnEveryDatabase::SetUp();
+    if (!IsSkipped()) {
+      connect(m_connection);
+    }
+  }
+
+  void connect(KxDbConnect& connection) {
+    const auto& settings = home().settings();
+    connection.connect(home().initString().c_str(), settings.dataSource.c_str(), settings.user.c_str(),
+                       settings.password.c_str());
+  }
+
+  void execute(const std::string& statement, KxDbConnect::SQL_TYPE type = KxDbConnect::SQL_TYPE_DEFAULT) {
+    m_connection.executeSQL(statement.c_str(), type);
+  }
+
+  std::string thrown(const std::string& statement) {
+    return thrownBy([&] { execute(statement); });
+  }
+
+  // First column, called "v", of the first row.
+  std::string first(const std::string& query) {
+    execute(query);
+    EXPECT_EQ(m_connection.fetchNextRow(), 0) << query;
+    const char* value = m_connection.getColVal("v");
+    return value != nullptr ? value : "NULL";
+  }
+
+  // A query of one text of so many bytes.
+  std::string longText(std::size_t size) const {
+    return home().dialect() == Dialect::SQLite
+               ? "SELECT 'a'||substr(hex(zeroblob(" + std::to_string(size / 2 + 1) + ")),1," +
+                     std::to_string(size - 2) + ")||'z' AS \"v\""
+               : "SELECT 'a'||repeat('0'," + std::to_string(size - 2) + ")||'z' AS \"v\"";
+  }
+
+  KxDbConnect m_connection;
+};
+
+TEST_P(Connection, rowsAreReadByColumnName) {
+  execute("SELECT 1 AS \"AdminID\", 'x' AS \"Name\" UNION ALL SELECT 2, 'y' ORDER BY 1");
+  ASSERT_EQ(m_connection.fetchNextRow(), 0);
+  EXPECT_STREQ(m_connection.getColVal("Name"), "x");
+  EXPECT_STREQ(m_connection.getColVal("AdminID"), "1");
+  EXPECT_STREQ(m_connection.getColVal("adminid"), "1");
+  EXPECT_STREQ(m_connection.getColVal("Name"), "x") << "a column can be read again";
+  EXPECT_EQ(m_connection.getColValInt("AdminID"), 1);
+  ASSERT_EQ(m_connection.fetchNextRow(), 0);
+  EXPECT_STREQ(m_connection.getColVal("Name"), "y");
+  EXPECT_EQ(m_connection.fetchNextRow(), 1);
+  EXPECT_EQ(m_connection.fetchNextRow(), 1);
+  EXPECT_EQ(m_connection.getColVal("Name"), nullptr) << "there is no row any more";
+}
+
+TEST_P(Connection, nullIsNotTheEmptyText) {
+  execute("SELECT NULL AS \"n\", '' AS \"e\"");
+  ASSERT_EQ(m_connection.fetchNextRow(), 0);
+  EXPECT_EQ(m_connection.getColVal("n"), nullptr);
+  EXPECT_STREQ(m_connection.getColVal("e"), "");
+  EXPECT_EQ(m_connection.getColValInt("n"), 0);
+  EXPECT_EQ(m_connection.getColValInt("e"), 0);
+}
+
+TEST_P(Connection, missingColumnIsAnErrorNotNull) {
+  execute("SELECT 1 AS \"v\"");
+  ASSERT_EQ(m_connection.fetchNextRow(), 0);
+  EXPECT_THAT(thrownBy([&] { m_connection.getColVal("w"); }), HasSubstr("the result has no column w"));
+  EXPECT_THAT(thrownBy([&] { m_connection.getColValInt("w"); }), HasSubstr("the result has no column w"));
+}
+
+TEST_P(Connection, identifiersUseAllThirtyTwoBits) {
+  execute("SELECT 4294967290 AS \"v\"");
+  ASSERT_EQ(m_connection.fetchNextRow(), 0);
+  EXPECT_STREQ(m_connection.getColVal("v"), "4294967290");
+  EXPECT_EQ(static_cast<unsigned int>(m_connection.getColValInt("v")), 4294967290u);
+}
+
+TEST_P(Connection, longColumnIsReadWhole) {
+  for (const std::size_t size : {8190u, 8191u, 8192u, 16382u, 16383u, 16384u, 16385u, 65536u, 5000000u}) {
+    const std::string text = first(longText(size));
+    ASSERT_EQ(text.size(), size);
+    EXPECT_EQ(text.front(), 'a');
+    EXPECT_EQ(text.back(), 'z');
+    EXPECT_EQ(text.find_first_not_of('0', 1), size - 1);
+  }
+}
+
+TEST_P(Connection, longStatementGoesThrough) {
+  const std::string text(3000000, 'x');
+  EXPECT_EQ(first("SELECT '" + text + "' AS \"v\""), text);
+}
+
+TEST_P(Connection, severalLongColumnsOfManyRowsStayApart) {
+  execute("CREATE TABLE t(a TEXT, b TEXT, c TEXT)");
+  for (int row = 0; row < 5; ++row) {
+    const char sign = static_cast<char>('a' + row);
+    execute("INSERT INTO t VALUES('" + std::string(20000, sign) + "', NULL, '" + std::string(40000, sign) + "')");
+  }
+  execute("SELECT a,b,c FROM t ORDER BY a");
+  for (int row = 0; row < 5; ++row) {
+    ASSERT_EQ(m_connection.fetchNextRow(), 0);
+    const char sign = static_cast<char>('a' + row);
+    EXPECT_EQ(m_connection.getColVal("c"), std::string(40000, sign));
+    EXPECT_EQ(m_connection.getColVal("b"), nullptr);
+    EXPECT_EQ(m_connection.getColVal("a"), std::string(20000, sign));
+  }
+}
+
+TEST_P(Connection, textsComeBackAsTheyWere) {
+  for (const std::string& text :
+       {std::string("äé漢字𝄞"), std::string("? {fn now()} %s %%"), std::string("a\nb\r\tc\x01\x1f"), std::string("\\'"),
+        std::string("\"$1$$;--/*"), std::string(" leading and trailing ")}) {
+    std::string doubled;
+    for (const char sign : text) {
+      doubled.append(sign == '\'' ? 2 : 1, sign);
+    }
+    EXPECT_EQ(first("SELECT '" + doubled + "' AS \"v\""), text);
+  }
+}
+
+TEST_P(Connection, statementsWithoutColumnsHaveNoRows) {
+  execute("CREATE TABLE t(a INTEGER)");
+  EXPECT_EQ(m_connection.fetchNextRow(), 1);
+  execute("UPDATE t SET a=1 WHERE a=2");
+  EXPECT_EQ(m_connection.fetchNextRow(), 1) << "an update of nothing is no error";
+  execute("DELETE FROM t");
+  EXPECT_EQ(m_connection.fetchNextRow(), 1);
+}
+
+TEST_P(Connection, nothingExecutedIsTold) {
+  EXPECT_EQ(m_connection.fetchNextRow(), -1);
+  EXPECT_EQ(m_connection.fetchNextResultSet(), -1);
+  EXPECT_EQ(m_connection.getColVal("v"), nullptr);
+  EXPECT_EQ(m_connection.getColValInt("v"), 0);
+  EXPECT_THAT(thrown("SELECT * FROM nowhere"), HasSubstr("SQLExecDirect: ["));
+  EXPECT_EQ(m_connection.fetchNextRow(), -1) << "a failed statement has no result";
+}
+
+TEST_P(Connection, oneResultSetIsTheLast) {
+  execute("SELECT 1 AS \"v\"");
+  EXPECT_EQ(m_connection.fetchNextResultSet(), 1);
+  execute("SELECT 1 AS \"v\"", KxDbConnect::SQL_TYPE_MSSQL);
+  EXPECT_EQ(m_connection.fetchNextRow(), 0);
+  execute("CREATE TABLE t(a INTEGER)", KxDbConnect::SQL_TYPE_MSSQL);
+  EXPECT_EQ(m_connection.fetchNextRow(), 1);
+}
+
+TEST_P(Connection, errorsCarryStateNativeCodeAndText) {
+  EXPECT_THAT(thrown("SELECT * FROM nowhere"), AllOf(HasSubstr("nowhere"), HasSubstr("("), HasSubstr("[")));
+  EXPECT_THAT(thrown("SELEKT"), HasSubstr("syntax error"));
+}
+
+TEST_P(Connection, stackedStatementsAreRefused) {
+  execute("CREATE TABLE t(a INTEGER)");
+  EXPECT_THAT(thrown("SELECT 1; DROP TABLE t"), HasSubstr("more than one statement"));
+  EXPECT_THAT(thrown("SELECT 1 -- ?"), HasSubstr("must not hold comments"));
+  EXPECT_THAT(thrown(""), HasSubstr("there is no statement"));
+  EXPECT_THAT(thrownBy([&] { m_connection.executeSQL(nullptr, KxDbConnect::SQL_TYPE_DEFAULT); }),
+              HasSubstr("there is no statement"));
+  EXPECT_EQ(first("SELECT count(*) AS \"v\" FROM t"), "0") << "the table is still there";
+}
+
+TEST_P(Connection, transactionIsCommittedOrRolledBack) {
+  const std::string begin = home().dialect() == Dialect::SQLite ? "BEGIN IMMEDIATE" : "BEGIN";
+  execute("CREATE TABLE t(a INTEGER)");
+  execute(begin);
+  execute("INSERT INTO t VALUES(1)");
+  EXPECT_EQ(home().value("SELECT count(*) FROM t"), "0") << "not seen by others yet";
+  execute("COMMIT");
+  EXPECT_EQ(home().value("SELECT count(*) FROM t"), "1");
+  execute(begin);
+  execute("INSERT INTO t VALUES(2)");
+  execute("ROLLBACK");
+  EXPECT_EQ(home().value("SELECT count(*) FROM t"), "1");
+}
+
+TEST_P(Connection, commitWithoutTransactionSucceeds) {
+  execute("COMMIT");
+  EXPECT_EQ(m_connection.fetchNextRow(), 1);
+  execute("commit;");
+}
+
+TEST_P(Connection, failedStatementDoesNotSilentlyUndoTheTransaction) {
+  execute("CREATE TABLE t(a INTEGER PRIMARY KEY)");
+  execute(home().dialect() == Dialect::SQLite ? "BEGIN IMMEDIATE" : "BEGIN");
+  execute("INSERT INTO t VALUES(1)");
+  EXPECT_THAT(thrown("INSERT INTO t VALUES(1)"), AnyOf(HasSubstr("UNIQUE"), HasSubstr("unique")));
+  execute("INSERT INTO t VALUES(2)");
+  execute("COMMIT");
+  EXPECT_EQ(home().value("SELECT count(*) FROM t"), "2");
+}
+
+TEST_P(Connection, constraintsOfTheSchemaHold) {
+  EXPECT_THAT(thrown("INSERT INTO administrator_entity (administrator_id, entity_id) VALUES (77, 77)"),
+              AnyOf(HasSubstr("FOREIGN KEY"), HasSubstr("foreign key")));
+}
+
+TEST_P(Connection, handlesServeForDiagnostics) {
+  thrown("SELECT * FROM nowhere");
+  char text[512] = "";
+  EXPECT_NE(m_connection.getStmtHandle(), nullptr);
+  EXPECT_EQ(m_connection.getError(SQL_HANDLE_STMT, m_connection.getStmtHandle(), text, sizeof text), 0);
+  EXPECT_THAT(text, HasSubstr("nowhere"));
+  char cut[8] = "";
+  EXPECT_EQ(m_connection.getError(SQL_HANDLE_STMT, m_connection.getStmtHandle(), cut, sizeof cut), 0);
+  EXPECT_EQ(std::string(cut), std::string(text).substr(0, 7));
+  EXPECT_EQ(m_connection.getError(SQL_HANDLE_STMT, nullptr, text, sizeof text), 1);
+  EXPECT_EQ(m_connection.getError(SQL_HANDLE_STMT, m_connection.getStmtHandle(), nullptr, 0), -1);
+  execute("SELECT 1");
+  EXPECT_EQ(m_connection.getError(SQL_HANDLE_STMT, m_connection.getStmtHandle(), text, sizeof text), 1);
+  EXPECT_STREQ(text, "");
+}
+
+TEST_P(Connection, unconnectedObjectSaysSo) {
+  KxDbConnect connection;
+  EXPECT_EQ(connection.fetchNextRow(), -1);
+  EXPECT_EQ(connection.getStmtHandle(), nullptr);
+  EXPECT_THAT(thrownBy([&] { connection.executeSQL("SELECT 1", KxDbConnect::SQL_TYPE_DEFAULT); }),
+              HasSubstr("not connected"));
+}
+
+TEST_P(Connection, statementConnectsOnceTheCauseIsGone) {
+  const std::string path = home().directory().path("config/odbc.ini");
+  std::filesystem::rename(path, path + ".away");
+  KxDbConnect connection;
+  EXPECT_THAT(thrownBy([&] { connect(connection); }), HasSubstr("odbc.ini: cannot open"));
+  EXPECT_THAT(thrownBy([&] { connection.executeSQL("SELECT 1", KxDbConnect::SQL_TYPE_DEFAULT); }),
+              HasSubstr("odbc.ini: cannot open"));
+  std::filesystem::rename(path + ".away", path);
+  connection.executeSQL("SELECT 1 AS \"v\"", KxDbConnect::SQL_TYPE_DEFAULT);
+  EXPECT_EQ(connection.fetchNextRow(), 0);
+}
+
+TEST_P(Connection, cutConnectionStringIsRefused) {
+  KxDbConnect connection;
+  const std::string cut = home().initString() + std::string(511, 'x');
+  EXPECT_THAT(thrownBy([&] { connection.connect(cut.substr(0, 511).c_str(), "zaro", "", ""); }),
+              HasSubstr("the connection string was cut at 511 bytes"));
+}
+
+TEST_P(Connection, unknownDataSourceAndMissingDriverAreNamed) {
+  KxDbConnect connection;
+  EXPECT_THAT(thrownBy([&] { connection.connect(home().initString().c_str(), "nope", "", ""); }),
+              HasSubstr("odbc.ini: there is no section [nope]"));
+  const std::string path = home().directory().path("config/odbc.ini");
+  zaroruntime::IniFile ini(path);
+  ini.set("zaro", "Driver", "libnosuchdriver.so");
+  ini.write(path, 0644);
+  EXPECT_THAT(thrownBy([&] { connect(connection); }), HasSubstr("libnosuchdriver.so"));
+}
+
+ZARO_ON_EVERY_DATABASE(Connection);
+
+class SqliteConnection : public Connection {};
+
+TEST_P(SqliteConnection, missingOrForeignFileIsNamedAndNotMade) {
+  KxDbConnect connection;
+  const auto refusal = [&](const std::string& file) {
+    return thrownBy([&] { connection.connect(("ODBC;DATABASE=" + file).c_str(), "zaro", "", ""); });
+  };
+  EXPECT_THAT(refusal("data/missing.db"), HasSubstr("data/missing.db: No such file or directory"));
+  EXPECT_FALSE(std::filesystem::exists(home().directory().path("data/missing.db")));
+  home().directory().write("data/text.db", std::string(5000, 'x'));
+  refusal("data/text.db");
+  EXPECT_THAT(
+      thrownBy([&] { connection.executeSQL("SELECT count(*) FROM administrator", KxDbConnect::SQL_TYPE_DEFAULT); }),
+      HasSubstr("not a database"));
+}
+
+TEST_P(SqliteConnection, passwordCannotRedirectTheDatabase) {
+  const std::string evil = home().directory().write("evil.db", "");
+  KxDbConnect connection;
+  const std::string password = "x;Database=" + evil;
+  connection.connect(("ODBC;DRIVER=;DSN=zaro;UID=;PWD=" + password + ";DATABASE=data/zaro.db").c_str(), "zaro", "",
+                     password.c_str());
+  connection.executeSQL("SELECT count(*) AS \"v\" FROM administrator", KxDbConnect::SQL_TYPE_DEFAULT);
+  EXPECT_EQ(connection.fetchNextRow(), 0);
+}
+
+TEST_P(SqliteConnection, failingHalfwayThroughTheRowsIsThrown) {
+  // Rows are delivered before the overflow is met.
+  execute("CREATE TABLE t(a INTEGER)");
+  execute("INSERT INTO t VALUES(1),(2),(-9223372036854775808)");
+  EXPECT_THAT(thrownBy([&] {
+                execute("SELECT abs(a) AS \"v\" FROM t");
+                while (m_connection.fetchNextRow() == 0) {
+                }
+              }),
+              HasSubstr("integer overflow"));
+}
+
+INSTANTIATE_TEST_SUITE_P(, SqliteConnection, testing::Values(Dialect::SQLite), zarotest::dialectTestName);
+
+class PostgresqlConnection : public Connection {
+ protected:
+  void setPort(const std::string& port) {
+    const std::string path = home().directory().path("config/odbc.ini");
+    zaroruntime::IniFile ini(path);
+    ini.set("zaro", "Servername", "127.0.0.1");
+    ini.set("zaro", "Port", port);
+    ini.write(path, 0644);
+  }
+};
+
+TEST_P(PostgresqlConnection, everyPasswordWorks) {
+  int number = 0;
+  for (const std::string& password :
+       {std::string("plain"), std::string("se;mi"), std::string("br}ace"), std::string("{open"), std::string("{x}"),
+        std::string("}}"), std::string("per%41cent%"), std::string("qu'ote\"s"), std::string("back\\slash"),
+        std::string("eq=ual"), std::string("PWD=x;DATABASE=y"), std::string(" blanks "), std::string("plus+and&"),
+        std::string("äé漢"), std::string("#@!?*()[]")}) {
+    const std::string role = home().settings().database + "_" + std::to_string(++number);
+    std::string doubled;
+    for (const char sign : password) {
+      doubled.append(sign == '\'' ? 2 : 1, sign);
+    }
+    home().sql("CREATE ROLE " + role + " LOGIN PASSWORD '" + doubled + "'");
+    KxDbConnect connection;
+    const std::string init =
+        "ODBC;DRIVER=;DSN=zaro;UID=" + role + ";PWD=" + password + ";DATABASE=" + home().settings().database;
+    EXPECT_EQ(thrownBy([&] {
+                connection.connect(init.c_str(), "zaro", role.c_str(), password.c_str());
+                connection.executeSQL("SELECT current_user AS \"v\"", KxDbConnect::SQL_TYPE_DEFAULT);
+                ASSERT_EQ(connection.fetchNextRow(), 0);
+                EXPECT_EQ(connection.getColVal("v"), role);
+              }),
+              "nothing thrown")
+        << password;
+    home().sql("DROP ROLE " + role);
+  }
+}
+
+TEST_P(PostgresqlConnection, wrongPasswordIsRefusedAtOnceAndNotShown) {
+  KxDbConnect connection;
+  connection.setDbRetrialTimeOut(3600);
+  connection.setDbReconnectTrial(3);  // would take an hour if they were made
+  const std::string text = thrownBy(
+      [&] { connection.connect(home().initString().c_str(), "zaro", home().settings().user.c_str(), "wrong-secret"); });
+  EXPECT_THAT(text, HasSubstr("password authentication failed"));
+  EXPECT_THAT(text, Not(HasSubstr("wrong-secret")));
+}
+
+TEST_P(PostgresqlConnection, trialsAreMadeAsOftenAsSet) {
+  const LoopbackServer server(LoopbackServer::Manner::HangUp);
+  setPort(server.port());
+  KxDbConnect alone;
+  EXPECT_NE(thrownBy([&] { connect(alone); }), "nothing thrown");
+  const int attemptsOfOne = server.accepted();
+  ASSERT_GT(attemptsOfOne, 0);
+
+  KxDbConnect patient;
+  patient.setDbRetrialTimeOut(1);
+  patient.setDbReconnectTrial(4);
+  EXPECT_NE(thrownBy([&] { connect(patient); }), "nothing thrown");
+  EXPECT_EQ(server.accepted(), attemptsOfOne + 5 * attemptsOfOne);
+}
+
+TEST_P(PostgresqlConnection, silentServerIsGivenUp) {
+  const LoopbackServer server(LoopbackServer::Manner::KeepSilent);
+  setPort(server.port());
+  KxDbConnect connection;
+  connection.setDbConnectTimeOut(2);
+  EXPECT_THAT(thrownBy([&] { connect(connection); }), HasSubstr("data source zaro: "));
+}
+
+TEST_P(PostgresqlConnection, lostTransactionIsNeitherRepeatedNorCommitted) {
+  execute("CREATE TABLE t(a INTEGER)");
+  const std::string pid = first("SELECT pg_backend_pid() AS \"v\"");
+  execute("BEGIN");
+  execute("INSERT INTO t VALUES(1)");
+  home().sql("SELECT pg_terminate_backend(" + pid + ", 5000)");
+  EXPECT_NE(thrown("INSERT INTO t VALUES(2)"), "nothing thrown");
+  EXPECT_THAT(thrown("INSERT INTO t VALUES(3)"), HasSubstr("lost in a transaction"));
+  EXPECT_THAT(thrown("COMMIT"), HasSubstr("lost in a transaction"));
+  execute("ROLLBACK");
+  EXPECT_EQ(first("SELECT count(*) AS \"v\" FROM t"), "0") << "and the connection is a new one";
+}
+
+TEST_P(PostgresqlConnection, statementRefusedByShutdownIsRunOnANewConnection) {
+  const std::string pid = first("SELECT pg_backend_pid() AS \"v\"");
+  home().sql("SELECT pg_terminate_backend(" + pid + ", 5000)");
+  EXPECT_NE(first("SELECT pg_backend_pid() AS \"v\""), pid);
+}
+
+TEST_P(PostgresqlConnection, commitWhoseAnswerIsLostIsInDoubt) {
+  execute("CREATE TABLE t(a INTEGER)");
+  const std::string pid = first("SELECT pg_backend_pid() AS \"v\"");
+  execute("BEGIN");
+  execute("INSERT INTO t VALUES(1)");
+  home().sql("SELECT pg_terminate_backend(" + pid + ", 5000)");
+  EXPECT_THAT(thrown("COMMIT"), HasSubstr("whether the transaction was committed is not known"));
+}
+
+INSTANTIATE_TEST_SUITE_P(, PostgresqlConnection, testing::Values(Dialect::PostgreSQL), zarotest::dialectTestName);
+
+}  // namespace

@@ -1,0 +1,228 @@
+// The connection pool, on each database.
+#include <gmock/gmock.h>
+
+#include <future>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "KxDataAccess.h"
+#include "KxDbConnect.h"
+#include "ZaroRuntime/IniFile.h"
+#include "support/TestInstallation.h"
+#include "support/Thrown.h"
+
+namespace {
+
+using testing::HasSubstr;
+using zarotest::Dialect;
+using zarotest::thrownBy;
+
+class Pool : public zarotest::OnEveryDatabase {
+ protected:
+  void open(int size, KxDataAccess& pool) {
+    const auto& settings = home().settings();
+    pool.init(home().initString().c_str(), size, settings.dataSource.c_str(), settings.user.c_str(),
+              settings.password.c_str());
+  }
+  void open(int size) { open(size, m_pool); }
+
+  static void execute(KxDbConnect* connection, const std::string& statement) {
+    connection->executeSQL(statement.c_str(), KxDbConnect::SQL_TYPE_DEFAULT);
+  }
+
+  static std::string first(KxDbConnect* connection, const std::string& query) {
+    execute(connection, query);
+    const char* value = connection->fetchNextRow() == 0 ? connection->getColVal("v") : nullptr;
+    return value != nullptr ? value : "nothing";
+  }
+
+  std::string begin() { return home().dialect() == Dialect::SQLite ? "BEGIN IMMEDIATE" : "BEGIN"; }
+
+  KxDataAccess m_pool;
+};
+
+TEST_P(Pool, connectionsAreUsedAgain) {
+  open(2);
+  KxDbConnect* first = m_pool.getConnect();
+  m_pool.returnConnect(first);
+  EXPECT_EQ(m_pool.getConnect(), first);
+  m_pool.returnConnect(first);
+}
+
+TEST_P(Pool, sizeBoundsWhatIsKept) {
+  open(2);
+  std::vector<KxDbConnect*> loans;
+  for (int count = 0; count < 5; ++count) {
+    loans.push_back(m_pool.getConnect());  // a thread that holds one does not wait for itself
+    EXPECT_EQ(::testing::Test::HasFailure(), false);
+    EXPECT_EQ(Pool::first(loans.back(), "SELECT 1 AS \"v\""), "1");
+  }
+  EXPECT_EQ(std::set<KxDbConnect*>(loans.begin(), loans.end()).size(), 5u);
+  for (KxDbConnect* loan : loans) {
+    m_pool.returnConnect(loan);
+  }
+  if (home().dialect() == Dialect::PostgreSQL) {
+    EXPECT_EQ(
+        home().value("SELECT count(*) FROM pg_stat_activity WHERE datname=current_database() AND pid<>pg_backend_pid()"),
+        "2");
+  }
+}
+
+TEST_P(Pool, threadWithoutAConnectionWaitsForOne) {
+  open(1);
+  KxDbConnect* mine = m_pool.getConnect();
+  std::promise<void> started;
+  auto other = std::async(std::launch::async, [&] {
+    started.set_value();
+    KxDbConnect* theirs = m_pool.getConnect();
+    m_pool.returnConnect(theirs);
+    return theirs;
+  });
+  started.get_future().wait();
+  EXPECT_EQ(other.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+  m_pool.returnConnect(mine);
+  EXPECT_EQ(other.get(), mine);
+}
+
+TEST_P(Pool, waitIsBounded) {
+  open(1);
+  KxDbConnect* mine = m_pool.getConnect();
+  auto other = std::async(std::launch::async, [&] {
+    KxDbConnect* theirs = m_pool.getConnect();
+    const std::string answer = first(theirs, "SELECT 1 AS \"v\"");
+    m_pool.returnConnect(theirs);
+    return theirs == mine ? "the one on loan" : answer;
+  });
+  EXPECT_EQ(other.get(), "1");
+  m_pool.returnConnect(mine);
+}
+
+TEST_P(Pool, openTransactionIsRolledBackOnReturn) {
+  open(1);
+  KxDbConnect* connection = m_pool.getConnect();
+  execute(connection, "CREATE TABLE t(a INTEGER)");
+  execute(connection, begin());
+  execute(connection, "INSERT INTO t VALUES(1)");
+  m_pool.returnConnect(connection);
+  EXPECT_EQ(home().value("SELECT count(*) FROM t"), "0");
+  connection = m_pool.getConnect();
+  execute(connection, begin());
+  execute(connection, "COMMIT");
+  m_pool.returnConnect(connection);
+}
+
+TEST_P(Pool, nextUserSeesNothingOfTheLastResult) {
+  open(1);
+  KxDbConnect* connection = m_pool.getConnect();
+  execute(connection, "SELECT 1 AS \"v\"");
+  m_pool.returnConnect(connection);
+  connection = m_pool.getConnect();
+  EXPECT_EQ(connection->fetchNextRow(), -1);
+  EXPECT_EQ(connection->getColVal("v"), nullptr);
+  m_pool.returnConnect(connection);
+}
+
+TEST_P(Pool, rebuildingWorksWithConnectionsOnLoan) {
+  open(2);
+  KxDbConnect* loan = m_pool.getConnect();
+  m_pool.returnConnect(m_pool.getConnect());
+  EXPECT_EQ(m_pool.reinit(), 0);
+  EXPECT_EQ(first(loan, "SELECT 1 AS \"v\""), "1") << "still its borrower's";
+  m_pool.returnConnect(loan);
+  KxDbConnect* one = m_pool.getConnect();
+  KxDbConnect* two = m_pool.getConnect();
+  EXPECT_EQ(first(one, "SELECT 1 AS \"v\""), "1");
+  EXPECT_EQ(first(two, "SELECT 1 AS \"v\""), "1");
+  m_pool.returnConnect(one);
+  m_pool.returnConnect(two);
+}
+
+TEST_P(Pool, rebuildingTellsWhetherTheDatabaseIsThere) {
+  open(1);
+  const std::string path = home().directory().path("config/odbc.ini");
+  const std::string text = zarotest::readFile(path);
+  home().directory().write("config/odbc.ini", "[zaro]\nDriver=libnosuchdriver.so\n");
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(m_pool.reinit(), 1);
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("the pool cannot be rebuilt: data source zaro"));
+  home().directory().write("config/odbc.ini", text);
+  EXPECT_EQ(m_pool.reinit(), 0);
+}
+
+TEST_P(Pool, failedOpeningIsThrownAndThePoolStillServes) {
+  const std::string text = zarotest::readFile(home().directory().path("config/odbc.ini"));
+  home().directory().write("config/odbc.ini", "[zaro]\nDriver=libnosuchdriver.so\n");
+  EXPECT_THAT(thrownBy([&] { open(1); }), HasSubstr("libnosuchdriver.so"));
+  KxDbConnect* connection = m_pool.getConnect();
+  ASSERT_NE(connection, nullptr);
+  EXPECT_THAT(thrownBy([&] { execute(connection, "SELECT 1"); }), HasSubstr("libnosuchdriver.so"));
+  home().directory().write("config/odbc.ini", text);
+  EXPECT_EQ(first(connection, "SELECT 1 AS \"v\""), "1") << "and recovers without a new loan";
+  m_pool.returnConnect(connection);
+}
+
+TEST_P(Pool, unusableSizesAndSecondOpeningAreRefused) {
+  EXPECT_THAT(thrownBy([&] { open(0); }), HasSubstr("a connection pool needs a size of at least 1, not 0"));
+  EXPECT_THAT(thrownBy([&] { open(-5); }), HasSubstr("not -5"));
+  EXPECT_NE(m_pool.reinit(), 0);
+  KxDbConnect* connection = m_pool.getConnect();
+  EXPECT_THAT(thrownBy([&] { execute(connection, "SELECT 1"); }), HasSubstr("not connected"));
+  m_pool.returnConnect(connection);
+  open(1);
+  EXPECT_THAT(thrownBy([&] { open(1); }), HasSubstr("open already"));
+}
+
+TEST_P(Pool, oddReturnsDoNoHarm) {
+  open(2);
+  m_pool.returnConnect(nullptr);
+  m_pool.returnConnect(new KxDbConnect);  // made before there was a pool: the pool closes it
+  KxDbConnect* connection = m_pool.getConnect();
+  m_pool.returnConnect(connection);
+  testing::internal::CaptureStderr();
+  m_pool.returnConnect(connection);
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("a connection was returned twice"));
+  KxDbConnect* one = m_pool.getConnect();
+  KxDbConnect* two = m_pool.getConnect();
+  EXPECT_NE(one, two);
+  m_pool.returnConnect(one);
+  m_pool.returnConnect(two);
+}
+
+TEST_P(Pool, connectionsMayComeBackOnAnotherThread) {
+  open(1);
+  KxDbConnect* connection = m_pool.getConnect();
+  std::thread([&] { m_pool.returnConnect(connection); }).join();
+  EXPECT_EQ(m_pool.getConnect(), connection);
+  m_pool.returnConnect(connection);
+}
+
+ZARO_ON_EVERY_DATABASE(Pool);
+
+class PostgresqlPool : public Pool {};
+
+TEST_P(PostgresqlPool, deadConnectionIsReplacedAtCheckout) {
+  open(3);
+  std::vector<KxDbConnect*> loans = {m_pool.getConnect(), m_pool.getConnect(), m_pool.getConnect()};
+  std::set<std::string> dead;
+  for (KxDbConnect* loan : loans) {
+    dead.insert(first(loan, "SELECT pg_backend_pid() AS \"v\""));
+    m_pool.returnConnect(loan);
+  }
+  home().sql(
+      "SELECT pg_terminate_backend(pid, 5000) FROM pg_stat_activity WHERE datname=current_database() AND pid<>pg_backend_pid()");
+  for (KxDbConnect*& loan : loans) {
+    loan = m_pool.getConnect();
+    execute(loan, "BEGIN");  // the first statement works at once
+    EXPECT_EQ(dead.count(first(loan, "SELECT pg_backend_pid() AS \"v\"")), 0u);
+    execute(loan, "COMMIT");
+  }
+  for (KxDbConnect* loan : loans) {
+    m_pool.returnConnect(loan);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(, PostgresqlPool, testing::Values(Dialect::PostgreSQL), zarotest::dialectTestName);
+
+}  // namespace

@@ -1,0 +1,343 @@
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <nlohmann/json.hpp>
+
+#include "programs/ProgramTest.h"
+#include "support/LoopbackServer.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::Contains;
+using testing::Each;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::Not;
+using testing::StartsWith;
+using zarotest::Dialect;
+using zarotest::linesOf;
+using zarotest::ProgramResult;
+
+constexpr const char* kDatabaseIni = "config/database.ini";
+constexpr const char* kOdbcIni = "config/odbc.ini";
+constexpr const char* kAdminId = "sql/ui_GetAdminId.sql";
+
+class Check : public zarotest::ProgramTest {
+ protected:
+  void SetUp() override {
+    ProgramTest::SetUp();
+    if (!IsSkipped()) {
+      mustInit({"--sample"});
+    }
+  }
+
+  // Checks the installation, which must have findings; the wrong ones.
+  std::vector<std::string> wrongs() {
+    const ProgramResult result = run({"check"});
+    EXPECT_EQ(result.status, 75);
+    EXPECT_EQ(result.err, "");
+    const auto lines = linesOf(result.out);
+    EXPECT_THAT(lines, Each(MatchesRegex("(ok|wrong)\t[a-z ]+\t.+")));
+    std::vector<std::string> wrong;
+    for (const std::string& line : lines) {
+      if (line.compare(0, 6, "wrong\t") == 0) {
+        wrong.push_back(line.substr(6));
+      }
+    }
+    return wrong;
+  }
+
+  std::vector<std::string> only(const std::string& finding) { return {finding}; }
+};
+
+TEST_P(Check, freshInstallationHasNothingWrong) {
+  const ProgramResult result = run({"check"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err, "");
+  const auto lines = linesOf(result.out);
+  EXPECT_THAT(lines, Each(StartsWith("ok\t")));
+  for (const char* subject : {"installation", "database settings", "key", "password", "policy settings", "data source",
+                              "connection", "schema", "statement"}) {
+    EXPECT_THAT(lines, Contains(StartsWith(std::string("ok\t") + subject + "\t")));
+  }
+  EXPECT_THAT(lines, Contains("ok\tschema\tversion 1"));
+  EXPECT_THAT(lines, Contains("ok\tstatement\t" + homeFile(kAdminId) + ": understood by the database"));
+}
+
+TEST_P(Check, everyStatementFileOfTheInstallationIsLookedAt) {
+  const std::string out = run({"check"}).out;
+  for (const auto& entry : fs::directory_iterator(homeFile("sql"))) {
+    const std::string name = entry.path().filename().string();
+    if (name.compare(0, 3, "ui_") == 0) {
+      EXPECT_THAT(out, HasSubstr("/sql/" + name + ": "));
+    }
+  }
+}
+
+TEST_P(Check, jsonHasOneObjectForEachFinding) {
+  fs::remove(homeFile(kAdminId));
+  const ProgramResult result = run({"check", "--json"});
+  EXPECT_EQ(result.status, 75);
+  const auto findings = nlohmann::json::parse(result.out);
+  ASSERT_TRUE(findings.is_array());
+  EXPECT_EQ(findings.at(0), (nlohmann::json{{"state", "ok"}, {"subject", "installation"}, {"finding", home() + "/"}}));
+  EXPECT_EQ(findings.back().at("state"), "wrong");
+}
+
+TEST_P(Check, terminalGetsAnAlignedTable) {
+  const ProgramResult result = zarotest::zaroctlOnTerminal({"check", "--home", home()}, "");
+  EXPECT_EQ(result.status, 0);
+  const auto lines = linesOf(result.out);
+  ASSERT_GT(lines.size(), 2u);
+  EXPECT_THAT(lines[0], MatchesRegex("STATE  SUBJECT +FINDING"));
+  for (const std::string& line : lines) {
+    EXPECT_EQ(line.substr(lines[0].find("FINDING") - 2, 2), "  ") << line;
+  }
+}
+
+TEST_P(Check, changesNothing) {
+  const auto before = value("SELECT count(*) FROM administrator");
+  run({"check"});
+  EXPECT_EQ(value("SELECT count(*) FROM administrator"), before);
+}
+
+TEST_P(Check, missingDatabaseIniIsNamedAndTheRestStillChecked) {
+  fs::remove(homeFile(kDatabaseIni));
+  EXPECT_EQ(wrongs(), only("database settings\t" + homeFile(kDatabaseIni) + ": cannot open: No such file or directory"));
+  EXPECT_THAT(run({"check"}).out, HasSubstr("ok\tstatement\t" + homeFile(kAdminId) + ": accepted"));
+}
+
+TEST_P(Check, unreadableDatabaseIniIsNamed) {
+  if (geteuid() == 0) {
+    fs::remove(homeFile(kDatabaseIni));
+    fs::create_directory(homeFile(kDatabaseIni));  // root reads every file
+    EXPECT_EQ(wrongs(), only("database settings\t" + homeFile(kDatabaseIni) + ": not a regular file"));
+    return;
+  }
+  chmod(homeFile(kDatabaseIni).c_str(), 0);
+  EXPECT_EQ(wrongs(), only("database settings\t" + homeFile(kDatabaseIni) + ": cannot open: Permission denied"));
+}
+
+TEST_P(Check, databaseIniWithoutItsSectionIsNamed) {
+  for (const char* text : {"", "no section\n", "[Database_Settings\nUserId=\n", "[database_settings]\nUserId=\n"}) {
+    writeFile(kDatabaseIni, text);
+    EXPECT_EQ(wrongs(),
+              only("database settings\t" + homeFile(kDatabaseIni) + ": section [Database_Settings] is missing"));
+  }
+}
+
+TEST_P(Check, databaseIniThatIsNoTextIsNamed) {
+  writeFile(kDatabaseIni, std::string("[Database_Settings]\0\1\2", 22));
+  EXPECT_EQ(wrongs(), only("database settings\t" + homeFile(kDatabaseIni) + ": not an ini file (it holds NUL bytes)"));
+}
+
+TEST_P(Check, everyMissingKeyIsNamed) {
+  replaceLine(kDatabaseIni, "DataSourceName", "");
+  replaceLine(kDatabaseIni, "UserId", "");
+  replaceLine(kDatabaseIni, "Database=", "");
+  const std::string section = "database settings\t" + homeFile(kDatabaseIni) + ": section [Database_Settings]: key ";
+  EXPECT_EQ(wrongs(), (std::vector<std::string>{section + "DataSourceName is missing", section + "UserId is missing",
+                                                section + "Database is missing"}));
+}
+
+TEST_P(Check, unknownDataSourceIsNamed) {
+  replaceLine(kDatabaseIni, "DataSourceName", "DataSourceName=elsewhere");
+  EXPECT_EQ(wrongs(),
+            only("data source\t" + homeFile(kOdbcIni) + ": there is no section [elsewhere] for the data source"));
+}
+
+TEST_P(Check, missingOdbcIniIsNamed) {
+  fs::remove(homeFile(kOdbcIni));
+  EXPECT_EQ(wrongs(), only("data source\t" + homeFile(kOdbcIni) + ": cannot open: No such file or directory"));
+}
+
+TEST_P(Check, dataSourceWithoutDriverIsNamed) {
+  replaceLine(kOdbcIni, "Driver", "");
+  EXPECT_EQ(wrongs(), only("data source\t" + homeFile(kOdbcIni) + ": section [zaro]: key Driver is missing"));
+}
+
+TEST_P(Check, driverThatIsNotInstalledIsNamed) {
+  replaceLine(kOdbcIni, "Driver", "Driver=libnosuchdriver.so");
+  const auto found = wrongs();
+  ASSERT_EQ(found.size(), 1u);
+  EXPECT_THAT(found[0], StartsWith("connection\tdata source zaro (driver libnosuchdriver.so): "));
+  EXPECT_THAT(found[0], HasSubstr("libnosuchdriver.so' : file not found"));
+}
+
+TEST_P(Check, keyOpenToOthersIsNamed) {
+  chmod(homeFile("config/secret.key").c_str(), 0640);
+  const auto found = wrongs();
+  EXPECT_THAT(found, Contains("key\t" + homeFile("config/secret.key") +
+                              ": the key file is open to group or others (make it mode 0600)"));
+}
+
+TEST_P(Check, missingZaroIniIsNamed) {
+  fs::remove(homeFile("config/zaro.ini"));
+  EXPECT_EQ(wrongs(),
+            only("policy settings\t" + homeFile("config/zaro.ini") + ": cannot open: No such file or directory"));
+}
+
+TEST_P(Check, zaroIniWithoutPolicyServerIsNamed) {
+  replaceLine("config/zaro.ini", "[policy_server]", "");
+  EXPECT_EQ(wrongs(), only("policy settings\t" + homeFile("config/zaro.ini") + ": section [policy_server] is missing"));
+}
+
+TEST_P(Check, damagedStoredPasswordIsNamedAndNotShown) {
+  replaceLine(kDatabaseIni, "Password", "Password=zaro-secretbox-1:AAAA");
+  EXPECT_EQ(wrongs(), only("password\t" + homeFile(kDatabaseIni) +
+                           ": key Password: the stored password is damaged (set it again)"));
+  EXPECT_THAT(run({"check"}).out, Not(HasSubstr("AAAA")));
+}
+
+TEST_P(Check, schemaOfAnotherVersionIsNamed) {
+  session()->run("INSERT INTO schema_version (version) VALUES (2)");
+  const auto found = wrongs();
+  ASSERT_EQ(found.size(), 1u);
+  EXPECT_THAT(found[0], MatchesRegex("schema\tdatabase .+: schema version 2, but this program works on version 1"));
+}
+
+TEST_P(Check, databaseWithoutSchemaIsNamed) {
+  session()->run("DROP TABLE schema_version");
+  const auto found = wrongs();
+  ASSERT_EQ(found.size(), 1u);
+  EXPECT_THAT(found[0], HasSubstr("there is no table schema_version (run " + homeFile("sql/schema.sql") + ")"));
+}
+
+struct BrokenStatement {
+  const char* label;
+  const char* text;
+  const char* finding;
+};
+
+const BrokenStatement kBrokenStatements[] = {
+    {"empty", "", "there is no statement"},
+    {"unclosedLiteral", "SELECT id AS \"AdminID\" FROM administrator WHERE name='%s", "a literal does not end"},
+    {"comment", "SELECT id AS \"AdminID\" FROM administrator WHERE name='%s' -- by name", "must not hold comments"},
+    {"stacked", "SELECT id AS \"AdminID\" FROM administrator WHERE name='%s'; DELETE FROM entity",
+     "more than one statement"},
+    {"unknownConversion", "SELECT id AS \"AdminID\" FROM administrator WHERE name='%s%n'",
+     "a percent sign is not followed"},
+    {"textOutsideLiteral", "SELECT id AS \"AdminID\" FROM administrator WHERE name=%s",
+     "%s stands outside a plain literal"},
+    {"noParameter", "SELECT id AS \"AdminID\" FROM administrator", "takes parameters \"\" instead of \"s\""},
+    {"otherParameters", "SELECT id AS \"AdminID\" FROM administrator WHERE name='%s' AND id=%u",
+     "takes parameters \"su\" instead of \"s\""},
+    {"syntax", "SELEKT '%s'", "SELEKT"},
+    {"unknownTable", "SELECT id AS \"AdminID\" FROM administrators WHERE name='%s'", "administrators"},
+    {"unknownColumn", "SELECT number AS \"AdminID\" FROM administrator WHERE name='%s'", "number"},
+    {"otherAlias", "SELECT id AS \"Identifier\" FROM administrator WHERE name='%s'", "the result has no column AdminID"},
+};
+
+TEST_P(Check, brokenStatementFilesAreNamedWithTheirFault) {
+  for (const BrokenStatement& broken : kBrokenStatements) {
+    writeFile(kAdminId, broken.text);
+    const auto found = wrongs();
+    ASSERT_EQ(found.size(), 1u) << broken.label;
+    EXPECT_THAT(found[0], StartsWith("statement\t" + homeFile(kAdminId) + ": ")) << broken.label;
+    EXPECT_THAT(found[0], HasSubstr(broken.finding)) << broken.label;
+  }
+}
+
+TEST_P(Check, unquotedAliasIsTakenAsTheLibraryTakesIt) {
+  writeFile(kAdminId, "SELECT id AS AdminID FROM administrator WHERE name='%s'");
+  EXPECT_EQ(run({"check"}).status, 0);
+  EXPECT_EQ(run({"admin", "id", "admin"}).out, "1\n");
+}
+
+TEST_P(Check, semicolonAndLineEndsAtTheEndAreTaken) {
+  writeFile(kAdminId, "SELECT id AS \"AdminID\" FROM administrator WHERE name='%s' ;\r\n\n");
+  EXPECT_EQ(run({"check"}).status, 0);
+  EXPECT_EQ(run({"admin", "id", "admin"}).out, "1\n");
+}
+
+TEST_P(Check, everyMissingStatementFileIsNamed) {
+  fs::remove_all(homeFile("sql"));
+  const auto found = wrongs();
+  EXPECT_GE(found.size(), 4u);
+  EXPECT_THAT(found,
+              Each(MatchesRegex("statement\t.+/sql/ui_[A-Za-z_0-9]+\\.sql: cannot open: No such file or directory")));
+}
+
+ZARO_ON_EVERY_DATABASE(Check);
+
+class CheckSqlite : public Check {};
+
+TEST_P(CheckSqlite, missingDatabaseFileIsNamedAndNotMade) {
+  fs::remove(homeFile("data/zaro.db"));
+  EXPECT_EQ(wrongs(), only("connection\tdatabase file " + homeFile("data/zaro.db") + ": No such file or directory"));
+  EXPECT_FALSE(fs::exists(homeFile("data/zaro.db")));
+}
+
+TEST_P(CheckSqlite, fileThatIsNoDatabaseIsNamed) {
+  writeFile("data/zaro.db", std::string(8192, 'x'));
+  const auto found = wrongs();
+  ASSERT_FALSE(found.empty());
+  EXPECT_THAT(found[0], HasSubstr("data/zaro.db"));
+  EXPECT_THAT(found[0], HasSubstr("file is not a database"));
+}
+
+TEST_P(CheckSqlite, passwordInClearAndMissingKeyAreNotWrong) {
+  fs::remove(homeFile("config/secret.key"));
+  replaceLine(kDatabaseIni, "Password", "Password=open secret");
+  const ProgramResult result = run({"check"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_THAT(result.out, HasSubstr("ok\tpassword\tstored in clear\n"));
+  EXPECT_THAT(result.out, Not(HasSubstr("open secret")));
+}
+
+INSTANTIATE_TEST_SUITE_P(, CheckSqlite, testing::Values(Dialect::SQLite), zarotest::dialectTestName);
+
+class CheckPostgresql : public Check {};
+
+TEST_P(CheckPostgresql, wrongPasswordIsToldButNeverShown) {
+  replaceLine(kDatabaseIni, "Password", "Password=not-the-password");
+  const auto found = wrongs();
+  ASSERT_EQ(found.size(), 1u);
+  EXPECT_THAT(found[0], StartsWith("connection\tdata source zaro (driver psqlodbcw.so): "));
+  EXPECT_THAT(found[0], HasSubstr("password authentication failed"));
+  EXPECT_THAT(run({"check"}).out, Not(HasSubstr("not-the-password")));
+  const ProgramResult lookUp = run({"admin", "id", "admin"});
+  EXPECT_EQ(lookUp.status, 75);
+  EXPECT_THAT(lookUp.err, HasSubstr("password authentication failed"));
+  EXPECT_THAT(lookUp.err, Not(HasSubstr("not-the-password")));
+}
+
+TEST_P(CheckPostgresql, missingKeyOfAnEncryptedPasswordIsNamed) {
+  fs::remove(homeFile("config/secret.key"));
+  const auto found = wrongs();
+  ASSERT_EQ(found.size(), 2u);
+  EXPECT_THAT(found[0], StartsWith("key\t" + homeFile("config/secret.key") + ": cannot open the key file"));
+  EXPECT_THAT(found[1], StartsWith("password\t" + homeFile(kDatabaseIni) + ": key Password: "));
+}
+
+TEST_P(CheckPostgresql, unknownDatabaseIsNamed) {
+  replaceLine(kDatabaseIni, "Database=", "Database=no_such_database");
+  const auto found = wrongs();
+  ASSERT_EQ(found.size(), 1u);
+  EXPECT_THAT(found[0], HasSubstr("database \"no_such_database\" does not exist"));
+}
+
+TEST_P(CheckPostgresql, serverThatIsNoDatabaseIsNamed) {
+  const zarotest::LoopbackServer other(zarotest::LoopbackServer::Manner::HangUp);
+  replaceLine(kOdbcIni, "Port", "Port=" + other.port());
+  const auto found = wrongs();
+  ASSERT_EQ(found.size(), 1u);
+  EXPECT_THAT(found[0], HasSubstr("port " + other.port()));
+}
+
+INSTANTIATE_TEST_SUITE_P(, CheckPostgresql, testing::Values(Dialect::PostgreSQL), zarotest::dialectTestName);
+
+TEST(CheckWithoutInstallation, saysWhatIsMissing) {
+  const zarotest::TemporaryDirectory directory;
+  const ProgramResult unset = zarotest::zaroctl({"check"});
+  EXPECT_EQ(unset.status, 75);
+  EXPECT_EQ(unset.out, "wrong\tinstallation\tZARO_HOME is not set: it names the installation directory\n");
+  const ProgramResult absent = zarotest::zaroctl({"check", "--home", directory.path("none")});
+  EXPECT_EQ(absent.status, 75);
+  EXPECT_EQ(absent.out, "wrong\tinstallation\t" + directory.path("none/") +
+                            ": ZARO_HOME names no directory: No such file or directory\n");
+}
+
+}  // namespace

@@ -1,0 +1,362 @@
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <thread>
+
+#include "programs/ProgramTest.h"
+#include "support/LoopbackServer.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+using zarotest::Dialect;
+using zarotest::linesOf;
+using zarotest::ProgramResult;
+using zarotest::ProgramRun;
+using zarotest::readFile;
+using zarotest::TemporaryDirectory;
+using zarotest::zaroctl;
+
+mode_t modeOf(const std::string& path) {
+  struct stat status = {};
+  return stat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
+}
+
+std::vector<std::string> namesIn(const std::string& directory) {
+  std::vector<std::string> names;
+  for (const auto& entry : fs::directory_iterator(directory)) {
+    names.push_back(entry.path().filename().string());
+  }
+  return names;
+}
+
+void append(const std::string& path, const std::string& text) {
+  std::ofstream(path, std::ios::app) << text;
+}
+
+class Init : public zarotest::ProgramTest {
+ protected:
+  // A result that refuses in one line, prints no result and leaves nothing at the installation's place or beside it.
+  void expectRefused(const ProgramResult& result, const std::string& reason) {
+    EXPECT_EQ(result.status, 75);
+    EXPECT_EQ(result.out, "");
+    EXPECT_THAT(result.err, StartsWith("zaroctl: "));
+    EXPECT_THAT(result.err, HasSubstr(reason));
+    EXPECT_EQ(linesOf(result.err).size(), 1u) << result.err;
+    EXPECT_THAT(namesIn(directory().path()), testing::Not(testing::Contains(testing::ContainsRegex("gateway"))));
+  }
+
+  const char* dialect() const { return GetParam() == Dialect::SQLite ? "sqlite" : "postgresql"; }
+};
+
+TEST_P(Init, linesSayWhatWasMade) {
+  const ProgramResult result = init(home());
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err, "");
+  EXPECT_THAT(linesOf(result.out), ElementsAre("home\t" + home(), std::string("database\t") + dialect(),
+                                               "schema\tcreated", "schema_version\t1", "sample\tno"));
+}
+
+TEST_P(Init, jsonSaysWhatWasMade) {
+  const ProgramResult result = init(home(), {"--json", "--sample"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(
+      nlohmann::json::parse(result.out),
+      (nlohmann::json{
+          {"home", home()}, {"database", dialect()}, {"schema", "created"}, {"schema_version", 1}, {"sample", true}}));
+}
+
+TEST_P(Init, secretsAreClosedToOthers) {
+  mustInit();
+  EXPECT_EQ(modeOf(home()), 0755u);
+  EXPECT_EQ(modeOf(homeFile("config")), 0755u);
+  EXPECT_EQ(modeOf(homeFile("config/database.ini")), 0640u);
+  EXPECT_EQ(modeOf(homeFile("config/odbc.ini")), 0644u);
+  EXPECT_EQ(modeOf(homeFile("config/secret.key")), 0600u);
+  EXPECT_EQ(modeOf(homeFile("data")), 0700u);
+  EXPECT_EQ(modeOf(homeFile("sql")), 0755u);
+  EXPECT_EQ(modeOf(homeFile("sql/ui_GetAdminId.sql")), 0644u);
+  if (GetParam() == Dialect::SQLite) {
+    EXPECT_EQ(modeOf(homeFile("data/zaro.db")), 0600u);
+  }
+}
+
+TEST_P(Init, permissionsDoNotDependOnTheUmask) {
+  const mode_t before = umask(077);
+  mustInit();
+  umask(before);
+  EXPECT_EQ(modeOf(home()), 0755u);
+  EXPECT_EQ(modeOf(homeFile("config/zaro.ini")), 0644u);
+}
+
+TEST_P(Init, onlyTheStatementsOfTheDialectAreInstalled) {
+  mustInit();
+  const std::string begin = readFile(homeFile("sql/ui_StartTransaction.sql"));
+  EXPECT_THAT(begin, StartsWith(GetParam() == Dialect::SQLite ? "BEGIN IMMEDIATE" : "BEGIN\n"));
+  EXPECT_FALSE(fs::exists(homeFile("sql/sqlite")));
+}
+
+TEST_P(Init, commentsOfTheTemplatesStay) {
+  mustInit();
+  EXPECT_THAT(readFile(homeFile("config/database.ini")), HasSubstr("; A section of odbc.ini"));
+  EXPECT_THAT(readFile(homeFile("config/odbc.ini")), HasSubstr("; The data sources of this installation"));
+}
+
+TEST_P(Init, placeIsTakenFromHomeOrTheVariable) {
+  ProgramRun run;
+  run.input = initInput();
+  run.environment["ZARO_HOME"] = home();
+  std::vector<std::string> arguments = initArguments(home());
+  arguments.erase(arguments.begin() + 1);
+  EXPECT_EQ(zaroctl(arguments, run).status, 0);
+  EXPECT_TRUE(fs::exists(homeFile("config/secret.key")));
+}
+
+TEST_P(Init, variablesOfARunningInstallationDoNotMatter) {
+  ProgramRun run;
+  run.input = initInput();
+  run.environment = {{"ZARO_DB_INI", "other.ini"}, {"ZARO_DB_DIR", "other"}};
+  const ProgramResult result = zaroctl(initArguments(home()), run);
+  EXPECT_EQ(result.status, 0) << result.err;
+}
+
+TEST_P(Init, emptyDirectoryIsTaken) {
+  fs::create_directory(home());
+  mustInit();
+  EXPECT_EQ(run({"check"}).status, 0);
+}
+
+TEST_P(Init, slashAtTheEndAndRelativePathsAreTaken) {
+  EXPECT_EQ(init(home() + "/").status, 0);
+  EXPECT_EQ(run({"check"}).status, 0);
+  const std::string other = directory().path("deeper");
+  fs::create_directory(other);
+  const ProgramResult result = init(other + "/../second//");
+  EXPECT_THAT(result.out, HasSubstr("home\t" + directory().path("second") + "\n"));
+}
+
+TEST_P(Init, directoryWithFilesIsRefusedAndUntouched) {
+  directory().write("full/file", "text");
+  const ProgramResult result = init(directory().path("full"));
+  expectRefused(result, directory().path("full") + ": exists and is not empty");
+  EXPECT_THAT(namesIn(directory().path("full")), ElementsAre("file"));
+  EXPECT_EQ(readFile(directory().path("full/file")), "text");
+}
+
+TEST_P(Init, secondInitIsRefused) {
+  mustInit();
+  const std::string key = readFile(homeFile("config/secret.key"));
+  const ProgramResult result = init(home());
+  EXPECT_EQ(result.status, 75);
+  EXPECT_THAT(result.err, HasSubstr("exists and is not empty"));
+  EXPECT_EQ(readFile(homeFile("config/secret.key")), key);
+  EXPECT_THAT(namesIn(directory().path()), ElementsAre("gateway"));
+}
+
+TEST_P(Init, fileInTheWayIsRefused) {
+  directory().write("file", "text");
+  expectRefused(init(directory().path("file")), "exists and is not a directory");
+  EXPECT_EQ(readFile(directory().path("file")), "text");
+}
+
+TEST_P(Init, linkToNothingIsRefused) {
+  fs::create_symlink(directory().path("nothing"), directory().path("link"));
+  expectRefused(init(directory().path("link")), "link");
+  EXPECT_FALSE(fs::exists(directory().path("nothing")));
+}
+
+TEST_P(Init, linkToAnEmptyDirectoryIsFollowed) {
+  fs::create_directory(directory().path("real"));
+  fs::create_symlink(directory().path("real"), directory().path("link"));
+  const ProgramResult result = init(directory().path("link"));
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_THAT(result.out, HasSubstr("home\t" + directory().path("real") + "\n"));
+  EXPECT_TRUE(fs::exists(directory().path("link/config/database.ini")));
+}
+
+TEST_P(Init, missingDirectoryAboveIsRefused) {
+  expectRefused(init(directory().path("none/here")), directory().path("none") + ": cannot make an installation there");
+}
+
+TEST_P(Init, somethingElseThanASkeletonIsRefused) {
+  expectRefused(init(home(), {"--skeleton", directory().path()}), ": not the skeleton of an installation");
+}
+
+TEST_P(Init, skeletonIsTakenFromOptionOrVariable) {
+  const std::string mine = directory().path("skeleton");
+  zarotest::copySkeleton(mine);
+  append(mine + "/config/zaro.ini", "\n[extra]\nkey=value\n");
+  EXPECT_EQ(init(home(), {"--skeleton", mine}).status, 0);
+  EXPECT_THAT(readFile(homeFile("config/zaro.ini")), HasSubstr("[extra]"));
+
+  ProgramRun run;
+  run.input = initInput();
+  run.environment["ZARO_SKELETON"] = mine;
+  EXPECT_EQ(zaroctl(initArguments(directory().path("second")), run).status, 0);
+  EXPECT_THAT(readFile(directory().path("second/config/zaro.ini")), HasSubstr("[extra]"));
+}
+
+TEST_P(Init, brokenSchemaLeavesNothingBehind) {
+  const std::string mine = directory().path("skeleton");
+  zarotest::copySkeleton(mine);
+  append(mine + "/sql/" + dialect() + "/schema.sql", "\nCREATE GARBAGE;\n");
+  expectRefused(init(home(), {"--skeleton", mine}), "schema.sql: line ");
+  if (GetParam() == Dialect::PostgreSQL) {
+    EXPECT_EQ(value("SELECT to_regclass('administrator')"), "NULL");
+  }
+}
+
+TEST_P(Init, brokenSampleLeavesNothingBehindNotEvenASchema) {
+  const std::string mine = directory().path("skeleton");
+  zarotest::copySkeleton(mine);
+  append(mine + "/sample/sample.sql", "\nINSERT INTO administrator (name) VALUES ('admin');\n");
+  expectRefused(init(home(), {"--skeleton", mine, "--sample"}), "sample.sql: line ");
+  if (GetParam() == Dialect::PostgreSQL) {
+    EXPECT_EQ(value("SELECT to_regclass('administrator')"), "NULL");
+  }
+}
+
+// The script takes long enough for the signal to come in the middle of the work.
+TEST_P(Init, interruptedInitLeavesNothingBehind) {
+  const std::string mine = directory().path("skeleton");
+  zarotest::copySkeleton(mine);
+  const char* const wait = GetParam() == Dialect::SQLite
+                               ? "\nWITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 6000000) "
+                                 "SELECT count(*) FROM n;\n"
+                               : "\nSELECT pg_sleep(2);\n";
+  append(mine + "/sql/" + dialect() + "/schema.sql", wait);
+  ProgramRun run;
+  run.input = initInput();
+  run.whileRunning = [this](int pid) {
+    // The work directory is there once the work has begun.
+    for (int trial = 0; namesIn(directory().path()).size() < 2 && trial < 2000; ++trial) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    kill(pid, SIGTERM);
+  };
+  const ProgramResult result = zaroctl(initArguments(home(), {"--skeleton", mine}), run);
+  EXPECT_EQ(result.status, 128 + SIGTERM);
+  EXPECT_THAT(namesIn(directory().path()), ElementsAre("skeleton"));
+}
+
+TEST_P(Init, twoAtOnceMakeOneInstallation) {
+  ProgramResult first;
+  ProgramResult second;
+  // On a server they would meet in the database too, where either may lose.
+  std::thread other([&] { second = init(home()); });
+  first = init(home());
+  other.join();
+  EXPECT_LE((first.status == 0) + (second.status == 0), 1);
+  if (GetParam() == Dialect::SQLite) {
+    EXPECT_EQ((first.status == 0) + (second.status == 0), 1) << first.err << second.err;
+    EXPECT_THAT(namesIn(directory().path()), ElementsAre("gateway"));
+    EXPECT_EQ(run({"check"}).status, 0);
+  }
+}
+
+ZARO_ON_EVERY_DATABASE(Init);
+
+class InitPostgresql : public Init {};
+
+TEST_P(InitPostgresql, existingSchemaIsKeptWithItsData) {
+  mustInit({"--sample"});
+  const ProgramResult second = init(directory().path("second"));
+  EXPECT_EQ(second.status, 0);
+  EXPECT_THAT(second.out, HasSubstr("schema\tkept\n"));
+  EXPECT_EQ(value("SELECT count(*) FROM administrator"), "6");
+}
+
+TEST_P(InitPostgresql, sampleGoesIntoAnEmptySchemaOnly) {
+  mustInit();
+  EXPECT_EQ(init(directory().path("second"), {"--sample"}).status, 0);
+  EXPECT_EQ(value("SELECT count(*) FROM administrator"), "6");
+  const ProgramResult third = init(directory().path("third"), {"--sample"});
+  EXPECT_EQ(third.status, 75);
+  EXPECT_THAT(third.err, HasSubstr("holds data already; the sample is for an empty one"));
+  EXPECT_FALSE(fs::exists(directory().path("third")));
+}
+
+TEST_P(InitPostgresql, schemaOfAnotherVersionIsRefused) {
+  mustInit();
+  session()->run("INSERT INTO schema_version (version) VALUES (7)");
+  const ProgramResult second = init(directory().path("second"));
+  EXPECT_EQ(second.status, 75);
+  EXPECT_THAT(second.err, HasSubstr("has schema version 7, but this program works on version 1"));
+  EXPECT_FALSE(fs::exists(directory().path("second")));
+}
+
+TEST_P(InitPostgresql, tablesOfSomebodyElseAreRefusedAndUntouched) {
+  session()->run("CREATE TABLE entity (x INTEGER)");
+  expectRefused(init(home()), "entity");
+  EXPECT_EQ(value("SELECT to_regclass('administrator')"), "NULL");
+  EXPECT_EQ(value("SELECT count(*) FROM entity"), "0");
+}
+
+TEST_P(InitPostgresql, unknownDatabaseIsRefused) {
+  expectRefused(init(home(), {"--database", "no_such_database"}), "\"no_such_database\" does not exist");
+}
+
+TEST_P(InitPostgresql, serverThatDemandsNoEncryptionIsRefusedWhereItIsRequired) {
+  expectRefused(init(home(), {"--sslmode", "require"}), "server does not support SSL, but SSL was required");
+}
+
+TEST_P(InitPostgresql, settingsGoToTheirFiles) {
+  mustInit({"--sslmode", "allow"});
+  const auto server = *zarotest::postgresqlServer();
+  const std::string odbc = readFile(homeFile("config/odbc.ini"));
+  EXPECT_THAT(odbc, HasSubstr("\nDriver=psqlodbcw.so\n"));
+  EXPECT_THAT(odbc, HasSubstr("\nServername=" + server.host + "\n"));
+  EXPECT_THAT(odbc, HasSubstr("\nPort=" + server.port + "\n"));
+  EXPECT_THAT(odbc, HasSubstr("\nSSLmode=allow\n"));
+  EXPECT_THAT(readFile(homeFile("config/database.ini")), HasSubstr("\nUserId=" + server.user + "\n"));
+}
+
+INSTANTIATE_TEST_SUITE_P(, InitPostgresql, testing::Values(Dialect::PostgreSQL), zarotest::dialectTestName);
+
+// No server is needed to be refused by one.
+class InitUnreachable : public testing::Test {
+ protected:
+  ProgramResult init(const std::vector<std::string>& more) const {
+    std::vector<std::string> arguments = {"init", m_directory.path("gateway"), "--db", "postgresql"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    ProgramRun run;
+    run.input = "topsecret\n";
+    return zaroctl(arguments, run);
+  }
+
+  TemporaryDirectory m_directory;
+};
+
+TEST_F(InitUnreachable, serverThatIsNotThereIsNamedInOneLine) {
+  std::string port;
+  {
+    const zarotest::LoopbackServer gone(zarotest::LoopbackServer::Manner::HangUp);
+    port = gone.port();
+  }
+  const ProgramResult result = init({"--host", "127.0.0.1", "--port", port});
+  EXPECT_EQ(result.status, 75);
+  EXPECT_THAT(result.err, HasSubstr("port " + port));
+  EXPECT_EQ(linesOf(result.err).size(), 1u);
+  EXPECT_THAT(result.err, testing::Not(HasSubstr("topsecret")));
+  EXPECT_THAT(namesIn(m_directory.path()), IsEmpty());
+}
+
+TEST_F(InitUnreachable, valuesThatASettingsFileCannotHoldAreRefused) {
+  for (const char* value : {"a\nb", " a", "a;b"}) {
+    const ProgramResult result = init({"--host", "127.0.0.1", "--user", value});
+    EXPECT_EQ(result.status, 75) << value;
+    EXPECT_EQ(linesOf(result.err).size(), 1u) << result.err;
+    EXPECT_THAT(namesIn(m_directory.path()), IsEmpty());
+  }
+}
+
+}  // namespace

@@ -1,0 +1,131 @@
+#include "programs/ProgramTest.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <utility>
+
+namespace zarotest {
+
+namespace fs = std::filesystem;
+using zaroruntime::DataSource;
+using zaroruntime::Installation;
+using zaroruntime::SqlSession;
+
+namespace {
+
+constexpr int kConnectTimeOut = 30;  // seconds
+
+std::string freshDatabaseName() {
+  static std::atomic<int> count{0};
+  return "zaro_program_" + std::to_string(getpid()) + "_" + std::to_string(++count);
+}
+
+}  // namespace
+
+ServerDatabase::ServerDatabase() : m_server(*postgresqlServer()), m_name(freshDatabaseName()) {
+  _session(m_server.database)->run("CREATE DATABASE " + m_name);
+}
+
+ServerDatabase::~ServerDatabase() {
+  _session(m_server.database)->run("DROP DATABASE " + m_name + " WITH (FORCE)");
+}
+
+std::unique_ptr<SqlSession> ServerDatabase::_session(const std::string& database) const {
+  const DataSource source{
+      "test", "psqlodbcw.so", Dialect::PostgreSQL, {{"Servername", m_server.host}, {"Port", m_server.port}}};
+  return std::make_unique<SqlSession>(source,
+                                      zaroruntime::DatabaseSettings{"test", m_server.user, m_server.password, database},
+                                      Installation("/"), kConnectTimeOut);
+}
+
+void ProgramTest::SetUp() {
+  if (GetParam() != Dialect::PostgreSQL) {
+    return;
+  }
+  if (!postgresqlServer()) {
+    GTEST_SKIP() << "no PostgreSQL server: run the tests through scripts/with-postgres";
+  }
+  m_database = std::make_unique<ServerDatabase>();
+}
+
+std::vector<std::string> ProgramTest::initArguments(const std::string& directory,
+                                                    const std::vector<std::string>& more) const {
+  std::vector<std::string> arguments = {"init", directory};
+  if (m_database) {
+    const PostgresqlServer& server = m_database->server();
+    const std::pair<const char*, std::string> options[] = {{"--db", "postgresql"},
+                                                           {"--host", server.host},
+                                                           {"--port", server.port},
+                                                           {"--user", server.user},
+                                                           {"--database", m_database->name()}};
+    for (const auto& [option, value] : options) {
+      if (std::find(more.begin(), more.end(), option) == more.end()) {
+        arguments.emplace_back(option);
+        arguments.push_back(value);
+      }
+    }
+  }
+  arguments.insert(arguments.end(), more.begin(), more.end());
+  return arguments;
+}
+
+std::string ProgramTest::initInput() const {
+  return m_database ? m_database->server().password + "\n" : std::string();
+}
+
+ProgramResult ProgramTest::init(const std::string& directory, const std::vector<std::string>& more) const {
+  ProgramRun run;
+  run.input = initInput();
+  return zaroctl(initArguments(directory, more), run);
+}
+
+void ProgramTest::mustInit(const std::vector<std::string>& more) const {
+  const ProgramResult made = init(home(), more);
+  ASSERT_EQ(made.status, 0) << made.err;
+}
+
+ProgramResult ProgramTest::run(const std::vector<std::string>& arguments) const {
+  ProgramRun run;
+  run.environment["ZARO_HOME"] = home();
+  return zaroctl(arguments, run);
+}
+
+std::unique_ptr<SqlSession> ProgramTest::session() const {
+  if (m_database) {
+    return m_database->session();
+  }
+  const DataSource source{"test", "libsqlite3odbc.so", Dialect::SQLite, {}};
+  return std::make_unique<SqlSession>(source, zaroruntime::DatabaseSettings{"test", "", "", "data/zaro.db"},
+                                      Installation(home()), kConnectTimeOut);
+}
+
+void ProgramTest::replaceLine(const std::string& name, const std::string& begin, const std::string& line) const {
+  std::string text;
+  bool found = false;
+  for (const std::string& old : linesOf(readFile(homeFile(name)))) {
+    if (found || old.compare(0, begin.size(), begin) != 0) {
+      text += old + "\n";
+      continue;
+    }
+    found = true;
+    text += line.empty() ? line : line + "\n";
+  }
+  ASSERT_TRUE(found) << name << " has no line " << begin;
+  writeFile(name, text);
+}
+
+void ProgramTest::writeFile(const std::string& name, const std::string& text) const {
+  std::ofstream(homeFile(name), std::ios::binary | std::ios::trunc) << text;
+}
+
+void copySkeleton(const std::string& directory) {
+  fs::create_directories(directory);
+  fs::copy(fs::path(ZAROCTL_PATH).parent_path().parent_path() / "share/zaropolicy/home", directory,
+           fs::copy_options::recursive);
+}
+
+}  // namespace zarotest

@@ -1,0 +1,138 @@
+#include "sql/SqlText.h"
+
+#include <gmock/gmock.h>
+
+#include "ZaroRuntime/RuntimeError.h"
+
+namespace {
+
+using testing::HasSubstr;
+using zaroruntime::splitScript;
+using zaroruntime::TransactionVerb;
+using zaroruntime::transactionVerb;
+using zaroruntime::whyNotOneStatement;
+
+struct OneStatementCase {
+  const char* label;
+  const char* text;
+  const char* why;
+};
+
+const OneStatementCase kOneStatementCases[] = {
+    {"plain", "SELECT 1", ""},
+    {"empty", "", ""},
+    {"trailing semicolon and blanks", "SELECT 1 ; \n\t;", ""},
+    {"stacked", "SELECT 1; DROP TABLE x", "more than one statement"},
+    {"stacked literal", "SELECT 1; 'x'", "more than one statement"},
+    {"stacked quoted name", "SELECT 1;\"x\"", "more than one statement"},
+    {"semicolon in a literal", "SELECT 'a;b'", ""},
+    {"semicolon after a doubled quote", "SELECT 'a'';b'", ""},
+    {"literal of two quotes, then stacked", "SELECT ''; SELECT 2", "more than one statement"},
+    {"four quotes are one quote", "SELECT '''' ; ", ""},
+    {"semicolon in a quoted name", "SELECT 1 AS \"a;b\"", ""},
+    {"quote in a quoted name", "SELECT 1 AS \"a'b\"; SELECT 2", "more than one statement"},
+    {"backslash does not escape in a plain literal", "SELECT '\\'; SELECT 2", "more than one statement"},
+    {"backslash escapes in an E literal", "SELECT E'\\'; x'", ""},
+    {"lower-case e as well", "SELECT e'\\'; x'", ""},
+    {"an E at the end of a word is no prefix", "SELECT typE'\\'; SELECT 2", "more than one statement"},
+    {"escaped quote before a doubled one", "SELECT E'a\\''; DROP TABLE x; --'", "more than one statement"},
+    {"dollar literal", "SELECT $$;$$", ""},
+    {"tagged dollar literal", "SELECT $a$ ; $$ ; $a$", ""},
+    {"another tag does not close it", "SELECT $a$ ; $b$", "a literal does not end"},
+    {"parameter numbers are no tags", "SELECT $1; SELECT $1", "more than one statement"},
+    {"a dollar within a word is no tag", "SELECT a$b$; SELECT 1", "more than one statement"},
+    {"line comment", "SELECT 1 -- one", "a statement must not hold comments"},
+    {"block comment", "SELECT /* one */ 1", "a statement must not hold comments"},
+    {"quote in a comment", "SELECT 1 /* ' */; DROP TABLE x", "a statement must not hold comments"},
+    {"comment signs in a literal", "SELECT '-- /* '", ""},
+    {"minus and slash alone", "SELECT 4 - 2 / 1", ""},
+    {"open literal", "SELECT 'abc", "a literal does not end"},
+    {"open quoted name", "SELECT \"abc", "a quoted name does not end"},
+    {"open block comment", "SELECT 1 /* abc", "a comment does not end"},
+    {"lone quote at the end", "'", "a literal does not end"},
+    {"UTF-8", "SELECT '漢字;' AS ä", ""},
+};
+
+TEST(SqlText, oneStatementIsTold) {
+  for (const OneStatementCase& test : kOneStatementCases) {
+    EXPECT_EQ(whyNotOneStatement(test.text), test.why) << test.label;
+  }
+}
+
+struct VerbCase {
+  const char* statement;
+  TransactionVerb verb;
+};
+
+const VerbCase kVerbCases[] = {
+    {"BEGIN", TransactionVerb::Begin},
+    {"begin immediate", TransactionVerb::Begin},
+    {" \n\tBegin;", TransactionVerb::Begin},
+    {"START TRANSACTION", TransactionVerb::Begin},
+    {"COMMIT", TransactionVerb::Commit},
+    {"commit;", TransactionVerb::Commit},
+    {"END", TransactionVerb::Commit},
+    {"ROLLBACK", TransactionVerb::Rollback},
+    {"rollback transaction", TransactionVerb::Rollback},
+    {"ABORT", TransactionVerb::Rollback},
+    {"ROLLBACK TO SAVEPOINT a", TransactionVerb::None},
+    {"rollback transaction to a", TransactionVerb::None},
+    {"SELECT 'BEGIN'", TransactionVerb::None},
+    {"'COMMIT'", TransactionVerb::None},
+    {"BEGINNING", TransactionVerb::None},
+    {"", TransactionVerb::None},
+};
+
+TEST(SqlText, transactionVerbsAreTold) {
+  for (const VerbCase& test : kVerbCases) {
+    EXPECT_EQ(transactionVerb(test.statement), test.verb) << test.statement;
+  }
+}
+
+std::vector<std::string> texts(const std::string& script) {
+  std::vector<std::string> result;
+  for (const auto& statement : splitScript(script)) {
+    result.push_back(statement.text);
+  }
+  return result;
+}
+
+using Texts = std::vector<std::string>;
+
+TEST(SqlText, scriptIsSplitAtSemicolons) {
+  EXPECT_EQ(texts("a; b ;;\n c"), (Texts{"a", "b", "c"}));
+  EXPECT_EQ(texts(""), Texts{});
+  EXPECT_EQ(texts(" ; ; "), Texts{});
+  EXPECT_EQ(texts("a ';' ; b \";\" ; c $x$;$x$"), (Texts{"a ';'", "b \";\"", "c $x$;$x$"}));
+}
+
+TEST(SqlText, scriptCommentsAreDropped) {
+  EXPECT_EQ(texts("-- one; two\na /* ; /* ; */ ; */ b;"), (Texts{"a   b"}));
+}
+
+TEST(SqlText, scriptKeepsTriggersWhole) {
+  const std::string trigger =
+      "CREATE TEMP TRIGGER t AFTER INSERT ON x BEGIN UPDATE x SET a=CASE b WHEN 1 THEN 2 END; DELETE FROM y; END";
+  EXPECT_EQ(texts(trigger + "; SELECT 1;"), (Texts{trigger, "SELECT 1"}));
+  EXPECT_EQ(texts("CREATE TABLE trigger_log(a); SELECT 1"), (Texts{"CREATE TABLE trigger_log(a)", "SELECT 1"}));
+  EXPECT_EQ(texts("BEGIN; SELECT 1; END;"), (Texts{"BEGIN", "SELECT 1", "END"}));
+}
+
+TEST(SqlText, scriptStatementsKnowTheirLine) {
+  const auto statements = splitScript("-- head\n\na;\n/* two\nlines */ b\n;c");
+  ASSERT_EQ(statements.size(), 3u);
+  EXPECT_EQ(statements[0].line, 3u);
+  EXPECT_EQ(statements[1].line, 5u);
+  EXPECT_EQ(statements[2].line, 6u);
+}
+
+TEST(SqlText, openLiteralInAScriptIsRefused) {
+  try {
+    splitScript("a;\nb 'c");
+    FAIL() << "no refusal";
+  } catch (const zaroruntime::RuntimeError& failure) {
+    EXPECT_THAT(failure.what(), HasSubstr("line 2: a literal does not end"));
+  }
+}
+
+}  // namespace

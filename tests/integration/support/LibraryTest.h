@@ -1,0 +1,19 @@
+// Tests of the library on the runtime. The library is configured once per process, so each case has one of its own.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "support/TestInstallation.h"
+
+namespace zarotest {
+
+class OnEveryDatabaseWithLibrary : public OnEveryDatabase {
+ protected:
+  // Runs `body` in a child process, with the library's log in a file.
+  void inOwnProcess(const std::function<void()>& body) const;
+  // Lines logged so far.
+  std::string log() const { return readFile(home().directory().path("log")); }
+};
+
+}  // namespace zarotest
