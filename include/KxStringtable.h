@@ -147,6 +147,8 @@ class ZARO_POLICY_EXPORT KxStringtable : public KxLockableClass {
   // made nevertheless and borrows the caller's text from then on.
   const KxIndexedString* _addToStringtable(const KxIndexedString* wanted);
   const KxIndexedString* _addToStringtable(const char* text);
+  // Filling only. Takes an entry out again whose text the table could not copy, while its caller's text still exists.
+  void _dropBorrowed(const KxIndexedString& wanted);
   // Any phase. Returns the entry or null.
   const KxIndexedString* _findInStringtable(const KxIndexedString* wanted) const;
   const KxIndexedString* _findInStringtable(const char* text) const;

@@ -18,9 +18,14 @@ const KxIndexedString* orEmpty(const KxIndexedString* handle) {
   return handle != nullptr ? handle : &KxStringtable::_theEmptyIndexedString;
 }
 
-// Releases a handle that an object kept; the entries of a table that went before the object are not touched any more.
-bool releaseKept(const KxIndexedString* handle, const KxStringtable* table) {
-  return isGone(table) || KxStringtable::cleanupReference(handle);
+// Releases a handle. Failing, it hands the handle's text and index, as they were, to `report`; null and 0 for none.
+template <typename Report>
+void release(const KxIndexedString* handle, Report report) {
+  // What fails to be released may be gone nevertheless.
+  const KxIndexedString before = handle != nullptr ? *handle : KxIndexedString(nullptr);
+  if (!KxStringtable::cleanupReference(handle)) {
+    report(handle != nullptr && before.getString() == nullptr ? "NULL" : before.getString(), before.getIndex());
+  }
 }
 
 bool sameText(const char* one, const char* other) {
@@ -47,22 +52,21 @@ unsigned int weightOf(const Specificity& pattern) {
 
 // Gives a label of a split pattern back.
 void releaseLabel(const KxIndexedString* label, const char* fullAddress) {
-  if (KxStringtable::cleanupReference(label)) {
-    return;
-  }
-  if (label == nullptr) {
-    PolicyLog::log(
-        LogLevel::Error,
-        "KxListedEmailAddress::_computeWeight: failed to clean up a piece of the domain : NULL. This object's full address is %s, %d",
-        fullAddress, 0);
-    return;
-  }
-  // The label's index stands twice; log watchers know the line that way.
-  const int index = static_cast<int>(label->getIndex());
-  PolicyLog::log(
-      LogLevel::Error,
-      "KxListedEmailAddress::_computeWeight: failed to clean up a piece of the domain : %s, %d. This object's full address is %s, %d",
-      label->getString(), index, fullAddress, index);
+  const auto report = [fullAddress](const char* text, unsigned int index) {
+    if (text == nullptr) {
+      PolicyLog::log(
+          LogLevel::Error,
+          "KxListedEmailAddress::_computeWeight: failed to clean up a piece of the domain : NULL. This object's full address is %s, %d",
+          fullAddress, 0);
+    } else {
+      // The label's index stands twice; log watchers know the line that way.
+      PolicyLog::log(
+          LogLevel::Error,
+          "KxListedEmailAddress::_computeWeight: failed to clean up a piece of the domain : %s, %d. This object's full address is %s, %d",
+          text, static_cast<int>(index), fullAddress, static_cast<int>(index));
+    }
+  };
+  release(label, report);
 }
 
 // Pairs of kinds that exclude each other: an exception and what it takes back, and the tiers among themselves.
@@ -90,15 +94,17 @@ KxIndexedStringNamedClass::KxIndexedStringNamedClass(KxStringtable* table, const
     : _name(_lookupAndCheckName(name, table)), _stringtable(table) {}
 
 KxIndexedStringNamedClass::~KxIndexedStringNamedClass() {
-  if (releaseKept(_name, _stringtable)) {
+  if (isGone(_stringtable)) {
     return;
   }
-  if (_name == nullptr) {
-    PolicyLog::log(LogLevel::Error, "~KxIndexedStringNamedClass: Failed to cleanup _name reference: NULL");
-  } else {
-    PolicyLog::log(LogLevel::Error, "~KxIndexedStringNamedClass: Failed to cleanup _name reference: %s , %lu",
-                   _name->getString(), static_cast<unsigned long>(_name->getIndex()));
-  }
+  release(_name, [](const char* text, unsigned long index) {
+    if (text == nullptr) {
+      PolicyLog::log(LogLevel::Error, "~KxIndexedStringNamedClass: Failed to cleanup _name reference: NULL");
+    } else {
+      PolicyLog::log(LogLevel::Error, "~KxIndexedStringNamedClass: Failed to cleanup _name reference: %s , %lu", text,
+                     index);
+    }
+  });
 }
 
 const KxIndexedString* KxIndexedStringNamedClass::_lookupAndCheckName(const KxIndexedString* text,
@@ -120,8 +126,13 @@ const KxIndexedString* KxIndexedStringNamedClass::_lookupAndCheckName(const KxIn
     }
     return &KxStringtable::_theEmptyIndexedString;
   }
-  // The table is locked and does not know the text: the argument is somebody else's and may be gone tomorrow.
-  return kept == text ? orEmpty(KxIndexedString::deepCopy(text)) : kept;
+  if (kept != text) {
+    return kept;
+  }
+  // The table is locked and does not know the text, or could not take it in. The argument is somebody else's and may be
+  // gone tomorrow: neither this object nor the table may go on using it.
+  table->_dropBorrowed(*text);
+  return orEmpty(KxIndexedString::deepCopy(text));
 }
 
 const KxIndexedString* KxIndexedStringNamedClass::_lookupAndCheckName(const char* text, KxStringtable* table) const {
@@ -155,15 +166,17 @@ KxListedEmailAddress::KxListedEmailAddress(KxStringtable* table, const KxIndexed
 }
 
 KxListedEmailAddress::~KxListedEmailAddress() {
-  if (releaseKept(_fullAddress, _stringtable)) {
+  if (isGone(_stringtable)) {
     return;
   }
-  if (_fullAddress == nullptr) {
-    PolicyLog::log(LogLevel::Error, "~KxListedEmailAddress: Failed to cleanup _fullAddress reference: NULL");
-  } else {
-    PolicyLog::log(LogLevel::Error, "~KxListedEmailAddress: Failed to cleanup _fullAddress reference: %s , %lu",
-                   _fullAddress->getString(), static_cast<unsigned long>(_fullAddress->getIndex()));
-  }
+  release(_fullAddress, [](const char* text, unsigned long index) {
+    if (text == nullptr) {
+      PolicyLog::log(LogLevel::Error, "~KxListedEmailAddress: Failed to cleanup _fullAddress reference: NULL");
+    } else {
+      PolicyLog::log(LogLevel::Error, "~KxListedEmailAddress: Failed to cleanup _fullAddress reference: %s , %lu", text,
+                     index);
+    }
+  });
 }
 
 void KxListedEmailAddress::lock() {

@@ -132,8 +132,8 @@ KxStringtable::~KxStringtable() {
     for (const Entry& entry : _entries) {
       if (entry.ownsText && !const_cast<Entry&>(entry)._explicitCleanupString()) {
         PolicyLog::log(LogLevel::Error,
-                       "~KxStringtable: deallocating the KxIndexedString's private data copy failed: %s, %lu.",
-                       "NULL", shownIndex(entry));  // it fails for no other text
+                       "~KxStringtable: deallocating the KxIndexedString's private data copy failed: %s, %lu.", "NULL",
+                       shownIndex(entry));  // it fails for no other text
       }
     }
   } catch (...) {
@@ -267,6 +267,13 @@ const KxIndexedString* KxStringtable::_ownText(Entry& entry, const KxIndexedStri
     return nullptr;
   }
   return &entry;
+}
+
+void KxStringtable::_dropBorrowed(const KxIndexedString& wanted) {
+  const auto found = isLocked() ? _entries.end() : _entries.find(wanted);
+  if (found != _entries.end() && !found->ownsText) {
+    _entries.erase(found);
+  }
 }
 
 const KxIndexedString* KxStringtable::_addToStringtable(const char* text) {
