@@ -3,6 +3,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <utility>
 
 #include "AddressText.h"
 #include "Memory.h"
@@ -31,26 +32,20 @@ std::string loweredText(const char* text) {
   return result;
 }
 
-// The label that a level took off the stack, for as long as its subtree is searched. It goes back in any case; should
-// memory run out for that, it is released and the search ends.
+// The label that a level took off the stack, for as long as the levels below are at work. It goes back whatever
+// happens; should memory run out for that, it is released.
 class ConsumedLabel {
  public:
   explicit ConsumedLabel(KxWildcardNode::LabelStack& labels) : m_labels(labels), m_label(nullptr) {}
-  ~ConsumedLabel() {
-    if (m_label != nullptr) {
-      pushOrRelease(m_labels, m_label);
-    }
-  }
+  ~ConsumedLabel() { putBack(); }
   ConsumedLabel(const ConsumedLabel&) = delete;
   ConsumedLabel& operator=(const ConsumedLabel&) = delete;
 
   const KxIndexedString*& receiver() { return m_label; }
-  // Throws std::bad_alloc.
-  void putBack() {
-    if (m_label != nullptr) {
-      m_labels.push(m_label);
-      m_label = nullptr;
-    }
+  // False when the stack now lacks the label.
+  bool putBack() {
+    const KxIndexedString* label = std::exchange(m_label, nullptr);
+    return label == nullptr || pushOrRelease(m_labels, label);
   }
 
  private:
@@ -157,8 +152,8 @@ bool KxWildcardNode::addAddressPattern(const char* address, KxEmailBelongsTo kin
 bool KxWildcardNode::addAddressPattern(const KxIndexedString* fullAddress, const KxIndexedString* name,
                                        LabelStack& labels, KxEmailBelongsTo kind, const char* annotation,
                                        std::string* owner) {
-  const KxIndexedString* consumed = nullptr;
-  if (!_matchesThisNode(labels, consumed)) {
+  ConsumedLabel consumed(labels);
+  if (!_matchesThisNode(labels, consumed.receiver())) {
     return false;
   }
   bool added = false;
@@ -167,7 +162,7 @@ bool KxWildcardNode::addAddressPattern(const KxIndexedString* fullAddress, const
   } else if (KxWildcardNode* child = childFor(orEmpty(labels.top()))) {
     added = child->addAddressPattern(&orEmpty(fullAddress), &orEmpty(name), labels, kind, annotation, owner);
   }
-  return (consumed == nullptr || pushOrRelease(labels, consumed)) && added;
+  return consumed.putBack() && added;
 }
 
 KxWildcardNode* KxWildcardNode::childFor(const KxIndexedString& label) {
@@ -331,7 +326,10 @@ void KxWildcardNode::searchLevel(const KxIndexedString& name, LabelStack& labels
   if (_matchLeafWildcard(name, atEnd)) {
     out.push_back(_wildcardLeaf);
   }
-  consumed.putBack();
+  // The levels above go on with their own labels only while the stack is whole.
+  if (!consumed.putBack()) {
+    throw std::bad_alloc();
+  }
 }
 
 KxWildcardedWildcardNode::KxWildcardedWildcardNode(KxStringtable* table)
@@ -342,13 +340,13 @@ KxWildcardedWildcardNode::~KxWildcardedWildcardNode() = default;
 bool KxWildcardedWildcardNode::addAddressPattern(const KxIndexedString* fullAddress, const KxIndexedString* name,
                                                  LabelStack& labels, KxEmailBelongsTo kind, const char* annotation,
                                                  std::string* owner) {
-  const KxIndexedString* consumed = nullptr;
-  if (!_matchesThisNode(labels, consumed)) {
+  ConsumedLabel consumed(labels);
+  if (!_matchesThisNode(labels, consumed.receiver())) {
     return false;
   }
   // The labels that are left are covered by the wildcard.
   const bool added = _addOrModifyLeaf(name, fullAddress, kind, annotation, owner);
-  return (consumed == nullptr || pushOrRelease(labels, consumed)) && added;
+  return consumed.putBack() && added;
 }
 
 KxWildcardNode* KxWildcardedWildcardNode::_findMatchingChild(const KxIndexedString& /*label*/) {

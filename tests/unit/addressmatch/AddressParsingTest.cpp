@@ -254,7 +254,7 @@ TEST_F(AddressParsing, handleThatMemoryDoesNotSufficeForIsNull) {
   KxWildcardNode::parseAddress(nullptr, "user@a.b", scratch.get(), stack);
   EXPECT_TRUE(failure.happened());
   ASSERT_EQ(stack.size(), 3u);
-  stack.pop();
+  KxStringtable::cleanupReference(KxWildcardNode::getEmailAddressName(stack));
   EXPECT_EQ(stack.top(), nullptr);
   KxWildcardEmail::cleanupDomainStack(&stack, nullptr);
 }
