@@ -1,73 +1,18 @@
 // Every allocation of every operation fails once. A program of its own, since it replaces operator new.
-#include <atomic>
-#include <cstdlib>
 #include <memory>
-#include <new>
 #include <string>
 #include <vector>
 
+#include "FailingAllocations.h"
 #include "KxMatchExplanation.h"
 #include "KxWildcardEmail.h"
 #include "scripted/Platform.h"
 
 namespace {
 
-std::atomic<int> allocationsLeft{0};  // 0: none fails
-
-void* allocate(std::size_t size) {
-  return allocationsLeft > 0 && --allocationsLeft == 0 ? nullptr : std::malloc(size != 0 ? size : 1);
-}
-
-void* allocateOrThrow(std::size_t size) {
-  void* memory = allocate(size);
-  if (memory == nullptr) {
-    throw std::bad_alloc();
-  }
-  return memory;
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-  return allocateOrThrow(size);
-}
-void* operator new[](std::size_t size) {
-  return allocateOrThrow(size);
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return allocate(size);
-}
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-  return allocate(size);
-}
-void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-void operator delete[](void* memory) noexcept {
-  std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
-void operator delete[](void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
-
-namespace {
-
 using scripted::platform;
 using testing::IsEmpty;
 using testing::Not;
-
-// Runs `action` with its `allocation`-th allocation failing; whether it came to that.
-template <typename Action>
-bool failsAt(int allocation, Action action) {
-  allocationsLeft = allocation;
-  action();
-  const bool failed = allocationsLeft == 0;
-  allocationsLeft = 0;
-  return failed;
-}
 
 // The patterns that were there before, and one that is added.
 const char* const kPatterns[] = {"user@example.test", "*@example.test", "*@*.test", "user@other.test"};
