@@ -3,11 +3,15 @@
 namespace {
 
 // In the order of the help text.
+// clang-format off
 constexpr void (*kCommands[])(CommandTree&) = {
     addInit,
     addCheck,
     addAdminId,
+    addMatch,
+    addLint,
 };
+// clang-format on
 
 }  // namespace
 

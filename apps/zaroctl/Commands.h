@@ -6,5 +6,7 @@ class CommandTree;
 void addAdminId(CommandTree& tree);
 void addCheck(CommandTree& tree);
 void addInit(CommandTree& tree);
+void addLint(CommandTree& tree);
+void addMatch(CommandTree& tree);
 
 void addAllCommands(CommandTree& tree);

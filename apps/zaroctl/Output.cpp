@@ -30,6 +30,14 @@ std::size_t shownWidth(const std::string& text) {
 
 using Cells = std::vector<std::string>;
 
+Cells cellsOf(const std::vector<Output::Column>& columns, const Json& row) {
+  Cells cells;
+  for (const Output::Column& column : columns) {
+    cells.push_back(cellText(row.at(column.key)));
+  }
+  return cells;
+}
+
 std::string tableText(const std::vector<Cells>& lines) {
   std::vector<std::size_t> widths;
   for (const Cells& line : lines) {
@@ -98,13 +106,23 @@ void Output::rows(const std::vector<Column>& columns, const Json& rows) {
     lines.push_back(std::move(headings));
   }
   for (const Json& row : rows) {
-    Cells cells;
-    for (const Column& column : columns) {
-      cells.push_back(cellText(row.at(column.key)));
-    }
-    lines.push_back(std::move(cells));
+    lines.push_back(cellsOf(columns, row));
   }
   _write(m_form == Form::Table ? tableText(lines) : tabbedText(lines));
+}
+
+void Output::next(const std::vector<Column>& columns, const Json& row) {
+  if (m_form == Form::Document) {
+    _write(row.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n');
+    return;
+  }
+  _write(tabbedText({cellsOf(columns, row)}));
+}
+
+void Output::remark(const std::string& text) {
+  if (m_form != Form::Document) {
+    _write(escaped(text) + '\n');
+  }
 }
 
 void Output::finish() {

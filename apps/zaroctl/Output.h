@@ -19,7 +19,7 @@ class Output {
 
   explicit Output(Form form) : m_form(form) {}
 
-  // A command prints its result by one of these, once.
+  // A command prints its result by one of these, once; one whose results come one after the other, by `next`.
 
   // A result that is one value, which stands alone outside JSON.
   void value(const char* key, const Json& object);
@@ -28,6 +28,14 @@ class Output {
   // A list of alike objects, one line each. Lines have the columns in the order given and no heading. JSON also has the
   // keys that are no columns.
   void rows(const std::vector<Column>& columns, const Json& rows);
+
+  // One of many results, printed at once: a line with the columns given, or JSON on one line. `isTable` tells a command
+  // that has them all at hand that `rows` would suit its reader better.
+  void next(const std::vector<Column>& columns, const Json& row);
+  // Text for people, between results; nothing with --json.
+  void remark(const std::string& text);
+  bool isTable() const { return m_form == Form::Table; }
+  bool isDocument() const { return m_form == Form::Document; }
 
   // Sends everything on its way; throws std::runtime_error when standard output does not take it.
   void finish();

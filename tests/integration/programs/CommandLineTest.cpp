@@ -54,7 +54,8 @@ INSTANTIATE_TEST_SUITE_P(, WrongUsageOf, testing::ValuesIn(kWrongUsages),
                          [](const auto& tested) { return std::string(tested.param.label); });
 
 TEST(CommandLine, everyHelpShowsExamples) {
-  for (const std::vector<std::string>& command : {std::vector<std::string>{}, {"init"}, {"check"}, {"admin", "id"}}) {
+  for (const std::vector<std::string>& command :
+       {std::vector<std::string>{}, {"init"}, {"check"}, {"admin", "id"}, {"match"}, {"lint"}}) {
     std::vector<std::string> arguments = command;
     arguments.emplace_back("--help");
     const ProgramResult result = zaroctl(arguments);
