@@ -123,25 +123,24 @@ bool Tree::add(const std::string& pattern, unsigned int kinds) {
     }
     level.names.insert(name);
   }
-  auto leaf = std::find_if(m_leaves.begin(), m_leaves.end(), [&](const Leaf& known) {
-    return known.path == path && known.wildcardDomain == wildcardDomain && known.name == name;
-  });
-  if (leaf == m_leaves.end()) {
+  const auto key = std::make_tuple(path, wildcardDomain, name);
+  if (m_leaves.count(key) == 0) {
     take(name);
     take(text);
-    leaf = m_leaves.insert(m_leaves.end(), {path, wildcardDomain, name, text, 0, false});
+    m_leaves[key] = {path, wildcardDomain, name, text, 0, false};
   }
-  if (leaf->locked || !isStateAllowed(leaf->state | kinds)) {
+  Leaf& leaf = m_leaves[key];
+  if (leaf.locked || !isStateAllowed(leaf.state | kinds)) {
     return false;
   }
-  leaf->state |= kinds;
+  leaf.state |= kinds;
   return true;
 }
 
 std::vector<const Leaf*> Tree::findMatches(const std::string& address) const {
   const Split parts = split(lowered(address));
   std::vector<const Leaf*> found;
-  for (const Leaf& leaf : m_leaves) {
+  for (const auto& [key, leaf] : m_leaves) {
     if (leaf.matches(parts)) {
       found.push_back(&leaf);
     }
@@ -159,7 +158,7 @@ void Tree::lock() {
       level.namesIndexed = std::all_of(level.names.begin(), level.names.end(), known);
     }
   }
-  for (Leaf& leaf : m_leaves) {
+  for (auto& [key, leaf] : m_leaves) {
     leaf.locked = true;
   }
 }

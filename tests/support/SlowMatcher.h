@@ -5,10 +5,10 @@
 // frozen table looks only for keys that are in that table, so that a pattern with another key is stored out of reach.
 #pragma once
 
-#include <deque>
 #include <map>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace slow {
@@ -71,7 +71,7 @@ class Tree {
 
   Table* m_table;
   std::map<std::vector<std::string>, Level> m_levels;  // by path; the level of a "*" has it at the end
-  std::deque<Leaf> m_leaves;
+  std::map<std::tuple<std::vector<std::string>, bool, std::string>, Leaf> m_leaves;  // by path, wildcard domain, name
 };
 
 struct Decision {
