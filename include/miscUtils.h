@@ -13,7 +13,8 @@ class ZARO_POLICY_EXPORT miscUtils {
   //   adminName   exact name, any bytes; quotes need no escaping
   //   adminId     set on success; after 1002 it may hold an unusable value
   // Returns 0, or
-  //   1002  there is no such administrator, or the identifier is NULL, not a 32-bit number or 4294967295
+  //   1002  there is no such administrator, the identifier is NULL, not a 32-bit number or 4294967295, or `db` has
+  //         no connection
   //   1003  the database layer threw (a null name or one too long for a statement included); logged at level 1
   static int getAdminId(ZARO::RdbmsInterface& db, const char* adminName, unsigned int& adminId);
 };

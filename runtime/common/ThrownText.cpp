@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstddef>
+#include <new>
 
 #include "ZaroRuntime/LastFailure.h"
 
@@ -24,7 +25,11 @@ Ring& ring() {
 void throwText(const std::string& text) {
   Ring& texts = ring();
   texts.last = (texts.last + 1) % texts.texts.size();
-  texts.texts[texts.last] = text;
+  try {
+    texts.texts[texts.last] = text;
+  } catch (const std::bad_alloc&) {
+    throw "out of memory";
+  }
   throw texts.texts[texts.last].c_str();
 }
 

@@ -4,6 +4,7 @@
 
 #include "PolicyLog.h"
 #include "ZaroRuntime/IniFile.h"
+#include "common/ThrownText.h"
 
 namespace ZARO {
 
@@ -12,7 +13,10 @@ struct ConfigFileOnDisk::Impl {
   std::unique_ptr<zaroruntime::IniFile> ini;  // null when the file could not be read
 };
 
-ConfigFileOnDisk::ConfigFileOnDisk(const char* path) : m_impl(new Impl{path != nullptr ? path : "", nullptr}) {
+ConfigFileOnDisk::ConfigFileOnDisk(const char* path)
+    : m_impl(zaroruntime::throwingText([&] {
+        return new Impl{path != nullptr ? path : "", nullptr};
+      })) {
   try {
     m_impl->ini = std::make_unique<zaroruntime::IniFile>(m_impl->path);
   } catch (const std::exception& failure) {

@@ -1,6 +1,7 @@
 #include "ZaroRuntime/Installation.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <utility>
 
 #include "ZaroRuntime/IniFile.h"
@@ -9,8 +10,18 @@
 
 namespace zaroruntime {
 
+namespace {
+
+// What the library keeps of each setting, and of the connection string: one byte less than its buffer, because a
+// string that fills it may have been cut.
+constexpr std::size_t kLongestSetting = 255;
+constexpr std::size_t kLongestConnectionString = 510;
+
+}  // namespace
+
 Installation::Installation(std::string home) : m_home(std::move(home)) {
-  if (m_home.empty() || m_home.back() != '/') {
+  // A backslash ends a directory too, as it does for the library.
+  if (m_home.empty() || (m_home.back() != '/' && m_home.back() != '\\')) {
     m_home += '/';
   }
 }
@@ -49,6 +60,24 @@ std::string Installation::sqlDirectory() const {
   return path(directory != nullptr ? std::string("sql/") + directory : "sql");
 }
 
+void requireSettingsFit(const DatabaseSettings& settings) {
+  const struct {
+    const char* key;
+    const std::string& value;
+  } rows[] = {{"DataSourceName", settings.dataSource}, {"UserId", settings.user}, {"Password", settings.password}};
+  std::size_t length = std::strlen("ODBC;DRIVER=;DSN=;UID=;PWD=;DATABASE=") + settings.database.size();
+  for (const auto& row : rows) {
+    if (row.value.size() > kLongestSetting) {
+      throw RuntimeError(std::string(row.key) + " is longer than " + std::to_string(kLongestSetting) + " bytes");
+    }
+    length += row.value.size();
+  }
+  if (length > kLongestConnectionString) {
+    throw RuntimeError("DataSourceName, UserId, Password and Database are too long together, by " +
+                       std::to_string(length - kLongestConnectionString) + " bytes");
+  }
+}
+
 DatabaseSettings readDatabaseSettings(const Installation& installation) {
   static constexpr const char* kSection = "Database_Settings";
   const std::string path = installation.databaseIni();
@@ -68,8 +97,13 @@ DatabaseSettings readDatabaseSettings(const Installation& installation) {
   settings.user = required("UserId");
   settings.database = required("Database");
   settings.password = ini.get(kSection, "Password").value_or("");
-  if (isEncryptedPassword(settings.password)) {
-    settings.password = decryptPassword(settings.password, installation.secretKey());
+  try {
+    if (isEncryptedPassword(settings.password)) {
+      settings.password = decryptPassword(settings.password, installation.secretKey());
+    }
+    requireSettingsFit(settings);
+  } catch (const RuntimeError& failure) {
+    throw RuntimeError(path + ": " + failure.what());
   }
   return settings;
 }

@@ -2,8 +2,9 @@
 
 #include <strings.h>
 
-#include <cstdio>
 #include <cstring>
+
+#include "ZaroRuntime/PrintableText.h"
 
 namespace zaroruntime {
 
@@ -44,23 +45,10 @@ std::string asOneLine(const std::string& text) {
   while (length > 0 && text[length - 1] == '\n') {
     --length;
   }
-  std::string line;
-  line.reserve(length);
-  std::size_t at = 0;
-  for (; at < length && line.size() < kLongestLine; ++at) {
-    const auto sign = static_cast<unsigned char>(text[at]);
-    if (sign < 0x20 || sign == 0x7f) {
-      char escaped[5];
-      std::snprintf(escaped, sizeof escaped, "\\x%02x", static_cast<unsigned int>(sign));
-      line += escaped;
-    } else {
-      line += text[at];
-    }
+  if (length <= kLongestLine) {
+    return printableText(text.substr(0, length));
   }
-  if (at < length) {
-    line += " ... (" + std::to_string(length - at) + " bytes more)";
-  }
-  return line;
+  return printableText(text.substr(0, kLongestLine)) + " ... (" + std::to_string(length - kLongestLine) + " bytes more)";
 }
 
 }  // namespace zaroruntime

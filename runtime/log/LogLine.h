@@ -9,8 +9,8 @@ namespace zaroruntime {
 // since a password may hold any character.
 std::string withoutPasswords(const std::string& text);
 
-// One printable line: a line end at the end is dropped, other control characters become \xNN (names and addresses come
-// from outside, and must not forge lines or reach a terminal), and what is over 16 KiB is cut and counted.
+// One line: a line end at the end is dropped, the rest made printable (names and addresses come from outside, and must
+// not forge lines or steer a terminal), and what is over 16 KiB is cut and counted.
 std::string asOneLine(const std::string& text);
 
 }  // namespace zaroruntime

@@ -7,6 +7,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -137,11 +138,18 @@ std::unique_ptr<Sink> sinkOfEnvironment() {
 }
 
 int levelOfEnvironment() {
+  constexpr int kDefault = static_cast<int>(LogLevel::Warning);
   const char* text = std::getenv("ZARO_LOG_LEVEL");
   if (text == nullptr || *text == '\0') {
-    return static_cast<int>(LogLevel::Warning);
+    return kDefault;
   }
-  return static_cast<int>(std::strtol(text, nullptr, 10));
+  char* end = nullptr;
+  const long level = std::strtol(text, &end, 10);
+  if (*end != '\0' || level < 0 || level > INT_MAX) {
+    writeLine(STDERR_FILENO, stamped(LogLevel::Warning, "ZARO_LOG_LEVEL is no level (0, 1, 2 or 4); 2 is taken"));
+    return kDefault;
+  }
+  return static_cast<int>(level);
 }
 
 std::string formatted(const char* format, va_list arguments) {

@@ -2,6 +2,7 @@
 
 #include <strings.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -28,11 +29,27 @@ const std::vector<Option> kSqliteDefaults = {
 };
 
 // Protocol 7.4-2 makes a failed statement roll back alone; with the others a COMMIT after it claims success although it
-// rolled back, or commits a half.
+// rolled back, or commits a half. The rest gives a server up that has gone without a word, after 30 to 60 seconds.
 const std::vector<Option> kPostgresqlDefaults = {
     {"SSLmode", "prefer"},
     {"Protocol", "7.4-2"},
-    {"ConnSettings", "SET standard_conforming_strings=on"},
+    {"pqopt", "tcp_user_timeout=30000 keepalives_idle=30 keepalives_interval=10 keepalives_count=3"},
+};
+
+// Options that a data source may set to one value only.
+struct RequiredOption {
+  const char* key;
+  const char* value;
+  const char* reason;
+};
+
+constexpr RequiredOption kSqliteRequired[] = {
+    {"StepAPI", "0", "rows would be lost"},
+};
+
+constexpr RequiredOption kPostgresqlRequired[] = {
+    {"Protocol", "7.4-2", "transactions would be committed in part or not at all without a word"},
+    {"A1", "7.4-2", "transactions would be committed in part or not at all without a word"},  // its short name
 };
 
 bool same(const std::string& one, const char* other) {
@@ -40,7 +57,7 @@ bool same(const std::string& one, const char* other) {
 }
 
 // The only keys whose values the PostgreSQL driver takes out of their braces; for the others they are part of the value.
-const std::vector<std::string> kPostgresqlBraces = {"PWD", "ConnSettings"};
+const std::vector<std::string> kPostgresqlBraces = {"PWD", "ConnSettings", "pqopt"};
 
 // Builds "KEY=value;..." with values in the driver's quoting.
 class Builder {
@@ -119,12 +136,23 @@ class Builder {
   std::string m_text;
 };
 
+template <std::size_t Count>
+void refuseOtherValues(const DataSource& source, const RequiredOption (&required)[Count]) {
+  for (const RequiredOption& row : required) {
+    for (const auto& option : source.options) {
+      if (same(option.first, row.key) && option.second != row.value) {
+        throw RuntimeError("data source " + source.name + ": " + row.key + " must be " + row.value + ": " + row.reason);
+      }
+    }
+  }
+}
+
 std::string databaseName(const DataSource& source, const DatabaseSettings& settings) {
   if (!settings.database.empty()) {
     return settings.database;
   }
   for (const auto& option : source.options) {
-    if (same(option.first, "Database")) {
+    if (same(option.first, "Database") && !option.second.empty()) {
       return option.second;
     }
   }
@@ -141,16 +169,19 @@ std::string databaseFile(const std::string& name, const Installation& installati
   if (!S_ISREG(status.st_mode)) {
     throw RuntimeError("database file " + path + ": not a regular file");
   }
+  // Readers too write to the files beside it that they share with writers.
+  const std::string directory = path.substr(0, path.rfind('/') + 1);
+  for (const std::string& needed : {path, directory}) {
+    if (::access(needed.c_str(), R_OK | W_OK) != 0) {
+      throw RuntimeError("database file " + path + ": this user may not read and write " + needed);
+    }
+  }
   return path;
 }
 
 // No user or password goes to SQLite: it has none, and its driver would take a semicolon in one for a new option.
 std::string sqliteString(const DataSource& source, const DatabaseSettings& settings, const Installation& installation) {
-  for (const auto& option : source.options) {
-    if (same(option.first, "StepAPI") && option.second != "0") {
-      throw RuntimeError("data source " + source.name + ": StepAPI loses rows and must stay off");
-    }
-  }
+  refuseOtherValues(source, kSqliteRequired);
   Builder builder(source, Builder::Quoting::None);
   builder.add("Database", databaseFile(databaseName(source, settings), installation));
   builder.addOptions(kSqliteDefaults, {"Database"});
@@ -175,6 +206,7 @@ std::string connectionString(const DataSource& source, const DatabaseSettings& s
     case Dialect::SQLite:
       return sqliteString(source, settings, installation);
     case Dialect::PostgreSQL:
+      refuseOtherValues(source, kPostgresqlRequired);
       return serverString(source, settings, Builder::Quoting::PostgreSQL, kPostgresqlDefaults);
     case Dialect::Other:
       break;

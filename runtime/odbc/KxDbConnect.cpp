@@ -43,50 +43,54 @@ std::string databaseOf(const std::string& initString) {
 }  // namespace
 
 void KxDbConnect::Impl::connect(const char* initString, const char* dsn, const char* user, const char* pass) {
-  m_dsn = orEmpty(dsn);
-  m_settings = {m_dsn, orEmpty(user), orEmpty(pass), databaseOf(orEmpty(initString))};
+  odbc.disconnect();
+  m_refusal = "not connected: the connection string was refused";
+  try {
+    m_settings = {orEmpty(dsn), orEmpty(user), orEmpty(pass), databaseOf(orEmpty(initString))};
+    m_refusal.clear();
+  } catch (const RuntimeError& failure) {
+    m_refusal = failure.what();
+  }
   reconnect(true);
 }
 
 void KxDbConnect::Impl::reconnect(bool withTrials) {
   m_executed = m_hasRow = m_inTransaction = m_transactionLost = false;
-  if (m_dsn.empty()) {
-    throw RuntimeError("not connected: no data source is named");
+  if (!m_refusal.empty()) {
+    throw RuntimeError(m_refusal);
   }
   // Read anew each time, so that a corrected configuration is taken up.
   const auto installation = zaroruntime::Installation::fromEnvironment();
-  const auto source = zaroruntime::readDataSource(installation, m_dsn);
+  const auto source = zaroruntime::readDataSource(installation, m_settings.dataSource);
   const std::string target = zaroruntime::connectionString(source, m_settings, installation);
   const int trials = withTrials ? std::max(reconnectTrials, 0) : 0;
-  for (int trial = 0;; ++trial) {
+  const auto retryTime = std::chrono::milliseconds(1000LL * std::max(retryTimeOut, 0));
+  const auto begin = std::chrono::steady_clock::now();
+  for (int trial = 1;; ++trial) {
     try {
       odbc.connect(target, source.dialect, connectTimeOut);
       return;
     } catch (const OdbcError& failure) {
-      if (trial >= trials || !failure.mayConnectLater()) {
-        throw RuntimeError("data source " + m_dsn + ": " + failure.what());
+      const bool inTime = retryTimeOut <= 0 || std::chrono::steady_clock::now() < begin + retryTime;
+      if (trial > trials || !inTime || !failure.mayConnectLater()) {
+        throw RuntimeError("data source " + source.name + ": " + failure.what());
       }
-      PolicyLog::log(LogLevel::Warning, "KxDbConnect: data source %s: %s; trial %d of %d follows", m_dsn.c_str(),
-                     failure.what(), trial + 1, trials);
+      PolicyLog::log(LogLevel::Warning, "KxDbConnect: data source %s: %s; trial %d of %d follows", source.name.c_str(),
+                     failure.what(), trial, trials);
     }
-    std::this_thread::sleep_for(std::chrono::milliseconds(1000LL * std::max(retryTimeOut, 0) / trials));
+    std::this_thread::sleep_until(begin + retryTime * trial / trials);
   }
 }
 
 void KxDbConnect::Impl::execute(const char* statement, SQL_TYPE type) {
   const std::string text = orEmpty(statement);
   m_executed = m_hasRow = false;
-  // The PostgreSQL driver would run a second statement behind a semicolon.
-  const std::string wrong = text.empty() ? "there is no statement" : zaroruntime::whyNotOneStatement(text);
-  if (!wrong.empty()) {
-    throw RuntimeError(wrong);
-  }
   const TransactionVerb verb = zaroruntime::transactionVerb(text);
   if (m_transactionLost && verb == TransactionVerb::Rollback) {
     m_transactionLost = m_inTransaction = false;  // the server has rolled back
     return;
   }
-  _requireTransactionIsAlive();
+  _requireExecutable(text, verb);
   if (!odbc.isConnected()) {
     reconnect(false);
   }
@@ -98,25 +102,20 @@ void KxDbConnect::Impl::execute(const char* statement, SQL_TYPE type) {
     return;
   }
   try {
-    _executeOnce(text, type);
-  } catch (const OdbcError& failure) {
-    if (!failure.isConnectionLost()) {
-      throw;
+    odbc.execute(text);
+    // Batches for Microsoft SQL Server report row counts as results of their own before the rows.
+    while (type == SQL_TYPE_MSSQL && !odbc.hasColumns() && odbc.nextResult()) {
     }
-    odbc.disconnect();
-    m_transactionLost = m_inTransaction;
-    if (m_inTransaction && verb == TransactionVerb::Commit) {
+  } catch (const OdbcError& failure) {
+    // Never sent again: it may have been executed. The next statement outside a transaction connects anew.
+    _noteLoss(failure);
+    if (m_transactionLost && verb == TransactionVerb::Commit) {
       throw RuntimeError(std::string(failure.what()) + "; whether the transaction was committed is not known");
     }
-    // Only what the server refused to run may be sent again, and only where nothing went before it.
-    if (m_inTransaction || !failure.isRefusedByShutdown()) {
-      throw;
-    }
-    PolicyLog::log(LogLevel::Warning, "KxDbConnect: data source %s: %s; connecting again", m_dsn.c_str(), failure.what());
-    reconnect(true);
-    _executeOnce(text, type);
+    throw;
   }
-  if (verb != TransactionVerb::None) {
+  m_executed = true;
+  if (verb == TransactionVerb::Begin || verb == TransactionVerb::Commit || verb == TransactionVerb::Rollback) {
     m_inTransaction = verb == TransactionVerb::Begin;
   }
 }
@@ -130,10 +129,7 @@ int KxDbConnect::Impl::fetch() {
     m_hasRow = odbc.fetch();
   } catch (const OdbcError& failure) {
     m_executed = false;
-    if (failure.isConnectionLost()) {
-      odbc.disconnect();
-      m_transactionLost = m_inTransaction;
-    }
+    _noteLoss(failure);
     throw;
   }
   return m_hasRow ? 0 : 1;
@@ -166,8 +162,8 @@ void KxDbConnect::Impl::checkOut() {
       odbc.closeResult();
       return;
     } catch (const OdbcError& failure) {
-      PolicyLog::log(LogLevel::Warning, "KxDbConnect: data source %s: idle connection is dead: %s", m_dsn.c_str(),
-                     failure.what());
+      PolicyLog::log(LogLevel::Warning, "KxDbConnect: data source %s: idle connection is dead: %s",
+                     m_settings.dataSource.c_str(), failure.what());
       odbc.disconnect();
     }
   }
@@ -182,28 +178,38 @@ void KxDbConnect::Impl::checkIn() {
       odbc.execute("ROLLBACK");
     } catch (const OdbcError& failure) {
       PolicyLog::log(LogLevel::Error, "KxDbConnect: data source %s: an open transaction could not be rolled back: %s",
-                     m_dsn.c_str(), failure.what());
+                     m_settings.dataSource.c_str(), failure.what());
       odbc.disconnect();  // which ends the transaction
     }
   }
   m_inTransaction = m_transactionLost = false;
 }
 
-void KxDbConnect::Impl::_requireTransactionIsAlive() const {
+void KxDbConnect::Impl::_requireExecutable(const std::string& statement, TransactionVerb verb) const {
+  // The PostgreSQL driver would run a second statement behind a semicolon.
+  const std::string wrong = statement.empty() ? "there is no statement" : zaroruntime::whyNotOneStatement(statement);
+  if (!wrong.empty()) {
+    throw RuntimeError(wrong);
+  }
+  if (verb == TransactionVerb::Unsupported) {
+    throw RuntimeError("chained and prepared transactions are not supported");
+  }
+  if (verb == TransactionVerb::Savepoint && !m_inTransaction) {
+    throw RuntimeError("a savepoint needs a transaction");
+  }
   if (m_transactionLost) {
     throw RuntimeError("the connection was lost in a transaction, which was rolled back");
   }
 }
 
-void KxDbConnect::Impl::_executeOnce(const std::string& statement, SQL_TYPE type) {
-  odbc.execute(statement);
-  // Batches for Microsoft SQL Server report row counts as results of their own before the rows.
-  while (type == SQL_TYPE_MSSQL && !odbc.hasColumns() && odbc.nextResult()) {
+void KxDbConnect::Impl::_noteLoss(const OdbcError& failure) {
+  if (failure.isConnectionLost()) {
+    odbc.disconnect();
+    m_transactionLost = m_inTransaction;
   }
-  m_executed = true;
 }
 
-KxDbConnect::KxDbConnect() : m_impl(new Impl) {}
+KxDbConnect::KxDbConnect() : m_impl(throwingText([] { return new Impl; })) {}
 
 KxDbConnect::~KxDbConnect() {
   delete m_impl;

@@ -7,6 +7,8 @@
 #include "ZaroRuntime/DataSource.h"
 #include "ZaroRuntime/Installation.h"
 #include "odbc/OdbcConnection.h"
+#include "odbc/OdbcError.h"
+#include "sql/SqlText.h"
 
 // Failures are thrown as std::exception; KxDbConnect turns them into texts.
 struct KxDbConnect::Impl {
@@ -18,7 +20,7 @@ struct KxDbConnect::Impl {
   // Remembers where to connect, then connects.
   void connect(const char* initString, const char* dsn, const char* user, const char* pass);
   // Connects to where `connect` said: one attempt, and with trials further ones, evenly spread over the retry time-out,
-  // as long as another may succeed.
+  // as long as another may succeed. None begins after that time, however long the ones before took.
   void reconnect(bool withTrials);
 
   void execute(const char* statement, SQL_TYPE type);
@@ -35,13 +37,13 @@ struct KxDbConnect::Impl {
   zaroruntime::OdbcConnection odbc;
 
  private:
-  void _requireTransactionIsAlive() const;
-  void _executeOnce(const std::string& statement, SQL_TYPE type);
+  void _requireExecutable(const std::string& statement, zaroruntime::TransactionVerb verb) const;
+  void _noteLoss(const zaroruntime::OdbcError& failure);
 
-  std::string m_dsn;
   zaroruntime::DatabaseSettings m_settings;
-  bool m_executed = false;         // something was executed since connecting
-  bool m_hasRow = false;           // the last fetch gave a row
+  std::string m_refusal = "not connected: connect was not called";  // why there is nothing to connect to; or empty
+  bool m_executed = false;                                          // something was executed since connecting
+  bool m_hasRow = false;                                            // the last fetch gave a row
   bool m_inTransaction = false;    // a BEGIN went through, and no COMMIT or ROLLBACK since
   bool m_transactionLost = false;  // the connection died in it
 };

@@ -57,6 +57,8 @@ void OdbcConnection::connect(const std::string& connectionString, Dialect dialec
     SQLSetStmtAttr(m_statement.get(), SQL_ATTR_NOSCAN, attribute(SQL_NOSCAN_ON), 0);
     if (dialect == Dialect::SQLite) {
       _checkDatabaseIsFile();
+    } else if (dialect == Dialect::PostgreSQL) {
+      _makeBackslashesPlain();
     }
   } catch (...) {
     disconnect();
@@ -145,6 +147,13 @@ void OdbcConnection::_checkDatabaseIsFile() {
   }
 }
 
+// Texts get their quotes doubled and nothing else, so a backslash must not escape a quote, whatever the role, the
+// database or the data source has set.
+void OdbcConnection::_makeBackslashesPlain() {
+  execute("SET standard_conforming_strings=on");
+  closeResult();
+}
+
 void OdbcConnection::_describeColumns() {
   m_row.clear();
   SQLSMALLINT count = 0;
@@ -168,14 +177,13 @@ void OdbcConnection::_describeColumns() {
 bool OdbcConnection::_readColumn(std::size_t column, std::string& value) {
   const auto number = static_cast<SQLUSMALLINT>(column + 1);
   SQLLEN length = 0;
-  SQLRETURN result =
-      SQLGetData(m_statement.get(), number, SQL_C_CHAR, m_buffer.data(), static_cast<SQLLEN>(m_buffer.size()), &length);
-  _test(result, "SQLGetData");
+  _test(SQLGetData(m_statement.get(), number, SQL_C_CHAR, m_buffer.data(), static_cast<SQLLEN>(m_buffer.size()), &length),
+        "SQLGetData");
   if (length == SQL_NULL_DATA) {
     return false;
   }
-  const bool cut = length == SQL_NO_TOTAL || static_cast<std::size_t>(length) >= m_buffer.size();
-  if (!cut) {
+  const auto isCut = [&](std::size_t room) { return length == SQL_NO_TOTAL || static_cast<std::size_t>(length) >= room; };
+  if (!isCut(m_buffer.size())) {
     value.assign(m_buffer.data(), static_cast<std::size_t>(length));
     return true;
   }
@@ -183,16 +191,17 @@ bool OdbcConnection::_readColumn(std::size_t column, std::string& value) {
   // piece: reading in many small ones makes some drivers copy the value again each time.
   std::size_t filled = m_buffer.size() - 1;
   value.assign(m_buffer.data(), filled);
-  while (result == SQL_SUCCESS_WITH_INFO) {
+  for (bool cut = true; cut;) {
     const std::size_t room = length != SQL_NO_TOTAL ? static_cast<std::size_t>(length) + 1 : 2 * filled;
     value.resize(filled + room);
-    result = SQLGetData(m_statement.get(), number, SQL_C_CHAR, &value[filled], static_cast<SQLLEN>(room), &length);
+    const SQLRETURN result =
+        SQLGetData(m_statement.get(), number, SQL_C_CHAR, &value[filled], static_cast<SQLLEN>(room), &length);
     if (result == SQL_NO_DATA) {
       break;
     }
     _test(result, "SQLGetData");
-    const bool cutAgain = length == SQL_NO_TOTAL || static_cast<std::size_t>(length) >= room;
-    filled += cutAgain ? room - 1 : static_cast<std::size_t>(length);
+    cut = isCut(room);
+    filled += cut ? room - 1 : static_cast<std::size_t>(length);
   }
   value.resize(filled);
   return true;
@@ -210,8 +219,11 @@ void OdbcConnection::_test(SQLRETURN result, const char* call) {
   if (m_connected) {
     SQLGetConnectAttr(m_connection.get(), SQL_ATTR_CONNECTION_DEAD, &dead, sizeof dead, nullptr);
   }
-  throw OdbcError(found.state, std::string(call) + ": " + (found.text.empty() ? "failed without a reason" : found.text),
-                  dead == SQL_CD_TRUE);
+  std::string text = std::string(call) + ": " + (found.text.empty() ? "failed without a reason" : found.text);
+  if (text.find("Can't open lib") != std::string::npos) {
+    text += " (is the driver's package installed: libsqliteodbc, odbc-postgresql?)";
+  }
+  throw OdbcError(found.state, text, dead == SQL_CD_TRUE);
 }
 
 }  // namespace zaroruntime

@@ -1,10 +1,19 @@
 #include "odbc/OdbcError.h"
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace zaroruntime {
 
 namespace {
+
+// What the PostgreSQL server refuses once it will refuse again. Its driver reports whatever keeps it from connecting
+// with one SQLSTATE, so there is only the text; in another language than English further attempts are made in vain.
+constexpr const char* kPermanentRefusals[] = {
+    "password authentication failed", "authentication failed for user", "no pg_hba.conf entry", "does not exist",
+    "is not permitted to log in",     "permission denied for database", "no password supplied",
+};
 
 bool hasClass(const std::string& state, const char* stateClass) {
   return state.compare(0, 2, stateClass) == 0;
@@ -16,22 +25,15 @@ OdbcError::OdbcError(std::string state, const std::string& text, bool connection
     : RuntimeError(text), m_state(std::move(state)), m_connectionDead(connectionDead) {}
 
 bool OdbcError::isConnectionLost() const {
-  return m_connectionDead || hasClass(m_state, "08") || isRefusedByShutdown();
-}
-
-bool OdbcError::isRefusedByShutdown() const {
-  return hasClass(m_state, "57") && m_state.compare(2, 1, "P") == 0;
+  return m_connectionDead || hasClass(m_state, "08") || m_state.compare(0, 3, "57P") == 0;
 }
 
 bool OdbcError::mayConnectLater() const {
-  // The PostgreSQL driver reports whatever keeps it from connecting as 08001. What the server itself refuses (user,
-  // password, database) it will refuse again, unless it says that it is on its way up or down, or full.
   const std::string text = what();
-  if (text.find("FATAL:") != std::string::npos) {
-    return text.find("the database system is") != std::string::npos || text.find("too many") != std::string::npos ||
-           text.find("connection slots") != std::string::npos;
-  }
-  return hasClass(m_state, "08") || m_state == "HYT00" || m_state == "HYT01" || isRefusedByShutdown();
+  const bool refused = std::any_of(std::begin(kPermanentRefusals), std::end(kPermanentRefusals),
+                                   [&](const char* refusal) { return text.find(refusal) != std::string::npos; });
+  return !refused &&
+         (hasClass(m_state, "08") || m_state == "HYT00" || m_state == "HYT01" || m_state.compare(0, 3, "57P") == 0);
 }
 
 }  // namespace zaroruntime

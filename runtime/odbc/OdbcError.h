@@ -12,10 +12,9 @@ class OdbcError : public RuntimeError {
   // `state` is the first SQLSTATE, `text` all diagnostics with the name of the call.
   OdbcError(std::string state, const std::string& text, bool connectionDead);
 
-  // The session with the server is gone.
+  // The session with the server is gone. Whether the statement was executed is not known: a server that shuts down says
+  // the same before it runs a statement and after it has committed it.
   bool isConnectionLost() const;
-  // The server said that it was ending the session, so it did not run the statement.
-  bool isRefusedByShutdown() const;
   // Another attempt to connect may succeed: the server could not be reached, or is starting or stopping.
   bool mayConnectLater() const;
 

@@ -81,7 +81,7 @@ std::vector<std::string> SqlSession::columns(const std::string& query) {
   return names;
 }
 
-void SqlSession::runScripts(const std::vector<std::string>& paths) {
+void SqlSession::runScripts(const std::vector<std::string>& paths, const std::function<void()>& beforeCommit) {
   std::vector<Script> scripts;
   scripts.reserve(paths.size());
   for (const std::string& path : paths) {
@@ -90,6 +90,14 @@ void SqlSession::runScripts(const std::vector<std::string>& paths) {
   run(m_impl->begin);
   for (const Script& script : scripts) {
     m_impl->runAll(script);
+  }
+  if (beforeCommit) {
+    try {
+      beforeCommit();
+    } catch (...) {
+      m_impl->odbc.disconnect();  // rolls back
+      throw;
+    }
   }
   run("COMMIT");
 }

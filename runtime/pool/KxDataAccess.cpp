@@ -103,8 +103,12 @@ void KxDataAccess::Impl::takeBack(KxDbConnect* connection) {
 
   std::unique_ptr<KxDbConnect> closed;
   const Lock lock(m_mutex);
-  const Loan loan = m_loans.at(connection);
-  m_loans.erase(connection);
+  const auto found = m_loans.find(connection);
+  if (found == m_loans.end()) {
+    return;  // two threads returned it at once, and the other was first
+  }
+  const Loan loan = found->second;
+  m_loans.erase(found);
   if (loan.aboveSize || loan.generation != m_generation) {
     closed.reset(connection);
   } else {
@@ -200,10 +204,15 @@ void KxDataAccess::returnConnect(KxDbConnect* connection) {
   if (connection == nullptr) {
     return;
   }
-  if (m_impl != nullptr) {
-    m_impl->takeBack(connection);
-  } else {
+  if (m_impl == nullptr) {
     delete connection;
+    return;
+  }
+  try {
+    m_impl->takeBack(connection);
+  } catch (const std::exception& failure) {
+    // Callers are destructors, which cannot do anything about it.
+    PolicyLog::log(LogLevel::Error, "KxDataAccess: a connection could not be taken back: %s", failure.what());
   }
 }
 
@@ -211,8 +220,8 @@ int KxDataAccess::reinit() {
   if (m_impl == nullptr) {
     return 1;
   }
-  m_impl->closeAll();
   try {
+    m_impl->closeAll();
     m_impl->openOne();
     return 0;
   } catch (const std::exception& failure) {

@@ -120,14 +120,15 @@ std::string decryptPassword(const std::string& stored, const std::string& keyPat
   const bool decoded = sodium_base642bin(box.data(), box.size(), stored.data() + kTagLength, stored.size() - kTagLength,
                                          nullptr, &length, nullptr, kBase64) == 0;
   if (!decoded || length < crypto_secretbox_NONCEBYTES + crypto_secretbox_MACBYTES) {
-    throw RuntimeError("the stored password is damaged (set it again)");
+    throw RuntimeError("the stored password is damaged (set it again with zaroctl password)");
   }
   Key key;
   readKey(keyPath, key);
   std::string clear(length - crypto_secretbox_NONCEBYTES - crypto_secretbox_MACBYTES, '\0');
   if (crypto_secretbox_open_easy(reinterpret_cast<unsigned char*>(clear.data()), box.data() + crypto_secretbox_NONCEBYTES,
                                  length - crypto_secretbox_NONCEBYTES, box.data(), key.data()) != 0) {
-    throw RuntimeError("the stored password does not open under the key " + keyPath + " (set it again)");
+    throw RuntimeError("the stored password does not open under the key " + keyPath +
+                       " (set it again with zaroctl password)");
   }
   return clear;
 }

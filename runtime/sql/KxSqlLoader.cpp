@@ -14,7 +14,8 @@ struct KxSqlLoader::Impl {
   std::string directory;
 };
 
-KxSqlLoader::KxSqlLoader(const char* sqlDirectory) : m_impl(new Impl{sqlDirectory != nullptr ? sqlDirectory : ""}) {}
+KxSqlLoader::KxSqlLoader(const char* sqlDirectory)
+    : m_impl(zaroruntime::throwingText([&] { return new Impl{sqlDirectory != nullptr ? sqlDirectory : ""}; })) {}
 
 KxSqlLoader::~KxSqlLoader() {
   delete m_impl;

@@ -210,23 +210,40 @@ std::string whyNotOneStatement(std::string_view text) {
 }
 
 TransactionVerb transactionVerb(std::string_view statement) {
-  Words words(statement.substr(0, 128));
+  struct VerbRow {
+    const char* word;
+    TransactionVerb verb;
+  };
+  static constexpr VerbRow kVerbs[] = {
+      {"BEGIN", TransactionVerb::Begin},         {"START", TransactionVerb::Begin},
+      {"COMMIT", TransactionVerb::Commit},       {"END", TransactionVerb::Commit},
+      {"ROLLBACK", TransactionVerb::Rollback},   {"ABORT", TransactionVerb::Rollback},
+      {"SAVEPOINT", TransactionVerb::Savepoint}, {"RELEASE", TransactionVerb::Savepoint},
+  };
+  constexpr std::size_t kLongestControl = 128;
+  Words words(statement.substr(0, kLongestControl));
   const std::string first = words.next();
-  if (first == "BEGIN" || first == "START") {
-    return TransactionVerb::Begin;
+  const std::string second = words.next();
+  if (first == "PREPARE" && second == "TRANSACTION") {
+    return TransactionVerb::Unsupported;
   }
-  if (first == "COMMIT" || first == "END") {
-    return TransactionVerb::Commit;
+  TransactionVerb verb = TransactionVerb::None;
+  for (const VerbRow& row : kVerbs) {
+    verb = first == row.word ? row.verb : verb;
   }
-  if (first != "ROLLBACK" && first != "ABORT") {
-    return TransactionVerb::None;
+  if (verb != TransactionVerb::Commit && verb != TransactionVerb::Rollback) {
+    return verb;
   }
-  for (std::string word = words.next(); !word.empty(); word = words.next()) {
+  std::string last;
+  for (std::string word = second; !word.empty(); last = std::exchange(word, words.next())) {
     if (word == "TO") {
-      return TransactionVerb::None;
+      return TransactionVerb::Savepoint;
+    }
+    if (word == "PREPARED" || (word == "CHAIN" && last != "NO")) {
+      return TransactionVerb::Unsupported;
     }
   }
-  return TransactionVerb::Rollback;
+  return verb;
 }
 
 std::vector<ScriptStatement> splitScript(std::string_view script) {

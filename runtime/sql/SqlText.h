@@ -31,10 +31,16 @@ std::vector<SqlSegment> scanSql(std::string_view text);
 // parameter marks in them), or a literal or quoted name that does not end. Empty when nothing is wrong.
 std::string whyNotOneStatement(std::string_view text);
 
-enum class TransactionVerb { None, Begin, Commit, Rollback };
+enum class TransactionVerb {
+  None,
+  Begin,
+  Commit,
+  Rollback,
+  Savepoint,    // and back to one, and its release: within a transaction only, since SQLite would begin one
+  Unsupported,  // chained and prepared transactions, which would outlive their connection's loan
+};
 
-// What a statement does to the connection's transaction, told from its first words. A rollback to a savepoint does
-// nothing to it.
+// What a statement does to the connection's transaction, told from its words outside literals.
 TransactionVerb transactionVerb(std::string_view statement);
 
 struct ScriptStatement {

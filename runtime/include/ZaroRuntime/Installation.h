@@ -33,6 +33,9 @@ struct DatabaseSettings {
   std::string database;
 };
 
+// The library hands the settings on in texts of limited length. Throws RuntimeError when one of them would be cut.
+void requireSettingsFit(const DatabaseSettings& settings);
+
 // Throws RuntimeError naming the file and the section or key that is wrong.
 DatabaseSettings readDatabaseSettings(const Installation& installation);
 

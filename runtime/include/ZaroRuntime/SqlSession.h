@@ -1,6 +1,7 @@
 // A database connection for installing and checking: runs scripts, which the library's statement files are not.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -28,7 +29,8 @@ class SqlSession {
   std::vector<std::string> columns(const std::string& query);
   // Runs every statement of some files (comments and procedure bodies allowed), in order, as one transaction: all or
   // nothing. Throws RuntimeError naming the file and the line of the statement that failed.
-  void runScripts(const std::vector<std::string>& paths);
+  //   beforeCommit   called when everything went through; what it throws rolls back and goes on to the caller
+  void runScripts(const std::vector<std::string>& paths, const std::function<void()>& beforeCommit = {});
   // The same for one file.
   void runScript(const std::string& path) { runScripts({path}); }
 

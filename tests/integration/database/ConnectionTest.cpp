@@ -7,6 +7,8 @@
 
 #include "KxDbConnect.h"
 #include "ZaroRuntime/IniFile.h"
+#include "odbc/OdbcConnection.h"
+#include "odbc/OdbcError.h"
 #include "support/LoopbackServer.h"
 #include "support/TestInstallation.h"
 #include "support/Thrown.h"
@@ -260,8 +262,13 @@ TEST_P(Connection, statementConnectsOnceTheCauseIsGone) {
 TEST_P(Connection, cutConnectionStringIsRefused) {
   KxDbConnect connection;
   const std::string cut = home().initString() + std::string(511, 'x');
-  EXPECT_THAT(thrownBy([&] { connection.connect(cut.substr(0, 511).c_str(), "zaro", "", ""); }),
-              HasSubstr("the connection string was cut at 511 bytes"));
+  const char* refusal = "the connection string was cut at 511 bytes";
+  EXPECT_THAT(thrownBy([&] { connection.connect(cut.substr(0, 511).c_str(), "zaro", "", ""); }), HasSubstr(refusal));
+  EXPECT_THAT(thrownBy([&] { connection.executeSQL("SELECT 1", KxDbConnect::SQL_TYPE_DEFAULT); }), HasSubstr(refusal))
+      << "and no statement goes elsewhere";
+  // An open connection is closed before it is asked to go elsewhere.
+  EXPECT_THAT(thrownBy([&] { m_connection.connect(cut.substr(0, 511).c_str(), "zaro", "", ""); }), HasSubstr(refusal));
+  EXPECT_THAT(thrown("SELECT 1"), HasSubstr(refusal));
 }
 
 TEST_P(Connection, unknownDataSourceAndMissingDriverAreNamed) {
@@ -291,6 +298,13 @@ TEST_P(SqliteConnection, missingOrForeignFileIsNamedAndNotMade) {
   EXPECT_THAT(
       thrownBy([&] { connection.executeSQL("SELECT count(*) FROM administrator", KxDbConnect::SQL_TYPE_DEFAULT); }),
       HasSubstr("not a database"));
+}
+
+TEST_P(SqliteConnection, temporaryDatabaseIsNotTakenForTheFile) {
+  zaroruntime::OdbcConnection connection;
+  EXPECT_THROW(connection.connect("DRIVER=libsqlite3odbc.so;Database=:memory:", Dialect::SQLite, 5),
+               zaroruntime::OdbcError);
+  EXPECT_FALSE(connection.isConnected());
 }
 
 TEST_P(SqliteConnection, passwordCannotRedirectTheDatabase) {
@@ -375,18 +389,46 @@ TEST_P(PostgresqlConnection, trialsAreMadeAsOftenAsSet) {
   ASSERT_GT(attemptsOfOne, 0);
 
   KxDbConnect patient;
-  patient.setDbRetrialTimeOut(1);
+  patient.setDbRetrialTimeOut(2);
   patient.setDbReconnectTrial(4);
   EXPECT_NE(thrownBy([&] { connect(patient); }), "nothing thrown");
   EXPECT_EQ(server.accepted(), attemptsOfOne + 5 * attemptsOfOne);
 }
 
-TEST_P(PostgresqlConnection, silentServerIsGivenUp) {
+TEST_P(PostgresqlConnection, silentServerIsGivenUpAfterTheConnectTimeOut) {
   const LoopbackServer server(LoopbackServer::Manner::KeepSilent);
   setPort(server.port());
   KxDbConnect connection;
   connection.setDbConnectTimeOut(2);
+  connection.setDbRetrialTimeOut(20);
+  connection.setDbReconnectTrial(1);
   EXPECT_THAT(thrownBy([&] { connect(connection); }), HasSubstr("data source zaro: "));
+  EXPECT_EQ(server.accepted(), 2) << "an attempt that takes the usual 30 seconds leaves no time for the second";
+}
+
+TEST_P(PostgresqlConnection, noTrialBeginsAfterTheRetryTimeOut) {
+  const LoopbackServer server(LoopbackServer::Manner::KeepSilent);
+  setPort(server.port());
+  KxDbConnect connection;
+  connection.setDbConnectTimeOut(2);
+  connection.setDbRetrialTimeOut(1);
+  connection.setDbReconnectTrial(5);
+  EXPECT_NE(thrownBy([&] { connect(connection); }), "nothing thrown");
+  EXPECT_EQ(server.accepted(), 1);
+}
+
+TEST_P(PostgresqlConnection, backslashNeverEscapesAQuote) {
+  const std::string database = home().settings().database;
+  home().sql("ALTER DATABASE " + database + " SET standard_conforming_strings=off");
+  const std::string path = home().directory().path("config/odbc.ini");
+  zaroruntime::IniFile ini(path);
+  ini.set("zaro", "ConnSettings", "SET search_path TO public");
+  ini.write(path, 0644);
+  KxDbConnect connection;
+  connect(connection);
+  connection.executeSQL("SELECT '\\'' OR 1=1' AS \"v\"", KxDbConnect::SQL_TYPE_DEFAULT);
+  ASSERT_EQ(connection.fetchNextRow(), 0);
+  EXPECT_STREQ(connection.getColVal("v"), "\\' OR 1=1");
 }
 
 TEST_P(PostgresqlConnection, lostTransactionIsNeitherRepeatedNorCommitted) {
@@ -402,10 +444,15 @@ TEST_P(PostgresqlConnection, lostTransactionIsNeitherRepeatedNorCommitted) {
   EXPECT_EQ(first("SELECT count(*) AS \"v\" FROM t"), "0") << "and the connection is a new one";
 }
 
-TEST_P(PostgresqlConnection, statementRefusedByShutdownIsRunOnANewConnection) {
+TEST_P(PostgresqlConnection, statementThatMetADeadConnectionIsNotSentAgain) {
+  execute("CREATE TABLE t(a INTEGER)");
   const std::string pid = first("SELECT pg_backend_pid() AS \"v\"");
   home().sql("SELECT pg_terminate_backend(" + pid + ", 5000)");
+  EXPECT_NE(thrown("INSERT INTO t VALUES(1)"), "nothing thrown");
+  EXPECT_EQ(first("SELECT count(*) AS \"v\" FROM t"), "0") << "and the next statement has a new connection";
   EXPECT_NE(first("SELECT pg_backend_pid() AS \"v\""), pid);
+  // A session that ends itself has run its statement once.
+  EXPECT_NE(thrown("SELECT pg_terminate_backend(pg_backend_pid())"), "nothing thrown");
 }
 
 TEST_P(PostgresqlConnection, commitWhoseAnswerIsLostIsInDoubt) {

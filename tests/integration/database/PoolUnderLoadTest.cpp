@@ -48,7 +48,7 @@ int work(const std::string& name) {
   return failures;
 }
 
-void workInThreads(int process) {
+void workInThreads(const zarotest::TestInstallation& home, int process) {
   ASSERT_TRUE(RdbmsInterface::Init(kPoolSize, nullptr, nullptr, nullptr, nullptr, nullptr));
   std::atomic<int> failures{0};
   std::vector<std::thread> threads;
@@ -59,15 +59,20 @@ void workInThreads(int process) {
     thread.join();
   }
   EXPECT_EQ(failures, 0);
+  if (home.dialect() == zarotest::Dialect::PostgreSQL) {
+    // At most what two pools may keep, and the session that asks.
+    const std::string sessions = home.value("SELECT count(*) FROM pg_stat_activity WHERE datname=current_database()");
+    EXPECT_LE(std::stoi(sessions), kProcesses * kPoolSize + 1);
+  }
   EXPECT_EQ(RdbmsInterface::ReInit(), 0);
 }
 
 TEST_P(PoolUnderLoad, noUnitOfWorkFailsAndNothingIsLost) {
   home().sql("INSERT INTO administrator (name) VALUES ('alice')");
-  inOwnProcess([] {
+  inOwnProcess([this] {
     // Forked while there is one thread only.
     const pid_t second = fork();
-    workInThreads(second == 0 ? 1 : 2);
+    workInThreads(home(), second == 0 ? 1 : 2);
     if (second == 0) {
       std::exit(HasFailure() ? 1 : 0);
     }

@@ -21,6 +21,7 @@ extern "C" void __lsan_enable() __attribute__((weak));
 
 namespace {
 
+using testing::AllOf;
 using testing::AnyOf;
 using testing::HasSubstr;
 using testing::Not;
@@ -147,6 +148,28 @@ TEST_P(Store, failedConnectionIsCode1003WithTheReason) {
   EXPECT_THAT(log(), HasSubstr("RdbmsInterface::RdbmsInterface: Exception \""));
 }
 
+TEST_P(Store, missingDriverIsCode1003WithTheReason) {
+  home().directory().write("config/odbc.ini", "[zaro]\nDriver=libnosuchdriver.so\n");
+  inOwnProcess([&] {
+    ASSERT_TRUE(initialise());
+    EXPECT_EQ(lookUp("alice"), "code 1003");
+    EXPECT_THAT(zaroruntime::lastFailure(), AllOf(HasSubstr("libnosuchdriver.so"), HasSubstr("package installed")));
+  });
+}
+
+TEST_P(Store, wrongPasswordIsCode1003WithTheReason) {
+  if (GetParam() == Dialect::SQLite) {
+    GTEST_SKIP() << "SQLite has no passwords";
+  }
+  setDatabaseIni("Password", "wrong-secret");
+  inOwnProcess([&] {
+    ASSERT_TRUE(initialise());
+    EXPECT_EQ(lookUp("alice"), "code 1003");
+    EXPECT_THAT(zaroruntime::lastFailure(), HasSubstr("password authentication failed"));
+  });
+  EXPECT_THAT(log(), Not(HasSubstr("wrong-secret")));
+}
+
 TEST_P(Store, poolThatCannotBeOpenedIsLoggedWithoutThePassword) {
   inOwnProcess([&] {
     // The pool that failed to open serves until the next Init, which forgets it.
@@ -236,6 +259,10 @@ TEST_P(Store, badConfigurationIsLogged) {
     });
     EXPECT_THAT(log(), HasSubstr(test.logged)) << test.label;
   }
+  std::filesystem::remove(home().directory().path("config/database.ini"));
+  std::filesystem::create_directory(home().directory().path("config/database.ini"));
+  inOwnProcess([&] { EXPECT_FALSE(initialise()); });
+  EXPECT_THAT(log(), HasSubstr("database.ini: not a regular file"));
   std::filesystem::remove(home().directory().path("config/database.ini"));
   inOwnProcess([&] { EXPECT_FALSE(initialise()); });
   EXPECT_THAT(log(), HasSubstr("Could not open config file " + home().directory().path("config/database.ini")));

@@ -69,15 +69,16 @@ TEST_F(ConnectionString, semicolonsCannotReachSqlite) {
 }
 
 TEST_F(ConnectionString, rowLosingOptionOfSqliteIsRefused) {
-  EXPECT_THAT(sqlite("StepAPI=1\n", "data/zaro.db"), HasSubstr("StepAPI loses rows"));
-  EXPECT_THAT(sqlite("stepapi=yes\n", "data/zaro.db"), HasSubstr("StepAPI loses rows"));
+  EXPECT_THAT(sqlite("StepAPI=1\n", "data/zaro.db"), HasSubstr("StepAPI must be 0: rows would be lost"));
+  EXPECT_THAT(sqlite("stepapi=yes\n", "data/zaro.db"), HasSubstr("StepAPI must be 0"));
   EXPECT_THAT(sqlite("StepAPI=0\n", "data/zaro.db"), StartsWith("DRIVER="));
 }
 
 TEST_F(ConnectionString, postgresqlPasswordIsBraced) {
   EXPECT_EQ(postgresql("Servername=db.example.test\nPort=5433\n", {"zaro", "user", "p}w{;%", "d b"}),
             "DRIVER=psqlodbcw.so;Database=d b;UID=user;PWD={p}}w{;%};SSLmode=prefer;Protocol=7.4-2;"
-            "ConnSettings={SET standard_conforming_strings=on};Servername=db.example.test;Port=5433;");
+            "pqopt={tcp_user_timeout=30000 keepalives_idle=30 keepalives_interval=10 keepalives_count=3};"
+            "Servername=db.example.test;Port=5433;");
 }
 
 TEST_F(ConnectionString, semicolonsReachPostgresqlInThePasswordOnly) {
@@ -90,6 +91,18 @@ TEST_F(ConnectionString, credentialsOfTheDataSourceDoNotCount) {
   EXPECT_THAT(text, Not(HasSubstr("other")));
   EXPECT_THAT(text, HasSubstr("SSLmode=require"));
   EXPECT_THAT(text, Not(HasSubstr("prefer")));
+}
+
+TEST_F(ConnectionString, otherTransactionBehaviourOfPostgresqlIsRefused) {
+  const DatabaseSettings settings = {"zaro", "u", "p", "d"};
+  EXPECT_THAT(postgresql("Protocol=7.4-0\n", settings), HasSubstr("Protocol must be 7.4-2"));
+  EXPECT_THAT(postgresql("a1=7.4-1\n", settings), HasSubstr("A1 must be 7.4-2"));
+  EXPECT_THAT(postgresql("Protocol=7.4-2\n", settings), StartsWith("DRIVER="));
+}
+
+TEST_F(ConnectionString, emptyDatabaseIsNoName) {
+  EXPECT_THAT(sqlite("Database=\n", ""), HasSubstr("no database is named"));
+  EXPECT_THAT(postgresql("Database=\n", {"zaro", "u", "p", ""}), HasSubstr("no database is named"));
 }
 
 TEST_F(ConnectionString, reservedSignsInKeysAreRefused) {

@@ -14,6 +14,7 @@
 
 namespace {
 
+using testing::AllOf;
 using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;
@@ -48,7 +49,10 @@ TEST(LogLine, passwordsAreHidden) {
 }
 
 TEST(LogLine, controlCharactersCannotForgeLines) {
-  EXPECT_EQ(asOneLine("a\nerror: b\x1b[31m\x7f\t"), "a\\x0aerror: b\\x1b[31m\\x7f\\x09");
+  EXPECT_EQ(asOneLine("a\nerror: b\x1b[31m\x7f\t"), "a\\nerror: b\\x1b[31m\\x7f\\t");
+  EXPECT_EQ(asOneLine("\xc2\x9b"
+                      "31m \xff \\"),
+            "\\xc2\\x9b31m \\xff \\\\");
   EXPECT_EQ(asOneLine("Init() ...\n"), "Init() ...");
   EXPECT_EQ(asOneLine("äé漢"), "äé漢");
 }
@@ -118,6 +122,31 @@ PROCESS_TEST(PolicyLog, levelLimitsWhatIsShown) {
   PolicyLog::log(LogLevel::Warning, "warning");
   PolicyLog::log(LogLevel::Error, "%s", std::string(5000, 'e').c_str());
   EXPECT_THAT(testing::internal::GetCapturedStderr(), ContainsRegex("^[^\n]* error: e+\n$"));
+}
+
+PROCESS_TEST(PolicyLog, unknownLevelIsToldAndDoesNotSilenceErrors) {
+  unsetenv("ZARO_LOG");
+  setenv("ZARO_LOG_LEVEL", "error", 1);
+  testing::internal::CaptureStderr();
+  PolicyLog::log(LogLevel::Error, "an error");
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              AllOf(HasSubstr("ZARO_LOG_LEVEL is no level"), HasSubstr("error: an error\n")));
+}
+
+PROCESS_TEST(PolicyLog, levelZeroSilencesEverything) {
+  unsetenv("ZARO_LOG");
+  setenv("ZARO_LOG_LEVEL", "0", 1);
+  testing::internal::CaptureStderr();
+  PolicyLog::log(LogLevel::Error, "an error");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+// The system log is a socket that tests cannot read everywhere; a process of its own shows that nothing goes elsewhere.
+PROCESS_TEST(PolicyLog, systemLogKeepsStandardErrorFree) {
+  setenv("ZARO_LOG", "syslog", 1);
+  testing::internal::CaptureStderr();
+  PolicyLog::log(LogLevel::Error, "to the system log");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
 PROCESS_TEST(PolicyLog, linesOfThreadsDoNotMix) {
