@@ -92,18 +92,27 @@ class ZARO_POLICY_EXPORT KxLockableClass {
   unsigned int _place : 31;  // see KxLockOnInitQueue
 };
 
-// First in, first out; owns nothing, may hold null. It counts what it has handed out, so that an object that goes finds
-// its entry at once.
+// First in, first out; owns nothing, may hold null. It counts what goes through it, so that an object that goes finds its
+// entry at once. Entries that were moved, copied or swapped out and back behind its back, through a reference to the
+// base, are looked for one by one. It cannot know of entries that are elsewhere when their object goes, nor of an object
+// that nobody but the base was told of, unless the object registered itself; whoever does that takes them out himself.
 class ZARO_POLICY_EXPORT KxLockOnInitQueue : public std::queue<KxLockableClass*> {
  public:
-  KxLockOnInitQueue() : _front(0) {}
-  KxLockOnInitQueue(const std::queue<KxLockableClass*>& entries) : std::queue<KxLockableClass*>(entries), _front(0) {}
+  KxLockOnInitQueue() : _front(0), _counted(0), _foreign(false) {}
+  KxLockOnInitQueue(const std::queue<KxLockableClass*>& entries)
+      : std::queue<KxLockableClass*>(entries), _front(0), _counted(0), _foreign(true) {}
+  KxLockOnInitQueue(const KxLockOnInitQueue& other)
+      : KxLockOnInitQueue(static_cast<const std::queue<KxLockableClass*>&>(other)) {}
+  KxLockOnInitQueue& operator=(const KxLockOnInitQueue& other);
 
   void pop();
   // Appends an object (null is taken as it is) and tells it its place.
   void push(KxLockableClass* object);
-  // Puts `replacement` in the place of every entry that is `object`. Entries that were moved about behind this class's
-  // back, through a reference to the base, are looked for one by one.
+  reference emplace(KxLockableClass* object) {
+    push(object);
+    return back();
+  }
+  // Puts `replacement` in the place of every entry that is `object`.
   void replace(const KxLockableClass* object, KxLockableClass* replacement);
 
  private:
@@ -114,12 +123,18 @@ class ZARO_POLICY_EXPORT KxLockOnInitQueue : public std::queue<KxLockableClass*>
   enum Place : unsigned int {
     kNeverQueued = 0,
     kQueuedTwice = 1,
-    kFirstPlace = 2,
-    kPlaces = 0x7FFFFFFEu,
+    kHandedOut = 2,
+    kFirstPlace = 3,
+    kPlaces = 0x7FFFFFFDu,
     kPlaceBits = 0x7FFFFFFFu,
   };
 
-  unsigned int _front;  // the count at the front entry
+  // Whether places can be relied on: nothing was added or taken through the base.
+  bool _isCounted() const { return !_foreign && _counted == c.size(); }
+
+  unsigned int _front;   // the count at the front entry
+  std::size_t _counted;  // entries that were pushed and not popped yet
+  bool _foreign;         // whether the entries came all at once, from another queue; until it runs empty
 };
 
 // A set of texts, each held once.
@@ -178,6 +193,7 @@ class ZARO_POLICY_EXPORT KxStringtable : public KxLockableClass {
     bool ownsText;
   };
 
+  static void _release(Entry* entry);
   const KxIndexedString* _existingEntry(const Entry& entry, const KxIndexedString* wanted) const;
   const KxIndexedString* _ownText(Entry& entry, const KxIndexedString* wanted);
 

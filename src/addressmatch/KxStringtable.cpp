@@ -97,29 +97,48 @@ void KxLockableClass::_lock() {
   _locked = 1;
 }
 
+KxLockOnInitQueue& KxLockOnInitQueue::operator=(const KxLockOnInitQueue& other) {
+  std::queue<KxLockableClass*>::operator=(other);
+  _foreign = true;
+  return *this;
+}
+
 void KxLockOnInitQueue::pop() {
+  KxLockableClass* object = front();
+  if (object != nullptr && object->_place >= kFirstPlace) {
+    object->_place = kHandedOut;
+  }
   std::queue<KxLockableClass*>::pop();
   _front = (_front + 1) % kPlaces;
+  --_counted;
+  if (c.empty()) {
+    _counted = 0;
+    _foreign = false;
+  }
 }
 
 void KxLockOnInitQueue::push(KxLockableClass* object) {
   std::queue<KxLockableClass*>::push(object);
+  ++_counted;
   if (object == nullptr) {
     return;
   }
+  const bool isElsewhere = object->_place != kNeverQueued && object->_place != kHandedOut;
   const auto count = static_cast<unsigned int>((_front + c.size() - 1) % kPlaces);
-  object->_place = (object->_place == kNeverQueued ? kFirstPlace + count : kQueuedTwice) & kPlaceBits;
+  object->_place = (isElsewhere ? kQueuedTwice : kFirstPlace + count) & kPlaceBits;
 }
 
 void KxLockOnInitQueue::replace(const KxLockableClass* object, KxLockableClass* replacement) {
-  if (object->_place >= kFirstPlace) {
-    const unsigned int position = (object->_place - kFirstPlace + kPlaces - _front) % kPlaces;
-    if (position >= kPlaces / 2) {
-      return;  // handed out already
-    }
-    if (position < c.size() && c[position] == object) {
-      c[position] = replacement;
+  if (_isCounted()) {
+    if (object->_place == kHandedOut) {
       return;
+    }
+    if (object->_place >= kFirstPlace) {
+      const unsigned int position = (object->_place - kFirstPlace + kPlaces - _front) % kPlaces;
+      if (position < c.size() && c[position] == object) {
+        c[position] = replacement;
+        return;
+      }
     }
   }
   std::replace(c.begin(), c.end(), const_cast<KxLockableClass*>(object), replacement);
@@ -130,16 +149,25 @@ KxStringtable::KxStringtable() : KxLockableClass(true) {}
 KxStringtable::~KxStringtable() {
   try {
     for (const Entry& entry : _entries) {
-      if (entry.ownsText && !const_cast<Entry&>(entry)._explicitCleanupString()) {
-        PolicyLog::log(LogLevel::Error,
-                       "~KxStringtable: deallocating the KxIndexedString's private data copy failed: %s, %lu.", "NULL",
-                       shownIndex(entry));  // it fails for no other text
-      }
+      _release(const_cast<Entry*>(&entry));
     }
   } catch (...) {
     PolicyLog::log(LogLevel::Error, "~KxStringtable: ERROR: Exception caught in destructor!");
   }
   _entries.clear();
+}
+
+// The check for null is a net under the container, which has no null elements.
+void KxStringtable::_release(Entry* entry) {
+  if (entry == nullptr) {
+    PolicyLog::log(LogLevel::Error, "~KxStringtable: detected a NULL pointer in the underlying container!");
+    return;
+  }
+  if (entry->ownsText && !entry->_explicitCleanupString()) {
+    PolicyLog::log(LogLevel::Error,
+                   "~KxStringtable: deallocating the KxIndexedString's private data copy failed: %s, %lu.", "NULL",
+                   shownIndex(*entry));  // it fails for no other text
+  }
 }
 
 const KxIndexedString* KxStringtable::getStringtableRef(const KxIndexedString* wanted) {

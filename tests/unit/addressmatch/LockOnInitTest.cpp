@@ -232,6 +232,85 @@ TEST_F(LockOnInit, queueCanBeSwappedOutAndBack) {
   EXPECT_THAT(locked, ElementsAre(&second));
 }
 
+// Others are frozen while the queue is away.
+TEST_F(LockOnInit, entryIsFoundAfterOthersWentThroughTheQueueMeanwhile) {
+  auto first = std::make_unique<Probe>(true, locked);
+  const Probe second(true, locked);
+  std::queue<KxLockableClass*> aside;
+  std::swap<std::queue<KxLockableClass*>>(queue, aside);
+  std::vector<std::unique_ptr<Probe>> others;
+  for (int i = 0; i < 10; ++i) {
+    others.push_back(std::make_unique<Probe>(true, locked));
+  }
+  KxWildcardEmail::initScanTimeMode();
+  std::swap<std::queue<KxLockableClass*>>(queue, aside);
+  ASSERT_EQ(queue.front(), first.get());
+  first.reset();
+  locked.clear();
+  KxWildcardEmail::initScanTimeMode();
+  EXPECT_THAT(locked, ElementsAre(&second));
+}
+
+TEST_F(LockOnInit, copyOfTheQueueThatIsPutBackAfterAFreezeIsFollowedNowhere) {
+  for (const bool throughTheBase : {false, true}) {
+    auto first = std::make_unique<Probe>(true, locked);
+    const Probe second(true, locked);
+    const KxLockOnInitQueue copy = queue;
+    KxWildcardEmail::initScanTimeMode();
+    if (throughTheBase) {
+      static_cast<std::queue<KxLockableClass*>&>(queue) = copy;
+    } else {
+      queue = copy;
+    }
+    first.reset();
+    locked.clear();
+    KxWildcardEmail::initScanTimeMode();
+    EXPECT_THAT(locked, ElementsAre(&second));
+  }
+}
+
+TEST_F(LockOnInit, emplacedObjectIsForgotten) {
+  auto queued = std::make_unique<Probe>(true, locked);
+  auto unregistered = std::make_unique<Probe>(false, locked);
+  queue.emplace(queued.get());
+  EXPECT_EQ(queue.emplace(unregistered.get()), unregistered.get());
+  queued.reset();
+  unregistered.reset();
+  KxWildcardEmail::initScanTimeMode();
+  EXPECT_THAT(locked, IsEmpty());
+}
+
+TEST_F(LockOnInit, queuedObjectThatThePlainQueueTookAgainIsForgotten) {
+  std::queue<KxLockableClass*>& plain = queue;
+  auto probe = std::make_unique<Probe>(true, locked);
+  plain.push(probe.get());
+  auto frozen = std::make_unique<Probe>(true, locked);
+  plain.push(frozen.get());
+  queue.pop();
+  probe.reset();
+  queue.pop();
+  queue.pop();
+  frozen.reset();
+  KxWildcardEmail::initScanTimeMode();
+  EXPECT_THAT(locked, IsEmpty());
+}
+
+// A search for every one of them would take minutes.
+TEST_F(LockOnInit, manyLockedObjectsGoWithoutASearchWhileOthersAreQueued) {
+  constexpr std::size_t kMany = 300000;
+  std::vector<std::unique_ptr<Probe>> probes;
+  for (std::size_t i = 0; i < 2 * kMany; ++i) {
+    if (i == kMany) {
+      KxWildcardEmail::initScanTimeMode();
+    }
+    probes.push_back(std::make_unique<Probe>(true, locked));
+  }
+  const auto start = std::chrono::steady_clock::now();
+  probes.clear();
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+  EXPECT_EQ(queue.size(), kMany);
+}
+
 // A search for every one of them would take minutes.
 TEST_F(LockOnInit, manyObjectsGoWithoutASearch) {
   constexpr std::size_t kMany = 300000;
