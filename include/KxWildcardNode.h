@@ -18,7 +18,7 @@
 //    that is not frozen, by one.
 // 3. Ownership. A root owns its whole tree, leaves included; the leaves that a search yields live as long. The string
 //    table must outlive the tree. A throw-away tree may be destroyed at any time, frozen or not.
-// 4. Nothing here throws. Adding, searching and destroying go one call deep for each label of a stored pattern.
+// 4. Nothing here throws. Adding, searching and destroying take no deeper calls for a pattern of more labels.
 #pragma once
 
 #include <cstddef>
@@ -45,7 +45,7 @@ class ZARO_POLICY_EXPORT KxWildcardNode : public KxLockableClass, public KxIndex
 
   virtual ~KxWildcardNode();
 
-  // One level of adding a pattern that is split already; leaves the stack as it was. False as below.
+  // Adds a pattern that is split already, from this level on; leaves the stack as it was. False as below.
   virtual bool addAddressPattern(const KxIndexedString* fullAddress, const KxIndexedString* name, LabelStack& labels,
                                  KxEmailBelongsTo kind, const char* annotation, std::string* owner);
   virtual KxWildcardNode* _findMatchingChild(const KxIndexedString& label);
@@ -98,8 +98,11 @@ class ZARO_POLICY_EXPORT KxWildcardNode : public KxLockableClass, public KxIndex
   // The leaf for a local part, made if need be; null when it cannot be made.
   KxListedEmailAddress* leafFor(const KxIndexedString& name, const KxIndexedString& fullAddress);
   KxListedEmailAddress* wildcardLeafFor(const KxIndexedString& fullAddress);
-  // One level of the search; throws std::bad_alloc, the stack then as it was.
-  void searchLevel(const KxIndexedString& name, LabelStack& labels, std::vector<KxListedEmailAddress*>& out);
+  // Throws std::bad_alloc, the stack then as it was.
+  void search(const KxIndexedString& name, LabelStack& labels, std::vector<KxListedEmailAddress*>& out);
+  // What this level has apart from its concrete children.
+  void searchBesideChildren(const KxIndexedString& name, LabelStack& labels, std::vector<KxListedEmailAddress*>& out);
+  void destroyChildren();
 
   std::vector<KxWildcardNode*> _children;  // concrete labels, sorted
   bool _childrenIndexed;

@@ -40,7 +40,7 @@ struct Specificity {
 };
 
 unsigned int weightOf(const Specificity& pattern) {
-  // The bands are 1000 apart: any exact domain is above any with a wildcard, however many labels the latter has.
+  // The bands are 1000 apart: up to 1000 labels, any exact domain is above any with a wildcard.
   if (!pattern.wildcardDomain) {
     return pattern.concreteLabels + (pattern.concreteName ? 5001 : 4001);
   }

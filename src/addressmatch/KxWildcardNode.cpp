@@ -3,9 +3,11 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <typeinfo>
 #include <utility>
 
 #include "AddressText.h"
+#include "LibraryLifetime.h"
 #include "Memory.h"
 #include "ParsedAddress.h"
 #include "PolicyLog.h"
@@ -32,25 +34,47 @@ std::string loweredText(const char* text) {
   return result;
 }
 
-// The label that a level took off the stack, for as long as the levels below are at work. It goes back whatever
-// happens; should memory run out for that, it is released.
-class ConsumedLabel {
+// The way down a tree, level by level, with the label that each level took off the stack. The labels go back whatever
+// happens; should memory run out for one, it is released. A way may be as long as an address has labels, so it is kept
+// here and not in calls.
+class Descent {
  public:
-  explicit ConsumedLabel(KxWildcardNode::LabelStack& labels) : m_labels(labels), m_label(nullptr) {}
-  ~ConsumedLabel() { putBack(); }
-  ConsumedLabel(const ConsumedLabel&) = delete;
-  ConsumedLabel& operator=(const ConsumedLabel&) = delete;
+  struct Level {
+    KxWildcardNode* node;
+    const KxIndexedString* label;
+  };
 
-  const KxIndexedString*& receiver() { return m_label; }
-  // False when the stack now lacks the label.
-  bool putBack() {
-    const KxIndexedString* label = std::exchange(m_label, nullptr);
+  explicit Descent(KxWildcardNode::LabelStack& labels) : m_labels(labels) { m_levels.reserve(kUsualDepth); }
+  ~Descent() { climbOut(); }
+  Descent(const Descent&) = delete;
+  Descent& operator=(const Descent&) = delete;
+
+  // Enters a level; false when it does not match. Throws std::bad_alloc.
+  bool enter(KxWildcardNode& node) {
+    m_levels.push_back({&node, nullptr});
+    return node._matchesThisNode(m_labels, m_levels.back().label);
+  }
+  bool isOut() const { return m_levels.empty(); }
+  KxWildcardNode& deepest() const { return *m_levels.back().node; }
+  // Leaves the deepest level. False when the stack now lacks its label.
+  bool climb() {
+    const KxIndexedString* label = m_levels.back().label;
+    m_levels.pop_back();
     return label == nullptr || pushOrRelease(m_labels, label);
+  }
+  bool climbOut() {
+    bool whole = true;
+    while (!isOut()) {
+      whole = climb() && whole;
+    }
+    return whole;
   }
 
  private:
+  static constexpr std::size_t kUsualDepth = 8;
+
   KxWildcardNode::LabelStack& m_labels;
-  const KxIndexedString* m_label;
+  std::vector<Level> m_levels;
 };
 
 // The leaves have no virtual destructor, and their vector holds nothing but their base.
@@ -115,15 +139,32 @@ KxWildcardNode::KxWildcardNode(KxStringtable* table, const KxIndexedString* labe
       _wildcardLeaf(nullptr) {}
 
 KxWildcardNode::~KxWildcardNode() {
-  for (KxWildcardNode* child : _children) {
-    delete child;
-  }
-  delete _wildcardChild;
+  destroyChildren();
   for (KxListedEmailAddress* leaf : _leaves) {
     destroyLeaf(leaf);
   }
   if (_wildcardLeaf != nullptr) {
     destroyLeaf(_wildcardLeaf);
+  }
+}
+
+// Neither calls nor memory may be spent on the depth. So a child's own wildcard child goes first, and its pointer then
+// leads back to the level above.
+void KxWildcardNode::destroyChildren() {
+  delete std::exchange(_wildcardChild, nullptr);
+  for (KxWildcardNode* node = this;;) {
+    if (!node->_children.empty()) {
+      KxWildcardNode* child = node->_children.back();
+      node->_children.pop_back();
+      delete std::exchange(child->_wildcardChild, node);
+      node = child;
+    } else if (node != this) {
+      KxWildcardNode* above = std::exchange(node->_wildcardChild, nullptr);
+      delete node;
+      node = above;
+    } else {
+      return;
+    }
   }
 }
 
@@ -135,7 +176,7 @@ void KxWildcardNode::lock() {
 
 bool KxWildcardNode::addAddressPattern(const char* address, KxEmailBelongsTo kind, const char* annotation,
                                        std::string* owner) {
-  if (address == nullptr) {
+  if (address == nullptr || isGone(_stringtable)) {
     return false;
   }
   bool added = false;
@@ -152,17 +193,29 @@ bool KxWildcardNode::addAddressPattern(const char* address, KxEmailBelongsTo kin
 bool KxWildcardNode::addAddressPattern(const KxIndexedString* fullAddress, const KxIndexedString* name,
                                        LabelStack& labels, KxEmailBelongsTo kind, const char* annotation,
                                        std::string* owner) {
-  ConsumedLabel consumed(labels);
-  if (!_matchesThisNode(labels, consumed.receiver())) {
-    return false;
-  }
   bool added = false;
-  if (labels.empty()) {
-    added = _addOrModifyLeaf(name, fullAddress, kind, annotation, owner);
-  } else if (KxWildcardNode* child = childFor(orEmpty(labels.top()))) {
-    added = child->addAddressPattern(&orEmpty(fullAddress), &orEmpty(name), labels, kind, annotation, owner);
-  }
-  return consumed.putBack() && added;
+  bool whole = false;
+  withinMemory([&] {
+    Descent descent(labels);
+    KxWildcardNode* node = this;
+    while (descent.enter(*node)) {
+      if (labels.empty()) {
+        added = node->_addOrModifyLeaf(name, fullAddress, kind, annotation, owner);
+        break;
+      }
+      node = node->childFor(orEmpty(labels.top()));
+      if (node == nullptr) {
+        break;
+      }
+      if (typeid(*node) != typeid(KxWildcardNode)) {
+        // It has its own way to add.
+        added = node->addAddressPattern(&orEmpty(fullAddress), &orEmpty(name), labels, kind, annotation, owner);
+        break;
+      }
+    }
+    whole = descent.climbOut();
+  });
+  return whole && added;
 }
 
 KxWildcardNode* KxWildcardNode::childFor(const KxIndexedString& label) {
@@ -274,8 +327,11 @@ std::vector<KxListedEmailAddress*>& KxWildcardNode::findMatches(const char* addr
 
 void KxWildcardNode::findMatches(const KxIndexedString* name, LabelStack& labels,
                                  std::vector<KxListedEmailAddress*>& out) {
+  if (isGone(_stringtable)) {
+    return;
+  }
   const std::size_t before = out.size();
-  if (!withinMemory([&] { searchLevel(orEmpty(name), labels, out); })) {
+  if (!withinMemory([&] { search(orEmpty(name), labels, out); })) {
     PolicyLog::log(LogLevel::Error, "KxWildcardNode::findMatches: out of memory; no match is reported for %s",
                    orEmpty(name).getString());
     out.resize(before);
@@ -283,7 +339,7 @@ void KxWildcardNode::findMatches(const KxIndexedString* name, LabelStack& labels
 }
 
 bool KxWildcardNode::findAllMatches(const char* address, std::vector<KxListedEmailAddress*>& out) {
-  if (address == nullptr) {
+  if (address == nullptr || isGone(_stringtable)) {
     return true;
   }
   const std::size_t before = out.size();
@@ -292,7 +348,7 @@ bool KxWildcardNode::findAllMatches(const char* address, std::vector<KxListedEma
     const std::string text = loweredText(address);
     ParsedAddress parsed(_stringtable, text.c_str());
     if (parsed.isComplete()) {
-      searchLevel(parsed.localPart(), parsed.labels(), out);
+      search(parsed.localPart(), parsed.labels(), out);
       complete = true;
     }
   });
@@ -303,32 +359,35 @@ bool KxWildcardNode::findAllMatches(const char* address, std::vector<KxListedEma
   return complete;
 }
 
-void KxWildcardNode::searchLevel(const KxIndexedString& name, LabelStack& labels,
-                                 std::vector<KxListedEmailAddress*>& out) {
-  ConsumedLabel consumed(labels);
-  if (!_matchesThisNode(labels, consumed.receiver())) {
-    return;
+void KxWildcardNode::search(const KxIndexedString& name, LabelStack& labels, std::vector<KxListedEmailAddress*>& out) {
+  Descent descent(labels);
+  for (KxWildcardNode* node = this; node != nullptr;) {
+    if (!descent.enter(*node)) {
+      descent.climb();
+      break;
+    }
+    node = labels.empty() ? nullptr : node->_findMatchingChild(orEmpty(labels.top()));
   }
+  while (!descent.isOut()) {
+    descent.deepest().searchBesideChildren(name, labels, out);
+    // The levels above go on with their own labels only while the stack is whole.
+    if (!descent.climb()) {
+      throw std::bad_alloc();
+    }
+  }
+}
+
+void KxWildcardNode::searchBesideChildren(const KxIndexedString& name, LabelStack& labels,
+                                          std::vector<KxListedEmailAddress*>& out) {
   const bool atEnd = labels.empty();
-  if (!atEnd) {
-    // The levels below put their labels back: the top stays the same.
-    const KxIndexedString& label = orEmpty(labels.top());
-    if (KxWildcardNode* child = _findMatchingChild(label)) {
-      child->searchLevel(name, labels, out);
-    }
-    if (_matchWildcard(label)) {
-      _wildcardChild->searchLevel(name, labels, out);
-    }
+  if (!atEnd && _matchWildcard(orEmpty(labels.top()))) {
+    _wildcardChild->search(name, labels, out);  // one level, no deeper
   }
   if (KxListedEmailAddress* leaf = _findMatchingLeafNode(name, atEnd)) {
     out.push_back(leaf);
   }
   if (_matchLeafWildcard(name, atEnd)) {
     out.push_back(_wildcardLeaf);
-  }
-  // The levels above go on with their own labels only while the stack is whole.
-  if (!consumed.putBack()) {
-    throw std::bad_alloc();
   }
 }
 
@@ -340,13 +399,13 @@ KxWildcardedWildcardNode::~KxWildcardedWildcardNode() = default;
 bool KxWildcardedWildcardNode::addAddressPattern(const KxIndexedString* fullAddress, const KxIndexedString* name,
                                                  LabelStack& labels, KxEmailBelongsTo kind, const char* annotation,
                                                  std::string* owner) {
-  ConsumedLabel consumed(labels);
-  if (!_matchesThisNode(labels, consumed.receiver())) {
+  const KxIndexedString* consumed = nullptr;
+  if (!_matchesThisNode(labels, consumed)) {
     return false;
   }
   // The labels that are left are covered by the wildcard.
   const bool added = _addOrModifyLeaf(name, fullAddress, kind, annotation, owner);
-  return consumed.putBack() && added;
+  return (consumed == nullptr || pushOrRelease(labels, consumed)) && added;
 }
 
 KxWildcardNode* KxWildcardedWildcardNode::_findMatchingChild(const KxIndexedString& /*label*/) {

@@ -41,6 +41,9 @@ KxIndexedString KxStringtable::_theWildcardIndexedString("*");
 
 void KxWildcardEmail::_addToLockOnInit(KxLockableClass* object) {
   using zaro_addressmatch::withinMemory;
+  if (g_unloaded) {
+    return;
+  }
   if (!withinMemory([&] { _lockOnInit.push(object); })) {
     // It works all the same, at the speed of a tree that is being filled.
     PolicyLog::log(LogLevel::Error, "KxWildcardEmail::_addToLockOnInit: out of memory; an object will not be locked");
@@ -53,6 +56,10 @@ void forgetLockOnInit(const KxLockableClass* object) {
   if (!g_unloaded) {
     KxWildcardEmail::_lockOnInit.replace(object, &g_nothingToLock);
   }
+}
+
+bool isUnloaded() {
+  return g_unloaded;
 }
 
 bool isGone(const KxStringtable* table) {

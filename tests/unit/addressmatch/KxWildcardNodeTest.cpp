@@ -1,6 +1,9 @@
 #include "KxWildcardNode.h"
 
+#include <pthread.h>
+
 #include <algorithm>
+#include <functional>
 #include <memory>
 #include <string>
 #include <type_traits>
@@ -696,6 +699,44 @@ TEST_F(WildcardNode, leafTextsAreTheTablesEntries) {
   EXPECT_EQ(leaf->getFullAddress().getIndex(), kEntry);
   // The empty name of the root, two labels, the local part, the whole pattern.
   EXPECT_EQ(table.size(), 5u);
+}
+
+// Runs an action on a stack that a call for each of thousands of labels would overflow.
+void runOnASmallStack(std::function<void()> action) {
+  pthread_attr_t attributes;
+  ASSERT_EQ(pthread_attr_init(&attributes), 0);
+  ASSERT_EQ(pthread_attr_setstacksize(&attributes, 512 * 1024), 0);
+  pthread_t thread;
+  const auto run = [](void* argument) -> void* {
+    (*static_cast<std::function<void()>*>(argument))();
+    return nullptr;
+  };
+  ASSERT_EQ(pthread_create(&thread, &attributes, run, &action), 0);
+  pthread_join(thread, nullptr);
+  pthread_attr_destroy(&attributes);
+}
+
+TEST_F(WildcardNode, patternOfManyLabelsTakesNoDeepCalls) {
+  std::string domain;
+  for (int i = 0; i < 20000; ++i) {
+    domain += "a.";
+  }
+  const std::string pattern = "user@" + domain + "test";
+  const std::string dots = "user@" + std::string(65000, '.');
+  for (KxStringtable* used : {&table, static_cast<KxStringtable*>(nullptr)}) {
+    runOnASmallStack([&] {
+      KxWildcardRootNode deep(used);
+      for (const std::string& text : {pattern, dots, "*@" + domain + "test", std::string("user@*.a.test"),
+                                      "*@*." + domain + "test", std::string("*")}) {
+        EXPECT_TRUE(add(deep, text.c_str()));
+      }
+      freeze();
+      EXPECT_THAT(matches(deep, pattern), ElementsAre(pattern, "*@" + domain + "test", "user@*.a.test", "*"));
+      EXPECT_THAT(matches(deep, "user@b." + domain + "test"),
+                  ElementsAre("*@*." + domain + "test", "user@*.a.test", "*"));
+      EXPECT_THAT(matches(deep, dots), ElementsAre(dots, "*"));
+    });
+  }
 }
 
 }  // namespace
