@@ -41,11 +41,13 @@ struct KxMatchExplanation {
   const char* name = nullptr;
   KxEmailBelongsTo belongsTo = 0;
   // How the code comes about: the tier that decided, and the heaviest weight of kind A and kind B in it (0: none of
-  // that kind). The greater one gives 1 or 2, equal ones give 9; 128 is added when `bothKinds`.
+  // that kind). The greater one gives 1 or 2, equal ones give 9, which is the base code; 128 is added when `bothKinds`.
   Tier tier = NoTier;
   unsigned int weightA = 0;
   unsigned int weightB = 0;
   bool bothKinds = false;
+  unsigned char baseCode = 0;
+  unsigned char addedCode = 0;  // 128 or 0
   // How many trees were searched for the decision.
   std::size_t treesSearched = 0;
   // False when memory ran out: then there are no candidates, and the code is 0.

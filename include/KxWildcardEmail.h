@@ -7,7 +7,10 @@
 //    they change. Matching on frozen trees: any number of threads.
 // 3. Ownership. Whoever makes a tree destroys it (`delete`), before or after the freeze; what the queue still holds of
 //    it then means nothing any more.
-// 4. Nothing here throws.
+// 4. At exit. A program's static object that is older than a library loaded later outlives the queue and the default
+//    table. Then trees over that table match nothing, take no pattern and may be destroyed; `makeNewTree` answers with
+//    a floating tree; nothing is queued or locked any more. The queue and the table themselves must be left alone.
+// 5. Nothing here throws.
 #pragma once
 
 #include <cstddef>

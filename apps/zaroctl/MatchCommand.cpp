@@ -312,6 +312,8 @@ class Reasons : public Question {
     document["weightA"] = explanation.weightA;
     document["weightB"] = explanation.weightB;
     document["bothKinds"] = explanation.bothKinds;
+    document["baseCode"] = explanation.baseCode;
+    document["addedCode"] = explanation.addedCode;
     document["treesSearched"] = explanation.treesSearched;
     document["candidates"] = candidates;
     document["text"] = codeText(explanation);

@@ -80,7 +80,6 @@ std::string fateText(const KxMatchCandidate& candidate) {
 }
 
 std::string codeText(const KxMatchExplanation& explanation) {
-  constexpr unsigned char kBothKinds = 128;
   const std::string code = "code " + std::to_string(explanation.code);
   switch (explanation.tier) {
     case KxMatchExplanation::NoTier:
@@ -92,11 +91,12 @@ std::string codeText(const KxMatchExplanation& explanation) {
       break;
   }
   const std::string text = weighing(explanation);
-  if (!explanation.bothKinds) {
+  if (explanation.addedCode == 0) {
     return code + ": in the first tree with a pattern of kind 1 (A) or 2 (B), " + text;
   }
-  return code + " = " + std::to_string(explanation.code - kBothKinds) +
-         " + 128: in the first tree with a pattern of kind 1 (A) or 2 (B), " + text + "; 128 because it has both";
+  const std::string added = std::to_string(explanation.addedCode);
+  return code + " = " + std::to_string(explanation.baseCode) + " + " + added +
+         ": in the first tree with a pattern of kind 1 (A) or 2 (B), " + text + "; " + added + " because it has both";
 }
 
 const char* fateWord(KxMatchCandidate::Fate fate) {

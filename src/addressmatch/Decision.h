@@ -23,7 +23,9 @@ struct Outcome {
   Candidate winner = {};  // meaningless when the code is 0
   unsigned int weightA = 0;
   unsigned int weightB = 0;
-  bool bothKinds = false;
+  // What the code is put together of.
+  unsigned char baseCode = 0;
+  unsigned char addedCode = 0;
 };
 
 // Who only wants the outcome. An observer has these operations; `leaf` and the like are numbers of leaves.
@@ -81,7 +83,7 @@ class Decision {
     }
     decide(KxMatchExplanation::FirstTier, kindA, kindB);
     if (kindA.isThere() && kindB.isThere()) {
-      m_outcome.bothKinds = true;
+      m_outcome.addedCode = kBothKinds;
       m_outcome.code |= kBothKinds;
     }
     outrank(m_secondTierA);
@@ -160,7 +162,8 @@ class Decision {
     const Best& loser = weightB > weightA ? kindA : kindB;
 
     m_outcome.tier = tier;
-    m_outcome.code = weightA == weightB ? kTie : (weightA > weightB ? kKindA : kKindB);
+    m_outcome.baseCode = weightA == weightB ? kTie : (weightA > weightB ? kKindA : kKindB);
+    m_outcome.code = m_outcome.baseCode;
     m_outcome.winner = winner.candidate;
     m_outcome.weightA = weightA;
     m_outcome.weightB = weightB;

@@ -4,6 +4,7 @@
 
 #include "Decision.h"
 #include "KxMatchExplanation.h"
+#include "LibraryLifetime.h"
 #include "Memory.h"
 #include "PolicyLog.h"
 
@@ -58,6 +59,9 @@ class Recorder {
 }  // namespace
 
 void KxWildcardEmail::initScanTimeMode() {
+  if (isUnloaded()) {
+    return;
+  }
   while (!_lockOnInit.empty()) {
     KxLockableClass* object = _lockOnInit.front();
     _lockOnInit.pop();
@@ -71,7 +75,7 @@ void KxWildcardEmail::initScanTimeMode() {
 }
 
 KxWildcardNode* KxWildcardEmail::makeNewTree() {
-  return new (std::nothrow) KxWildcardRootNode(&_defaultScanTimeStringtable);
+  return new (std::nothrow) KxWildcardRootNode(isUnloaded() ? nullptr : &_defaultScanTimeStringtable);
 }
 
 KxWildcardNode* KxWildcardEmail::makeNewFloatingTree() {
@@ -122,6 +126,8 @@ unsigned char KxWildcardEmail::explainEmailAddress(const char* address, std::vec
   explanation.tier = outcome.tier;
   explanation.weightA = outcome.weightA;
   explanation.weightB = outcome.weightB;
-  explanation.bothKinds = outcome.bothKinds;
+  explanation.baseCode = outcome.baseCode;
+  explanation.addedCode = outcome.addedCode;
+  explanation.bothKinds = outcome.addedCode != 0;
   return explanation.code;
 }

@@ -233,6 +233,8 @@ TEST_F(Match, explanationAsJsonHasEveryProperty) {
   EXPECT_EQ(first["weightA"], 0);
   EXPECT_EQ(first["weightB"], 4004);
   EXPECT_EQ(first["bothKinds"], false);
+  EXPECT_EQ(first["baseCode"], first["code"]);
+  EXPECT_EQ(first["addedCode"], 0);
   EXPECT_EQ(first["treesSearched"], 3);
   ASSERT_EQ(first["candidates"].size(), 3u);
   EXPECT_EQ(first["candidates"][0]["fate"], "removed");

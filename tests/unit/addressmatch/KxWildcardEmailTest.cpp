@@ -382,6 +382,8 @@ TEST_F(WildcardEmail, explanationTellsWhatBecameOfEveryPattern) {
     EXPECT_EQ(explanation.weightA, test.weightA) << test.label;
     EXPECT_EQ(explanation.weightB, test.weightB) << test.label;
     EXPECT_EQ(explanation.bothKinds, test.bothKinds) << test.label;
+    EXPECT_EQ(explanation.addedCode, test.bothKinds ? 128 : 0) << test.label;
+    EXPECT_EQ(explanation.baseCode, explanation.code & 127) << test.label;
     EXPECT_EQ(explanation.treesSearched, test.treesSearched) << test.label;
     EXPECT_TRUE(explanation.complete) << test.label;
     ASSERT_EQ(explanation.candidates.size(), test.want.size()) << test.label;

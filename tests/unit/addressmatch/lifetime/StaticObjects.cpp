@@ -62,6 +62,36 @@ class Program {
 
 const Program program;
 
+// Comes up before the queue and the default table, and goes after them.
+class Older {
+ public:
+  ~Older() {
+    require(m_tree != nullptr, "there is a tree");
+    require(countMatches(*m_tree, "user@a.example.test") == 0, "a tree without its table finds nothing");
+    require(!m_tree->addAddressPattern("user@late.test", 1, nullptr, nullptr), "and takes nothing");
+    std::vector<KxWildcardNode*> trees = {m_tree.get()};
+    require(KxWildcardEmail::matchEmailAddress("user@a.example.test", trees, nullptr, nullptr, nullptr) == 0,
+            "and decides nothing");
+    m_tree.reset();
+
+    const std::unique_ptr<KxWildcardNode> late(KxWildcardEmail::makeNewTree());
+    require(late->addAddressPattern("user@late.test", 1, nullptr, nullptr), "a pattern is added after the end");
+    KxStringtable table;
+    KxWildcardRootNode own(&table);
+    require(own.addAddressPattern("user@late.test", 1, nullptr, nullptr), "over a table of one's own, too");
+    KxWildcardEmail::initScanTimeMode();
+    require(countMatches(*late, "user@late.test") == 1, "and found");
+    require(countMatches(own, "user@late.test") == 1, "over a table of one's own, too");
+    require(linesLogged == 0, "nothing is logged");
+  }
+  void keep(KxWildcardNode* tree) { m_tree.reset(tree); }
+
+ private:
+  std::unique_ptr<KxWildcardNode> m_tree;
+};
+
+__attribute__((init_priority(101))) Older older;
+
 }  // namespace
 
 void PolicyLog::log(LogLevel /*level*/, const char* /*format*/, ...) {
@@ -76,5 +106,6 @@ int main() {
   for (KxWildcardNode* tree : program.trees()) {
     require(countMatches(*tree, "user@a.example.test") == 1, "a pattern is found");
   }
+  older.keep(KxWildcardEmail::makeNewTree());
   return 0;
 }
