@@ -54,8 +54,8 @@ bool LineReader::next(std::string& line) {
     const char* begin = m_buffer.data() + m_begin;
     const char* end = m_buffer.data() + m_end;
     const char* lineEnd = std::find(begin, end, '\n');
-    if (line.size() + static_cast<std::size_t>(lineEnd - begin) > kLongestLine) {
-      tooLong = true;  // what is kept of it is enough to know that
+    if (line.size() + static_cast<std::size_t>(lineEnd - begin) > kLongestLine + 1) {
+      tooLong = true;  // even if its last byte belongs to the line's end
     } else {
       line.append(begin, lineEnd);
     }
@@ -66,11 +66,11 @@ bool LineReader::next(std::string& line) {
     }
   }
   ++m_lineNumber;
-  if (tooLong) {
-    throw BadLine(m_name, m_lineNumber, "longer than " + std::to_string(kLongestLine) + " bytes");
-  }
   if (!line.empty() && line.back() == '\r') {
     line.pop_back();
+  }
+  if (tooLong || line.size() > kLongestLine) {
+    throw BadLine(m_name, m_lineNumber, "longer than " + std::to_string(kLongestLine) + " bytes");
   }
   if (line.find('\0') != std::string::npos) {
     throw BadLine(m_name, m_lineNumber, "a NUL in a text");

@@ -51,7 +51,7 @@ void PatternLint::_add(const PatternOrigin& origin) {
 
   const bool added = origin.root.addAddressPattern(origin.pattern.c_str(), origin.kind, nullptr, nullptr);
   const KxListedEmailAddress& leaf = leafOf(origin.root, origin.pattern);
-  const auto inserted = m_leaves.insert({&leaf, {line, line, leaf.getState()}});
+  const auto inserted = m_leaves.insert({&leaf, {line, line, leaf.getState(), !added}});
   if (!inserted.second) {
     _checkKnown(inserted.first->second, leaf, line, origin.kind, added);
     return;
@@ -113,6 +113,9 @@ void PatternLint::_checkDecision(const KxListedEmailAddress& leaf) {
   const auto other = [&](std::size_t position) { return _named(explanation.candidates[position].leaf); };
   switch (own->fate) {
     case KxMatchCandidate::Ignored:
+      if (m_leaves.at(&leaf).startedRefused && own->state == 0) {
+        break;  // reported at the line that was refused
+      }
       _report(line, "no-single-kind", "never decides; " + fateText(*own), "one kind a tree; further ones in other trees");
       break;
     case KxMatchCandidate::NotSearched:
@@ -124,7 +127,27 @@ void PatternLint::_checkDecision(const KxListedEmailAddress& leaf) {
       _report(line, "never-decides", "the first tier always decides, by " + other(own->other) + " or a narrower pattern",
               "remove it, or give it kind 1 or 2");
       break;
+    case KxMatchCandidate::Decided:
+      if (const KxMatchCandidate* tied = _tied(explanation)) {
+        // With one text for both, the other one is reported.
+        if (tied->leaf->getFullAddress() != leaf.getFullAddress()) {
+          _reportTie(line, *tied->leaf);
+        }
+      }
+      break;
+    case KxMatchCandidate::Tied:
+      _reportTie(line, *explanation.candidates[own->other].leaf);
+      break;
     case KxMatchCandidate::Lighter:
+      // Of the two kinds of the first tier the lighter one still shows in the code.
+      if (explanation.tier == KxMatchExplanation::FirstTier && own->state != explanation.candidates[own->other].state) {
+        _report(line, "never-decides",
+                "always behind " + other(own->other) + " of the other kind; it only adds " +
+                    std::to_string(explanation.addedCode) + " to the code",
+                "keep it where that is wanted; otherwise one kind for both");
+        break;
+      }
+      [[fallthrough]];
     case KxMatchCandidate::Later:
       _report(line, "never-decides", "always behind " + other(own->other), "remove it");
       break;
@@ -145,6 +168,21 @@ std::size_t PatternLint::_deciding(const KxMatchExplanation& explanation) {
     ++position;
   }
   return position;
+}
+
+const KxMatchCandidate* PatternLint::_tied(const KxMatchExplanation& explanation) {
+  for (const KxMatchCandidate& candidate : explanation.candidates) {
+    if (candidate.fate == KxMatchCandidate::Tied) {
+      return &candidate;
+    }
+  }
+  return nullptr;
+}
+
+void PatternLint::_reportTie(const Line& line, const KxListedEmailAddress& other) {
+  _report(line, "always-tied",
+          "always as heavy as " + _named(&other) + " of the other kind, or behind a narrower pattern",
+          "one of the two kinds for both");
 }
 
 std::string PatternLint::_where(const Line& line) const {

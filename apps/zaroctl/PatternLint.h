@@ -41,12 +41,16 @@ class PatternLint {
     Line first;
     Line last;  // the one that changed its kinds last
     KxEmailBelongsTo state;
+    bool startedRefused;  // whether the first line's kind was refused
   };
 
   void _add(const PatternOrigin& origin);
   void _checkKnown(Leaf& known, const KxListedEmailAddress& leaf, const Line& line, KxEmailBelongsTo kind, bool added);
   void _checkDecision(const KxListedEmailAddress& leaf);
   static std::size_t _deciding(const KxMatchExplanation& explanation);
+  // The candidate that is tied with the deciding one, or null.
+  static const KxMatchCandidate* _tied(const KxMatchExplanation& explanation);
+  void _reportTie(const Line& line, const KxListedEmailAddress& other);
   std::string _where(const Line& line) const;
   std::string _named(const KxListedEmailAddress* leaf) const;
   void _report(const Line& line, const char* rule, std::string reason, std::string suggestion);

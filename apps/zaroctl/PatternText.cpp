@@ -24,9 +24,10 @@ Pieces split(const std::string& pattern) {
   pieces.localPart = localPart->getString();
   KxStringtable::cleanupReference(localPart);
   while (const KxIndexedString* label = KxWildcardNode::getEmailAddressName(stack)) {
-    pieces.labels.insert(pieces.labels.begin(), label->getString());
+    pieces.labels.emplace_back(label->getString());
     KxStringtable::cleanupReference(label);
   }
+  std::reverse(pieces.labels.begin(), pieces.labels.end());
   return pieces;
 }
 

@@ -1,6 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <fstream>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -83,8 +87,11 @@ const LintCase kLintCases[] = {
      {{0, 2, "refused-kind", "kind 2 is refused: the pattern has kind 1 from ", "another tree"}}},
     {"refused kind",
      {"user@a.test\t64\n"},
-     {{0, 1, "refused-kind", "kind 64 is refused: no pattern may have it", "one of 1, 2, 4, 8, 16, 32"},
-      {0, 1, "no-single-kind", "never decides; ignored: it has no kind", "one kind a tree"}}},
+     {{0, 1, "refused-kind", "kind 64 is refused: no pattern may have it", "one of 1, 2, 4, 8, 16, 32"}}},
+    {"refused kind, then none",
+     {"user@a.test\t64\nuser@a.test\t0\n"},
+     {{0, 1, "refused-kind", "kind 64 is refused", "one of 1, 2, 4, 8, 16, 32"},
+      {0, 2, "given-twice", "given before, in ", "remove one"}}},
     {"combined kinds",
      {"user@a.test\nuser@a.test\t16\n"},
      {{0, 2, "no-single-kind", "never decides; ignored: it has kinds 1 and 16 together", "one kind a tree"}}},
@@ -94,6 +101,29 @@ const LintCase kLintCases[] = {
     {"bad line",
      {"user@a.test\tx\nuser@b.test\n"},
      {{0, 1, "bad-line", "\"x\" behind the tab is no kind", "a tab and a number"}}},
+    {"kind without a pattern",
+     {"\t1\n  \t2\nuser@b.test\n"},
+     {{0, 1, "bad-line", "a kind without a pattern", "PATTERN"}, {0, 2, "bad-line", "a kind without", "PATTERN"}}},
+    {"byte order mark", {"\xEF\xBB\xBFuser@b.test\n\xEF\xBB\xBF*@a.test\n"}, {{0, 2, "non-ascii", "beyond ASCII", "xn--"}}},
+    {"lighter, of the other kind",
+     {"u@p.q.*.test\t1\nu@*.example.test\t2\n"},
+     {{0, 1, "left-of-star", "ignored", "u@*.test"},
+      {0, 2, "never-decides", "of the other kind; it only adds 128 to the code", "keep it where that is wanted"}}},
+    {"lighter, of the same kind",
+     {"u@p.q.*.test\t1\nu@*.example.test\t1\n"},
+     {{0, 1, "left-of-star", "ignored", "u@*.test"},
+      {0, 2, "never-decides", "always behind \"u@p.q.*.test\" (", "remove it"}}},
+    {"as heavy, of the other kind",
+     {"u@p.*.test\t1\nu@*.example.test\t2\n"},
+     {{0, 1, "left-of-star", "ignored", "u@*.test"},
+      {0, 2, "always-tied", "always as heavy as \"u@p.*.test\" (", "one of the two kinds"}}},
+    {"as heavy, of the other kind, and giving the data",
+     {"u@p.*.test\t2\nu@*.example.test\t1\n"},
+     {{0, 1, "left-of-star", "ignored", "u@*.test"},
+      {0, 2, "always-tied", "always as heavy as \"u@p.*.test\" (", "one of the two kinds"}}},
+    {"as heavy in the second tier",
+     {"*@a.test\t8\n", "*@a.test\t4\n"},
+     {{1, 1, "always-tied", "always as heavy as \"*@a.test\" (", "one of the two kinds"}}},
     {"idle exception",
      {"*@*.test\t8\n", "*@*.other.test\t16\n"},
      {{1, 1, "idle-exception", "no earlier tree has the same text", "the very text"}}},
@@ -179,6 +209,113 @@ TEST_F(Lint, suggestedPatternsAreClean) {
     m_directory.write("list", found[0]["suggestion"].get<std::string>() + "\n");
     const ProgramResult again = zaroctl({"lint", file});
     EXPECT_EQ(again.status, 0) << pattern << " -> " << found[0]["suggestion"] << "\n" << again.out;
+  }
+}
+
+// A call for each label would need megabytes of it.
+constexpr rlim_t kSmallStack = 1024 * 1024;
+
+// The program inherits it.
+class SmallStack {
+ public:
+  SmallStack() {
+    getrlimit(RLIMIT_STACK, &m_before);
+    rlimit small = m_before;
+    small.rlim_cur = kSmallStack;
+    setrlimit(RLIMIT_STACK, &small);
+  }
+  ~SmallStack() { setrlimit(RLIMIT_STACK, &m_before); }
+  SmallStack(const SmallStack&) = delete;
+  SmallStack& operator=(const SmallStack&) = delete;
+
+ private:
+  rlimit m_before = {};
+};
+
+TEST_F(Lint, lineOfThousandsOfLabelsIsLikeAnyOther) {
+  const SmallStack smallStack;
+  const std::string dots = "u@" + std::string(65000, '.');
+  std::string labels = "u@a";
+  while (labels.size() < 65000) {
+    labels += ".a";
+  }
+  const std::string file = m_directory.write("list", dots + "\n" + labels + "\n");
+  const ProgramResult lint = zaroctl({"--json", "lint", file});
+  EXPECT_EQ(lint.status, 1) << lint.err;
+  const Json found = Json::parse(lint.out);
+  ASSERT_EQ(found.size(), 1u);
+  EXPECT_EQ(found[0]["rule"], "empty-label");
+  EXPECT_EQ(found[0]["line"], 1);
+  for (const std::string& address : {dots, labels}) {
+    const ProgramResult match = zaroctl({"--json", "match", "--tree", file, address});
+    EXPECT_EQ(match.status, 0) << match.err;
+    EXPECT_EQ(Json::parse(match.out)["pattern"], address);
+  }
+}
+
+TEST_F(Lint, longestLineMayEndWithTwoBytes) {
+  const std::string longest = "u@" + std::string(65534, 'a');
+  for (const char* end : {"", "\n", "\r\n"}) {
+    EXPECT_EQ(zaroctl({"lint", m_directory.write("list", longest + end)}).status, 0) << end;
+    const ProgramResult longer = zaroctl({"lint", m_directory.write("list", longest + "a" + end)});
+    EXPECT_EQ(longer.status, 1);
+    EXPECT_THAT(longer.out, HasSubstr("longer than 65536 bytes")) << end;
+  }
+}
+
+// The public suffix list (Debian: package publicsuffix, which scripts/packages names).
+constexpr const char* kPublicSuffixes = "/usr/share/publicsuffix/public_suffix_list.dat";
+
+TEST_F(Lint, publicSuffixListLoadsIsLintedAndMatches) {
+  std::ifstream list(kPublicSuffixes);
+  ASSERT_TRUE(list) << kPublicSuffixes << " is not there";
+  std::string suffixes;
+  std::string exceptions;
+  std::string addresses;
+  std::size_t patterns = 0;
+  std::size_t beyondAscii = 0;
+  for (std::string line; std::getline(list, line);) {
+    const std::string rule = line.substr(0, line.find_first_of(" \t"));
+    if (rule.empty() || rule.rfind("//", 0) == 0) {
+      continue;
+    }
+    if (rule[0] == '!') {
+      exceptions += "*@" + rule.substr(1) + "\n";
+      addresses += "user@" + rule.substr(1) + "\n";
+      continue;
+    }
+    ++patterns;
+    const bool isAscii = std::all_of(rule.begin(), rule.end(),
+                                     [](char character) { return static_cast<unsigned char>(character) < 128; });
+    beyondAscii += isAscii ? 0 : 1;
+    suffixes += "*@" + rule + "\n";
+    addresses += "user@" + (rule[0] == '*' ? "some" + rule.substr(1) : rule) + "\n";
+  }
+  EXPECT_GT(patterns, 5000u);
+  EXPECT_GT(beyondAscii, 100u);
+
+  const std::string suffixFile = m_directory.write("suffixes", suffixes) + ":2";
+  const std::string exceptionFile = m_directory.write("exceptions", exceptions) + ":1";
+  const ProgramResult lint = zaroctl({"--json", "lint", exceptionFile, suffixFile});
+  EXPECT_EQ(lint.status, 1);
+  const Json found = Json::parse(lint.out);
+  for (const Json& finding : found) {
+    EXPECT_EQ(finding["rule"], "non-ascii") << finding;
+  }
+  EXPECT_EQ(found.size(), beyondAscii);
+
+  zarotest::ProgramRun run;
+  run.input = addresses;
+  const ProgramResult match = zaroctl({"--json", "match", "--tree", exceptionFile, "--tree", suffixFile, "-"}, run);
+  EXPECT_EQ(match.status, 0) << match.err;
+  const auto asked = linesOf(addresses);
+  const auto answers = linesOf(match.out);
+  ASSERT_EQ(answers.size(), asked.size());
+  for (std::size_t i = 0; i != asked.size(); ++i) {
+    const Json answer = Json::parse(answers[i]);
+    const bool isException = exceptions.find("*" + asked[i].substr(4) + "\n") != std::string::npos;
+    EXPECT_EQ(answer["code"], isException ? 1 : 2) << asked[i];
+    EXPECT_EQ(answer["treeIndex"], isException ? 0 : 1) << asked[i];
   }
 }
 
