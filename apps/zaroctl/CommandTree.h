@@ -2,6 +2,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <vector>
@@ -23,6 +24,8 @@ class CommandTree {
   CLI::App* add(const std::string& words, const std::string& description, const std::vector<std::string>& examples,
                 Action action);
 
+  // How often --verbose was given; known once the command line is parsed.
+  std::size_t verbosity() const { return m_root.count("--verbose"); }
   // The action of the command that was parsed; empty before parsing.
   const Action& chosen() const { return m_chosen; }
 

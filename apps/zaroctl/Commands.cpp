@@ -16,6 +16,8 @@ constexpr void (*kCommands[])(CommandTree&) = {
     addBlobWrite,
     addBase64Encode,
     addBase64Decode,
+    addMatch,
+    addLint,
 };
 // clang-format on
 

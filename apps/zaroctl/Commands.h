@@ -14,6 +14,8 @@ void addBlobWrite(CommandTree& tree);
 void addCheck(CommandTree& tree);
 void addFilterList(CommandTree& tree);
 void addInit(CommandTree& tree);
+void addLint(CommandTree& tree);
+void addMatch(CommandTree& tree);
 void addPassword(CommandTree& tree);
 
 void addAllCommands(CommandTree& tree);

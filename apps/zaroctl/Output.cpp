@@ -11,6 +11,8 @@
 namespace {
 
 constexpr const char* kTableGap = "  ";
+constexpr int kIndent = 2;    // of a JSON document
+constexpr int kOneLine = -1;  // for a document without line ends
 
 std::string cellText(const Json& cell) {
   if (cell.is_null() || (cell.is_array() && cell.empty())) {
@@ -36,6 +38,14 @@ std::size_t shownWidth(const std::string& text) {
 }
 
 using Cells = std::vector<std::string>;
+
+Cells cellsOf(const std::vector<Output::Column>& columns, const Json& row) {
+  Cells cells;
+  for (const Output::Column& column : columns) {
+    cells.push_back(cellText(row.at(column.key)));
+  }
+  return cells;
+}
 
 std::string tableText(const std::vector<Cells>& lines) {
   std::vector<std::size_t> widths;
@@ -93,7 +103,7 @@ std::string withoutControls(const std::string& document) {
 
 void Output::value(const char* key, const Json& object) {
   if (m_form == Form::Document) {
-    _writeJson(object);
+    _writeJson(object, kIndent);
   } else {
     _write(cellText(object.at(key)) + '\n');
   }
@@ -101,7 +111,7 @@ void Output::value(const char* key, const Json& object) {
 
 void Output::record(const Json& object) {
   if (m_form == Form::Document) {
-    _writeJson(object);
+    _writeJson(object, kIndent);
     return;
   }
   std::vector<Cells> lines;
@@ -113,7 +123,7 @@ void Output::record(const Json& object) {
 
 void Output::rows(const std::vector<Column>& columns, const Json& rows) {
   if (m_form == Form::Document) {
-    _writeJson(rows);
+    _writeJson(rows, kIndent);
     return;
   }
   std::vector<Cells> lines;
@@ -125,17 +135,27 @@ void Output::rows(const std::vector<Column>& columns, const Json& rows) {
     lines.push_back(std::move(headings));
   }
   for (const Json& row : rows) {
-    Cells cells;
-    for (const Column& column : columns) {
-      cells.push_back(cellText(row.at(column.key)));
-    }
-    lines.push_back(std::move(cells));
+    lines.push_back(cellsOf(columns, row));
   }
   _write(m_form == Form::Table ? tableText(lines) : tabbedText(lines));
 }
 
 void Output::raw(const std::string& bytes) {
   _write(bytes);
+}
+
+void Output::next(const std::vector<Column>& columns, const Json& row) {
+  if (m_form == Form::Document) {
+    _writeJson(row, kOneLine);
+    return;
+  }
+  _write(tabbedText({cellsOf(columns, row)}));
+}
+
+void Output::remark(const std::string& text) {
+  if (m_form != Form::Document) {
+    _write(zaroruntime::printableText(text) + '\n');
+  }
 }
 
 void Output::finish() {
@@ -148,7 +168,7 @@ void Output::_write(const std::string& text) {
   std::fwrite(text.data(), 1, text.size(), stdout);
 }
 
-void Output::_writeJson(const Json& document) {
+void Output::_writeJson(const Json& document, int indent) {
   // Names need not be UTF-8; what is not becomes a replacement character.
-  _write(withoutControls(document.dump(2, ' ', false, Json::error_handler_t::replace)) + '\n');
+  _write(withoutControls(document.dump(indent, ' ', false, Json::error_handler_t::replace)) + '\n');
 }

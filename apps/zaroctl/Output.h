@@ -19,7 +19,7 @@ class Output {
 
   explicit Output(Form form) : m_form(form) {}
 
-  // A command prints its result by one of these, once.
+  // A command prints its result by one of these, once; one whose results come one after the other, by `next`.
 
   // A result that is one value, which stands alone outside JSON.
   void value(const char* key, const Json& object);
@@ -32,12 +32,20 @@ class Output {
   // A result that is bytes, such as a stored text. They stand as they are in every form.
   void raw(const std::string& bytes);
 
+  // One of many results, printed at once: a line with the columns given, or JSON on one line. `isTable` tells a command
+  // that has them all at hand that `rows` would suit its reader better.
+  void next(const std::vector<Column>& columns, const Json& row);
+  // Text for people, between results; nothing with --json.
+  void remark(const std::string& text);
+  bool isTable() const { return m_form == Form::Table; }
+  bool isDocument() const { return m_form == Form::Document; }
+
   // Sends everything on its way; throws std::runtime_error when standard output does not take it.
   void finish();
 
  private:
   void _write(const std::string& text);
-  void _writeJson(const Json& document);
+  void _writeJson(const Json& document, int indent);
 
   Form m_form;
 };

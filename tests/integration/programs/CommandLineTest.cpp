@@ -56,7 +56,7 @@ INSTANTIATE_TEST_SUITE_P(, WrongUsageOf, testing::ValuesIn(kWrongUsages),
 
 TEST(CommandLine, everyHelpShowsExamples) {
   for (const std::vector<std::string>& command :
-       {std::vector<std::string>{}, {"init"}, {"check"}, {"password"}, {"admin", "id"}}) {
+       {std::vector<std::string>{}, {"init"}, {"check"}, {"password"}, {"admin", "id"}, {"match"}, {"lint"}}) {
     std::vector<std::string> arguments = command;
     arguments.emplace_back("--help");
     const ProgramResult result = zaroctl(arguments);

@@ -1,0 +1,57 @@
+// Trees of address patterns, loaded from pattern files.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "KxWildcardNode.h"
+#include "PatternFile.h"
+#include "Progress.h"
+
+// One tree as the command line names it: FILE[:KIND][,FILE[:KIND]...].
+struct TreeSource {
+  struct File {
+    std::string path;
+    KxEmailBelongsTo kind;  // of the lines that have none of their own
+  };
+
+  std::string text;  // as given
+  std::vector<File> files;
+};
+
+// Throws UsageError.
+TreeSource parseTreeSource(const std::string& text);
+
+// A pattern on its way into a tree.
+struct PatternOrigin {
+  std::size_t tree;
+  const std::string& file;
+  std::size_t line;
+  const std::string& pattern;
+  KxEmailBelongsTo kind;
+  KxWildcardNode& root;
+};
+
+class PatternTrees {
+ public:
+  // Adds one pattern. What it does with a refusal is its business.
+  using Adder = std::function<void(const PatternOrigin&)>;
+  // Told of a line that is no pattern; may throw it.
+  using BadLineHandler = std::function<void(const std::string& file, std::size_t line, const BadLine& bad)>;
+
+  // Makes a tree and loads its files. Throws RuntimeError when a file cannot be read.
+  void load(const TreeSource& source, const Adder& add, const BadLineHandler& badLine, Progress& progress);
+
+  // In order of loading, which is the order of precedence.
+  std::vector<KxWildcardNode*>& roots() { return m_roots; }
+  // A tree as the command line named it.
+  const std::string& name(std::size_t tree) const { return m_names[tree]; }
+
+ private:
+  std::vector<std::unique_ptr<KxWildcardNode>> m_owned;
+  std::vector<KxWildcardNode*> m_roots;
+  std::vector<std::string> m_names;
+};

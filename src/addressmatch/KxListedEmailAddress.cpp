@@ -1,0 +1,276 @@
+#include "KxListedEmailAddress.h"
+
+#include <cstring>
+
+#include "AddressText.h"
+#include "Kinds.h"
+#include "KxWildcardEmail.h"
+#include "LibraryLifetime.h"
+#include "Memory.h"
+#include "ParsedAddress.h"
+#include "PolicyLog.h"
+
+using namespace zaro_addressmatch;
+
+namespace {
+
+const KxIndexedString* orEmpty(const KxIndexedString* handle) {
+  return handle != nullptr ? handle : &KxStringtable::_theEmptyIndexedString;
+}
+
+// Releases a handle. Failing, it hands the handle's text and index, as they were, to `report`; null and 0 for none.
+template <typename Report>
+void release(const KxIndexedString* handle, Report report) {
+  // What fails to be released may be gone nevertheless.
+  const KxIndexedString before = handle != nullptr ? *handle : KxIndexedString(nullptr);
+  if (!KxStringtable::cleanupReference(handle)) {
+    report(handle != nullptr && before.getString() == nullptr ? "NULL" : before.getString(), before.getIndex());
+  }
+}
+
+bool sameText(const char* one, const char* other) {
+  return one != nullptr && std::strcmp(one, other) == 0;
+}
+
+// What the two kinds of labels add to the weight of a pattern.
+struct Specificity {
+  bool concreteName;
+  bool wildcardDomain;
+  unsigned int concreteLabels;
+};
+
+unsigned int weightOf(const Specificity& pattern) {
+  // The bands are 1000 apart: up to 1000 labels, any exact domain is above any with a wildcard.
+  if (!pattern.wildcardDomain) {
+    return pattern.concreteLabels + (pattern.concreteName ? 5001 : 4001);
+  }
+  if (pattern.concreteLabels > 0) {
+    return pattern.concreteLabels + (pattern.concreteName ? 3001 : 2001);
+  }
+  return pattern.concreteName ? 1001 : 1;
+}
+
+// Gives a label of a split pattern back.
+void releaseLabel(const KxIndexedString* label, const char* fullAddress) {
+  const auto report = [fullAddress](const char* text, unsigned int index) {
+    if (text == nullptr) {
+      PolicyLog::log(
+          LogLevel::Error,
+          "KxListedEmailAddress::_computeWeight: failed to clean up a piece of the domain : NULL. This object's full address is %s, %d",
+          fullAddress, 0);
+    } else {
+      // The label's index stands twice; log watchers know the line that way.
+      PolicyLog::log(
+          LogLevel::Error,
+          "KxListedEmailAddress::_computeWeight: failed to clean up a piece of the domain : %s, %d. This object's full address is %s, %d",
+          text, static_cast<int>(index), fullAddress, static_cast<int>(index));
+    }
+  };
+  release(label, report);
+}
+
+// Pairs of kinds that exclude each other: an exception and what it takes back, and the tiers among themselves.
+constexpr KxEmailBelongsTo kForbiddenPairs[] = {
+    kExceptionToB | kSecondTierB,
+    kExceptionToA | kSecondTierA,
+    kFirstTierB | kSecondTierB,
+    kFirstTierA | kSecondTierA,
+};
+
+unsigned int countOf(KxEmailBelongsTo bits) {
+  unsigned int count = 0;
+  for (; bits != 0; bits &= bits - 1) {
+    ++count;
+  }
+  return count;
+}
+
+}  // namespace
+
+KxIndexedStringNamedClass::KxIndexedStringNamedClass(KxStringtable* table, const char* name)
+    : _name(_lookupAndCheckName(name, table)), _stringtable(table) {}
+
+KxIndexedStringNamedClass::KxIndexedStringNamedClass(KxStringtable* table, const KxIndexedString* name)
+    : _name(_lookupAndCheckName(name, table)), _stringtable(table) {}
+
+KxIndexedStringNamedClass::~KxIndexedStringNamedClass() {
+  if (isGone(_stringtable)) {
+    return;
+  }
+  release(_name, [](const char* text, unsigned long index) {
+    if (text == nullptr) {
+      PolicyLog::log(LogLevel::Error, "~KxIndexedStringNamedClass: Failed to cleanup _name reference: NULL");
+    } else {
+      PolicyLog::log(LogLevel::Error, "~KxIndexedStringNamedClass: Failed to cleanup _name reference: %s , %lu", text,
+                     index);
+    }
+  });
+}
+
+const KxIndexedString* KxIndexedStringNamedClass::_lookupAndCheckName(const KxIndexedString* text,
+                                                                      KxStringtable* table) const {
+  if (table == nullptr) {
+    return orEmpty(KxIndexedString::deepCopy(text));
+  }
+  const KxIndexedString* kept = table->getStringtableRef(text);
+  if (orEmpty(text)->getIndex() < KxIndexedString::Wrapper) {
+    return orEmpty(kept);
+  }
+  if (kept == nullptr) {
+    if (text == nullptr) {
+      PolicyLog::log(LogLevel::Error, "KxListedEmailAddress.cpp - _returnCopyIfSameAs: predicate is NULL; cmp is NULL.");
+    } else {
+      PolicyLog::log(LogLevel::Error,
+                     "KxListedEmailAddress.cpp - _returnCopyIfSameAs: predicate is NULL; cmp is %s , %lu.",
+                     text->getString(), static_cast<unsigned long>(text->getIndex()));
+    }
+    return &KxStringtable::_theEmptyIndexedString;
+  }
+  if (kept != text) {
+    return kept;
+  }
+  // The table is locked and does not know the text, or could not take it in. The argument is somebody else's and may be
+  // gone tomorrow: neither this object nor the table may go on using it.
+  table->_dropBorrowed(*text);
+  return orEmpty(KxIndexedString::deepCopy(text));
+}
+
+const KxIndexedString* KxIndexedStringNamedClass::_lookupAndCheckName(const char* text, KxStringtable* table) const {
+  const KxIndexedString wrapper(text);
+  return _lookupAndCheckName(&wrapper, table);
+}
+
+char* KxIndexedStringNamedClass::_inferName(const char* address) {
+  return address != nullptr ? newText(address, std::strcspn(address, "@")) : nullptr;
+}
+
+KxListedEmailAddress::KxListedEmailAddress(KxStringtable* table, const char* fullAddress, const char* name)
+    : KxLockableClass(table != nullptr),
+      KxIndexedStringNamedClass(table, name),
+      _fullAddress(_lookupAndCheckName(fullAddress, table)),
+      _ownerless(true),
+      _weight(0),
+      _state(0) {
+  KxListedEmailAddress::_computeWeight();
+}
+
+KxListedEmailAddress::KxListedEmailAddress(KxStringtable* table, const KxIndexedString* fullAddress,
+                                           const KxIndexedString* name)
+    : KxLockableClass(table != nullptr),
+      KxIndexedStringNamedClass(table, name),
+      _fullAddress(_lookupAndCheckName(fullAddress, table)),
+      _ownerless(true),
+      _weight(0),
+      _state(0) {
+  KxListedEmailAddress::_computeWeight();
+}
+
+KxListedEmailAddress::~KxListedEmailAddress() {
+  if (isGone(_stringtable)) {
+    return;
+  }
+  release(_fullAddress, [](const char* text, unsigned long index) {
+    if (text == nullptr) {
+      PolicyLog::log(LogLevel::Error, "~KxListedEmailAddress: Failed to cleanup _fullAddress reference: NULL");
+    } else {
+      PolicyLog::log(LogLevel::Error, "~KxListedEmailAddress: Failed to cleanup _fullAddress reference: %s , %lu", text,
+                     index);
+    }
+  });
+}
+
+void KxListedEmailAddress::lock() {
+  _lock();
+}
+
+bool KxListedEmailAddress::matchName(const char* name) const {
+  if (_name == nullptr || name == nullptr) {
+    return false;
+  }
+  return sameText(_name->getString(), name) || sameText(getFullAddressAsStr(), name);
+}
+
+bool KxListedEmailAddress::matchName(const KxIndexedString& name) const {
+  if (_name == nullptr) {
+    return false;
+  }
+  return *_name == name || (_fullAddress != nullptr && *_fullAddress == name);
+}
+
+void KxListedEmailAddress::_computeWeight() {
+  const char* address = getFullAddress().getString();
+  _weight = 0;
+  withinMemory([&] {
+    ParsedAddress parsed(_stringtable, address);
+    Specificity pattern = {!isWildcard(parsed.localPart().getString()), false, 0};
+    for (KxWildcardNode::LabelStack& labels = parsed.labels(); !labels.empty(); labels.pop()) {
+      const KxIndexedString* label = labels.top();
+      if (label != nullptr && isWildcard(label->getString())) {
+        pattern.wildcardDomain = true;
+      } else {
+        ++pattern.concreteLabels;
+      }
+      releaseLabel(label, address);
+    }
+    if (parsed.isComplete()) {
+      _weight = weightOf(pattern);
+    }
+  });
+}
+
+bool KxListedEmailAddress::isStateAllowed(KxEmailBelongsTo state) {
+  constexpr KxEmailBelongsTo kCounted = 2 * kForbidden - 1;
+  if ((state & kForbidden) != 0) {
+    return false;
+  }
+  const unsigned int count = countOf(state & kCounted);
+  if (count != 2) {
+    return count < 2;
+  }
+  // The whole value is compared, so a pair with higher bits beside it is only asked for its exception.
+  for (const KxEmailBelongsTo pair : kForbiddenPairs) {
+    if (state == pair) {
+      return false;
+    }
+  }
+  return (state & (kExceptionToA | kExceptionToB)) != 0;
+}
+
+bool KxListedEmailAddress::addMembership(KxEmailBelongsTo kinds) {
+  return _changeState(_state | kinds);
+}
+
+bool KxListedEmailAddress::removeMembership(KxEmailBelongsTo kinds) {
+  return _changeState(_state & ~kinds);
+}
+
+bool KxListedEmailAddress::_changeState(KxEmailBelongsTo state) {
+  if (isLocked() || !isStateAllowed(state)) {
+    return false;
+  }
+  _state = state;
+  return true;
+}
+
+bool KxListedEmailAddress::setAnnotation(const char* annotation) {
+  return withinMemory([&] { _annotation = annotation; });
+}
+
+bool KxListedEmailAddress::addRelatedPolicyOwner(std::string* owner) {
+  PolicyLog::log(LogLevel::Trace, "KxListedEmailAddress::addRelatedPolicyOwner() pNewPolicyOwner=%s", owner->c_str());
+  return withinMemory([&] { _relatedPolicyOwners.push_back(owner); });
+}
+
+KxWildcardedEmailAddress::KxWildcardedEmailAddress(KxStringtable* table, const char* fullAddress)
+    : KxListedEmailAddress(table, fullAddress, KxStringtable::_theWildcardIndexedString.getString()) {}
+
+KxWildcardedEmailAddress::KxWildcardedEmailAddress(KxStringtable* table, const KxIndexedString* fullAddress)
+    : KxListedEmailAddress(table, fullAddress, &KxStringtable::_theWildcardIndexedString) {}
+
+bool KxWildcardedEmailAddress::matchName(const char* /*name*/) const {
+  return true;
+}
+
+bool KxWildcardedEmailAddress::matchName(const KxIndexedString& /*name*/) const {
+  return true;
+}

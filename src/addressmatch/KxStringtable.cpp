@@ -1,0 +1,391 @@
+#include "KxStringtable.h"
+
+#include <algorithm>
+#include <new>
+
+#include "KxWildcardEmail.h"
+#include "LibraryLifetime.h"
+#include "Memory.h"
+#include "PolicyLog.h"
+#include "Ranks.h"
+
+using namespace zaro_addressmatch;
+
+namespace {
+
+unsigned long shownIndex(const KxIndexedString& handle) {
+  return handle.getIndex();
+}
+
+bool isStaticHandle(const KxIndexedString* handle) {
+  return handle == &KxStringtable::_theEmptyIndexedString || handle == &KxStringtable::_theWildcardIndexedString;
+}
+
+bool hasText(const KxIndexedString* handle) {
+  return handle != nullptr && handle->getString() != nullptr;
+}
+
+void logNoMemoryFor(const KxIndexedString& wanted) {
+  PolicyLog::log(
+      LogLevel::Error,
+      "KxStringtable::_addToStringtable: could not allocate memory for inserting %s , %lu into a stringtable. Insertion failed.",
+      wanted.getString(), shownIndex(wanted));
+}
+
+// A zeroed array for a text of `size` bytes, terminator included, or null.
+char* newSpace(std::size_t size) {
+  return new (std::nothrow) char[size]();
+}
+
+// Copies `size` bytes, terminator included.
+bool copyText(char* to, const char* from, std::size_t size) {
+  return std::strncpy(to, from, size) == to;
+}
+
+}  // namespace
+
+bool KxIndexedString::_explicitCleanupString() {
+  if (_string == nullptr) {
+    return false;
+  }
+  delete[] _string;
+  _index = Wrapper;
+  return true;
+}
+
+KxIndexedString* KxIndexedString::deepCopy(const KxIndexedString* source) {
+  if (!hasText(source)) {
+    PolicyLog::log(LogLevel::Error, "KxIndexedString::deepCopy: argument or string wrapped by argument is NULL!");
+    return nullptr;
+  }
+  const std::size_t size = std::strlen(source->_string) + 1;
+  char* text = newSpace(size);
+  KxIndexedString* copy = text != nullptr ? new (std::nothrow) KxIndexedString(text) : nullptr;
+  if (copy == nullptr) {
+    PolicyLog::log(LogLevel::Error, "KxIndexedString::deepCopy: could not allocate space for copy of wrapped string: %s.",
+                   source->_string);
+    delete[] text;
+    return nullptr;
+  }
+  if (!copyText(text, source->_string, size)) {
+    PolicyLog::log(LogLevel::Error, "KxIndexedString::deepCopy: could not copy identifier: %s", source->_string);
+    delete[] text;
+    delete copy;
+    return nullptr;
+  }
+  copy->_index = DeepCopy;
+  return copy;
+}
+
+KxLockableClass::KxLockableClass(bool lockOnInit) : _locked(0), _place(KxLockOnInitQueue::kNeverQueued) {
+  if (lockOnInit) {
+    KxWildcardEmail::_addToLockOnInit(this);
+  }
+}
+
+KxLockableClass::~KxLockableClass() {
+  if (_place != KxLockOnInitQueue::kNeverQueued) {
+    forgetLockOnInit(this);
+  }
+}
+
+bool KxLockableClass::isLocked() const {
+  return _locked != 0;
+}
+
+void KxLockableClass::_lock() {
+  _locked = 1;
+}
+
+KxLockOnInitQueue& KxLockOnInitQueue::operator=(const KxLockOnInitQueue& other) {
+  std::queue<KxLockableClass*>::operator=(other);
+  _foreign = true;
+  return *this;
+}
+
+void KxLockOnInitQueue::pop() {
+  KxLockableClass* object = front();
+  if (object != nullptr && object->_place >= kFirstPlace) {
+    object->_place = kHandedOut;
+  }
+  std::queue<KxLockableClass*>::pop();
+  _front = (_front + 1) % kPlaces;
+  --_counted;
+  if (c.empty()) {
+    _counted = 0;
+    _foreign = false;
+  }
+}
+
+void KxLockOnInitQueue::push(KxLockableClass* object) {
+  std::queue<KxLockableClass*>::push(object);
+  ++_counted;
+  if (object == nullptr) {
+    return;
+  }
+  const bool isElsewhere = object->_place != kNeverQueued && object->_place != kHandedOut;
+  const auto count = static_cast<unsigned int>((_front + c.size() - 1) % kPlaces);
+  object->_place = (isElsewhere ? kQueuedTwice : kFirstPlace + count) & kPlaceBits;
+}
+
+void KxLockOnInitQueue::replace(const KxLockableClass* object, KxLockableClass* replacement) {
+  if (_isCounted()) {
+    if (object->_place == kHandedOut) {
+      return;
+    }
+    if (object->_place >= kFirstPlace) {
+      const unsigned int position = (object->_place - kFirstPlace + kPlaces - _front) % kPlaces;
+      if (position < c.size() && c[position] == object) {
+        c[position] = replacement;
+        return;
+      }
+    }
+  }
+  std::replace(c.begin(), c.end(), const_cast<KxLockableClass*>(object), replacement);
+}
+
+KxStringtable::KxStringtable() : KxLockableClass(true) {}
+
+KxStringtable::~KxStringtable() {
+  try {
+    for (const Entry& entry : _entries) {
+      _release(const_cast<Entry*>(&entry));
+    }
+  } catch (...) {
+    PolicyLog::log(LogLevel::Error, "~KxStringtable: ERROR: Exception caught in destructor!");
+  }
+  _entries.clear();
+}
+
+// The check for null is a net under the container, which has no null elements.
+void KxStringtable::_release(Entry* entry) {
+  if (entry == nullptr) {
+    PolicyLog::log(LogLevel::Error, "~KxStringtable: detected a NULL pointer in the underlying container!");
+    return;
+  }
+  if (entry->ownsText && !entry->_explicitCleanupString()) {
+    PolicyLog::log(LogLevel::Error,
+                   "~KxStringtable: deallocating the KxIndexedString's private data copy failed: %s, %lu.", "NULL",
+                   shownIndex(*entry));  // it fails for no other text
+  }
+}
+
+const KxIndexedString* KxStringtable::getStringtableRef(const KxIndexedString* wanted) {
+  if (!hasText(wanted)) {
+    PolicyLog::log(
+        LogLevel::Error,
+        "KxStringtable::getStringtableRef(const KxIndexedString *): could not insert argument into stringtable because the argument or the string it wraps is NULL!");
+    return wanted;
+  }
+  if (isLocked()) {
+    return getRef(wanted);
+  }
+  if (const KxIndexedString* entry = _addToStringtable(wanted)) {
+    return entry;
+  }
+  PolicyLog::log(
+      LogLevel::Error,
+      "KxStringtable::getStringtableRef(const KxIndexedString *): could not insert argument into stringtable : %s, %lu",
+      wanted->getString(), shownIndex(*wanted));
+  return wanted;
+}
+
+const KxIndexedString* KxStringtable::getStringtableRef(const KxIndexedString& wanted) {
+  return getStringtableRef(&wanted);
+}
+
+const KxIndexedString* KxStringtable::getStringtableRef(const char* text) {
+  if (text == nullptr) {
+    PolicyLog::log(
+        LogLevel::Error,
+        "KxStringtable::getStringtableRef(const char *): could not insert argument into stringtable because the argument is NULL!");
+    return nullptr;
+  }
+  if (isLocked()) {
+    return getRef(text);
+  }
+  const KxIndexedString temporary(text);
+  const KxIndexedString* entry = getStringtableRef(&temporary);
+  if (entry != nullptr && entry != &temporary) {
+    return entry;
+  }
+  // The text promises a copy; the wrapper borrows the caller's text nevertheless, and callers rely on that.
+  PolicyLog::log(
+      LogLevel::Error,
+      "KxStringtable::getStringtableRef(const char *): warning: could not insert argument into stringtable or the reference returned by the KxIndexedString * version of this method is on the stack. Allocating new copy of %s; memory leak may result.",
+      text);
+  return new (std::nothrow) KxIndexedString(text);
+}
+
+const KxIndexedString* KxStringtable::getRef(const KxIndexedString* wanted) const {
+  const KxIndexedString* entry = _findInStringtable(wanted);
+  return entry != nullptr ? entry : wanted;
+}
+
+const KxIndexedString* KxStringtable::getRef(const char* text) const {
+  const KxIndexedString* entry = _findInStringtable(text);
+  if (entry != nullptr || text == nullptr) {
+    return entry;
+  }
+  return new (std::nothrow) KxIndexedString(text);
+}
+
+const KxIndexedString* KxStringtable::_addToStringtable(const KxIndexedString* wanted) {
+  if (!hasText(wanted)) {
+    PolicyLog::log(LogLevel::Error, "KxStringtable::_addToStringtable: the argument for insertion is NULL!");
+    return nullptr;
+  }
+  if (isLocked()) {
+    PolicyLog::log(
+        LogLevel::Error,
+        "KxStringtable::_addToStringtable: warning: an attempt was made to add to a locked stringtable and not caught by KxStringtable::getStringtableRef. Data: %s, %lu.",
+        wanted->getString(), shownIndex(*wanted));
+    return nullptr;
+  }
+
+  auto position = _entries.lower_bound(*wanted);
+  if (position != _entries.end() && !(*wanted < *position)) {
+    return _existingEntry(*position, wanted);
+  }
+  if (!withinMemory([&] { position = _entries.emplace_hint(position, *wanted); })) {
+    logNoMemoryFor(*wanted);
+    return nullptr;
+  }
+  // Neither a text of the same content nor an index changes an entry's place in the set.
+  return _ownText(const_cast<Entry&>(*position), wanted);
+}
+
+// The checks for an entry that is the argument itself are a net under the container: it copies what it takes in.
+const KxIndexedString* KxStringtable::_existingEntry(const Entry& entry, const KxIndexedString* wanted) const {
+  if (&entry == wanted && entry.getIndex() >= KxIndexedString::Wrapper) {
+    PolicyLog::log(
+        LogLevel::Error,
+        "KxStringtable::_addToStringtable: looking up the entry in the stringtable returned the original entry. However, the entry is not in the stringtable : %s, %lu. Insertion failed.",
+        wanted->getString(), shownIndex(*wanted));
+  }
+  return &entry;
+}
+
+const KxIndexedString* KxStringtable::_ownText(Entry& entry, const KxIndexedString* wanted) {
+  // Whatever becomes of the text, nobody but the table may release the entry.
+  const unsigned long index = shownIndex(*wanted);
+  entry._index = KxIndexedString::TableEntry;
+
+  const std::size_t size = std::strlen(wanted->getString()) + 1;
+  char* copy = newSpace(size);
+  if (copy == nullptr) {
+    logNoMemoryFor(*wanted);
+    return nullptr;
+  }
+  if (!copyText(copy, wanted->getString(), size)) {
+    PolicyLog::log(
+        LogLevel::Error,
+        "KxStringtable::_addToStringtable: could not make a copy the data into allocated space: %s, %lu. Insertion failed.",
+        wanted->getString(), index);
+    delete[] copy;
+    return nullptr;
+  }
+  entry._string = copy;
+  entry.ownsText = true;
+  if (&entry == wanted) {
+    PolicyLog::log(
+        LogLevel::Error,
+        "KxStringtable::_addToStringtable: inserting into stringtable's underlying container resulted in an entry that was not distinct from the original pointer. Insertion of %s, %lu failed.",
+        wanted->getString(), index);
+    return nullptr;
+  }
+  return &entry;
+}
+
+void KxStringtable::_dropBorrowed(const KxIndexedString& wanted) {
+  const auto found = isLocked() ? _entries.end() : _entries.find(wanted);
+  if (found != _entries.end() && !found->ownsText) {
+    _entries.erase(found);
+  }
+}
+
+const KxIndexedString* KxStringtable::_addToStringtable(const char* text) {
+  const KxIndexedString temporary(text);
+  return _addToStringtable(&temporary);
+}
+
+const KxIndexedString* KxStringtable::_findInStringtable(const KxIndexedString* wanted) const {
+  if (!hasText(wanted)) {
+    PolicyLog::log(LogLevel::Error,
+                   "KxStringtable::_findInStringtable: the search argument (const KxIndexedString *) is NULL!");
+    return nullptr;
+  }
+  const auto found = _entries.find(*wanted);
+  return found != _entries.end() ? &*found : nullptr;
+}
+
+const KxIndexedString* KxStringtable::_findInStringtable(const char* text) const {
+  if (text == nullptr) {
+    PolicyLog::log(LogLevel::Error, "KxStringtable::_findInStringtable: the search argument (const char *) is NULL!");
+    return nullptr;
+  }
+  const KxIndexedString temporary(text);
+  return _findInStringtable(&temporary);
+}
+
+bool KxStringtable::cleanupReference(KxIndexedString* handle) {
+  if (handle == nullptr) {
+    return false;
+  }
+  if (isStaticHandle(handle)) {
+    return true;
+  }
+  switch (handle->getIndex()) {
+    case KxIndexedString::DeepCopy:
+      return _deepDelete(handle);
+    case KxIndexedString::Wrapper:
+      delete handle;
+      return true;
+    default:
+      return true;
+  }
+}
+
+bool KxStringtable::cleanupReference(const KxIndexedString* handle) {
+  return cleanupReference(const_cast<KxIndexedString*>(handle));
+}
+
+bool KxStringtable::_deepDelete(KxIndexedString* handle) {
+  if (handle == nullptr) {
+    return false;
+  }
+  if (isStaticHandle(handle) || handle->getIndex() < KxIndexedString::Wrapper) {
+    return true;
+  }
+  const bool freed = handle->_explicitCleanupString();
+  delete handle;
+  return freed;
+}
+
+bool KxStringtable::_deepDelete(const KxIndexedString* handle) {
+  return _deepDelete(const_cast<KxIndexedString*>(handle));
+}
+
+void KxStringtable::lock() {
+  if (isLocked()) {
+    PolicyLog::log(LogLevel::Error,
+                   "KxStringtable::lock: warning: attempt made to lock a locked stringtable. Ignoring...");
+    return;
+  }
+  const bool exhausted =
+      assignRanks(_entries.begin(), _entries.end(), KxIndexedString::HighestIndex,
+                  [](const Entry& entry, unsigned int rank) { const_cast<Entry&>(entry)._setIndex(rank); });
+  if (exhausted) {
+    // Both misspellings are kept: log watchers match the text.
+    PolicyLog::log(
+        LogLevel::Error,
+        "KxStrintable::lock: index exceeded maximum allowed. Remainder of strings will be unindexed. Loss of optimizations likely, but functionality should still be preseng");
+  }
+  _lock();
+}
+
+unsigned int allocating(bool reset) {
+  static unsigned int counter = 0;
+  counter = reset ? 0 : counter + 1;
+  return counter;
+}

@@ -1,0 +1,448 @@
+#include "KxWildcardNode.h"
+
+#include <memory>
+#include <new>
+#include <string>
+#include <typeinfo>
+#include <utility>
+
+#include "AddressText.h"
+#include "LibraryLifetime.h"
+#include "Memory.h"
+#include "ParsedAddress.h"
+#include "PolicyLog.h"
+
+using namespace zaro_addressmatch;
+
+namespace {
+
+const KxIndexedString& orEmpty(const KxIndexedString* handle) {
+  return handle != nullptr ? *handle : KxStringtable::_theEmptyIndexedString;
+}
+
+// Entries of a locked table carry ranks, so a handle without one is no entry; "indexed" says that the vector holds only
+// entries, and then such a handle cannot be there.
+bool isUnknown(const KxIndexedString& key, bool indexed) {
+  return indexed && key.getIndex() >= KxIndexedString::Wrapper;
+}
+
+std::string loweredText(const char* text) {
+  std::string result(text);
+  for (char& character : result) {
+    character = lowered(character);
+  }
+  return result;
+}
+
+// The way down a tree, level by level, with the label that each level took off the stack. The labels go back whatever
+// happens; should memory run out for one, it is released. A way may be as long as an address has labels, so it is kept
+// here and not in calls.
+class Descent {
+ public:
+  struct Level {
+    KxWildcardNode* node;
+    const KxIndexedString* label;
+  };
+
+  explicit Descent(KxWildcardNode::LabelStack& labels) : m_labels(labels) { m_levels.reserve(kUsualDepth); }
+  ~Descent() { climbOut(); }
+  Descent(const Descent&) = delete;
+  Descent& operator=(const Descent&) = delete;
+
+  // Enters a level; false when it does not match. Throws std::bad_alloc.
+  bool enter(KxWildcardNode& node) {
+    m_levels.push_back({&node, nullptr});
+    return node._matchesThisNode(m_labels, m_levels.back().label);
+  }
+  bool isOut() const { return m_levels.empty(); }
+  KxWildcardNode& deepest() const { return *m_levels.back().node; }
+  // Leaves the deepest level. False when the stack now lacks its label.
+  bool climb() {
+    const KxIndexedString* label = m_levels.back().label;
+    m_levels.pop_back();
+    return label == nullptr || pushOrRelease(m_labels, label);
+  }
+  bool climbOut() {
+    bool whole = true;
+    while (!isOut()) {
+      whole = climb() && whole;
+    }
+    return whole;
+  }
+
+ private:
+  static constexpr std::size_t kUsualDepth = 8;
+
+  KxWildcardNode::LabelStack& m_labels;
+  std::vector<Level> m_levels;
+};
+
+// The leaves have no virtual destructor, and their vector holds nothing but their base.
+void destroyLeaf(KxListedEmailAddress* leaf) {
+  leaf->KxListedEmailAddress::~KxListedEmailAddress();
+  ::operator delete(leaf);
+}
+
+// Whether memory sufficed for all that makes the leaf what it shall be.
+bool isWhole(const KxListedEmailAddress& leaf, const KxIndexedString& name, const KxIndexedString& fullAddress) {
+  return leaf.getWeight() != 0 && leaf.getName() == name && leaf.getFullAddress() == fullAddress;
+}
+
+template <typename Named>
+bool allIndexed(const std::vector<Named*>& elements) {
+  for (const Named* element : elements) {
+    if (!element->getName().isIndexed()) {
+      return false;
+    }
+  }
+  return true;
+}
+
+template <typename Named>
+unsigned int insertPosition(const std::vector<Named*>& sorted, const Named* item) {
+  if (sorted.empty()) {
+    return 0;
+  }
+  std::size_t low = 0;
+  std::size_t high = sorted.size() - 1;
+  for (;;) {
+    const std::size_t middle = (low + high) / 2;
+    if (item->getName() < sorted[middle]->getName()) {
+      if (low >= middle) {
+        return static_cast<unsigned int>(low);
+      }
+      high = middle - 1;
+    } else {
+      if (high <= middle) {
+        return static_cast<unsigned int>(high + 1);
+      }
+      low = middle + 1;
+    }
+  }
+}
+
+template <typename Named>
+bool insertSorted(std::vector<Named*>& sorted, Named* item) {
+  return item != nullptr && withinMemory([&] {
+           sorted.insert(sorted.begin() + static_cast<std::ptrdiff_t>(insertPosition(sorted, item)), item);
+         });
+}
+
+}  // namespace
+
+KxWildcardNode::KxWildcardNode(KxStringtable* table, const KxIndexedString* label)
+    : KxLockableClass(table != nullptr),
+      KxIndexedStringNamedClass(table, label),
+      _childrenIndexed(false),
+      _wildcardChild(nullptr),
+      _leavesIndexed(false),
+      _wildcardLeaf(nullptr) {}
+
+KxWildcardNode::~KxWildcardNode() {
+  destroyChildren();
+  for (KxListedEmailAddress* leaf : _leaves) {
+    destroyLeaf(leaf);
+  }
+  if (_wildcardLeaf != nullptr) {
+    destroyLeaf(_wildcardLeaf);
+  }
+}
+
+// Neither calls nor memory may be spent on the depth. So a child's own wildcard child goes first, and its pointer then
+// leads back to the level above.
+void KxWildcardNode::destroyChildren() {
+  delete std::exchange(_wildcardChild, nullptr);
+  for (KxWildcardNode* node = this;;) {
+    if (!node->_children.empty()) {
+      KxWildcardNode* child = node->_children.back();
+      node->_children.pop_back();
+      delete std::exchange(child->_wildcardChild, node);
+      node = child;
+    } else if (node != this) {
+      KxWildcardNode* above = std::exchange(node->_wildcardChild, nullptr);
+      delete node;
+      node = above;
+    } else {
+      return;
+    }
+  }
+}
+
+void KxWildcardNode::lock() {
+  _lock();
+  _childrenIndexed = allIndexed(_children);
+  _leavesIndexed = allIndexed(_leaves);
+}
+
+bool KxWildcardNode::addAddressPattern(const char* address, KxEmailBelongsTo kind, const char* annotation,
+                                       std::string* owner) {
+  if (address == nullptr || isGone(_stringtable)) {
+    return false;
+  }
+  bool added = false;
+  withinMemory([&] {
+    const std::string text = loweredText(address);
+    const KxIndexedString fullAddress(text.c_str());
+    ParsedAddress parsed(_stringtable, text.c_str());
+    added = parsed.isComplete() &&
+            addAddressPattern(&fullAddress, &parsed.localPart(), parsed.labels(), kind, annotation, owner);
+  });
+  return added;
+}
+
+bool KxWildcardNode::addAddressPattern(const KxIndexedString* fullAddress, const KxIndexedString* name,
+                                       LabelStack& labels, KxEmailBelongsTo kind, const char* annotation,
+                                       std::string* owner) {
+  bool added = false;
+  bool whole = false;
+  withinMemory([&] {
+    Descent descent(labels);
+    KxWildcardNode* node = this;
+    while (descent.enter(*node)) {
+      if (labels.empty()) {
+        added = node->_addOrModifyLeaf(name, fullAddress, kind, annotation, owner);
+        break;
+      }
+      node = node->childFor(orEmpty(labels.top()));
+      if (node == nullptr) {
+        break;
+      }
+      if (typeid(*node) != typeid(KxWildcardNode)) {
+        // It has its own way to add.
+        added = node->addAddressPattern(&orEmpty(fullAddress), &orEmpty(name), labels, kind, annotation, owner);
+        break;
+      }
+    }
+    whole = descent.climbOut();
+  });
+  return whole && added;
+}
+
+KxWildcardNode* KxWildcardNode::childFor(const KxIndexedString& label) {
+  if (isWildcard(label.getString())) {
+    if (_wildcardChild == nullptr) {
+      _wildcardChild = new (std::nothrow) KxWildcardedWildcardNode(_stringtable);
+    }
+    return _wildcardChild;
+  }
+  if (KxWildcardNode* child = _findMatchingChild(label)) {
+    return child;
+  }
+  std::unique_ptr<KxWildcardNode> child(new (std::nothrow) KxWildcardNode(_stringtable, &label));
+  if (child == nullptr || child->getName() != label || !_addToChildVector(child.get())) {
+    return nullptr;
+  }
+  return child.release();
+}
+
+KxWildcardNode* KxWildcardNode::_findMatchingChild(const KxIndexedString& label) {
+  return isUnknown(label, _childrenIndexed) ? nullptr : binarySearchInPointerVector(_children, label);
+}
+
+bool KxWildcardNode::_matchWildcard(const KxIndexedString& /*label*/) {
+  return _wildcardChild != nullptr;
+}
+
+KxListedEmailAddress* KxWildcardNode::_findMatchingLeafNode(const KxIndexedString& name, bool atEnd) {
+  return !atEnd || isUnknown(name, _leavesIndexed) ? nullptr : binarySearchInPointerVector(_leaves, name);
+}
+
+bool KxWildcardNode::_matchLeafWildcard(const KxIndexedString& /*name*/, bool atEnd) {
+  return atEnd && _wildcardLeaf != nullptr;
+}
+
+bool KxWildcardNode::_matchesThisNode(LabelStack& labels, const KxIndexedString*& consumed) {
+  consumed = nullptr;
+  if (labels.empty()) {
+    return false;
+  }
+  // Not compared: the level above chose this node by the label.
+  consumed = labels.top();
+  labels.pop();
+  return true;
+}
+
+bool KxWildcardNode::_addToLeafVector(KxListedEmailAddress* leaf) {
+  return insertSorted(_leaves, leaf);
+}
+
+bool KxWildcardNode::_addToChildVector(KxWildcardNode* child) {
+  return insertSorted(_children, child);
+}
+
+bool KxWildcardNode::_addOrModifyLeaf(const KxIndexedString* name, const KxIndexedString* fullAddress,
+                                      KxEmailBelongsTo kind, const char* annotation, std::string* owner) {
+  const bool anyName = isWildcard(orEmpty(name).getString());
+  KxListedEmailAddress* leaf =
+      anyName ? wildcardLeafFor(orEmpty(fullAddress)) : leafFor(orEmpty(name), orEmpty(fullAddress));
+  if (leaf == nullptr || (annotation != nullptr && !leaf->setAnnotation(annotation))) {
+    return false;
+  }
+  // Owners are kept at wildcard leaves only; policies are not related to single addresses.
+  if (anyName && owner != nullptr) {
+    if (!leaf->addRelatedPolicyOwner(owner)) {
+      return false;
+    }
+  } else if (anyName) {
+    leaf->setOwnerless();
+  }
+  return leaf->addMembership(kind);
+}
+
+KxListedEmailAddress* KxWildcardNode::leafFor(const KxIndexedString& name, const KxIndexedString& fullAddress) {
+  if (KxListedEmailAddress* leaf = _findMatchingLeafNode(name, true)) {
+    return leaf;
+  }
+  KxListedEmailAddress* leaf = new (std::nothrow) KxListedEmailAddress(_stringtable, &fullAddress, &name);
+  if (leaf == nullptr) {
+    return nullptr;
+  }
+  if (!isWhole(*leaf, name, fullAddress) || !_addToLeafVector(leaf)) {
+    destroyLeaf(leaf);
+    return nullptr;
+  }
+  return leaf;
+}
+
+KxListedEmailAddress* KxWildcardNode::wildcardLeafFor(const KxIndexedString& fullAddress) {
+  if (_wildcardLeaf != nullptr) {
+    return _wildcardLeaf;
+  }
+  KxWildcardedEmailAddress* leaf = new (std::nothrow) KxWildcardedEmailAddress(_stringtable, &fullAddress);
+  if (leaf == nullptr) {
+    return nullptr;
+  }
+  if (!isWhole(*leaf, KxStringtable::_theWildcardIndexedString, fullAddress)) {
+    delete leaf;
+    return nullptr;
+  }
+  return _wildcardLeaf = leaf;
+}
+
+std::vector<KxListedEmailAddress*>& KxWildcardNode::findMatches(const char* address,
+                                                                std::vector<KxListedEmailAddress*>& out) {
+  findAllMatches(address, out);
+  return out;
+}
+
+void KxWildcardNode::findMatches(const KxIndexedString* name, LabelStack& labels,
+                                 std::vector<KxListedEmailAddress*>& out) {
+  if (isGone(_stringtable)) {
+    return;
+  }
+  const std::size_t before = out.size();
+  if (!withinMemory([&] { search(orEmpty(name), labels, out); })) {
+    PolicyLog::log(LogLevel::Error, "KxWildcardNode::findMatches: out of memory; no match is reported for %s",
+                   orEmpty(name).getString());
+    out.resize(before);
+  }
+}
+
+bool KxWildcardNode::findAllMatches(const char* address, std::vector<KxListedEmailAddress*>& out) {
+  if (address == nullptr || isGone(_stringtable)) {
+    return true;
+  }
+  const std::size_t before = out.size();
+  bool complete = false;
+  withinMemory([&] {
+    const std::string text = loweredText(address);
+    ParsedAddress parsed(_stringtable, text.c_str());
+    if (parsed.isComplete()) {
+      search(parsed.localPart(), parsed.labels(), out);
+      complete = true;
+    }
+  });
+  if (!complete) {
+    PolicyLog::log(LogLevel::Error, "KxWildcardNode::findMatches: out of memory; no match is reported for %s", address);
+    out.resize(before);
+  }
+  return complete;
+}
+
+void KxWildcardNode::search(const KxIndexedString& name, LabelStack& labels, std::vector<KxListedEmailAddress*>& out) {
+  Descent descent(labels);
+  for (KxWildcardNode* node = this; node != nullptr;) {
+    if (!descent.enter(*node)) {
+      descent.climb();
+      break;
+    }
+    node = labels.empty() ? nullptr : node->_findMatchingChild(orEmpty(labels.top()));
+  }
+  while (!descent.isOut()) {
+    descent.deepest().searchBesideChildren(name, labels, out);
+    // The levels above go on with their own labels only while the stack is whole.
+    if (!descent.climb()) {
+      throw std::bad_alloc();
+    }
+  }
+}
+
+void KxWildcardNode::searchBesideChildren(const KxIndexedString& name, LabelStack& labels,
+                                          std::vector<KxListedEmailAddress*>& out) {
+  const bool atEnd = labels.empty();
+  if (!atEnd && _matchWildcard(orEmpty(labels.top()))) {
+    _wildcardChild->search(name, labels, out);  // one level, no deeper
+  }
+  if (KxListedEmailAddress* leaf = _findMatchingLeafNode(name, atEnd)) {
+    out.push_back(leaf);
+  }
+  if (_matchLeafWildcard(name, atEnd)) {
+    out.push_back(_wildcardLeaf);
+  }
+}
+
+KxWildcardedWildcardNode::KxWildcardedWildcardNode(KxStringtable* table)
+    : KxWildcardNode(table, &KxStringtable::_theWildcardIndexedString) {}
+
+KxWildcardedWildcardNode::~KxWildcardedWildcardNode() = default;
+
+bool KxWildcardedWildcardNode::addAddressPattern(const KxIndexedString* fullAddress, const KxIndexedString* name,
+                                                 LabelStack& labels, KxEmailBelongsTo kind, const char* annotation,
+                                                 std::string* owner) {
+  const KxIndexedString* consumed = nullptr;
+  if (!_matchesThisNode(labels, consumed)) {
+    return false;
+  }
+  // The labels that are left are covered by the wildcard.
+  const bool added = _addOrModifyLeaf(name, fullAddress, kind, annotation, owner);
+  return (consumed == nullptr || pushOrRelease(labels, consumed)) && added;
+}
+
+KxWildcardNode* KxWildcardedWildcardNode::_findMatchingChild(const KxIndexedString& /*label*/) {
+  return nullptr;
+}
+
+bool KxWildcardedWildcardNode::_matchWildcard(const KxIndexedString& /*label*/) {
+  return false;
+}
+
+KxListedEmailAddress* KxWildcardedWildcardNode::_findMatchingLeafNode(const KxIndexedString& name, bool /*atEnd*/) {
+  return KxWildcardNode::_findMatchingLeafNode(name, true);
+}
+
+bool KxWildcardedWildcardNode::_matchLeafWildcard(const KxIndexedString& name, bool /*atEnd*/) {
+  return KxWildcardNode::_matchLeafWildcard(name, true);
+}
+
+bool KxWildcardedWildcardNode::_matchesThisNode(LabelStack& /*labels*/, const KxIndexedString*& consumed) {
+  consumed = nullptr;
+  return true;
+}
+
+KxWildcardRootNode::KxWildcardRootNode(KxStringtable* table)
+    : KxWildcardNode(table, &KxStringtable::_theEmptyIndexedString) {}
+
+KxWildcardRootNode::~KxWildcardRootNode() = default;
+
+bool KxWildcardRootNode::_matchesThisNode(LabelStack& /*labels*/, const KxIndexedString*& consumed) {
+  consumed = nullptr;
+  return true;
+}
+
+unsigned int findInsertPosi(const std::vector<KxWildcardNode*>& sorted, KxWildcardNode* item) {
+  return insertPosition(sorted, item);
+}
+
+unsigned int findInsertPosi(const std::vector<KxListedEmailAddress*>& sorted, KxListedEmailAddress* item) {
+  return insertPosition(sorted, item);
+}

@@ -1,0 +1,142 @@
+// The library and the slow matcher side by side: every step is made by both, and the first difference is kept.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "KxMatchExplanation.h"
+#include "KxWildcardEmail.h"
+#include "SlowMatcher.h"
+
+namespace slow {
+
+// A few trees over one table of their own, and a floating tree beside each of them.
+class MatcherComparison {
+ public:
+  void makeTree() {
+    m_pairs.emplace_back(&m_table, &m_slowTable);
+    m_floating.emplace_back(nullptr, nullptr);
+  }
+  std::size_t trees() const { return m_pairs.size(); }
+
+  void add(std::size_t tree, const std::string& pattern, unsigned int kinds) {
+    m_steps.push_back("tree " + std::to_string(tree) + " + \"" + pattern + "\" " + std::to_string(kinds));
+    add(m_pairs[tree], pattern, kinds);
+    add(m_floating[tree], pattern, kinds);
+  }
+
+  // Freezes what was made since the last time (and whatever else the process has queued).
+  void freeze() {
+    m_steps.emplace_back("freeze");
+    KxWildcardEmail::initScanTimeMode();
+    m_slowTable.locked = true;
+    for (Pair& pair : m_pairs) {
+      pair.slowTree->lock();
+    }
+    expectEqual(std::to_string(m_slowTable.texts.size()), std::to_string(m_table.size()), "size of the table");
+  }
+
+  // Asks every tree for its matches, and all of them for a decision.
+  void ask(const std::string& address) {
+    ask(m_pairs, address, "");
+    ask(m_floating, address, ", floating");
+  }
+
+  unsigned long comparisons() const { return m_comparisons; }
+  // Where the answers parted first, and the steps before; empty as long as they are the same.
+  const std::string& difference() const { return m_difference; }
+
+ private:
+  struct Pair {
+    Pair(KxStringtable* table, Table* slowTable)
+        : tree(std::make_unique<KxWildcardRootNode>(table)), slowTree(std::make_unique<Tree>(slowTable)) {}
+
+    std::unique_ptr<KxWildcardNode> tree;
+    std::unique_ptr<Tree> slowTree;
+  };
+
+  static std::string shown(const std::string& text, unsigned int state, unsigned int weight) {
+    return "\"" + text + "\" of kind " + std::to_string(state) + " weighs " + std::to_string(weight) + "\n";
+  }
+
+  void add(Pair& pair, const std::string& pattern, unsigned int kinds) {
+    const bool want = pair.slowTree->add(pattern, kinds);
+    const bool got = pair.tree->addAddressPattern(pattern.c_str(), kinds, nullptr, nullptr);
+    expectEqual(want ? "added" : "refused", got ? "added" : "refused", "\"" + pattern + "\"");
+  }
+
+  void ask(const std::vector<Pair>& pairs, const std::string& address, const std::string& how) {
+    std::vector<KxWildcardNode*> trees;
+    std::vector<const Tree*> slowTrees;
+    std::string matches;
+    for (const Pair& pair : pairs) {
+      trees.push_back(pair.tree.get());
+      slowTrees.push_back(pair.slowTree.get());
+      std::string want;
+      for (const Leaf* leaf : pair.slowTree->findMatches(address)) {
+        want += shown(leaf->fullAddress, leaf->state, weightOf(leaf->fullAddress));
+      }
+      std::string got;
+      std::vector<KxListedEmailAddress*> found;
+      for (const KxListedEmailAddress* leaf : pair.tree->findMatches(address.c_str(), found)) {
+        got += shown(leaf->getFullAddressAsStr(), leaf->getState(), leaf->getWeight());
+      }
+      expectEqual(want, got, "matches of \"" + address + "\"" + how);
+      matches += got;
+    }
+    askForDecision(trees, decide(slowTrees, address), matches, address, how);
+  }
+
+  void askForDecision(std::vector<KxWildcardNode*>& trees, const Decision& want, const std::string& matches,
+                      const std::string& address, const std::string& how) {
+    Decision got = {99, 99, "unset", 99};
+    const char* name = "unset";
+    got.code = KxWildcardEmail::matchEmailAddress(address.c_str(), trees, &got.tree, &name, &got.state);
+    got.name = name != nullptr ? name : "";
+    expectEqual(shown(want), shown(got), "decision on \"" + address + "\"" + how);
+
+    KxMatchExplanation explanation;
+    got.code = KxWildcardEmail::explainEmailAddress(address.c_str(), trees, explanation);
+    got = {got.code, explanation.treeIndex, explanation.name != nullptr ? explanation.name : "", explanation.belongsTo};
+    expectEqual(shown(want), shown(got), "explanation of \"" + address + "\"" + how);
+    std::string candidates;
+    for (const KxMatchCandidate& candidate : explanation.candidates) {
+      candidates += shown(candidate.leaf->getFullAddressAsStr(), candidate.state, candidate.weight);
+    }
+    expectEqual(matches, candidates, "candidates for \"" + address + "\"" + how);
+  }
+
+  static std::string shown(const Decision& decision) {
+    return std::to_string(decision.code) + " by tree " + std::to_string(decision.tree) + ": \"" + decision.name +
+           "\" of kind " + std::to_string(decision.state);
+  }
+
+  void expectEqual(const std::string& want, const std::string& got, const std::string& what) {
+    ++m_comparisons;
+    if (want != got && m_difference.empty()) {
+      m_difference = lastSteps() + what + "\n want: " + want + "\n got:  " + got;
+    }
+  }
+
+  std::string lastSteps() const {
+    constexpr std::size_t kShown = 40;
+    std::string text;
+    for (std::size_t step = m_steps.size() > kShown ? m_steps.size() - kShown : 0; step != m_steps.size(); ++step) {
+      text += m_steps[step] + "\n";
+    }
+    return text;
+  }
+
+  std::vector<std::string> m_steps;
+  std::string m_difference;
+  unsigned long m_comparisons = 0;
+  // The table goes last.
+  KxStringtable m_table;
+  Table m_slowTable;
+  std::vector<Pair> m_pairs;
+  std::vector<Pair> m_floating;
+};
+
+}  // namespace slow

@@ -1,0 +1,253 @@
+// Every allocation of every operation fails once. A program of its own, since it replaces operator new.
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "FailingAllocations.h"
+#include "KxMatchExplanation.h"
+#include "KxWildcardEmail.h"
+#include "scripted/Platform.h"
+
+namespace {
+
+using scripted::platform;
+using testing::IsEmpty;
+using testing::Not;
+
+// The patterns that were there before, and one that is added.
+const char* const kPatterns[] = {"user@example.test", "*@example.test", "*@*.test", "user@other.test"};
+const char* const kNewPatterns[] = {
+    "new@example.test", "user@new.test", "user@a.b.new", "*@fresh.example.test", "*@*.fresh", "*", "bare",
+    "user@x.*.fresh"};
+
+// More labels than one block of the stack holds.
+std::string deepDomain() {
+  std::string domain = "deep";
+  for (int i = 0; i < 200; ++i) {
+    domain += ".deep";
+  }
+  return domain;
+}
+
+class Exhaustion : public scripted::PlatformTest, public testing::WithParamInterface<bool> {
+ protected:
+  Exhaustion() {
+    if (GetParam()) {
+      table = std::make_unique<KxStringtable>();
+    }
+    tree = std::make_unique<KxWildcardRootNode>(table.get());
+    for (const char* pattern : kPatterns) {
+      EXPECT_TRUE(tree->addAddressPattern(pattern, 1, "note", nullptr));
+    }
+  }
+
+  std::vector<std::string> matches(const std::string& address) {
+    std::vector<KxListedEmailAddress*> found;
+    std::vector<std::string> texts;
+    for (const KxListedEmailAddress* leaf : tree->findMatches(address.c_str(), found)) {
+      texts.push_back(std::string(leaf->getFullAddressAsStr()) + " " + std::to_string(leaf->getWeight()));
+    }
+    return texts;
+  }
+
+  void expectOldPatterns() {
+    EXPECT_EQ(matches("user@example.test").front(), "user@example.test 5003");
+    EXPECT_EQ(matches("x@example.test").front(), "*@example.test 4003");
+    EXPECT_EQ(matches("user@other.test").front(), "user@other.test 5003");
+    EXPECT_EQ(matches("x@x.test").front(), "*@*.test 2002");
+  }
+
+  std::unique_ptr<KxStringtable> table;
+  std::unique_ptr<KxWildcardNode> tree;
+};
+
+TEST_P(Exhaustion, patternIsAddedWholeOrRefusedAndCanBeAddedAgain) {
+  std::string owner = "owner";
+  for (const std::string& pattern :
+       {std::string(kNewPatterns[0]), std::string(kNewPatterns[1]), std::string(kNewPatterns[2]),
+        std::string(kNewPatterns[3]), std::string(kNewPatterns[4]), std::string(kNewPatterns[5]),
+        std::string(kNewPatterns[6]), std::string(kNewPatterns[7]), "user@" + deepDomain()}) {
+    bool failed = true;
+    for (int allocation = 1; failed; ++allocation) {
+      std::unique_ptr<KxStringtable> ownTable(GetParam() ? new KxStringtable : nullptr);
+      tree = std::make_unique<KxWildcardRootNode>(ownTable.get());
+      for (const char* old : kPatterns) {
+        tree->addAddressPattern(old, 1, nullptr, nullptr);
+      }
+      bool added = false;
+      failed = failsAt(allocation, [&] {
+        added = tree->addAddressPattern(pattern.c_str(), 1, "a longer annotation than fits", &owner);
+      });
+      EXPECT_TRUE(failed || added) << pattern;
+      if (added) {
+        EXPECT_EQ(matches(pattern).front().substr(0, pattern.size()), pattern) << pattern << " " << allocation;
+      }
+      expectOldPatterns();
+      EXPECT_TRUE(tree->addAddressPattern(pattern.c_str(), 0, nullptr, nullptr)) << pattern << " " << allocation;
+      const auto want = matches(pattern);
+      ASSERT_THAT(want, Not(IsEmpty())) << pattern << " " << allocation;
+      EXPECT_EQ(want.front().substr(0, pattern.size()), pattern);
+      KxWildcardEmail::initScanTimeMode();
+      expectOldPatterns();
+      EXPECT_EQ(matches(pattern), want);
+      tree.reset();
+    }
+  }
+}
+
+TEST_P(Exhaustion, searchFindsEverythingOrNothingAndSaysSo) {
+  tree->addAddressPattern(("user@" + deepDomain()).c_str(), 1, nullptr, nullptr);
+  for (const std::string& address :
+       {std::string("user@example.test"), std::string("unknown@unknown.test"), "user@" + deepDomain()}) {
+    const auto want = matches(address);
+    bool failed = true;
+    for (int allocation = 1; failed; ++allocation) {
+      platform().log.clear();
+      std::vector<KxListedEmailAddress*> found;
+      bool complete = false;
+      failed = failsAt(allocation, [&] { complete = tree->findAllMatches(address.c_str(), found); });
+      if (complete) {
+        EXPECT_EQ(found.size(), want.size());
+        EXPECT_THAT(platform().log.lines(), IsEmpty());
+      } else {
+        EXPECT_THAT(found, IsEmpty());
+        EXPECT_THAT(platform().log.lines(), Not(IsEmpty()));
+      }
+      EXPECT_TRUE(failed || complete);
+      found.clear();
+      failsAt(allocation, [&] { tree->findMatches(address.c_str(), found); });
+      EXPECT_TRUE(found.empty() || found.size() == want.size());
+    }
+    EXPECT_EQ(matches(address), want);
+  }
+}
+
+TEST_P(Exhaustion, splitSearchFindsEverythingOrNothing) {
+  const KxIndexedString name("user");
+  const KxIndexedString example("example");
+  const KxIndexedString test("test");
+  bool failed = true;
+  for (int allocation = 1; failed; ++allocation) {
+    KxWildcardNode::LabelStack labels;
+    labels.push(&example);
+    labels.push(&test);
+    std::vector<KxListedEmailAddress*> found;
+    failed = failsAt(allocation, [&] { tree->findMatches(&name, labels, found); });
+    EXPECT_EQ(found.size(), failed ? 0u : 3u);
+    EXPECT_EQ(labels.size(), 2u);
+  }
+}
+
+TEST_P(Exhaustion, addressIsDecidedRightOrNotAtAll) {
+  KxWildcardRootNode second(table.get());
+  second.addAddressPattern("*@example.test", 8, nullptr, nullptr);
+  KxWildcardRootNode third(table.get());
+  third.addAddressPattern("user@example.test", 4, nullptr, nullptr);
+  third.addAddressPattern("*@example.test", 2, nullptr, nullptr);
+  std::vector<KxWildcardNode*> trees = {&second, &third, tree.get()};
+  KxMatchExplanation want;
+  ASSERT_EQ(KxWildcardEmail::explainEmailAddress("user@example.test", trees, want), 2u);
+  bool failed = true;
+  for (int allocation = 1; failed; ++allocation) {
+    platform().log.clear();
+    unsigned int position = 99;
+    const char* name = "unset";
+    KxEmailBelongsTo kind = 99;
+    unsigned int code = 99;
+    failed = failsAt(allocation, [&] {
+      code = KxWildcardEmail::matchEmailAddress("user@example.test", trees, &position, &name, &kind);
+    });
+    if (failed) {
+      EXPECT_EQ(code, 0u);
+      EXPECT_EQ(position, 0u);
+      EXPECT_EQ(name, nullptr);
+      EXPECT_EQ(kind, 0u);
+      EXPECT_THAT(platform().log.lines(), Not(IsEmpty()));
+    } else {
+      EXPECT_EQ(code, 2u);
+      EXPECT_EQ(position, 1u);
+    }
+  }
+  failed = true;
+  for (int allocation = 1; failed; ++allocation) {
+    KxMatchExplanation explanation;
+    unsigned int code = 99;
+    failed = failsAt(allocation,
+                     [&] { code = KxWildcardEmail::explainEmailAddress("user@example.test", trees, explanation); });
+    EXPECT_EQ(explanation.complete, !failed);
+    EXPECT_EQ(code, failed ? 0u : 2u);
+    EXPECT_EQ(explanation.candidates.size(), failed ? 0u : want.candidates.size());
+  }
+}
+
+std::string treeKind(const testing::TestParamInfo<bool>& overTable) {
+  return overTable.param ? "overATable" : "floating";
+}
+
+INSTANTIATE_TEST_SUITE_P(Trees, Exhaustion, testing::Bool(), treeKind);
+
+class OtherExhaustion : public scripted::PlatformTest {};
+
+TEST_F(OtherExhaustion, treeIsMadeOrNull) {
+  for (auto* make : {&KxWildcardEmail::makeNewTree, &KxWildcardEmail::makeNewFloatingTree}) {
+    bool failed = true;
+    for (int allocation = 1; failed; ++allocation) {
+      KxWildcardNode* made = nullptr;
+      failed = failsAt(allocation, [&] { made = make(); });
+      EXPECT_TRUE(made != nullptr || failed);
+      if (made != nullptr) {
+        EXPECT_TRUE(made->addAddressPattern("a@b", 1, nullptr, nullptr));
+        std::vector<KxListedEmailAddress*> found;
+        EXPECT_EQ(made->findMatches("a@b", found).size(), 1u);
+      }
+      delete made;
+    }
+  }
+}
+
+TEST_F(OtherExhaustion, objectThatCannotBeQueuedIsLoggedAndWorks) {
+  // The queue asks for memory once in a while only.
+  bool everFailed = false;
+  std::vector<std::unique_ptr<KxWildcardNode>> nodes;
+  KxStringtable table;
+  table.getStringtableRef("");
+  for (int i = 0; i < 1000 && !everFailed; ++i) {
+    platform().log.clear();
+    const std::size_t queued = KxWildcardEmail::_lockOnInit.size();
+    alignas(KxWildcardRootNode) static char space[sizeof(KxWildcardRootNode)];
+    KxWildcardRootNode* node = nullptr;
+    everFailed = failsAt(1, [&] { node = new (space) KxWildcardRootNode(&table); });
+    EXPECT_EQ(KxWildcardEmail::_lockOnInit.size(), queued + (everFailed ? 0 : 1));
+    EXPECT_EQ(platform().log.lines().size(), everFailed ? 1u : 0u);
+    EXPECT_TRUE(node->addAddressPattern("a@b", 1, nullptr, nullptr));
+    node->~KxWildcardRootNode();
+  }
+  EXPECT_TRUE(everFailed);
+}
+
+TEST_F(OtherExhaustion, stackThatCannotGrowLosesNothingElse) {
+  const std::string address = "user@" + deepDomain();
+  const std::unique_ptr<char[]> scratch(KxWildcardEmail::allocateNewEmailAddressString(address.c_str()));
+  bool failed = true;
+  for (int allocation = 1; failed; ++allocation) {
+    KxWildcardNode::LabelStack labels;
+    failed = failsAt(allocation, [&] { KxWildcardNode::parseAddress(nullptr, address.c_str(), scratch.get(), labels); });
+    EXPECT_GE(labels.size(), failed ? 200u : 202u);
+    KxWildcardEmail::cleanupDomainStack(&labels, nullptr);
+  }
+}
+
+TEST_F(OtherExhaustion, entryOfATableThatCannotBeMadeIsRefused) {
+  bool failed = true;
+  for (int allocation = 1; failed; ++allocation) {
+    KxStringtable table;
+    const KxIndexedString wrapper("text");
+    const KxIndexedString* entry = nullptr;
+    failed = failsAt(allocation, [&] { entry = table._addToStringtable(&wrapper); });
+    EXPECT_EQ(entry == nullptr, failed);
+    // Without memory for the entry there is none; without memory for its text there is one.
+    EXPECT_EQ(table.size(), allocation == 1 ? 0u : 1u);
+  }
+}
+
+}  // namespace
