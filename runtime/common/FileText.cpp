@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 
 #include "ZaroRuntime/RuntimeError.h"
 #include "common/UniqueFd.h"
@@ -33,6 +34,50 @@ void syncDirectoryOf(const std::string& path) {
   if (!fd.isOpen() || ::fsync(fd.get()) != 0) {
     throwFileError(directory, "cannot write to disk");
   }
+}
+
+struct Owner {
+  uid_t user;
+  gid_t group;
+};
+
+struct Access {
+  mode_t mode;
+  std::optional<Owner> owner;  // nothing: whoever writes
+};
+
+// One fixed name: what a killed writer leaves behind is taken over by the next one, and names do not pile up.
+std::string temporaryNameOf(const std::string& path) {
+  return path + ".new";
+}
+
+void setAccess(const UniqueFd& fd, const Access& access, const std::string& path) {
+  if (access.owner) {
+    // Only root can; anybody else keeps the file as its own.
+    static_cast<void>(!::fchown(fd.get(), access.owner->user, access.owner->group));
+  }
+  if (::fchmod(fd.get(), access.mode) != 0) {
+    throwFileError(path, "cannot set permissions");
+  }
+}
+
+void replace(const std::string& path, const std::string& text, const Access& access) {
+  const std::string temporary = temporaryNameOf(path);
+  {
+    const UniqueFd fd(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, access.mode));
+    if (!fd.isOpen()) {
+      throwFileError(temporary, "cannot create");
+    }
+    setAccess(fd, access, temporary);
+    writeAll(fd.get(), text, temporary);
+    if (::fsync(fd.get()) != 0) {
+      throwFileError(temporary, "cannot write to disk");
+    }
+  }
+  if (std::rename(temporary.c_str(), path.c_str()) != 0) {
+    throwFileError(path, "cannot replace");
+  }
+  syncDirectoryOf(path);
 }
 
 }  // namespace
@@ -74,25 +119,33 @@ std::string readFileText(const std::string& path, std::size_t limit) {
 }
 
 void replaceFile(const std::string& path, const std::string& text, mode_t mode) {
-  // One fixed name: what a killed writer leaves behind is taken over by the next one, and names do not pile up.
-  const std::string temporary = path + ".new";
-  {
-    const UniqueFd fd(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, mode));
-    if (!fd.isOpen()) {
-      throwFileError(temporary, "cannot create");
-    }
-    if (::fchmod(fd.get(), mode) != 0) {
-      throwFileError(temporary, "cannot set permissions");
-    }
-    writeAll(fd.get(), text, temporary);
-    if (::fsync(fd.get()) != 0) {
-      throwFileError(temporary, "cannot write to disk");
-    }
+  replace(path, text, {mode, std::nullopt});
+}
+
+void requireWritable(const std::string& path) {
+  struct stat status = {};
+  if (::stat(path.c_str(), &status) != 0) {
+    throwFileError(path, "cannot open");
   }
-  if (std::rename(temporary.c_str(), path.c_str()) != 0) {
-    throwFileError(path, "cannot replace");
+  // Nobody may write it: that stops its owner and root too, who could put a new file in its place.
+  constexpr mode_t kWritable = S_IWUSR | S_IWGRP | S_IWOTH;
+  if ((status.st_mode & kWritable) == 0) {
+    throw RuntimeError(path + ": cannot write: the file is read-only");
   }
-  syncDirectoryOf(path);
+  if (::faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) != 0) {
+    throwFileError(path, "cannot write");
+  }
+}
+
+void rewriteFile(const std::string& path, const std::string& text) {
+  struct stat status = {};
+  if (::stat(path.c_str(), &status) != 0) {
+    throwFileError(path, "cannot open");
+  }
+  // Another user's remains could not be opened; whoever else writes now waits for the caller's lock.
+  ::unlink(temporaryNameOf(path).c_str());
+  constexpr mode_t kPermissions = 07777;
+  replace(path, text, {status.st_mode & kPermissions, Owner{status.st_uid, status.st_gid}});
 }
 
 }  // namespace zaroruntime

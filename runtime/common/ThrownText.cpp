@@ -21,11 +21,15 @@ Ring& ring() {
 
 }  // namespace
 
-void throwText(const std::string& text) {
+void keepFailure(const std::string& text) {
   Ring& texts = ring();
   texts.last = (texts.last + 1) % texts.texts.size();
   texts.texts[texts.last] = text;
-  throw texts.texts[texts.last].c_str();
+}
+
+void throwText(const std::string& text) {
+  keepFailure(text);
+  throw ring().texts[ring().last].c_str();
 }
 
 std::string lastFailure() {
