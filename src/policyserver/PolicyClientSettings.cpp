@@ -48,11 +48,11 @@ struct Row {
   void (*readWord)(const std::string& text, Client& client);
   const char* section;
   const char* whenMissing;
-  ZaroErrC::Code codeWhenMissing;
+  unsigned int codeWhenMissing;
 };
 
 constexpr Row number(NumberRule rule, unsigned int Client::*member, const char* section, const char* whenMissing,
-                     ZaroErrC::Code codeWhenMissing = ZaroErrC::ClientSetting) {
+                     unsigned int codeWhenMissing = ZaroErrC::ClientSetting) {
   return {rule, member, nullptr, section, whenMissing, codeWhenMissing};
 }
 
@@ -61,7 +61,7 @@ constexpr Row word(const char* key, void (*read)(const std::string& text, Client
   return {wordRule(key), nullptr, read, section, whenMissing, ZaroErrC::ClientSetting};
 }
 
-constexpr ZaroErrC::Code kServersCode = ZaroErrC::ServerSetting;  // callers know it so
+constexpr unsigned int kServersCode = ZaroErrC::ServerSetting;  // callers know it so
 
 // In the order in which a client reads them, section by section.
 // clang-format off
