@@ -12,7 +12,10 @@
 #include "Commands.h"
 #include "Schema.h"
 #include "StatementCatalog.h"
+#include "Text.h"
+#include "ZaroAction.h"
 #include "ZaroRuntime/DataSource.h"
+#include "ZaroRuntime/DisplayLanguage.h"
 #include "ZaroRuntime/IniFile.h"
 #include "ZaroRuntime/Installation.h"
 #include "ZaroRuntime/RuntimeError.h"
@@ -33,6 +36,7 @@ namespace {
 
 constexpr int kConnectTimeOut = 10;  // seconds
 constexpr const char* kDatabaseSection = "Database_Settings";
+constexpr const char* kDisplaySection = "UiDisplay";
 
 class Findings {
  public:
@@ -77,6 +81,10 @@ class InstallationCheck {
     _checkSecretKey();
     _checkPassword();
     _checkSettingsIni();
+    _checkDisplayLanguage();
+    for (const std::string& language : _displayLanguages()) {
+      _checkDisplayStrings(zaroruntime::displayFile(m_installation, language));
+    }
     _checkDataSource();
     _checkConnection();
     _checkSchema();
@@ -168,6 +176,65 @@ class InstallationCheck {
       }
       return path + ": readable";
     });
+  }
+
+  // The language that the installation is set to. Settings that cannot be read have their finding already.
+  void _checkDisplayLanguage() {
+    std::string configured;
+    try {
+      configured = zaroruntime::configuredDisplayLanguage(m_installation);
+    } catch (const RuntimeError&) {
+      return;
+    }
+    m_findings.check("display language", [&]() -> std::string {
+      if (configured.empty()) {
+        return "that of the locale";
+      }
+      const auto installed = zaroruntime::installedDisplayLanguages(m_installation);
+      for (const std::string& name : zaroruntime::displayLanguageNames(configured)) {
+        if (std::find(installed.begin(), installed.end(), name) != installed.end()) {
+          return ::quoted(name);
+        }
+      }
+      throw RuntimeError(m_installation.settingsIni() + ": section [display]: there are no display strings in " +
+                         ::quoted(configured));
+    });
+  }
+
+  // Those that have a file, and the one that must have.
+  std::vector<std::string> _displayLanguages() const {
+    auto languages = zaroruntime::installedDisplayLanguages(m_installation);
+    if (std::find(languages.begin(), languages.end(), zaroruntime::kFallbackDisplayLanguage) == languages.end()) {
+      languages.emplace_back(zaroruntime::kFallbackDisplayLanguage);
+    }
+    return languages;
+  }
+
+  void _checkDisplayStrings(const std::string& path) {
+    m_findings.check("display strings", [&] {
+      const IniFile ini(path);
+      const std::string wrong = _wrongDisplayStrings(ini);
+      if (!wrong.empty()) {
+        throw RuntimeError(path + ": section [" + kDisplaySection + "]: " + wrong);
+      }
+      return path + ": complete";
+    });
+  }
+
+  static std::string _wrongDisplayStrings(const IniFile& ini) {
+    std::string wrong;
+    const auto add = [&](const char* key, const char* what) {
+      wrong.append(wrong.empty() ? "" : "; ").append("key ").append(key).append(what);
+    };
+    for (const ZaroAction::TokenPosition& token : ZaroAction::tokenPositions()) {
+      const std::string text = ini.get(kDisplaySection, token.resourceKey).value_or("");
+      if (text.empty()) {
+        add(token.resourceKey, " is missing");
+      } else if (!isPlainText(text)) {
+        add(token.resourceKey, " is not UTF-8, or holds control characters");
+      }
+    }
+    return wrong;
   }
 
   void _checkDataSource() {

@@ -10,9 +10,15 @@ struct GroupRow {
   const char* description;
 };
 
+// clang-format off
 constexpr GroupRow kGroups[] = {
+    {"action", "Rule actions"},
     {"admin", "Administrators"},
+    {"base64", "Base64 as the gateway stores it"},
+    {"blob", "Stored records"},
+    {"filter", "Rule filters"},
 };
+// clang-format on
 
 const char* groupDescription(const std::string& word) {
   for (const GroupRow& group : kGroups) {

@@ -3,11 +3,20 @@
 namespace {
 
 // In the order of the help text.
+// clang-format off
 constexpr void (*kCommands[])(CommandTree&) = {
     addInit,
     addCheck,
     addAdminId,
+    addActionList,
+    addActionShow,
+    addFilterList,
+    addBlobRead,
+    addBlobWrite,
+    addBase64Encode,
+    addBase64Decode,
 };
+// clang-format on
 
 }  // namespace
 

@@ -1,10 +1,18 @@
-// Every command of the program. A new one is a file of its own, a declaration here and a line in Commands.cpp.
+// Every command of the program. A new one is a file of its own, or stands beside its likes, with a declaration here and
+// a line in Commands.cpp.
 #pragma once
 
 class CommandTree;
 
+void addActionList(CommandTree& tree);
+void addActionShow(CommandTree& tree);
 void addAdminId(CommandTree& tree);
+void addBase64Decode(CommandTree& tree);
+void addBase64Encode(CommandTree& tree);
+void addBlobRead(CommandTree& tree);
+void addBlobWrite(CommandTree& tree);
 void addCheck(CommandTree& tree);
+void addFilterList(CommandTree& tree);
 void addInit(CommandTree& tree);
 
 void addAllCommands(CommandTree& tree);

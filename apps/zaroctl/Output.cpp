@@ -13,8 +13,15 @@ namespace {
 constexpr const char* kTableGap = "  ";
 
 std::string cellText(const Json& cell) {
-  if (cell.is_null()) {
+  if (cell.is_null() || (cell.is_array() && cell.empty())) {
     return "-";
+  }
+  if (cell.is_array()) {
+    std::string list;
+    for (const Json& element : cell) {
+      list.append(list.empty() ? "" : ", ").append(cellText(element));
+    }
+    return list;
   }
   if (cell.is_boolean()) {
     return cell.get<bool>() ? "yes" : "no";
@@ -105,6 +112,10 @@ void Output::rows(const std::vector<Column>& columns, const Json& rows) {
     lines.push_back(std::move(cells));
   }
   _write(m_form == Form::Table ? tableText(lines) : tabbedText(lines));
+}
+
+void Output::raw(const std::string& bytes) {
+  _write(bytes);
 }
 
 void Output::finish() {

@@ -29,6 +29,9 @@ class Output {
   // keys that are no columns.
   void rows(const std::vector<Column>& columns, const Json& rows);
 
+  // A result that is bytes, such as a stored text. They stand as they are in every form.
+  void raw(const std::string& bytes);
+
   // Sends everything on its way; throws std::runtime_error when standard output does not take it.
   void finish();
 

@@ -41,7 +41,7 @@ class NoEcho {
     tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent);
   }
   ~NoEcho() {
-    tcsetattr(STDIN_FILENO, TCSAFLUSH, &m_before);
+    tcsetattr(STDIN_FILENO, TCSADRAIN, &m_before);
     std::fputc('\n', stderr);
     _restoreSignals();
     if (signalSeen != 0) {
@@ -92,7 +92,7 @@ std::string readPassword(const std::string& prompt) {
   if (isatty(STDIN_FILENO) == 0) {
     return readLine();
   }
+  const NoEcho silence;  // before the prompt: what is typed after it must neither show nor be thrown away
   std::fputs(prompt.c_str(), stderr);
-  const NoEcho silence;
   return readLine();
 }

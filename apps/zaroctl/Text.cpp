@@ -1,6 +1,10 @@
 #include "Text.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cstdio>
+
+#include "ZaroRuntime/RuntimeError.h"
 
 namespace {
 
@@ -41,22 +45,46 @@ std::size_t multiByteLength(const std::string& text, std::size_t at) {
   return 0;
 }
 
+struct EscapeRow {
+  char byte;
+  char letter;
+};
+
+constexpr EscapeRow kEscapes[] = {
+    {'\n', 'n'},
+    {'\r', 'r'},
+    {'\t', 't'},
+    {'\\', '\\'},
+};
+
 std::string escapedByte(unsigned char byte) {
-  switch (byte) {
-    case '\n':
-      return "\\n";
-    case '\r':
-      return "\\r";
-    case '\t':
-      return "\\t";
-    case '\\':
-      return "\\\\";
-    default: {
-      char text[5];
-      std::snprintf(text, sizeof text, "\\x%02x", static_cast<unsigned int>(byte));
-      return text;
+  for (const EscapeRow& row : kEscapes) {
+    if (static_cast<unsigned char>(row.byte) == byte) {
+      return {'\\', row.letter};
     }
   }
+  char text[5];
+  std::snprintf(text, sizeof text, "\\x%02x", static_cast<unsigned int>(byte));
+  return text;
+}
+
+struct EscapedByte {
+  unsigned char byte;
+  std::size_t length;  // 0 if there is none
+};
+
+// What the backslash at `at` escapes.
+EscapedByte escapedByteAt(const std::string& text, std::size_t at) {
+  const unsigned char letter = byteAt(text, at + 1);
+  for (const EscapeRow& row : kEscapes) {
+    if (static_cast<unsigned char>(row.letter) == letter) {
+      return {static_cast<unsigned char>(row.byte), 2};
+    }
+  }
+  if (letter != 'x' || std::isxdigit(byteAt(text, at + 2)) == 0 || std::isxdigit(byteAt(text, at + 3)) == 0) {
+    return {0, 0};
+  }
+  return {static_cast<unsigned char>(std::stoi(text.substr(at + 2, 2), nullptr, 16)), 4};
 }
 
 }  // namespace
@@ -75,6 +103,31 @@ std::string escaped(const std::string& text) {
       result += escapedByte(byte);
       ++at;
     }
+  }
+  return result;
+}
+
+bool isPlainText(const std::string& text) {
+  std::string withoutBackslashes = text;
+  withoutBackslashes.erase(std::remove(withoutBackslashes.begin(), withoutBackslashes.end(), '\\'),
+                           withoutBackslashes.end());
+  return escaped(withoutBackslashes) == withoutBackslashes;
+}
+
+std::string unescaped(const std::string& text) {
+  std::string result;
+  result.reserve(text.size());
+  for (std::size_t at = 0; at < text.size();) {
+    if (text[at] != '\\') {
+      result += text[at++];
+      continue;
+    }
+    const EscapedByte escape = escapedByteAt(text, at);
+    if (escape.length == 0) {
+      throw zaroruntime::RuntimeError("a backslash that escapes nothing: " + quoted(text.substr(at)));
+    }
+    result += static_cast<char>(escape.byte);
+    at += escape.length;
   }
   return result;
 }

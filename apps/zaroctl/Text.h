@@ -7,6 +7,12 @@
 // UTF-8 become \n, \r, \t or \xNN. Other UTF-8 stays.
 std::string escaped(const std::string& text);
 
+// Whether `text` is UTF-8 without control characters.
+bool isPlainText(const std::string& text);
+
+// The text whose `escaped` form this is. Throws RuntimeError for a backslash that `escaped` does not write.
+std::string unescaped(const std::string& text);
+
 // A name as diagnostics show it: in double quotes (`diagnose` escapes it), and cut with its length told if it is very long.
 std::string quoted(const std::string& name);
 

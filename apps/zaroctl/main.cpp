@@ -37,6 +37,9 @@ void setEnvironment(const CLI::App& app, const GlobalOptions& options) {
     setenv("ZARO_HOME", options.home.c_str(), 1);
   }
   constexpr int kKeepWhatIsSet = 0;
+  // Debian registers the PostgreSQL driver with its communication log on, and every process would leave a file in /tmp.
+  // Data sources name drivers by file, so nothing registered is needed.
+  setenv("ODBCINSTINI", "/dev/null", kKeepWhatIsSet);
   if (options.verbosity > 0) {
     setenv("ZARO_LOG_LEVEL", options.verbosity > 1 ? "4" : "2", kKeepWhatIsSet);
   } else if (std::getenv("ZARO_LOG") == nullptr) {

@@ -8,6 +8,15 @@
 
 namespace ZARO {
 
+namespace {
+
+std::string& fileNameOfThread() {
+  thread_local std::string fileName;
+  return fileName;
+}
+
+}  // namespace
+
 struct KxResbundle::Impl {
   std::unique_ptr<zaroruntime::DisplayStrings> strings;  // null until opened
 };
@@ -20,11 +29,9 @@ KxResbundle::~KxResbundle() {
 
 // Throws a text when ZARO_HOME is not set. Valid on this thread until the next call.
 const char* KxResbundle::GetResourceFileName() {
-  thread_local std::string path;
-  return zaroruntime::throwingText([] {
-    path = zaroruntime::displayBaseFile(zaroruntime::Installation::fromEnvironment());
-    return path.c_str();
-  });
+  std::string& path = fileNameOfThread();
+  zaroruntime::throwingText([&] { path = zaroruntime::displayBaseFile(zaroruntime::Installation::fromEnvironment()); });
+  return path.c_str();
 }
 
 // `locale` is a language or a locale; null leaves the choice to the installation.

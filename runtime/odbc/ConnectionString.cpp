@@ -133,7 +133,7 @@ std::string databaseName(const DataSource& source, const DatabaseSettings& setti
 
 // The driver would make an empty database out of a mistyped name, so the file must be there.
 std::string databaseFile(const std::string& name, const Installation& installation) {
-  const std::string path = name.front() == '/' ? name : installation.path(name);
+  std::string path = name.front() == '/' ? name : installation.path(name);
   struct stat status = {};
   if (::stat(path.c_str(), &status) != 0) {
     throw RuntimeError("database file " + path + ": " + std::strerror(errno));

@@ -58,7 +58,6 @@ void KxDbConnect::Impl::reconnect(bool withTrials) {
   const auto source = zaroruntime::readDataSource(installation, m_dsn);
   const std::string target = zaroruntime::connectionString(source, m_settings, installation);
   const int trials = withTrials ? std::max(reconnectTrials, 0) : 0;
-  const auto pause = std::chrono::milliseconds(1000LL * std::max(retryTimeOut, 0) / std::max(trials, 1));
   for (int trial = 0;; ++trial) {
     try {
       odbc.connect(target, source.dialect, connectTimeOut);
@@ -70,7 +69,7 @@ void KxDbConnect::Impl::reconnect(bool withTrials) {
       PolicyLog::log(LogLevel::Warning, "KxDbConnect: data source %s: %s; trial %d of %d follows", m_dsn.c_str(),
                      failure.what(), trial + 1, trials);
     }
-    std::this_thread::sleep_for(pause);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1000LL * std::max(retryTimeOut, 0) / trials));
   }
 }
 

@@ -113,6 +113,7 @@ std::vector<std::string> SqlSession::columns(const std::string& query) {
 
 void SqlSession::runScripts(const std::vector<std::string>& paths) {
   std::vector<Script> scripts;
+  scripts.reserve(paths.size());
   for (const std::string& path : paths) {
     scripts.push_back(readScript(path));
   }

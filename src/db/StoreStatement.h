@@ -2,7 +2,6 @@
 // columns, and turn a thrown text into a log line and a result.
 #pragma once
 
-#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <string>
@@ -100,9 +99,9 @@ bool readNumber(const char* column, Integer& value) {
     return false;
   }
   char* end = nullptr;
-  errno = 0;
+  // A number beyond `long long` comes back as the end of its range, which 32 bits cannot hold either.
   const long long number = std::strtoll(column, &end, 10);
-  if (end == column || errno == ERANGE || number < INT_MIN || number > static_cast<long long>(UINT_MAX)) {
+  if (end == column || number < INT_MIN || number > static_cast<long long>(UINT_MAX)) {
     return false;
   }
   value = static_cast<Integer>(number);

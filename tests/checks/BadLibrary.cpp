@@ -5,11 +5,11 @@
 #include "miscUtils.h"
 
 void somebodyElses();
-void helper();
+void unmarked();
 
 template <typename Text>
-void weakHelper(int, Text) {}
-template void weakHelper(int, std::string);
+void weakTemplate(int, Text) {}
+template void weakTemplate(int, std::string);
 
 namespace ZARO {
 class StoreStatement {
@@ -19,12 +19,12 @@ class StoreStatement {
 };
 
 std::string StoreStatement::text() {
-  helper();
+  unmarked();
   return {};
 }
 }  // namespace ZARO
 
-void helper() {
+void unmarked() {
   somebodyElses();
 }
 

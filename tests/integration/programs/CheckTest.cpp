@@ -58,8 +58,8 @@ TEST_P(Check, freshInstallationHasNothingWrong) {
   EXPECT_EQ(result.err, "");
   const auto lines = linesOf(result.out);
   EXPECT_THAT(lines, Each(StartsWith("ok\t")));
-  for (const char* subject : {"installation", "database settings", "key", "password", "policy settings", "data source",
-                              "connection", "schema", "statement"}) {
+  for (const char* subject : {"installation", "database settings", "key", "password", "policy settings",
+                              "display language", "display strings", "data source", "connection", "schema", "statement"}) {
     EXPECT_THAT(lines, Contains(StartsWith(std::string("ok\t") + subject + "\t")));
   }
   EXPECT_THAT(lines, Contains("ok\tschema\tversion 1"));
@@ -182,6 +182,35 @@ TEST_P(Check, missingZaroIniIsNamed) {
 TEST_P(Check, zaroIniWithoutPolicyServerIsNamed) {
   replaceLine("config/zaro.ini", "[policy_server]", "");
   EXPECT_EQ(wrongs(), only("policy settings\t" + homeFile("config/zaro.ini") + ": section [policy_server] is missing"));
+}
+
+TEST_P(Check, missingDisplayStringsAreNamed) {
+  const std::string file = "resources/display.fr.ini";
+  replaceLine(file, "Bcc=", "");
+  replaceLine(file, "Veridock=", "Veridock=");
+  EXPECT_EQ(wrongs(), only("display strings\t" + homeFile(file) +
+                           ": section [UiDisplay]: key Bcc is missing; key Veridock is missing"));
+}
+
+TEST_P(Check, displayStringThatIsNotUtf8IsNamed) {
+  const std::string file = "resources/display.de.ini";
+  replaceLine(file, "Delete=", "Delete=L\xf6schen");
+  EXPECT_EQ(wrongs(), only("display strings\t" + homeFile(file) +
+                           ": section [UiDisplay]: key Delete is not UTF-8, or holds control characters"));
+}
+
+TEST_P(Check, missingEnglishDisplayStringsAreNamed) {
+  fs::remove_all(homeFile("resources"));
+  EXPECT_EQ(wrongs(), only("display strings\t" + homeFile("resources/display.en.ini") +
+                           ": cannot open: No such file or directory"));
+}
+
+TEST_P(Check, displayLanguageMustHaveItsFile) {
+  replaceLine("config/zaro.ini", "language=", "language=de_AT");
+  EXPECT_THAT(run({"check"}).out, HasSubstr("ok\tdisplay language\t\"de\"\n"));
+  replaceLine("config/zaro.ini", "language=", "language=sv");
+  EXPECT_EQ(wrongs(), only("display language\t" + homeFile("config/zaro.ini") +
+                           ": section [display]: there are no display strings in \"sv\""));
 }
 
 TEST_P(Check, damagedStoredPasswordIsNamedAndNotShown) {

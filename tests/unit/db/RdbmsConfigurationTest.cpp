@@ -73,6 +73,7 @@ const PathCase kPathCases[] = {
     {"backslash at the end", "C:\\gw\\", {}, {}, "C:\\gw\\sql", "C:\\gw\\config/database.ini"},
     {"backslash inside", "C:\\gw", {}, {}, "C:\\gw/sql", "C:\\gw/config/database.ini"},
     {"root", "/", {}, {}, "/sql", "/config/database.ini"},
+    {"empty", "", {}, {}, "/sql", "/config/database.ini"},
     {"relative", "gw", {}, {}, "gw/sql", "gw/config/database.ini"},
     {"blanks", "/opt/my gw", {}, {}, "/opt/my gw/sql", "/opt/my gw/config/database.ini"},
     {"percent signs", "/opt/%s%n", {}, {}, "/opt/%s%n/sql", "/opt/%s%n/config/database.ini"},

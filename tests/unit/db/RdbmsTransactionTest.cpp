@@ -79,7 +79,7 @@ TEST_F(RdbmsTransaction, isRolledBackAfterAFailedCommit) {
   EXPECT_THAT(executed(), ElementsAre(kStart, kRollback));
 }
 
-TEST_F(RdbmsTransaction, maybeCommittedAgainAfterAFailedCommit) {
+TEST_F(RdbmsTransaction, mayBeCommittedAgainAfterAFailedCommit) {
   EXPECT_TRUE(m_db->startTransaction());
   platform().faults.throwText(Point::Execute, "deadlock");
   EXPECT_FALSE(m_db->commitTransaction());

@@ -214,13 +214,16 @@ TEST(Base64Decode, considersNothingForALengthOfNoCharacters) {
 }
 
 TEST(Base64Decode, considersOnlyAsManyCharactersAsAsked) {
-  char text[] = "QUJDQUJD";
-  int length = 4;
+  std::string text = "QUJDQUJDQUJDQUJD";
   CBase64Utils codec;
-  const Buffer bytes(codec.Decode(text, &length));
-  ASSERT_NE(bytes, nullptr);
-  EXPECT_EQ(length, 3);
-  EXPECT_STREQ(bytes.get(), "ABC");
+  for (int asked = 0; asked <= 16; ++asked) {
+    int length = asked;
+    const Buffer bytes(codec.Decode(text.data(), &length));
+    ASSERT_NE(bytes, nullptr) << asked;
+    const GatewayBytes expected = gatewayBase64Decoded(text.substr(0, static_cast<std::size_t>(asked)));
+    EXPECT_EQ(length, expected.length) << asked;
+    EXPECT_EQ(std::string(bytes.get(), static_cast<std::size_t>(length)), expected.bytes) << asked;
+  }
 }
 
 TEST(Base64Decode, answersNullForWhatIsNoSize) {
