@@ -15,6 +15,14 @@ constexpr void (*kCommands[])(CommandTree&) = {
     addBlobWrite,
     addBase64Encode,
     addBase64Decode,
+    addSettingsServer,
+    addSettingsClient,
+    addSettingsSet,
+    addServersList,
+    addServersAdd,
+    addServersRemove,
+    addRulesOrder,
+    addRulesSetOrder,
 };
 // clang-format on
 

@@ -14,5 +14,13 @@ void addBlobWrite(CommandTree& tree);
 void addCheck(CommandTree& tree);
 void addFilterList(CommandTree& tree);
 void addInit(CommandTree& tree);
+void addRulesOrder(CommandTree& tree);
+void addRulesSetOrder(CommandTree& tree);
+void addServersAdd(CommandTree& tree);
+void addServersList(CommandTree& tree);
+void addServersRemove(CommandTree& tree);
+void addSettingsClient(CommandTree& tree);
+void addSettingsServer(CommandTree& tree);
+void addSettingsSet(CommandTree& tree);
 
 void addAllCommands(CommandTree& tree);
