@@ -24,6 +24,7 @@ using zaroruntime::Installation;
 using zaroruntime::RuntimeError;
 using zaroruntime::Setting;
 using zaroruntime::Settings;
+using zaroruntime::SettingsLock;
 using Interface = ZaroPolicyServerInterface;
 using Rule = Interface::NumberRule;
 
@@ -88,10 +89,9 @@ struct KnownSetting {
   bool libraryWrites;  // together with all others that it writes
 };
 
-// In the order in which they are written. LDAP comes first: it decides where the lifetime belongs.
+// In the order in which they are written. LDAP comes last: it decides where the lifetime is read, which must be there
+// by then, also when a write in between fails.
 constexpr KnownSetting kSettings[] = {
-    {kLdapSection, "access_type", judgeLdapNumber, false},
-    {kLdapSection, "enabled_server", judgeLdapNumber, false},
     {kServerSection, "backlog", judgeServerNumber, true},
     {kServerSection, "keep-alive", judgeYesOrNo, true},
     {kServerSection, "PolicyServerPort", judgeServerNumber, true},
@@ -104,6 +104,8 @@ constexpr KnownSetting kSettings[] = {
     {kClientSection, "host", judgeHost, false},
     {kClientSection, "recv_timeout_secs", judgeClientNumber, false},
     {kClientSection, "send_timeout_secs", judgeClientNumber, false},
+    {kLdapSection, "enabled_server", judgeLdapNumber, false},
+    {kLdapSection, "access_type", judgeLdapNumber, false},
 };
 
 // --- What is asked for ---
@@ -311,12 +313,12 @@ bool isAsAsked(const Json& stored, const std::string& asked) {
 }
 
 // One line for each setting that was asked for, and for each other one that the library changed in passing.
-Json effects(const std::vector<Change>& changes, const Settings& before, const Settings& after, const Values& values,
-             std::vector<std::string>& failures) {
+Json effects(const std::vector<Change>& changes, const Settings& before, const Settings& wanted, const Settings& after,
+             const Values& values, std::vector<std::string>& failures) {
   Json rows = Json::array();
   for (const KnownSetting& setting : kSettings) {
-    const std::string section = sectionOf(setting, after);
     const Change* change = findChange(changes, setting);
+    const std::string section = sectionOf(setting, change != nullptr ? wanted : after);
     const Json old = storedText(before, section, setting.key);
     const Json now = storedText(after, section, setting.key);
     if (change == nullptr && old == now) {
@@ -339,6 +341,8 @@ Json effects(const std::vector<Change>& changes, const Settings& before, const S
 ExitCode setSettings(Output& out, const std::vector<std::string>& arguments) {
   const std::vector<Change> changes = parseChanges(arguments);
   const Installation installation = Installation::fromEnvironment();
+  // What is not asked for is written back as it was read.
+  const SettingsLock lock(installation);
   const Settings before = zaroruntime::readSettings(installation);
   if (!before.databaseFailure.empty()) {
     throw RuntimeError("nothing is written: " + before.databaseFailure);
@@ -360,7 +364,7 @@ ExitCode setSettings(Output& out, const std::vector<std::string>& arguments) {
   const Settings after = zaroruntime::readSettings(installation);
   const Values values = valuesRead(after, changes, failures);
   out.rows({{"section", "SECTION"}, {"key", "KEY"}, {"before", "BEFORE"}, {"stored", "STORED"}, {"value", "VALUE"}},
-           effects(changes, before, after, values, failures));
+           effects(changes, before, wanted, after, values, failures));
   for (const std::string& failure : failures) {
     diagnose(failure);
   }

@@ -9,9 +9,9 @@ namespace zaroruntime {
 
 class FileLock {
  public:
-  // Waits for the lock on `path` + ".lock", which is made as needed and stays, so that all lock the same file. Throws
+  // Waits for the lock on `path` + `suffix`, which is made as needed and stays, so that all lock the same file. Throws
   // RuntimeError when another holds it for longer than `seconds`.
-  FileLock(const std::string& path, int seconds);
+  FileLock(const std::string& path, const char* suffix, int seconds);
 
  private:
   UniqueFd m_fd;  // closing it, a killed process included, gives the lock up

@@ -61,6 +61,10 @@ SqlSession::SqlSession(const DataSource& source, const DatabaseSettings& setting
 
 SqlSession::~SqlSession() = default;
 
+void SqlSession::setStatementTimeOut(int seconds) {
+  m_impl->odbc.setStatementTimeOut(seconds);
+}
+
 void SqlSession::run(const std::string& statement) {
   m_impl->odbc.execute(statement);
   m_impl->odbc.closeResult();

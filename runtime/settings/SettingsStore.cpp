@@ -12,6 +12,7 @@ namespace {
 
 // Seconds; above what one writer can need for the database.
 constexpr int kLockTimeOut = 30;
+constexpr int kSettingsLockTimeOut = 60;  // and above what somebody can wait for that one
 
 IniFile readFile(const Installation& installation) {
   // A line that is skipped would be a setting that somebody believes to have made.
@@ -63,7 +64,7 @@ void writeSetting(const Installation& installation, const std::string& section, 
                   const std::string& value) {
   const std::string path = installation.settingsIni();
   try {
-    const FileLock lock(path, kLockTimeOut);
+    const FileLock lock(path, ".lock", kLockTimeOut);
     // Whatever can be wrong with the file is found before the database is changed.
     IniFile file = readFile(installation);
     file.set(section, key, value);
@@ -74,5 +75,14 @@ void writeSetting(const Installation& installation, const std::string& section, 
     throw RuntimeError("setting [" + section + "] " + key + " is not written: " + failure.what());
   }
 }
+
+struct SettingsLock::Impl {
+  FileLock lock;
+};
+
+SettingsLock::SettingsLock(const Installation& installation)
+    : m_impl(new Impl{FileLock(installation.settingsIni(), ".set.lock", kSettingsLockTimeOut)}) {}
+
+SettingsLock::~SettingsLock() = default;
 
 }  // namespace zaroruntime

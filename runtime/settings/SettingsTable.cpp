@@ -1,5 +1,7 @@
 #include "settings/SettingsTable.h"
 
+#include <memory>
+
 #include "ZaroRuntime/DataSource.h"
 #include "ZaroRuntime/RuntimeError.h"
 #include "ZaroRuntime/SqlSession.h"
@@ -8,18 +10,23 @@ namespace zaroruntime {
 
 namespace {
 
-constexpr int kConnectTimeOut = 5;  // seconds; readers wait for it before the file answers alone
+// Seconds; readers wait for both before the file answers alone. Together less than a writer waits for another.
+constexpr int kConnectTimeOut = 5;
+constexpr int kStatementTimeOut = 10;
 
-SqlSession connect(const Installation& installation) {
+std::unique_ptr<SqlSession> connect(const Installation& installation) {
   const DatabaseSettings settings = readDatabaseSettings(installation);
-  return SqlSession(readDataSource(installation, settings.dataSource), settings, installation, kConnectTimeOut);
+  auto session = std::make_unique<SqlSession>(readDataSource(installation, settings.dataSource), settings, installation,
+                                              kConnectTimeOut);
+  session->setStatementTimeOut(kStatementTimeOut);
+  return session;
 }
 
 }  // namespace
 
 std::vector<TableSetting> readSettingsTable(const Installation& installation) {
   std::vector<TableSetting> settings;
-  for (const SqlSession::Row& row : connect(installation).rows("SELECT section, name, value FROM global_setting")) {
+  for (const SqlSession::Row& row : connect(installation)->rows("SELECT section, name, value FROM global_setting")) {
     if (row[0] && row[1] && row[2]) {  // NULL is no value, whatever made it
       settings.push_back({*row[0], *row[1], *row[2]});
     }
@@ -29,9 +36,9 @@ std::vector<TableSetting> readSettingsTable(const Installation& installation) {
 
 void writeSettingsTable(const Installation& installation, const TableSetting& setting) {
   connect(installation)
-      .run("INSERT INTO global_setting (section, name, value) VALUES (" + sqlLiteral(setting.section) + ", " +
-           sqlLiteral(setting.key) + ", " + sqlLiteral(setting.value) +
-           ") ON CONFLICT (section, name) DO UPDATE SET value = excluded.value");
+      ->run("INSERT INTO global_setting (section, name, value) VALUES (" + sqlLiteral(setting.section) + ", " +
+            sqlLiteral(setting.key) + ", " + sqlLiteral(setting.value) +
+            ") ON CONFLICT (section, name) DO UPDATE SET value = excluded.value");
 }
 
 }  // namespace zaroruntime

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <string>
 
 #include "ZaroRuntime/Installation.h"
@@ -36,5 +37,19 @@ Settings readSettings(const Installation& installation);
 // database, also when it is not there at all, the file is as before.
 void writeSetting(const Installation& installation, const std::string& section, const std::string& key,
                   const std::string& value);
+
+// Held while settings are read and written that belong together: whoever else holds one waits, up to a minute. Readers and
+// single writes do not. Not for two at a time in one thread. Throws RuntimeError.
+class SettingsLock {
+ public:
+  explicit SettingsLock(const Installation& installation);
+  ~SettingsLock();
+  SettingsLock(const SettingsLock&) = delete;
+  SettingsLock& operator=(const SettingsLock&) = delete;
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> m_impl;
+};
 
 }  // namespace zaroruntime

@@ -361,6 +361,23 @@ TEST_P(SettingsStore, nothingIsWrittenWhileTheDatabaseIsDown) {
                                                  HasSubstr("no section [nowhere]"))));
 }
 
+TEST_P(SettingsStore, rowThatSomebodyHoldsIsAFailureInTime) {
+  addRow("policy_server", "threads", "99");
+  const std::string before = text();
+  const auto begin = std::chrono::steady_clock::now();
+  const auto other = home().session();
+  other->run(GetParam() == Dialect::SQLite ? "BEGIN IMMEDIATE" : "BEGIN");
+  other->run("UPDATE global_setting SET value='98'");
+  inOwnProcess([&] { EXPECT_NE(GlobalSettingIF().setItem("threads", "17", "policy_server", kFile), 0); });
+  other->run("ROLLBACK");
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
+  EXPECT_EQ(text(), before);
+  EXPECT_EQ(row("policy_server", "threads"), "99");
+  EXPECT_THAT(logged("error"),
+              ElementsAre(AllOf(HasSubstr("setting [policy_server] threads is not written: "),
+                                HasSubstr(GetParam() == Dialect::SQLite ? "database is locked" : "timeout"))));
+}
+
 TEST_P(SettingsStore, missingTableIsAFailureOfTheDatabase) {
   home().sql("DROP TABLE global_setting");
   inOwnProcess([&] {

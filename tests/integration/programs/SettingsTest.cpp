@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <nlohmann/json.hpp>
+#include <thread>
 
 #include "programs/ProgramTest.h"
 
@@ -265,6 +266,27 @@ TEST_P(Settings, lifetimeGoesWhereItIsRead) {
               ElementsAre("ldap-cache\tldap_cache_TTL_minutes\t1440\t61\t61"));
 }
 
+TEST_P(Settings, commandsAtTheSameTimeLoseNothing) {
+  const std::vector<std::string> changes = {
+      "backlog=101", "keep-alive=no",  "PolicyServerPort=5061", "protocol=HTTPS",
+      "threads=17",  "max_threads=65", "host=h.example",        "ldap_cache_TTL_minutes=1441"};
+  std::vector<std::thread> commands;
+  for (const std::string& change : changes) {
+    commands.emplace_back([&] { EXPECT_EQ(set({change}).status, 0) << change; });
+  }
+  for (std::thread& command : commands) {
+    command.join();
+  }
+  const std::string text = zaroIni();
+  for (const std::string& change : changes) {
+    EXPECT_THAT(text, HasSubstr("\n" + change + "\n"));
+    const std::size_t sign = change.find('=');
+    const std::string stored =
+        value("SELECT min(value) || '-' || max(value) FROM global_setting WHERE name='" + change.substr(0, sign) + "'");
+    EXPECT_EQ(stored, change.substr(sign + 1) + "-" + change.substr(sign + 1));
+  }
+}
+
 TEST_P(Settings, writtenWordsAndNumbersHaveOneForm) {
   const ProgramResult result = set({"threads=0032", "keep-alive=NO", "protocol=https"});
   EXPECT_EQ(result.status, 0) << result.err;
@@ -305,6 +327,16 @@ TEST_P(Settings, ldapServerWithoutALifetimeIsRefused) {
   EXPECT_EQ(zaroIni(), before);
   EXPECT_EQ(set({"enabled_server=7", "ldap_cache_TTL_minutes=5"}).status, 0);
   EXPECT_THAT(server(), Contains("LDAP_SVR_15\tldap_cache_TTL_minutes\t5\t5\tzaro.ini\t-"));
+}
+
+TEST_P(Settings, ldapServerStaysWhenTheLifetimeCannotBeWritten) {
+  session()->run("DROP TABLE global_setting");
+  session()->run(
+      "CREATE TABLE global_setting (section TEXT, name TEXT, value TEXT, PRIMARY KEY (section, name), CHECK (section <> "
+      "'LDAP_SVR_15'))");
+  const ProgramResult result = set({"enabled_server=7", "ldap_cache_TTL_minutes=5"});
+  EXPECT_EQ(result.status, 75);
+  EXPECT_THAT(server(), Contains("LDAP_SVR_1\tldap_cache_TTL_minutes\t1440\t1440\tzaro.ini\t-"));
 }
 
 TEST_P(Settings, ofAClientAloneNeedNoServer) {
@@ -385,7 +417,7 @@ struct WrongSetting {
 
 const WrongSetting kWrongSettings[] = {
     {"noSign", "threads", "\"threads\" is not KEY=VALUE"},
-    {"unknownKey", "thread=5", "no setting named \"thread\"; there are LDAP.access_type, "},
+    {"unknownKey", "thread=5", "no setting named \"thread\"; there are policy_server.backlog, "},
     {"unknownSection", "policy.threads=5", "no setting named \"policy.threads\""},
     {"emptyKey", "=5", "no setting named \"\""},
     {"ambiguous", "recv_timeout_secs=5",
