@@ -4,10 +4,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
-#include <optional>
+#include <memory>
+#include <vector>
 
 #include "ZaroRuntime/RuntimeError.h"
 #include "common/UniqueFd.h"
@@ -27,57 +30,29 @@ void writeAll(int fd, const std::string& text, const std::string& path) {
   }
 }
 
-void syncDirectoryOf(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-  const UniqueFd fd(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!fd.isOpen() || ::fsync(fd.get()) != 0) {
-    throwFileError(directory, "cannot write to disk");
-  }
-}
-
-struct Owner {
-  uid_t user;
-  gid_t group;
-};
-
-struct Access {
-  mode_t mode;
-  std::optional<Owner> owner;  // nothing: whoever writes
-};
-
 // One fixed name: what a killed writer leaves behind is taken over by the next one, and names do not pile up.
 std::string temporaryNameOf(const std::string& path) {
   return path + ".new";
 }
 
-void setAccess(const UniqueFd& fd, const Access& access, const std::string& path) {
-  if (access.owner) {
-    // Only root can; anybody else keeps the file as its own.
-    static_cast<void>(!::fchown(fd.get(), access.owner->user, access.owner->group));
-  }
-  if (::fchmod(fd.get(), access.mode) != 0) {
-    throwFileError(path, "cannot set permissions");
-  }
+int createAnew(const std::string& path, mode_t mode) {
+  ::unlink(path.c_str());  // another user's remains could not be opened, or would stay theirs
+  return ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode);
 }
 
-void replace(const std::string& path, const std::string& text, const Access& access) {
-  const std::string temporary = temporaryNameOf(path);
-  {
-    const UniqueFd fd(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, access.mode));
-    if (!fd.isOpen()) {
-      throwFileError(temporary, "cannot create");
-    }
-    setAccess(fd, access, temporary);
-    writeAll(fd.get(), text, temporary);
-    if (::fsync(fd.get()) != 0) {
-      throwFileError(temporary, "cannot write to disk");
-    }
+struct stat statusOf(const std::string& path) {
+  struct stat status = {};
+  if (::stat(path.c_str(), &status) != 0) {
+    throwFileError(path, "cannot open");
   }
-  if (std::rename(temporary.c_str(), path.c_str()) != 0) {
-    throwFileError(path, "cannot replace");
-  }
-  syncDirectoryOf(path);
+  return status;
+}
+
+bool isOurGroup(gid_t group) {
+  std::vector<gid_t> groups(static_cast<std::size_t>(std::max(0, ::getgroups(0, nullptr))));
+  const int count = ::getgroups(static_cast<int>(groups.size()), groups.data());
+  groups.resize(static_cast<std::size_t>(std::max(0, count)));
+  return group == ::getegid() || std::find(groups.begin(), groups.end(), group) != groups.end();
 }
 
 }  // namespace
@@ -118,15 +93,78 @@ std::string readFileText(const std::string& path, std::size_t limit) {
   }
 }
 
+FileReplacement::FileReplacement(const std::string& path, const std::string& text, mode_t mode,
+                                 const std::optional<FileOwner>& owner)
+    : m_path(path), m_temporary(temporaryNameOf(path)) {
+  const UniqueFd fd(createAnew(m_temporary, mode));
+  if (!fd.isOpen()) {
+    throwFileError(m_temporary, "cannot create");
+  }
+  try {
+    if (owner && ::fchown(fd.get(), owner->user, owner->group) != 0) {
+      throwFileError(path, "cannot keep its owner and group");
+    }
+    if (::fchmod(fd.get(), mode) != 0) {
+      throwFileError(m_temporary, "cannot set permissions");
+    }
+    writeAll(fd.get(), text, m_temporary);
+    if (::fsync(fd.get()) != 0) {
+      throwFileError(m_temporary, "cannot write to disk");
+    }
+  } catch (...) {
+    ::unlink(m_temporary.c_str());
+    throw;
+  }
+}
+
+FileReplacement::~FileReplacement() {
+  if (!m_temporary.empty()) {
+    ::unlink(m_temporary.c_str());
+  }
+}
+
+void FileReplacement::commit() {
+  if (std::rename(m_temporary.c_str(), m_path.c_str()) != 0) {
+    throwFileError(m_path, "cannot replace");
+  }
+  m_temporary.clear();
+}
+
+FileReplacement sameFileWith(const std::string& path, const std::string& text) {
+  const struct stat status = statusOf(path);
+  constexpr mode_t kPermissions = 07777;
+  return {path, text, status.st_mode & kPermissions, FileOwner{status.st_uid, status.st_gid}};
+}
+
 void replaceFile(const std::string& path, const std::string& text, mode_t mode) {
-  replace(path, text, {mode, std::nullopt});
+  FileReplacement(path, text, mode, std::nullopt).commit();
+  syncDirectoryOf(path);
+}
+
+void syncDirectoryOf(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+  const UniqueFd fd(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!fd.isOpen() || ::fsync(fd.get()) != 0) {
+    throwFileError(directory, "cannot write to disk");
+  }
+}
+
+std::string realPathOf(const std::string& path) {
+  const std::unique_ptr<char, decltype(&std::free)> real(::realpath(path.c_str(), nullptr), &std::free);
+  if (real == nullptr) {
+    throwFileError(path, "cannot open");
+  }
+  return real.get();
+}
+
+bool canKeepOwnerOf(const std::string& path) {
+  const struct stat status = statusOf(path);
+  return ::geteuid() == 0 || (status.st_uid == ::geteuid() && isOurGroup(status.st_gid));
 }
 
 void requireWritable(const std::string& path) {
-  struct stat status = {};
-  if (::stat(path.c_str(), &status) != 0) {
-    throwFileError(path, "cannot open");
-  }
+  const struct stat status = statusOf(path);
   // Nobody may write it: that stops its owner and root too, who could put a new file in its place.
   constexpr mode_t kWritable = S_IWUSR | S_IWGRP | S_IWOTH;
   if ((status.st_mode & kWritable) == 0) {
@@ -135,17 +173,6 @@ void requireWritable(const std::string& path) {
   if (::faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) != 0) {
     throwFileError(path, "cannot write");
   }
-}
-
-void rewriteFile(const std::string& path, const std::string& text) {
-  struct stat status = {};
-  if (::stat(path.c_str(), &status) != 0) {
-    throwFileError(path, "cannot open");
-  }
-  // Another user's remains could not be opened; whoever else writes now waits for the caller's lock.
-  ::unlink(temporaryNameOf(path).c_str());
-  constexpr mode_t kPermissions = 07777;
-  replace(path, text, {status.st_mode & kPermissions, Owner{status.st_uid, status.st_gid}});
 }
 
 }  // namespace zaroruntime

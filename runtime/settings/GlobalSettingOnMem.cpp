@@ -5,11 +5,14 @@
 #include <chrono>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <tuple>
+#include <vector>
 
 #include "GlobalSetting.h"
 #include "common/FileText.h"
 #include "settings/SettingsCodes.h"
+#include "settings/SettingsLayers.h"
 
 using zaroruntime::Installation;
 using zaroruntime::Settings;
@@ -52,10 +55,12 @@ class Copy {
       const FileState state = stateOf(installation.settingsIni());
       if (m_settings == nullptr || state != m_state || _isDatabaseDue()) {
         m_settings.reset();
-        m_settings = std::make_shared<const Settings>(zaroruntime::readSettings(installation));
+        if (std::get<0>(state) != std::get<0>(m_state)) {
+          m_table.reset();  // another installation's
+        }
+        m_settings = std::make_shared<const Settings>(_read(installation));
         m_state = state;
         m_read = Clock::now();
-        zaroruntime::warnOfDatabase(kName, *m_settings);
       }
       m_usable = true;
       return zaroruntime::kDone;
@@ -69,6 +74,26 @@ class Copy {
   }
 
  private:
+  // While the database fails, what it said before still holds: shared settings do not vanish because a file changed.
+  Settings _read(const Installation& installation) {
+    Settings settings = zaroruntime::readFileLayer(installation);
+    try {
+      m_table = zaroruntime::readSettingsTable(installation);
+    } catch (const zaroruntime::RuntimeError& failure) {
+      settings.databaseFailure = failure.what();
+    }
+    if (!m_table) {
+      zaroruntime::warnOfDatabase(kName, settings);
+      return settings;
+    }
+    if (!settings.databaseFailure.empty()) {
+      PolicyLog::log(LogLevel::Warning, "%s: shared settings stay as they were read before: %s", kName,
+                     settings.databaseFailure.c_str());
+    }
+    zaroruntime::addTableLayer(*m_table, settings);
+    return settings;
+  }
+
   bool _isDatabaseDue() const {
     return !m_settings->databaseFailure.empty() && Clock::now() - m_read >= kDatabasePause;
   }
@@ -76,6 +101,7 @@ class Copy {
   mutable std::mutex m_mutex;
   bool m_usable = false;
   std::shared_ptr<const Settings> m_settings;
+  std::optional<std::vector<zaroruntime::TableSetting>> m_table;  // as last read
   FileState m_state;
   Clock::time_point m_read;
 };

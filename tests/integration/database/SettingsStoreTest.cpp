@@ -352,6 +352,23 @@ TEST_P(SettingsStore, copyInMemoryFindsTheDatabaseAgainWithTheNextChangeOfTheFil
   });
 }
 
+TEST_P(SettingsStore, copyInMemoryKeepsSharedSettingsWhileTheDatabaseIsDown) {
+  addRow("s", "k", "table");
+  addRow("policy_server", "threads", "99");
+  inOwnProcess([&] {
+    EXPECT_EQ(inMemory("s", "k"), "table");
+    takeDatabaseAway();
+    std::string changed = text();
+    changed.replace(changed.find("threads=16\n"), 11, "");
+    writeText(changed + "[new]\nk=file\n");
+    EXPECT_EQ(inMemory("new", "k"), "file");
+    EXPECT_EQ(inMemory("s", "k"), "table");
+    EXPECT_EQ(inMemory("policy_server", "threads"), "99") << "which the file had hidden";
+  });
+  EXPECT_THAT(logged("warning"), ElementsAre(AllOf(HasSubstr("GlobalSettingOnMem: shared settings stay as they were"),
+                                                   HasSubstr("no section [nowhere]"))));
+}
+
 TEST_P(SettingsStore, nothingIsWrittenWhileTheDatabaseIsDown) {
   const std::string before = text();
   takeDatabaseAway();
@@ -509,14 +526,75 @@ TEST_P(SettingsStore, fileOfAnotherUserIsReadAndNotWritten) {
   EXPECT_THAT(logged("error"), ElementsAre(HasSubstr("Permission denied")));
 }
 
-TEST_P(SettingsStore, failureOfTheFileAfterTheDatabaseIsToldSo) {
+TEST_P(SettingsStore, newFileThatCannotBeMadeLeavesTheDatabaseAlone) {
   fs::create_directory(path() + ".new");
   const std::string before = text();
   inOwnProcess([&] { EXPECT_NE(GlobalSettingIF().setItem("threads", "17", "policy_server", kFile), 0); });
   EXPECT_EQ(text(), before);
-  EXPECT_THAT(logged("error"), ElementsAre(AllOf(HasSubstr("zaro.ini.new: cannot create: "),
-                                                 HasSubstr("(the database has the new value already; "))));
-  EXPECT_EQ(row("policy_server", "threads"), "17");
+  EXPECT_THAT(logged("error"), ElementsAre(HasSubstr("zaro.ini.new: cannot create: ")));
+  EXPECT_EQ(home().value("SELECT count(*) FROM global_setting"), "0");
+}
+
+TEST_P(SettingsStore, writerWhoCannotKeepTheOwnerIsRefused) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only root can be two users";
+  }
+  chmod(path().c_str(), 0666);
+  chmod(home().directory().path("config").c_str(), 0777);
+  const std::string before = text();
+  inOwnProcess([&] {
+    asOrdinaryUser();
+    EXPECT_NE(GlobalSettingIF().setItem("threads", "17", "policy_server", kFile), 0);
+  });
+  EXPECT_THAT(logged("error"), ElementsAre(HasSubstr("zaro.ini: cannot keep its owner and group")));
+  EXPECT_EQ(text(), before);
+  EXPECT_EQ(home().value("SELECT count(*) FROM global_setting"), "0");
+  EXPECT_FALSE(fs::exists(path() + ".lock")) << "which would keep the owner out";
+  EXPECT_FALSE(fs::exists(path() + ".new"));
+}
+
+TEST_P(SettingsStore, directoryThatCannotBeSyncedIsAWarning) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only root can give files away";
+  }
+  for (const auto& entry : fs::recursive_directory_iterator(home().directory().path())) {
+    ASSERT_EQ(chown(entry.path().c_str(), 65534, static_cast<gid_t>(-1)), 0);
+  }
+  chmod(home().directory().path("config").c_str(), 0300);  // names can be made in it, but it cannot be opened
+  inOwnProcess([&] {
+    asOrdinaryUser();
+    EXPECT_EQ(GlobalSettingIF().setItem("threads", "17", "policy_server", kFile), 0);
+  });
+  EXPECT_THAT(text(), HasSubstr("\nthreads=17\n"));
+  EXPECT_THAT(logged("warning"), ElementsAre(HasSubstr("the new settings are in place, but may be lost")));
+  EXPECT_THAT(logged("error"), IsEmpty());
+}
+
+TEST_P(SettingsStore, symbolicLinkStaysAndItsFileIsReplaced) {
+  const std::string real = home().directory().path("shared/zaro.ini");
+  fs::create_directory(home().directory().path("shared"));
+  fs::rename(path(), real);
+  fs::create_symlink(real, path());
+  inOwnProcess([&] { EXPECT_EQ(GlobalSettingIF().setItem("threads", "17", "policy_server", kFile), 0); });
+  EXPECT_TRUE(fs::is_symlink(path()));
+  EXPECT_FALSE(fs::is_symlink(real));
+  EXPECT_THAT(zarotest::readFile(real), HasSubstr("\nthreads=17\n"));
+  EXPECT_TRUE(fs::exists(real + ".lock"));
+  EXPECT_FALSE(fs::exists(path() + ".lock"));
+}
+
+TEST_P(SettingsStore, lockThatIsThereStaysAsItIs) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only root can give files away";
+  }
+  home().directory().write("config/zaro.ini.lock", "", 0640);
+  ASSERT_EQ(chown((path() + ".lock").c_str(), 65534, 65534), 0);
+  inOwnProcess([&] { EXPECT_EQ(GlobalSettingIF().setItem("k", "v", "s", kFile), 0); });
+  struct stat status = {};
+  ASSERT_EQ(stat((path() + ".lock").c_str(), &status), 0);
+  EXPECT_EQ(status.st_uid, 65534u);
+  EXPECT_EQ(status.st_gid, 65534u);
+  EXPECT_EQ(status.st_mode & 07777, 0640u);
 }
 
 // --- The copy in memory ---
