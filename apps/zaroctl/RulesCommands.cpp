@@ -2,6 +2,7 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <climits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -52,12 +53,20 @@ struct StoredGroup {
   std::string name;
 };
 
+int groupNumber(const std::string& text) {
+  const auto number = decimalNumber(text);
+  if (!number || *number < INT_MIN || *number > INT_MAX) {
+    throw RuntimeError("the rule order holds " + quoted(text) + " for the number of a group");
+  }
+  return static_cast<int>(*number);
+}
+
 std::vector<StoredGroup> readGroups() {
   std::vector<StoredGroup> groups;
   int position = 0;
   for (const auto& row :
        openSession()->rows("SELECT rule_order, filter_id, filter_type FROM manual_rule_order ORDER BY rule_order")) {
-    groups.push_back({++position, row[0].value_or(""), std::stoi(row[1].value_or("0")), row[2].value_or("")});
+    groups.push_back({++position, row[0].value_or(""), groupNumber(row[1].value_or("0")), row[2].value_or("")});
   }
   return groups;
 }

@@ -2,6 +2,7 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
+#include <climits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -20,7 +21,7 @@ using zaroruntime::RuntimeError;
 
 namespace {
 
-constexpr int kHighestId = 2147483647;
+constexpr int kHighestPort = 65535;
 
 std::vector<PolicyServerInfo> listServers() {
   connectToDatabase();
@@ -103,12 +104,26 @@ ExitCode removeServer(Output& out, int id) {
   return ExitCode::Found;
 }
 
-CLI::Option* addId(CLI::App& command, int& id) {
-  return command.add_option("ID", id, "The server's number")
-      ->required()
-      ->check(CLI::Range(1, kHighestId).description(""))
-      ->type_name("");
+// As texts: the parser would read 010 as eight.
+CLI::Option* addNumber(CLI::App& command, const char* name, std::string& text, const char* help, int lowest, int highest) {
+  const auto check = [lowest, highest](const std::string& given) {
+    const auto number = decimalNumber(given);
+    const bool right = number && *number >= lowest && *number <= highest;
+    return right ? ""
+                 : quoted(given) + " is not a number from " + std::to_string(lowest) + " to " + std::to_string(highest);
+  };
+  return command.add_option(name, text, help)->required()->check(CLI::Validator(check, ""))->type_name("");
 }
+
+int numberOf(const std::string& text) {
+  return static_cast<int>(decimalNumber(text).value_or(0));
+}
+
+struct NewServer {
+  std::string id;
+  std::string address;
+  std::string port;
+};
 
 }  // namespace
 
@@ -118,21 +133,21 @@ void addServersList(CommandTree& tree) {
 }
 
 void addServersAdd(CommandTree& tree) {
-  const auto server = std::make_shared<PolicyServerInfo>();
+  const auto server = std::make_shared<NewServer>();
   CLI::App* command = tree.add("servers add", "Register a policy server",
                                {"zaroctl servers add 4 192.0.2.13 15505", "zaroctl servers add 5 2001:db8::13 15505"},
-                               [server](Output& out) { return addServer(out, *server); });
-  addId(*command, server->scannerId);
-  command->add_option("ADDRESS", server->ipAddr, "Its IP address")->required()->type_name("");
-  command->add_option("PORT", server->agentPort, "The port of its agent")
-      ->required()
-      ->check(CLI::Range(1, 65535).description(""))
-      ->type_name("");
+                               [server](Output& out) {
+                                 return addServer(out, {numberOf(server->id), server->address, numberOf(server->port)});
+                               });
+  addNumber(*command, "ID", server->id, "The server's number", 1, INT_MAX);
+  command->add_option("ADDRESS", server->address, "Its IP address")->required()->type_name("");
+  addNumber(*command, "PORT", server->port, "The port of its agent", 1, kHighestPort);
 }
 
 void addServersRemove(CommandTree& tree) {
-  const auto id = std::make_shared<int>(0);
+  const auto id = std::make_shared<std::string>();
   CLI::App* command = tree.add("servers remove", "Remove a policy server from the list", {"zaroctl servers remove 4"},
-                               [id](Output& out) { return removeServer(out, *id); });
-  addId(*command, *id);
+                               [id](Output& out) { return removeServer(out, numberOf(*id)); });
+  // Others than `add` takes may have been stored.
+  addNumber(*command, "ID", *id, "The server's number", INT_MIN, INT_MAX);
 }

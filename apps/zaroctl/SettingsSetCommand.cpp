@@ -48,8 +48,8 @@ std::string judgeNumber(const Rule& rule, const std::string& text) {
     case Interface::AsStored:
       break;
   }
-  // Written as a signed number.
-  return number > INT_MAX ? "above " + std::to_string(INT_MAX) : "";
+  // Written as a signed number; one that is too long for a server to read wraps.
+  return decimalNumber(text).value_or(LLONG_MAX) > INT_MAX ? "above " + std::to_string(INT_MAX) : "";
 }
 
 std::string judgeServerNumber(const char* key, const std::string& text) {

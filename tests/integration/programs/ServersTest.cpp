@@ -69,6 +69,23 @@ TEST_P(Servers, unknownNumberIsNotFound) {
   EXPECT_EQ(result.err, "zaroctl: no policy server 9\n");
 }
 
+TEST_P(Servers, numbersAreDecimal) {
+  mustInit();
+  EXPECT_EQ(run({"servers", "add", "010", "192.0.2.1", "017"}).status, 0);
+  EXPECT_THAT(list(), ElementsAre("10\t192.0.2.1\t17"));
+  EXPECT_EQ(run({"servers", "remove", "0010"}).status, 0);
+  EXPECT_THAT(list(), IsEmpty());
+}
+
+TEST_P(Servers, negativeNumberThatIsStoredCanBeRemoved) {
+  mustInit();
+  session()->run("INSERT INTO component (scanner_id, type, ip_addr, agent_port) VALUES (-1, 'P', '192.0.2.1', 1)");
+  const ProgramResult removed = run({"servers", "remove", "--", "-1"});
+  EXPECT_EQ(removed.status, 0) << removed.err;
+  EXPECT_THAT(list(), IsEmpty());
+  EXPECT_EQ(run({"servers", "remove", "--", "-1"}).err, "zaroctl: no policy server -1\n");
+}
+
 TEST_P(Servers, listThatCannotBeReadIsAFailure) {
   mustInit({"--sample"});
   writeFile("sql/ui_GetComponentInfo.sql",
@@ -92,11 +109,16 @@ struct WrongServer {
 };
 
 const WrongServer kWrongServers[] = {
-    {"idZero", {"add", "0", "192.0.2.1", "1"}, "ID: Value 0 not in range"},
+    {"idZero", {"add", "0", "192.0.2.1", "1"}, "ID: \"0\" is not a number from 1 to 2147483647"},
     {"idTooHigh", {"add", "2147483648", "192.0.2.1", "1"}, "ID"},
+    {"idHexadecimal", {"add", "0x7", "192.0.2.1", "1"}, "ID: \"0x7\" is not a number"},
+    {"idWithPlus", {"add", "+9", "192.0.2.1", "1"}, "ID: \"+9\" is not a number"},
+    {"idNegative", {"add", "--", "-1", "192.0.2.1", "1"}, "ID: \"-1\" is not a number"},
+    {"portHexadecimal", {"add", "1", "192.0.2.1", "0x7"}, "PORT: \"0x7\" is not a number"},
+    {"removeHexadecimal", {"remove", "0x7"}, "ID: \"0x7\" is not a number"},
     {"idNoNumber", {"add", "x", "192.0.2.1", "1"}, "ID"},
-    {"portZero", {"add", "1", "192.0.2.1", "0"}, "PORT: Value 0 not in range"},
-    {"portTooHigh", {"add", "1", "192.0.2.1", "65536"}, "PORT: Value 65536 not in range"},
+    {"portZero", {"add", "1", "192.0.2.1", "0"}, "PORT: \"0\" is not a number from 1 to 65535"},
+    {"portTooHigh", {"add", "1", "192.0.2.1", "65536"}, "PORT: \"65536\" is not a number from 1 to 65535"},
     {"hostName", {"add", "1", "policy.example.test", "1"}, "\"policy.example.test\" is not an IP address"},
     {"emptyAddress", {"add", "1", "", "1"}, "\"\" is not an IP address"},
     {"addressOutOfRange", {"add", "1", "192.0.2.256", "1"}, "\"192.0.2.256\" is not an IP address"},

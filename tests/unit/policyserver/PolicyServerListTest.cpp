@@ -112,10 +112,13 @@ const NumberCase kNumberCases[] = {
     {"leading zeros are decimal", "0012", 12},
     {"hexadecimal stops at x", "0x1F", 0},
     {"largest", "2147483647", 2147483647},
-    {"above is the largest", "2147483648", 2147483647},
-    {"far above is the largest", "99999999999999999999", 2147483647},
+    {"above keeps its bits", "2147483648", -2147483647 - 1},
+    {"largest of 32 bits", "4294967295", -1},
+    {"above 32 bits wraps", "4294967301", 5},
+    {"far above is the end of the widest", "99999999999999999999", -1},
     {"smallest", "-2147483648", -2147483647 - 1},
-    {"below is the smallest", "-99999999999", -2147483647 - 1},
+    {"below wraps", "-99999999999", -1215752191},
+    {"far below is the end of the widest", "-99999999999999999999", 0},
 };
 
 TEST_F(PolicyServerList, numbersAreTakenAsFarAsTheyGo) {
