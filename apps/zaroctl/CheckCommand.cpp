@@ -205,7 +205,7 @@ class InstallationCheck {
   void _checkSettingsIni() {
     const std::string path = m_installation.settingsIni();
     m_findings.check("policy settings", [&] {
-      const IniFile ini(path);
+      const IniFile ini(path, IniFile::Malformed::Refused);
       for (const char* section : {"policy_server", "policy_client"}) {
         if (!ini.hasSection(section)) {
           throw RuntimeError(path + ": section [" + section + "] is missing");

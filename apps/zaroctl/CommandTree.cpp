@@ -17,6 +17,9 @@ constexpr GroupRow kGroups[] = {
     {"base64", "Base64 as the gateway stores it"},
     {"blob", "Stored records"},
     {"filter", "Rule filters"},
+    {"rules", "The order of rule filters"},
+    {"servers", "Registered policy servers"},
+    {"settings", "Settings of policy servers and their clients"},
 };
 // clang-format on
 

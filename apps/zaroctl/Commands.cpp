@@ -18,6 +18,14 @@ constexpr void (*kCommands[])(CommandTree&) = {
     addBase64Decode,
     addMatch,
     addLint,
+    addSettingsServer,
+    addSettingsClient,
+    addSettingsSet,
+    addServersList,
+    addServersAdd,
+    addServersRemove,
+    addRulesOrder,
+    addRulesSetOrder,
 };
 // clang-format on
 

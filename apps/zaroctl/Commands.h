@@ -17,5 +17,13 @@ void addInit(CommandTree& tree);
 void addLint(CommandTree& tree);
 void addMatch(CommandTree& tree);
 void addPassword(CommandTree& tree);
+void addRulesOrder(CommandTree& tree);
+void addRulesSetOrder(CommandTree& tree);
+void addServersAdd(CommandTree& tree);
+void addServersList(CommandTree& tree);
+void addServersRemove(CommandTree& tree);
+void addSettingsClient(CommandTree& tree);
+void addSettingsServer(CommandTree& tree);
+void addSettingsSet(CommandTree& tree);
 
 void addAllCommands(CommandTree& tree);

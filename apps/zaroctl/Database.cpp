@@ -31,6 +31,13 @@ std::unique_ptr<ZARO::RdbmsInterface> connectToDatabase() {
   return db;
 }
 
+std::unique_ptr<zaroruntime::SqlSession> openSession() {
+  const auto installation = zaroruntime::Installation::fromEnvironment();
+  const auto settings = zaroruntime::readDatabaseSettings(installation);
+  const auto source = zaroruntime::readDataSource(installation, settings.dataSource);
+  return std::make_unique<zaroruntime::SqlSession>(source, settings, installation, kConnectTimeOut);
+}
+
 std::string databaseFailure() {
   const std::string reason = zaroruntime::lastFailure();
   return reason.empty() ? "the database failed; run with -v for its messages" : reason;

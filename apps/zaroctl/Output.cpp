@@ -122,8 +122,12 @@ void Output::record(const Json& object) {
 }
 
 void Output::rows(const std::vector<Column>& columns, const Json& rows) {
+  this->rows(columns, rows, rows);
+}
+
+void Output::rows(const std::vector<Column>& columns, const Json& rows, const Json& document) {
   if (m_form == Form::Document) {
-    _writeJson(rows, kIndent);
+    _writeJson(document, kIndent);
     return;
   }
   std::vector<Cells> lines;

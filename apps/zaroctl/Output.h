@@ -28,6 +28,8 @@ class Output {
   // A list of alike objects, one line each. Lines have the columns in the order given and no heading. JSON also has the
   // keys that are no columns.
   void rows(const std::vector<Column>& columns, const Json& rows);
+  // The same, but JSON is `document`, which has more to say than the rows.
+  void rows(const std::vector<Column>& columns, const Json& rows, const Json& document);
 
   // A result that is bytes, such as a stored text. They stand as they are in every form.
   void raw(const std::string& bytes);

@@ -11,6 +11,9 @@ const std::vector<CataloguedStatement>& statementCatalog() {
       {"ui_CommitTransaction.sql", "", StatementKind::Transaction, {}},
       {"ui_RollbackTransaction.sql", "", StatementKind::Transaction, {}},
       {"ui_GetAdminId.sql", "s", StatementKind::Query, {"AdminID"}},
+      {"ui_GetComponentInfo.sql", "s", StatementKind::Query, {"scanner_id", "ip_addr", "agent_port"}},
+      {"ui_GetGlobalSettingValue.sql", "ss", StatementKind::Query, {"value"}},
+      {"ui_GetManualOrderSetting.sql", "", StatementKind::Query, {"FilterID", "RuleOrder", "FilterType"}},
   };
   return kStatements;
 }

@@ -77,6 +77,18 @@ std::string unescaped(const std::string& text) {
   return result;
 }
 
+std::optional<long long> decimalNumber(const std::string& text) {
+  constexpr std::size_t kMostDigits = 18;
+  const bool negative = !text.empty() && text.front() == '-';
+  const std::string digits = text.substr(negative ? 1 : 0);
+  if (digits.empty() || digits.find_first_not_of("0123456789") != std::string::npos ||
+      digits.size() - std::min(digits.find_first_not_of('0'), digits.size()) > kMostDigits) {
+    return std::nullopt;
+  }
+  const long long number = std::stoll(digits);
+  return negative ? -number : number;
+}
+
 std::string quoted(const std::string& name) {
   if (name.size() <= kLongestName) {
     return '"' + name + '"';

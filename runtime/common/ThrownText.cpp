@@ -22,7 +22,7 @@ Ring& ring() {
 
 }  // namespace
 
-void throwText(const std::string& text) {
+void keepFailure(const std::string& text) {
   Ring& texts = ring();
   texts.last = (texts.last + 1) % texts.texts.size();
   try {
@@ -30,7 +30,11 @@ void throwText(const std::string& text) {
   } catch (const std::bad_alloc&) {
     throw "out of memory";
   }
-  throw texts.texts[texts.last].c_str();
+}
+
+void throwText(const std::string& text) {
+  keepFailure(text);
+  throw ring().texts[ring().last].c_str();
 }
 
 std::string lastFailure() {

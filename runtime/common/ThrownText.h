@@ -10,6 +10,9 @@ namespace zaroruntime {
 // Keeps `text` for this thread's next few throws and throws it.
 [[noreturn]] void throwText(const std::string& text);
 
+// Keeps `text` alike for an operation that fails with a code, so that `lastFailure` knows it.
+void keepFailure(const std::string& text);
+
 // Runs `operation` and lets out nothing but thrown texts.
 template <typename Operation>
 auto throwingText(Operation operation) -> decltype(operation()) {

@@ -13,6 +13,7 @@ class UniqueFd {
       ::close(m_fd);
     }
   }
+  UniqueFd(UniqueFd&& other) noexcept : m_fd(other.m_fd) { other.m_fd = -1; }
   UniqueFd(const UniqueFd&) = delete;
   UniqueFd& operator=(const UniqueFd&) = delete;
 

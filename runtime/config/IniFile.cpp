@@ -11,6 +11,7 @@
 
 #include "ZaroRuntime/RuntimeError.h"
 #include "common/FileText.h"
+#include "config/IniText.h"
 
 namespace zaroruntime {
 
@@ -22,30 +23,58 @@ bool isBlank(char sign) {
   return sign == ' ' || sign == '\t';
 }
 
-void refuseWhatAnIniCannotHold(const std::string& value, const std::string& what) {
-  if (value.find_first_of(std::string("\r\n\0", 3)) != std::string::npos) {
+void refuseWhatALineCannotHold(const std::string& text, const std::string& what) {
+  if (text.find_first_of(std::string("\r\n\0", 3)) != std::string::npos) {
     throw RuntimeError(what + ": line ends and NUL cannot be stored in an ini file");
   }
-  if (!value.empty() && (isBlank(value.front()) || isBlank(value.back()))) {
+  if (!text.empty() && (isBlank(text.front()) || isBlank(text.back()))) {
     throw RuntimeError(what + ": blanks at the beginning or the end cannot be stored in an ini file");
+  }
+}
+
+void refuseWhatIsNoName(const std::string& name, const char* reservedInside, const char* reservedFirst,
+                        const std::string& what) {
+  refuseWhatALineCannotHold(name, what);
+  if (name.empty() || name.find_first_of(reservedInside) != std::string::npos || name.find_first_of(reservedFirst) == 0) {
+    throw RuntimeError(what + ": not a name that an ini file can hold");
   }
 }
 
 }  // namespace
 
+// The parser reads; what is set goes into the text, since the parser would write it anew, without the comments at its
+// end and with sections that stand there twice put together.
 struct IniFile::Impl {
+  std::string text;
   CSimpleIniCaseA ini{/* UTF-8 */ true, /* multi key */ false, /* multi line */ false};
+
+  void read(const std::string& name) {
+    ini.Reset();
+    if (ini.LoadData(text.data(), text.size()) < 0) {
+      throw RuntimeError(name + ": not an ini file");
+    }
+  }
 };
 
-IniFile::IniFile(const std::string& path) : m_impl(std::make_unique<Impl>()) {
-  const std::string text = readFileText(path, kLargestIniFile);
+IniFile::IniFile(std::unique_ptr<Impl> impl) : m_impl(std::move(impl)) {}
+
+IniFile::IniFile(const std::string& path, Malformed malformed)
+    : IniFile(parse(readFileText(path, kLargestIniFile), path, malformed)) {}
+
+IniFile IniFile::parse(const std::string& text, const std::string& name, Malformed malformed) {
   if (text.find('\0') != std::string::npos) {
-    throw RuntimeError(path + ": not an ini file (it holds NUL bytes)");
+    throw RuntimeError(name + ": not an ini file (it holds NUL bytes)");
   }
-  m_impl->ini.SetSpaces(false);
-  if (m_impl->ini.LoadData(text.data(), text.size()) < 0) {
-    throw RuntimeError(path + ": not an ini file");
+  if (malformed == Malformed::Refused) {
+    if (const auto line = malformedIniLine(text)) {
+      throw RuntimeError(name + ": line " + std::to_string(*line) +
+                         " is neither a section, a key with a value nor a comment");
+    }
   }
+  auto impl = std::make_unique<Impl>();
+  impl->text = text;
+  impl->read(name);
+  return IniFile(std::move(impl));
 }
 
 IniFile::~IniFile() = default;
@@ -54,6 +83,17 @@ IniFile& IniFile::operator=(IniFile&&) noexcept = default;
 
 bool IniFile::hasSection(const std::string& section) const {
   return m_impl->ini.GetSection(section.c_str()) != nullptr;
+}
+
+std::vector<std::string> IniFile::sections() const {
+  CSimpleIniCaseA::TNamesDepend names;
+  m_impl->ini.GetAllSections(names);
+  names.sort(CSimpleIniCaseA::Entry::LoadOrder());
+  std::vector<std::string> result;
+  for (const auto& name : names) {
+    result.emplace_back(name.pItem);
+  }
+  return result;
 }
 
 std::optional<std::string> IniFile::get(const std::string& section, const std::string& key) const {
@@ -73,18 +113,24 @@ std::vector<std::pair<std::string, std::string>> IniFile::items(const std::strin
 }
 
 void IniFile::set(const std::string& section, const std::string& key, const std::string& value) {
-  refuseWhatAnIniCannotHold(value, key);
-  if (m_impl->ini.SetValue(section.c_str(), key.c_str(), value.c_str()) < 0) {
+  refuseWhatIsNoName(section, "]", "", "section " + section);
+  refuseWhatIsNoName(key, "=", "[;#", "key " + key);
+  refuseWhatALineCannotHold(value, key);
+  const std::string before = std::exchange(m_impl->text, withIniValue(m_impl->text, section, key, value));
+  m_impl->read(key);
+  if (get(section, key) != value) {
+    m_impl->text = before;
+    m_impl->read(key);
     throw RuntimeError(key + ": cannot be set");
   }
 }
 
+const std::string& IniFile::text() const {
+  return m_impl->text;
+}
+
 void IniFile::write(const std::string& path, mode_t mode) const {
-  std::string text;
-  if (m_impl->ini.Save(text) < 0) {
-    throw RuntimeError(path + ": cannot be written as an ini file");
-  }
-  replaceFile(path, text, mode);
+  replaceFile(path, m_impl->text, mode);
 }
 
 }  // namespace zaroruntime

@@ -66,6 +66,11 @@ void OdbcConnection::connect(const std::string& connectionString, Dialect dialec
   }
 }
 
+void OdbcConnection::setStatementTimeOut(int seconds) {
+  // Drivers without it have a limit of their own in the data source.
+  SQLSetStmtAttr(m_statement.get(), SQL_ATTR_QUERY_TIMEOUT, attribute(static_cast<SQLULEN>(seconds)), 0);
+}
+
 void OdbcConnection::disconnect() noexcept {
   m_columns.clear();
   m_row.clear();

@@ -21,6 +21,8 @@ class OdbcConnection {
   // Connects anew, closing what was open. `timeOut` in seconds; 0 waits as long as the driver does.
   void connect(const std::string& connectionString, Dialect dialect, int timeOut);
   void disconnect() noexcept;
+  // From now on statements of this connection fail after `seconds`; 0 waits as long as the driver does.
+  void setStatementTimeOut(int seconds);
   bool isConnected() const { return m_connected; }
 
   // Runs a statement; rows are then fetched.

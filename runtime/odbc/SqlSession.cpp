@@ -1,5 +1,7 @@
 #include "ZaroRuntime/SqlSession.h"
 
+#include <utility>
+
 #include "ZaroRuntime/RuntimeError.h"
 #include "common/FileText.h"
 #include "odbc/ConnectionString.h"
@@ -59,9 +61,26 @@ SqlSession::SqlSession(const DataSource& source, const DatabaseSettings& setting
 
 SqlSession::~SqlSession() = default;
 
+void SqlSession::setStatementTimeOut(int seconds) {
+  m_impl->odbc.setStatementTimeOut(seconds);
+}
+
 void SqlSession::run(const std::string& statement) {
   m_impl->odbc.execute(statement);
   m_impl->odbc.closeResult();
+}
+
+void SqlSession::runTogether(const std::vector<std::string>& statements) {
+  run(m_impl->begin);
+  try {
+    for (const std::string& statement : statements) {
+      run(statement);
+    }
+    run("COMMIT");
+  } catch (const OdbcError&) {
+    m_impl->odbc.disconnect();  // rolls back
+    throw;
+  }
 }
 
 std::optional<std::string> SqlSession::value(const std::string& query) {
@@ -72,6 +91,21 @@ std::optional<std::string> SqlSession::value(const std::string& query) {
   }
   m_impl->odbc.closeResult();
   return first;
+}
+
+std::vector<SqlSession::Row> SqlSession::rows(const std::string& query) {
+  m_impl->odbc.execute(query);
+  const std::size_t width = m_impl->odbc.columns().size();
+  std::vector<Row> rows;
+  while (m_impl->odbc.fetch()) {
+    Row row;
+    for (std::size_t column = 0; column < width; ++column) {
+      row.push_back(m_impl->odbc.value(column));
+    }
+    rows.push_back(std::move(row));
+  }
+  m_impl->odbc.closeResult();
+  return rows;
 }
 
 std::vector<std::string> SqlSession::columns(const std::string& query) {
@@ -100,6 +134,17 @@ void SqlSession::runScripts(const std::vector<std::string>& paths, const std::fu
     }
   }
   run("COMMIT");
+}
+
+std::string sqlLiteral(const std::string& text) {
+  if (text.find('\0') != std::string::npos) {
+    throw RuntimeError("a text for the database cannot hold NUL");
+  }
+  std::string literal = "'";
+  for (const char sign : text) {
+    literal.append(sign == '\'' ? 2 : 1, sign);
+  }
+  return literal + '\'';
 }
 
 }  // namespace zaroruntime

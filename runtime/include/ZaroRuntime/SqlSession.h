@@ -1,4 +1,4 @@
-// A database connection for installing and checking: runs scripts, which the library's statement files are not.
+// A database connection for installing, checking and administering: for what the library has no statement file.
 #pragma once
 
 #include <functional>
@@ -14,6 +14,8 @@ namespace zaroruntime {
 
 class SqlSession {
  public:
+  using Row = std::vector<std::optional<std::string>>;  // nothing for NULL
+
   // Connects, once, waiting `connectTimeOut` seconds at most; throws RuntimeError naming driver, server or file.
   SqlSession(const DataSource& source, const DatabaseSettings& settings, const Installation& installation,
              int connectTimeOut);
@@ -21,10 +23,17 @@ class SqlSession {
   SqlSession(const SqlSession&) = delete;
   SqlSession& operator=(const SqlSession&) = delete;
 
+  // Every statement from now on fails after `seconds`; 0 is no limit. With SQLite it has no effect: there the data source
+  // limits the wait for other writers.
+  void setStatementTimeOut(int seconds);
   // Runs one statement and drops its rows. Throws RuntimeError.
   void run(const std::string& statement);
+  // Runs some statements, in order, as one transaction: all or nothing. Throws RuntimeError.
+  void runTogether(const std::vector<std::string>& statements);
   // First column of the first row; nothing for no row or NULL. Throws RuntimeError.
   std::optional<std::string> value(const std::string& query);
+  // Every row. Throws RuntimeError.
+  std::vector<Row> rows(const std::string& query);
   // Names of the columns of a query's result, which need not have rows. Throws RuntimeError.
   std::vector<std::string> columns(const std::string& query);
   // Runs every statement of some files (comments and procedure bodies allowed), in order, as one transaction: all or
@@ -38,5 +47,8 @@ class SqlSession {
   struct Impl;
   std::unique_ptr<Impl> m_impl;
 };
+
+// A text as SQL writes it, for either database: in quotes, with those in it doubled. Throws RuntimeError for NUL.
+std::string sqlLiteral(const std::string& text);
 
 }  // namespace zaroruntime

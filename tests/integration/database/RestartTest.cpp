@@ -6,8 +6,10 @@
 #include <thread>
 #include <vector>
 
+#include "GlobalSetting.h"
 #include "RdbmsInterface.h"
 #include "ZaroErrC.h"
+#include "ZaroPolicyServerInterface.h"
 #include "miscUtils.h"
 #include "support/LibraryTest.h"
 
@@ -121,6 +123,49 @@ TEST_P(Restart, stoppedServerIsADatabaseFailureAndNotTheEnd) {
     control("start");
     RdbmsInterface db;
     EXPECT_EQ(lookUp(db), 0);
+  });
+}
+
+TEST_P(Restart, fileAnswersForTheSettingsOfAStoppedServer) {
+  home().sql("INSERT INTO global_setting (section, name, value) VALUES ('s', 'shared', '1')");
+  inOwnProcess([&] {
+    const auto memory = [] {
+      return ZARO::GlobalSettingOnMem::Instance(nullptr, true, nullptr, nullptr, nullptr, nullptr, true);
+    };
+    control("stop");
+    std::string value;
+    EXPECT_TRUE(memory()->isLoaded());
+    EXPECT_EQ(memory()->getItem("threads", value, "policy_server", "zaro.ini"), 0);
+    EXPECT_EQ(value, "16");
+    EXPECT_NE(memory()->getItem("shared", value, "s", "zaro.ini"), 0);
+    ZARO::GlobalSettingIF store;
+    EXPECT_NE(store.setItem("threads", "17", "policy_server", "zaro.ini"), 0);
+    control("start");
+    EXPECT_EQ(store.setItem("threads", "18", "policy_server", "zaro.ini"), 0);
+    EXPECT_EQ(memory()->getItem("threads", value, "policy_server", "zaro.ini"), 0);
+    EXPECT_EQ(value, "18");
+    EXPECT_EQ(memory()->getItem("shared", value, "s", "zaro.ini"), 0);
+  });
+  EXPECT_THAT(log(), HasSubstr("GlobalSettingOnMem: zaro.ini answers alone: data source zaro"));
+  EXPECT_THAT(log(), HasSubstr("GlobalSettingIF: setting [policy_server] threads is not written: data source zaro"));
+}
+
+TEST_P(Restart, serverListAndRuleOrderFailWithTheirCodesMeanwhile) {
+  home().sql("INSERT INTO component (scanner_id, type, ip_addr, agent_port) VALUES (1, 'P', '192.0.2.1', 1)");
+  inOwnProcess([&] {
+    ASSERT_TRUE(RdbmsInterface::Init(nullptr, nullptr, nullptr, nullptr));
+    std::vector<PolicyServerInfo> servers;
+    std::vector<ZaroFilter::FilterType> order;
+    bool manual = true;
+    control("stop");
+    EXPECT_EQ(ZaroPolicyServerInterface::getPolicyServerInfo(servers), ZaroErrC::ServerListFailure);
+    {
+      RdbmsInterface db;
+      EXPECT_EQ(miscUtils::getUserDefinedRuleOrder(db, manual, order, true), ZaroErrC::DatabaseFailure);
+    }
+    control("start");
+    EXPECT_EQ(ZaroPolicyServerInterface::getPolicyServerInfo(servers), 0);
+    EXPECT_EQ(servers.size(), 1u);
   });
 }
 

@@ -1,6 +1,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
@@ -83,7 +84,10 @@ TEST_P(Check, jsonHasOneObjectForEachFinding) {
   const auto findings = nlohmann::json::parse(result.out);
   ASSERT_TRUE(findings.is_array());
   EXPECT_EQ(findings.at(0), (nlohmann::json{{"state", "ok"}, {"subject", "installation"}, {"finding", home() + "/"}}));
-  EXPECT_EQ(findings.back().at("state"), "wrong");
+  const auto wrong = std::find_if(findings.begin(), findings.end(),
+                                  [](const nlohmann::json& finding) { return finding.at("state") == "wrong"; });
+  ASSERT_NE(wrong, findings.end());
+  EXPECT_EQ(wrong->at("finding"), homeFile(kAdminId) + ": cannot open: No such file or directory");
 }
 
 TEST_P(Check, terminalGetsAnAlignedTable) {
@@ -215,6 +219,13 @@ TEST_P(Check, displayLanguageMustHaveItsFile) {
   replaceLine("config/zaro.ini", "language=", "language=sv");
   EXPECT_EQ(wrongs(), only("display language\t" + homeFile("config/zaro.ini") +
                            ": section [display]: there are no display strings in \"sv\""));
+}
+
+TEST_P(Check, zaroIniWithALineWithoutMeaningIsNamed) {
+  replaceLine("config/zaro.ini", "threads=", "threads 16");
+  const auto found = wrongs();
+  ASSERT_EQ(found.size(), 1u);
+  EXPECT_THAT(found[0], MatchesRegex("policy settings\t.+/config/zaro.ini: line [0-9]+ is neither a section, .+"));
 }
 
 TEST_P(Check, damagedStoredPasswordIsNamedAndNotShown) {

@@ -55,8 +55,21 @@ INSTANTIATE_TEST_SUITE_P(, WrongUsageOf, testing::ValuesIn(kWrongUsages),
                          [](const auto& tested) { return std::string(tested.param.label); });
 
 TEST(CommandLine, everyHelpShowsExamples) {
-  for (const std::vector<std::string>& command :
-       {std::vector<std::string>{}, {"init"}, {"check"}, {"password"}, {"admin", "id"}, {"match"}, {"lint"}}) {
+  for (const std::vector<std::string>& command : {std::vector<std::string>{},
+                                                  {"init"},
+                                                  {"check"},
+                                                   {"password"},
+                                                  {"admin", "id"},
+                                                  {"match"},
+                                                   {"lint"},
+                                                   {"settings", "server"},
+                                                  {"settings", "client"},
+                                                  {"settings", "set"},
+                                                  {"servers", "list"},
+                                                  {"servers", "add"},
+                                                  {"servers", "remove"},
+                                                  {"rules", "order"},
+                                                  {"rules", "set-order"}}) {
     std::vector<std::string> arguments = command;
     arguments.emplace_back("--help");
     const ProgramResult result = zaroctl(arguments);

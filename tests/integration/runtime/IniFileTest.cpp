@@ -68,6 +68,44 @@ TEST(IniFile, writingKeepsCommentsAndOrder) {
   EXPECT_FALSE(std::filesystem::exists(path + ".new"));
 }
 
+TEST(IniFile, writingKeepsWhatTheParserDoesNot) {
+  const TemporaryDirectory directory;
+  const std::string path = directory.write("a.ini", "[a]\r\nx = 1\r\n\r\n[b]\r\n[a]\r\n; twice\r\ny=2\r\n; end");
+  IniFile ini(path);
+  ini.set("a", "x", "new");
+  EXPECT_EQ(ini.text(), "[a]\r\nx = new\r\n\r\n[b]\r\n[a]\r\n; twice\r\ny=2\r\n; end");
+  ini.write(path, 0644);
+  EXPECT_EQ(readFile(path), ini.text());
+  EXPECT_EQ(IniFile(path).get("a", "x"), "new");
+}
+
+TEST(IniFile, sectionsComeInTheOrderOfTheFile) {
+  const IniFile ini = IniFile::parse("k=1\n[z]\n[a]\nk=2\n[z]\n[m]\n", "text");
+  EXPECT_THAT(ini.sections(), ElementsAre("", "z", "a", "m"));
+  EXPECT_EQ(ini.get("", "k"), "1");
+}
+
+TEST(IniFile, malformedLinesAreRefusedOnRequest) {
+  EXPECT_EQ(refusal([] { IniFile::parse("[s]\nk=v\njunk\n", "some.ini", IniFile::Malformed::Refused); }),
+            "some.ini: line 3 is neither a section, a key with a value nor a comment");
+  EXPECT_EQ(refusal([] { IniFile::parse(std::string("k=\0", 3), "some.ini", IniFile::Malformed::Refused); }),
+            "some.ini: not an ini file (it holds NUL bytes)");
+  EXPECT_EQ(IniFile::parse("[s]\nk=v\n; c\n", "some.ini", IniFile::Malformed::Refused).get("s", "k"), "v");
+}
+
+TEST(IniFile, namesThatTheFormatCannotHoldAreRefused) {
+  IniFile ini = IniFile::parse("[s]\nk=v\n", "text");
+  for (const char* section : {"", "a]b", "a\nb", " a", "a\t"}) {
+    EXPECT_THAT(refusal([&] { ini.set(section, "k", "v"); }), HasSubstr(std::string("section ") + section + ": "));
+  }
+  for (const char* key : {"", "a=b", "[a", ";a", "#a", "a\rb", " a", "a "}) {
+    EXPECT_THAT(refusal([&] { ini.set("s", key, "v"); }), HasSubstr(std::string("key ") + key + ": "));
+  }
+  EXPECT_EQ(ini.text(), "[s]\nk=v\n");
+  ini.set("a b [c", "d e ; # ] [", "= f");
+  EXPECT_EQ(ini.get("a b [c", "d e ; # ] ["), "= f");
+}
+
 TEST(IniFile, valuesThatTheFormatCannotHoldAreRefused) {
   const TemporaryDirectory directory;
   IniFile ini(directory.write("a.ini", "[s]\n"));

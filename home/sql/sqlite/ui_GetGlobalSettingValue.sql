@@ -1,0 +1,1 @@
+SELECT value AS "value" FROM global_setting WHERE section='%s' AND name='%s'

@@ -1,0 +1,58 @@
+#include "common/FileLock.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <chrono>
+#include <thread>
+
+#include "ZaroRuntime/RuntimeError.h"
+#include "common/FileText.h"
+
+namespace zaroruntime {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+constexpr auto kPause = std::chrono::milliseconds(2);
+
+// Private to the file's owner and root: whoever can open it can hold everybody else up.
+int makeLockFile(const std::string& path, const std::string& lockPath) {
+  const int fd = ::open(lockPath.c_str(), O_RDONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR);
+  struct stat status = {};
+  if (fd >= 0 && ::stat(path.c_str(), &status) == 0) {
+    static_cast<void>(!::fchown(fd, status.st_uid, status.st_gid));  // root makes it for the owner too
+  }
+  return fd;
+}
+
+int openLockFile(const std::string& path, const std::string& lockPath) {
+  const int fd = makeLockFile(path, lockPath);
+  if (fd >= 0 || errno != EEXIST) {
+    return fd;
+  }
+  return ::open(lockPath.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+}
+
+}  // namespace
+
+FileLock::FileLock(const std::string& path, const char* suffix, int seconds) : m_fd(openLockFile(path, path + suffix)) {
+  const std::string lockPath = path + suffix;
+  if (!m_fd.isOpen()) {
+    throwFileError(lockPath, "cannot open");
+  }
+  const Clock::time_point end = Clock::now() + std::chrono::seconds(seconds);
+  while (::flock(m_fd.get(), LOCK_EX | LOCK_NB) != 0) {
+    if (errno != EWOULDBLOCK && errno != EINTR) {
+      throwFileError(lockPath, "cannot lock");
+    }
+    if (Clock::now() >= end) {
+      throw RuntimeError(lockPath + ": another process has held the lock for " + std::to_string(seconds) + " seconds");
+    }
+    std::this_thread::sleep_for(kPause);
+  }
+}
+
+}  // namespace zaroruntime

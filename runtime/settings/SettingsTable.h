@@ -1,0 +1,21 @@
+// The database's layer of the settings.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "ZaroRuntime/Installation.h"
+
+namespace zaroruntime {
+
+struct TableSetting {
+  std::string section;
+  std::string key;
+  std::string value;
+};
+
+// Both connect as config/database.ini and config/odbc.ini say, and throw RuntimeError naming the database's failure.
+std::vector<TableSetting> readSettingsTable(const Installation& installation);
+void writeSettingsTable(const Installation& installation, const TableSetting& setting);
+
+}  // namespace zaroruntime
