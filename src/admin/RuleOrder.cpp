@@ -116,29 +116,30 @@ int miscUtils::getUserDefinedRuleOrder(ZARO::RdbmsInterface& db, bool& bManualOr
   order.clear();
   bManualOrder = false;
   OrderStatement statement(db);
+  const auto read = [&]() -> int {
+    const std::optional<bool> switchedOn = readSwitch(db, statement);
+    if (!switchedOn) {
+      return ZaroErrC::MissingData;
+    }
+    if (!*switchedOn) {
+      return ZaroErrC::Success;
+    }
+    statement.run("ui_GetManualOrderSetting.sql");
+    for (int position = 1; db.fetchNextRow() == 0; ++position) {
+      int filterId = 0;
+      if (!readFilterId(db, statement, filterId)) {
+        return ZaroErrC::MissingData;
+      }
+      appendFilters(filterId, order);
+      if (bVerify) {
+        _verifyFilterNames(db, position, filterId);
+      }
+    }
+    bManualOrder = true;
+    return ZaroErrC::Success;
+  };
   return statement.guard("miscUtils::getUserDefinedRuleOrder: Exception \"%s\" thrown for statement %s",
-                         static_cast<int>(ZaroErrC::DatabaseFailure), [&]() -> int {
-                           const std::optional<bool> switchedOn = readSwitch(db, statement);
-                           if (!switchedOn) {
-                             return ZaroErrC::MissingData;
-                           }
-                           if (!*switchedOn) {
-                             return ZaroErrC::Success;
-                           }
-                           statement.run("ui_GetManualOrderSetting.sql");
-                           for (int position = 1; db.fetchNextRow() == 0; ++position) {
-                             int filterId = 0;
-                             if (!readFilterId(db, statement, filterId)) {
-                               return ZaroErrC::MissingData;
-                             }
-                             appendFilters(filterId, order);
-                             if (bVerify) {
-                               _verifyFilterNames(db, position, filterId);
-                             }
-                           }
-                           bManualOrder = true;
-                           return ZaroErrC::Success;
-                         });
+                         static_cast<int>(ZaroErrC::DatabaseFailure), read);
 }
 
 const miscUtils::FilterGroup* miscUtils::findFilterGroup(int id) {

@@ -1,5 +1,6 @@
 // The two layers of the settings, as the platform's classes answer from them.
 #include <gmock/gmock.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -52,6 +53,18 @@ std::map<std::string, std::string> stored(const char* section) {
   return items;
 }
 
+// While it lives, this process may do what the gateway's user may: root may do everything.
+class OrdinaryUser {
+ public:
+  OrdinaryUser() { EXPECT_TRUE(geteuid() != 0 || seteuid(65534) == 0); }
+  ~OrdinaryUser() {
+    EXPECT_EQ(seteuid(getuid()), 0);
+    prctl(PR_SET_DUMPABLE, 1);  // or the search for leaks could not look at the process
+  }
+  OrdinaryUser(const OrdinaryUser&) = delete;
+  OrdinaryUser& operator=(const OrdinaryUser&) = delete;
+};
+
 class SettingsStore : public zarotest::OnEveryDatabaseWithLibrary {
  protected:
   std::string path() const { return home().installation().settingsIni(); }
@@ -88,15 +101,6 @@ class SettingsStore : public zarotest::OnEveryDatabaseWithLibrary {
     return found;
   }
   void forgetLog() const { fs::remove(home().directory().path("log")); }
-
-  // What the gateway's user may do; root may do everything.
-  void asOrdinaryUser() const {
-    if (geteuid() == 0) {
-      forgetLog();
-      chmod(home().directory().path().c_str(), 0777);
-      ASSERT_EQ(seteuid(65534), 0);
-    }
-  }
 
  private:
   void setDataSource(const std::string& name) const {
@@ -226,6 +230,17 @@ TEST_P(SettingsStore, permissionsOfTheFileStay) {
   struct stat status = {};
   ASSERT_EQ(stat(path().c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 07777, 0640u);
+}
+
+TEST_P(SettingsStore, lockIsForThoseWhoMayWriteTheFile) {
+  const std::pair<mode_t, mode_t> modes[] = {{0644, 0600}, {0664, 0660}, {0640, 0600}, {0666, 0666}};
+  for (const auto& [mode, want] : modes) {
+    chmod(path().c_str(), mode);
+    inOwnProcess([&] { EXPECT_EQ(GlobalSettingIF().setItem("k", "v", "s", kFile), 0); });
+    struct stat status = {};
+    ASSERT_EQ(stat((path() + ".lock").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, want);
+  }
 }
 
 TEST_P(SettingsStore, ownerOfTheFileStaysWhenRootWrites) {
@@ -449,6 +464,7 @@ TEST_P(SettingsStore, brokenFileFailsEveryOperationInOneLine) {
   const std::string before = text();
   addRow("policy_server", "threads", "99");
   chmod(home().directory().path("config").c_str(), 0777);
+  chmod(home().directory().path().c_str(), 0777);  // for the log
   for (const BrokenFile& c : kBrokenFiles) {
     SCOPED_TRACE(c.label);
     fs::remove_all(path());
@@ -457,7 +473,7 @@ TEST_P(SettingsStore, brokenFileFailsEveryOperationInOneLine) {
     for (const int operation : {0, 1, 2}) {
       forgetLog();
       inOwnProcess([&] {
-        asOrdinaryUser();
+        const OrdinaryUser user;
         std::map<std::string, std::string> items;
         if (operation == 0) {
           EXPECT_FALSE(memory().isLoaded());
@@ -518,8 +534,9 @@ TEST_P(SettingsStore, fileOfAnotherUserIsReadAndNotWritten) {
   if (geteuid() != 0) {
     GTEST_SKIP() << "only root can be two users";
   }
+  chmod(home().directory().path().c_str(), 0777);  // for the log
   inOwnProcess([&] {
-    asOrdinaryUser();
+    const OrdinaryUser user;
     EXPECT_EQ(inMemory("policy_server", "threads"), "16");
     EXPECT_NE(GlobalSettingIF().setItem("threads", "17", "policy_server", kFile), 0);
   });
