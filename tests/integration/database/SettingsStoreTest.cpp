@@ -560,7 +560,7 @@ TEST_P(SettingsStore, writerWhoCannotKeepTheOwnerIsRefused) {
   chmod(home().directory().path("config").c_str(), 0777);
   const std::string before = text();
   inOwnProcess([&] {
-    asOrdinaryUser();
+    const OrdinaryUser user;
     EXPECT_NE(GlobalSettingIF().setItem("threads", "17", "policy_server", kFile), 0);
   });
   EXPECT_THAT(logged("error"), ElementsAre(HasSubstr("zaro.ini: cannot keep its owner and group")));
@@ -579,7 +579,7 @@ TEST_P(SettingsStore, directoryThatCannotBeSyncedIsAWarning) {
   }
   chmod(home().directory().path("config").c_str(), 0300);  // names can be made in it, but it cannot be opened
   inOwnProcess([&] {
-    asOrdinaryUser();
+    const OrdinaryUser user;
     EXPECT_EQ(GlobalSettingIF().setItem("threads", "17", "policy_server", kFile), 0);
   });
   EXPECT_THAT(text(), HasSubstr("\nthreads=17\n"));

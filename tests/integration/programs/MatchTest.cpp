@@ -3,7 +3,6 @@
 
 #include <cstdio>
 #include <nlohmann/json.hpp>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -101,11 +100,12 @@ TEST_F(Match, longestLineIsTaken) {
 
 // Whoever asks through a pipe and waits for the answer gets it.
 TEST_F(Match, answerComesBeforeTheNextAddress) {
-  const std::string script = "coproc match { '" ZAROCTL_PATH "' match --tree '" + m_allow +
-                             "' -; }; for address in user@example.test other@example.test; do"
-                             " echo $address >&${match[1]}; read -r -t 30 answer <&${match[0]} || exit 1;"
-                             " echo \"$answer\"; done";
-  std::FILE* shell = popen(("bash -c '" + std::regex_replace(script, std::regex("'"), "'\\''") + "'").c_str(), "r");
+  const std::string script =
+      m_directory.write("ask", "coproc match { '" ZAROCTL_PATH "' match --tree '" + m_allow +
+                                   "' -; }; for address in user@example.test other@example.test; do"
+                                   " echo $address >&${match[1]}; read -r -t 30 answer <&${match[0]} || exit 1;"
+                                   " echo \"$answer\"; done");
+  std::FILE* shell = popen(("bash '" + script + "'").c_str(), "r");
   ASSERT_NE(shell, nullptr);
   std::string answers;
   for (int character = std::fgetc(shell); character != EOF; character = std::fgetc(shell)) {
