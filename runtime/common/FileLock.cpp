@@ -24,21 +24,22 @@ mode_t lockMode(mode_t mode) {
   return S_IRUSR | S_IWUSR | both(S_IWGRP, S_IRGRP) | both(S_IWOTH, S_IROTH);
 }
 
-int openOrMake(const std::string& lockPath) {
-  constexpr int kFlags = O_RDONLY | O_NOFOLLOW | O_CLOEXEC;
-  const int fd = ::open(lockPath.c_str(), kFlags | O_CREAT | O_EXCL, S_IRUSR | S_IWUSR);
-  return fd >= 0 || errno != EEXIST ? fd : ::open(lockPath.c_str(), kFlags);
-}
-
-int openLockFile(const std::string& path, const std::string& lockPath) {
-  const int fd = openOrMake(lockPath);
+int makeLockFile(const std::string& path, const std::string& lockPath) {
+  const int fd = ::open(lockPath.c_str(), O_RDONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR);
   struct stat status = {};
   if (fd >= 0 && ::stat(path.c_str(), &status) == 0) {
-    // As far as we may: whoever made the lock, or root, sees to it.
-    static_cast<void>(!::fchown(fd, ::geteuid() == 0 ? status.st_uid : ::geteuid(), status.st_gid));
+    static_cast<void>(!::fchown(fd, status.st_uid, status.st_gid));  // root makes it for the owner too
     static_cast<void>(!::fchmod(fd, lockMode(status.st_mode)));
   }
   return fd;
+}
+
+int openLockFile(const std::string& path, const std::string& lockPath) {
+  const int fd = makeLockFile(path, lockPath);
+  if (fd >= 0 || errno != EEXIST) {
+    return fd;
+  }
+  return ::open(lockPath.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
 }
 
 }  // namespace

@@ -101,6 +101,11 @@ class SettingsStore : public zarotest::OnEveryDatabaseWithLibrary {
     return found;
   }
   void forgetLog() const { fs::remove(home().directory().path("log")); }
+  // Another user can make the log anew.
+  void openLogToEverybody() const {
+    forgetLog();
+    chmod(home().directory().path().c_str(), 0777);
+  }
 
  private:
   void setDataSource(const std::string& name) const {
@@ -232,9 +237,10 @@ TEST_P(SettingsStore, permissionsOfTheFileStay) {
   EXPECT_EQ(status.st_mode & 07777, 0640u);
 }
 
-TEST_P(SettingsStore, lockIsForThoseWhoMayWriteTheFile) {
+TEST_P(SettingsStore, newLockIsForThoseWhoMayWriteTheFile) {
   const std::pair<mode_t, mode_t> modes[] = {{0644, 0600}, {0664, 0660}, {0640, 0600}, {0666, 0666}};
   for (const auto& [mode, want] : modes) {
+    fs::remove(path() + ".lock");
     chmod(path().c_str(), mode);
     inOwnProcess([&] { EXPECT_EQ(GlobalSettingIF().setItem("k", "v", "s", kFile), 0); });
     struct stat status = {};
@@ -464,7 +470,7 @@ TEST_P(SettingsStore, brokenFileFailsEveryOperationInOneLine) {
   const std::string before = text();
   addRow("policy_server", "threads", "99");
   chmod(home().directory().path("config").c_str(), 0777);
-  chmod(home().directory().path().c_str(), 0777);  // for the log
+  openLogToEverybody();
   for (const BrokenFile& c : kBrokenFiles) {
     SCOPED_TRACE(c.label);
     fs::remove_all(path());
@@ -534,7 +540,7 @@ TEST_P(SettingsStore, fileOfAnotherUserIsReadAndNotWritten) {
   if (geteuid() != 0) {
     GTEST_SKIP() << "only root can be two users";
   }
-  chmod(home().directory().path().c_str(), 0777);  // for the log
+  openLogToEverybody();
   inOwnProcess([&] {
     const OrdinaryUser user;
     EXPECT_EQ(inMemory("policy_server", "threads"), "16");
@@ -559,6 +565,7 @@ TEST_P(SettingsStore, writerWhoCannotKeepTheOwnerIsRefused) {
   chmod(path().c_str(), 0666);
   chmod(home().directory().path("config").c_str(), 0777);
   const std::string before = text();
+  openLogToEverybody();
   inOwnProcess([&] {
     const OrdinaryUser user;
     EXPECT_NE(GlobalSettingIF().setItem("threads", "17", "policy_server", kFile), 0);
@@ -578,6 +585,7 @@ TEST_P(SettingsStore, directoryThatCannotBeSyncedIsAWarning) {
     ASSERT_EQ(chown(entry.path().c_str(), 65534, static_cast<gid_t>(-1)), 0);
   }
   chmod(home().directory().path("config").c_str(), 0300);  // names can be made in it, but it cannot be opened
+  openLogToEverybody();
   inOwnProcess([&] {
     const OrdinaryUser user;
     EXPECT_EQ(GlobalSettingIF().setItem("threads", "17", "policy_server", kFile), 0);
