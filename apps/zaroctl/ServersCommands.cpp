@@ -105,12 +105,11 @@ ExitCode removeServer(Output& out, int id) {
 }
 
 // As texts: the parser would read 010 as eight.
-CLI::Option* addNumber(CLI::App& command, const char* name, std::string& text, const char* help, int lowest, int highest) {
-  const auto check = [lowest, highest](const std::string& given) {
+CLI::Option* addNumber(CLI::App& command, const char* name, std::string& text, const char* help, int highest) {
+  const auto check = [highest](const std::string& given) {
     const auto number = decimalNumber(given);
-    const bool right = number && *number >= lowest && *number <= highest;
-    return right ? ""
-                 : quoted(given) + " is not a number from " + std::to_string(lowest) + " to " + std::to_string(highest);
+    const bool right = number && *number >= 1 && *number <= highest;
+    return right ? "" : quoted(given) + " is not a number from 1 to " + std::to_string(highest);
   };
   return command.add_option(name, text, help)->required()->check(CLI::Validator(check, ""))->type_name("");
 }
@@ -139,15 +138,14 @@ void addServersAdd(CommandTree& tree) {
                                [server](Output& out) {
                                  return addServer(out, {numberOf(server->id), server->address, numberOf(server->port)});
                                });
-  addNumber(*command, "ID", server->id, "The server's number", 1, INT_MAX);
+  addNumber(*command, "ID", server->id, "The server's number", INT_MAX);
   command->add_option("ADDRESS", server->address, "Its IP address")->required()->type_name("");
-  addNumber(*command, "PORT", server->port, "The port of its agent", 1, kHighestPort);
+  addNumber(*command, "PORT", server->port, "The port of its agent", kHighestPort);
 }
 
 void addServersRemove(CommandTree& tree) {
   const auto id = std::make_shared<std::string>();
   CLI::App* command = tree.add("servers remove", "Remove a policy server from the list", {"zaroctl servers remove 4"},
                                [id](Output& out) { return removeServer(out, numberOf(*id)); });
-  // Others than `add` takes may have been stored.
-  addNumber(*command, "ID", *id, "The server's number", INT_MIN, INT_MAX);
+  addNumber(*command, "ID", *id, "The server's number", INT_MAX);
 }

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdlib>
 #include <exception>
 #include <string>
@@ -74,7 +75,8 @@ ExitCode parseFailure(const CLI::App& app, const CLI::ParseError& error) {
   }
   // What was not understood tells more than what is therefore missing.
   const auto extra = app.remaining(true);
-  const std::string wrong = extra.empty() ? error.what() : "not expected: " + extra.front();
+  const auto unexpected = std::find_if(extra.begin(), extra.end(), [](const std::string& word) { return word != "--"; });
+  const std::string wrong = unexpected == extra.end() ? error.what() : "not expected: " + *unexpected;
   diagnose(wrong + " (see " + commandLine(app) + " --help)");
   return ExitCode::Usage;
 }

@@ -38,8 +38,8 @@ Settings readSettings(const Installation& installation);
 void writeSetting(const Installation& installation, const std::string& section, const std::string& key,
                   const std::string& value);
 
-// Held while settings are read and written that belong together: whoever else holds one waits, up to a minute. Readers and
-// single writes do not. Not for two at a time in one thread. Throws RuntimeError.
+// Held while settings are read and written that belong together: whoever else holds one waits, up to a minute. Readers
+// and single writes do not. Not for two at a time in one thread. Throws RuntimeError.
 class SettingsLock {
  public:
   explicit SettingsLock(const Installation& installation);

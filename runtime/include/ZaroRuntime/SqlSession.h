@@ -23,8 +23,8 @@ class SqlSession {
   SqlSession(const SqlSession&) = delete;
   SqlSession& operator=(const SqlSession&) = delete;
 
-  // Every statement from now on fails after `seconds`; 0 is no limit. With SQLite it has no effect: there the data source
-  // limits the wait for other writers.
+  // Every statement from now on fails after `seconds`; 0 is no limit. With SQLite it has no effect: there the data
+  // source limits the wait for other writers.
   void setStatementTimeOut(int seconds);
   // Runs one statement and drops its rows. Throws RuntimeError.
   void run(const std::string& statement);

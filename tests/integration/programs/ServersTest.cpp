@@ -77,15 +77,6 @@ TEST_P(Servers, numbersAreDecimal) {
   EXPECT_THAT(list(), IsEmpty());
 }
 
-TEST_P(Servers, negativeNumberThatIsStoredCanBeRemoved) {
-  mustInit();
-  session()->run("INSERT INTO component (scanner_id, type, ip_addr, agent_port) VALUES (-1, 'P', '192.0.2.1', 1)");
-  const ProgramResult removed = run({"servers", "remove", "--", "-1"});
-  EXPECT_EQ(removed.status, 0) << removed.err;
-  EXPECT_THAT(list(), IsEmpty());
-  EXPECT_EQ(run({"servers", "remove", "--", "-1"}).err, "zaroctl: no policy server -1\n");
-}
-
 TEST_P(Servers, listThatCannotBeReadIsAFailure) {
   mustInit({"--sample"});
   writeFile("sql/ui_GetComponentInfo.sql",
