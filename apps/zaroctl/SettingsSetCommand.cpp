@@ -247,7 +247,7 @@ void write(const Installation& installation, const std::vector<Change>& changes,
     if (change == nullptr) {
       continue;
     }
-    if (setting.libraryWrites && !std::exchange(libraryWrote, true)) {
+    if (byLibrary && setting.libraryWrites && !std::exchange(libraryWrote, true)) {
       writeByLibrary(*byLibrary);
     }
     // The library writes the lifetime where it is not read, so it goes to the right place as well.
