@@ -38,20 +38,25 @@ auto catchThrownText(Operation operation, Handler onThrow) -> decltype(operation
   }
 }
 
-// The statement of one store operation, in a buffer of `Size` bytes within the object.
-template <int Size>
-class StoreStatement {
+// The text of a statement, in a buffer of the caller's.
+class StatementText {
  public:
-  explicit StoreStatement(RdbmsInterface& db) : m_db(db) { m_text[0] = '\0'; }
+  // At least 1 byte.
+  StatementText(char* buffer, int size) : m_text(buffer), m_size(size) { m_text[0] = '\0'; }
 
-  StoreStatement(const StoreStatement&) = delete;
-  StoreStatement& operator=(const StoreStatement&) = delete;
+  StatementText(const StatementText&) = delete;
+  StatementText& operator=(const StatementText&) = delete;
 
-  // Loads the file with its parameters and executes it; throws `const char*`.
+  // Loads the file with its parameters; throws `const char*`.
   template <typename... Parameters>
-  void run(const char* file, Parameters... parameters) {
-    _load(file, parameters...);
-    m_db.executeSQL(m_text);
+  void load(const char* file, Parameters... parameters) {
+    m_text[0] = '\0';
+    try {
+      KxSqlLoader(RdbmsInterface::GetSqlPath()).loadSQL(m_text, m_size, file, parameters...);
+    } catch (const char*) {
+      m_text[0] = '\0';  // the loader may have begun to write; messages show only what was really loaded
+      throw;
+    }
   }
 
   // Runs an operation around this statement. A thrown text is logged at level 1 with `format`, which takes it and the
@@ -64,23 +69,40 @@ class StoreStatement {
     });
   }
 
-  // The statement as executed; empty while nothing has been loaded.
-  const char* text() const { return m_text; }
+  // The statement as loaded; empty while nothing has been.
+  const char* get() const { return m_text; }
 
  private:
+  char* m_text;
+  int m_size;
+};
+
+// The statement of one store operation, in a buffer of `Size` bytes within the object.
+template <int Size>
+class StoreStatement {
+ public:
+  explicit StoreStatement(RdbmsInterface& db) : m_db(db), m_text(m_buffer, Size) {}
+
+  // Loads the file with its parameters and executes it; throws `const char*`.
   template <typename... Parameters>
-  void _load(const char* file, Parameters... parameters) {
-    m_text[0] = '\0';
-    try {
-      KxSqlLoader(RdbmsInterface::GetSqlPath()).loadSQL(m_text, Size, file, parameters...);
-    } catch (const char*) {
-      m_text[0] = '\0';  // the loader may have begun to write; messages show only what was really loaded
-      throw;
-    }
+  void run(const char* file, Parameters... parameters) {
+    m_text.load(file, parameters...);
+    m_db.executeSQL(m_text.get());
   }
 
+  // See `StatementText`.
+  template <typename Result, typename Operation>
+  Result guard(const char* format, Result failure, Operation operation) {
+    return m_text.guard(format, failure, operation);
+  }
+
+  // The statement as executed; empty while nothing has been loaded.
+  const char* text() const { return m_text.get(); }
+
+ private:
   RdbmsInterface& m_db;
-  char m_text[Size];
+  char m_buffer[Size];
+  StatementText m_text;
 };
 
 // A column text as messages show it.

@@ -1,0 +1,147 @@
+// Which wildcard entities contain which others.
+#include <memory>
+
+#include "EntityUtils.h"
+#include "KxWildcardEmail.h"
+#include "LetterCase.h"
+#include "PolicyLog.h"
+#include "ZaroErrC.h"
+
+namespace {
+
+using EntitySet = std::set<GroupEntity, GroupEntityCmp>;
+using Matches = std::vector<KxListedEmailAddress*>;
+
+std::unique_ptr<KxWildcardNode> makeTree() {
+  return std::unique_ptr<KxWildcardNode>(KxWildcardEmail::makeNewTree());
+}
+
+bool addPattern(KxWildcardNode& tree, const char* pattern) {
+  return tree.addAddressPattern(pattern, 0, nullptr, nullptr);
+}
+
+// A root that is null, or that has nobody to be related to. True when the answer, in `status`, is known by that.
+bool isAnswered(const char* rootEntity, const EntitySet& entities, const char* nullFormat, int& status) {
+  if (rootEntity == nullptr) {
+    PolicyLog::log(LogLevel::Error, "%s", nullFormat);
+    status = ZaroErrC::NullArgument;
+    return true;
+  }
+  if (entities.empty()) {
+    PolicyLog::log(LogLevel::Trace, "No entities to add");
+    status = ZaroErrC::Success;
+    return true;
+  }
+  return false;
+}
+
+const char* shownRoot(const char* rootEntity) {
+  return rootEntity != nullptr ? rootEntity : "(null)";
+}
+
+}  // namespace
+
+int EntityUtils::getAllWildcardChildren(const char* rootEntity, EntitySet& entities, EntitySet& found, bool removeFound) {
+  int status = ZaroErrC::Success;
+  if (isAnswered(rootEntity, entities, "EntityUtils::getAllWildcardChildren: NULL rootEntity parameter", status)) {
+    return status;
+  }
+  const std::unique_ptr<KxWildcardNode> tree = makeTree();
+  if (!addPattern(*tree, rootEntity)) {
+    PolicyLog::log(LogLevel::Error,
+                   "EntityUtils::getAllWildcardChildren: KxWildcardNode::addAddressPattern failed for %s (rootEntity)",
+                   rootEntity);
+    return ZaroErrC::InvalidValue;
+  }
+  Matches matches;
+  for (const GroupEntity& entity : entities) {
+    const char* name = entity.name.c_str();
+    if (entity.name == rootEntity) {
+      continue;
+    }
+    matches.clear();
+    tree->findMatches(name, matches);
+    const int count = static_cast<int>(matches.size());
+    PolicyLog::log(LogLevel::Trace, "Checking if entity %s is a child of %s returned %d matches", name, rootEntity,
+                   count);
+    if (count == 0) {
+      continue;
+    }
+    if (count > 1) {
+      PolicyLog::log(LogLevel::Error,
+                     "EntityUtils::getAllWildcardChildren: Found %d matches when looking for \"%s\" in \"%s\"", count,
+                     name, rootEntity);
+    }
+    PolicyLog::log(LogLevel::Trace, "1: entity %s", name);
+    found.insert(entity);
+  }
+  if (removeFound) {
+    _removeFoundEntities(entities, found);
+  }
+  return ZaroErrC::Success;
+}
+
+int EntityUtils::getAllWildcardParents(const char* rootEntity, EntitySet& entities, EntitySet& found, bool removeFound) {
+  int status = ZaroErrC::Success;
+  if (isAnswered(rootEntity, entities, "EntityUtils::getAllWildcardParents: NULL rootEntity parameter", status)) {
+    return status;
+  }
+  const std::unique_ptr<KxWildcardNode> tree = makeTree();
+  for (const GroupEntity& entity : entities) {
+    PolicyLog::log(LogLevel::Trace, "Adding entity %s to KxWildcardNode", entity.name.c_str());
+    if (!addPattern(*tree, entity.name.c_str())) {
+      PolicyLog::log(LogLevel::Error,
+                     "EntityUtils::getAllWildcardParents: KxWildcardNode::addAddressPattern failed for %s",
+                     entity.name.c_str());
+    }
+  }
+  Matches matches;
+  tree->findMatches(rootEntity, matches);
+  PolicyLog::log(LogLevel::Trace, "Found %d matches", static_cast<int>(matches.size()));
+  int number = 0;
+  for (const KxListedEmailAddress* match : matches) {
+    ++number;
+    GroupEntity wanted;
+    wanted.name = match->getFullAddressAsStr();
+    if (compareIgnoringCase(wanted.name.c_str(), rootEntity) == 0) {
+      continue;
+    }
+    PolicyLog::log(LogLevel::Trace, "%d: entity %s", number, wanted.name.c_str());
+    const auto parent = entities.find(wanted);
+    if (parent == entities.end()) {
+      PolicyLog::log(LogLevel::Error, "EntityUtils::getAllWildcardParents: Could not find %s in map",
+                     wanted.name.c_str());
+      return ZaroErrC::MissingData;
+    }
+    found.insert(*parent);
+  }
+  if (removeFound) {
+    _removeFoundEntities(entities, found);
+  }
+  return ZaroErrC::Success;
+}
+
+int EntityUtils::getAllLdapChildren(const char* rootEntity, EntitySet& /*entities*/, EntitySet& /*found*/,
+                                    bool /*removeFound*/) {
+  PolicyLog::log(LogLevel::Trace, "EntityUtils::getAllLdapChildren: checking root entity %s\n", shownRoot(rootEntity));
+  return ZaroErrC::Success;
+}
+
+int EntityUtils::getAllLdapParents(const char* rootEntity, EntitySet& /*entities*/, EntitySet& /*found*/,
+                                   bool /*removeFound*/) {
+  PolicyLog::log(LogLevel::Trace, "EntityUtils::getAllLdapParents: rootEntity: %s\n", shownRoot(rootEntity));
+  return ZaroErrC::Success;
+}
+
+void EntityUtils::_removeFoundEntities(EntitySet& entities, EntitySet& found) {
+  std::size_t removed = 0;
+  for (auto entity = entities.begin(); entity != entities.end() && removed != found.size();) {
+    if (found.count(*entity) == 0) {
+      ++entity;
+      continue;
+    }
+    PolicyLog::log(LogLevel::Trace, "Removing found entry %s from the map", entity->name.c_str());
+    entity = entities.erase(entity);
+    ++removed;
+  }
+}
