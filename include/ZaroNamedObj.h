@@ -139,7 +139,7 @@ class ZARO_POLICY_EXPORT ZaroNamedObj {
 
   // Looks up the system's area over a connection of its own; `db` is not used. `area.editable` is untouched. Returns 0, or
   //   1002  there is none that can be used; `area` may then hold name and identifier of one without content
-  //   1003  the database layer threw
+  //   1003  the database layer threw, or answers nothing but failures
   static int getOPPQuarantineArea(ZARO::RdbmsInterface& db, QuarantineData& area);
   // Appends the areas that an administrator sees, with their contents, and last the system's, if there is one, for
   // reading only.

@@ -10,10 +10,17 @@ using ZARO::shownText;
 namespace {
 
 constexpr int kNoRow = 1;
+constexpr int kFailed = -1;
+constexpr int kMostFailures = 1000;  // one after the other; without a connection there would be no end of them
 
 // Reads the rows until one is the system's area and has a content; 0, or the code of why there is none.
 int readReservedArea(RdbmsInterface& db, const char* statement, QuarantineData& area) {
-  while (db.fetchNextRow() != kNoRow) {
+  int failures = 0;
+  for (int fetched = db.fetchNextRow(); fetched != kNoRow; fetched = db.fetchNextRow()) {
+    failures = fetched == kFailed ? failures + 1 : 0;
+    if (failures > kMostFailures) {
+      return ZaroErrC::DatabaseFailure;
+    }
     const char* column = db.getColVal("Name");
     if (column == nullptr) {
       PolicyLog::log(LogLevel::Error, "ZaroNamedObj::getOPPQuarantineArea: could not retrieve Name for statement %s",
