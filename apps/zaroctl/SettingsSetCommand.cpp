@@ -5,7 +5,6 @@
 #include <climits>
 #include <map>
 #include <memory>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
