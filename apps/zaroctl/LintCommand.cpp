@@ -10,10 +10,7 @@
 namespace {
 
 ExitCode lint(Output& out, const std::vector<std::string>& sources) {
-  std::vector<TreeSource> parsed;
-  for (const std::string& source : sources) {
-    parsed.push_back(parseTreeSource(source));
-  }
+  const std::vector<TreeSource> parsed = parseTreeSources(sources);
   PatternLint lint;
   Progress progress;
   for (const TreeSource& source : parsed) {

@@ -60,10 +60,7 @@ class Refusals {
 };
 
 void loadAll(const std::vector<std::string>& sources, PatternTrees& trees, Progress& progress) {
-  std::vector<TreeSource> parsed;
-  for (const std::string& source : sources) {
-    parsed.push_back(parseTreeSource(source));
-  }
+  const std::vector<TreeSource> parsed = parseTreeSources(sources);
   Refusals refusals;
   const auto add = [&](const PatternOrigin& origin) {
     if (!origin.root.addAddressPattern(origin.pattern.c_str(), origin.kind, nullptr, nullptr)) {

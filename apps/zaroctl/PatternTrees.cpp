@@ -23,8 +23,6 @@ TreeSource::File parseFile(const std::string& text) {
   return kind ? TreeSource::File{text.substr(0, colon), *kind} : TreeSource::File{text, kUsualKind};
 }
 
-}  // namespace
-
 TreeSource parseTreeSource(const std::string& text) {
   if (text.rfind(kGroupPrefix, 0) == 0) {
     throw UsageError(quoted(text) + ": trees of address groups are not known yet; name pattern files");
@@ -39,6 +37,17 @@ TreeSource parseTreeSource(const std::string& text) {
     begin = end + 1;
   }
   return source;
+}
+
+}  // namespace
+
+std::vector<TreeSource> parseTreeSources(const std::vector<std::string>& texts) {
+  std::vector<TreeSource> sources;
+  sources.reserve(texts.size());
+  for (const std::string& text : texts) {
+    sources.push_back(parseTreeSource(text));
+  }
+  return sources;
 }
 
 void PatternTrees::load(const TreeSource& source, const Adder& add, const BadLineHandler& badLine, Progress& progress) {

@@ -22,8 +22,8 @@ struct TreeSource {
   std::vector<File> files;
 };
 
-// Throws UsageError.
-TreeSource parseTreeSource(const std::string& text);
+// One for each text, in their order. Throws UsageError.
+std::vector<TreeSource> parseTreeSources(const std::vector<std::string>& texts);
 
 // A pattern on its way into a tree.
 struct PatternOrigin {

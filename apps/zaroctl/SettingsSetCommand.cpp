@@ -5,7 +5,6 @@
 #include <climits>
 #include <map>
 #include <memory>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -240,15 +239,15 @@ const Change* findChange(const std::vector<Change>& changes, const KnownSetting&
 }
 
 void write(const Installation& installation, const std::vector<Change>& changes, const Settings& wanted,
-           const std::optional<LibrarySettings>& byLibrary) {
+           const LibrarySettings& byLibrary) {
   bool libraryWrote = false;
   for (const KnownSetting& setting : kSettings) {
     const Change* change = findChange(changes, setting);
     if (change == nullptr) {
       continue;
     }
-    if (byLibrary && setting.libraryWrites && !std::exchange(libraryWrote, true)) {
-      writeByLibrary(*byLibrary);
+    if (setting.libraryWrites && !std::exchange(libraryWrote, true)) {
+      writeByLibrary(byLibrary);
     }
     // The library writes the lifetime where it is not read, so it goes to the right place as well.
     if (!setting.libraryWrites || setting.section == nullptr) {
@@ -350,7 +349,7 @@ ExitCode setSettings(Output& out, const std::vector<std::string>& arguments) {
   const Settings wanted = withChanges(before, changes);
   const bool library =
       std::any_of(changes.begin(), changes.end(), [](const Change& change) { return change.setting->libraryWrites; });
-  const auto byLibrary = library ? std::optional<LibrarySettings>(librarySettings(wanted)) : std::nullopt;
+  const LibrarySettings byLibrary = library ? librarySettings(wanted) : LibrarySettings();
   if (changesSection(changes, isLdap)) {
     requiredNumber(wanted, cacheSection(wanted), kCacheTtl);  // or a server could not read its settings afterwards
   }

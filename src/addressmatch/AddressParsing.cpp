@@ -81,7 +81,7 @@ bool parseInto(KxStringtable* table, const char* address, char* scratch, KxWildc
   if (scratch == nullptr) {
     return parseIntoCopies(table, address, labels);
   }
-  std::strcpy(scratch, address);  // as big as the address, by contract
+  std::memcpy(scratch, address, std::strlen(address) + 1);  // as big as the address, by contract
   return parseInScratch(table, scratch, labels);
 }
 
