@@ -12,13 +12,23 @@ namespace {
 using EntitySet = std::set<GroupEntity, GroupEntityCmp>;
 using Matches = std::vector<KxListedEmailAddress*>;
 
-std::unique_ptr<KxWildcardNode> makeTree() {
-  return std::unique_ptr<KxWildcardNode>(KxWildcardEmail::makeNewTree());
-}
+// A tree for one question. Without memory for it there is none, and nothing can be added.
+class Tree {
+ public:
+  Tree() : m_root(KxWildcardEmail::makeNewTree()) {}
 
-bool addPattern(KxWildcardNode& tree, const char* pattern) {
-  return tree.addAddressPattern(pattern, 0, nullptr, nullptr);
-}
+  bool add(const char* pattern) { return m_root != nullptr && m_root->addAddressPattern(pattern, 0, nullptr, nullptr); }
+  Matches findMatches(const char* address) {
+    Matches matches;
+    if (m_root != nullptr) {
+      m_root->findMatches(address, matches);
+    }
+    return matches;
+  }
+
+ private:
+  std::unique_ptr<KxWildcardNode> m_root;
+};
 
 // A root that is null, or that has nobody to be related to. True when the answer, in `status`, is known by that.
 bool isAnswered(const char* rootEntity, const EntitySet& entities, const char* nullFormat, int& status) {
@@ -46,22 +56,19 @@ int EntityUtils::getAllWildcardChildren(const char* rootEntity, EntitySet& entit
   if (isAnswered(rootEntity, entities, "EntityUtils::getAllWildcardChildren: NULL rootEntity parameter", status)) {
     return status;
   }
-  const std::unique_ptr<KxWildcardNode> tree = makeTree();
-  if (!addPattern(*tree, rootEntity)) {
+  Tree tree;
+  if (!tree.add(rootEntity)) {
     PolicyLog::log(LogLevel::Error,
                    "EntityUtils::getAllWildcardChildren: KxWildcardNode::addAddressPattern failed for %s (rootEntity)",
                    rootEntity);
     return ZaroErrC::InvalidValue;
   }
-  Matches matches;
   for (const GroupEntity& entity : entities) {
     const char* name = entity.name.c_str();
     if (entity.name == rootEntity) {
       continue;
     }
-    matches.clear();
-    tree->findMatches(name, matches);
-    const int count = static_cast<int>(matches.size());
+    const int count = static_cast<int>(tree.findMatches(name).size());
     PolicyLog::log(LogLevel::Trace, "Checking if entity %s is a child of %s returned %d matches", name, rootEntity,
                    count);
     if (count == 0) {
@@ -86,17 +93,16 @@ int EntityUtils::getAllWildcardParents(const char* rootEntity, EntitySet& entiti
   if (isAnswered(rootEntity, entities, "EntityUtils::getAllWildcardParents: NULL rootEntity parameter", status)) {
     return status;
   }
-  const std::unique_ptr<KxWildcardNode> tree = makeTree();
+  Tree tree;
   for (const GroupEntity& entity : entities) {
     PolicyLog::log(LogLevel::Trace, "Adding entity %s to KxWildcardNode", entity.name.c_str());
-    if (!addPattern(*tree, entity.name.c_str())) {
+    if (!tree.add(entity.name.c_str())) {
       PolicyLog::log(LogLevel::Error,
                      "EntityUtils::getAllWildcardParents: KxWildcardNode::addAddressPattern failed for %s",
                      entity.name.c_str());
     }
   }
-  Matches matches;
-  tree->findMatches(rootEntity, matches);
+  const Matches matches = tree.findMatches(rootEntity);
   PolicyLog::log(LogLevel::Trace, "Found %d matches", static_cast<int>(matches.size()));
   int number = 0;
   for (const KxListedEmailAddress* match : matches) {

@@ -1,4 +1,5 @@
 #include "EntityTest.h"
+#include "NothrowAllocationFailure.h"
 
 namespace {
 
@@ -104,7 +105,30 @@ TEST_F(Hierarchy, nobodyHasNoRelatives) {
   EXPECT_THAT(m_found, IsEmpty());
 }
 
+TEST_F(Hierarchy, rootThatCannotBeAddedIs1007) {
+  m_entities = wildcards({"user@b.test"});
+  for (const int allocation : {1, 2}) {  // the tree, the pattern
+    platform().log.clear();
+    const NothrowAllocationFailure failure(allocation);
+    EXPECT_EQ(children("*@b.test"), 1007);
+    EXPECT_TRUE(failure.happened());
+    EXPECT_THAT(platform().log.texts(LogLevel::Error),
+                testing::Contains("EntityUtils::getAllWildcardChildren: KxWildcardNode::addAddressPattern failed for "
+                                  "*@b.test (rootEntity)"));
+  }
+}
+
 // --- Parents ---
+
+TEST_F(Hierarchy, entityThatCannotBeAddedIsPassedOver) {
+  m_entities = wildcards({"*@*", "*@b.test"});
+  const NothrowAllocationFailure failure(2);  // the first is the tree
+  EXPECT_EQ(parents("user@b.test"), 0);
+  EXPECT_TRUE(failure.happened());
+  EXPECT_THAT(names(m_found), ElementsAre("*@b.test"));
+  EXPECT_THAT(platform().log.texts(LogLevel::Error),
+              testing::Contains("EntityUtils::getAllWildcardParents: KxWildcardNode::addAddressPattern failed for *@*"));
+}
 
 TEST_F(Hierarchy, parentsContainTheRoot) {
   m_entities = wildcards({"*@*", "*@*.example.test", "*@a.example.test", "*@example.test", "user@*", "other@*"});
@@ -143,6 +167,14 @@ TEST_F(Hierarchy, foundParentsAreRemovedOnRequest) {
   m_entities = wildcards({"*@b.test", "user@b.test", "*@*"});
   EXPECT_EQ(parents("user@b.test", true), 0);
   EXPECT_THAT(names(m_entities), ElementsAre("user@b.test"));
+}
+
+TEST_F(Hierarchy, withoutATreeThereAreNoParents) {
+  m_entities = wildcards({"*@*"});
+  const NothrowAllocationFailure failure;
+  EXPECT_EQ(parents("user@b.test"), 0);
+  EXPECT_TRUE(failure.happened());
+  EXPECT_THAT(m_found, IsEmpty());
 }
 
 // --- LDAP groups ---
