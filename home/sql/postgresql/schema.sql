@@ -108,6 +108,68 @@ CREATE TABLE address_group_member (
 
 CREATE INDEX address_group_member_by_address ON address_group_member (address);
 
+-- What the statement files call instead of writing to the tables: they have little room beside the data that they carry.
+
+CREATE FUNCTION add_object (object_type INTEGER, object_name TEXT, object_content TEXT) RETURNS BIGINT LANGUAGE sql AS $$
+  INSERT INTO named_object (type, name, content) VALUES (object_type, object_name, object_content) RETURNING id
+$$;
+
+-- Removes an object. 1: done; -1: there is none; -2: a rule uses it.
+CREATE FUNCTION remove_object (removed_id BIGINT, administrator_id BIGINT) RETURNS INTEGER LANGUAGE plpgsql AS $$
+BEGIN
+  DELETE FROM named_object WHERE id = removed_id;
+  RETURN CASE WHEN FOUND THEN 1 ELSE -1 END;
+EXCEPTION WHEN foreign_key_violation THEN
+  RETURN -2;
+END
+$$;
+
+-- Gives a group its members, which come as one text: <mas><ma>ADDRESS</ma>...</mas>.
+CREATE FUNCTION set_members (changed_group BIGINT, members TEXT) RETURNS VOID LANGUAGE plpgsql AS $$
+BEGIN
+  DELETE FROM address_group_member WHERE group_id = changed_group;
+  IF members <> '<mas></mas>' THEN
+    INSERT INTO address_group_member (group_id, position, address)
+      SELECT changed_group, position - 1, address
+      FROM unnest(string_to_array(substr(members, 10, length(members) - 20), '</ma><ma>'))
+        WITH ORDINALITY AS member (address, position);
+  END IF;
+END
+$$;
+
+-- A new group. It belongs to one managing group of the administrator, or for 0 to all of them; the administration root
+-- may name any.
+CREATE FUNCTION add_group (adding_administrator BIGINT, group_name TEXT, owner_id BIGINT, members TEXT) RETURNS BIGINT
+LANGUAGE plpgsql AS $$
+DECLARE
+  new_id BIGINT;
+BEGIN
+  INSERT INTO named_object (type, name) VALUES (5, group_name) RETURNING id INTO new_id;
+  INSERT INTO named_object_owner (entity_id, object_id, object_type)
+    SELECT entity_id, new_id, 5 FROM administrator_entity
+    WHERE administrator_id = adding_administrator AND owner_id IN (0, entity_id)
+    UNION
+    SELECT owner_id, new_id, 5 FROM administrator JOIN entity ON entity.id = owner_id
+    WHERE administrator.id = adding_administrator AND is_root = 1;
+  IF NOT FOUND THEN
+    RAISE EXCEPTION 'the administrator has no such managing group';
+  END IF;
+  PERFORM set_members(new_id, members);
+  RETURN new_id;
+END
+$$;
+
+-- Another name and other members of a group. Whoever changes it meanwhile waits at its row.
+CREATE FUNCTION change_group (changed_group BIGINT, group_name TEXT, members TEXT) RETURNS VOID LANGUAGE plpgsql AS $$
+BEGIN
+  UPDATE named_object SET name = group_name WHERE id = changed_group AND type = 5;
+  IF NOT FOUND THEN
+    RAISE EXCEPTION 'no such address group';
+  END IF;
+  PERFORM set_members(changed_group, members);
+END
+$$;
+
 -- Settings that all hosts of the gateway share; the files of one host's configuration come before them.
 CREATE TABLE global_setting (
   section TEXT COLLATE "C" NOT NULL,

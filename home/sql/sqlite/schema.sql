@@ -109,6 +109,58 @@ CREATE TABLE address_group_member (
 
 CREATE INDEX address_group_member_by_address ON address_group_member (address);
 
+-- What the statement files write to instead of the tables: they have little room beside the data that they carry.
+--
+-- The members of a group come as one text, <mas><ma>ADDRESS</ma>...</mas>. Between the first address and the last it is
+-- made a JSON array, which SQLite splits in one go.
+
+-- A new group. It belongs to one managing group of the administrator, or for 0 to all of them; the administration root
+-- may name any.
+CREATE VIEW new_group (administrator_id, name, entity_id, members) AS SELECT 0, '', 0, '' WHERE 0;
+
+CREATE TRIGGER new_group_is_stored INSTEAD OF INSERT ON new_group BEGIN
+  SELECT RAISE(ABORT, 'the administrator has no such managing group') WHERE NOT EXISTS (
+    SELECT 1 FROM administrator_entity
+    WHERE administrator_id = NEW.administrator_id AND NEW.entity_id IN (0, entity_id)
+    UNION ALL
+    SELECT 1 FROM administrator JOIN entity ON entity.id = NEW.entity_id
+    WHERE administrator.id = NEW.administrator_id AND is_root = 1);
+  INSERT INTO named_object (type, name) VALUES (5, NEW.name);
+  -- The tables below have no rowid, so the last one stays the group's.
+  INSERT INTO named_object_owner (entity_id, object_id, object_type)
+    SELECT entity_id, last_insert_rowid(), 5 FROM administrator_entity
+    WHERE administrator_id = NEW.administrator_id AND NEW.entity_id = 0
+    UNION ALL
+    SELECT NEW.entity_id, last_insert_rowid(), 5 WHERE NEW.entity_id <> 0;
+  INSERT INTO address_group_member (group_id, position, address)
+    SELECT last_insert_rowid(), key, value
+    FROM json_each('[' || replace(json_quote(substr(NEW.members, 10, length(NEW.members) - 20)), '</ma><ma>', '","') || ']')
+    WHERE NEW.members <> '<mas></mas>';
+END;
+
+-- Another name and other members of a group.
+CREATE VIEW group_change (group_id, name, members) AS SELECT 0, '', '' WHERE 0;
+
+CREATE TRIGGER group_change_is_stored INSTEAD OF INSERT ON group_change BEGIN
+  SELECT RAISE(ABORT, 'no such address group')
+    WHERE NOT EXISTS (SELECT 1 FROM named_object WHERE id = NEW.group_id AND type = 5);
+  UPDATE named_object SET name = NEW.name WHERE id = NEW.group_id;
+  DELETE FROM address_group_member WHERE group_id = NEW.group_id;
+  INSERT INTO address_group_member (group_id, position, address)
+    SELECT NEW.group_id, key, value
+    FROM json_each('[' || replace(json_quote(substr(NEW.members, 10, length(NEW.members) - 20)), '</ma><ma>', '","') || ']')
+    WHERE NEW.members <> '<mas></mas>';
+END;
+
+-- An object that is to go, and whether it was there. It stays while a rule uses it.
+CREATE VIEW object_removal (object_id, existed) AS SELECT 0, 0 WHERE 0;
+
+CREATE TRIGGER object_removal_is_done INSTEAD OF INSERT ON object_removal BEGIN
+  DELETE FROM named_object WHERE id = NEW.object_id
+    AND NOT EXISTS (SELECT 1 FROM policy_rule WHERE quarantine_id = NEW.object_id)
+    AND NOT EXISTS (SELECT 1 FROM policy_rule_object WHERE object_id = NEW.object_id);
+END;
+
 -- Settings that all hosts of the gateway share; the files of one host's configuration come before them.
 CREATE TABLE global_setting (
   section TEXT NOT NULL,

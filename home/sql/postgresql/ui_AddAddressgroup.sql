@@ -1,0 +1,1 @@
+SELECT add_group(%u,'%s',%u,'%s')

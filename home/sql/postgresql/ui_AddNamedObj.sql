@@ -1,0 +1,1 @@
+SELECT add_object(%d,'%s','%s')AS "objectId"

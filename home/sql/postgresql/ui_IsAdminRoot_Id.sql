@@ -1,0 +1,1 @@
+SELECT is_root AS "IsAdminRoot" FROM administrator WHERE id=%u

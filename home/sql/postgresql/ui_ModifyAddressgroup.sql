@@ -1,0 +1,1 @@
+SELECT change_group(%u,'%s','%s')

@@ -1,0 +1,1 @@
+DELETE FROM named_object WHERE id=%u AND type=5

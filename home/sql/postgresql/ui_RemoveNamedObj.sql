@@ -1,0 +1,1 @@
+SELECT remove_object(%u,%u)AS "retId"

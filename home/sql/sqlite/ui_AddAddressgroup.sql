@@ -1,0 +1,1 @@
+INSERT INTO new_group VALUES(%u,'%s',%u,'%s')

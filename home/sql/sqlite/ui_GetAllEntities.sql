@@ -1,0 +1,1 @@
+SELECT id AS "EntityID",type AS "EntityType",name AS "EntityName" FROM entity ORDER BY id

@@ -1,0 +1,1 @@
+SELECT id AS "EntityID",name AS "EntityName" FROM entity WHERE type=%d ORDER BY id

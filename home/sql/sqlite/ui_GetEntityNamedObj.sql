@@ -1,0 +1,1 @@
+SELECT w.entity_id AS "EntityID",n.id AS "NamedObjID",n.name AS "Name" FROM named_object n JOIN named_object_owner w ON w.object_id=n.id AND w.object_type=%d WHERE n.type=%d ORDER BY n.name,n.id,w.entity_id

@@ -1,0 +1,1 @@
+INSERT INTO group_change VALUES(%u,'%s','%s')

@@ -1,0 +1,1 @@
+WITH x(o,a)AS(SELECT %u,%u)INSERT INTO object_removal SELECT o,EXISTS(SELECT 1 FROM named_object WHERE id=o)FROM x RETURNING CASE WHEN EXISTS(SELECT 1 FROM named_object WHERE id=object_id)THEN -2 WHEN existed THEN 1 ELSE -1 END AS "retId"
