@@ -44,6 +44,7 @@ void addLint(CommandTree& tree) {
                [sources](Output& out) { return lint(out, *sources); });
   command
       ->add_option("FILE", *sources,
-                   "Trees in order of precedence, each FILE[:KIND][,FILE[:KIND]...]; without KIND the kind is 1")
+                   "Trees in order of precedence, each FILE[:KIND][,FILE[:KIND]...] or group:NAME[:KIND]; without KIND "
+                   "the kind is 1")
       ->required();
 }

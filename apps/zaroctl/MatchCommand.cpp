@@ -460,7 +460,7 @@ void addMatch(CommandTree& tree) {
                [arguments, &tree](Output& out) { return match(out, *arguments, tree.verbosity() > 0); });
   command
       ->add_option("--tree", arguments->trees,
-                   "A tree of patterns: FILE[:KIND][,FILE[:KIND]...]; the first one given goes first")
+                   "A tree of patterns: FILE[:KIND][,FILE[:KIND]...] or group:NAME[:KIND]; the first one given goes first")
       ->type_name("TREE")
       ->allow_extra_args(false);
   command->add_flag("--all", arguments->all, "Print every pattern that contains the address");

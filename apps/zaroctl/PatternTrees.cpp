@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <new>
+#include <optional>
+#include <string_view>
 #include <utility>
 
+#include "AddressGroups.h"
 #include "KxWildcardEmail.h"
 #include "Text.h"
 #include "UsageError.h"
@@ -11,27 +14,28 @@
 namespace {
 
 constexpr KxEmailBelongsTo kUsualKind = 1;
-constexpr const char* kGroupPrefix = "group:";
+constexpr std::string_view kGroupPrefix = "group:";
 
-TreeSource::File parseFile(const std::string& text) {
+TreeSource::Part parsePart(const std::string& text, bool isGroup) {
   const std::size_t colon = text.rfind(':');
-  if (colon == std::string::npos) {
-    return {text, kUsualKind};
-  }
-  const auto kind = kindOf(text.substr(colon + 1));
-  // A colon may be part of a file's name.
-  return kind ? TreeSource::File{text.substr(0, colon), *kind} : TreeSource::File{text, kUsualKind};
+  const auto kind = colon != std::string::npos ? kindOf(text.substr(colon + 1)) : std::nullopt;
+  // A colon may be part of the name.
+  return kind ? TreeSource::Part{text.substr(0, colon), *kind, isGroup} : TreeSource::Part{text, kUsualKind, isGroup};
 }
 
 TreeSource parseTreeSource(const std::string& text) {
   if (text.rfind(kGroupPrefix, 0) == 0) {
-    throw UsageError(quoted(text) + ": trees of address groups are not known yet; name pattern files");
+    const TreeSource::Part group = parsePart(text.substr(kGroupPrefix.size()), true);  // whose name may hold commas
+    if (group.name.empty()) {
+      throw UsageError(quoted(text) + " names no group; a tree of one is group:NAME[:KIND]");
+    }
+    return {text, {group}};
   }
   TreeSource source{text, {}};
   for (std::size_t begin = 0; begin <= text.size();) {
     const std::size_t end = std::min(text.find(',', begin), text.size());
-    source.files.push_back(parseFile(text.substr(begin, end - begin)));
-    if (source.files.back().path.empty()) {
+    source.parts.push_back(parsePart(text.substr(begin, end - begin), false));
+    if (source.parts.back().name.empty()) {
       throw UsageError(quoted(text) + " names no file; a tree is FILE[:KIND][,FILE[:KIND]...]");
     }
     begin = end + 1;
@@ -59,21 +63,37 @@ void PatternTrees::load(const TreeSource& source, const Adder& add, const BadLin
   m_names.push_back(source.text);
   m_owned.push_back(std::move(root));
 
-  for (const TreeSource::File& named : source.files) {
-    PatternFile file(named.path);
-    progress.startFile(named.path, file.lines().size());
-    PatternLine line;
-    for (bool more = true; more;) {
-      try {
-        more = file.next(line);
-        if (more) {
-          add({m_roots.size() - 1, named.path, line.number, line.pattern, line.kind.value_or(named.kind),
-               *m_roots.back()});
-          progress.count(file.lines().bytesRead());
-        }
-      } catch (const BadLine& bad) {
-        badLine(named.path, file.lines().lineNumber(), bad);
-      }
+  for (const TreeSource::Part& part : source.parts) {
+    if (part.isGroup) {
+      _loadGroup(part, add, progress);
+    } else {
+      _loadFile(part, add, badLine, progress);
     }
+  }
+}
+
+void PatternTrees::_loadFile(const TreeSource::Part& part, const Adder& add, const BadLineHandler& badLine,
+                             Progress& progress) {
+  PatternFile file(part.name);
+  progress.startFile(part.name, file.lines().size());
+  PatternLine line;
+  for (bool more = true; more;) {
+    try {
+      more = file.next(line);
+      if (more) {
+        add({m_roots.size() - 1, part.name, line.number, line.pattern, line.kind.value_or(part.kind), *m_roots.back()});
+        progress.count(file.lines().bytesRead());
+      }
+    } catch (const BadLine& bad) {
+      badLine(part.name, file.lines().lineNumber(), bad);
+    }
+  }
+}
+
+void PatternTrees::_loadGroup(const TreeSource::Part& part, const Adder& add, Progress& progress) {
+  std::size_t place = 0;
+  for (const std::string& member : membersOfGroup(part.name)) {
+    add({m_roots.size() - 1, part.name, ++place, member, part.kind, *m_roots.back()});
+    progress.count(0);
   }
 }

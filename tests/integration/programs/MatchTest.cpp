@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "programs/Program.h"
+#include "programs/ProgramTest.h"
 #include "support/TemporaryDirectory.h"
 
 namespace {
@@ -335,7 +335,7 @@ TEST_F(Match, wrongUsageIsTold) {
       {"no file", {"match", "--tree", "", "a@b"}, "names no file"},
       {"no file before the kind", {"match", "--tree", ":1", "a@b"}, "names no file"},
       {"nothing after the comma", {"match", "--tree", "x,", "a@b"}, "names no file"},
-      {"group", {"match", "--tree", "group:staff:1", "a@b"}, "trees of address groups are not known yet"},
+      {"no group", {"match", "--tree", "group::1", "a@b"}, "names no group"},
       {"half a diff", {"match", "--diff", "x"}, "--diff"},
   };
   for (const WrongMatch& test : cases) {
@@ -371,5 +371,56 @@ TEST_F(Match, bigListShowsABarOnATerminal) {
   // Loading it takes well over the half second after which the bar appears, or the machine is faster than any today.
   EXPECT_THAT(result.out, AllOf(HasSubstr(" % "), HasSubstr(" patterns, "), HasSubstr("[#")));
 }
+
+// --- Address groups ---
+
+class MatchGroup : public zarotest::ProgramTest {
+ protected:
+  void addGroup(const std::string& name, const std::string& members) const {
+    session()->run("INSERT INTO named_object (type, name) VALUES (5, " + zaroruntime::sqlLiteral(name) + ")");
+    const std::string id = session()->value("SELECT max(id) FROM named_object").value_or("");
+    int position = 0;
+    for (const std::string& member : zarotest::linesOf(members)) {
+      session()->run("INSERT INTO address_group_member (group_id, position, address) VALUES (" + id + ", " +
+                     std::to_string(position++) + ", " + zaroruntime::sqlLiteral(member) + ")");
+    }
+  }
+};
+
+TEST_P(MatchGroup, isATreeOfItsMembers) {
+  mustInit();
+  addGroup("sta,ff:2", "user@example.test\n*@*.o'brien.test\n");
+  const ProgramResult result =
+      run({"match", "--tree", "group:sta,ff:2:2", "user@example.test", "x@a.o'brien.test", "other@example.test"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, "");
+  EXPECT_THAT(linesOf(result.out), ElementsAre("user@example.test\t2\tuser@example.test\t2\tgroup:sta,ff:2:2",
+                                               "x@a.o'brien.test\t2\t*@*.o'brien.test\t2\tgroup:sta,ff:2:2",
+                                               "other@example.test\t0\t-\t-\t-"));
+}
+
+TEST_P(MatchGroup, mustBeThereAndTheOnlyOneOfItsName) {
+  mustInit();
+  addGroup("staff", "a@b.test\n");
+  addGroup("staff", "");
+  const ProgramResult none = run({"match", "--tree", "group:nobody", "a@b.test"});
+  EXPECT_EQ(none.status, 75);
+  EXPECT_EQ(none.err, "zaroctl: no address group named \"nobody\"\n");
+  const ProgramResult two = run({"match", "--tree", "group:staff:1", "a@b.test"});
+  EXPECT_EQ(two.status, 75);
+  EXPECT_EQ(two.err, "zaroctl: 2 address groups are named \"staff\"\n");
+}
+
+TEST_P(MatchGroup, failureHalfWayIsNoEmptyGroup) {
+  mustInit();
+  addGroup("staff", "a@b.test\n");
+  writeFile("sql/ui_GetMemberAddressByAGId.sql", "SELECT nothing FROM address_group_member WHERE group_id=%u");
+  const ProgramResult result = run({"match", "--tree", "group:staff", "a@b.test"});
+  EXPECT_EQ(result.status, 75);
+  EXPECT_THAT(result.err, HasSubstr("cannot read the address group \"staff\": "));
+  EXPECT_EQ(linesOf(result.err).size(), 1u);
+}
+
+ZARO_ON_EVERY_DATABASE(MatchGroup);
 
 }  // namespace

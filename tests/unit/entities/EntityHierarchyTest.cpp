@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "EntityTest.h"
 #include "NothrowAllocationFailure.h"
 
@@ -105,29 +107,50 @@ TEST_F(Hierarchy, nobodyHasNoRelatives) {
   EXPECT_THAT(m_found, IsEmpty());
 }
 
-TEST_F(Hierarchy, rootThatCannotBeAddedIs1007) {
-  m_entities = wildcards({"user@b.test"});
-  for (const int allocation : {1, 2}) {  // the tree, the pattern
+// Runs `operation` with the first allocation failing, then the second, and so on until none is left to fail.
+template <typename Operation>
+void withEachAllocationFailing(Operation operation) {
+  for (int allocation = 1;; ++allocation) {
     platform().log.clear();
     const NothrowAllocationFailure failure(allocation);
-    EXPECT_EQ(children("*@b.test"), 1007);
-    EXPECT_TRUE(failure.happened());
-    EXPECT_THAT(platform().log.texts(LogLevel::Error),
-                testing::Contains("EntityUtils::getAllWildcardChildren: KxWildcardNode::addAddressPattern failed for "
-                                  "*@b.test (rootEntity)"));
+    operation();
+    if (!failure.happened()) {
+      return;
+    }
   }
+}
+
+TEST_F(Hierarchy, rootThatCannotBeAddedIs1007) {
+  m_entities = wildcards({"user@b.test"});
+  int refused = 0;
+  withEachAllocationFailing([&] {
+    const int status = children("*@b.test");
+    const auto errors = platform().log.texts(LogLevel::Error);
+    const auto line =
+        "EntityUtils::getAllWildcardChildren: KxWildcardNode::addAddressPattern failed for *@b.test "
+        "(rootEntity)";
+    EXPECT_EQ(status == 1007, std::count(errors.begin(), errors.end(), line) == 1);
+    EXPECT_TRUE(status == 0 || status == 1007) << status;
+    refused += status == 1007 ? 1 : 0;
+  });
+  EXPECT_GE(refused, 2) << "for want of a tree, and of memory for the pattern";
 }
 
 // --- Parents ---
 
 TEST_F(Hierarchy, entityThatCannotBeAddedIsPassedOver) {
   m_entities = wildcards({"*@*", "*@b.test"});
-  const NothrowAllocationFailure failure(2);  // the first is the tree
-  EXPECT_EQ(parents("user@b.test"), 0);
-  EXPECT_TRUE(failure.happened());
-  EXPECT_THAT(names(m_found), ElementsAre("*@b.test"));
-  EXPECT_THAT(platform().log.texts(LogLevel::Error),
-              testing::Contains("EntityUtils::getAllWildcardParents: KxWildcardNode::addAddressPattern failed for *@*"));
+  int passedOver = 0;
+  withEachAllocationFailing([&] {
+    m_found.clear();
+    EXPECT_EQ(parents("user@b.test"), 0);
+    const auto errors = platform().log.texts(LogLevel::Error);
+    const auto line = "EntityUtils::getAllWildcardParents: KxWildcardNode::addAddressPattern failed for *@*";
+    if (std::count(errors.begin(), errors.end(), line) == 1 && names(m_found) == std::vector<std::string>{"*@b.test"}) {
+      ++passedOver;
+    }
+  });
+  EXPECT_GE(passedOver, 1);
 }
 
 TEST_F(Hierarchy, parentsContainTheRoot) {
