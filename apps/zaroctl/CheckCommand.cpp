@@ -89,7 +89,10 @@ class InstallationCheck {
     }
     _checkDataSource();
     _checkConnection();
-    _checkSchema();
+    if (_checkSchema()) {
+      _checkEntities();
+      _checkOwners();
+    }
     for (const CataloguedStatement& statement : statementCatalog()) {
       _checkStatement(statement);
     }
@@ -297,16 +300,46 @@ class InstallationCheck {
     });
   }
 
-  void _checkSchema() {
-    if (!m_session) {
-      return;
-    }
-    m_findings.check("schema", [&] {
+  bool _checkSchema() {
+    return m_session && m_findings.check("schema", [&] {
       try {
         return _schemaFinding();
       } catch (const RuntimeError& failure) {
         throw RuntimeError("database " + m_settings->database + ": " + failure.what());
       }
+    });
+  }
+
+  // Addresses are compared in lower case, so such a pattern is never found again when its parents are looked for, and
+  // that fails for everybody below it.
+  void _checkEntities() {
+    _checkRows("entities", "SELECT name FROM entity WHERE type = 6 AND name <> lower(name) ORDER BY name",
+               "no pattern with capitals", "patterns with capitals, which nobody below them can do with: ");
+  }
+
+  void _checkOwners() {
+    _checkRows("objects",
+               "SELECT name FROM named_object WHERE NOT EXISTS (SELECT 1 FROM named_object_owner WHERE object_id = id) "
+               "ORDER BY name",
+               "every one has an owner", "without an owner, so that no administrator sees them: ");
+  }
+
+  // Names that a query must not find.
+  void _checkRows(const char* subject, const char* query, const char* right, const char* wrong) {
+    m_findings.check(subject, [&] {
+      const auto rows = m_session->rows(query);
+      if (rows.empty()) {
+        return std::string(right);
+      }
+      constexpr std::size_t kMostNames = 5;
+      std::string names;
+      for (std::size_t i = 0; i < std::min(rows.size(), kMostNames); ++i) {
+        names.append(i == 0 ? "" : ", ").append(::quoted(rows[i].front().value_or("")));
+      }
+      if (rows.size() > kMostNames) {
+        names += " and " + std::to_string(rows.size() - kMostNames) + " more";
+      }
+      throw RuntimeError("database " + m_settings->database + ": " + wrong + names);
     });
   }
 

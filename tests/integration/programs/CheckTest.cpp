@@ -59,8 +59,9 @@ TEST_P(Check, freshInstallationHasNothingWrong) {
   EXPECT_EQ(result.err, "");
   const auto lines = linesOf(result.out);
   EXPECT_THAT(lines, Each(StartsWith("ok\t")));
-  for (const char* subject : {"installation", "database settings", "key", "password", "policy settings",
-                              "display language", "display strings", "data source", "connection", "schema", "statement"}) {
+  for (const char* subject :
+       {"installation", "database settings", "key", "password", "policy settings", "display language",
+        "display strings", "data source", "connection", "schema", "entities", "objects", "statement"}) {
     EXPECT_THAT(lines, Contains(StartsWith(std::string("ok\t") + subject + "\t")));
   }
   EXPECT_THAT(lines, Contains("ok\tschema\tversion 1"));
@@ -273,6 +274,27 @@ TEST_P(Check, schemaOfAnotherVersionIsNamed) {
   const auto found = wrongs();
   ASSERT_EQ(found.size(), 1u);
   EXPECT_THAT(found[0], MatchesRegex("schema\tdatabase .+: schema version 2, but this program works on version 1"));
+}
+
+TEST_P(Check, patternsWithCapitalsAreNamed) {
+  const auto db = session();
+  db->run(GetParam() == Dialect::SQLite ? "PRAGMA ignore_check_constraints = 1"
+                                        : "ALTER TABLE entity DROP CONSTRAINT entity_check");
+  db->run("INSERT INTO entity (name, type) VALUES ('*@B.test', 6), ('Capitals are fine here', 0)");
+  const auto found = wrongs();
+  ASSERT_EQ(found.size(), 1u);
+  EXPECT_THAT(found[0], MatchesRegex("entities\tdatabase .+: patterns with capitals, which nobody below them can do "
+                                     "with: \"\\*@B.test\""));
+}
+
+TEST_P(Check, objectsWithoutAnOwnerAreNamedUpToFive) {
+  for (const char* name : {"g", "f", "e", "d", "c", "b", "a"}) {
+    session()->run("INSERT INTO named_object (name, type) VALUES ('" + std::string(name) + "', 1)");
+  }
+  const auto found = wrongs();
+  ASSERT_EQ(found.size(), 1u);
+  EXPECT_THAT(found[0], MatchesRegex("objects\tdatabase .+: without an owner, so that no administrator sees them: "
+                                     "\"a\", \"b\", \"c\", \"d\", \"e\" and 2 more"));
 }
 
 TEST_P(Check, databaseWithoutSchemaIsNamed) {
