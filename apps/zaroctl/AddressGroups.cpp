@@ -1,40 +1,133 @@
 #include "AddressGroups.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "AddressGroup.h"
 #include "Database.h"
 #include "Text.h"
+#include "UsageError.h"
 #include "ZaroErrC.h"
 #include "ZaroRuntime/RuntimeError.h"
+#include "miscUtils.h"
 
 using zaroruntime::RuntimeError;
+using zaroruntime::sqlLiteral;
 
 namespace {
 
-// Groups of organisations that cannot see each other may have one name.
-unsigned int findGroup(zaroruntime::SqlSession& session, const std::string& name) {
-  const auto rows =
-      session.rows("SELECT id FROM named_object WHERE type=5 AND name=" + zaroruntime::sqlLiteral(name) + " ORDER BY id");
-  if (rows.empty()) {
-    throw RuntimeError("no address group named " + quoted(name));
+constexpr std::size_t kLongestText = 512;  // characters, of names and addresses
+// The statement has this much room for the quotes of the name, which are doubled; see docs/statement-files.md.
+constexpr std::ptrdiff_t kMostQuotes = 40;
+// They set members apart from each other on the way to the database.
+constexpr const char* kTags[] = {"<ma>", "</ma>", "<mas>", "</mas>"};
+
+// Makes the library ready, once: afterwards what it last failed in is for `databaseFailure` to tell.
+void requireLibrary() {
+  static const bool ready = connectToDatabase() != nullptr;
+  static_cast<void>(ready);
+}
+
+std::vector<GroupSummary> groupsWhere(const std::string& condition) {
+  requireLibrary();
+  std::vector<GroupSummary> groups;
+  const auto rows = openSession()->rows(
+      "SELECT id, name, (SELECT count(*) FROM address_group_member WHERE group_id = id) FROM named_object "
+      "WHERE type = 5 AND " +
+      condition + " ORDER BY name, id");
+  groups.reserve(rows.size());
+  for (const auto& row : rows) {
+    groups.push_back({static_cast<unsigned int>(std::stoul(row[0].value_or(""))), row[1].value_or(""),
+                      static_cast<std::size_t>(std::stoull(row[2].value_or("")))});
   }
-  if (rows.size() > 1) {
-    throw RuntimeError(std::to_string(rows.size()) + " address groups are named " + quoted(name));
+  return groups;
+}
+
+std::string commonFault(const std::string& text) {
+  if (text.empty()) {
+    return "is empty";
   }
-  return static_cast<unsigned int>(std::stoul(rows.front().front().value_or("")));
+  if (!isPlainText(text)) {
+    return "is not UTF-8, or holds control characters";
+  }
+  const auto isFirstByte = [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) != 0x80U; };
+  if (static_cast<std::size_t>(std::count_if(text.begin(), text.end(), isFirstByte)) > kLongestText) {
+    return "is longer than " + std::to_string(kLongestText) + " characters";
+  }
+  return "";
+}
+
+std::vector<AddressGroup::AddressGroupMember> forTheLibrary(const std::vector<std::string>& addresses) {
+  std::vector<AddressGroup::AddressGroupMember> members(addresses.size());
+  for (std::size_t i = 0; i < addresses.size(); ++i) {
+    for (const char character : addresses[i]) {
+      members[i].second.append(character == '\'' ? 2 : 1, character);
+    }
+  }
+  return members;
+}
+
+void requireStored(unsigned int id, int code, const std::string& name, const std::vector<std::string>& members) {
+  const std::string begin = "the address group " + quoted(name) + " was not stored";
+  if (code != ZaroErrC::Success) {
+    throw RuntimeError(begin + " (code " + std::to_string(code) + ")");
+  }
+  const auto found = groupsWhere("id = " + std::to_string(id));
+  if (found.size() != 1 || found.front().name != name || membersOf(found.front()) != members) {
+    throw RuntimeError(begin + " as given: " + databaseFailure());
+  }
+}
+
+// 0 when there is none yet.
+unsigned int highestGroup() {
+  const auto id = openSession()->value("SELECT max(id) FROM named_object WHERE type = 5");
+  return id ? static_cast<unsigned int>(std::stoul(*id)) : 0;
+}
+
+unsigned int adminIdOf(const std::string& name) {
+  requireLibrary();
+  ZARO::RdbmsInterface db;
+  unsigned int id = 0;
+  switch (miscUtils::getAdminId(db, name.c_str(), id)) {
+    case ZaroErrC::Success:
+      return id;
+    case ZaroErrC::MissingData:
+      throw NotThere("no administrator named " + quoted(name));
+    default:
+      throw RuntimeError("cannot look up " + quoted(name) + ": " + databaseFailure());
+  }
 }
 
 }  // namespace
 
-std::vector<std::string> membersOfGroup(const std::string& name) {
-  connectToDatabase();
-  const auto session = openSession();
-  const unsigned int id = findGroup(*session, name);
+std::vector<GroupSummary> listGroups() {
+  return groupsWhere("1 = 1");
+}
+
+GroupSummary findGroup(const std::string& name) {
+  const auto groups = groupsWhere("name = " + sqlLiteral(name));
+  if (groups.empty()) {
+    throw NotThere("no address group named " + quoted(name));
+  }
+  if (groups.size() > 1) {
+    throw RuntimeError(std::to_string(groups.size()) + " address groups are named " + quoted(name));
+  }
+  return groups.front();
+}
+
+GroupSummary findGroup(unsigned int id) {
+  const auto groups = groupsWhere("id = " + std::to_string(id));
+  if (groups.empty()) {
+    throw NotThere("no address group " + std::to_string(id));
+  }
+  return groups.front();
+}
+
+std::vector<std::string> membersOf(const GroupSummary& group) {
   std::vector<AddressGroup::AddressGroupMember> members;
-  const int code = AddressGroup::getAddressGroupMembersByID(id, members);
-  // A failure half way answers success.
-  const auto stored = session->value("SELECT count(*) FROM address_group_member WHERE group_id=" + std::to_string(id));
-  if (code != ZaroErrC::Success || std::to_string(members.size()) != stored.value_or("")) {
-    throw RuntimeError("cannot read the address group " + quoted(name) + ": " + databaseFailure());
+  const int code = AddressGroup::getAddressGroupMembersByID(group.id, members);
+  if (code != ZaroErrC::Success || members.size() != group.members) {
+    throw RuntimeError("cannot read the address group " + quoted(group.name) + ": " + databaseFailure());
   }
   std::vector<std::string> addresses;
   addresses.reserve(members.size());
@@ -42,4 +135,57 @@ std::vector<std::string> membersOfGroup(const std::string& name) {
     addresses.push_back(std::move(member.second));
   }
   return addresses;
+}
+
+std::string wrongMember(const std::string& address) {
+  const std::string fault = commonFault(address);
+  if (!fault.empty()) {
+    return fault;
+  }
+  if (std::any_of(std::begin(kTags), std::end(kTags),
+                  [&](const char* tag) { return address.find(tag) != std::string::npos; })) {
+    return "holds a tag of the list of members";
+  }
+  if (address.find(' ') != std::string::npos) {
+    return "holds a blank";
+  }
+  return address.find('@') == std::string::npos ? "has no @" : "";
+}
+
+std::string wrongGroupName(const std::string& name) {
+  const std::string fault = commonFault(name);
+  if (!fault.empty()) {
+    return fault;
+  }
+  return std::count(name.begin(), name.end(), '\'') > kMostQuotes
+             ? "has more than " + std::to_string(kMostQuotes) + " quotes"
+             : "";
+}
+
+GroupSummary addGroup(const std::string& adminName, unsigned int entityId, const std::string& name,
+                      const std::vector<std::string>& members) {
+  const unsigned int adminId = adminIdOf(adminName);
+  const unsigned int before = highestGroup();
+  auto list = forTheLibrary(members);
+  const int code = AddressGroup::addAddressGroup(adminId, name.c_str(), entityId, list);
+  // Identifiers grow, and one is not given away again; another program may have added a group as well.
+  const auto added = groupsWhere("id > " + std::to_string(before) + " AND name = " + sqlLiteral(name));
+  const auto isNew = [&](const GroupSummary& group) { return membersOf(group) == members; };
+  const auto found = std::find_if(added.begin(), added.end(), isNew);
+  if (code != ZaroErrC::Success || found == added.end()) {
+    throw RuntimeError("the address group " + quoted(name) + " was not added: " + databaseFailure());
+  }
+  return *found;
+}
+
+void changeGroup(const GroupSummary& group, const std::string& name, const std::vector<std::string>& members) {
+  auto list = forTheLibrary(members);
+  requireStored(group.id, AddressGroup::modifyAddressGroup(group.id, name.c_str(), list), name, members);
+}
+
+void removeGroup(const GroupSummary& group) {
+  AddressGroup::deleteAddressGroupByID(group.id);
+  if (!groupsWhere("id = " + std::to_string(group.id)).empty()) {
+    throw RuntimeError("the address group " + quoted(group.name) + " was not removed: " + databaseFailure());
+  }
 }

@@ -321,7 +321,7 @@ class InstallationCheck {
     _checkRows("objects",
                "SELECT name FROM named_object WHERE NOT EXISTS (SELECT 1 FROM named_object_owner WHERE object_id = id) "
                "ORDER BY name",
-               "every one has an owner", "without an owner, so that no administrator sees them: ");
+               "every one has an owner", "without an owner, so that nobody but the root sees them: ");
   }
 
   // Names that a query must not find.

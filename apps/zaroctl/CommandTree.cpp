@@ -17,6 +17,7 @@ constexpr GroupRow kGroups[] = {
     {"base64", "Base64 as the gateway stores it"},
     {"blob", "Stored records"},
     {"filter", "Rule filters"},
+    {"group", "Address groups"},
     {"rules", "The order of rule filters"},
     {"servers", "Registered policy servers"},
     {"settings", "Settings of policy servers and their clients"},

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <string_view>
 #include <utility>
 
 using zaroruntime::RuntimeError;
@@ -16,6 +17,13 @@ namespace {
 constexpr std::size_t kBufferSize = 65536;
 
 }  // namespace
+
+void withoutByteOrderMark(std::string& line, std::size_t number) {
+  constexpr std::string_view kMark = "\xEF\xBB\xBF";
+  if (number == 1 && line.compare(0, kMark.size(), kMark) == 0) {
+    line.erase(0, kMark.size());
+  }
+}
 
 LineReader::LineReader(const std::string& path)
     : m_name(path), m_descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC)), m_owned(true), m_buffer(kBufferSize) {

@@ -22,6 +22,9 @@ class BadLine : public zaroruntime::RuntimeError {
   std::string m_problem;
 };
 
+// Takes away what editors put before UTF-8, from the first line.
+void withoutByteOrderMark(std::string& line, std::size_t number);
+
 class LineReader {
  public:
   static constexpr std::size_t kLongestLine = 65536;  // bytes, without the end

@@ -1,16 +1,8 @@
 #include "PatternFile.h"
 
 #include <charconv>
-#include <string_view>
 
 #include "Text.h"
-
-namespace {
-
-// Editors put it before UTF-8; it is no part of the first pattern.
-constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-
-}  // namespace
 
 bool PatternFile::next(PatternLine& pattern) {
   std::string line;
@@ -18,9 +10,7 @@ bool PatternFile::next(PatternLine& pattern) {
     if (!m_lines.next(line)) {
       return false;
     }
-    if (m_lines.lineNumber() == 1 && line.compare(0, kByteOrderMark.size(), kByteOrderMark) == 0) {
-      line.erase(0, kByteOrderMark.size());
-    }
+    withoutByteOrderMark(line, m_lines.lineNumber());
   } while (line.find_first_not_of(" \t") == std::string::npos || line.front() == '#');
 
   pattern.number = m_lines.lineNumber();

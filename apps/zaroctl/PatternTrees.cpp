@@ -92,7 +92,7 @@ void PatternTrees::_loadFile(const TreeSource::Part& part, const Adder& add, con
 
 void PatternTrees::_loadGroup(const TreeSource::Part& part, const Adder& add, Progress& progress) {
   std::size_t place = 0;
-  for (const std::string& member : membersOfGroup(part.name)) {
+  for (const std::string& member : membersOf(findGroup(part.name))) {
     add({m_roots.size() - 1, part.name, ++place, member, part.kind, *m_roots.back()});
     progress.count(0);
   }

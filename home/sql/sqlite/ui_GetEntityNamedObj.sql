@@ -1,1 +1,1 @@
-SELECT w.entity_id AS "EntityID",n.id AS "NamedObjID",n.name AS "Name" FROM named_object n JOIN named_object_owner w ON w.object_id=n.id AND w.object_type=%d WHERE n.type=%d ORDER BY n.name,n.id,w.entity_id
+SELECT w.entity_id AS "EntityID",n.id AS "NamedObjID",n.name AS "Name" FROM named_object n JOIN named_object_owner w ON w.object_id=n.id WHERE n.type=%d UNION ALL SELECT 0,n.id,n.name FROM named_object n WHERE n.type=%d AND NOT EXISTS(SELECT 1 FROM named_object_owner w WHERE w.object_id=n.id)ORDER BY 3,2,1

@@ -246,6 +246,18 @@ TEST_P(Entities, visibilityFollowsOwnersAndPatterns) {
   EXPECT_THAT(complaints(), IsEmpty());
 }
 
+TEST_P(Entities, objectsWithoutOwnersAreForTheRoot) {
+  withLibrary([&] {
+    add(2, "b", "");
+    RdbmsInterface db;
+    ZaroNamedObj::addObj(db, "a", "", kWords);
+    ZaroNamedObj::addObj(db, "other type", "", ZaroNamedObj::QuarantineArea);
+    EXPECT_THAT(listed(1), ElementsAre("a e", "b e"));
+    EXPECT_THAT(listed(2), ElementsAre("b ed"));
+  });
+  EXPECT_THAT(complaints(), IsEmpty());
+}
+
 TEST_P(Entities, objectsGoUnlessTheyAreUsedOrForeign) {
   withLibrary([&] {
     const unsigned int used = add(2, "used", "");

@@ -293,7 +293,7 @@ TEST_P(Check, objectsWithoutAnOwnerAreNamedUpToFive) {
   }
   const auto found = wrongs();
   ASSERT_EQ(found.size(), 1u);
-  EXPECT_THAT(found[0], MatchesRegex("objects\tdatabase .+: without an owner, so that no administrator sees them: "
+  EXPECT_THAT(found[0], MatchesRegex("objects\tdatabase .+: without an owner, so that nobody but the root sees them: "
                                      "\"a\", \"b\", \"c\", \"d\", \"e\" and 2 more"));
 }
 
