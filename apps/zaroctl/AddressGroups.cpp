@@ -138,7 +138,7 @@ std::vector<std::string> membersOf(const GroupSummary& group) {
 }
 
 std::string wrongMember(const std::string& address) {
-  const std::string fault = commonFault(address);
+  std::string fault = commonFault(address);
   if (!fault.empty()) {
     return fault;
   }
@@ -153,7 +153,7 @@ std::string wrongMember(const std::string& address) {
 }
 
 std::string wrongGroupName(const std::string& name) {
-  const std::string fault = commonFault(name);
+  std::string fault = commonFault(name);
   if (!fault.empty()) {
     return fault;
   }

@@ -46,7 +46,7 @@ void addGroupArgument(CLI::App& command, WantedGroup& group) {
 }
 
 // A command that tells of a group that is not there as one not found.
-Action onGroups(Action action) {
+Action onGroups(const Action& action) {
   return [action](Output& out) {
     try {
       return action(out);
