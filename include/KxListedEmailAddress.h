@@ -9,6 +9,7 @@
 // 4. Nothing here throws.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -91,8 +92,8 @@ class ZARO_POLICY_EXPORT KxListedEmailAddress : public KxLockableClass, public K
   // 0 when memory ran out while it was computed.
   unsigned int getWeight() const { return _weight; }
   KxEmailBelongsTo getState() const { return _state; }
-  const std::string& getAnnotation() const { return _annotation; }
-  const std::vector<std::string*>& getRelatedPolicyOwners() const { return _relatedPolicyOwners; }
+  const std::string& getAnnotation() const;
+  const std::vector<std::string*>& getRelatedPolicyOwners() const;
   bool isOwnerless() const { return _ownerless; }
 
   // Filling; used by the tree. The owner's text is not copied. False when memory runs out.
@@ -101,14 +102,17 @@ class ZARO_POLICY_EXPORT KxListedEmailAddress : public KxLockableClass, public K
   void setOwnerless() { _ownerless = true; }
 
  private:
+  struct Extras;  // annotation and owners: millions of leaves have neither
+
   bool _changeState(KxEmailBelongsTo state);
+  const Extras& _extrasOrNone() const;
+  Extras& _ownExtras();
 
   const KxIndexedString* _fullAddress;
-  std::vector<std::string*> _relatedPolicyOwners;
-  bool _ownerless;
-  std::string _annotation;
+  std::unique_ptr<Extras> _extras;
   unsigned int _weight;
   KxEmailBelongsTo _state;
+  bool _ownerless;
 };
 
 // A pattern whose local part is "*": any name matches.

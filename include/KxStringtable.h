@@ -12,11 +12,15 @@
 
 #include <cstddef>
 #include <cstring>
-#include <functional>
+#include <memory>
 #include <queue>
-#include <set>
 
 #include "ZaroPolicyExport.h"
+
+namespace zaro_addressmatch {
+class InternedTexts;
+struct TreeState;
+}  // namespace zaro_addressmatch
 
 // A text and what is known about it; a plain value.
 class ZARO_POLICY_EXPORT KxIndexedString {
@@ -181,23 +185,23 @@ class ZARO_POLICY_EXPORT KxStringtable : public KxLockableClass {
   void lock() override;
 
   // Number of entries.
-  std::size_t size() const { return _entries.size(); }
+  std::size_t size() const;
 
   // The empty text and "*": wrappers of their own, in no table, never to be freed.
   static KxIndexedString _theEmptyIndexedString;
   static KxIndexedString _theWildcardIndexedString;
 
  private:
-  struct Entry : KxIndexedString {
-    explicit Entry(const KxIndexedString& handle) : KxIndexedString(handle), ownsText(false) {}
-    bool ownsText;
-  };
+  friend class KxIndexedStringNamedClass;
+  friend struct zaro_addressmatch::TreeState;
 
-  static void _release(Entry* entry);
-  const KxIndexedString* _existingEntry(const Entry& entry, const KxIndexedString* wanted) const;
-  const KxIndexedString* _ownText(Entry& entry, const KxIndexedString* wanted);
+  void _release(KxIndexedString* entry) const;
+  const KxIndexedString* _existingEntry(const KxIndexedString& entry, const KxIndexedString* wanted) const;
+  const KxIndexedString* _ownText(KxIndexedString& entry, const KxIndexedString* wanted);
+  KxIndexedString* _find(const char* text) const;
 
-  std::set<Entry, std::less<>> _entries;  // their addresses are stable; text and rank change without changing the order
+  std::unique_ptr<zaro_addressmatch::InternedTexts> _entries;  // null as long as there was none
+  bool _hasForeignHolders;  // whether a handle with another table's rank was taken for a name over this one
 };
 
 // A counter for callers that count allocations; the library does not use it. True sets it to 0, false adds 1; returns

@@ -23,6 +23,7 @@
 
 #include <cstddef>
 #include <deque>
+#include <memory>
 #include <stack>
 #include <string>
 #include <vector>
@@ -30,6 +31,14 @@
 #include "KxListedEmailAddress.h"
 #include "KxStringtable.h"
 #include "ZaroPolicyExport.h"
+
+namespace zaro_addressmatch {
+class FrozenIndexBuilder;
+template <typename Named>
+class GrowingLevel;
+struct LevelFilling;
+struct TreeState;
+}  // namespace zaro_addressmatch
 
 class ZARO_POLICY_EXPORT KxWildcardNode : public KxLockableClass, public KxIndexedStringNamedClass {
  public:
@@ -104,12 +113,31 @@ class ZARO_POLICY_EXPORT KxWildcardNode : public KxLockableClass, public KxIndex
   void searchBesideChildren(const KxIndexedString& name, LabelStack& labels, std::vector<KxListedEmailAddress*>& out);
   void destroyChildren();
 
-  std::vector<KxWildcardNode*> _children;  // concrete labels, sorted
+  // To be called before the vectors are looked at.
+  void settle();
+  // Whether what comes can wait to be sorted in.
+  bool isFilling() const;
+  KxWildcardNode* storedChild(const KxIndexedString& label);
+  KxListedEmailAddress* storedLeaf(const KxIndexedString& name);
+  // Has the tree take in what it made itself.
+  bool takeChild(KxWildcardNode* child);
+  bool takeLeaf(KxListedEmailAddress* leaf);
+  template <typename Named>
+  bool take(std::vector<Named*>& elements,
+            zaro_addressmatch::GrowingLevel<Named> zaro_addressmatch::LevelFilling::*level, Named* element);
+
+  friend class KxWildcardRootNode;
+  friend class zaro_addressmatch::FrozenIndexBuilder;
+  friend struct zaro_addressmatch::TreeState;
+
+  std::vector<KxWildcardNode*> _children;  // concrete labels; sorted once settled
   bool _childrenIndexed;
-  KxWildcardNode* _wildcardChild;
-  std::vector<KxListedEmailAddress*> _leaves;  // concrete local parts, sorted
   bool _leavesIndexed;
+  KxWildcardNode* _wildcardChild;
+  std::vector<KxListedEmailAddress*> _leaves;  // concrete local parts; sorted once settled
   KxListedEmailAddress* _wildcardLeaf;
+  std::unique_ptr<zaro_addressmatch::LevelFilling> _filling;  // null: settled
+  zaro_addressmatch::TreeState* _tree;                        // the root's; null for a level of no tree
 };
 
 // The level of a label "*": it takes whatever labels are left.
@@ -135,6 +163,11 @@ class ZARO_POLICY_EXPORT KxWildcardRootNode : public KxWildcardNode {
   ~KxWildcardRootNode() override;
 
   bool _matchesThisNode(LabelStack& labels, const KxIndexedString*& consumed) override;
+
+ private:
+  friend class KxWildcardEmail;
+
+  std::shared_ptr<zaro_addressmatch::TreeState> _ownTree;  // null when memory ran out
 };
 
 // Where `item` belongs in a vector sorted by name: after the last element that is not greater. 0 for an empty vector.

@@ -28,6 +28,10 @@ void release(const KxIndexedString* handle, Report report) {
   }
 }
 
+const char* textOf(const KxIndexedString& handle) {
+  return handle.getString() != nullptr ? handle.getString() : "";
+}
+
 bool sameText(const char* one, const char* other) {
   return one != nullptr && std::strcmp(one, other) == 0;
 }
@@ -48,6 +52,24 @@ unsigned int weightOf(const Specificity& pattern) {
     return pattern.concreteLabels + (pattern.concreteName ? 3001 : 2001);
   }
   return pattern.concreteName ? 1001 : 1;
+}
+
+Specificity specificityOf(const char* pattern) {
+  if (isWildcard(pattern)) {
+    pattern = kEveryAddress;
+  }
+  Specificity specificity = {true, false, 0};
+  splitAddress(pattern, [&specificity](Piece piece, const char* text, std::size_t size) {
+    const bool wildcard = size == 1 && *text == '*';
+    if (piece == Piece::LocalPart) {
+      specificity.concreteName = !wildcard;
+    } else if (wildcard) {
+      specificity.wildcardDomain = true;
+    } else {
+      ++specificity.concreteLabels;
+    }
+  });
+  return specificity;
 }
 
 // Gives a label of a split pattern back.
@@ -114,6 +136,9 @@ const KxIndexedString* KxIndexedStringNamedClass::_lookupAndCheckName(const KxIn
   }
   const KxIndexedString* kept = table->getStringtableRef(text);
   if (orEmpty(text)->getIndex() < KxIndexedString::Wrapper) {
+    if (kept == text && table->isLocked() && table->_find(text->getString()) != text) {
+      table->_hasForeignHolders = true;
+    }
     return orEmpty(kept);
   }
   if (kept == nullptr) {
@@ -144,26 +169,28 @@ char* KxIndexedStringNamedClass::_inferName(const char* address) {
   return address != nullptr ? newText(address, std::strcspn(address, "@")) : nullptr;
 }
 
+// What few leaves have.
+struct KxListedEmailAddress::Extras {
+  std::vector<std::string*> _relatedPolicyOwners;
+  std::string _annotation;
+};
+
 KxListedEmailAddress::KxListedEmailAddress(KxStringtable* table, const char* fullAddress, const char* name)
     : KxLockableClass(table != nullptr),
       KxIndexedStringNamedClass(table, name),
       _fullAddress(_lookupAndCheckName(fullAddress, table)),
-      _ownerless(true),
-      _weight(0),
-      _state(0) {
-  KxListedEmailAddress::_computeWeight();
-}
+      _weight(weightOf(specificityOf(textOf(getFullAddress())))),
+      _state(0),
+      _ownerless(true) {}
 
 KxListedEmailAddress::KxListedEmailAddress(KxStringtable* table, const KxIndexedString* fullAddress,
                                            const KxIndexedString* name)
     : KxLockableClass(table != nullptr),
       KxIndexedStringNamedClass(table, name),
       _fullAddress(_lookupAndCheckName(fullAddress, table)),
-      _ownerless(true),
-      _weight(0),
-      _state(0) {
-  KxListedEmailAddress::_computeWeight();
-}
+      _weight(weightOf(specificityOf(textOf(getFullAddress())))),
+      _state(0),
+      _ownerless(true) {}
 
 KxListedEmailAddress::~KxListedEmailAddress() {
   if (isGone(_stringtable)) {
@@ -252,13 +279,34 @@ bool KxListedEmailAddress::_changeState(KxEmailBelongsTo state) {
   return true;
 }
 
+const KxListedEmailAddress::Extras& KxListedEmailAddress::_extrasOrNone() const {
+  static const Extras none;
+  return _extras != nullptr ? *_extras : none;
+}
+
+// Throws std::bad_alloc.
+KxListedEmailAddress::Extras& KxListedEmailAddress::_ownExtras() {
+  if (_extras == nullptr) {
+    _extras = std::make_unique<Extras>();
+  }
+  return *_extras;
+}
+
+const std::string& KxListedEmailAddress::getAnnotation() const {
+  return _extrasOrNone()._annotation;
+}
+
+const std::vector<std::string*>& KxListedEmailAddress::getRelatedPolicyOwners() const {
+  return _extrasOrNone()._relatedPolicyOwners;
+}
+
 bool KxListedEmailAddress::setAnnotation(const char* annotation) {
-  return withinMemory([&] { _annotation = annotation; });
+  return withinMemory([&] { _ownExtras()._annotation = annotation; });
 }
 
 bool KxListedEmailAddress::addRelatedPolicyOwner(std::string* owner) {
   PolicyLog::log(LogLevel::Trace, "KxListedEmailAddress::addRelatedPolicyOwner() pNewPolicyOwner=%s", owner->c_str());
-  return withinMemory([&] { _relatedPolicyOwners.push_back(owner); });
+  return withinMemory([&] { _ownExtras()._relatedPolicyOwners.push_back(owner); });
 }
 
 KxWildcardedEmailAddress::KxWildcardedEmailAddress(KxStringtable* table, const char* fullAddress)

@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <new>
 
+#include "InternedTexts.h"
 #include "KxWildcardEmail.h"
 #include "LibraryLifetime.h"
 #include "Memory.h"
 #include "PolicyLog.h"
-#include "Ranks.h"
 
 using namespace zaro_addressmatch;
 
@@ -144,30 +144,33 @@ void KxLockOnInitQueue::replace(const KxLockableClass* object, KxLockableClass* 
   std::replace(c.begin(), c.end(), const_cast<KxLockableClass*>(object), replacement);
 }
 
-KxStringtable::KxStringtable() : KxLockableClass(true) {}
+KxStringtable::KxStringtable() : KxLockableClass(true), _hasForeignHolders(false) {}
 
 KxStringtable::~KxStringtable() {
   try {
-    for (const Entry& entry : _entries) {
-      _release(const_cast<Entry*>(&entry));
+    if (_entries != nullptr) {
+      _entries->forEach([this](KxIndexedString& entry) { _release(&entry); });
     }
   } catch (...) {
     PolicyLog::log(LogLevel::Error, "~KxStringtable: ERROR: Exception caught in destructor!");
   }
-  _entries.clear();
 }
 
 // The check for null is a net under the container, which has no null elements.
-void KxStringtable::_release(Entry* entry) {
+void KxStringtable::_release(KxIndexedString* entry) const {
   if (entry == nullptr) {
     PolicyLog::log(LogLevel::Error, "~KxStringtable: detected a NULL pointer in the underlying container!");
     return;
   }
-  if (entry->ownsText && !entry->_explicitCleanupString()) {
+  if (!_entries->isBorrowed(entry) && !entry->_explicitCleanupString()) {
     PolicyLog::log(LogLevel::Error,
                    "~KxStringtable: deallocating the KxIndexedString's private data copy failed: %s, %lu.", "NULL",
                    shownIndex(*entry));  // it fails for no other text
   }
+}
+
+std::size_t KxStringtable::size() const {
+  return _entries != nullptr ? _entries->size() : 0;
 }
 
 const KxIndexedString* KxStringtable::getStringtableRef(const KxIndexedString* wanted) {
@@ -243,20 +246,22 @@ const KxIndexedString* KxStringtable::_addToStringtable(const KxIndexedString* w
     return nullptr;
   }
 
-  auto position = _entries.lower_bound(*wanted);
-  if (position != _entries.end() && !(*wanted < *position)) {
-    return _existingEntry(*position, wanted);
-  }
-  if (!withinMemory([&] { position = _entries.emplace_hint(position, *wanted); })) {
+  std::pair<KxIndexedString*, bool> entry(nullptr, false);
+  if (!withinMemory([&] {
+        if (_entries == nullptr) {
+          _entries = std::make_unique<InternedTexts>();
+        }
+        entry = _entries->findOrAdd(*wanted);
+      })) {
     logNoMemoryFor(*wanted);
     return nullptr;
   }
-  // Neither a text of the same content nor an index changes an entry's place in the set.
-  return _ownText(const_cast<Entry&>(*position), wanted);
+  return entry.second ? _ownText(*entry.first, wanted) : _existingEntry(*entry.first, wanted);
 }
 
 // The checks for an entry that is the argument itself are a net under the container: it copies what it takes in.
-const KxIndexedString* KxStringtable::_existingEntry(const Entry& entry, const KxIndexedString* wanted) const {
+const KxIndexedString* KxStringtable::_existingEntry(const KxIndexedString& entry,
+                                                      const KxIndexedString* wanted) const {
   if (&entry == wanted && entry.getIndex() >= KxIndexedString::Wrapper) {
     PolicyLog::log(
         LogLevel::Error,
@@ -266,7 +271,7 @@ const KxIndexedString* KxStringtable::_existingEntry(const Entry& entry, const K
   return &entry;
 }
 
-const KxIndexedString* KxStringtable::_ownText(Entry& entry, const KxIndexedString* wanted) {
+const KxIndexedString* KxStringtable::_ownText(KxIndexedString& entry, const KxIndexedString* wanted) {
   // Whatever becomes of the text, nobody but the table may release the entry.
   const unsigned long index = shownIndex(*wanted);
   entry._index = KxIndexedString::TableEntry;
@@ -274,6 +279,7 @@ const KxIndexedString* KxStringtable::_ownText(Entry& entry, const KxIndexedStri
   const std::size_t size = std::strlen(wanted->getString()) + 1;
   char* copy = newSpace(size);
   if (copy == nullptr) {
+    _entries->setBorrowed(&entry);
     logNoMemoryFor(*wanted);
     return nullptr;
   }
@@ -282,11 +288,11 @@ const KxIndexedString* KxStringtable::_ownText(Entry& entry, const KxIndexedStri
         LogLevel::Error,
         "KxStringtable::_addToStringtable: could not make a copy the data into allocated space: %s, %lu. Insertion failed.",
         wanted->getString(), index);
+    _entries->setBorrowed(&entry);
     delete[] copy;
     return nullptr;
   }
   entry._string = copy;
-  entry.ownsText = true;
   if (&entry == wanted) {
     PolicyLog::log(
         LogLevel::Error,
@@ -298,9 +304,9 @@ const KxIndexedString* KxStringtable::_ownText(Entry& entry, const KxIndexedStri
 }
 
 void KxStringtable::_dropBorrowed(const KxIndexedString& wanted) {
-  const auto found = isLocked() ? _entries.end() : _entries.find(wanted);
-  if (found != _entries.end() && !found->ownsText) {
-    _entries.erase(found);
+  KxIndexedString* entry = isLocked() || !hasText(&wanted) ? nullptr : _find(wanted.getString());
+  if (entry != nullptr && _entries->isBorrowed(entry)) {
+    _entries->remove(entry);
   }
 }
 
@@ -315,8 +321,18 @@ const KxIndexedString* KxStringtable::_findInStringtable(const KxIndexedString* 
                    "KxStringtable::_findInStringtable: the search argument (const KxIndexedString *) is NULL!");
     return nullptr;
   }
-  const auto found = _entries.find(*wanted);
-  return found != _entries.end() ? &*found : nullptr;
+  const KxIndexedString* entry = _find(wanted->getString());
+  if (!isLocked() || !wanted->isIndexed() || (entry != nullptr && entry->getIndex() == wanted->getIndex())) {
+    return entry;
+  }
+  // Two ranks are compared as ranks, also with another table's.
+  entry = nullptr;
+  _entries->forEach([&entry, wanted](KxIndexedString& one) { entry = one == *wanted ? &one : entry; });
+  return entry;
+}
+
+KxIndexedString* KxStringtable::_find(const char* text) const {
+  return _entries != nullptr ? _entries->find(text) : nullptr;
 }
 
 const KxIndexedString* KxStringtable::_findInStringtable(const char* text) const {
@@ -372,9 +388,10 @@ void KxStringtable::lock() {
                    "KxStringtable::lock: warning: attempt made to lock a locked stringtable. Ignoring...");
     return;
   }
-  const bool exhausted =
-      assignRanks(_entries.begin(), _entries.end(), KxIndexedString::HighestIndex,
-                  [](const Entry& entry, unsigned int rank) { const_cast<Entry&>(entry)._setIndex(rank); });
+  bool exhausted = false;
+  if (!withinMemory([&] { exhausted = _entries != nullptr && _entries->rank(KxIndexedString::HighestIndex); })) {
+    PolicyLog::log(LogLevel::Error, "KxStringtable::lock: out of memory; the texts keep being compared as texts");
+  }
   if (exhausted) {
     // Both misspellings are kept: log watchers match the text.
     PolicyLog::log(

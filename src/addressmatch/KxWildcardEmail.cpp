@@ -1,12 +1,15 @@
 #include "KxWildcardEmail.h"
 
+#include <memory>
 #include <new>
+#include <typeinfo>
 
 #include "Decision.h"
 #include "KxMatchExplanation.h"
 #include "LibraryLifetime.h"
 #include "Memory.h"
 #include "PolicyLog.h"
+#include "TreeState.h"
 
 using namespace zaro_addressmatch;
 
@@ -62,6 +65,7 @@ void KxWildcardEmail::initScanTimeMode() {
   if (isUnloaded()) {
     return;
   }
+  std::vector<std::shared_ptr<TreeState>> trees;
   while (!_lockOnInit.empty()) {
     KxLockableClass* object = _lockOnInit.front();
     _lockOnInit.pop();
@@ -70,7 +74,15 @@ void KxWildcardEmail::initScanTimeMode() {
                      "KxWildcardEmail::initScanTimeMode has found a NULL pointer on the _lockOnInit queue.");
       continue;
     }
+    if (typeid(*object) == typeid(KxWildcardRootNode)) {
+      withinMemory([&] { trees.push_back(static_cast<KxWildcardRootNode*>(object)->_ownTree); });
+    }
     object->lock();
+  }
+  for (const std::shared_ptr<TreeState>& tree : trees) {
+    if (tree != nullptr && !withinMemory([&] { tree->freeze(); })) {
+      PolicyLog::log(LogLevel::Error, "KxWildcardEmail::initScanTimeMode: out of memory; a tree will be searched slowly");
+    }
   }
 }
 

@@ -7,10 +7,12 @@
 #include <utility>
 
 #include "AddressText.h"
+#include "GrowingLevel.h"
 #include "LibraryLifetime.h"
 #include "Memory.h"
 #include "ParsedAddress.h"
 #include "PolicyLog.h"
+#include "TreeState.h"
 
 using namespace zaro_addressmatch;
 
@@ -130,13 +132,19 @@ bool insertSorted(std::vector<Named*>& sorted, Named* item) {
 
 }  // namespace
 
+struct zaro_addressmatch::LevelFilling {
+  GrowingLevel<KxWildcardNode> children;
+  GrowingLevel<KxListedEmailAddress> leaves;
+};
+
 KxWildcardNode::KxWildcardNode(KxStringtable* table, const KxIndexedString* label)
     : KxLockableClass(table != nullptr),
       KxIndexedStringNamedClass(table, label),
       _childrenIndexed(false),
-      _wildcardChild(nullptr),
       _leavesIndexed(false),
-      _wildcardLeaf(nullptr) {}
+      _wildcardChild(nullptr),
+      _wildcardLeaf(nullptr),
+      _tree(nullptr) {}
 
 KxWildcardNode::~KxWildcardNode() {
   destroyChildren();
@@ -170,6 +178,8 @@ void KxWildcardNode::destroyChildren() {
 
 void KxWildcardNode::lock() {
   _lock();
+  settle();
+  _filling.reset();
   _childrenIndexed = allIndexed(_children);
   _leavesIndexed = allIndexed(_leaves);
 }
@@ -222,20 +232,70 @@ KxWildcardNode* KxWildcardNode::childFor(const KxIndexedString& label) {
   if (isWildcard(label.getString())) {
     if (_wildcardChild == nullptr) {
       _wildcardChild = new (std::nothrow) KxWildcardedWildcardNode(_stringtable);
+      if (_wildcardChild != nullptr && _tree != nullptr) {
+        _tree->takesIn(_tree->expected);
+        _wildcardChild->_tree = _tree;
+      }
     }
     return _wildcardChild;
   }
-  if (KxWildcardNode* child = _findMatchingChild(label)) {
+  if (KxWildcardNode* child = storedChild(label)) {
     return child;
   }
   std::unique_ptr<KxWildcardNode> child(new (std::nothrow) KxWildcardNode(_stringtable, &label));
-  if (child == nullptr || child->getName() != label || !_addToChildVector(child.get())) {
+  if (child == nullptr || child->getName() != label || !takeChild(child.get())) {
     return nullptr;
   }
   return child.release();
 }
 
+void KxWildcardNode::settle() {
+  if (_filling != nullptr) {
+    _filling->children.settle(_children);
+    _filling->leaves.settle(_leaves);
+  }
+}
+
+// A level that somebody made with a way of its own to find things is always asked.
+bool KxWildcardNode::isFilling() const {
+  return _tree != nullptr && !_tree->needsWalk && !_tree->isFrozen &&
+         (_stringtable == nullptr || !_stringtable->isLocked()) &&
+         (_tree->root != this || typeid(*this) == typeid(KxWildcardRootNode));
+}
+
+KxWildcardNode* KxWildcardNode::storedChild(const KxIndexedString& label) {
+  if (!isFilling() || _filling == nullptr || label.getString() == nullptr) {
+    return _findMatchingChild(label);
+  }
+  const KxIndexedString* name = _stringtable != nullptr ? _stringtable->_findInStringtable(&label) : &label;
+  return name != nullptr ? _filling->children.find(_children, *name, _stringtable == nullptr) : nullptr;
+}
+
+KxListedEmailAddress* KxWildcardNode::storedLeaf(const KxIndexedString& name) {
+  if (!isFilling() || _filling == nullptr || name.getString() == nullptr) {
+    return _findMatchingLeafNode(name, true);
+  }
+  const KxIndexedString* entry = _stringtable != nullptr ? _stringtable->_findInStringtable(&name) : &name;
+  return entry != nullptr ? _filling->leaves.find(_leaves, *entry, _stringtable == nullptr) : nullptr;
+}
+
+bool KxWildcardNode::takeChild(KxWildcardNode* child) {
+  if (_tree != nullptr) {
+    _tree->expected = child;
+  }
+  child->_tree = _tree;
+  return _addToChildVector(child);
+}
+
+bool KxWildcardNode::takeLeaf(KxListedEmailAddress* leaf) {
+  if (_tree != nullptr) {
+    _tree->expected = leaf;
+  }
+  return _addToLeafVector(leaf);
+}
+
 KxWildcardNode* KxWildcardNode::_findMatchingChild(const KxIndexedString& label) {
+  settle();
   return isUnknown(label, _childrenIndexed) ? nullptr : binarySearchInPointerVector(_children, label);
 }
 
@@ -244,6 +304,7 @@ bool KxWildcardNode::_matchWildcard(const KxIndexedString& /*label*/) {
 }
 
 KxListedEmailAddress* KxWildcardNode::_findMatchingLeafNode(const KxIndexedString& name, bool atEnd) {
+  settle();
   return !atEnd || isUnknown(name, _leavesIndexed) ? nullptr : binarySearchInPointerVector(_leaves, name);
 }
 
@@ -263,11 +324,35 @@ bool KxWildcardNode::_matchesThisNode(LabelStack& labels, const KxIndexedString*
 }
 
 bool KxWildcardNode::_addToLeafVector(KxListedEmailAddress* leaf) {
-  return insertSorted(_leaves, leaf);
+  return take(_leaves, &LevelFilling::leaves, leaf);
 }
 
 bool KxWildcardNode::_addToChildVector(KxWildcardNode* child) {
-  return insertSorted(_children, child);
+  return take(_children, &LevelFilling::children, child);
+}
+
+template <typename Named>
+bool KxWildcardNode::take(std::vector<Named*>& elements, GrowingLevel<Named> LevelFilling::*level, Named* element) {
+  if (element == nullptr) {
+    return false;
+  }
+  if (_tree != nullptr) {
+    _tree->takesIn(element);
+    _tree->needsWalk = _tree->needsWalk || (!_tree->isFrozen && !GrowingLevel<Named>::canTake(*element, _stringtable));
+  }
+  const bool waits = isFilling() && withinMemory([&] {
+                       if (_filling == nullptr) {
+                         _filling.reset(new LevelFilling{GrowingLevel<KxWildcardNode>(_children),
+                                                         GrowingLevel<KxListedEmailAddress>(_leaves)});
+                       }
+                       ((*_filling).*level).append(elements, element, _stringtable == nullptr);
+                     });
+  if (waits) {
+    return true;
+  }
+  settle();
+  _filling.reset();
+  return insertSorted(elements, element);
 }
 
 bool KxWildcardNode::_addOrModifyLeaf(const KxIndexedString* name, const KxIndexedString* fullAddress,
@@ -290,14 +375,14 @@ bool KxWildcardNode::_addOrModifyLeaf(const KxIndexedString* name, const KxIndex
 }
 
 KxListedEmailAddress* KxWildcardNode::leafFor(const KxIndexedString& name, const KxIndexedString& fullAddress) {
-  if (KxListedEmailAddress* leaf = _findMatchingLeafNode(name, true)) {
+  if (KxListedEmailAddress* leaf = storedLeaf(name)) {
     return leaf;
   }
   KxListedEmailAddress* leaf = new (std::nothrow) KxListedEmailAddress(_stringtable, &fullAddress, &name);
   if (leaf == nullptr) {
     return nullptr;
   }
-  if (!isWhole(*leaf, name, fullAddress) || !_addToLeafVector(leaf)) {
+  if (!isWhole(*leaf, name, fullAddress) || !takeLeaf(leaf)) {
     destroyLeaf(leaf);
     return nullptr;
   }
@@ -315,6 +400,9 @@ KxListedEmailAddress* KxWildcardNode::wildcardLeafFor(const KxIndexedString& ful
   if (!isWhole(*leaf, KxStringtable::_theWildcardIndexedString, fullAddress)) {
     delete leaf;
     return nullptr;
+  }
+  if (_tree != nullptr) {
+    _tree->takesIn(_tree->expected);
   }
   return _wildcardLeaf = leaf;
 }
@@ -345,6 +433,10 @@ bool KxWildcardNode::findAllMatches(const char* address, std::vector<KxListedEma
   const std::size_t before = out.size();
   bool complete = false;
   withinMemory([&] {
+    if (_tree != nullptr && _tree->index != nullptr && _tree->root == this && _tree->index->find(address, out)) {
+      complete = true;
+      return;
+    }
     const std::string text = loweredText(address);
     ParsedAddress parsed(_stringtable, text.c_str());
     if (parsed.isComplete()) {
@@ -430,9 +522,16 @@ bool KxWildcardedWildcardNode::_matchesThisNode(LabelStack& /*labels*/, const Kx
 }
 
 KxWildcardRootNode::KxWildcardRootNode(KxStringtable* table)
-    : KxWildcardNode(table, &KxStringtable::_theEmptyIndexedString) {}
+    : KxWildcardNode(table, &KxStringtable::_theEmptyIndexedString) {
+  withinMemory([this] { _ownTree = std::make_shared<TreeState>(this); });
+  _tree = _ownTree.get();
+}
 
-KxWildcardRootNode::~KxWildcardRootNode() = default;
+KxWildcardRootNode::~KxWildcardRootNode() {
+  if (_ownTree != nullptr) {
+    _ownTree->root = nullptr;
+  }
+}
 
 bool KxWildcardRootNode::_matchesThisNode(LabelStack& /*labels*/, const KxIndexedString*& consumed) {
   consumed = nullptr;

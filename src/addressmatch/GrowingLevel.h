@@ -1,0 +1,175 @@
+// The children or leaves of a level that is being filled: new ones go to the end and are sorted in when somebody looks,
+// so that a big level takes no longer for each than a small one.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <vector>
+
+#include "KxListedEmailAddress.h"
+#include "KxStringtable.h"
+#include "TextHash.h"
+#include "TextOrder.h"
+
+namespace zaro_addressmatch {
+
+// Where the elements of a level are found by name. Over a table names are the table's entries, and compared as such;
+// without one they are compared as texts.
+template <typename Named>
+class NameIndex {
+ public:
+  explicit NameIndex(bool byText) : m_byText(byText), m_count(0) {}
+
+  Named* find(const KxIndexedString& name) const {
+    for (std::size_t place = homeOf(name);; place = next(place)) {
+      const Slot& slot = m_slots[place];
+      if (slot.element == nullptr || slot.name == &name || (m_byText && *slot.name == name)) {
+        return slot.element;
+      }
+    }
+  }
+  // Throws std::bad_alloc, the index then as it was.
+  void add(Named* element) {
+    if ((m_count + 1) * 2 > m_slots.size()) {
+      grow();
+    }
+    take({element->getNameAsPtr(), element});
+    ++m_count;
+  }
+
+ private:
+  struct Slot {
+    const KxIndexedString* name;
+    Named* element;  // null: free
+  };
+
+  static constexpr std::size_t kFirstSlots = 64;
+
+  std::size_t homeOf(const KxIndexedString& name) const {
+    const HashSeed& seed = processHashSeed();
+    const std::uint64_t hash = m_byText ? hashText(seed, name.getString(), std::strlen(name.getString()), 0)
+                                        : mixed(reinterpret_cast<std::uintptr_t>(&name) ^ seed.words[0], seed.words[1]);
+    return placeOf(hash, m_slots.size());
+  }
+  std::size_t next(std::size_t place) const { return place + 1 != m_slots.size() ? place + 1 : 0; }
+  void take(const Slot& slot) {
+    std::size_t place = homeOf(*slot.name);
+    while (m_slots[place].element != nullptr) {
+      place = next(place);
+    }
+    m_slots[place] = slot;
+  }
+  void grow() {
+    std::vector<Slot> slots(std::max(kFirstSlots, m_slots.size() * 2));
+    slots.swap(m_slots);
+    for (const Slot& slot : slots) {
+      if (slot.element != nullptr) {
+        take(slot);
+      }
+    }
+  }
+
+  bool m_byText;
+  std::size_t m_count;
+  std::vector<Slot> m_slots;
+};
+
+// Goes with the vector of a level, which is sorted but for its end.
+template <typename Named>
+class GrowingLevel {
+ public:
+  // Takes over a sorted vector, whose elements must be in it the way `canTake` demands.
+  explicit GrowingLevel(const std::vector<Named*>& sorted) : m_sorted(sorted.size()) {}
+
+  // Whether an element of a level over `table` (null: none) can wait to be sorted in: it has a name of its own kind,
+  // and that is compared as a text.
+  static bool canTake(const Named& element, const KxStringtable* table) {
+    return element.getName().getIndex() == (table != nullptr ? KxIndexedString::TableEntry : KxIndexedString::DeepCopy);
+  }
+
+  // Throws std::bad_alloc, everything then as it was.
+  void append(std::vector<Named*>& elements, Named* element, bool byText) {
+    constexpr std::size_t kSmall = 16;
+    elements.push_back(element);
+    if (m_index == nullptr && elements.size() <= kSmall) {
+      return;
+    }
+    try {
+      if (m_index == nullptr) {
+        auto index = std::make_unique<NameIndex<Named>>(byText);
+        std::for_each(elements.begin(), elements.end(), [&index](Named* one) { index->add(one); });
+        m_index = std::move(index);
+      } else {
+        m_index->add(element);
+      }
+    } catch (...) {
+      elements.pop_back();
+      throw;
+    }
+  }
+
+  // `name` is an entry of the table that the level is over, if it is over one.
+  Named* find(const std::vector<Named*>& elements, const KxIndexedString& name, bool byText) const {
+    if (m_index != nullptr) {
+      return m_index->find(name);
+    }
+    for (Named* element : elements) {
+      if (element->getNameAsPtr() == &name || (byText && element->getName() == name)) {
+        return element;
+      }
+    }
+    return nullptr;
+  }
+
+  // Sorts in what waits.
+  void settle(std::vector<Named*>& elements) {
+    if (m_sorted != elements.size()) {
+      sortByName(elements, m_sorted);
+      m_sorted = elements.size();
+    }
+  }
+
+ private:
+  static bool precedes(const Named* one, const Named* other) { return one->getName() < other->getName(); }
+
+  static void sortByName(std::vector<Named*>& elements, std::size_t sorted) {
+    constexpr std::size_t kFew = 8;
+    const auto end = elements.end();
+    if (elements.size() <= kFew || elements.size() - sorted == 1) {
+      for (auto element = elements.begin() + static_cast<std::ptrdiff_t>(sorted); element != end; ++element) {
+        std::rotate(std::upper_bound(elements.begin(), element, *element, precedes), element, element + 1);
+      }
+      return;
+    }
+    struct Item {
+      std::uint64_t key;
+      Named* element;
+    };
+    std::vector<Item> items;
+    try {
+      items.reserve(elements.size());
+    } catch (const std::bad_alloc&) {
+      std::sort(elements.begin(), end, precedes);
+      return;
+    }
+    bool ranked = true;
+    for (Named* element : elements) {
+      items.push_back({element->getName().getIndex(), element});
+      ranked = ranked && element->getName().isIndexed();
+    }
+    if (ranked) {
+      std::sort(items.begin(), items.end(), [](const Item& one, const Item& other) { return one.key < other.key; });
+    } else {
+      sortByText(items.data(), items.data() + items.size(), [](const Item& item) { return item.element->getNameAsStr(); });
+    }
+    std::transform(items.begin(), items.end(), elements.begin(), [](const Item& item) { return item.element; });
+  }
+
+  std::size_t m_sorted;
+  std::unique_ptr<NameIndex<Named>> m_index;
+};
+
+}  // namespace zaro_addressmatch

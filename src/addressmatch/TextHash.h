@@ -1,0 +1,78 @@
+// Hashing of short texts. Whoever sends mail chooses the addresses, so the hash is keyed: without its seed nobody can
+// make texts that collide.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace zaro_addressmatch {
+
+struct HashSeed {
+  std::uint64_t words[4];
+};
+
+// This process's own seed, drawn at random once.
+const HashSeed& processHashSeed();
+
+inline std::uint64_t load8(const char* from) {
+  std::uint64_t word;
+  std::memcpy(&word, from, sizeof word);
+  return word;
+}
+
+inline std::uint32_t load4(const char* from) {
+  std::uint32_t word;
+  std::memcpy(&word, from, sizeof word);
+  return word;
+}
+
+// Both halves of the product, folded: every bit of the answer depends on every bit of the factors.
+inline std::uint64_t mixed(std::uint64_t one, std::uint64_t other) {
+#ifdef __SIZEOF_INT128__
+  __extension__ typedef unsigned __int128 Product;
+  const Product product = static_cast<Product>(one) * other;
+  return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
+#else
+  const std::uint64_t low = static_cast<std::uint32_t>(one);
+  const std::uint64_t high = one >> 32;
+  const std::uint64_t otherLow = static_cast<std::uint32_t>(other);
+  const std::uint64_t otherHigh = other >> 32;
+  const std::uint64_t lowest = low * otherLow;
+  const std::uint64_t middle = high * otherLow + (lowest >> 32);
+  const std::uint64_t middle2 = low * otherHigh + static_cast<std::uint32_t>(middle);
+  const std::uint64_t upper = high * otherHigh + (middle >> 32) + (middle2 >> 32);
+  return ((middle2 << 32) | static_cast<std::uint32_t>(lowest)) ^ upper;
+#endif
+}
+
+// Hash of `size` bytes, which goes on from `before`: the hash of what stands before the text, or any constant. Reads
+// nothing outside the text.
+inline std::uint64_t hashText(const HashSeed& seed, const char* text, std::size_t size, std::uint64_t before) {
+  constexpr std::uint64_t kOdd = 0x9E3779B97F4A7C15u;
+  std::uint64_t state = before ^ seed.words[0];
+  std::size_t left = size;
+  for (; left > 16; left -= 16, text += 16) {
+    state = mixed(load8(text) ^ state, load8(text + 8) ^ seed.words[1]);
+  }
+  std::uint64_t first = 0;
+  std::uint64_t second = 0;
+  if (left >= 8) {
+    first = load8(text);
+    second = load8(text + left - 8);
+  } else if (left >= 4) {
+    first = load4(text);
+    second = load4(text + left - 4);
+  } else if (left != 0) {
+    const auto byteAt = [text](std::size_t at) { return static_cast<std::uint64_t>(static_cast<unsigned char>(text[at])); };
+    first = byteAt(0) | byteAt(left / 2) << 8 | byteAt(left - 1) << 16;
+  }
+  return mixed(first ^ state, second ^ (seed.words[2] + size * kOdd));
+}
+
+// A place among `count`, which is below 2^32.
+inline std::size_t placeOf(std::uint64_t hash, std::size_t count) {
+  return static_cast<std::size_t>((hash >> 32) * count >> 32);
+}
+
+}  // namespace zaro_addressmatch

@@ -1,0 +1,19 @@
+#include "TreeState.h"
+
+#include <typeinfo>
+
+namespace zaro_addressmatch {
+
+void TreeState::freeze() {
+  if (isFrozen || root == nullptr) {
+    return;
+  }
+  isFrozen = true;
+  const KxStringtable* table = root->_stringtable;
+  const bool isOrdinary = typeid(*root) == typeid(KxWildcardRootNode);
+  if (!needsWalk && isOrdinary && table != nullptr && table->isLocked() && !table->_hasForeignHolders) {
+    index = FrozenIndex::build(*root);
+  }
+}
+
+}  // namespace zaro_addressmatch

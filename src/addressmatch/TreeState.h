@@ -1,0 +1,34 @@
+// What the levels of one tree share.
+#pragma once
+
+#include <memory>
+
+#include "FrozenIndex.h"
+#include "KxWildcardNode.h"
+
+namespace zaro_addressmatch {
+
+struct TreeState {
+  explicit TreeState(const KxWildcardNode* ofTree) : root(ofTree) {}
+
+  // To be told before a level takes something in.
+  void takesIn(const void* object) {
+    if (isFrozen || object != expected) {
+      needsWalk = true;
+      index.reset();
+    }
+  }
+  // To be called once every level is locked: makes the index, if there can be one. Throws std::bad_alloc.
+  void freeze();
+
+  const KxWildcardNode* root;  // null when it has gone
+  // What the tree is about to take in of its own accord.
+  const void* expected = nullptr;
+  bool isFrozen = false;
+  // Something was put in by somebody else, or after the freeze, or has a name of its own: from then on only a walk tells
+  // what is found.
+  bool needsWalk = false;
+  std::unique_ptr<const FrozenIndex> index;
+};
+
+}  // namespace zaro_addressmatch
