@@ -15,14 +15,6 @@ inline void prefetchLine(const void* line) {
   __builtin_prefetch(line);
 }
 
-// The lowest `count` bytes of a word; all for 8 and more, none for 0 and less.
-inline std::uint64_t firstBytes(std::uint64_t word, std::ptrdiff_t count) {
-  if (count >= 8) {
-    return word;
-  }
-  return count <= 0 ? 0 : word & ((std::uint64_t{1} << 8 * count) - 1);
-}
-
 inline unsigned int highestBit(std::uint64_t bits) {
   return 63u - static_cast<unsigned int>(__builtin_clzll(bits));
 }
@@ -31,26 +23,29 @@ inline unsigned int lowestBit(std::uint64_t bits) {
   return static_cast<unsigned int>(__builtin_ctzll(bits));
 }
 
-// Compares texts that have zeros behind them, up to a whole word at least.
+// Compares texts that have zeros behind them: `kAtOnce` in all at least.
 inline bool samePadded(const char* one, const char* other, std::size_t size) {
-  for (std::size_t at = 0; at < size; at += 8) {
-    if (load8(one + at) != load8(other + at)) {
-      return false;
-    }
+  constexpr std::size_t kAtOnce = 24;
+  std::uint64_t difference = 0;
+  for (std::size_t at = 0; at != kAtOnce; at += 8) {
+    difference |= load8(one + at) ^ load8(other + at);
   }
-  return true;
+  for (std::size_t at = kAtOnce; at < size; at += 8) {
+    difference |= load8(one + at) ^ load8(other + at);
+  }
+  return difference == 0;
 }
 
 }  // namespace
 
-FrozenIndex::NameKey FrozenIndex::NameKey::of(const char* padded, std::size_t size) {
-  constexpr std::size_t kMiddle = 3;
-  constexpr std::size_t kTail = kMiddle + 8;
-  const auto from = [&](std::size_t at) {
-    return firstBytes(load8(padded + at), static_cast<std::ptrdiff_t>(size) - static_cast<std::ptrdiff_t>(at));
-  };
-  const std::uint64_t shownSize = std::min(size, kLongName);
-  return {shownSize << 32 | from(0) << 40, from(kMiddle), static_cast<decltype(tail)>(from(kTail))};
+FrozenIndex::NameKey FrozenIndex::NameKey::of(const std::uint64_t* padded, std::size_t size) {
+  const std::size_t shown = std::min(size, kNameRoom);
+  const std::uint64_t first = bytesWithin(padded[0], std::min<std::size_t>(shown, 16), 0);
+  const std::uint64_t second = bytesWithin(padded[1], std::min<std::size_t>(shown, 16), 8);
+  const std::uint64_t third = bytesWithin(padded[2], shown < 16 ? 0 : shown - 16, 0);
+  // Three bytes in the first word, eight in the next.
+  return {std::uint64_t{std::min(size, kLongName)} << 32 | first << 40, first >> 24 | second << 40,
+          static_cast<decltype(tail)>(second >> 24 | third << 40)};
 }
 
 bool FrozenIndex::find(const char* address, Matches& out) const {
@@ -87,20 +82,16 @@ FrozenIndex::Kind FrozenIndex::prepareShort(const char* address, ShortQuery& que
   if (isWildcard(address)) {
     return prepareShort(kEveryAddress, query);
   }
-  std::memset(query.room, 0, sizeof query.room);
-  std::memcpy(query.room, address, query.size);
   std::uint64_t ats = 0;
   std::uint64_t dots = 0;
-  for (std::size_t at = 0; at < query.size; at += 8) {
-    const std::uint64_t word = loweredWord(load8(query.room + at));
-    std::memcpy(query.room + at, &word, sizeof word);
-    ats |= bytesEqual(word, '@') << at;
-    dots |= bytesEqual(word, '.') << at;
-  }
+  lower(address, query.size, query.room, [&](std::size_t offset, std::uint64_t word) {
+    ats |= bytesEqual(word, '@') << offset;
+    dots |= bytesEqual(word, '.') << offset;
+  });
   if (ats == 0) {
     return Kind::Whole;
   }
-  query.text = query.room;
+  query.words = query.room;
   query.suffixes = query.suffixRoom;
   query.at = lowestBit(ats);
   dots &= ~((ats & -ats) * 2 - 1);
@@ -115,29 +106,53 @@ FrozenIndex::Kind FrozenIndex::prepareShort(const char* address, ShortQuery& que
   return Kind::Split;
 }
 
+template <typename Mark>
+void FrozenIndex::lower(const char* address, std::size_t size, std::uint64_t* words, Mark mark) {
+  std::size_t offset = 0;
+  for (; offset + 8 <= size; offset += 8) {
+    const std::uint64_t word = loweredWord(load8(address + offset));
+    words[offset / 8] = word;
+    mark(offset, word);
+  }
+  std::uint64_t last = 0;
+  if (offset != size) {
+    // Without a look at what lies behind the text.
+    if (size >= 8) {
+      last = loweredWord(load8(address + size - 8) >> (8 - size % 8) * 8);
+    } else {
+      std::memcpy(&last, address, size);
+      last = loweredWord(last);
+    }
+    mark(offset, last);
+  }
+  std::uint64_t* end = words + offset / 8;
+  *end = last;
+  std::fill(end + 1, end + 1 + kPadding / 8, 0);
+}
+
 std::size_t FrozenIndex::roomFor(std::size_t size) {
-  return size + kPadding + (size + 1) * sizeof(Suffix) + alignof(Suffix);
+  return (size + 1) * sizeof(Suffix) + alignof(Suffix) + size + 8 + kPadding;
 }
 
 void FrozenIndex::prepareLong(const char* address, std::size_t size, Query& query, char* room) const {
   void* suffixes = room;
   std::size_t space = roomFor(size);
   query.suffixes = static_cast<Suffix*>(std::align(alignof(Suffix), sizeof(Suffix), suffixes, space));
-  char* text = reinterpret_cast<char*>(query.suffixes + size + 1);
-  std::transform(address, address + size, text, lowered);
-  std::memset(text + size, 0, kPadding);
-  query.text = text;
+  auto* words = reinterpret_cast<std::uint64_t*>(query.suffixes + size + 1);
+  lower(address, size, words, [](std::size_t, std::uint64_t) {});
+  query.words = words;
   query.size = size;
-  const char* at = static_cast<const char*>(std::memchr(text, '@', size));
+  const char* text = query.text();
+  const void* at = std::memchr(text, '@', size);
   if (at == nullptr) {
     query.kind = Kind::Whole;
     return;
   }
   query.kind = Kind::Split;
-  query.at = static_cast<std::size_t>(at - text);
-  hashAll(query, [&query](std::size_t end) {
+  query.at = static_cast<std::size_t>(static_cast<const char*>(at) - text);
+  hashAll(query, [&query, text](std::size_t end) {
     while (end-- != query.at + 1) {
-      if (query.text[end] == '.') {
+      if (text[end] == '.') {
         return end;
       }
     }
@@ -148,30 +163,33 @@ void FrozenIndex::prepareLong(const char* address, std::size_t size, Query& quer
 // `nextDot(end)` tells where the next dot of the domain before `end` is.
 template <typename NextDot>
 void FrozenIndex::hashAll(Query& query, NextDot nextDot) const {
-  query.nameHash = hashText(m_seed, query.text, query.at, 0);
+  const auto hashOf = [&](std::size_t begin, std::size_t end, std::uint64_t before) {
+    return hashWords(m_seed, end - begin, before,
+                     [&query, begin](std::size_t offset) { return wordAt(query.words, begin + offset); });
+  };
+  query.nameHash = hashOf(0, query.at, 0);
   query.suffixCount = 0;
-  std::uint64_t hash = emptyDomainHash();
+  std::uint64_t hash = kEmptyDomainHash;
   std::size_t end = query.size;
   for (std::size_t dot = nextDot(end); dot != kNoDot; dot = nextDot(end)) {
-    hash = hashText(m_seed, query.text + dot + 1, end - dot - 1, hash);
+    hash = hashOf(dot + 1, end, hash);
     if (mayHaveBelow(hash)) {
       query.suffixes[query.suffixCount++] = {hash, dot + 1};
       prefetchLine(&m_domains[placeOf(hash, m_domains.size())]);
     }
     end = dot;
   }
-  const std::size_t domain = query.at + 1;
-  query.domainHash = hashText(m_seed, query.text + domain, end - domain, hash);
+  query.domainHash = hashOf(query.at + 1, end, hash);
   prefetchLine(&m_domains[placeOf(query.domainHash, m_domains.size())]);
-  prefetchLine(&m_names[placeOf(nameHashAt(query.nameHash, query.domainHash, false), m_names.size())]);
+  prefetchLine(&m_names[placeOf(nameHashAt(query.nameHash, query.domainHash), m_names.size())]);
+  query.key = NameKey::of(query.words, query.at);
 }
 
 void FrozenIndex::resolve(const Query& query, Matches& out) const {
-  const NameKey key = NameKey::of(query.text, query.at);
   const std::size_t begin = query.at + 1;
-  if (const DomainSlot* domain = findDomain(query.domainHash, query.text + begin, query.size - begin)) {
+  if (const DomainSlot* domain = findDomain(query.domainHash, query.text() + begin, query.size - begin)) {
     if (domain->hasNames) {
-      findName(query, key.at(domain->number), nameHashAt(query.nameHash, query.domainHash, false), out);
+      findName(m_names, query, domain->number, nameHashAt(query.nameHash, query.domainHash), out);
     }
     if (domain->anyName != nullptr) {
       out.push_back(domain->anyName);
@@ -179,34 +197,44 @@ void FrozenIndex::resolve(const Query& query, Matches& out) const {
   }
   for (std::size_t i = query.suffixCount; i-- != 0;) {
     const Suffix& suffix = query.suffixes[i];
-    const DomainSlot* domain = findDomain(suffix.hash, query.text + suffix.begin, query.size - suffix.begin);
+    const DomainSlot* domain = findDomain(suffix.hash, query.text() + suffix.begin, query.size - suffix.begin);
     if (domain == nullptr) {
       continue;
     }
     if (domain->hasNamesBelow) {
-      findName(query, key.at(domain->number | kBelow), nameHashAt(query.nameHash, suffix.hash, true), out);
+      findNameBelow(query, domain->number, suffix.hash, out);
     }
     if (domain->anyNameBelow != nullptr) {
       out.push_back(domain->anyNameBelow);
     }
   }
   if (m_hasNamesBelowRoot) {
-    findName(query, key.at(kBelow), nameHashAt(query.nameHash, emptyDomainHash(), true), out);
+    findNameBelow(query, 0, kEmptyDomainHash, out);
   }
   if (m_anyAtAll != nullptr) {
     out.push_back(m_anyAtAll);
   }
 }
 
-void FrozenIndex::findName(const Query& query, const NameKey& key, std::uint64_t hash, Matches& out) const {
-  for (std::size_t place = placeOf(hash, m_names.size());; place = place + 1 != m_names.size() ? place + 1 : 0) {
-    const NameSlot& slot = m_names[place];
+void FrozenIndex::findNameBelow(const Query& query, std::uint32_t number, std::uint64_t domainHash,
+                                Matches& out) const {
+  const std::uint64_t hash = nameHashAt(query.nameHash, domainHash);
+  if (mayHaveBelow(hash)) {
+    findName(m_namesBelow, query, number, hash, out);
+  }
+}
+
+void FrozenIndex::findName(const std::vector<NameSlot>& names, const Query& query, std::uint32_t place,
+                           std::uint64_t hash, Matches& out) {
+  const NameKey key = query.key.at(place);
+  for (std::size_t at = placeOf(hash, names.size());; at = at + 1 != names.size() ? at + 1 : 0) {
+    const NameSlot& slot = names[at];
     if (slot.leaf == nullptr) {
       return;
     }
     if (slot.key == key) {
       const char* name = query.at > kNameRoom ? slot.leaf->getNameAsStr() : nullptr;
-      if (name == nullptr || (std::strncmp(name, query.text, query.at) == 0 && name[query.at] == '\0')) {
+      if (name == nullptr || (std::strncmp(name, query.text(), query.at) == 0 && name[query.at] == '\0')) {
         out.push_back(slot.leaf);
         return;
       }

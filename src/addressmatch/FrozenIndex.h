@@ -21,7 +21,7 @@ class FrozenIndex {
   using Matches = std::vector<KxListedEmailAddress*>;
 
   // How full the tables are kept: the fuller, the longer a search for what is not there.
-  static constexpr unsigned int kFullPercent = 65;
+  static constexpr unsigned int kFullPercent = 55;
 
   // The index of everything below a root, or null when the tree holds something that only a walk treats right. Throws
   // std::bad_alloc.
@@ -69,25 +69,25 @@ class FrozenIndex {
   static constexpr std::size_t kNameRoom = kWide ? 19 : 15;
   static constexpr std::size_t kDomainRoom = kWide ? 40 : 32;
 
-  // What a leaf is known by: a local part at a domain, or below it. In words, so that a few comparisons settle it.
+  // What a leaf is known by: a local part and where it stands. In words, so that a few comparisons settle it.
   struct NameKey {
-    // From the lowest bit on: number of the domain, and kBelow; size of the local part, kLongName for that or more;
+    // From the lowest bit on: number of the domain, 0 for none; size of the local part, kLongName for that or more;
     // its first 3 characters. Zeros behind the last one, here and in the other words.
     std::uint64_t head;
     std::uint64_t middle;                                              // the next 8
     std::conditional_t<kWide, std::uint64_t, std::uint32_t> tail;  // and the rest, up to kNameRoom
 
-    static NameKey of(const char* padded, std::size_t size);
+    static NameKey of(const std::uint64_t* padded, std::size_t size);
     NameKey at(std::uint32_t place) const { return {head | place, middle, tail}; }
     bool operator==(const NameKey& other) const {
       return ((head ^ other.head) | (middle ^ other.middle) | (tail ^ other.tail)) == 0;
     }
   };
-  struct NameSlot {
+  struct alignas(kWide ? 32 : 8) NameSlot {
     KxListedEmailAddress* leaf;  // null: free
     NameKey key;
   };
-  struct DomainSlot {
+  struct alignas(kWide ? 64 : 16) DomainSlot {
     KxListedEmailAddress* anyName;       // *@DOMAIN
     KxListedEmailAddress* anyNameBelow;  // *@*.DOMAIN
     std::uint32_t number;                // from 1 on; 0: free
@@ -101,7 +101,6 @@ class FrozenIndex {
   };
   static_assert(sizeof(NameSlot) == (kWide ? 32 : 24) && sizeof(DomainSlot) == (kWide ? 64 : 48), "no padding");
 
-  static constexpr std::uint32_t kBelow = 0x80000000u;
   static constexpr std::size_t kLongName = 255;
 
   enum class Kind { Nothing, Split, Long, Whole };
@@ -112,7 +111,7 @@ class FrozenIndex {
     std::size_t begin;
   };
   struct Query {
-    const char* text;  // in lower case, with zeros behind it
+    const std::uint64_t* words;  // the text in lower case, with kPadding zeros behind it
     std::size_t size;
     std::size_t at;
     std::uint64_t nameHash;
@@ -120,10 +119,13 @@ class FrozenIndex {
     Suffix* suffixes;  // the shortest first
     std::size_t suffixCount;
     Kind kind;
+    NameKey key;
+
+    const char* text() const { return reinterpret_cast<const char*>(words); }
   };
   struct ShortQuery : Query {
     ShortQuery() {}  // leaves everything for `prepareShort`
-    alignas(16) char room[kShort + kPadding];
+    std::uint64_t room[(kShort + kPadding) / 8];
     Suffix suffixRoom[kShort];
   };
 
@@ -136,22 +138,29 @@ class FrozenIndex {
   // `room` is as big as `roomFor` says.
   void prepareLong(const char* address, std::size_t size, Query& query, char* room) const;
   static std::size_t roomFor(std::size_t size);
+  // The text of a query that has one, put in lower case into `words`; `mark(offset, word)` sees every word.
+  template <typename Mark>
+  static void lower(const char* address, std::size_t size, std::uint64_t* words, Mark mark);
   template <typename NextDot>
   void hashAll(Query& query, NextDot nextDot) const;
   void resolve(const Query& query, Matches& out) const;
-  void findName(const Query& query, const NameKey& key, std::uint64_t hash, Matches& out) const;
+  static void findName(const std::vector<NameSlot>& names, const Query& query, std::uint32_t place, std::uint64_t hash,
+                       Matches& out);
+  void findNameBelow(const Query& query, std::uint32_t number, std::uint64_t domainHash, Matches& out) const;
   const DomainSlot* findDomain(std::uint64_t hash, const char* text, std::size_t size) const;
 
-  std::uint64_t nameHashAt(std::uint64_t nameHash, std::uint64_t domainHash, bool below) const {
-    return mixed(nameHash ^ m_seed.words[below ? 2 : 1], domainHash ^ m_seed.words[3]);
+  // Hash of a local part at or below a domain.
+  std::uint64_t nameHashAt(std::uint64_t nameHash, std::uint64_t domainHash) const {
+    return mixed(nameHash ^ m_seed.words[1], domainHash ^ m_seed.words[3]);
   }
-  std::uint64_t emptyDomainHash() const { return m_seed.words[3]; }
+  static constexpr std::uint64_t kEmptyDomainHash = 0;
   bool mayHaveBelow(std::uint64_t hash) const { return (m_filter[hash >> 3 & m_filterMask] & 1u << (hash & 7)) != 0; }
 
   HashSeed m_seed;
-  std::vector<NameSlot> m_names;      // never empty
-  std::vector<DomainSlot> m_domains;  // never empty
-  // Bits by hash: suffixes that have something below.
+  std::vector<DomainSlot> m_domains;  // this and the next two are never empty
+  std::vector<NameSlot> m_names;      // NAME@DOMAIN
+  std::vector<NameSlot> m_namesBelow;  // NAME@*.DOMAIN and NAME@*
+  // Bits by hash: the suffixes that have something below, and the names there.
   std::vector<std::uint8_t> m_filter;
   std::uint64_t m_filterMask = 0;
   // Below the root: NAME@* and *@*.

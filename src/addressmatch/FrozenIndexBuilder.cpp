@@ -13,11 +13,12 @@ class FrozenIndexBuilder {
 
   // Null when the tree holds something that an index cannot tell.
   std::unique_ptr<const FrozenIndex> build() {
-    if (!collectLevels() || m_levels.size() >= FrozenIndex::kBelow || roomFor(m_nameCount) > UINT32_MAX) {
+    if (!collectLevels() || roomFor(m_levels.size()) > UINT32_MAX || roomFor(m_nameCount) > UINT32_MAX) {
       return nullptr;
     }
     m_index->m_domains.resize(roomFor(m_levels.size()));
     m_index->m_names.resize(roomFor(m_nameCount));
+    m_index->m_namesBelow.resize(roomFor(m_nameBelowCount));
     makeFilter();
     for (const Level& level : m_levels) {
       addDomain(level);
@@ -47,11 +48,11 @@ class FrozenIndexBuilder {
   struct Name {
     KxListedEmailAddress* leaf;
     const KxIndexedString* handle;
-    std::uint64_t domainHash;
-    std::uint32_t place;
+    std::uint64_t hash;  // of its level, then its own
+    std::uint32_t number;
+    bool below;
     bool indexed;  // whether its level looks only for names that have a rank
     std::size_t size;
-    std::size_t slot;
   };
   // So many leaves go side by side, so that the processor fetches their parts side by side.
   static constexpr std::size_t kTogether = 256;
@@ -66,9 +67,9 @@ class FrozenIndexBuilder {
   // Walks the tree without deeper calls for deeper domains.
   bool collectLevels() {
     if (m_root._wildcardChild != nullptr) {
-      m_nameCount += m_root._wildcardChild->_leaves.size();
+      m_nameBelowCount += m_root._wildcardChild->_leaves.size();
     }
-    m_path.push_back({&m_root, m_index->emptyDomainHash(), 0});
+    m_path.push_back({&m_root, FrozenIndex::kEmptyDomainHash, 0});
     while (!m_path.empty()) {
       Descent& above = m_path.back();
       if (above.nextChild == above.node->_children.size()) {
@@ -101,7 +102,7 @@ class FrozenIndexBuilder {
     }
     m_nameCount += node._leaves.size();
     if (node._wildcardChild != nullptr) {
-      m_nameCount += node._wildcardChild->_leaves.size();
+      m_nameBelowCount += node._wildcardChild->_leaves.size();
       ++m_belowCount;
     }
     const std::size_t begin = m_texts.size();
@@ -116,7 +117,7 @@ class FrozenIndexBuilder {
   void makeFilter() {
     constexpr std::size_t kBytesEach = 2;
     std::size_t size = 64;
-    while (size < m_belowCount * kBytesEach) {
+    while (size < (m_belowCount + m_nameBelowCount) * kBytesEach) {
       size *= 2;
     }
     m_index->m_filter.resize(size);
@@ -143,9 +144,12 @@ class FrozenIndexBuilder {
     if (const KxWildcardNode* below = level.node->_wildcardChild) {
       slot.anyNameBelow = below->_wildcardLeaf;
       slot.hasNamesBelow = !below->_leaves.empty();
-      m_index->m_filter[level.hash >> 3 & m_index->m_filterMask] |=
-          static_cast<std::uint8_t>(1u << (level.hash & 7));
+      markBelow(level.hash);
     }
+  }
+
+  void markBelow(std::uint64_t hash) {
+    m_index->m_filter[hash >> 3 & m_index->m_filterMask] |= static_cast<std::uint8_t>(1u << (hash & 7));
   }
 
   // The first free place from a hash's own on.
@@ -164,60 +168,62 @@ class FrozenIndexBuilder {
     if (const KxWildcardNode* below = m_root._wildcardChild) {
       m_index->m_anyAtAll = below->_wildcardLeaf;
       m_index->m_hasNamesBelowRoot = !below->_leaves.empty();
-      takeNames(*below, m_index->emptyDomainHash(), FrozenIndex::kBelow);
+      takeNames(*below, FrozenIndex::kEmptyDomainHash, 0, true);
     }
     std::uint32_t number = 0;
     for (const Level& level : m_levels) {
-      takeNames(*level.node, level.hash, ++number);
+      takeNames(*level.node, level.hash, ++number, false);
       if (level.node->_wildcardChild != nullptr) {
-        takeNames(*level.node->_wildcardChild, level.hash, number | FrozenIndex::kBelow);
+        takeNames(*level.node->_wildcardChild, level.hash, number, true);
       }
     }
     flushNames();
     return m_told;
   }
 
-  void takeNames(const KxWildcardNode& node, std::uint64_t domainHash, std::uint32_t place) {
+  void takeNames(const KxWildcardNode& node, std::uint64_t domainHash, std::uint32_t number, bool below) {
     for (KxListedEmailAddress* leaf : node._leaves) {
       __builtin_prefetch(leaf);
-      m_names.push_back({leaf, nullptr, domainHash, place, node._leavesIndexed, 0, 0});
-      if (m_names.size() == kTogether) {
+      m_waiting.push_back({leaf, nullptr, domainHash, number, below, node._leavesIndexed, 0});
+      if (m_waiting.size() == kTogether) {
         flushNames();
       }
     }
   }
 
+  std::vector<FrozenIndex::NameSlot>& namesOf(const Name& name) {
+    return name.below ? m_index->m_namesBelow : m_index->m_names;
+  }
+
   void flushNames() {
-    for (Name& name : m_names) {
+    for (Name& name : m_waiting) {
       name.handle = name.leaf->getNameAsPtr();
       __builtin_prefetch(name.handle);
     }
-    for (const Name& name : m_names) {
+    for (const Name& name : m_waiting) {
       m_told = m_told && (!name.indexed || name.handle->isIndexed());
       __builtin_prefetch(name.handle->getString());
     }
-    for (Name& name : m_names) {
+    for (Name& name : m_waiting) {
       const char* text = textOf(*name.leaf);
       name.size = std::strlen(text);
-      const std::uint64_t nameHash = hashText(m_index->m_seed, text, name.size, 0);
-      const std::uint64_t hash =
-          m_index->nameHashAt(nameHash, name.domainHash, (name.place & FrozenIndex::kBelow) != 0);
-      name.domainHash = hash;
-      name.slot = placeOf(hash, m_index->m_names.size());
-      __builtin_prefetch(&m_index->m_names[name.slot], 1);
+      name.hash = m_index->nameHashAt(hashText(m_index->m_seed, text, name.size, 0), name.hash);
+      __builtin_prefetch(&namesOf(name)[placeOf(name.hash, namesOf(name).size())], 1);
     }
-    for (const Name& name : m_names) {
+    for (const Name& name : m_waiting) {
       addName(name);
     }
-    m_names.clear();
+    m_waiting.clear();
   }
 
   void addName(const Name& name) {
-    char padded[FrozenIndex::kNameRoom + sizeof(std::uint64_t)] = {};
-    std::memcpy(padded, name.handle->getString(), std::min(name.size, FrozenIndex::kNameRoom));
-    const std::size_t place =
-        freeSlot(m_index->m_names, name.domainHash, [](const auto& one) { return one.leaf == nullptr; });
-    m_index->m_names[place] = {name.leaf, FrozenIndex::NameKey::of(padded, name.size).at(name.place)};
+    std::uint64_t padded[4] = {};
+    std::memcpy(padded, textOf(*name.leaf), std::min(name.size, FrozenIndex::kNameRoom));
+    const std::size_t place = freeSlot(namesOf(name), name.hash, [](const auto& one) { return one.leaf == nullptr; });
+    namesOf(name)[place] = {name.leaf, FrozenIndex::NameKey::of(padded, name.size).at(name.number)};
+    if (name.below) {
+      markBelow(name.hash);
+    }
   }
 
   const KxWildcardNode& m_root;
@@ -226,8 +232,9 @@ class FrozenIndexBuilder {
   std::vector<Level> m_levels;
   std::string m_texts;
   std::size_t m_nameCount = 0;
+  std::size_t m_nameBelowCount = 0;
   std::size_t m_belowCount = 0;
-  std::vector<Name> m_names;
+  std::vector<Name> m_waiting;
   bool m_told = true;
 };
 

@@ -17,7 +17,7 @@ KxIndexedString* InternedTexts::find(const char* text, std::uint32_t tag) const 
   for (std::size_t place = homeOf(tag); m_slots[place].position != 0; place = next(place)) {
     if (m_slots[place].tag == tag) {
       const KxIndexedString& entry = m_entries[m_slots[place].position - 1];
-      if (std::strcmp(entry.getString(), text) == 0) {
+      if (entry == KxIndexedString(text)) {
         return const_cast<KxIndexedString*>(&entry);
       }
     }
@@ -81,7 +81,7 @@ void InternedTexts::remove(KxIndexedString* entry) {
   }
   m_slots[gap] = Slot();
   m_borrowed.erase(std::remove(m_borrowed.begin(), m_borrowed.end(), entry), m_borrowed.end());
-  *entry = KxIndexedString(nullptr);
+  *entry = KxIndexedString(kTakenOut);
   ++m_removed;
 }
 
@@ -97,7 +97,10 @@ bool InternedTexts::rank(unsigned int limit) {
   std::vector<Item> items;
   items.reserve(size());
   forEach([&items](KxIndexedString& entry) { items.push_back({0, &entry}); });
-  sortByText(items.data(), items.data() + items.size(), [](const Item& item) { return item.entry->getString(); });
+  sortByText(items.data(), items.data() + items.size(), [](const Item& item) {
+    const char* text = item.entry->getString();
+    return text != nullptr ? text : "";
+  });
   resizeSlots(size() * 100 / kFullPercent + 1);  // no more will come
   return assignRanks(items.begin(), items.end(), limit,
                      [](const Item& item, unsigned int rank) { item.entry->_setIndex(rank); });

@@ -33,7 +33,7 @@ class InternedTexts {
   template <typename Visit>
   void forEach(Visit visit) {
     for (KxIndexedString& entry : m_entries) {
-      if (entry.getString() != nullptr) {
+      if (entry.getString() != kTakenOut) {
         visit(entry);
       }
     }
@@ -50,6 +50,7 @@ class InternedTexts {
   };
 
   static constexpr std::size_t kFullPercent = 80;
+  static constexpr char kTakenOut[] = "";
 
   std::uint32_t tagOf(const char* text) const {
     return static_cast<std::uint32_t>(hashText(m_seed, text, std::strlen(text), 0));
@@ -63,7 +64,7 @@ class InternedTexts {
   void take(const Slot& slot);
 
   HashSeed m_seed = processHashSeed();
-  std::deque<KxIndexedString> m_entries;  // those that were taken out have no text
+  std::deque<KxIndexedString> m_entries;  // those that were taken out have the text kTakenOut itself
   std::size_t m_removed = 0;
   std::vector<const KxIndexedString*> m_borrowed;
   std::vector<Slot> m_slots;

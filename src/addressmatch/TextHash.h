@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "LoweredWords.h"
+
 namespace zaro_addressmatch {
 
 struct HashSeed {
@@ -17,12 +19,6 @@ const HashSeed& processHashSeed();
 
 inline std::uint64_t load8(const char* from) {
   std::uint64_t word;
-  std::memcpy(&word, from, sizeof word);
-  return word;
-}
-
-inline std::uint32_t load4(const char* from) {
-  std::uint32_t word;
   std::memcpy(&word, from, sizeof word);
   return word;
 }
@@ -46,28 +42,32 @@ inline std::uint64_t mixed(std::uint64_t one, std::uint64_t other) {
 #endif
 }
 
-// Hash of `size` bytes, which goes on from `before`: the hash of what stands before the text, or any constant. Reads
-// nothing outside the text.
-inline std::uint64_t hashText(const HashSeed& seed, const char* text, std::size_t size, std::uint64_t before) {
+// Hash of a text of `size` bytes that `wordAt(offset)` gives eight at a time: zeros may stand for what lies behind its
+// end, for it is cut off here. It goes on from `before`: the hash of what stands before the text, or any constant.
+template <typename WordAt>
+std::uint64_t hashWords(const HashSeed& seed, std::size_t size, std::uint64_t before, WordAt wordAt) {
   constexpr std::uint64_t kOdd = 0x9E3779B97F4A7C15u;
   std::uint64_t state = before ^ seed.words[0];
-  std::size_t left = size;
-  for (; left > 16; left -= 16, text += 16) {
-    state = mixed(load8(text) ^ state, load8(text + 8) ^ seed.words[1]);
+  std::size_t offset = 0;
+  for (; size - offset > 16; offset += 16) {
+    state = mixed(wordAt(offset) ^ state, wordAt(offset + 8) ^ seed.words[1]);
   }
-  std::uint64_t first = 0;
-  std::uint64_t second = 0;
-  if (left >= 8) {
-    first = load8(text);
-    second = load8(text + left - 8);
-  } else if (left >= 4) {
-    first = load4(text);
-    second = load4(text + left - 4);
-  } else if (left != 0) {
-    const auto byteAt = [text](std::size_t at) { return static_cast<std::uint64_t>(static_cast<unsigned char>(text[at])); };
-    first = byteAt(0) | byteAt(left / 2) << 8 | byteAt(left - 1) << 16;
-  }
+  const std::uint64_t first = bytesWithin(wordAt(offset), size - offset, 0);
+  const std::uint64_t second = bytesWithin(wordAt(offset + 8), size - offset, 8);
   return mixed(first ^ state, second ^ (seed.words[2] + size * kOdd));
+}
+
+// Hash of a text that ends anywhere.
+inline std::uint64_t hashText(const HashSeed& seed, const char* text, std::size_t size, std::uint64_t before) {
+  return hashWords(seed, size, before, [text, size](std::size_t offset) {
+    std::uint64_t word = 0;
+    if (offset + 8 <= size) {
+      word = load8(text + offset);
+    } else if (offset < size) {
+      std::memcpy(&word, text + offset, size - offset);
+    }
+    return word;
+  });
 }
 
 // A place among `count`, which is below 2^32.
