@@ -166,6 +166,8 @@ class ZARO_POLICY_EXPORT KxStringtable : public KxLockableClass {
   // made nevertheless and borrows the caller's text from then on.
   const KxIndexedString* _addToStringtable(const KxIndexedString* wanted);
   const KxIndexedString* _addToStringtable(const char* text);
+  // Has the processor fetch what looking for a text begins with.
+  void _prefetch(const char* text) const;
   // Filling only. Takes an entry out again whose text the table could not copy, while its caller's text still exists.
   void _dropBorrowed(const KxIndexedString& wanted);
   // Any phase. Returns the entry or null.

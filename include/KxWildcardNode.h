@@ -117,6 +117,8 @@ class ZARO_POLICY_EXPORT KxWildcardNode : public KxLockableClass, public KxIndex
   void settle();
   // Whether what comes can wait to be sorted in.
   bool isFilling() const;
+  bool addWhileFilling(const KxIndexedString& fullAddress, char* pattern, KxEmailBelongsTo kind, const char* annotation,
+                       std::string* owner);
   KxWildcardNode* storedChild(const KxIndexedString& label);
   KxListedEmailAddress* storedLeaf(const KxIndexedString& name);
   // Has the tree take in what it made itself.

@@ -76,6 +76,7 @@ class FrozenIndexBuilder {
         m_path.pop_back();
         continue;
       }
+      prefetchChildren(*above.node, above.nextChild);
       const KxWildcardNode& child = *above.node->_children[above.nextChild++];
       if (child._tree != m_root._tree || (above.node->_childrenIndexed && !child.getName().isIndexed())) {
         return false;
@@ -88,6 +89,25 @@ class FrozenIndexBuilder {
       }
     }
     return true;
+  }
+
+  // Has the processor fetch what later children are made of, one part after the other.
+  static void prefetchChildren(const KxWildcardNode& node, std::size_t next) {
+    constexpr std::size_t kStep = 4;
+    const auto at = [&](std::size_t steps) -> const KxWildcardNode* {
+      const std::size_t child = next + steps * kStep;
+      return child < node._children.size() ? node._children[child] : nullptr;
+    };
+    if (const KxWildcardNode* child = at(3)) {
+      __builtin_prefetch(child);
+      __builtin_prefetch(&child->_wildcardLeaf);
+    }
+    if (const KxWildcardNode* child = at(2)) {
+      __builtin_prefetch(child->getNameAsPtr());
+    }
+    if (const KxWildcardNode* child = at(1)) {
+      __builtin_prefetch(child->getNameAsStr());
+    }
   }
 
   static const char* textOf(const KxIndexedStringNamedClass& named) {

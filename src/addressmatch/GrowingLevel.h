@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <limits>
 #include <memory>
+#include <new>
 #include <vector>
 
 #include "KxListedEmailAddress.h"
@@ -93,6 +93,10 @@ class GrowingLevel {
   // Throws std::bad_alloc, everything then as it was.
   void append(std::vector<Named*>& elements, Named* element, bool byText) {
     constexpr std::size_t kSmall = 16;
+    constexpr std::size_t kFirst = 24 / sizeof(Named*);  // what the smallest piece of memory has room for
+    if (elements.capacity() == 0) {
+      elements.reserve(kFirst);
+    }
     elements.push_back(element);
     if (m_index == nullptr && elements.size() <= kSmall) {
       return;
@@ -144,28 +148,23 @@ class GrowingLevel {
       }
       return;
     }
-    struct Item {
-      std::uint64_t key;
-      Named* element;
-    };
-    std::vector<Item> items;
     try {
+      std::vector<TextOf<Named>> items;
       items.reserve(elements.size());
+      bool ranked = true;
+      for (Named* element : elements) {
+        items.push_back({element->getName().getIndex(), element->getNameAsStr(), element});
+        ranked = ranked && element->getName().isIndexed();
+      }
+      if (ranked) {
+        sortByKey(items.data(), items.data() + items.size());
+      } else {
+        sortByText(items.data(), items.data() + items.size());
+      }
+      std::transform(items.begin(), items.end(), elements.begin(), [](const auto& item) { return item.owner; });
     } catch (const std::bad_alloc&) {
       std::sort(elements.begin(), end, precedes);
-      return;
     }
-    bool ranked = true;
-    for (Named* element : elements) {
-      items.push_back({element->getName().getIndex(), element});
-      ranked = ranked && element->getName().isIndexed();
-    }
-    if (ranked) {
-      std::sort(items.begin(), items.end(), [](const Item& one, const Item& other) { return one.key < other.key; });
-    } else {
-      sortByText(items.data(), items.data() + items.size(), [](const Item& item) { return item.element->getNameAsStr(); });
-    }
-    std::transform(items.begin(), items.end(), elements.begin(), [](const Item& item) { return item.element; });
   }
 
   std::size_t m_sorted;

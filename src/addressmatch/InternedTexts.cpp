@@ -90,20 +90,16 @@ bool InternedTexts::isBorrowed(const KxIndexedString* entry) const {
 }
 
 bool InternedTexts::rank(unsigned int limit) {
-  struct Item {
-    std::uint64_t key;
-    KxIndexedString* entry;
-  };
+  using Item = TextOf<KxIndexedString>;
   std::vector<Item> items;
   items.reserve(size());
-  forEach([&items](KxIndexedString& entry) { items.push_back({0, &entry}); });
-  sortByText(items.data(), items.data() + items.size(), [](const Item& item) {
-    const char* text = item.entry->getString();
-    return text != nullptr ? text : "";
+  forEach([&items](KxIndexedString& entry) {
+    items.push_back({0, entry.getString() != nullptr ? entry.getString() : "", &entry});
   });
+  sortByText(items.data(), items.data() + items.size());
   resizeSlots(size() * 100 / kFullPercent + 1);  // no more will come
   return assignRanks(items.begin(), items.end(), limit,
-                     [](const Item& item, unsigned int rank) { item.entry->_setIndex(rank); });
+                     [](const Item& item, unsigned int rank) { item.owner->_setIndex(rank); });
 }
 
 }  // namespace zaro_addressmatch

@@ -20,6 +20,11 @@ class InternedTexts {
 
   // The entry of a text, or null.
   KxIndexedString* find(const char* text) const;
+  void prefetch(const char* text) const {
+    if (!m_slots.empty()) {
+      __builtin_prefetch(&m_slots[homeOf(tagOf(text))]);
+    }
+  }
   // The entry of the handle's text, and whether it was made, with everything but its index as the handle has it. Throws
   // std::bad_alloc, everything then as it was.
   std::pair<KxIndexedString*, bool> findOrAdd(const KxIndexedString& handle);

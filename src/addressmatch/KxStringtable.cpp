@@ -331,6 +331,12 @@ const KxIndexedString* KxStringtable::_findInStringtable(const KxIndexedString* 
   return entry;
 }
 
+void KxStringtable::_prefetch(const char* text) const {
+  if (_entries != nullptr) {
+    _entries->prefetch(text);
+  }
+}
+
 KxIndexedString* KxStringtable::_find(const char* text) const {
   return _entries != nullptr ? _entries->find(text) : nullptr;
 }

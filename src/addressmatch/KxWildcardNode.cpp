@@ -1,5 +1,6 @@
 #include "KxWildcardNode.h"
 
+#include <algorithm>
 #include <memory>
 #include <new>
 #include <string>
@@ -28,12 +29,35 @@ bool isUnknown(const KxIndexedString& key, bool indexed) {
   return indexed && key.getIndex() >= KxIndexedString::Wrapper;
 }
 
-std::string loweredText(const char* text) {
-  std::string result(text);
-  for (char& character : result) {
-    character = lowered(character);
+// A copy of a text in lower case, beside the stack if it is long. Throws std::bad_alloc.
+class LoweredText {
+ public:
+  explicit LoweredText(const char* text) : m_text(m_room) {
+    const std::size_t size = std::strlen(text);
+    if (size >= sizeof m_room) {
+      m_long.reset(new char[size + 1]);
+      m_text = m_long.get();
+    }
+    std::transform(text, text + size + 1, m_text, lowered);
   }
-  return result;
+
+  char* get() { return m_text; }
+
+ private:
+  char m_room[128];
+  std::unique_ptr<char[]> m_long;
+  char* m_text;
+};
+
+// Cuts the last label off the text between `domain` and `end`, which moves before the dot. Returns the label.
+const char* cutLastLabel(char* domain, char*& end) {
+  char* label = end;
+  while (label != domain && label[-1] != '.') {
+    --label;
+  }
+  end = label != domain ? label - 1 : domain;
+  *end = label != domain ? '\0' : *end;
+  return label;
 }
 
 // The way down a tree, level by level, with the label that each level took off the stack. The labels go back whatever
@@ -191,13 +215,47 @@ bool KxWildcardNode::addAddressPattern(const char* address, KxEmailBelongsTo kin
   }
   bool added = false;
   withinMemory([&] {
-    const std::string text = loweredText(address);
-    const KxIndexedString fullAddress(text.c_str());
-    ParsedAddress parsed(_stringtable, text.c_str());
+    LoweredText text(address);
+    const KxIndexedString fullAddress(text.get());
+    if (isFilling() && _tree->root == this) {
+      LoweredText pieces(isWildcard(address) ? kEveryAddress : address);
+      added = addWhileFilling(fullAddress, pieces.get(), kind, annotation, owner);
+      return;
+    }
+    ParsedAddress parsed(_stringtable, text.get());
     added = parsed.isComplete() &&
             addAddressPattern(&fullAddress, &parsed.localPart(), parsed.labels(), kind, annotation, owner);
   });
   return added;
+}
+
+// As for a split pattern, but for the stack: the pattern is cut in place, from right to left.
+bool KxWildcardNode::addWhileFilling(const KxIndexedString& fullAddress, char* pattern, KxEmailBelongsTo kind,
+                                     const char* annotation, std::string* owner) {
+  if (_stringtable != nullptr) {
+    _stringtable->_prefetch(fullAddress.getString());
+  }
+  KxWildcardNode* node = this;
+  if (char* at = std::strchr(pattern, '@')) {
+    *at = '\0';
+    if (_stringtable != nullptr) {
+      _stringtable->_prefetch(pattern);
+    }
+    char* const domain = at + 1;
+    for (char* end = domain + std::strlen(domain);;) {
+      const char* label = cutLastLabel(domain, end);
+      node = node->childFor(KxIndexedString(label));
+      if (node == nullptr || label == domain || isWildcard(label)) {
+        break;
+      }
+    }
+  } else {
+    // A bare text is its own top-level label, above an empty one.
+    node = node->childFor(KxIndexedString(pattern));
+    node = node != nullptr ? node->childFor(KxIndexedString("")) : nullptr;
+  }
+  const KxIndexedString name(pattern);
+  return node != nullptr && node->_addOrModifyLeaf(&name, &fullAddress, kind, annotation, owner);
 }
 
 bool KxWildcardNode::addAddressPattern(const KxIndexedString* fullAddress, const KxIndexedString* name,
@@ -437,8 +495,8 @@ bool KxWildcardNode::findAllMatches(const char* address, std::vector<KxListedEma
       complete = true;
       return;
     }
-    const std::string text = loweredText(address);
-    ParsedAddress parsed(_stringtable, text.c_str());
+    LoweredText text(address);
+    ParsedAddress parsed(_stringtable, text.get());
     if (parsed.isComplete()) {
       search(parsed.localPart(), parsed.labels(), out);
       complete = true;
