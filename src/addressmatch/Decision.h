@@ -17,6 +17,16 @@ struct Candidate : MatchingAddr {
   std::size_t order;
 };
 
+// What a tree yields for an address: a part of somebody's vector.
+struct Leaves {
+  KxListedEmailAddress* const* first;
+  KxListedEmailAddress* const* last;
+
+  static Leaves of(const std::vector<KxListedEmailAddress*>& all) { return {all.data(), all.data() + all.size()}; }
+  KxListedEmailAddress* const* begin() const { return first; }
+  KxListedEmailAddress* const* end() const { return last; }
+};
+
 struct Outcome {
   unsigned char code = 0;
   KxMatchExplanation::Tier tier = KxMatchExplanation::NoTier;
@@ -30,7 +40,7 @@ struct Outcome {
 
 // Who only wants the outcome. An observer has these operations; `leaf` and the like are numbers of leaves.
 struct NoObserver {
-  void fed(const std::vector<KxListedEmailAddress*>& /*leaves*/, unsigned int /*tree*/) {}
+  void fed(const Leaves& /*leaves*/, unsigned int /*tree*/) {}
   void ignored(std::size_t /*leaf*/) {}
   void lighter(std::size_t /*leaf*/, std::size_t /*heavier*/) {}
   void later(std::size_t /*leaf*/, std::size_t /*earlier*/) {}
@@ -44,12 +54,12 @@ struct NoObserver {
 template <typename Observer>
 class Decision {
  public:
-  explicit Decision(Observer& observer) : m_observer(observer), m_fed(0) {}
+  explicit Decision(Observer& observer) : m_observer(&observer), m_fed(0) {}
 
   // Takes what the tree at position `tree` yields, in its order. True when that decides: later trees do not count.
   // Throws std::bad_alloc.
-  bool addTree(const std::vector<KxListedEmailAddress*>& leaves, unsigned int tree) {
-    m_observer.fed(leaves, tree);
+  bool addTree(const Leaves& leaves, unsigned int tree) {
+    m_observer->fed(leaves, tree);
     Best kindA;
     Best kindB;
     for (const KxListedEmailAddress* leaf : leaves) {
@@ -75,7 +85,7 @@ class Decision {
           takeBack(m_secondTierB, candidate);
           break;
         default:
-          m_observer.ignored(candidate.order);
+          m_observer->ignored(candidate.order);
       }
     }
     if (!kindA.isThere() && !kindB.isThere()) {
@@ -115,13 +125,13 @@ class Decision {
   void offer(Best& best, const Candidate& candidate) {
     if (candidate.weight > best.candidate.weight) {
       if (best.isThere()) {
-        m_observer.lighter(best.candidate.order, candidate.order);
+        m_observer->lighter(best.candidate.order, candidate.order);
       }
       best.candidate = candidate;
     } else if (candidate.weight == best.candidate.weight) {
-      m_observer.later(candidate.order, best.candidate.order);
+      m_observer->later(candidate.order, best.candidate.order);
     } else {
-      m_observer.lighter(candidate.order, best.candidate.order);
+      m_observer->lighter(candidate.order, best.candidate.order);
     }
   }
 
@@ -138,19 +148,19 @@ class Decision {
     std::size_t removals = 0;
     for (auto candidate = candidates.begin(); candidate != candidates.end();) {
       if (*candidate->address == *exception.address) {
-        m_observer.removed(candidate->order, exception.order);
+        m_observer->removed(candidate->order, exception.order);
         candidate = candidates.erase(candidate);
         ++removals;
       } else {
         ++candidate;
       }
     }
-    m_observer.exception(exception.order, removals);
+    m_observer->exception(exception.order, removals);
   }
 
   void outrank(const std::list<Candidate>& candidates) {
     for (const Candidate& candidate : candidates) {
-      m_observer.outranked(candidate.order, m_outcome.winner.order);
+      m_observer->outranked(candidate.order, m_outcome.winner.order);
     }
   }
 
@@ -168,18 +178,18 @@ class Decision {
     m_outcome.weightA = weightA;
     m_outcome.weightB = weightB;
 
-    m_observer.decided(winner.candidate.order);
+    m_observer->decided(winner.candidate.order);
     if (!loser.isThere()) {
       return;
     }
     if (weightA == weightB) {
-      m_observer.tied(loser.candidate.order, winner.candidate.order);
+      m_observer->tied(loser.candidate.order, winner.candidate.order);
     } else {
-      m_observer.lighter(loser.candidate.order, winner.candidate.order);
+      m_observer->lighter(loser.candidate.order, winner.candidate.order);
     }
   }
 
-  Observer& m_observer;
+  Observer* m_observer;
   std::size_t m_fed;
   std::list<Candidate> m_secondTierA;
   std::list<Candidate> m_secondTierB;
@@ -191,14 +201,16 @@ template <typename Observer>
 std::size_t decideOver(const std::vector<KxWildcardNode*>& trees, const char* address, Observer& observer,
                        Outcome& outcome) {
   Decision<Observer> decision(observer);
+  constexpr std::size_t kUsualLeaves = 16;
   std::vector<KxListedEmailAddress*> leaves;
+  leaves.reserve(kUsualLeaves);
   std::size_t tree = 0;
   for (bool decided = false; !decided && tree != trees.size(); ++tree) {
     leaves.clear();
     if (trees[tree] != nullptr && !trees[tree]->findAllMatches(address, leaves)) {
       throw std::bad_alloc();
     }
-    decided = decision.addTree(leaves, static_cast<unsigned int>(tree));
+    decided = decision.addTree(Leaves::of(leaves), static_cast<unsigned int>(tree));
   }
   outcome = decision.outcome();
   return tree;

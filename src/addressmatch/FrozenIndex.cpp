@@ -5,11 +5,12 @@
 #include <new>
 
 #include "AddressText.h"
-#include "LoweredWords.h"
 
 namespace zaro_addressmatch {
 
 namespace {
+
+constexpr std::size_t kNoDot = static_cast<std::size_t>(-1);
 
 inline void prefetchLine(const void* line) {
   __builtin_prefetch(line);
@@ -23,55 +24,52 @@ inline unsigned int lowestBit(std::uint64_t bits) {
   return static_cast<unsigned int>(__builtin_ctzll(bits));
 }
 
-// Compares texts that have zeros behind them: `kAtOnce` in all at least.
-inline bool samePadded(const char* one, const char* other, std::size_t size) {
-  constexpr std::size_t kAtOnce = 24;
-  std::uint64_t difference = 0;
-  for (std::size_t at = 0; at != kAtOnce; at += 8) {
-    difference |= load8(one + at) ^ load8(other + at);
-  }
-  for (std::size_t at = kAtOnce; at < size; at += 8) {
-    difference |= load8(one + at) ^ load8(other + at);
-  }
-  return difference == 0;
+// All bits from the one behind `bit` on.
+inline std::uint64_t bitsAbove(unsigned int bit) {
+  return ~std::uint64_t{1} << bit;
 }
 
 }  // namespace
 
-FrozenIndex::NameKey FrozenIndex::NameKey::of(const std::uint64_t* padded, std::size_t size) {
-  const std::size_t shown = std::min(size, kNameRoom);
-  const std::uint64_t first = bytesWithin(padded[0], std::min<std::size_t>(shown, 16), 0);
-  const std::uint64_t second = bytesWithin(padded[1], std::min<std::size_t>(shown, 16), 8);
-  const std::uint64_t third = bytesWithin(padded[2], shown < 16 ? 0 : shown - 16, 0);
-  // Three bytes in the first word, eight in the next.
-  return {std::uint64_t{std::min(size, kLongName)} << 32 | first << 40, first >> 24 | second << 40,
-          static_cast<decltype(tail)>(second >> 24 | third << 40)};
+FrozenIndex::NameKey FrozenIndex::NameKey::of(const std::uint64_t (&words)[3], std::size_t size) {
+  // Three bytes in the head, eight in the middle.
+  return {std::uint64_t{std::min(size, kLongName)} << 32 | words[0] << 40, words[0] >> 24 | words[1] << 40,
+          static_cast<decltype(tail)>(words[1] >> 24 | words[2] << 40)};
 }
 
-bool FrozenIndex::find(const char* address, Matches& out) const {
-  ShortQuery shortQuery;
-  switch (prepareShort(address, shortQuery)) {
-    case Kind::Nothing:
-      return true;
-    case Kind::Whole:
-      return false;
-    case Kind::Split:
-      resolve(shortQuery, out);
-      return true;
-    case Kind::Long:
-      break;
+void FrozenIndex::find(const char* address, Matches& out) const {
+  ShortQuery query;
+  const Kind kind = prepare(address, query);
+  if (kind == Kind::Split) {
+    resolve(query, out);
+  } else {
+    findOther(kind, address, out);
   }
-  Query query;
-  const std::unique_ptr<char[]> room(new char[roomFor(shortQuery.size)]);
-  prepareLong(address, shortQuery.size, query, room.get());
-  if (query.kind == Kind::Whole) {
-    return false;
-  }
-  resolve(query, out);
-  return true;
 }
 
-FrozenIndex::Kind FrozenIndex::prepareShort(const char* address, ShortQuery& query) const {
+void FrozenIndex::findEach(const char* const* addresses, std::size_t count, Matches& out,
+                           std::vector<std::size_t>& ends) const {
+  constexpr std::size_t kTogether = 16;
+  ShortQuery queries[kTogether];
+  Kind kinds[kTogether];
+  for (std::size_t first = 0; first < count; first += kTogether) {
+    const std::size_t size = std::min(count - first, kTogether);
+    for (std::size_t i = 0; i != size; ++i) {
+      kinds[i] = prepare(addresses[first + i], queries[i]);
+    }
+    for (std::size_t i = 0; i != size; ++i) {
+      if (kinds[i] == Kind::Split) {
+        resolve(queries[i], out);
+      } else {
+        findOther(kinds[i], addresses[first + i], out);
+      }
+      ends.push_back(out.size());
+    }
+  }
+}
+
+// Splits and hashes an address, and has the processor fetch what its search will look at.
+inline FrozenIndex::Kind FrozenIndex::prepare(const char* address, ShortQuery& query) const {
   if (address == nullptr) {
     return Kind::Nothing;
   }
@@ -79,23 +77,14 @@ FrozenIndex::Kind FrozenIndex::prepareShort(const char* address, ShortQuery& que
   if (query.size >= kShort) {
     return Kind::Long;
   }
-  if (isWildcard(address)) {
-    return prepareShort(kEveryAddress, query);
-  }
-  std::uint64_t ats = 0;
-  std::uint64_t dots = 0;
-  lower(address, query.size, query.room, [&](std::size_t offset, std::uint64_t word) {
-    ats |= bytesEqual(word, '@') << offset;
-    dots |= bytesEqual(word, '.') << offset;
-  });
-  if (ats == 0) {
-    return Kind::Whole;
+  const Marks marks = lower(address, query.size, query.room);
+  if (marks.ats == 0) {
+    return Kind::Bare;
   }
   query.words = query.room;
-  query.suffixes = query.suffixRoom;
-  query.at = lowestBit(ats);
-  dots &= ~((ats & -ats) * 2 - 1);
-  hashAll(query, [&dots](std::size_t /*end*/) {
+  query.at = lowestBit(marks.ats);
+  std::uint64_t dots = marks.dots & bitsAbove(lowestBit(marks.ats));
+  hashPieces(query, [&dots](std::size_t /*end*/) {
     if (dots == 0) {
       return kNoDot;
     }
@@ -106,88 +95,77 @@ FrozenIndex::Kind FrozenIndex::prepareShort(const char* address, ShortQuery& que
   return Kind::Split;
 }
 
-template <typename Mark>
-void FrozenIndex::lower(const char* address, std::size_t size, std::uint64_t* words, Mark mark) {
-  std::size_t offset = 0;
-  for (; offset + 8 <= size; offset += 8) {
-    const std::uint64_t word = loweredWord(load8(address + offset));
-    words[offset / 8] = word;
-    mark(offset, word);
+void FrozenIndex::findOther(Kind kind, const char* address, Matches& out) const {
+  if (kind == Kind::Long) {
+    findLong(address, out);
+  } else if (kind == Kind::Bare) {
+    // Read in a way of their own, "*" above all.
+    m_root.walk(address, out);
   }
-  std::uint64_t last = 0;
-  if (offset != size) {
-    // Without a look at what lies behind the text.
-    if (size >= 8) {
-      last = loweredWord(load8(address + size - 8) >> (8 - size % 8) * 8);
-    } else {
-      std::memcpy(&last, address, size);
-      last = loweredWord(last);
-    }
-    mark(offset, last);
-  }
-  std::uint64_t* end = words + offset / 8;
-  *end = last;
-  std::fill(end + 1, end + 1 + kPadding / 8, 0);
 }
 
-std::size_t FrozenIndex::roomFor(std::size_t size) {
-  return (size + 1) * sizeof(Suffix) + alignof(Suffix) + size + 8 + kPadding;
-}
-
-void FrozenIndex::prepareLong(const char* address, std::size_t size, Query& query, char* room) const {
-  void* suffixes = room;
-  std::size_t space = roomFor(size);
-  query.suffixes = static_cast<Suffix*>(std::align(alignof(Suffix), sizeof(Suffix), suffixes, space));
-  auto* words = reinterpret_cast<std::uint64_t*>(query.suffixes + size + 1);
-  lower(address, size, words, [](std::size_t, std::uint64_t) {});
-  query.words = words;
-  query.size = size;
+void FrozenIndex::findLong(const char* address, Matches& out) const {
+  Query query;
+  query.size = std::strlen(address);
+  const std::unique_ptr<std::uint64_t[]> words(new std::uint64_t[wordsFor(query.size)]);
+  lower(address, query.size, words.get());
+  query.words = words.get();
   const char* text = query.text();
-  const void* at = std::memchr(text, '@', size);
+  const char* at = static_cast<const char*>(std::memchr(text, '@', query.size));
   if (at == nullptr) {
-    query.kind = Kind::Whole;
+    m_root.walk(address, out);
     return;
   }
-  query.kind = Kind::Split;
-  query.at = static_cast<std::size_t>(static_cast<const char*>(at) - text);
-  hashAll(query, [&query, text](std::size_t end) {
-    while (end-- != query.at + 1) {
-      if (text[end] == '.') {
-        return end;
+  query.at = static_cast<std::size_t>(at - text);
+  hashPieces(query, [text, at](std::size_t end) {
+    const char* dot = text + end;
+    while (--dot != at) {
+      if (*dot == '.') {
+        return static_cast<std::size_t>(dot - text);
       }
     }
     return kNoDot;
   });
+  resolve(query, out);
 }
 
 // `nextDot(end)` tells where the next dot of the domain before `end` is.
 template <typename NextDot>
-void FrozenIndex::hashAll(Query& query, NextDot nextDot) const {
-  const auto hashOf = [&](std::size_t begin, std::size_t end, std::uint64_t before) {
-    return hashWords(m_seed, end - begin, before,
+inline void FrozenIndex::hashPieces(Query& query, NextDot nextDot) const {
+  const auto hashFrom = [&](std::size_t begin) {
+    return hashWords(m_seed, query.size - begin,
                      [&query, begin](std::size_t offset) { return wordAt(query.words, begin + offset); });
   };
-  query.nameHash = hashOf(0, query.at, 0);
+  query.domainHash = hashFrom(query.at + 1);
+  prefetchLine(m_domains.at(query.domainHash));
+
+  const std::size_t inTwo = std::min<std::size_t>(query.at, 16);
+  const std::uint64_t name[3] = {bytesWithin(query.words[0], inTwo, 0), bytesWithin(query.words[1], inTwo, 8),
+                                 bytesWithin(query.words[2], std::min<std::size_t>(query.at - inTwo, 8), 0)};
+  query.nameHash = query.at <= 16 ? hashLast(m_seed, m_seed.words[0], name[0], name[1], query.at)
+                                  : hashText(m_seed, query.text(), query.at);
+  query.key = NameKey::of(name, query.at);
+  prefetchLine(m_names.at(nameHashAt(query.nameHash, query.domainHash)));
+
   query.suffixCount = 0;
-  std::uint64_t hash = kEmptyDomainHash;
-  std::size_t end = query.size;
-  for (std::size_t dot = nextDot(end); dot != kNoDot; dot = nextDot(end)) {
-    hash = hashOf(dot + 1, end, hash);
-    if (mayHaveBelow(hash)) {
-      query.suffixes[query.suffixCount++] = {hash, dot + 1};
-      prefetchLine(&m_domains[placeOf(hash, m_domains.size())]);
+  std::uint64_t depths = m_belowDepths;
+  for (std::size_t end = query.size; depths != 0; depths >>= 1) {
+    end = nextDot(end);
+    if (end == kNoDot) {
+      break;
     }
-    end = dot;
+    if ((depths & 1) != 0) {
+      const std::uint64_t hash = hashFrom(end + 1);
+      if (mayHaveBelow(hash)) {
+        query.suffixes[query.suffixCount++] = {hash, end + 1};
+        prefetchLine(m_domains.at(hash));
+      }
+    }
   }
-  query.domainHash = hashOf(query.at + 1, end, hash);
-  prefetchLine(&m_domains[placeOf(query.domainHash, m_domains.size())]);
-  prefetchLine(&m_names[placeOf(nameHashAt(query.nameHash, query.domainHash), m_names.size())]);
-  query.key = NameKey::of(query.words, query.at);
 }
 
-void FrozenIndex::resolve(const Query& query, Matches& out) const {
-  const std::size_t begin = query.at + 1;
-  if (const DomainSlot* domain = findDomain(query.domainHash, query.text() + begin, query.size - begin)) {
+inline void FrozenIndex::resolve(const Query& query, Matches& out) const {
+  if (const DomainSlot* domain = findDomain(query, query.domainHash, query.at + 1)) {
     if (domain->hasNames) {
       findName(m_names, query, domain->number, nameHashAt(query.nameHash, query.domainHash), out);
     }
@@ -197,7 +175,7 @@ void FrozenIndex::resolve(const Query& query, Matches& out) const {
   }
   for (std::size_t i = query.suffixCount; i-- != 0;) {
     const Suffix& suffix = query.suffixes[i];
-    const DomainSlot* domain = findDomain(suffix.hash, query.text() + suffix.begin, query.size - suffix.begin);
+    const DomainSlot* domain = findDomain(query, suffix.hash, suffix.begin);
     if (domain == nullptr) {
       continue;
     }
@@ -209,50 +187,60 @@ void FrozenIndex::resolve(const Query& query, Matches& out) const {
     }
   }
   if (m_hasNamesBelowRoot) {
-    findNameBelow(query, 0, kEmptyDomainHash, out);
+    findNameBelow(query, 0, kNoDomainHash, out);
   }
   if (m_anyAtAll != nullptr) {
     out.push_back(m_anyAtAll);
   }
 }
 
-void FrozenIndex::findNameBelow(const Query& query, std::uint32_t number, std::uint64_t domainHash,
-                                Matches& out) const {
+inline void FrozenIndex::findNameBelow(const Query& query, std::uint32_t number, std::uint64_t domainHash,
+                                       Matches& out) const {
   const std::uint64_t hash = nameHashAt(query.nameHash, domainHash);
   if (mayHaveBelow(hash)) {
     findName(m_namesBelow, query, number, hash, out);
   }
 }
 
-void FrozenIndex::findName(const std::vector<NameSlot>& names, const Query& query, std::uint32_t place,
-                           std::uint64_t hash, Matches& out) {
-  const NameKey key = query.key.at(place);
-  for (std::size_t at = placeOf(hash, names.size());; at = at + 1 != names.size() ? at + 1 : 0) {
-    const NameSlot& slot = names[at];
-    if (slot.leaf == nullptr) {
-      return;
-    }
-    if (slot.key == key) {
-      const char* name = query.at > kNameRoom ? slot.leaf->getNameAsStr() : nullptr;
+inline void FrozenIndex::findName(const Table<NameSlot>& names, const Query& query, std::uint32_t number,
+                                  std::uint64_t hash, Matches& out) {
+  const NameKey key = query.key.at(number);
+  for (const NameSlot* slot = names.at(hash); !slot->isFree(); ++slot) {
+    if (slot->key == key) {
+      const char* name = query.at > kNameRoom ? slot->leaf->getNameAsStr() : nullptr;
       if (name == nullptr || (std::strncmp(name, query.text(), query.at) == 0 && name[query.at] == '\0')) {
-        out.push_back(slot.leaf);
+        out.push_back(slot->leaf);
         return;
       }
     }
   }
 }
 
-const FrozenIndex::DomainSlot* FrozenIndex::findDomain(std::uint64_t hash, const char* text, std::size_t size) const {
-  for (std::size_t place = placeOf(hash, m_domains.size());; place = place + 1 != m_domains.size() ? place + 1 : 0) {
-    const DomainSlot& slot = m_domains[place];
-    if (slot.number == 0) {
-      return nullptr;
+inline const FrozenIndex::DomainSlot* FrozenIndex::findDomain(const Query& query, std::uint64_t hash,
+                                                              std::size_t begin) const {
+  constexpr std::size_t kAtOnce = 3;
+  const std::size_t size = query.size - begin;
+  const std::uint64_t words[kAtOnce] = {wordAt(query.words, begin), wordAt(query.words, begin + 8),
+                                        wordAt(query.words, begin + 16)};
+  for (const DomainSlot* slot = m_domains.at(hash); !slot->isFree(); ++slot) {
+    if (slot->size != size) {
+      continue;
     }
-    if (slot.size == size &&
-        (size <= kDomainRoom ? samePadded(slot.text, text, size) : std::memcmp(slot.longText, text, size) == 0)) {
-      return &slot;
+    if (size > kDomainRoom) {
+      if (std::memcmp(slot->longText, query.text() + begin, size) == 0) {
+        return slot;
+      }
+      continue;
+    }
+    std::uint64_t difference = (slot->words[0] ^ words[0]) | (slot->words[1] ^ words[1]) | (slot->words[2] ^ words[2]);
+    for (std::size_t word = kAtOnce; word * 8 < size; ++word) {
+      difference |= slot->words[word] ^ wordAt(query.words, begin + word * 8);
+    }
+    if (difference == 0) {
+      return slot;
     }
   }
+  return nullptr;
 }
 
 }  // namespace zaro_addressmatch

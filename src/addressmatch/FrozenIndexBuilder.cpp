@@ -1,6 +1,7 @@
 // How an index comes from a tree.
 #include <algorithm>
 #include <cstring>
+#include <limits>
 #include <string>
 
 #include "FrozenIndex.h"
@@ -9,16 +10,15 @@ namespace zaro_addressmatch {
 
 class FrozenIndexBuilder {
  public:
-  FrozenIndexBuilder(const KxWildcardNode& root, const HashSeed& seed) : m_root(root), m_index(new FrozenIndex(seed)) {}
+  FrozenIndexBuilder(KxWildcardNode& root, const HashSeed& seed) : m_root(root), m_index(new FrozenIndex(root, seed)) {}
 
   // Null when the tree holds something that an index cannot tell.
   std::unique_ptr<const FrozenIndex> build() {
-    if (!collectLevels() || roomFor(m_levels.size()) > UINT32_MAX || roomFor(m_nameCount) > UINT32_MAX) {
+    if (!collectLevels() || !makeRoom(m_index->m_domains, m_levels.size(), kDomainsFullPercent) ||
+        !makeRoom(m_index->m_names, m_nameCount, kNamesFullPercent) ||
+        !makeRoom(m_index->m_namesBelow, m_nameBelowCount, kNamesFullPercent)) {
       return nullptr;
     }
-    m_index->m_domains.resize(roomFor(m_levels.size()));
-    m_index->m_names.resize(roomFor(m_nameCount));
-    m_index->m_namesBelow.resize(roomFor(m_nameBelowCount));
     makeFilter();
     for (const Level& level : m_levels) {
       addDomain(level);
@@ -41,7 +41,6 @@ class FrozenIndexBuilder {
   };
   struct Descent {
     const KxWildcardNode* node;
-    std::uint64_t hash;
     std::size_t nextChild;
   };
   // A leaf on its way into the index.
@@ -57,8 +56,21 @@ class FrozenIndexBuilder {
   // So many leaves go side by side, so that the processor fetches their parts side by side.
   static constexpr std::size_t kTogether = 256;
 
-  // One more than `count`, at least: a search ends at a free place.
-  static std::size_t roomFor(std::size_t count) { return count * 100 / FrozenIndex::kFullPercent + 1; }
+  // How full the tables are kept: the fuller, the longer a search for what is not there.
+  static constexpr std::size_t kNamesFullPercent = 55;
+  static constexpr std::size_t kDomainsFullPercent = 45;
+
+  // False when the places cannot be counted.
+  template <typename Slot>
+  static bool makeRoom(FrozenIndex::Table<Slot>& table, std::size_t count, std::size_t fullPercent) {
+    constexpr std::size_t kSpare = 32;
+    if (count > std::numeric_limits<std::uint32_t>::max() / 4) {
+      return false;
+    }
+    table.count = static_cast<std::size_t>(std::uint64_t{count} * 100 / fullPercent + 1);
+    table.slots.resize(table.count + kSpare);
+    return true;
+  }
 
   static bool holdsSomething(const KxWildcardNode& node) {
     return !node._leaves.empty() || node._wildcardLeaf != nullptr || node._wildcardChild != nullptr;
@@ -69,7 +81,7 @@ class FrozenIndexBuilder {
     if (m_root._wildcardChild != nullptr) {
       m_nameBelowCount += m_root._wildcardChild->_leaves.size();
     }
-    m_path.push_back({&m_root, FrozenIndex::kEmptyDomainHash, 0});
+    m_path.push_back({&m_root, 0});
     while (!m_path.empty()) {
       Descent& above = m_path.back();
       if (above.nextChild == above.node->_children.size()) {
@@ -84,8 +96,10 @@ class FrozenIndexBuilder {
       const char* label = textOf(child);
       // Only a bare text gives such a label, and only the walk splits bare texts.
       if (std::strchr(label, '.') == nullptr) {
-        m_path.push_back({&child, hashText(m_index->m_seed, label, std::strlen(label), above.hash), 0});
-        takeLevel();
+        m_path.push_back({&child, 0});
+        if (holdsSomething(child) && !takeLevel(child)) {
+          return false;
+        }
       }
     }
     return true;
@@ -115,13 +129,15 @@ class FrozenIndexBuilder {
     return text != nullptr ? text : "";
   }
 
-  void takeLevel() {
-    const KxWildcardNode& node = *m_path.back().node;
-    if (!holdsSomething(node)) {
-      return;
-    }
+  // False for something below more labels than a search looks at.
+  bool takeLevel(const KxWildcardNode& node) {
     m_nameCount += node._leaves.size();
     if (node._wildcardChild != nullptr) {
+      const std::size_t labels = m_path.size() - 1;
+      if (labels > FrozenIndex::kMostLabels) {
+        return false;
+      }
+      m_index->m_belowDepths |= std::uint64_t{1} << (labels - 1);
       m_nameBelowCount += node._wildcardChild->_leaves.size();
       ++m_belowCount;
     }
@@ -131,7 +147,9 @@ class FrozenIndexBuilder {
       m_texts += '.';
     }
     m_texts.pop_back();
-    m_levels.push_back({&node, m_path.back().hash, begin, m_texts.size() - begin});
+    const std::size_t size = m_texts.size() - begin;
+    m_levels.push_back({&node, hashText(m_index->m_seed, m_texts.data() + begin, size), begin, size});
+    return true;
   }
 
   void makeFilter() {
@@ -146,15 +164,14 @@ class FrozenIndexBuilder {
 
   void addDomain(const Level& level) {
     const std::size_t number = static_cast<std::size_t>(&level - m_levels.data()) + 1;
-    FrozenIndex::DomainSlot& slot =
-        m_index->m_domains[freeSlot(m_index->m_domains, level.hash, [](const auto& one) { return one.number == 0; })];
+    FrozenIndex::DomainSlot& slot = freeSlot(m_index->m_domains, level.hash);
     slot.number = static_cast<std::uint32_t>(number);
     slot.anyName = level.node->_wildcardLeaf;
     slot.hasNames = !level.node->_leaves.empty();
     slot.size = level.textSize & 0x3FFFFFFFu;
     const char* text = m_texts.data() + level.text;
     if (level.textSize <= FrozenIndex::kDomainRoom) {
-      std::memcpy(slot.text, text, level.textSize);
+      std::memcpy(slot.words, text, level.textSize);
     } else {
       std::unique_ptr<char[]> copy(new char[level.textSize]);
       std::memcpy(copy.get(), text, level.textSize);
@@ -172,23 +189,26 @@ class FrozenIndexBuilder {
     m_index->m_filter[hash >> 3 & m_index->m_filterMask] |= static_cast<std::uint8_t>(1u << (hash & 7));
   }
 
-  // The first free place from a hash's own on.
-  template <typename Slot, typename IsFree>
-  std::size_t freeSlot(const std::vector<Slot>& slots, std::uint64_t hash, IsFree isFree) {
-    std::size_t probes = 1;
-    std::size_t place = placeOf(hash, slots.size());
-    for (; !isFree(slots[place]); ++probes) {
-      place = place + 1 != slots.size() ? place + 1 : 0;
+  // The first free place from a hash's own on, before the last place of all.
+  template <typename Slot>
+  Slot& freeSlot(FrozenIndex::Table<Slot>& table, std::uint64_t hash) {
+    const std::size_t own = placeOf(hash, table.count);
+    std::size_t place = own;
+    while (!table.slots[place].isFree()) {
+      ++place;
     }
-    m_index->m_longestProbe = std::max(m_index->m_longestProbe, probes);
-    return place;
+    if (place + 1 == table.slots.size()) {
+      table.slots.resize(table.slots.size() + table.slots.size() / 16);
+    }
+    m_index->m_longestProbe = std::max(m_index->m_longestProbe, place - own + 1);
+    return table.slots[place];
   }
 
   bool addNames() {
     if (const KxWildcardNode* below = m_root._wildcardChild) {
       m_index->m_anyAtAll = below->_wildcardLeaf;
       m_index->m_hasNamesBelowRoot = !below->_leaves.empty();
-      takeNames(*below, FrozenIndex::kEmptyDomainHash, 0, true);
+      takeNames(*below, FrozenIndex::kNoDomainHash, 0, true);
     }
     std::uint32_t number = 0;
     for (const Level& level : m_levels) {
@@ -211,7 +231,7 @@ class FrozenIndexBuilder {
     }
   }
 
-  std::vector<FrozenIndex::NameSlot>& namesOf(const Name& name) {
+  FrozenIndex::Table<FrozenIndex::NameSlot>& namesOf(const Name& name) {
     return name.below ? m_index->m_namesBelow : m_index->m_names;
   }
 
@@ -227,8 +247,8 @@ class FrozenIndexBuilder {
     for (Name& name : m_waiting) {
       const char* text = textOf(*name.leaf);
       name.size = std::strlen(text);
-      name.hash = m_index->nameHashAt(hashText(m_index->m_seed, text, name.size, 0), name.hash);
-      __builtin_prefetch(&namesOf(name)[placeOf(name.hash, namesOf(name).size())], 1);
+      name.hash = m_index->nameHashAt(hashText(m_index->m_seed, text, name.size), name.hash);
+      __builtin_prefetch(namesOf(name).at(name.hash), 1);
     }
     for (const Name& name : m_waiting) {
       addName(name);
@@ -237,16 +257,15 @@ class FrozenIndexBuilder {
   }
 
   void addName(const Name& name) {
-    std::uint64_t padded[4] = {};
-    std::memcpy(padded, textOf(*name.leaf), std::min(name.size, FrozenIndex::kNameRoom));
-    const std::size_t place = freeSlot(namesOf(name), name.hash, [](const auto& one) { return one.leaf == nullptr; });
-    namesOf(name)[place] = {name.leaf, FrozenIndex::NameKey::of(padded, name.size).at(name.number)};
+    std::uint64_t words[3] = {};
+    std::memcpy(words, textOf(*name.leaf), std::min(name.size, sizeof words));
+    freeSlot(namesOf(name), name.hash) = {name.leaf, FrozenIndex::NameKey::of(words, name.size).at(name.number)};
     if (name.below) {
       markBelow(name.hash);
     }
   }
 
-  const KxWildcardNode& m_root;
+  KxWildcardNode& m_root;
   std::unique_ptr<FrozenIndex> m_index;
   std::vector<Descent> m_path;
   std::vector<Level> m_levels;
@@ -258,7 +277,7 @@ class FrozenIndexBuilder {
   bool m_told = true;
 };
 
-std::unique_ptr<const FrozenIndex> FrozenIndex::build(const KxWildcardNode& root, const HashSeed& seed) {
+std::unique_ptr<const FrozenIndex> FrozenIndex::build(KxWildcardNode& root, const HashSeed& seed) {
   return FrozenIndexBuilder(root, seed).build();
 }
 

@@ -50,7 +50,7 @@ class NameIndex {
 
   std::size_t homeOf(const KxIndexedString& name) const {
     const HashSeed& seed = processHashSeed();
-    const std::uint64_t hash = m_byText ? hashText(seed, name.getString(), std::strlen(name.getString()), 0)
+    const std::uint64_t hash = m_byText ? hashText(seed, name.getString(), std::strlen(name.getString()))
                                         : mixed(reinterpret_cast<std::uintptr_t>(&name) ^ seed.words[0], seed.words[1]);
     return placeOf(hash, m_slots.size());
   }

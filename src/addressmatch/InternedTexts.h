@@ -58,7 +58,7 @@ class InternedTexts {
   static constexpr char kTakenOut[] = "";
 
   std::uint32_t tagOf(const char* text) const {
-    return static_cast<std::uint32_t>(hashText(m_seed, text, std::strlen(text), 0));
+    return static_cast<std::uint32_t>(hashText(m_seed, text, std::strlen(text)));
   }
   std::size_t homeOf(std::uint32_t tag) const {
     return static_cast<std::size_t>(static_cast<std::uint64_t>(tag) * m_slots.size() >> 32);

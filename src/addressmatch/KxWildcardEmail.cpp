@@ -1,7 +1,9 @@
 #include "KxWildcardEmail.h"
 
+#include <algorithm>
 #include <memory>
 #include <new>
+#include <numeric>
 #include <typeinfo>
 
 #include "Decision.h"
@@ -27,12 +29,72 @@ void logNoMemory(const char* address) {
                  address);
 }
 
+KxMatchResult resultOf(const Outcome& outcome) {
+  if (outcome.code == 0) {
+    return {0, 0, nullptr, 0};
+  }
+  return {outcome.code, outcome.winner.tree, outcome.winner.address->getString(), outcome.winner.state};
+}
+
+// Addresses that are decided side by side: tree after tree, as long as one of them is not decided.
+class GroupDecision {
+ public:
+  static constexpr std::size_t kSize = 96;
+
+  // Throws std::bad_alloc, as the other one.
+  GroupDecision(const char* const* addresses, std::size_t count) : m_undecided(addresses, addresses + count) {
+    m_positions.resize(count);
+    std::iota(m_positions.begin(), m_positions.end(), std::size_t{0});
+    m_decisions.assign(count, Decision<NoObserver>(m_observer));
+  }
+
+  void decide(const std::vector<KxWildcardNode*>& trees, KxMatchResult* results) {
+    for (std::size_t tree = 0; tree != trees.size() && !m_undecided.empty(); ++tree) {
+      if (trees[tree] != nullptr) {
+        search(*trees[tree], static_cast<unsigned int>(tree));
+      }
+    }
+    for (std::size_t i = 0; i != m_decisions.size(); ++i) {
+      results[i] = resultOf(m_decisions[i].outcome());
+    }
+  }
+
+ private:
+  void search(KxWildcardNode& tree, unsigned int number) {
+    m_leaves.clear();
+    m_ends.clear();
+    if (!tree.findAllMatches(m_undecided.data(), m_undecided.size(), m_leaves, m_ends)) {
+      throw std::bad_alloc();
+    }
+    for (const KxListedEmailAddress* leaf : m_leaves) {
+      __builtin_prefetch(leaf);
+    }
+    std::size_t kept = 0;
+    for (std::size_t i = 0; i != m_ends.size(); ++i) {
+      KxListedEmailAddress* const* first = m_leaves.data() + (i != 0 ? m_ends[i - 1] : 0);
+      if (!m_decisions[m_positions[i]].addTree({first, m_leaves.data() + m_ends[i]}, number)) {
+        m_undecided[kept] = m_undecided[i];
+        m_positions[kept++] = m_positions[i];
+      }
+    }
+    m_undecided.resize(kept);
+    m_positions.resize(kept);
+  }
+
+  NoObserver m_observer;
+  std::vector<const char*> m_undecided;
+  std::vector<std::size_t> m_positions;  // of the undecided among all
+  std::vector<Decision<NoObserver>> m_decisions;
+  std::vector<KxListedEmailAddress*> m_leaves;
+  std::vector<std::size_t> m_ends;
+};
+
 // Writes down what the decision tells.
 class Recorder {
  public:
   explicit Recorder(std::vector<KxMatchCandidate>& candidates) : m_candidates(candidates) {}
 
-  void fed(const std::vector<KxListedEmailAddress*>& leaves, unsigned int tree) {
+  void fed(const Leaves& leaves, unsigned int tree) {
     for (const KxListedEmailAddress* leaf : leaves) {
       m_candidates.push_back(
           {leaf, tree, leaf->getWeight(), leaf->getState(), KxMatchCandidate::NotSearched, KxMatchCandidate::kNone, 0});
@@ -101,11 +163,33 @@ unsigned char KxWildcardEmail::matchEmailAddress(const char* address, std::vecto
   if (!withinMemory([&] { decideOver(trees, address, observer, outcome); })) {
     logNoMemory(address);
   }
-  const bool decided = outcome.code != 0;
-  give(treeIndex, decided ? outcome.winner.tree : 0);
-  give<const char*>(name, decided ? outcome.winner.address->getString() : nullptr);
-  give(belongsTo, decided ? outcome.winner.state : 0);
-  return outcome.code;
+  const KxMatchResult result = resultOf(outcome);
+  give(treeIndex, result.treeIndex);
+  give(name, result.name);
+  give(belongsTo, result.belongsTo);
+  return result.code;
+}
+
+void KxWildcardEmail::matchEmailAddressBatch(const char* const* addresses, std::size_t count,
+                                             std::vector<KxWildcardNode*>& trees, KxMatchResult* results) {
+  for (std::size_t first = 0; first < count; first += GroupDecision::kSize) {
+    const std::size_t size = std::min(count - first, GroupDecision::kSize);
+    if (withinMemory([&] { GroupDecision(addresses + first, size).decide(trees, results + first); })) {
+      continue;
+    }
+    // One by one, to know for which of them memory runs out.
+    for (std::size_t i = first; i != first + size; ++i) {
+      KxMatchResult& result = results[i];
+      result.code = matchEmailAddress(addresses[i], trees, &result.treeIndex, &result.name, &result.belongsTo);
+    }
+  }
+}
+
+void KxWildcardEmail::findMatchesBatch(KxWildcardNode& tree, const char* const* addresses, std::size_t count,
+                                       std::vector<KxListedEmailAddress*>& matches, std::vector<std::size_t>& ends) {
+  matches.clear();
+  ends.clear();
+  tree.findAllMatches(addresses, count, matches, ends);
 }
 
 unsigned char KxWildcardEmail::explainEmailAddress(const char* address, std::vector<KxWildcardNode*>& trees,
@@ -120,7 +204,7 @@ unsigned char KxWildcardEmail::explainEmailAddress(const char* address, std::vec
       if (trees[tree] != nullptr && !trees[tree]->findAllMatches(address, leaves)) {
         throw std::bad_alloc();
       }
-      recorder.fed(leaves, static_cast<unsigned int>(tree));
+      recorder.fed(Leaves::of(leaves), static_cast<unsigned int>(tree));
     }
   });
   if (!complete) {

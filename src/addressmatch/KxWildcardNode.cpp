@@ -29,6 +29,11 @@ bool isUnknown(const KxIndexedString& key, bool indexed) {
   return indexed && key.getIndex() >= KxIndexedString::Wrapper;
 }
 
+void logNoMemory(const char* address) {
+  PolicyLog::log(LogLevel::Error, "KxWildcardNode::findMatches: out of memory; no match is reported for %s",
+                 address != nullptr ? address : "");
+}
+
 // A copy of a text in lower case, beside the stack if it is long. Throws std::bad_alloc.
 class LoweredText {
  public:
@@ -478,35 +483,64 @@ void KxWildcardNode::findMatches(const KxIndexedString* name, LabelStack& labels
   }
   const std::size_t before = out.size();
   if (!withinMemory([&] { search(orEmpty(name), labels, out); })) {
-    PolicyLog::log(LogLevel::Error, "KxWildcardNode::findMatches: out of memory; no match is reported for %s",
-                   orEmpty(name).getString());
+    logNoMemory(orEmpty(name).getString());
     out.resize(before);
   }
 }
 
 bool KxWildcardNode::findAllMatches(const char* address, std::vector<KxListedEmailAddress*>& out) {
-  if (address == nullptr || isGone(_stringtable)) {
-    return true;
-  }
   const std::size_t before = out.size();
-  bool complete = false;
-  withinMemory([&] {
-    if (_tree != nullptr && _tree->index != nullptr && _tree->root == this && _tree->index->find(address, out)) {
-      complete = true;
-      return;
-    }
-    LoweredText text(address);
-    ParsedAddress parsed(_stringtable, text.get());
-    if (parsed.isComplete()) {
-      search(parsed.localPart(), parsed.labels(), out);
-      complete = true;
+  const bool complete = withinMemory([&] {
+    if (const FrozenIndex* frozen = index()) {
+      frozen->find(address, out);
+    } else {
+      walk(address, out);
     }
   });
   if (!complete) {
-    PolicyLog::log(LogLevel::Error, "KxWildcardNode::findMatches: out of memory; no match is reported for %s", address);
+    logNoMemory(address);
     out.resize(before);
   }
   return complete;
+}
+
+bool KxWildcardNode::findAllMatches(const char* const* addresses, std::size_t count,
+                                    std::vector<KxListedEmailAddress*>& out, std::vector<std::size_t>& ends) {
+  const std::size_t before = out.size();
+  const std::size_t endsBefore = ends.size();
+  const bool complete = withinMemory([&] {
+    ends.reserve(endsBefore + count);
+    if (const FrozenIndex* frozen = index()) {
+      frozen->findEach(addresses, count, out, ends);
+      return;
+    }
+    for (std::size_t i = 0; i != count; ++i) {
+      walk(addresses[i], out);
+      ends.push_back(out.size());
+    }
+  });
+  if (!complete) {
+    logNoMemory(ends.size() - endsBefore < count ? addresses[ends.size() - endsBefore] : nullptr);
+    out.resize(before);
+    ends.resize(endsBefore);
+  }
+  return complete;
+}
+
+const FrozenIndex* KxWildcardNode::index() const {
+  return _tree != nullptr && _tree->root == this && !isGone(_stringtable) ? _tree->index.get() : nullptr;
+}
+
+void KxWildcardNode::walk(const char* address, std::vector<KxListedEmailAddress*>& out) {
+  if (address == nullptr || isGone(_stringtable)) {
+    return;
+  }
+  LoweredText text(address);
+  ParsedAddress parsed(_stringtable, text.get());
+  if (!parsed.isComplete()) {
+    throw std::bad_alloc();
+  }
+  search(parsed.localPart(), parsed.labels(), out);
 }
 
 void KxWildcardNode::search(const KxIndexedString& name, LabelStack& labels, std::vector<KxListedEmailAddress*>& out) {

@@ -1,12 +1,23 @@
-// Eight characters at a time.
+// Texts in lower case, eight characters at a time.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
 
 namespace zaro_addressmatch {
 
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the first character of a word is its lowest byte");
+
+inline std::uint64_t load8(const char* from) {
+  std::uint64_t word;
+  std::memcpy(&word, from, sizeof word);
+  return word;
+}
 
 constexpr std::uint64_t everyByte(unsigned char byte) {
   return byte * 0x0101010101010101u;
@@ -30,10 +41,10 @@ inline std::uint64_t bytesEqual(std::uint64_t word, unsigned char byte) {
   return ((~different & kTopBits) >> 7) * 0x0102040810204080u >> 56;
 }
 
-// The lowest `size - before` bytes of a word, where `size` is at most 16 and `before` 0 or 8: as a table, since sizes of
-// texts make branches that no processor foresees.
+// The lowest `size - before` bytes of a word, where `size` is at most 16 and `before` 0 or 8. From a table, since sizes
+// of texts make branches that no processor foresees.
 inline std::uint64_t bytesWithin(std::uint64_t word, std::size_t size, std::size_t before) {
-  static constexpr std::uint64_t kOnes = ~std::uint64_t{0};
+  constexpr std::uint64_t kOnes = ~std::uint64_t{0};
   static constexpr std::uint64_t kMasks[] = {
       0,           0,           0,           0,           0,           0,           0,           0,     0,
       kOnes >> 56, kOnes >> 48, kOnes >> 40, kOnes >> 32, kOnes >> 24, kOnes >> 16, kOnes >> 8,  kOnes, kOnes,
@@ -47,6 +58,94 @@ inline std::uint64_t wordAt(const std::uint64_t* words, std::size_t offset) {
   const std::uint64_t* word = words + offset / 8;
   const unsigned int shift = offset % 8 * 8;
   return word[0] >> shift | (word[1] << 1) << (63 - shift);
+}
+
+// Where a text has these characters; the first character is the lowest bit.
+struct Marks {
+  std::uint64_t ats = 0;
+  std::uint64_t dots = 0;
+};
+
+// Texts in words have so many zeros behind them, at least.
+constexpr std::size_t kPadding = 32;
+
+// The number of words that a text takes.
+constexpr std::size_t wordsFor(std::size_t size) {
+  return size / 8 + 1 + kPadding / 8;
+}
+
+// Writes a text in lower case. Reads nothing outside the text. The marks are right for texts up to 64 characters.
+inline Marks lowerPlain(const char* text, std::size_t size, std::uint64_t* words) {
+  Marks marks;
+  std::size_t offset = 0;
+  const auto take = [&](std::uint64_t word) {
+    words[offset / 8] = word;
+    marks.ats |= bytesEqual(word, '@') << (offset & 63);
+    marks.dots |= bytesEqual(word, '.') << (offset & 63);
+    offset += 8;
+  };
+  while (offset + 8 <= size) {
+    take(loweredWord(load8(text + offset)));
+  }
+  std::uint64_t last = 0;
+  if (size >= 8) {
+    last = size % 8 != 0 ? load8(text + size - 8) >> (8 - size % 8) * 8 : 0;
+  } else {
+    std::memcpy(&last, text, size);
+  }
+  take(loweredWord(last));
+  std::memset(words + offset / 8, 0, kPadding);
+  return marks;
+}
+
+#ifdef __SSE2__
+// The same, sixteen characters at a time, for 16 to 64 of them.
+inline Marks lowerVector(const char* text, std::size_t size, std::uint64_t* words) {
+  Marks marks;
+  const auto lowered = [](__m128i block) {
+    const __m128i fromA = _mm_cmpgt_epi8(block, _mm_set1_epi8('A' - 1));
+    const __m128i toZ = _mm_cmplt_epi8(block, _mm_set1_epi8('Z' + 1));
+    return _mm_or_si128(block, _mm_and_si128(_mm_and_si128(fromA, toZ), _mm_set1_epi8(0x20)));
+  };
+  const auto mark = [](__m128i block, char character) {
+    return static_cast<std::uint64_t>(
+        static_cast<unsigned int>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, _mm_set1_epi8(character)))));
+  };
+  std::size_t offset = 0;
+  for (; offset + 16 <= size; offset += 16) {
+    const __m128i block = lowered(_mm_loadu_si128(reinterpret_cast<const __m128i*>(text + offset)));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(words + offset / 8), block);
+    marks.ats |= mark(block, '@') << offset;
+    marks.dots |= mark(block, '.') << offset;
+  }
+  __m128i* end = reinterpret_cast<__m128i*>(words + offset / 8);
+  if (offset != size) {
+    // The last sixteen, less those that are there already.
+    const __m128i block = lowered(_mm_loadu_si128(reinterpret_cast<const __m128i*>(text + size - 16)));
+    const std::size_t there = offset + 16 - size;
+    marks.ats |= mark(block, '@') >> there << offset;
+    marks.dots |= mark(block, '.') >> there << offset;
+    std::uint64_t halves[2];
+    std::memcpy(halves, &block, sizeof halves);
+    __extension__ typedef unsigned __int128 Block;
+    const Block rest = (static_cast<Block>(halves[1]) << 64 | halves[0]) >> there * 8;
+    words[offset / 8] = static_cast<std::uint64_t>(rest);
+    words[offset / 8 + 1] = static_cast<std::uint64_t>(rest >> 64);
+    ++end;
+  }
+  _mm_storeu_si128(end, _mm_setzero_si128());
+  _mm_storeu_si128(end + 1, _mm_setzero_si128());
+  return marks;
+}
+#endif
+
+inline Marks lower(const char* text, std::size_t size, std::uint64_t* words) {
+#ifdef __SSE2__
+  if (size >= 16 && size <= 64) {
+    return lowerVector(text, size, words);
+  }
+#endif
+  return lowerPlain(text, size, words);
 }
 
 }  // namespace zaro_addressmatch

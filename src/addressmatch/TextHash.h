@@ -17,12 +17,6 @@ struct HashSeed {
 // This process's own seed, drawn at random once.
 const HashSeed& processHashSeed();
 
-inline std::uint64_t load8(const char* from) {
-  std::uint64_t word;
-  std::memcpy(&word, from, sizeof word);
-  return word;
-}
-
 // Both halves of the product, folded: every bit of the answer depends on every bit of the factors.
 inline std::uint64_t mixed(std::uint64_t one, std::uint64_t other) {
 #ifdef __SIZEOF_INT128__
@@ -42,24 +36,27 @@ inline std::uint64_t mixed(std::uint64_t one, std::uint64_t other) {
 #endif
 }
 
-// Hash of a text of `size` bytes that `wordAt(offset)` gives eight at a time: zeros may stand for what lies behind its
-// end, for it is cut off here. It goes on from `before`: the hash of what stands before the text, or any constant.
-template <typename WordAt>
-std::uint64_t hashWords(const HashSeed& seed, std::size_t size, std::uint64_t before, WordAt wordAt) {
+// The last step of a hash: the last two words of a text of `size` bytes, with zeros behind its end.
+inline std::uint64_t hashLast(const HashSeed& seed, std::uint64_t state, std::uint64_t first, std::uint64_t second,
+                              std::size_t size) {
   constexpr std::uint64_t kOdd = 0x9E3779B97F4A7C15u;
-  std::uint64_t state = before ^ seed.words[0];
+  return mixed(first ^ state, second ^ (seed.words[2] + size * kOdd));
+}
+
+// Hash of a text of `size` bytes that `wordAt(offset)` gives eight at a time, with zeros behind its end.
+template <typename WordAt>
+std::uint64_t hashWords(const HashSeed& seed, std::size_t size, WordAt wordAt) {
+  std::uint64_t state = seed.words[0];
   std::size_t offset = 0;
   for (; size - offset > 16; offset += 16) {
     state = mixed(wordAt(offset) ^ state, wordAt(offset + 8) ^ seed.words[1]);
   }
-  const std::uint64_t first = bytesWithin(wordAt(offset), size - offset, 0);
-  const std::uint64_t second = bytesWithin(wordAt(offset + 8), size - offset, 8);
-  return mixed(first ^ state, second ^ (seed.words[2] + size * kOdd));
+  return hashLast(seed, state, wordAt(offset), wordAt(offset + 8), size);
 }
 
 // Hash of a text that ends anywhere.
-inline std::uint64_t hashText(const HashSeed& seed, const char* text, std::size_t size, std::uint64_t before) {
-  return hashWords(seed, size, before, [text, size](std::size_t offset) {
+inline std::uint64_t hashText(const HashSeed& seed, const char* text, std::size_t size) {
+  return hashWords(seed, size, [text, size](std::size_t offset) {
     std::uint64_t word = 0;
     if (offset + 8 <= size) {
       word = load8(text + offset);

@@ -9,7 +9,7 @@
 namespace zaro_addressmatch {
 
 struct TreeState {
-  explicit TreeState(const KxWildcardNode* ofTree) : root(ofTree) {}
+  explicit TreeState(KxWildcardNode* ofTree) : root(ofTree) {}
 
   // To be told before a level takes something in.
   void takesIn(const void* object) {
@@ -21,7 +21,7 @@ struct TreeState {
   // To be called once every level is locked: makes the index, if there can be one. Throws std::bad_alloc.
   void freeze();
 
-  const KxWildcardNode* root;  // null when it has gone
+  KxWildcardNode* root;  // null when it has gone
   // What the tree is about to take in of its own accord.
   const void* expected = nullptr;
   bool isFrozen = false;
