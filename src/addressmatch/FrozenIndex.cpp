@@ -147,6 +147,14 @@ inline void FrozenIndex::hashPieces(Query& query, NextDot nextDot) const {
   query.key = NameKey::of(name, query.at);
   prefetchLine(m_names.at(nameHashAt(query.nameHash, query.domainHash)));
 
+  query.mayBeBelowRoot = false;
+  if (m_hasNamesBelowRoot) {
+    query.nameBelowRootHash = nameHashAt(query.nameHash, kNoDomainHash);
+    query.mayBeBelowRoot = mayHaveBelow(query.nameBelowRootHash);
+    if (query.mayBeBelowRoot) {
+      prefetchLine(m_namesBelow.at(query.nameBelowRootHash));
+    }
+  }
   query.suffixCount = 0;
   std::uint64_t depths = m_belowDepths;
   for (std::size_t end = query.size; depths != 0; depths >>= 1) {
@@ -180,40 +188,40 @@ inline void FrozenIndex::resolve(const Query& query, Matches& out) const {
       continue;
     }
     if (domain->hasNamesBelow) {
-      findNameBelow(query, domain->number, suffix.hash, out);
+      const std::uint64_t hash = nameHashAt(query.nameHash, suffix.hash);
+      if (mayHaveBelow(hash)) {
+        findName(m_namesBelow, query, domain->number, hash, out);
+      }
     }
     if (domain->anyNameBelow != nullptr) {
       out.push_back(domain->anyNameBelow);
     }
   }
-  if (m_hasNamesBelowRoot) {
-    findNameBelow(query, 0, kNoDomainHash, out);
+  if (query.mayBeBelowRoot) {
+    findName(m_namesBelow, query, 0, query.nameBelowRootHash, out);
   }
   if (m_anyAtAll != nullptr) {
     out.push_back(m_anyAtAll);
   }
 }
 
-inline void FrozenIndex::findNameBelow(const Query& query, std::uint32_t number, std::uint64_t domainHash,
-                                       Matches& out) const {
-  const std::uint64_t hash = nameHashAt(query.nameHash, domainHash);
-  if (mayHaveBelow(hash)) {
-    findName(m_namesBelow, query, number, hash, out);
-  }
-}
-
 inline void FrozenIndex::findName(const Table<NameSlot>& names, const Query& query, std::uint32_t number,
                                   std::uint64_t hash, Matches& out) {
-  const NameKey key = query.key.at(number);
-  for (const NameSlot* slot = names.at(hash); !slot->isFree(); ++slot) {
-    if (slot->key == key) {
-      const char* name = query.at > kNameRoom ? slot->leaf->getNameAsStr() : nullptr;
-      if (name == nullptr || (std::strncmp(name, query.text(), query.at) == 0 && name[query.at] == '\0')) {
-        out.push_back(slot->leaf);
-        return;
-      }
+  const NameSlot& slot = *names.at(hash);
+  if (!(slot.key == query.key.at(number)) || slot.leaf == nullptr) {
+    return;
+  }
+  if (query.at > kNameRoom) {
+    const char* name = slot.leaf->getNameAsStr();
+    if (std::strncmp(name, query.text(), query.at) != 0 || name[query.at] != '\0') {
+      return;
     }
   }
+  out.push_back(slot.leaf);
+}
+
+bool FrozenIndex::isLongDomain(const DomainSlot& slot, const char* text, std::size_t size) {
+  return slot.size == size && std::memcmp(size <= kDomainRoom ? slot.text() : slot.longText, text, size) == 0;
 }
 
 inline const FrozenIndex::DomainSlot* FrozenIndex::findDomain(const Query& query, std::uint64_t hash,
@@ -222,25 +230,11 @@ inline const FrozenIndex::DomainSlot* FrozenIndex::findDomain(const Query& query
   const std::size_t size = query.size - begin;
   const std::uint64_t words[kAtOnce] = {wordAt(query.words, begin), wordAt(query.words, begin + 8),
                                         wordAt(query.words, begin + 16)};
-  for (const DomainSlot* slot = m_domains.at(hash); !slot->isFree(); ++slot) {
-    if (slot->size != size) {
-      continue;
-    }
-    if (size > kDomainRoom) {
-      if (std::memcmp(slot->longText, query.text() + begin, size) == 0) {
-        return slot;
-      }
-      continue;
-    }
-    std::uint64_t difference = (slot->words[0] ^ words[0]) | (slot->words[1] ^ words[1]) | (slot->words[2] ^ words[2]);
-    for (std::size_t word = kAtOnce; word * 8 < size; ++word) {
-      difference |= slot->words[word] ^ wordAt(query.words, begin + word * 8);
-    }
-    if (difference == 0) {
-      return slot;
-    }
-  }
-  return nullptr;
+  const DomainSlot& slot = *m_domains.at(hash);
+  const std::uint64_t difference =
+      (slot.words[0] ^ words[0]) | (slot.words[1] ^ words[1]) | (slot.words[2] ^ words[2]) | (slot.size ^ size);
+  const bool same = size <= kAtOnce * 8 ? difference == 0 : isLongDomain(slot, query.text() + begin, size);
+  return same && slot.number != 0 ? &slot : nullptr;
 }
 
 }  // namespace zaro_addressmatch

@@ -4,6 +4,7 @@
 // processor fetches them side by side; each holds the text that it stands for, so that one cache line settles it.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -11,6 +12,8 @@
 #include <vector>
 
 #include "KxWildcardNode.h"
+#include "LoweredWords.h"
+#include "PerfectPlaces.h"
 #include "TextHash.h"
 
 namespace zaro_addressmatch {
@@ -29,8 +32,10 @@ class FrozenIndex {
   // The same for many addresses, whose cache misses overlap; appends the size of `out` to `ends` after each.
   void findEach(const char* const* addresses, std::size_t count, Matches& out, std::vector<std::size_t>& ends) const;
 
-  // How many places a search looks at, at most.
-  std::size_t longestProbe() const { return m_longestProbe; }
+  // How hard it was to find places for the names and domains: the most tries for a group of them.
+  std::size_t mostTries() const {
+    return std::max({m_domains.places.mostTries(), m_names.places.mostTries(), m_namesBelow.places.mostTries()});
+  }
 
  private:
   friend class FrozenIndexBuilder;
@@ -62,15 +67,13 @@ class FrozenIndex {
     }
   };
   struct alignas(kWide ? 32 : 8) NameSlot {
-    KxListedEmailAddress* leaf;  // null: free
+    KxListedEmailAddress* leaf;
     NameKey key;
-
-    bool isFree() const { return leaf == nullptr; }
   };
   struct alignas(kWide ? 64 : 16) DomainSlot {
     KxListedEmailAddress* anyName;       // *@DOMAIN
     KxListedEmailAddress* anyNameBelow;  // *@*.DOMAIN
-    std::uint32_t number;                // from 1 on; 0: free
+    std::uint32_t number;                // from 1 on
     std::uint32_t size : 30;
     std::uint32_t hasNames : 1;       // NAME@DOMAIN
     std::uint32_t hasNamesBelow : 1;  // NAME@*.DOMAIN
@@ -79,18 +82,16 @@ class FrozenIndex {
       const char* longText;
     };
 
-    bool isFree() const { return number == 0; }
+    const char* text() const { return reinterpret_cast<const char*>(words); }
   };
   static_assert(sizeof(NameSlot) == (kWide ? 32 : 24) && sizeof(DomainSlot) == (kWide ? 64 : 48), "no padding");
 
-  // Open addressing: a search begins at a hash's own place and ends at a free one. Places behind the last own one spare
-  // it the way round.
   template <typename Slot>
   struct Table {
-    std::vector<Slot> slots;
-    std::size_t count = 0;  // of own places
+    PerfectPlaces places;
+    std::vector<Slot> slots = std::vector<Slot>(1);
 
-    const Slot* at(std::uint64_t hash) const { return slots.data() + placeOf(hash, count); }
+    const Slot* at(std::uint64_t hash) const { return slots.data() + places(hash); }
   };
 
   // The end of a domain, from a label on, below which the tree may have something.
@@ -106,6 +107,8 @@ class FrozenIndex {
     std::uint64_t nameHash;
     std::uint64_t domainHash;
     NameKey key;  // without the domain's number
+    std::uint64_t nameBelowRootHash;
+    bool mayBeBelowRoot;
     std::size_t suffixCount;
     Suffix suffixes[kMostLabels];  // the shortest first
 
@@ -128,7 +131,7 @@ class FrozenIndex {
   void resolve(const Query& query, Matches& out) const;
   static void findName(const Table<NameSlot>& names, const Query& query, std::uint32_t number, std::uint64_t hash,
                        Matches& out);
-  void findNameBelow(const Query& query, std::uint32_t number, std::uint64_t domainHash, Matches& out) const;
+  static bool isLongDomain(const DomainSlot& slot, const char* text, std::size_t size);
   const DomainSlot* findDomain(const Query& query, std::uint64_t hash, std::size_t begin) const;
 
   // Hash of a local part at or below a domain.
@@ -154,7 +157,6 @@ class FrozenIndex {
   bool m_hasNamesBelowRoot = false;
   KxListedEmailAddress* m_anyAtAll = nullptr;
   std::vector<std::unique_ptr<char[]>> m_longTexts;
-  std::size_t m_longestProbe = 0;
 };
 
 }  // namespace zaro_addressmatch

@@ -14,16 +14,11 @@ class FrozenIndexBuilder {
 
   // Null when the tree holds something that an index cannot tell.
   std::unique_ptr<const FrozenIndex> build() {
-    if (!collectLevels() || !makeRoom(m_index->m_domains, m_levels.size(), kDomainsFullPercent) ||
-        !makeRoom(m_index->m_names, m_nameCount, kNamesFullPercent) ||
-        !makeRoom(m_index->m_namesBelow, m_nameBelowCount, kNamesFullPercent)) {
+    if (!collectLevels() || m_levels.size() > std::numeric_limits<std::uint32_t>::max() || !placeDomains()) {
       return nullptr;
     }
     makeFilter();
-    for (const Level& level : m_levels) {
-      addDomain(level);
-    }
-    if (!addNames()) {
+    if (!collectNames() || !place(m_index->m_names, m_names) || !place(m_index->m_namesBelow, m_namesBelow)) {
       return nullptr;
     }
     return std::move(m_index);
@@ -53,24 +48,13 @@ class FrozenIndexBuilder {
     bool indexed;  // whether its level looks only for names that have a rank
     std::size_t size;
   };
+  // What goes into a table of names, and its hash.
+  struct Names {
+    std::vector<FrozenIndex::NameSlot> slots;
+    std::vector<std::uint64_t> hashes;
+  };
   // So many leaves go side by side, so that the processor fetches their parts side by side.
   static constexpr std::size_t kTogether = 256;
-
-  // How full the tables are kept: the fuller, the longer a search for what is not there.
-  static constexpr std::size_t kNamesFullPercent = 55;
-  static constexpr std::size_t kDomainsFullPercent = 45;
-
-  // False when the places cannot be counted.
-  template <typename Slot>
-  static bool makeRoom(FrozenIndex::Table<Slot>& table, std::size_t count, std::size_t fullPercent) {
-    constexpr std::size_t kSpare = 32;
-    if (count > std::numeric_limits<std::uint32_t>::max() / 4) {
-      return false;
-    }
-    table.count = static_cast<std::size_t>(std::uint64_t{count} * 100 / fullPercent + 1);
-    table.slots.resize(table.count + kSpare);
-    return true;
-  }
 
   static bool holdsSomething(const KxWildcardNode& node) {
     return !node._leaves.empty() || node._wildcardLeaf != nullptr || node._wildcardChild != nullptr;
@@ -162,10 +146,26 @@ class FrozenIndexBuilder {
     m_index->m_filterMask = size - 1;
   }
 
-  void addDomain(const Level& level) {
-    const std::size_t number = static_cast<std::size_t>(&level - m_levels.data()) + 1;
-    FrozenIndex::DomainSlot& slot = freeSlot(m_index->m_domains, level.hash);
-    slot.number = static_cast<std::uint32_t>(number);
+  bool placeDomains() {
+    std::vector<std::uint64_t> hashes;
+    hashes.reserve(m_levels.size());
+    for (const Level& level : m_levels) {
+      hashes.push_back(level.hash);
+    }
+    FrozenIndex::Table<FrozenIndex::DomainSlot>& table = m_index->m_domains;
+    std::vector<std::uint32_t> places;
+    if (!table.places.assign(hashes, places)) {
+      return false;
+    }
+    table.slots.resize(table.places.count());
+    for (std::size_t i = 0; i != m_levels.size(); ++i) {
+      fill(table.slots[places[i]], m_levels[i], static_cast<std::uint32_t>(i + 1));
+    }
+    return true;
+  }
+
+  void fill(FrozenIndex::DomainSlot& slot, const Level& level, std::uint32_t number) {
+    slot.number = number;
     slot.anyName = level.node->_wildcardLeaf;
     slot.hasNames = !level.node->_leaves.empty();
     slot.size = level.textSize & 0x3FFFFFFFu;
@@ -181,7 +181,6 @@ class FrozenIndexBuilder {
     if (const KxWildcardNode* below = level.node->_wildcardChild) {
       slot.anyNameBelow = below->_wildcardLeaf;
       slot.hasNamesBelow = !below->_leaves.empty();
-      markBelow(level.hash);
     }
   }
 
@@ -189,22 +188,22 @@ class FrozenIndexBuilder {
     m_index->m_filter[hash >> 3 & m_index->m_filterMask] |= static_cast<std::uint8_t>(1u << (hash & 7));
   }
 
-  // The first free place from a hash's own on, before the last place of all.
-  template <typename Slot>
-  Slot& freeSlot(FrozenIndex::Table<Slot>& table, std::uint64_t hash) {
-    const std::size_t own = placeOf(hash, table.count);
-    std::size_t place = own;
-    while (!table.slots[place].isFree()) {
-      ++place;
+  static bool place(FrozenIndex::Table<FrozenIndex::NameSlot>& table, Names& names) {
+    std::vector<std::uint32_t> places;
+    if (!table.places.assign(names.hashes, places)) {
+      return false;
     }
-    if (place + 1 == table.slots.size()) {
-      table.slots.resize(table.slots.size() + table.slots.size() / 16);
+    names.hashes = std::vector<std::uint64_t>();
+    table.slots.resize(table.places.count());
+    for (std::size_t i = 0; i != places.size(); ++i) {
+      table.slots[places[i]] = names.slots[i];
     }
-    m_index->m_longestProbe = std::max(m_index->m_longestProbe, place - own + 1);
-    return table.slots[place];
+    return true;
   }
 
-  bool addNames() {
+  bool collectNames() {
+    m_names.slots.reserve(m_nameCount);
+    m_names.hashes.reserve(m_nameCount);
     if (const KxWildcardNode* below = m_root._wildcardChild) {
       m_index->m_anyAtAll = below->_wildcardLeaf;
       m_index->m_hasNamesBelowRoot = !below->_leaves.empty();
@@ -212,6 +211,9 @@ class FrozenIndexBuilder {
     }
     std::uint32_t number = 0;
     for (const Level& level : m_levels) {
+      if (level.node->_wildcardChild != nullptr) {
+        markBelow(level.hash);
+      }
       takeNames(*level.node, level.hash, ++number, false);
       if (level.node->_wildcardChild != nullptr) {
         takeNames(*level.node->_wildcardChild, level.hash, number, true);
@@ -231,10 +233,6 @@ class FrozenIndexBuilder {
     }
   }
 
-  FrozenIndex::Table<FrozenIndex::NameSlot>& namesOf(const Name& name) {
-    return name.below ? m_index->m_namesBelow : m_index->m_names;
-  }
-
   void flushNames() {
     for (Name& name : m_waiting) {
       name.handle = name.leaf->getNameAsPtr();
@@ -248,7 +246,6 @@ class FrozenIndexBuilder {
       const char* text = textOf(*name.leaf);
       name.size = std::strlen(text);
       name.hash = m_index->nameHashAt(hashText(m_index->m_seed, text, name.size), name.hash);
-      __builtin_prefetch(namesOf(name).at(name.hash), 1);
     }
     for (const Name& name : m_waiting) {
       addName(name);
@@ -259,7 +256,9 @@ class FrozenIndexBuilder {
   void addName(const Name& name) {
     std::uint64_t words[3] = {};
     std::memcpy(words, textOf(*name.leaf), std::min(name.size, sizeof words));
-    freeSlot(namesOf(name), name.hash) = {name.leaf, FrozenIndex::NameKey::of(words, name.size).at(name.number)};
+    Names& names = name.below ? m_namesBelow : m_names;
+    names.slots.push_back({name.leaf, FrozenIndex::NameKey::of(words, name.size).at(name.number)});
+    names.hashes.push_back(name.hash);
     if (name.below) {
       markBelow(name.hash);
     }
@@ -274,6 +273,8 @@ class FrozenIndexBuilder {
   std::size_t m_nameBelowCount = 0;
   std::size_t m_belowCount = 0;
   std::vector<Name> m_waiting;
+  Names m_names;
+  Names m_namesBelow;
   bool m_told = true;
 };
 

@@ -1,13 +1,11 @@
-// Texts in lower case, eight characters at a time.
+// Texts in lower case, eight characters at a time. Sixteen in a vector were tried: slower, since what follows reads words
+// that are then still on their way to memory.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-
-#ifdef __SSE2__
 #include <emmintrin.h>
-#endif
 
 namespace zaro_addressmatch {
 
@@ -74,14 +72,32 @@ constexpr std::size_t wordsFor(std::size_t size) {
   return size / 8 + 1 + kPadding / 8;
 }
 
+inline Marks marksOf(const char* text, std::size_t size) {
+  Marks marks;
+  const auto mark = [](__m128i block, char character) {
+    return static_cast<std::uint64_t>(
+        static_cast<unsigned int>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, _mm_set1_epi8(character)))));
+  };
+  std::size_t offset = 0;
+  for (; offset + 16 <= size; offset += 16) {
+    const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + offset));
+    marks.ats |= mark(block, '@') << offset;
+    marks.dots |= mark(block, '.') << offset;
+  }
+  if (offset != size) {
+    const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + size - 16));
+    marks.ats |= mark(block, '@') << (size - 16);
+    marks.dots |= mark(block, '.') << (size - 16);
+  }
+  return marks;
+}
+
 // Writes a text in lower case. Reads nothing outside the text. The marks are right for texts up to 64 characters.
-inline Marks lowerPlain(const char* text, std::size_t size, std::uint64_t* words) {
+inline Marks lower(const char* text, std::size_t size, std::uint64_t* words) {
   Marks marks;
   std::size_t offset = 0;
   const auto take = [&](std::uint64_t word) {
     words[offset / 8] = word;
-    marks.ats |= bytesEqual(word, '@') << (offset & 63);
-    marks.dots |= bytesEqual(word, '.') << (offset & 63);
     offset += 8;
   };
   while (offset + 8 <= size) {
@@ -95,57 +111,14 @@ inline Marks lowerPlain(const char* text, std::size_t size, std::uint64_t* words
   }
   take(loweredWord(last));
   std::memset(words + offset / 8, 0, kPadding);
+  if (size >= 16) {
+    return marksOf(text, size);
+  }
+  for (std::size_t i = 0; i < size; i += 8) {
+    marks.ats |= bytesEqual(words[i / 8], '@') << i;
+    marks.dots |= bytesEqual(words[i / 8], '.') << i;
+  }
   return marks;
-}
-
-#ifdef __SSE2__
-// The same, sixteen characters at a time, for 16 to 64 of them.
-inline Marks lowerVector(const char* text, std::size_t size, std::uint64_t* words) {
-  Marks marks;
-  const auto lowered = [](__m128i block) {
-    const __m128i fromA = _mm_cmpgt_epi8(block, _mm_set1_epi8('A' - 1));
-    const __m128i toZ = _mm_cmplt_epi8(block, _mm_set1_epi8('Z' + 1));
-    return _mm_or_si128(block, _mm_and_si128(_mm_and_si128(fromA, toZ), _mm_set1_epi8(0x20)));
-  };
-  const auto mark = [](__m128i block, char character) {
-    return static_cast<std::uint64_t>(
-        static_cast<unsigned int>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, _mm_set1_epi8(character)))));
-  };
-  std::size_t offset = 0;
-  for (; offset + 16 <= size; offset += 16) {
-    const __m128i block = lowered(_mm_loadu_si128(reinterpret_cast<const __m128i*>(text + offset)));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(words + offset / 8), block);
-    marks.ats |= mark(block, '@') << offset;
-    marks.dots |= mark(block, '.') << offset;
-  }
-  __m128i* end = reinterpret_cast<__m128i*>(words + offset / 8);
-  if (offset != size) {
-    // The last sixteen, less those that are there already.
-    const __m128i block = lowered(_mm_loadu_si128(reinterpret_cast<const __m128i*>(text + size - 16)));
-    const std::size_t there = offset + 16 - size;
-    marks.ats |= mark(block, '@') >> there << offset;
-    marks.dots |= mark(block, '.') >> there << offset;
-    std::uint64_t halves[2];
-    std::memcpy(halves, &block, sizeof halves);
-    __extension__ typedef unsigned __int128 Block;
-    const Block rest = (static_cast<Block>(halves[1]) << 64 | halves[0]) >> there * 8;
-    words[offset / 8] = static_cast<std::uint64_t>(rest);
-    words[offset / 8 + 1] = static_cast<std::uint64_t>(rest >> 64);
-    ++end;
-  }
-  _mm_storeu_si128(end, _mm_setzero_si128());
-  _mm_storeu_si128(end + 1, _mm_setzero_si128());
-  return marks;
-}
-#endif
-
-inline Marks lower(const char* text, std::size_t size, std::uint64_t* words) {
-#ifdef __SSE2__
-  if (size >= 16 && size <= 64) {
-    return lowerVector(text, size, words);
-  }
-#endif
-  return lowerPlain(text, size, words);
 }
 
 }  // namespace zaro_addressmatch

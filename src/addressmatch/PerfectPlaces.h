@@ -1,0 +1,60 @@
+// A place of its own for every key of a set that is known beforehand: whoever looks for a key looks at one place only.
+//
+// Keys fall into small groups by their hash. A group has a number, its pilot, that was tried out until it sent all of
+// the group's keys to places that were still free; the biggest groups go first.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "TextHash.h"
+
+namespace zaro_addressmatch {
+
+class PerfectPlaces {
+ public:
+  // Places for no key.
+  PerfectPlaces() : m_count(1), m_groups(1), m_pilots(1) {}
+
+  // Gives places to the hashes: `places[i]` is that of `hashes[i]`. False when no places can be found, as for two hashes
+  // that are the same. Throws std::bad_alloc.
+  bool assign(const std::vector<std::uint64_t>& hashes, std::vector<std::uint32_t>& places);
+
+  // How many places there are.
+  std::size_t count() const { return m_count; }
+  // The place of a key, if it is one of the set; else any.
+  std::size_t operator()(std::uint64_t hash) const { return placeWith(m_pilots[placeOf(hash, m_groups)], hash); }
+
+  // The most numbers that were tried for a group.
+  std::size_t mostTries() const { return m_mostTries; }
+
+ private:
+  using Pilot = std::uint16_t;
+
+  // A part of the keys that are sorted by group.
+  struct Group {
+    const std::uint64_t* first;
+    const std::uint64_t* last;
+    std::size_t number;
+
+    std::size_t size() const { return static_cast<std::size_t>(last - first); }
+  };
+
+  std::size_t placeWith(Pilot pilot, std::uint64_t hash) const {
+    constexpr std::uint64_t kOdd = 0x9E3779B97F4A7C15u;
+    return placeOf(hash * (((pilot + 1u) * kOdd) | 1u), m_count);
+  }
+  std::vector<std::uint64_t> sortedByGroup(const std::vector<std::uint64_t>& hashes,
+                                           std::vector<std::size_t>& ends) const;
+  static std::vector<Group> biggestFirst(const std::vector<std::uint64_t>& keys, const std::vector<std::size_t>& ends);
+  bool placeGroup(const Group& group, std::vector<bool>& taken);
+  bool tryPilot(const Group& group, Pilot pilot, std::vector<bool>& taken) const;
+
+  std::size_t m_count;
+  std::size_t m_groups;
+  std::vector<Pilot> m_pilots;
+  std::size_t m_mostTries = 0;
+};
+
+}  // namespace zaro_addressmatch
