@@ -94,15 +94,15 @@ class ZARO_POLICY_EXPORT KxListedEmailAddress : public KxLockableClass, public K
   KxEmailBelongsTo getState() const { return _state; }
   const std::string& getAnnotation() const;
   const std::vector<std::string*>& getRelatedPolicyOwners() const;
-  bool isOwnerless() const { return _ownerless; }
+  bool isOwnerless() const;
 
   // Filling; used by the tree. The owner's text is not copied. False when memory runs out.
   bool setAnnotation(const char* annotation);
   bool addRelatedPolicyOwner(std::string* owner);
-  void setOwnerless() { _ownerless = true; }
+  void setOwnerless();
 
  private:
-  struct Extras;  // annotation and owners: millions of leaves have neither
+  struct Extras;  // what most of the millions of leaves have not
 
   bool _changeState(KxEmailBelongsTo state);
   const Extras& _extrasOrNone() const;
@@ -112,7 +112,6 @@ class ZARO_POLICY_EXPORT KxListedEmailAddress : public KxLockableClass, public K
   std::unique_ptr<Extras> _extras;
   unsigned int _weight;
   KxEmailBelongsTo _state;
-  bool _ownerless;
 };
 
 // A pattern whose local part is "*": any name matches.

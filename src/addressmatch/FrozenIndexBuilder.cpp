@@ -3,6 +3,7 @@
 #include <cstring>
 #include <limits>
 #include <string>
+#include <utility>
 
 #include "FrozenIndex.h"
 
@@ -153,13 +154,12 @@ class FrozenIndexBuilder {
       hashes.push_back(level.hash);
     }
     FrozenIndex::Table<FrozenIndex::DomainSlot>& table = m_index->m_domains;
-    std::vector<std::uint32_t> places;
-    if (!table.places.assign(hashes, places)) {
+    if (!table.places.assign(hashes)) {
       return false;
     }
     table.slots.resize(table.places.count());
     for (std::size_t i = 0; i != m_levels.size(); ++i) {
-      fill(table.slots[places[i]], m_levels[i], static_cast<std::uint32_t>(i + 1));
+      fill(table.slots[table.places(hashes[i])], m_levels[i], static_cast<std::uint32_t>(i + 1));
     }
     return true;
   }
@@ -188,21 +188,35 @@ class FrozenIndexBuilder {
     m_index->m_filter[hash >> 3 & m_index->m_filterMask] |= static_cast<std::uint8_t>(1u << (hash & 7));
   }
 
+  // The slots are moved to their places within the table's own memory.
   static bool place(FrozenIndex::Table<FrozenIndex::NameSlot>& table, Names& names) {
-    std::vector<std::uint32_t> places;
-    if (!table.places.assign(names.hashes, places)) {
+    if (!table.places.assign(names.hashes)) {
       return false;
     }
-    names.hashes = std::vector<std::uint64_t>();
-    table.slots.resize(table.places.count());
-    for (std::size_t i = 0; i != places.size(); ++i) {
-      table.slots[places[i]] = names.slots[i];
+    std::vector<FrozenIndex::NameSlot>& slots = table.slots;
+    const std::size_t count = names.hashes.size();
+    slots.swap(names.slots);
+    slots.resize(table.places.count());
+    std::vector<bool> waits(count, true);
+    for (std::size_t i = 0; i != count; ++i) {
+      if (!waits[i]) {
+        continue;
+      }
+      FrozenIndex::NameSlot slot = std::exchange(slots[i], FrozenIndex::NameSlot());
+      waits[i] = false;
+      std::size_t place = table.places(names.hashes[i]);
+      for (; place < count && waits[place]; place = table.places(names.hashes[place])) {
+        waits[place] = false;
+        std::swap(slot, slots[place]);
+      }
+      slots[place] = slot;
     }
+    names.hashes = std::vector<std::uint64_t>();
     return true;
   }
 
   bool collectNames() {
-    m_names.slots.reserve(m_nameCount);
+    m_names.slots.reserve(PerfectPlaces::countFor(m_nameCount));
     m_names.hashes.reserve(m_nameCount);
     if (const KxWildcardNode* below = m_root._wildcardChild) {
       m_index->m_anyAtAll = below->_wildcardLeaf;

@@ -139,9 +139,20 @@ class GrowingLevel {
  private:
   static bool precedes(const Named* one, const Named* other) { return one->getName() < other->getName(); }
 
+  // Side by side, what the sorting would fetch one after the other.
+  static void prefetchNames(const std::vector<Named*>& elements) {
+    for (const Named* element : elements) {
+      __builtin_prefetch(element);
+    }
+    for (const Named* element : elements) {
+      __builtin_prefetch(element->getNameAsPtr());
+    }
+  }
+
   static void sortByName(std::vector<Named*>& elements, std::size_t sorted) {
     constexpr std::size_t kFew = 8;
     const auto end = elements.end();
+    prefetchNames(elements);
     if (elements.size() <= kFew || elements.size() - sorted == 1) {
       for (auto element = elements.begin() + static_cast<std::ptrdiff_t>(sorted); element != end; ++element) {
         std::rotate(std::upper_bound(elements.begin(), element, *element, precedes), element, element + 1);

@@ -10,13 +10,17 @@
 namespace zaro_addressmatch {
 
 KxIndexedString* InternedTexts::find(const char* text) const {
-  return m_slots.empty() ? nullptr : find(text, tagOf(text));
+  return find(text, tagOf(text));
 }
 
 KxIndexedString* InternedTexts::find(const char* text, std::uint32_t tag) const {
-  for (std::size_t place = homeOf(tag); m_slots[place].position != 0; place = next(place)) {
-    if (m_slots[place].tag == tag) {
-      const KxIndexedString& entry = m_entries[m_slots[place].position - 1];
+  const Part& part = m_parts[partOf(tag)];
+  if (part.used == 0) {
+    return nullptr;
+  }
+  for (std::size_t place = part.homeOf(tag, m_partBits); part.slots[place].position != 0; place = part.next(place)) {
+    if (part.slots[place].tag == tag) {
+      const KxIndexedString& entry = m_entries[part.slots[place].position - 1];
       if (entry == KxIndexedString(text)) {
         return const_cast<KxIndexedString*>(&entry);
       }
@@ -26,11 +30,7 @@ KxIndexedString* InternedTexts::find(const char* text, std::uint32_t tag) const 
 }
 
 std::pair<KxIndexedString*, bool> InternedTexts::findOrAdd(const KxIndexedString& handle) {
-  constexpr std::size_t kFirstSlots = 64;
   const std::uint32_t tag = tagOf(handle.getString());
-  if (m_slots.empty()) {
-    resizeSlots(kFirstSlots);
-  }
   if (KxIndexedString* entry = find(handle.getString(), tag)) {
     return {entry, false};
   }
@@ -38,48 +38,87 @@ std::pair<KxIndexedString*, bool> InternedTexts::findOrAdd(const KxIndexedString
     throw std::bad_alloc();
   }
   m_borrowed.reserve(m_borrowed.size() + 1);
-  if ((size() + 1) * 100 > m_slots.size() * kFullPercent) {
-    resizeSlots(m_slots.size() * 2);
-  }
+  makeRoom(tag);
   m_entries.push_back(handle);
-  take({static_cast<std::uint32_t>(m_entries.size()), tag});
+  take(m_parts[partOf(tag)], {static_cast<std::uint32_t>(m_entries.size()), tag}, m_partBits);
   return {&m_entries.back(), true};
 }
 
-void InternedTexts::take(const Slot& slot) {
-  std::size_t place = homeOf(slot.tag);
-  while (m_slots[place].position != 0) {
-    place = next(place);
+void InternedTexts::makeRoom(std::uint32_t tag) {
+  constexpr std::size_t kFullPercent = 80;
+  constexpr std::size_t kBigWhole = 32768;
+  if (m_partBits == 0 && m_parts[0].used == kBigWhole) {
+    split();
   }
-  m_slots[place] = slot;
+  Part& part = m_parts[partOf(tag)];
+  if ((part.used + 1) * 100 > part.slots.size() * kFullPercent) {
+    grow(part, m_partBits);
+  }
 }
 
-void InternedTexts::resizeSlots(std::size_t size) {
-  std::vector<Slot> slots(size);
-  slots.swap(m_slots);
-  for (const Slot& slot : slots) {
+void InternedTexts::split() {
+  constexpr unsigned int kPartBits = 12;
+  constexpr std::size_t kFirstSlots = 32;
+  std::vector<Part> parts(std::size_t{1} << kPartBits);
+  for (Part& part : parts) {
+    part.slots.resize(kFirstSlots);
+  }
+  parts.swap(m_parts);
+  m_partBits = kPartBits;
+  try {
+    for (const Slot& slot : parts[0].slots) {
+      if (slot.position != 0) {
+        makeRoom(slot.tag);
+        take(m_parts[partOf(slot.tag)], slot, m_partBits);
+      }
+    }
+  } catch (...) {
+    parts.swap(m_parts);
+    m_partBits = 0;
+    throw;
+  }
+}
+
+void InternedTexts::grow(Part& part, unsigned int partBits) {
+  constexpr std::size_t kFirstSlots = 32;
+  Part bigger;
+  bigger.slots.resize(std::max(kFirstSlots, part.slots.size() + part.slots.size() / 2));
+  for (const Slot& slot : part.slots) {
     if (slot.position != 0) {
-      take(slot);
+      take(bigger, slot, partBits);
     }
   }
+  part = std::move(bigger);
+}
+
+void InternedTexts::take(Part& part, const Slot& slot, unsigned int partBits) {
+  std::size_t place = part.homeOf(slot.tag, partBits);
+  while (part.slots[place].position != 0) {
+    place = part.next(place);
+  }
+  part.slots[place] = slot;
+  ++part.used;
 }
 
 void InternedTexts::remove(KxIndexedString* entry) {
-  std::size_t gap = homeOf(tagOf(entry->getString()));
-  while (&m_entries[m_slots[gap].position - 1] != entry) {
-    gap = next(gap);
+  const std::uint32_t tag = tagOf(entry->getString());
+  Part& part = m_parts[partOf(tag)];
+  std::size_t gap = part.homeOf(tag, m_partBits);
+  while (part.slots[gap].position == 0 || &m_entries[part.slots[gap].position - 1] != entry) {
+    gap = part.next(gap);
   }
   // Whatever the gap would hide from a search moves into it.
-  const auto distance = [this](std::size_t from, std::size_t to) {
-    return to >= from ? to - from : to + m_slots.size() - from;
+  const auto distance = [&part](std::size_t from, std::size_t to) {
+    return to >= from ? to - from : to + part.slots.size() - from;
   };
-  for (std::size_t place = next(gap); m_slots[place].position != 0; place = next(place)) {
-    if (distance(homeOf(m_slots[place].tag), place) >= distance(gap, place)) {
-      m_slots[gap] = m_slots[place];
+  for (std::size_t place = part.next(gap); part.slots[place].position != 0; place = part.next(place)) {
+    if (distance(part.homeOf(part.slots[place].tag, m_partBits), place) >= distance(gap, place)) {
+      part.slots[gap] = part.slots[place];
       gap = place;
     }
   }
-  m_slots[gap] = Slot();
+  part.slots[gap] = Slot();
+  --part.used;
   m_borrowed.erase(std::remove(m_borrowed.begin(), m_borrowed.end(), entry), m_borrowed.end());
   *entry = KxIndexedString(kTakenOut);
   ++m_removed;
@@ -97,7 +136,6 @@ bool InternedTexts::rank(unsigned int limit) {
     items.push_back({0, entry.getString() != nullptr ? entry.getString() : "", &entry});
   });
   sortByText(items.data(), items.data() + items.size());
-  resizeSlots(size() * 100 / kFullPercent + 1);  // no more will come
   return assignRanks(items.begin(), items.end(), limit,
                      [](const Item& item, unsigned int rank) { item.owner->_setIndex(rank); });
 }

@@ -21,9 +21,9 @@ class InternedTexts {
   // The entry of a text, or null.
   KxIndexedString* find(const char* text) const;
   void prefetch(const char* text) const {
-    if (!m_slots.empty()) {
-      __builtin_prefetch(&m_slots[homeOf(tagOf(text))]);
-    }
+    const std::uint32_t tag = tagOf(text);
+    const Part& part = m_parts[partOf(tag)];
+    __builtin_prefetch(part.slots.data() + part.homeOf(tag, m_partBits));
   }
   // The entry of the handle's text, and whether it was made, with everything but its index as the handle has it. Throws
   // std::bad_alloc, everything then as it was.
@@ -48,31 +48,42 @@ class InternedTexts {
   bool rank(unsigned int limit);
 
  private:
-  // A place among the slots follows from the tag alone, so that they can be moved without a look at the texts.
+  static constexpr char kTakenOut[] = "";
+
+  // A place follows from the tag alone, so that slots can be moved without a look at the texts.
   struct Slot {
     std::uint32_t position;  // of the entry, from 1 on; 0: free
     std::uint32_t tag;
   };
+  // A part of the slots. Many small parts grow by turns, and what one leaves another takes; a big whole would have the
+  // system find new memory each time.
+  struct Part {
+    std::vector<Slot> slots;
+    std::size_t used = 0;
 
-  static constexpr std::size_t kFullPercent = 80;
-  static constexpr char kTakenOut[] = "";
+    std::size_t homeOf(std::uint32_t tag, unsigned int partBits) const {
+      return static_cast<std::size_t>(std::uint64_t{tag << partBits} * slots.size() >> 32);
+    }
+    std::size_t next(std::size_t place) const { return place + 1 != slots.size() ? place + 1 : 0; }
+  };
 
   std::uint32_t tagOf(const char* text) const {
     return static_cast<std::uint32_t>(hashText(m_seed, text, std::strlen(text)));
   }
-  std::size_t homeOf(std::uint32_t tag) const {
-    return static_cast<std::size_t>(static_cast<std::uint64_t>(tag) * m_slots.size() >> 32);
-  }
-  std::size_t next(std::size_t place) const { return place + 1 != m_slots.size() ? place + 1 : 0; }
+  std::size_t partOf(std::uint32_t tag) const { return static_cast<std::size_t>(std::uint64_t{tag} << m_partBits >> 32); }
   KxIndexedString* find(const char* text, std::uint32_t tag) const;
-  void resizeSlots(std::size_t size);
-  void take(const Slot& slot);
+  // Both throw std::bad_alloc, everything then as it was.
+  void makeRoom(std::uint32_t tag);
+  void split();
+  static void grow(Part& part, unsigned int partBits);
+  static void take(Part& part, const Slot& slot, unsigned int partBits);
 
   HashSeed m_seed = processHashSeed();
   std::deque<KxIndexedString> m_entries;  // those that were taken out have the text kTakenOut itself
   std::size_t m_removed = 0;
   std::vector<const KxIndexedString*> m_borrowed;
-  std::vector<Slot> m_slots;
+  unsigned int m_partBits = 0;
+  std::vector<Part> m_parts = std::vector<Part>(1);  // as many as the bits tell
 };
 
 }  // namespace zaro_addressmatch

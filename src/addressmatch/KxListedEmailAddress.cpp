@@ -172,6 +172,7 @@ char* KxIndexedStringNamedClass::_inferName(const char* address) {
 // What few leaves have.
 struct KxListedEmailAddress::Extras {
   std::vector<std::string*> _relatedPolicyOwners;
+  bool _ownerless = true;
   std::string _annotation;
 };
 
@@ -180,8 +181,7 @@ KxListedEmailAddress::KxListedEmailAddress(KxStringtable* table, const char* ful
       KxIndexedStringNamedClass(table, name),
       _fullAddress(_lookupAndCheckName(fullAddress, table)),
       _weight(weightOf(specificityOf(textOf(getFullAddress())))),
-      _state(0),
-      _ownerless(true) {}
+      _state(0) {}
 
 KxListedEmailAddress::KxListedEmailAddress(KxStringtable* table, const KxIndexedString* fullAddress,
                                            const KxIndexedString* name)
@@ -189,8 +189,7 @@ KxListedEmailAddress::KxListedEmailAddress(KxStringtable* table, const KxIndexed
       KxIndexedStringNamedClass(table, name),
       _fullAddress(_lookupAndCheckName(fullAddress, table)),
       _weight(weightOf(specificityOf(textOf(getFullAddress())))),
-      _state(0),
-      _ownerless(true) {}
+      _state(0) {}
 
 KxListedEmailAddress::~KxListedEmailAddress() {
   if (isGone(_stringtable)) {
@@ -298,6 +297,16 @@ const std::string& KxListedEmailAddress::getAnnotation() const {
 
 const std::vector<std::string*>& KxListedEmailAddress::getRelatedPolicyOwners() const {
   return _extrasOrNone()._relatedPolicyOwners;
+}
+
+bool KxListedEmailAddress::isOwnerless() const {
+  return _extrasOrNone()._ownerless;
+}
+
+void KxListedEmailAddress::setOwnerless() {
+  if (_extras != nullptr) {
+    _extras->_ownerless = true;
+  }
 }
 
 bool KxListedEmailAddress::setAnnotation(const char* annotation) {

@@ -9,18 +9,22 @@ namespace zaro_addressmatch {
 
 namespace {
 
-constexpr std::size_t kKeysPerGroup = 4;
-constexpr std::size_t kFullPercent = 80;
+constexpr std::size_t kKeysPerGroup = 5;
+constexpr std::size_t kFullPercent = 85;
 // A bigger one is a sign of a hash that does not scatter the keys.
 constexpr std::size_t kBiggestGroup = 64;
 
 }  // namespace
 
-bool PerfectPlaces::assign(const std::vector<std::uint64_t>& hashes, std::vector<std::uint32_t>& places) {
+std::size_t PerfectPlaces::countFor(std::size_t keys) {
+  return keys + keys / kFullPercent * (100 - kFullPercent) + 16;
+}
+
+bool PerfectPlaces::assign(const std::vector<std::uint64_t>& hashes) {
   if (hashes.size() > std::numeric_limits<std::uint32_t>::max() / 2) {
     return false;
   }
-  m_count = hashes.size() + hashes.size() * (100 - kFullPercent) / kFullPercent + 1;
+  m_count = countFor(hashes.size());
   m_groups = hashes.size() / kKeysPerGroup + 1;
   m_pilots.assign(m_groups, 0);
   m_mostTries = 0;
@@ -37,10 +41,6 @@ bool PerfectPlaces::assign(const std::vector<std::uint64_t>& hashes, std::vector
     if (!placeGroup(groups[i], taken)) {
       return false;
     }
-  }
-  places.resize(hashes.size());
-  for (std::size_t i = 0; i != hashes.size(); ++i) {
-    places[i] = static_cast<std::uint32_t>((*this)(hashes[i]));
   }
   return true;
 }

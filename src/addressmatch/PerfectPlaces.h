@@ -17,10 +17,11 @@ class PerfectPlaces {
   // Places for no key.
   PerfectPlaces() : m_count(1), m_groups(1), m_pilots(1) {}
 
-  // Gives places to the hashes: `places[i]` is that of `hashes[i]`. False when no places can be found, as for two hashes
-  // that are the same. Throws std::bad_alloc.
-  bool assign(const std::vector<std::uint64_t>& hashes, std::vector<std::uint32_t>& places);
+  // Finds places for the hashes. False when there are none, as for two hashes that are the same. Throws std::bad_alloc.
+  bool assign(const std::vector<std::uint64_t>& hashes);
 
+  // How many places so many keys will have.
+  static std::size_t countFor(std::size_t keys);
   // How many places there are.
   std::size_t count() const { return m_count; }
   // The place of a key, if it is one of the set; else any.

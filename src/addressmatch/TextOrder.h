@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <vector>
+#include <utility>
 
 namespace zaro_addressmatch {
 
@@ -27,49 +27,47 @@ struct TextOf {
   Owner* owner;
 };
 
-// Sorts by key. Byte after byte from the lowest one on, which foresees nothing and so is never wrong about it. Throws
-// std::bad_alloc, everything then as it was.
+// Sorts by key, in place. By the key's bytes from the highest on, which foresees nothing and so is never wrong about it;
+// `byte` is the one to begin with.
 template <typename Item>
-void sortByKey(Item* first, Item* last) {
-  constexpr std::ptrdiff_t kMany = 1024;
-  if (last - first < kMany) {
+void sortByKey(Item* first, Item* last, unsigned int byte = sizeof(std::uint64_t)) {
+  constexpr std::ptrdiff_t kMany = 512;
+  if (last - first < kMany || byte == 0) {
     std::sort(first, last, [](const Item& one, const Item& other) { return one.key < other.key; });
     return;
   }
-  constexpr unsigned int kBytes = sizeof first->key;
-  std::array<std::array<std::size_t, 256>, kBytes> counts = {};
-  const auto digit = [](const Item& item, unsigned int byte) { return item.key >> 8 * byte & 0xFF; };
+  const auto digit = [byte](const Item& item) { return item.key >> 8 * (byte - 1) & 0xFF; };
+  constexpr std::size_t kDigits = 256;
+  std::array<Item*, kDigits> ends = {};
+  std::array<std::size_t, kDigits> counts = {};
   for (const Item* item = first; item != last; ++item) {
-    for (unsigned int byte = 0; byte != kBytes; ++byte) {
-      ++counts[byte][digit(*item, byte)];
+    ++counts[digit(*item)];
+  }
+  std::array<Item*, kDigits> heads = {};
+  Item* place = first;
+  for (std::size_t value = 0; value != kDigits; ++value) {
+    heads[value] = place;
+    place += counts[value];
+    ends[value] = place;
+  }
+  // Each item goes to the head of its part, and what stood there goes on.
+  for (std::size_t value = 0; value != kDigits; ++value) {
+    while (heads[value] != ends[value]) {
+      Item item = *heads[value];
+      for (std::size_t to = digit(item); to != value; to = digit(item)) {
+        std::swap(item, *heads[to]++);
+      }
+      *heads[value]++ = item;
     }
   }
-  std::vector<Item> room(first, last);
-  Item* from = first;
-  Item* to = room.data();
-  const std::size_t size = room.size();
-  for (unsigned int byte = 0; byte != kBytes; ++byte) {
-    if (counts[byte][digit(*from, byte)] == size) {
-      continue;  // the same in all
-    }
-    std::array<Item*, 256> places = {};
-    Item* place = to;
-    for (std::size_t value = 0; value != places.size(); ++value) {
-      places[value] = place;
-      place += counts[byte][value];
-    }
-    for (const Item* item = from; item != from + size; ++item) {
-      *places[digit(*item, byte)]++ = *item;
-    }
-    std::swap(from, to);
-  }
-  if (from != first) {
-    std::copy(from, from + size, first);
+  Item* begin = first;
+  for (std::size_t value = 0; value != kDigits; ++value) {
+    sortByKey(begin, ends[value], byte - 1);
+    begin = ends[value];
   }
 }
 
-// Sorts byte by byte, unsigned, by the texts, of which the first `depth` bytes are known to be the same. Throws
-// std::bad_alloc, the items then in any order.
+// Sorts byte by byte, unsigned, by the texts, of which the first `depth` bytes are known to be the same. In place.
 template <typename Item>
 void sortByText(Item* first, Item* last, std::size_t depth = 0) {
   // Beyond it whole texts are compared, which bounds the depth of the calls.
