@@ -121,32 +121,43 @@ class ZARO_POLICY_EXPORT KxWildcardNode : public KxLockableClass, public KxIndex
   void destroyChildren();
 
   // To be called before the vectors are looked at.
-  void settle();
+  void settle() {
+    if (_childrenSorted != _children.size() || _leavesSorted != _leaves.size()) {
+      sortIn();
+    }
+  }
+  void sortIn();
   // Whether what comes can wait to be sorted in.
   bool isFilling() const;
   bool addWhileFilling(const KxIndexedString& fullAddress, char* pattern, KxEmailBelongsTo kind, const char* annotation,
                        std::string* owner);
+  KxWildcardNode* levelOf(char* domain);
+  KxWildcardNode* levelBelow(char* domain);
   KxWildcardNode* storedChild(const KxIndexedString& label);
   KxListedEmailAddress* storedLeaf(const KxIndexedString& name);
   // Has the tree take in what it made itself.
   bool takeChild(KxWildcardNode* child);
   bool takeLeaf(KxListedEmailAddress* leaf);
+  zaro_addressmatch::GrowingLevel<KxWildcardNode> growingChildren();
+  zaro_addressmatch::GrowingLevel<KxListedEmailAddress> growingLeaves();
   template <typename Named>
-  bool take(std::vector<Named*>& elements,
-            zaro_addressmatch::GrowingLevel<Named> zaro_addressmatch::LevelFilling::*level, Named* element);
+  bool take(zaro_addressmatch::GrowingLevel<Named> (KxWildcardNode::*level)(), std::vector<Named*>& elements,
+            Named* element);
 
   friend class KxWildcardRootNode;
   friend class zaro_addressmatch::FrozenIndex;
   friend class zaro_addressmatch::FrozenIndexBuilder;
   friend struct zaro_addressmatch::TreeState;
 
-  std::vector<KxWildcardNode*> _children;  // concrete labels; sorted once settled
-  bool _childrenIndexed;
-  bool _leavesIndexed;
+  std::vector<KxWildcardNode*> _children;  // concrete labels, sorted as far as is told here
+  std::vector<KxListedEmailAddress*> _leaves;  // concrete local parts, likewise
+  unsigned int _childrenSorted : 31;
+  unsigned int _childrenIndexed : 1;
+  unsigned int _leavesSorted : 31;
+  unsigned int _leavesIndexed : 1;
   KxWildcardNode* _wildcardChild;
-  std::vector<KxListedEmailAddress*> _leaves;  // concrete local parts; sorted once settled
   KxListedEmailAddress* _wildcardLeaf;
-  std::unique_ptr<zaro_addressmatch::LevelFilling> _filling;  // null: settled
+  std::unique_ptr<zaro_addressmatch::LevelFilling> _filling;  // of big levels that are being filled
   zaro_addressmatch::TreeState* _tree;                        // the root's; null for a level of no tree
 };
 

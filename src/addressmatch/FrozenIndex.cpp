@@ -77,7 +77,8 @@ inline FrozenIndex::Kind FrozenIndex::prepare(const char* address, ShortQuery& q
   if (query.size >= kShort) {
     return Kind::Long;
   }
-  const Marks marks = lower(address, query.size, query.room);
+  lower(address, query.size, query.room);
+  const Marks marks = marksOf(address, query.room, query.size);
   if (marks.ats == 0) {
     return Kind::Bare;
   }

@@ -240,7 +240,7 @@ class FrozenIndexBuilder {
   void takeNames(const KxWildcardNode& node, std::uint64_t domainHash, std::uint32_t number, bool below) {
     for (KxListedEmailAddress* leaf : node._leaves) {
       __builtin_prefetch(leaf);
-      m_waiting.push_back({leaf, nullptr, domainHash, number, below, node._leavesIndexed, 0});
+      m_waiting.push_back({leaf, nullptr, domainHash, number, below, node._leavesIndexed != 0, 0});
       if (m_waiting.size() == kTogether) {
         flushNames();
       }

@@ -77,12 +77,16 @@ class NameIndex {
   std::vector<Slot> m_slots;
 };
 
-// Goes with the vector of a level, which is sorted but for its end.
+// The vector of a level, sorted but for its end; what it consists of is kept in the level.
 template <typename Named>
 class GrowingLevel {
  public:
-  // Takes over a sorted vector, whose elements must be in it the way `canTake` demands.
-  explicit GrowingLevel(const std::vector<Named*>& sorted) : m_sorted(sorted.size()) {}
+  // `index` may be null, as long as there are few.
+  GrowingLevel(std::vector<Named*>& elements, std::size_t sorted, std::unique_ptr<NameIndex<Named>>* index)
+      : m_elements(elements), m_sorted(sorted), m_index(index) {}
+
+  // From this size on a level needs an index.
+  static constexpr std::size_t kMany = 16;
 
   // Whether an element of a level over `table` (null: none) can wait to be sorted in: it has a name of its own kind,
   // and that is compared as a text.
@@ -91,36 +95,35 @@ class GrowingLevel {
   }
 
   // Throws std::bad_alloc, everything then as it was.
-  void append(std::vector<Named*>& elements, Named* element, bool byText) {
-    constexpr std::size_t kSmall = 16;
+  void append(Named* element, bool byText) {
     constexpr std::size_t kFirst = 24 / sizeof(Named*);  // what the smallest piece of memory has room for
-    if (elements.capacity() == 0) {
-      elements.reserve(kFirst);
+    if (m_elements.capacity() == 0) {
+      m_elements.reserve(kFirst);
     }
-    elements.push_back(element);
-    if (m_index == nullptr && elements.size() <= kSmall) {
+    m_elements.push_back(element);
+    if (m_index == nullptr) {
       return;
     }
     try {
-      if (m_index == nullptr) {
+      if (*m_index == nullptr) {
         auto index = std::make_unique<NameIndex<Named>>(byText);
-        std::for_each(elements.begin(), elements.end(), [&index](Named* one) { index->add(one); });
-        m_index = std::move(index);
+        std::for_each(m_elements.begin(), m_elements.end(), [&index](Named* one) { index->add(one); });
+        *m_index = std::move(index);
       } else {
-        m_index->add(element);
+        (*m_index)->add(element);
       }
     } catch (...) {
-      elements.pop_back();
+      m_elements.pop_back();
       throw;
     }
   }
 
   // `name` is an entry of the table that the level is over, if it is over one.
-  Named* find(const std::vector<Named*>& elements, const KxIndexedString& name, bool byText) const {
-    if (m_index != nullptr) {
-      return m_index->find(name);
+  Named* find(const KxIndexedString& name, bool byText) const {
+    if (m_index != nullptr && *m_index != nullptr) {
+      return (*m_index)->find(name);
     }
-    for (Named* element : elements) {
+    for (Named* element : m_elements) {
       if (element->getNameAsPtr() == &name || (byText && element->getName() == name)) {
         return element;
       }
@@ -129,10 +132,9 @@ class GrowingLevel {
   }
 
   // Sorts in what waits.
-  void settle(std::vector<Named*>& elements) {
-    if (m_sorted != elements.size()) {
-      sortByName(elements, m_sorted);
-      m_sorted = elements.size();
+  void settle() {
+    if (m_sorted != m_elements.size()) {
+      sortByName(m_elements, m_sorted);
     }
   }
 
@@ -178,8 +180,9 @@ class GrowingLevel {
     }
   }
 
+  std::vector<Named*>& m_elements;
   std::size_t m_sorted;
-  std::unique_ptr<NameIndex<Named>> m_index;
+  std::unique_ptr<NameIndex<Named>>* m_index;
 };
 
 }  // namespace zaro_addressmatch

@@ -10,6 +10,7 @@
 #include "AddressText.h"
 #include "GrowingLevel.h"
 #include "LibraryLifetime.h"
+#include "LoweredWords.h"
 #include "Memory.h"
 #include "ParsedAddress.h"
 #include "PolicyLog.h"
@@ -37,22 +38,27 @@ void logNoMemory(const char* address) {
 // A copy of a text in lower case, beside the stack if it is long. Throws std::bad_alloc.
 class LoweredText {
  public:
-  explicit LoweredText(const char* text) : m_text(m_room) {
+  explicit LoweredText(const char* text) : m_words(m_room) {
     const std::size_t size = std::strlen(text);
-    if (size >= sizeof m_room) {
-      m_long.reset(new char[size + 1]);
-      m_text = m_long.get();
+    if (size > kShort) {
+      m_long.reset(new std::uint64_t[wordsFor(size)]);
+      m_words = m_long.get();
     }
-    std::transform(text, text + size + 1, m_text, lowered);
+    lower(text, size, m_words);
   }
 
-  char* get() { return m_text; }
+  char* get() { return reinterpret_cast<char*>(m_words); }
 
  private:
-  char m_room[128];
-  std::unique_ptr<char[]> m_long;
-  char* m_text;
+  static constexpr std::size_t kShort = 96;
+
+  std::uint64_t m_room[wordsFor(kShort)];
+  std::unique_ptr<std::uint64_t[]> m_long;
+  std::uint64_t* m_words;
 };
+
+// As many as a level can count.
+constexpr unsigned int kMostElements = 0x7FFFFFFFu;
 
 // Cuts the last label off the text between `domain` and `end`, which moves before the dot. Returns the label.
 const char* cutLastLabel(char* domain, char*& end) {
@@ -162,15 +168,17 @@ bool insertSorted(std::vector<Named*>& sorted, Named* item) {
 }  // namespace
 
 struct zaro_addressmatch::LevelFilling {
-  GrowingLevel<KxWildcardNode> children;
-  GrowingLevel<KxListedEmailAddress> leaves;
+  std::unique_ptr<NameIndex<KxWildcardNode>> children;
+  std::unique_ptr<NameIndex<KxListedEmailAddress>> leaves;
 };
 
 KxWildcardNode::KxWildcardNode(KxStringtable* table, const KxIndexedString* label)
     : KxLockableClass(table != nullptr),
       KxIndexedStringNamedClass(table, label),
-      _childrenIndexed(false),
-      _leavesIndexed(false),
+      _childrenSorted(0),
+      _childrenIndexed(0),
+      _leavesSorted(0),
+      _leavesIndexed(0),
       _wildcardChild(nullptr),
       _wildcardLeaf(nullptr),
       _tree(nullptr) {}
@@ -234,33 +242,58 @@ bool KxWildcardNode::addAddressPattern(const char* address, KxEmailBelongsTo kin
   return added;
 }
 
-// As for a split pattern, but for the stack: the pattern is cut in place, from right to left.
+// As for a split pattern, but for the stack: the pattern is cut in place.
 bool KxWildcardNode::addWhileFilling(const KxIndexedString& fullAddress, char* pattern, KxEmailBelongsTo kind,
                                      const char* annotation, std::string* owner) {
   if (_stringtable != nullptr) {
     _stringtable->_prefetch(fullAddress.getString());
   }
-  KxWildcardNode* node = this;
+  KxWildcardNode* node = nullptr;
   if (char* at = std::strchr(pattern, '@')) {
     *at = '\0';
     if (_stringtable != nullptr) {
       _stringtable->_prefetch(pattern);
     }
-    char* const domain = at + 1;
-    for (char* end = domain + std::strlen(domain);;) {
-      const char* label = cutLastLabel(domain, end);
-      node = node->childFor(KxIndexedString(label));
-      if (node == nullptr || label == domain || isWildcard(label)) {
-        break;
-      }
-    }
+    node = levelOf(at + 1);
   } else {
     // A bare text is its own top-level label, above an empty one.
-    node = node->childFor(KxIndexedString(pattern));
+    node = childFor(KxIndexedString(pattern));
     node = node != nullptr ? node->childFor(KxIndexedString("")) : nullptr;
   }
   const KxIndexedString name(pattern);
   return node != nullptr && node->_addOrModifyLeaf(&name, &fullAddress, kind, annotation, owner);
+}
+
+// The level of a domain, made if need be; null when it cannot be made. Throws std::bad_alloc.
+KxWildcardNode* KxWildcardNode::levelOf(char* domain) {
+  const bool below = domain[0] == '*' && domain[1] == '.';
+  char* concrete = below ? domain + 2 : domain;
+  const KnownDomains::Key key(concrete);
+  if (!key.isThere() || std::strchr(concrete, '*') != nullptr) {
+    return levelBelow(domain);
+  }
+  KxWildcardNode* node = _tree->domains.find(key);
+  if (node == nullptr) {
+    node = levelBelow(concrete);
+    if (node == nullptr) {
+      return nullptr;
+    }
+    _tree->domains.add(key, node);
+  }
+  return below ? node->childFor(KxStringtable::_theWildcardIndexedString) : node;
+}
+
+// The same, by a walk.
+KxWildcardNode* KxWildcardNode::levelBelow(char* domain) {
+  KxWildcardNode* node = this;
+  for (char* end = domain + std::strlen(domain); node != nullptr;) {
+    const char* label = cutLastLabel(domain, end);
+    node = node->childFor(KxIndexedString(label));
+    if (label == domain || isWildcard(label)) {
+      break;
+    }
+  }
+  return node;
 }
 
 bool KxWildcardNode::addAddressPattern(const KxIndexedString* fullAddress, const KxIndexedString* name,
@@ -312,11 +345,19 @@ KxWildcardNode* KxWildcardNode::childFor(const KxIndexedString& label) {
   return child.release();
 }
 
-void KxWildcardNode::settle() {
-  if (_filling != nullptr) {
-    _filling->children.settle(_children);
-    _filling->leaves.settle(_leaves);
-  }
+void KxWildcardNode::sortIn() {
+  growingChildren().settle();
+  growingLeaves().settle();
+  _childrenSorted = _children.size() & kMostElements;
+  _leavesSorted = _leaves.size() & kMostElements;
+}
+
+GrowingLevel<KxWildcardNode> KxWildcardNode::growingChildren() {
+  return {_children, _childrenSorted, _filling != nullptr ? &_filling->children : nullptr};
+}
+
+GrowingLevel<KxListedEmailAddress> KxWildcardNode::growingLeaves() {
+  return {_leaves, _leavesSorted, _filling != nullptr ? &_filling->leaves : nullptr};
 }
 
 // A level that somebody made with a way of its own to find things is always asked.
@@ -327,19 +368,19 @@ bool KxWildcardNode::isFilling() const {
 }
 
 KxWildcardNode* KxWildcardNode::storedChild(const KxIndexedString& label) {
-  if (!isFilling() || _filling == nullptr || label.getString() == nullptr) {
+  if (!isFilling() || label.getString() == nullptr) {
     return _findMatchingChild(label);
   }
   const KxIndexedString* name = _stringtable != nullptr ? _stringtable->_findInStringtable(&label) : &label;
-  return name != nullptr ? _filling->children.find(_children, *name, _stringtable == nullptr) : nullptr;
+  return name != nullptr ? growingChildren().find(*name, _stringtable == nullptr) : nullptr;
 }
 
 KxListedEmailAddress* KxWildcardNode::storedLeaf(const KxIndexedString& name) {
-  if (!isFilling() || _filling == nullptr || name.getString() == nullptr) {
+  if (!isFilling() || name.getString() == nullptr) {
     return _findMatchingLeafNode(name, true);
   }
   const KxIndexedString* entry = _stringtable != nullptr ? _stringtable->_findInStringtable(&name) : &name;
-  return entry != nullptr ? _filling->leaves.find(_leaves, *entry, _stringtable == nullptr) : nullptr;
+  return entry != nullptr ? growingLeaves().find(*entry, _stringtable == nullptr) : nullptr;
 }
 
 bool KxWildcardNode::takeChild(KxWildcardNode* child) {
@@ -387,15 +428,16 @@ bool KxWildcardNode::_matchesThisNode(LabelStack& labels, const KxIndexedString*
 }
 
 bool KxWildcardNode::_addToLeafVector(KxListedEmailAddress* leaf) {
-  return take(_leaves, &LevelFilling::leaves, leaf);
+  return take(&KxWildcardNode::growingLeaves, _leaves, leaf);
 }
 
 bool KxWildcardNode::_addToChildVector(KxWildcardNode* child) {
-  return take(_children, &LevelFilling::children, child);
+  return take(&KxWildcardNode::growingChildren, _children, child);
 }
 
 template <typename Named>
-bool KxWildcardNode::take(std::vector<Named*>& elements, GrowingLevel<Named> LevelFilling::*level, Named* element) {
+bool KxWildcardNode::take(GrowingLevel<Named> (KxWildcardNode::*level)(), std::vector<Named*>& elements,
+                          Named* element) {
   if (element == nullptr) {
     return false;
   }
@@ -403,19 +445,23 @@ bool KxWildcardNode::take(std::vector<Named*>& elements, GrowingLevel<Named> Lev
     _tree->takesIn(element);
     _tree->needsWalk = _tree->needsWalk || (!_tree->isFrozen && !GrowingLevel<Named>::canTake(*element, _stringtable));
   }
-  const bool waits = isFilling() && withinMemory([&] {
-                       if (_filling == nullptr) {
-                         _filling.reset(new LevelFilling{GrowingLevel<KxWildcardNode>(_children),
-                                                         GrowingLevel<KxListedEmailAddress>(_leaves)});
+  const bool waits = isFilling() && elements.size() < kMostElements && withinMemory([&] {
+                       if (_filling == nullptr && elements.size() == GrowingLevel<Named>::kMany) {
+                         _filling = std::make_unique<LevelFilling>();
                        }
-                       ((*_filling).*level).append(elements, element, _stringtable == nullptr);
+                       (this->*level)().append(element, _stringtable == nullptr);
                      });
   if (waits) {
     return true;
   }
   settle();
   _filling.reset();
-  return insertSorted(elements, element);
+  if (!insertSorted(elements, element)) {
+    return false;
+  }
+  _childrenSorted = _children.size() & kMostElements;
+  _leavesSorted = _leaves.size() & kMostElements;
+  return true;
 }
 
 bool KxWildcardNode::_addOrModifyLeaf(const KxIndexedString* name, const KxIndexedString* fullAddress,

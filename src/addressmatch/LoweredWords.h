@@ -1,11 +1,14 @@
-// Texts in lower case, eight characters at a time. Sixteen in a vector were tried: slower, since what follows reads words
-// that are then still on their way to memory.
+// Texts in lower case, eight characters at a time. (Writing sixteen at once is slower: what follows reads words that are
+// then still on their way to memory.)
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+
+#ifdef __SSE2__
 #include <emmintrin.h>
+#endif
 
 namespace zaro_addressmatch {
 
@@ -72,36 +75,11 @@ constexpr std::size_t wordsFor(std::size_t size) {
   return size / 8 + 1 + kPadding / 8;
 }
 
-inline Marks marksOf(const char* text, std::size_t size) {
-  Marks marks;
-  const auto mark = [](__m128i block, char character) {
-    return static_cast<std::uint64_t>(
-        static_cast<unsigned int>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, _mm_set1_epi8(character)))));
-  };
-  std::size_t offset = 0;
-  for (; offset + 16 <= size; offset += 16) {
-    const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + offset));
-    marks.ats |= mark(block, '@') << offset;
-    marks.dots |= mark(block, '.') << offset;
-  }
-  if (offset != size) {
-    const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + size - 16));
-    marks.ats |= mark(block, '@') << (size - 16);
-    marks.dots |= mark(block, '.') << (size - 16);
-  }
-  return marks;
-}
-
-// Writes a text in lower case. Reads nothing outside the text. The marks are right for texts up to 64 characters.
-inline Marks lower(const char* text, std::size_t size, std::uint64_t* words) {
-  Marks marks;
-  std::size_t offset = 0;
-  const auto take = [&](std::uint64_t word) {
-    words[offset / 8] = word;
-    offset += 8;
-  };
-  while (offset + 8 <= size) {
-    take(loweredWord(load8(text + offset)));
+// Writes a text in lower case. Reads nothing outside the text.
+inline void lower(const char* text, std::size_t size, std::uint64_t* words) {
+  std::uint64_t* word = words;
+  for (std::size_t offset = 0; offset + 8 <= size; offset += 8) {
+    *word++ = loweredWord(load8(text + offset));
   }
   std::uint64_t last = 0;
   if (size >= 8) {
@@ -109,16 +87,53 @@ inline Marks lower(const char* text, std::size_t size, std::uint64_t* words) {
   } else {
     std::memcpy(&last, text, size);
   }
-  take(loweredWord(last));
-  std::memset(words + offset / 8, 0, kPadding);
-  if (size >= 16) {
-    return marksOf(text, size);
-  }
-  for (std::size_t i = 0; i < size; i += 8) {
-    marks.ats |= bytesEqual(words[i / 8], '@') << i;
-    marks.dots |= bytesEqual(words[i / 8], '.') << i;
+  *word++ = loweredWord(last);
+  std::memset(word, 0, kPadding);
+}
+
+// The marks of a text of up to 64 characters in words.
+inline Marks marksOfWords(const std::uint64_t* words, std::size_t size) {
+  Marks marks;
+  for (std::size_t offset = 0; offset < size; offset += 8) {
+    marks.ats |= bytesEqual(words[offset / 8], '@') << offset;
+    marks.dots |= bytesEqual(words[offset / 8], '.') << offset;
   }
   return marks;
+}
+
+#ifdef __SSE2__
+// The marks of a text of 16 to 64 characters. An eighth faster for a whole look-up.
+inline Marks marksOfText(const char* text, std::size_t size) {
+  Marks marks;
+  const auto take = [&marks, text](std::size_t offset) {
+    const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + offset));
+    const auto equal = [block](char character) {
+      return static_cast<unsigned int>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, _mm_set1_epi8(character))));
+    };
+    marks.ats |= std::uint64_t{equal('@')} << offset;
+    marks.dots |= std::uint64_t{equal('.')} << offset;
+  };
+  std::size_t offset = 0;
+  for (; offset + 16 <= size; offset += 16) {
+    take(offset);
+  }
+  if (offset != size) {
+    take(size - 16);
+  }
+  return marks;
+}
+#endif
+
+// The same, of a text and its words.
+inline Marks marksOf(const char* text, const std::uint64_t* words, std::size_t size) {
+#ifdef __SSE2__
+  if (size >= 16) {
+    return marksOfText(text, size);
+  }
+#else
+  static_cast<void>(text);
+#endif
+  return marksOfWords(words, size);
 }
 
 }  // namespace zaro_addressmatch

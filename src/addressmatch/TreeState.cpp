@@ -9,6 +9,7 @@ void TreeState::freeze() {
     return;
   }
   isFrozen = true;
+  domains = KnownDomains();
   const KxStringtable* table = root->_stringtable;
   const bool isOrdinary = typeid(*root) == typeid(KxWildcardRootNode);
   if (!needsWalk && isOrdinary && table != nullptr && table->isLocked() && !table->_hasForeignHolders) {

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "FrozenIndex.h"
+#include "KnownDomains.h"
 #include "KxWildcardNode.h"
 
 namespace zaro_addressmatch {
@@ -28,6 +29,7 @@ struct TreeState {
   // Something was put in by somebody else, or after the freeze, or has a name of its own: from then on only a walk tells
   // what is found.
   bool needsWalk = false;
+  KnownDomains domains;  // of no use after the freeze
   std::unique_ptr<const FrozenIndex> index;
 };
 

@@ -1,0 +1,88 @@
+// The levels that a tree which is being filled was led to lately, by domain: the way down takes many cache misses, and
+// patterns of one domain come in any order.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+#include "KxWildcardNode.h"
+#include "TextHash.h"
+
+namespace zaro_addressmatch {
+
+class KnownDomains {
+ public:
+  // What a domain is kept by; none for one that is too long to be kept.
+  class Key {
+   public:
+    explicit Key(const char* domain) : m_words() {
+      const std::size_t size = std::strlen(domain);
+      if (size != 0 && size <= sizeof m_words) {
+        std::memcpy(m_words.data(), domain, size);
+      }
+    }
+    bool isThere() const { return m_words[0] != 0; }
+
+   private:
+    friend class KnownDomains;
+    std::array<std::uint64_t, 3> m_words;  // zeros behind the text
+  };
+
+  // The level of a domain, or null.
+  KxWildcardNode* find(const Key& key) const {
+    if (m_slots.empty()) {
+      return nullptr;
+    }
+    std::size_t place = homeOf(key);
+    while (m_slots[place].node != nullptr && m_slots[place].key.m_words != key.m_words) {
+      place = next(place);
+    }
+    return m_slots[place].node;
+  }
+  // Throws std::bad_alloc, everything then as it was.
+  void add(const Key& key, KxWildcardNode* node) {
+    constexpr std::size_t kFirstSlots = 64;
+    if (3 * (m_count + 1) > 2 * m_slots.size()) {
+      std::vector<Slot> slots(m_slots.empty() ? kFirstSlots : 2 * m_slots.size());
+      slots.swap(m_slots);
+      for (const Slot& slot : slots) {
+        if (slot.node != nullptr) {
+          take(slot);
+        }
+      }
+    }
+    take({node, key});
+    ++m_count;
+  }
+
+ private:
+  struct Slot {
+    Slot() : node(nullptr), key("") {}
+    Slot(KxWildcardNode* ofNode, const Key& ofKey) : node(ofNode), key(ofKey) {}
+    KxWildcardNode* node;  // null: free
+    Key key;
+  };
+
+  std::size_t homeOf(const Key& key) const {
+    const HashSeed& seed = m_seed;
+    const std::uint64_t state = mixed(key.m_words[0] ^ seed.words[0], key.m_words[1] ^ seed.words[1]);
+    return placeOf(mixed(state, key.m_words[2] ^ seed.words[2]), m_slots.size());
+  }
+  std::size_t next(std::size_t place) const { return place + 1 != m_slots.size() ? place + 1 : 0; }
+  void take(const Slot& slot) {
+    std::size_t place = homeOf(slot.key);
+    while (m_slots[place].node != nullptr) {
+      place = next(place);
+    }
+    m_slots[place] = slot;
+  }
+
+  HashSeed m_seed = processHashSeed();
+  std::size_t m_count = 0;
+  std::vector<Slot> m_slots;
+};
+
+}  // namespace zaro_addressmatch
