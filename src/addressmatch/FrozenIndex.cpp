@@ -39,8 +39,9 @@ FrozenIndex::NameKey FrozenIndex::NameKey::of(const std::uint64_t (&words)[3], s
 
 void FrozenIndex::find(const char* address, Matches& out) const {
   ShortQuery query;
-  const Kind kind = prepare(address, query);
+  const Kind kind = split(address, query);
   if (kind == Kind::Split) {
+    locate(query);
     resolve(query, out);
   } else {
     findOther(kind, address, out);
@@ -49,13 +50,21 @@ void FrozenIndex::find(const char* address, Matches& out) const {
 
 void FrozenIndex::findEach(const char* const* addresses, std::size_t count, Matches& out,
                            std::vector<std::size_t>& ends) const {
-  constexpr std::size_t kTogether = 16;
+  constexpr std::size_t kTogether = 24;
   ShortQuery queries[kTogether];
   Kind kinds[kTogether];
   for (std::size_t first = 0; first < count; first += kTogether) {
     const std::size_t size = std::min(count - first, kTogether);
     for (std::size_t i = 0; i != size; ++i) {
-      kinds[i] = prepare(addresses[first + i], queries[i]);
+      kinds[i] = split(addresses[first + i], queries[i]);
+      if (kinds[i] == Kind::Split) {
+        prefetchPlaces(queries[i]);
+      }
+    }
+    for (std::size_t i = 0; i != size; ++i) {
+      if (kinds[i] == Kind::Split) {
+        locate(queries[i]);
+      }
     }
     for (std::size_t i = 0; i != size; ++i) {
       if (kinds[i] == Kind::Split) {
@@ -68,8 +77,7 @@ void FrozenIndex::findEach(const char* const* addresses, std::size_t count, Matc
   }
 }
 
-// Splits and hashes an address, and has the processor fetch what its search will look at.
-inline FrozenIndex::Kind FrozenIndex::prepare(const char* address, ShortQuery& query) const {
+inline FrozenIndex::Kind FrozenIndex::split(const char* address, ShortQuery& query) const {
   if (address == nullptr) {
     return Kind::Nothing;
   }
@@ -127,6 +135,7 @@ void FrozenIndex::findLong(const char* address, Matches& out) const {
     }
     return kNoDot;
   });
+  locate(query);
   resolve(query, out);
 }
 
@@ -138,24 +147,17 @@ inline void FrozenIndex::hashPieces(Query& query, NextDot nextDot) const {
                      [&query, begin](std::size_t offset) { return wordAt(query.words, begin + offset); });
   };
   query.domainHash = hashFrom(query.at + 1);
-  prefetchLine(m_domains.at(query.domainHash));
 
   const std::size_t inTwo = std::min<std::size_t>(query.at, 16);
   const std::uint64_t name[3] = {bytesWithin(query.words[0], inTwo, 0), bytesWithin(query.words[1], inTwo, 8),
                                  bytesWithin(query.words[2], std::min<std::size_t>(query.at - inTwo, 8), 0)};
-  query.nameHash = query.at <= 16 ? hashLast(m_seed, m_seed.words[0], name[0], name[1], query.at)
-                                  : hashText(m_seed, query.text(), query.at);
+  const std::uint64_t nameHash = query.at <= 16 ? hashLast(m_seed, m_seed.words[0], name[0], name[1], query.at)
+                                                : hashText(m_seed, query.text(), query.at);
   query.key = NameKey::of(name, query.at);
-  prefetchLine(m_names.at(nameHashAt(query.nameHash, query.domainHash)));
+  query.nameHash = nameHash;
+  query.fullHash = nameHashAt(nameHash, query.domainHash);
+  query.belowRootHash = nameHashAt(nameHash, kNoDomainHash);
 
-  query.mayBeBelowRoot = false;
-  if (m_hasNamesBelowRoot) {
-    query.nameBelowRootHash = nameHashAt(query.nameHash, kNoDomainHash);
-    query.mayBeBelowRoot = mayHaveBelow(query.nameBelowRootHash);
-    if (query.mayBeBelowRoot) {
-      prefetchLine(m_namesBelow.at(query.nameBelowRootHash));
-    }
-  }
   query.suffixCount = 0;
   std::uint64_t depths = m_belowDepths;
   for (std::size_t end = query.size; depths != 0; depths >>= 1) {
@@ -164,51 +166,74 @@ inline void FrozenIndex::hashPieces(Query& query, NextDot nextDot) const {
       break;
     }
     if ((depths & 1) != 0) {
-      const std::uint64_t hash = hashFrom(end + 1);
-      if (mayHaveBelow(hash)) {
-        query.suffixes[query.suffixCount++] = {hash, end + 1};
-        prefetchLine(m_domains.at(hash));
-      }
+      query.suffixes[query.suffixCount++] = {hashFrom(end + 1), end + 1};
     }
   }
 }
 
-inline void FrozenIndex::resolve(const Query& query, Matches& out) const {
-  if (const DomainSlot* domain = findDomain(query, query.domainHash, query.at + 1)) {
-    if (domain->hasNames) {
-      findName(m_names, query, domain->number, nameHashAt(query.nameHash, query.domainHash), out);
+// Has the processor fetch what tells the places.
+inline void FrozenIndex::prefetchPlaces(const Query& query) const {
+  m_domains.places.prefetch(query.domainHash);
+  m_names.places.prefetch(query.fullHash);
+  prefetchLine(filterByte(query.belowRootHash));
+  for (std::size_t i = 0; i != query.suffixCount; ++i) {
+    prefetchLine(filterByte(query.suffixes[i].hash));
+  }
+}
+
+// Has the processor fetch the places, and drops what the filter tells not to be there.
+inline void FrozenIndex::locate(Query& query) const {
+  query.domain = m_domains.at(query.domainHash);
+  prefetchLine(query.domain);
+  query.name = m_names.at(query.fullHash);
+  prefetchLine(query.name);
+  query.mayBeBelowRoot = m_hasNamesBelowRoot && mayHaveBelow(query.belowRootHash);
+  if (query.mayBeBelowRoot) {
+    prefetchLine(m_namesBelow.at(query.belowRootHash));
+  }
+  std::size_t kept = 0;
+  for (std::size_t i = 0; i != query.suffixCount; ++i) {
+    if (mayHaveBelow(query.suffixes[i].hash)) {
+      query.suffixes[kept++] = query.suffixes[i];
+      prefetchLine(m_domains.at(query.suffixes[i].hash));
     }
-    if (domain->anyName != nullptr) {
-      out.push_back(domain->anyName);
+  }
+  query.suffixCount = kept;
+}
+
+inline void FrozenIndex::resolve(const Query& query, Matches& out) const {
+  if (isDomain(*query.domain, query, query.at + 1)) {
+    takeName(*query.name, query, query.domain->number, out);
+    if (query.domain->anyName != nullptr) {
+      out.push_back(query.domain->anyName);
     }
   }
   for (std::size_t i = query.suffixCount; i-- != 0;) {
     const Suffix& suffix = query.suffixes[i];
-    const DomainSlot* domain = findDomain(query, suffix.hash, suffix.begin);
-    if (domain == nullptr) {
+    const DomainSlot& domain = *m_domains.at(suffix.hash);
+    if (!isDomain(domain, query, suffix.begin)) {
       continue;
     }
-    if (domain->hasNamesBelow) {
+    if (domain.hasNamesBelow) {
       const std::uint64_t hash = nameHashAt(query.nameHash, suffix.hash);
       if (mayHaveBelow(hash)) {
-        findName(m_namesBelow, query, domain->number, hash, out);
+        takeName(*m_namesBelow.at(hash), query, domain.number, out);
       }
     }
-    if (domain->anyNameBelow != nullptr) {
-      out.push_back(domain->anyNameBelow);
+    if (domain.anyNameBelow != nullptr) {
+      out.push_back(domain.anyNameBelow);
     }
   }
   if (query.mayBeBelowRoot) {
-    findName(m_namesBelow, query, 0, query.nameBelowRootHash, out);
+    takeName(*m_namesBelow.at(query.belowRootHash), query, 0, out);
   }
   if (m_anyAtAll != nullptr) {
     out.push_back(m_anyAtAll);
   }
 }
 
-inline void FrozenIndex::findName(const Table<NameSlot>& names, const Query& query, std::uint32_t number,
-                                  std::uint64_t hash, Matches& out) {
-  const NameSlot& slot = *names.at(hash);
+// Appends the leaf of a place, if it is that of the local part at or below the domain of this number.
+inline void FrozenIndex::takeName(const NameSlot& slot, const Query& query, std::uint32_t number, Matches& out) {
   if (!(slot.key == query.key.at(number)) || slot.leaf == nullptr) {
     return;
   }
@@ -225,17 +250,17 @@ bool FrozenIndex::isLongDomain(const DomainSlot& slot, const char* text, std::si
   return slot.size == size && std::memcmp(size <= kDomainRoom ? slot.text() : slot.longText, text, size) == 0;
 }
 
-inline const FrozenIndex::DomainSlot* FrozenIndex::findDomain(const Query& query, std::uint64_t hash,
-                                                              std::size_t begin) const {
-  constexpr std::size_t kAtOnce = 3;
+// Whether a place is that of the domain, or its suffix, from `begin` on.
+inline bool FrozenIndex::isDomain(const DomainSlot& slot, const Query& query, std::size_t begin) {
+  constexpr std::size_t kAtOnce = 24;
   const std::size_t size = query.size - begin;
-  const std::uint64_t words[kAtOnce] = {wordAt(query.words, begin), wordAt(query.words, begin + 8),
-                                        wordAt(query.words, begin + 16)};
-  const DomainSlot& slot = *m_domains.at(hash);
-  const std::uint64_t difference =
-      (slot.words[0] ^ words[0]) | (slot.words[1] ^ words[1]) | (slot.words[2] ^ words[2]) | (slot.size ^ size);
-  const bool same = size <= kAtOnce * 8 ? difference == 0 : isLongDomain(slot, query.text() + begin, size);
-  return same && slot.number != 0 ? &slot : nullptr;
+  if (size > kAtOnce) {
+    return isLongDomain(slot, query.text() + begin, size);
+  }
+  const std::uint64_t difference = (slot.words[0] ^ wordAt(query.words, begin)) |
+                                   (slot.words[1] ^ wordAt(query.words, begin + 8)) |
+                                   (slot.words[2] ^ wordAt(query.words, begin + 16)) | (slot.size ^ size);
+  return difference == 0 && slot.number != 0;
 }
 
 }  // namespace zaro_addressmatch

@@ -74,8 +74,7 @@ class FrozenIndex {
     KxListedEmailAddress* anyName;       // *@DOMAIN
     KxListedEmailAddress* anyNameBelow;  // *@*.DOMAIN
     std::uint32_t number;                // from 1 on
-    std::uint32_t size : 30;
-    std::uint32_t hasNames : 1;       // NAME@DOMAIN
+    std::uint32_t size : 31;
     std::uint32_t hasNamesBelow : 1;  // NAME@*.DOMAIN
     union {
       std::uint64_t words[kDomainWords];  // zeros behind the text
@@ -104,10 +103,13 @@ class FrozenIndex {
     const std::uint64_t* words;  // the text in lower case
     std::size_t size;
     std::size_t at;  // position of the "@"
+    NameKey key;     // without the domain's number
     std::uint64_t nameHash;
     std::uint64_t domainHash;
-    NameKey key;  // without the domain's number
-    std::uint64_t nameBelowRootHash;
+    std::uint64_t fullHash;       // of the name at the domain
+    std::uint64_t belowRootHash;  // of the name below the root
+    const DomainSlot* domain;
+    const NameSlot* name;
     bool mayBeBelowRoot;
     std::size_t suffixCount;
     Suffix suffixes[kMostLabels];  // the shortest first
@@ -123,25 +125,29 @@ class FrozenIndex {
 
   FrozenIndex(KxWildcardNode& root, const HashSeed& seed) : m_root(root), m_seed(seed) {}
 
-  Kind prepare(const char* address, ShortQuery& query) const;
-  void findOther(Kind kind, const char* address, Matches& out) const;
-  void findLong(const char* address, Matches& out) const;
+  // Splits and hashes an address.
+  Kind split(const char* address, ShortQuery& query) const;
   template <typename NextDot>
   void hashPieces(Query& query, NextDot nextDot) const;
+  void prefetchPlaces(const Query& query) const;
+  void locate(Query& query) const;
   void resolve(const Query& query, Matches& out) const;
-  static void findName(const Table<NameSlot>& names, const Query& query, std::uint32_t number, std::uint64_t hash,
-                       Matches& out);
+  void findOther(Kind kind, const char* address, Matches& out) const;
+  void findLong(const char* address, Matches& out) const;
+
+  static bool isDomain(const DomainSlot& slot, const Query& query, std::size_t begin);
   static bool isLongDomain(const DomainSlot& slot, const char* text, std::size_t size);
-  const DomainSlot* findDomain(const Query& query, std::uint64_t hash, std::size_t begin) const;
+  static void takeName(const NameSlot& slot, const Query& query, std::uint32_t number, Matches& out);
 
   // Hash of a local part at or below a domain.
   std::uint64_t nameHashAt(std::uint64_t nameHash, std::uint64_t domainHash) const {
     return mixed(nameHash ^ m_seed.words[1], domainHash ^ m_seed.words[3]);
   }
   static constexpr std::uint64_t kNoDomainHash = 0;
-  bool mayHaveBelow(std::uint64_t hash) const {
-    return (m_filter[static_cast<std::size_t>(hash >> 3) & m_filterMask] & 1u << (hash & 7)) != 0;
+  const std::uint8_t* filterByte(std::uint64_t hash) const {
+    return m_filter.data() + (static_cast<std::size_t>(hash >> 3) & m_filterMask);
   }
+  bool mayHaveBelow(std::uint64_t hash) const { return (*filterByte(hash) & 1u << (hash & 7)) != 0; }
 
   KxWildcardNode& m_root;
   HashSeed m_seed;

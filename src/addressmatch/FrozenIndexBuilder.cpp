@@ -167,8 +167,7 @@ class FrozenIndexBuilder {
   void fill(FrozenIndex::DomainSlot& slot, const Level& level, std::uint32_t number) {
     slot.number = number;
     slot.anyName = level.node->_wildcardLeaf;
-    slot.hasNames = !level.node->_leaves.empty();
-    slot.size = level.textSize & 0x3FFFFFFFu;
+    slot.size = level.textSize & 0x7FFFFFFFu;
     const char* text = m_texts.data() + level.text;
     if (level.textSize <= FrozenIndex::kDomainRoom) {
       std::memcpy(slot.words, text, level.textSize);

@@ -82,7 +82,7 @@ void InternedTexts::split() {
 void InternedTexts::grow(Part& part, unsigned int partBits) {
   constexpr std::size_t kFirstSlots = 32;
   Part bigger;
-  bigger.slots.resize(std::max(kFirstSlots, part.slots.size() + part.slots.size() / 2));
+  bigger.slots.resize(std::max(kFirstSlots, part.slots.size() * 2));
   for (const Slot& slot : part.slots) {
     if (slot.position != 0) {
       take(bigger, slot, partBits);

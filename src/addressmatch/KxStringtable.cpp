@@ -32,14 +32,14 @@ void logNoMemoryFor(const KxIndexedString& wanted) {
       wanted.getString(), shownIndex(wanted));
 }
 
-// A zeroed array for a text of `size` bytes, terminator included, or null.
+// An array for a text of `size` bytes, terminator included, or null.
 char* newSpace(std::size_t size) {
-  return new (std::nothrow) char[size]();
+  return new (std::nothrow) char[size];
 }
 
 // Copies `size` bytes, terminator included.
 bool copyText(char* to, const char* from, std::size_t size) {
-  return std::strncpy(to, from, size) == to;
+  return std::memcpy(to, from, size) == to;
 }
 
 }  // namespace

@@ -9,8 +9,8 @@ namespace zaro_addressmatch {
 
 namespace {
 
-constexpr std::size_t kKeysPerGroup = 5;
-constexpr std::size_t kFullPercent = 85;
+constexpr std::size_t kKeysPerGroup = 4;
+constexpr std::size_t kFullPercent = 75;
 // A bigger one is a sign of a hash that does not scatter the keys.
 constexpr std::size_t kBiggestGroup = 64;
 
