@@ -5,9 +5,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
+#include "EntityUtils.h"
 #include "KxWildcardEmail.h"
 #include "ProcessTest.h"
 #include "scripted/Platform.h"
@@ -22,6 +24,11 @@ constexpr const char* kInitScanTimeMode = "_ZN15KxWildcardEmail16initScanTimeMod
 constexpr const char* kMatch = "_ZN15KxWildcardEmail17matchEmailAddressEPKcRSt6vectorIP14KxWildcardNodeSaIS4_EEPjPS1_S8_";
 constexpr const char* kAddPattern =
     "_ZN14KxWildcardNode17addAddressPatternEPKcjS1_PNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE";
+
+constexpr const char* kGetChildren =
+    "_ZN11EntityUtils22getAllWildcardChildrenEPKcRSt3setI11GroupEntity14GroupEntityCmpSaIS3_EES7_b";
+constexpr const char* kGetParents =
+    "_ZN11EntityUtils21getAllWildcardParentsEPKcRSt3setI11GroupEntity14GroupEntityCmpSaIS3_EES7_b";
 
 class Library {
  public:
@@ -93,6 +100,33 @@ PROCESS_TEST(Unload, isCompleteAndLeavesNothingBehind) {
     ASSERT_FALSE(Library::isLoaded()) << i;
   }
   EXPECT_LT(bytesInUse(), before + kTimes);
+}
+
+// The relations of entities build a tree for each question.
+PROCESS_TEST(Unload, mayFollowAnyNumberOfQuestionsAboutEntities) {
+  using EntitySet = std::set<GroupEntity, GroupEntityCmp>;
+  using Relatives = int(const char*, EntitySet&, EntitySet&, bool);
+  EntitySet all;
+  for (const char* name : {"*@*.example.test", "*@a.example.test", "user@a.example.test"}) {
+    GroupEntity entity;
+    entity.name = name;
+    all.insert(entity);
+  }
+  for (const bool frozen : {false, true}) {
+    const Library library;
+    auto* const children = library.function<Relatives>(kGetChildren);
+    auto* const parents = library.function<Relatives>(kGetParents);
+    for (int i = 0; i < kTimes; ++i) {
+      EntitySet found;
+      ASSERT_EQ(children("*@a.example.test", all, found, false), 0);
+      ASSERT_EQ(parents("*@a.example.test", all, found, false), 0);
+      ASSERT_EQ(found.size(), 2u) << i;
+    }
+    if (frozen) {
+      library.freeze();
+    }
+  }
+  EXPECT_FALSE(Library::isLoaded());
 }
 
 // Made before the library is loaded, and so destroyed after the library's own objects.
