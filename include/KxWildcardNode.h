@@ -149,7 +149,7 @@ class ZARO_POLICY_EXPORT KxWildcardNode : public KxLockableClass, public KxIndex
   friend class zaro_addressmatch::FrozenIndexBuilder;
   friend struct zaro_addressmatch::TreeState;
 
-  std::vector<KxWildcardNode*> _children;  // concrete labels, sorted as far as is told here
+  std::vector<KxWildcardNode*> _children;      // concrete labels, sorted as far as is told here
   std::vector<KxListedEmailAddress*> _leaves;  // concrete local parts, likewise
   unsigned int _childrenSorted : 31;
   unsigned int _childrenIndexed : 1;

@@ -78,8 +78,9 @@ class Maker {
   }
 
   std::string newDomain() {
-    static const std::array<const char*, 20> kTops = {"com", "com", "com", "com", "com", "com", "com", "com", "com", "net",
-                                                      "net", "org", "org", "de",  "de",  "co.uk", "fr", "com.br", "it", "info"};
+    static const std::array<const char*, 20> kTops = {"com", "com",   "com", "com",    "com", "com", "com",
+                                                      "com", "com",   "net", "net",    "org", "org", "de",
+                                                      "de",  "co.uk", "fr",  "com.br", "it",  "info"};
     const std::string inner = upTo(9) == 0 ? word(2, 6) + "." : "";
     return inner + word(4, 9) + (upTo(3) == 0 ? "-" + word(3, 7) : "") + "." + kTops[upTo(kTops.size() - 1)];
   }

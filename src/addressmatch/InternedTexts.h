@@ -12,8 +12,8 @@
 
 namespace zaro_addressmatch {
 
-// Entries stay where they are; each text is there once. Who owns the texts is the table's affair, but for the note about
-// those that are borrowed.
+// Entries stay where they are; each text is there once. Who owns the texts is the table's affair, but for the note
+// about those that are borrowed.
 class InternedTexts {
  public:
   std::size_t size() const { return m_entries.size() - m_removed; }
@@ -70,7 +70,9 @@ class InternedTexts {
   std::uint32_t tagOf(const char* text) const {
     return static_cast<std::uint32_t>(hashText(m_seed, text, std::strlen(text)));
   }
-  std::size_t partOf(std::uint32_t tag) const { return static_cast<std::size_t>(std::uint64_t{tag} << m_partBits >> 32); }
+  std::size_t partOf(std::uint32_t tag) const {
+    return static_cast<std::size_t>(std::uint64_t{tag} << m_partBits >> 32);
+  }
   KxIndexedString* find(const char* text, std::uint32_t tag) const;
   // Both throw std::bad_alloc, everything then as it was.
   void makeRoom(std::uint32_t tag);

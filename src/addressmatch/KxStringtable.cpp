@@ -260,8 +260,7 @@ const KxIndexedString* KxStringtable::_addToStringtable(const KxIndexedString* w
 }
 
 // The checks for an entry that is the argument itself are a net under the container: it copies what it takes in.
-const KxIndexedString* KxStringtable::_existingEntry(const KxIndexedString& entry,
-                                                      const KxIndexedString* wanted) const {
+const KxIndexedString* KxStringtable::_existingEntry(const KxIndexedString& entry, const KxIndexedString* wanted) const {
   if (&entry == wanted && entry.getIndex() >= KxIndexedString::Wrapper) {
     PolicyLog::log(
         LogLevel::Error,

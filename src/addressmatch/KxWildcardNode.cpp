@@ -436,8 +436,7 @@ bool KxWildcardNode::_addToChildVector(KxWildcardNode* child) {
 }
 
 template <typename Named>
-bool KxWildcardNode::take(GrowingLevel<Named> (KxWildcardNode::*level)(), std::vector<Named*>& elements,
-                          Named* element) {
+bool KxWildcardNode::take(GrowingLevel<Named> (KxWildcardNode::*level)(), std::vector<Named*>& elements, Named* element) {
   if (element == nullptr) {
     return false;
   }

@@ -1,5 +1,5 @@
-// Texts in lower case, eight characters at a time. (Writing sixteen at once is slower: what follows reads words that are
-// then still on their way to memory.)
+// Texts in lower case, eight characters at a time. (Writing sixteen at once is slower: what follows reads words that
+// are then still on their way to memory.)
 #pragma once
 
 #include <cstddef>
@@ -47,14 +47,14 @@ inline std::uint64_t bytesEqual(std::uint64_t word, unsigned char byte) {
 inline std::uint64_t bytesWithin(std::uint64_t word, std::size_t size, std::size_t before) {
   constexpr std::uint64_t kOnes = ~std::uint64_t{0};
   static constexpr std::uint64_t kMasks[] = {
-      0,           0,           0,           0,           0,           0,           0,           0,     0,
-      kOnes >> 56, kOnes >> 48, kOnes >> 40, kOnes >> 32, kOnes >> 24, kOnes >> 16, kOnes >> 8,  kOnes, kOnes,
+      0,           0,           0,           0,           0,           0,           0,          0,     0,
+      kOnes >> 56, kOnes >> 48, kOnes >> 40, kOnes >> 32, kOnes >> 24, kOnes >> 16, kOnes >> 8, kOnes, kOnes,
       kOnes,       kOnes,       kOnes,       kOnes,       kOnes,       kOnes,       kOnes};
   return word & kMasks[size + 8 - before];
 }
 
-// The eight bytes from `offset` on of a text in words. Put together from whole words, which the processor may still have
-// on their way to memory.
+// The eight bytes from `offset` on of a text in words. Put together from whole words, which the processor may still
+// have on their way to memory.
 inline std::uint64_t wordAt(const std::uint64_t* words, std::size_t offset) {
   const std::uint64_t* word = words + offset / 8;
   const unsigned int shift = offset % 8 * 8;

@@ -49,8 +49,7 @@ class PerfectPlaces {
     constexpr std::uint64_t kOdd = 0x9E3779B97F4A7C15u;
     return placeOf(hash * (((pilot + 1u) * kOdd) | 1u), m_count);
   }
-  std::vector<std::uint64_t> sortedByGroup(const std::vector<std::uint64_t>& hashes,
-                                           std::vector<std::size_t>& ends) const;
+  std::vector<std::uint64_t> sortedByGroup(const std::vector<std::uint64_t>& hashes, std::vector<std::size_t>& ends) const;
   static std::vector<Group> biggestFirst(const std::vector<std::uint64_t>& keys, const std::vector<std::size_t>& ends);
   bool placeGroup(const Group& group, std::vector<bool>& taken);
   bool tryPilot(const Group& group, Pilot pilot, std::vector<bool>& taken) const;

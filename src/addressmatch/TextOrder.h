@@ -27,8 +27,8 @@ struct TextOf {
   Owner* owner;
 };
 
-// Sorts by key, in place. By the key's bytes from the highest on, which foresees nothing and so is never wrong about it;
-// `byte` is the one to begin with.
+// Sorts by key, in place. By the key's bytes from the highest on, which foresees nothing and so is never wrong about
+// it; `byte` is the one to begin with.
 template <typename Item>
 void sortByKey(Item* first, Item* last, unsigned int byte = sizeof(std::uint64_t)) {
   constexpr std::ptrdiff_t kMany = 512;

@@ -26,8 +26,8 @@ struct TreeState {
   // What the tree is about to take in of its own accord.
   const void* expected = nullptr;
   bool isFrozen = false;
-  // Something was put in by somebody else, or after the freeze, or has a name of its own: from then on only a walk tells
-  // what is found.
+  // Something was put in by somebody else, or after the freeze, or has a name of its own: from then on only a walk
+  // tells what is found.
   bool needsWalk = false;
   KnownDomains domains;  // of no use after the freeze
   std::unique_ptr<const FrozenIndex> index;

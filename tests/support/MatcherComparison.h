@@ -50,9 +50,12 @@ class MatcherComparison {
 
  private:
   struct Pair {
-    Pair(KxStringtable* table, Table* slowTable)
-        : tree(std::make_unique<KxWildcardRootNode>(table)), slowTree(std::make_unique<Tree>(slowTable)) {}
+    Pair(KxStringtable* ofTable, Table* slowTable)
+        : table(ofTable),
+          tree(std::make_unique<KxWildcardRootNode>(ofTable)),
+          slowTree(std::make_unique<Tree>(slowTable)) {}
 
+    KxStringtable* table;
     std::unique_ptr<KxWildcardNode> tree;
     std::unique_ptr<Tree> slowTree;
   };
@@ -84,9 +87,54 @@ class MatcherComparison {
         got += shown(leaf->getFullAddressAsStr(), leaf->getState(), leaf->getWeight());
       }
       expectEqual(want, got, "matches of \"" + address + "\"" + how);
+      expectEqual(got, shown(walked(*pair.tree, pair.table, address)), "walk for \"" + address + "\"" + how);
+      expectEqual(got, askedInBatch(*pair.tree, address), "batch of \"" + address + "\"" + how);
       matches += got;
     }
     askForDecision(trees, decide(slowTrees, address), matches, address, how);
+  }
+
+  using Leaves = std::vector<KxListedEmailAddress*>;
+
+  static std::string shown(const Leaves& leaves) {
+    std::string text;
+    for (const KxListedEmailAddress* leaf : leaves) {
+      text += shown(leaf->getFullAddressAsStr(), leaf->getState(), leaf->getWeight());
+    }
+    return text;
+  }
+
+  // What the levels of the tree answer, whatever stands in for them.
+  static Leaves walked(KxWildcardNode& tree, KxStringtable* table, const std::string& address) {
+    const std::string text = lowered(address);
+    const std::unique_ptr<char[]> room(KxWildcardEmail::allocateNewEmailAddressString(text.c_str()));
+    KxWildcardNode::LabelStack labels;
+    KxWildcardNode::parseAddress(table, text.c_str(), room.get(), labels);
+    const KxIndexedString* name = KxWildcardNode::getEmailAddressName(labels);
+    Leaves found;
+    tree.findMatches(name, labels, found);
+    if (name != nullptr) {
+      labels.push(name);
+    }
+    KxWildcardEmail::cleanupDomainStack(&labels, nullptr);
+    return found;
+  }
+
+  // The address as the second of three, of which the others must not be mixed up with it.
+  static std::string askedInBatch(KxWildcardNode& tree, const std::string& address) {
+    const char* const addresses[] = {"a@b", address.c_str(), nullptr};
+    Leaves matches(1);
+    std::vector<std::size_t> ends(1);
+    KxWildcardEmail::findMatchesBatch(tree, addresses, 3, matches, ends);
+    Leaves first;
+    tree.findMatches("a@b", first);
+    if (ends.size() != 3 || ends[0] != first.size() || ends[2] != ends[1] || matches.size() != ends[2]) {
+      return "other ends";
+    }
+    const auto from = [&matches](std::size_t position) {
+      return matches.begin() + static_cast<std::ptrdiff_t>(position);
+    };
+    return shown(Leaves(from(ends[0]), from(ends[1])));
   }
 
   void askForDecision(std::vector<KxWildcardNode*>& trees, const Decision& want, const std::string& matches,
@@ -96,6 +144,15 @@ class MatcherComparison {
     got.code = KxWildcardEmail::matchEmailAddress(address.c_str(), trees, &got.tree, &name, &got.state);
     got.name = name != nullptr ? name : "";
     expectEqual(shown(want), shown(got), "decision on \"" + address + "\"" + how);
+
+    const char* const addresses[] = {address.c_str(), "a@b", address.c_str()};
+    KxMatchResult results[3];
+    KxWildcardEmail::matchEmailAddressBatch(addresses, 3, trees, results);
+    for (const std::size_t i : {0, 2}) {
+      const KxMatchResult& result = results[i];
+      got = {result.code, result.treeIndex, result.name != nullptr ? result.name : "", result.belongsTo};
+      expectEqual(shown(want), shown(got), "decision on \"" + address + "\" in a batch" + how);
+    }
 
     KxMatchExplanation explanation;
     got.code = KxWildcardEmail::explainEmailAddress(address.c_str(), trees, explanation);

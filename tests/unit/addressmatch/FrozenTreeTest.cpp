@@ -1,0 +1,391 @@
+// Frozen trees answer from an index. Whatever a walk down their levels would find, they find, in the same order.
+#include <algorithm>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "AllocationCount.h"
+#include "KxWildcardEmail.h"
+#include "MatcherComparison.h"
+#include "scripted/Platform.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using Texts = std::vector<std::string>;
+using Leaves = std::vector<KxListedEmailAddress*>;
+
+Texts textsOf(const Leaves& leaves) {
+  Texts texts;
+  for (const KxListedEmailAddress* leaf : leaves) {
+    texts.emplace_back(leaf->getFullAddressAsStr());
+  }
+  return texts;
+}
+
+class FrozenTree : public scripted::PlatformTest {
+ protected:
+  void add(const Texts& patterns, KxWildcardNode& to) {
+    for (const std::string& pattern : patterns) {
+      to.addAddressPattern(pattern.c_str(), 1, nullptr, nullptr);
+    }
+  }
+  void add(const Texts& patterns) { add(patterns, tree); }
+  static void freeze() { KxWildcardEmail::initScanTimeMode(); }
+  static Texts matches(KxWildcardNode& of, const std::string& address) {
+    Leaves found;
+    return textsOf(of.findMatches(address.c_str(), found));
+  }
+  Texts matches(const std::string& address) { return matches(tree, address); }
+
+  KxStringtable table;
+  KxWildcardRootNode tree{&table};
+};
+
+TEST_F(FrozenTree, mostSpecificDomainComesFirstAndAConcreteNameBeforeAny) {
+  add({"*@*", "user@*", "*@*.example.test", "user@*.example.test", "*@a.example.test", "user@a.example.test",
+       "*@*.test", "user@*.test"});
+  freeze();
+  EXPECT_THAT(matches("User@A.Example.Test"),
+              ElementsAre("user@a.example.test", "*@a.example.test", "user@*.example.test", "*@*.example.test",
+                          "user@*.test", "*@*.test", "user@*", "*@*"));
+  EXPECT_THAT(matches("other@b.a.example.test"), ElementsAre("*@*.example.test", "*@*.test", "*@*"));
+  EXPECT_THAT(matches("user@example.test"), ElementsAre("user@*.test", "*@*.test", "user@*", "*@*"));
+}
+
+TEST_F(FrozenTree, bareTextsAreTheirOwnTopLabelAboveAnEmptyOne) {
+  add({"user", "a.b", "user@*", "x@.user", "a.b@.a.b", "*@*.user"});
+  freeze();
+  EXPECT_THAT(matches("user"), ElementsAre("user", "*@*.user", "user@*"));
+  EXPECT_THAT(matches("USER@.user"), ElementsAre("user", "*@*.user", "user@*"));
+  EXPECT_THAT(matches("x@.user"), ElementsAre("x@.user", "*@*.user"));
+  EXPECT_THAT(matches("a.b"), ElementsAre("a.b"));
+  EXPECT_THAT(matches("a.b@.a.b"), ElementsAre("a.b@.a.b"));
+}
+
+TEST_F(FrozenTree, textOfAPatternWithIgnoredLabelsIsTheFirstOne) {
+  add({"user@a.*.example.test", "user@b.*.example.test", "user@*.example.test"});
+  freeze();
+  EXPECT_THAT(matches("user@c.example.test"), ElementsAre("user@a.*.example.test"));
+}
+
+TEST_F(FrozenTree, emptyLabelsAreLabels) {
+  add({"user@", "*@", "user@.", "user@a..b", "*@*.", "@", "@a"});
+  freeze();
+  EXPECT_THAT(matches("user@"), ElementsAre("user@", "*@"));
+  EXPECT_THAT(matches("user@."), ElementsAre("user@.", "*@*."));
+  EXPECT_THAT(matches("user@a..b"), ElementsAre("user@a..b"));
+  EXPECT_THAT(matches("user@a.b"), IsEmpty());
+  EXPECT_THAT(matches("@"), ElementsAre("@", "*@"));
+  EXPECT_THAT(matches("@a"), ElementsAre("@a"));
+  EXPECT_THAT(matches(""), ElementsAre("*@*."));
+}
+
+TEST_F(FrozenTree, asteriskInsideAPieceIsACharacter) {
+  add({"user@a*b.test", "u*@a.test", "*@*.test"});
+  freeze();
+  EXPECT_THAT(matches("user@a*b.test"), ElementsAre("user@a*b.test", "*@*.test"));
+  EXPECT_THAT(matches("user@axb.test"), ElementsAre("*@*.test"));
+  EXPECT_THAT(matches("u*@a.test"), ElementsAre("u*@a.test", "*@*.test"));
+}
+
+TEST_F(FrozenTree, patternsCanBeAskedFor) {
+  add({"user@example.test", "*@example.test", "*@*.example.test", "user@*", "*"});
+  freeze();
+  EXPECT_THAT(matches("*"), ElementsAre("*"));
+  EXPECT_THAT(matches("*@*"), ElementsAre("*"));
+  EXPECT_THAT(matches("*@example.test"), ElementsAre("*@example.test", "*"));
+  EXPECT_THAT(matches("user@*.example.test"), ElementsAre("*@*.example.test", "user@*", "*"));
+}
+
+TEST_F(FrozenTree, onlyTheFirstAtDivides) {
+  add({"a@b@c.test", "*@*.test", "a@b"});
+  freeze();
+  EXPECT_THAT(matches("a@b@c.test"), ElementsAre("a@b@c.test", "*@*.test"));
+  EXPECT_THAT(matches("a@b@c"), IsEmpty());
+}
+
+TEST_F(FrozenTree, textsOfEveryLengthAreToldApart) {
+  Texts patterns;
+  for (std::size_t size = 1; size != 300; ++size) {
+    const std::string text(size, 'a');
+    patterns.push_back(text + "@b");
+    patterns.push_back("b@" + text);
+    patterns.push_back("c@*." + text);
+  }
+  add(patterns);
+  freeze();
+  for (std::size_t size = 1; size != 300; ++size) {
+    const std::string text(size, 'a');
+    EXPECT_THAT(matches(text + "@b"), ElementsAre(text + "@b"));
+    EXPECT_THAT(matches("b@" + text), ElementsAre("b@" + text));
+    EXPECT_THAT(matches("c@x." + text), ElementsAre("c@*." + text));
+    std::string other = text;
+    other.back() = 'x';
+    EXPECT_THAT(matches(other + "@b"), IsEmpty());
+    EXPECT_THAT(matches("b@" + other), IsEmpty());
+  }
+}
+
+TEST_F(FrozenTree, wildcardsBelowManyLabelsAreFound) {
+  // Up to the number of labels that an index looks at, and beyond.
+  for (const std::size_t labels : {1, 2, 63, 64, 65, 100}) {
+    KxStringtable ownTable;
+    KxWildcardRootNode deep(&ownTable);
+    std::string domain = "test";
+    for (std::size_t label = 1; label < labels; ++label) {
+      domain.insert(0, "a.");
+    }
+    add({"*@*." + domain, "*@" + domain}, deep);
+    freeze();
+    EXPECT_THAT(matches(deep, "user@b." + domain), ElementsAre("*@*." + domain)) << labels;
+    EXPECT_THAT(matches(deep, "user@" + domain), ElementsAre("*@" + domain)) << labels;
+    EXPECT_THAT(matches(deep, "user@c.b." + domain), ElementsAre("*@*." + domain)) << labels;
+  }
+}
+
+TEST_F(FrozenTree, emptyTreeMatchesNothing) {
+  freeze();
+  for (const char* address : {"", "a", "a@b", "*", "a@b.c"}) {
+    EXPECT_THAT(matches(address), IsEmpty()) << address;
+  }
+}
+
+TEST_F(FrozenTree, refusedKindsLeaveALeafThatIsFound) {
+  EXPECT_FALSE(tree.addAddressPattern("user@example.test", 64, nullptr, nullptr));
+  EXPECT_FALSE(tree.addAddressPattern("*@example.test", 3, nullptr, nullptr));
+  freeze();
+  EXPECT_THAT(matches("user@example.test"), ElementsAre("user@example.test", "*@example.test"));
+}
+
+TEST_F(FrozenTree, treeOverATableThatIsFrozenAlreadyIsFrozenByTheNextCall) {
+  add({"known@example.test"});
+  freeze();
+  KxWildcardRootNode later(&table);
+  add({"known@example.test", "unknown@example.test", "known@*.unknown", "*@other.unknown"}, later);
+  for (int frozen = 0; frozen != 2; ++frozen) {
+    EXPECT_THAT(matches(later, "known@example.test"), ElementsAre("known@example.test"));
+    EXPECT_THAT(matches(later, "unknown@example.test"), ElementsAre("unknown@example.test"));
+    EXPECT_THAT(matches(later, "known@other.unknown"), ElementsAre("*@other.unknown", "known@*.unknown"));
+    freeze();
+  }
+}
+
+TEST_F(FrozenTree, patternAfterTheFreezeIsFoundAsAWalkFindsIt) {
+  add({"known@example.test", "other@known.test", "*@*.example.test"});
+  freeze();
+  EXPECT_TRUE(tree.addAddressPattern("other@example.test", 1, nullptr, nullptr));    // known texts
+  EXPECT_TRUE(tree.addAddressPattern("unknown@example.test", 1, nullptr, nullptr));  // stored out of reach
+  EXPECT_TRUE(tree.addAddressPattern("*@*.known.test", 1, nullptr, nullptr));
+  EXPECT_FALSE(tree.addAddressPattern("known@example.test", 16, nullptr, nullptr));  // frozen
+  EXPECT_THAT(matches("other@example.test"), ElementsAre("other@example.test"));
+  EXPECT_THAT(matches("unknown@example.test"), IsEmpty());
+  EXPECT_THAT(matches("a@b.known.test"), ElementsAre("*@*.known.test"));
+  EXPECT_THAT(matches("known@example.test"), ElementsAre("known@example.test"));
+  freeze();
+  EXPECT_THAT(matches("unknown@example.test"), IsEmpty());
+}
+
+TEST_F(FrozenTree, refusedPatternAfterTheFreezeChangesNothing) {
+  add({"known@example.test"});
+  freeze();
+  EXPECT_FALSE(tree.addAddressPattern("known@example.test", 16, "note", nullptr));
+  EXPECT_THAT(matches("known@example.test"), ElementsAre("known@example.test"));
+}
+
+TEST_F(FrozenTree, patternAtAnInnerLevelAfterTheFreezeIsFound) {
+  add({"a@b.test", "c@test", "*@*.d.test"});
+  freeze();
+  const KxIndexedString* label = table.getRef("test");
+  KxWildcardNode* inner = tree._findMatchingChild(*label);
+  ASSERT_NE(inner, nullptr);
+  // An inner level takes the top label unseen.
+  EXPECT_TRUE(inner->addAddressPattern("c@b.test", 1, nullptr, nullptr));
+  EXPECT_THAT(matches("c@b.test"), ElementsAre("c@b.test"));
+  EXPECT_THAT(matches(*inner, "a@b.other"), ElementsAre("a@b.test"));
+}
+
+TEST_F(FrozenTree, leavesAndLevelsThatWereAddedByHandAreFoundAndTwiceIfTheyAreTwice) {
+  for (const bool before : {true, false}) {
+    KxStringtable ownTable;
+    KxWildcardRootNode handmade(&ownTable);
+    add({"user@test", "*@test"}, handmade);
+    KxWildcardNode* level = handmade._findMatchingChild(*ownTable.getStringtableRef("test"));
+    ASSERT_NE(level, nullptr);
+    if (!before) {
+      freeze();
+    }
+    EXPECT_TRUE(level->_addToLeafVector(new KxListedEmailAddress(&ownTable, "second@test", "user")));
+    auto* child = new KxWildcardNode(&ownTable, ownTable.getStringtableRef("user"));
+    EXPECT_TRUE(child->_addOrModifyLeaf(ownTable.getStringtableRef("user"), ownTable.getStringtableRef("user@test"), 1,
+                                        nullptr, nullptr));
+    EXPECT_TRUE(level->_addToChildVector(child));
+    if (before) {
+      freeze();
+    }
+    EXPECT_EQ(matches(handmade, "user@test").size(), 2u);
+    EXPECT_THAT(matches(handmade, "user@user.test"), ElementsAre("user@test"));
+  }
+}
+
+// --- Filling ---
+
+TEST_F(FrozenTree, bigLevelsAreFilledInAnyOrderAndFoundAtAnyTime) {
+  constexpr unsigned int kMany = 20000;
+  Texts patterns;
+  for (unsigned int i = 0; i != kMany; ++i) {
+    patterns.push_back("user" + std::to_string(i) + "@big.test");
+    patterns.push_back("*@d" + std::to_string(i) + ".test");
+  }
+  std::shuffle(patterns.begin(), patterns.end(), std::mt19937(5));
+  KxWildcardRootNode floating(nullptr);
+  for (KxWildcardNode* root : {static_cast<KxWildcardNode*>(&tree), static_cast<KxWildcardNode*>(&floating)}) {
+    for (std::size_t i = 0; i != patterns.size(); ++i) {
+      ASSERT_TRUE(root->addAddressPattern(patterns[i].c_str(), 1, nullptr, nullptr));
+      if (i % 5000 == 4999) {
+        ASSERT_EQ(matches(*root, patterns[i / 2].front() == '*' ? "x" + patterns[i / 2].substr(1) : patterns[i / 2]),
+                  Texts{patterns[i / 2]});
+      }
+    }
+    // Again: each has its leaf already.
+    for (const std::string& pattern : patterns) {
+      ASSERT_TRUE(root->addAddressPattern(pattern.c_str(), 16, nullptr, nullptr));
+    }
+  }
+  freeze();
+  for (KxWildcardNode* root : {static_cast<KxWildcardNode*>(&tree), static_cast<KxWildcardNode*>(&floating)}) {
+    for (const std::string& pattern : patterns) {
+      Leaves found;
+      root->findMatches(pattern.front() == '*' ? ("x" + pattern.substr(1)).c_str() : pattern.c_str(), found);
+      ASSERT_EQ(textsOf(found), Texts{pattern});
+      ASSERT_EQ(found[0]->getState(), 17u);
+    }
+  }
+}
+
+TEST_F(FrozenTree, domainsOfAllShapesKeepApartWhileFilling) {
+  // Long ones, ones with inner wildcards, ones that end alike.
+  const Texts patterns = {"a@x.test",   "b@X.TEST",     "*@*.x.test",
+                          "c@x.*.test", "d@*.y.x.test", "e@" + std::string(40, 'l') + ".x.test",
+                          "f@*",        "g@*.*",        "h@*x.test"};
+  add(patterns);
+  slow::Tree slowTree(nullptr);
+  for (const std::string& pattern : patterns) {
+    slowTree.add(pattern, 1);
+  }
+  freeze();
+  for (const std::string& pattern : patterns) {
+    for (const std::string& address :
+         Texts{pattern, "a@x.test", "b@x.test", "q@z.x.test", "c@r.test", "d@a.y.x.test", "f@g"}) {
+      Texts want;
+      for (const slow::Leaf* leaf : slowTree.findMatches(address)) {
+        want.push_back(leaf->fullAddress);
+      }
+      EXPECT_EQ(matches(address), want) << address;
+    }
+  }
+}
+
+// --- Memory ---
+
+TEST_F(FrozenTree, lookUpOfAShortAddressTakesNoMemoryAndThatOfALongOneTakesOnePiece) {
+  add({"user@example.test", "*@*.example.test", "user@*", "*@" + std::string(80, 'a') + ".test", "*@*"});
+  freeze();
+  Leaves out;
+  out.reserve(16);
+  for (const std::size_t size : {1, 30, 45, 46, 47, 200, 5000}) {
+    const std::string address = "user@" + std::string(size, 'a') + ".example.test";
+    const AllocationCount count;
+    tree.findMatches(address.c_str(), out);
+    EXPECT_EQ(count.allocations(), address.size() < 64 ? 0u : 1u) << address.size();
+    EXPECT_EQ(out.size(), 3u);
+    out.clear();
+  }
+}
+
+TEST_F(FrozenTree, decisionTakesMemoryForItsCandidatesOnly) {
+  ASSERT_TRUE(tree.addAddressPattern("*@*.example.test", 1, nullptr, nullptr));
+  ASSERT_TRUE(tree.addAddressPattern("*@*.tier.test", 4, nullptr, nullptr));
+  freeze();
+  std::vector<KxWildcardNode*> trees = {&tree};
+  const auto allocations = [&trees](const char* address) {
+    const AllocationCount count;
+    KxWildcardEmail::matchEmailAddress(address, trees, nullptr, nullptr, nullptr);
+    return count.allocations();
+  };
+  EXPECT_EQ(allocations("user@other.test"), 1u);  // the leaves that were found
+  EXPECT_EQ(allocations("user@a.example.test"), 1u);
+  EXPECT_EQ(allocations("user@a.tier.test"), 2u);  // and a candidate that is kept
+}
+
+// --- Many at a time ---
+
+TEST_F(FrozenTree, batchAnswersAsOneByOneCallsDo) {
+  Texts patterns;
+  for (int i = 0; i != 500; ++i) {
+    patterns.push_back("user" + std::to_string(i) + "@d" + std::to_string(i % 50) + ".test");
+    patterns.push_back("*@*.d" + std::to_string(i % 70) + ".test");
+  }
+  add(patterns);
+  freeze();
+  Texts texts;
+  for (int i = 0; i != 1000; ++i) {
+    texts.push_back("user" + std::to_string(i) + "@" + (i % 3 == 0 ? "a.d" : "d") + std::to_string(i % 80) + ".test");
+    texts.push_back(i % 2 == 0 ? "bare" + std::to_string(i) : std::string(70, 'x') + "@y.d1.test");
+  }
+  std::vector<const char*> addresses = {nullptr};
+  for (const std::string& text : texts) {
+    addresses.push_back(text.c_str());
+  }
+  for (const std::size_t count :
+       {std::size_t{0}, std::size_t{1}, std::size_t{23}, std::size_t{24}, std::size_t{25}, addresses.size()}) {
+    Leaves matches(3);
+    std::vector<std::size_t> ends(3);
+    KxWildcardEmail::findMatchesBatch(tree, addresses.data(), count, matches, ends);
+    ASSERT_EQ(ends.size(), count);
+    Leaves want;
+    for (std::size_t i = 0; i != count; ++i) {
+      tree.findMatches(addresses[i], want);
+      ASSERT_EQ(ends[i], want.size());
+    }
+    EXPECT_EQ(matches, want);
+  }
+}
+
+TEST_F(FrozenTree, batchOfDecisionsIsThatOfSingleOnes) {
+  KxWildcardRootNode second(&table);
+  ASSERT_TRUE(tree.addAddressPattern("*@*.one.test", 4, nullptr, nullptr));
+  ASSERT_TRUE(tree.addAddressPattern("user@a.one.test", 1, nullptr, nullptr));
+  ASSERT_TRUE(second.addAddressPattern("*@*", 2, nullptr, nullptr));
+  ASSERT_TRUE(second.addAddressPattern("*@*.one.test", 8, nullptr, nullptr));
+  freeze();
+  std::vector<KxWildcardNode*> trees = {nullptr, &tree, &second};
+  const char* const texts[] = {"user@a.one.test", "other@a.one.test", "user@two.test", "bare", nullptr, ""};
+  std::vector<const char*> addresses;
+  for (int i = 0; i != 300; ++i) {
+    addresses.push_back(texts[i % 6]);
+  }
+  std::vector<KxMatchResult> results(addresses.size());
+  KxWildcardEmail::matchEmailAddressBatch(addresses.data(), addresses.size(), trees, results.data());
+  for (std::size_t i = 0; i != addresses.size(); ++i) {
+    KxMatchResult want = {};
+    want.code = KxWildcardEmail::matchEmailAddress(addresses[i], trees, &want.treeIndex, &want.name, &want.belongsTo);
+    EXPECT_EQ(results[i].code, want.code) << i;
+    EXPECT_EQ(results[i].treeIndex, want.treeIndex) << i;
+    EXPECT_EQ(results[i].name, want.name) << i;
+    EXPECT_EQ(results[i].belongsTo, want.belongsTo) << i;
+  }
+}
+
+TEST_F(FrozenTree, treesThatAreNotFrozenAnswerBatchesToo) {
+  add({"user@example.test"});
+  const char* const addresses[] = {"user@example.test", "x@y", "USER@example.test"};
+  Leaves matches;
+  std::vector<std::size_t> ends;
+  KxWildcardEmail::findMatchesBatch(tree, addresses, 3, matches, ends);
+  EXPECT_THAT(ends, ElementsAre(1, 1, 2));
+}
+
+}  // namespace

@@ -1,0 +1,96 @@
+#include "addressmatch/PerfectPlaces.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+#include <vector>
+
+namespace {
+
+using zaro_addressmatch::HashSeed;
+using zaro_addressmatch::hashText;
+using zaro_addressmatch::PerfectPlaces;
+using zaro_addressmatch::processHashSeed;
+
+std::vector<std::uint64_t> randomHashes(std::size_t count) {
+  std::mt19937_64 random(count);
+  std::vector<std::uint64_t> hashes(count);
+  for (std::uint64_t& hash : hashes) {
+    hash = random();
+  }
+  return hashes;
+}
+
+TEST(PerfectPlaces, everyKeyHasAPlaceOfItsOwn) {
+  for (const std::size_t count : {0u, 1u, 2u, 3u, 10u, 1000u, 200000u}) {
+    const std::vector<std::uint64_t> hashes = randomHashes(count);
+    PerfectPlaces places;
+    ASSERT_TRUE(places.assign(hashes)) << count;
+    EXPECT_EQ(places.count(), PerfectPlaces::countFor(count));
+    std::vector<bool> taken(places.count());
+    for (const std::uint64_t hash : hashes) {
+      const std::size_t place = places(hash);
+      ASSERT_LT(place, places.count());
+      ASSERT_FALSE(taken[place]);
+      taken[place] = true;
+    }
+  }
+}
+
+TEST(PerfectPlaces, otherKeysHaveSomePlace) {
+  PerfectPlaces places;
+  EXPECT_EQ(places(0), 0u);
+  EXPECT_EQ(places(~std::uint64_t{0}), 0u);
+  ASSERT_TRUE(places.assign(randomHashes(1000)));
+  for (const std::uint64_t hash : randomHashes(5000)) {
+    ASSERT_LT(places(hash), places.count());
+  }
+}
+
+TEST(PerfectPlaces, sameHashTwiceHasNoPlaces) {
+  PerfectPlaces places;
+  EXPECT_FALSE(places.assign({1, 2, 1}));
+}
+
+TEST(PerfectPlaces, keysThatAreNotScatteredHaveNoPlaces) {
+  std::vector<std::uint64_t> hashes = randomHashes(1000);
+  for (std::uint64_t& hash : hashes) {
+    hash &= 0xFFFFFFFFu;  // all in the first group
+  }
+  PerfectPlaces places;
+  EXPECT_FALSE(places.assign(hashes));
+}
+
+// Domains that fall together under a seed that is known.
+std::vector<std::string> collidingDomains(const HashSeed& known, std::size_t count) {
+  std::vector<std::string> domains;
+  for (unsigned int number = 0; domains.size() != count; ++number) {
+    const std::string domain = "d" + std::to_string(number) + ".test";
+    if (hashText(known, domain.data(), domain.size()) >> 56 == 0) {
+      domains.push_back(domain);
+    }
+  }
+  return domains;
+}
+
+TEST(PerfectPlaces, domainsThatCollideUnderAnotherSeedAreAsGoodAsAny) {
+  const HashSeed known = {{1, 2, 3, 4}};
+  const auto hashed = [](const HashSeed& seed, const std::vector<std::string>& domains) {
+    std::vector<std::uint64_t> hashes;
+    for (const std::string& domain : domains) {
+      hashes.push_back(hashText(seed, domain.data(), domain.size()));
+    }
+    return hashes;
+  };
+  const std::vector<std::string> domains = collidingDomains(known, 10000);
+  EXPECT_FALSE(PerfectPlaces().assign(hashed(known, domains)));
+
+  PerfectPlaces crafted;
+  ASSERT_TRUE(crafted.assign(hashed(processHashSeed(), domains)));
+  PerfectPlaces any;
+  ASSERT_TRUE(any.assign(randomHashes(domains.size())));
+  EXPECT_LT(crafted.mostTries(), 20 * any.mostTries());
+}
+
+}  // namespace
