@@ -94,6 +94,8 @@ void freeze(const Progress& progress, bool verbose) {
 
 // --- Answers ---
 
+using Addresses = std::vector<std::string>;
+
 struct Decision {
   unsigned int code = 0;
   unsigned int tree = 0;
@@ -101,11 +103,21 @@ struct Decision {
   KxEmailBelongsTo kind = 0;
 };
 
-Decision decide(const std::string& address, PatternTrees& trees) {
-  Decision decision;
-  decision.code = KxWildcardEmail::matchEmailAddress(address.c_str(), trees.roots(), &decision.tree, &decision.pattern,
-                                                     &decision.kind);
-  return decision;
+std::vector<Decision> decide(const Addresses& addresses, PatternTrees& trees) {
+  std::vector<const char*> texts(addresses.size());
+  std::transform(addresses.begin(), addresses.end(), texts.begin(),
+                 [](const std::string& address) { return address.c_str(); });
+  std::vector<KxMatchResult> results(addresses.size());
+  KxWildcardEmail::matchEmailAddressBatch(texts.data(), texts.size(), trees.roots(), results.data());
+  std::vector<Decision> decisions(addresses.size());
+  std::transform(results.begin(), results.end(), decisions.begin(), [](const KxMatchResult& result) {
+    return Decision{result.code, result.treeIndex, result.name, result.belongsTo};
+  });
+  return decisions;
+}
+
+bool allDecided(const std::vector<Decision>& decisions) {
+  return std::all_of(decisions.begin(), decisions.end(), [](const Decision& decision) { return decision.code != 0; });
 }
 
 // Properties of a decision; `prefix` tells two of them in one row apart.
@@ -155,11 +167,11 @@ class Rows {
   Json m_rows;
 };
 
-// What is to be known of each address. `answer` says whether it counts as found.
+// What is to be known of addresses. `answer` says whether all of them count as found.
 class Question {
  public:
   virtual ~Question() = default;
-  virtual bool answer(const std::string& address) = 0;
+  virtual bool answer(const Addresses& addresses) = 0;
   // An address that could not be read.
   virtual void skip() {}
   virtual void finish() {}
@@ -173,12 +185,14 @@ class DecidingPattern : public Question {
                {{"address", "ADDRESS"}, {"code", "CODE"}, {"pattern", "PATTERN"}, {"kind", "KIND"}, {"tree", "TREE"}},
                together) {}
 
-  bool answer(const std::string& address) override {
-    const Decision decision = decide(address, m_trees);
-    Json row = {{"address", address}};
-    describe(decision, m_trees, "", row);
-    m_rows.add(std::move(row));
-    return decision.code != 0;
+  bool answer(const Addresses& addresses) override {
+    const std::vector<Decision> decisions = decide(addresses, m_trees);
+    for (std::size_t i = 0; i != addresses.size(); ++i) {
+      Json row = {{"address", addresses[i]}};
+      describe(decisions[i], m_trees, "", row);
+      m_rows.add(std::move(row));
+    }
+    return allDecided(decisions);
   }
   void finish() override { m_rows.finish(); }
 
@@ -195,7 +209,14 @@ class EveryPattern : public Question {
                {{"address", "ADDRESS"}, {"pattern", "PATTERN"}, {"kind", "KIND"}, {"weight", "WEIGHT"}, {"tree", "TREE"}},
                together) {}
 
-  bool answer(const std::string& address) override {
+  bool answer(const Addresses& addresses) override {
+    std::for_each(addresses.begin(), addresses.end(), [this](const std::string& address) { show(address); });
+    return allDecided(decide(addresses, m_trees));
+  }
+  void finish() override { m_rows.finish(); }
+
+ private:
+  void show(const std::string& address) {
     for (std::size_t tree = 0; tree != m_trees.roots().size(); ++tree) {
       m_leaves.clear();
       for (const KxListedEmailAddress* leaf : m_trees.roots()[tree]->findMatches(address.c_str(), m_leaves)) {
@@ -207,11 +228,8 @@ class EveryPattern : public Question {
                     {"treeIndex", tree}});
       }
     }
-    return decide(address, m_trees).code != 0;
   }
-  void finish() override { m_rows.finish(); }
 
- private:
   PatternTrees& m_trees;
   Rows m_rows;
   std::vector<KxListedEmailAddress*> m_leaves;
@@ -221,10 +239,12 @@ class Totals : public Question {
  public:
   Totals(Output& out, PatternTrees& trees) : m_out(out), m_trees(trees) {}
 
-  bool answer(const std::string& address) override {
-    const unsigned int code = decide(address, m_trees).code;
-    ++m_byCode[code];
-    return code != 0;
+  bool answer(const Addresses& addresses) override {
+    const std::vector<Decision> decisions = decide(addresses, m_trees);
+    for (const Decision& decision : decisions) {
+      ++m_byCode[decision.code];
+    }
+    return allDecided(decisions);
   }
   void skip() override { ++m_skipped; }
   void finish() override {
@@ -259,7 +279,16 @@ class Reasons : public Question {
  public:
   Reasons(Output& out, PatternTrees& trees) : m_out(out), m_trees(trees) {}
 
-  bool answer(const std::string& address) override {
+  bool answer(const Addresses& addresses) override {
+    bool all = true;
+    for (const std::string& address : addresses) {
+      all = explain(address) && all;
+    }
+    return all;
+  }
+
+ private:
+  bool explain(const std::string& address) {
     KxMatchExplanation explanation;
     KxWildcardEmail::explainEmailAddress(address.c_str(), m_trees.roots(), explanation);
     const Json candidates = candidatesOf(explanation);
@@ -279,7 +308,6 @@ class Reasons : public Question {
     return explanation.code != 0;
   }
 
- private:
   Json candidatesOf(const KxMatchExplanation& explanation) const {
     Json rows = Json::array();
     for (const KxMatchCandidate& candidate : explanation.candidates) {
@@ -335,21 +363,27 @@ class Differences : public Question {
                together) {}
 
   // Found is what did not change.
-  bool answer(const std::string& address) override {
-    const Decision before = decide(address, m_old);
-    const Decision after = decide(address, m_new);
-    if (before.code == after.code && before.kind == after.kind && text(before) == text(after)) {
-      return true;
+  bool answer(const Addresses& addresses) override {
+    const std::vector<Decision> before = decide(addresses, m_old);
+    const std::vector<Decision> after = decide(addresses, m_new);
+    bool all = true;
+    for (std::size_t i = 0; i != addresses.size(); ++i) {
+      if (!isSame(before[i], after[i])) {
+        Json row = {{"address", addresses[i]}};
+        describe(before[i], m_old, "old", row);
+        describe(after[i], m_new, "new", row);
+        m_rows.add(std::move(row));
+        all = false;
+      }
     }
-    Json row = {{"address", address}};
-    describe(before, m_old, "old", row);
-    describe(after, m_new, "new", row);
-    m_rows.add(std::move(row));
-    return false;
+    return all;
   }
   void finish() override { m_rows.finish(); }
 
  private:
+  static bool isSame(const Decision& before, const Decision& after) {
+    return before.code == after.code && before.kind == after.kind && text(before) == text(after);
+  }
   static std::string text(const Decision& decision) { return decision.pattern != nullptr ? decision.pattern : ""; }
 
   PatternTrees& m_old;
@@ -374,33 +408,61 @@ void refuseContradictions(const Arguments& arguments) {
   }
 }
 
+// Addresses that were read and wait to be answered together.
+class Waiting {
+ public:
+  explicit Waiting(Question& question) : m_question(question) {}
+
+  void add(std::string address) {
+    constexpr std::size_t kTogether = 512;
+    m_addresses.push_back(std::move(address));
+    if (m_addresses.size() == kTogether) {
+      answer();
+    }
+  }
+  void answer() {
+    m_all = m_question.answer(m_addresses) && m_all;
+    m_addresses.clear();
+  }
+  bool allFound() const { return m_all; }
+
+ private:
+  Question& m_question;
+  Addresses m_addresses;
+  bool m_all = true;
+};
+
 // Asks about every address. Returns whether each was found.
 bool askAll(const Arguments& arguments, Question& question) {
-  bool all = true;
   if (!arguments.fromStandardInput()) {
-    for (const std::string& address : arguments.addresses) {
-      all = question.answer(address) && all;
-    }
+    const bool all = question.answer(arguments.addresses);
     question.finish();
     return all;
   }
+  Waiting waiting(question);
+  bool readable = true;
   // Whoever writes the addresses one by one gets each answer before the next.
-  LineReader lines(STDIN_FILENO, "standard input", [] { std::fflush(stdout); });
+  LineReader lines(STDIN_FILENO, "standard input", [&waiting] {
+    waiting.answer();
+    std::fflush(stdout);
+  });
   std::string address;
   for (bool more = true; more;) {
     try {
       more = lines.next(address);
       if (more && !address.empty()) {
-        all = question.answer(address) && all;
+        waiting.add(address);
       }
     } catch (const BadLine& bad) {
+      waiting.answer();
       diagnose(bad.what());
       question.skip();
-      all = false;
+      readable = false;
     }
   }
+  waiting.answer();
   question.finish();
-  return all;
+  return waiting.allFound() && readable;
 }
 
 std::unique_ptr<Question> questionOf(const Arguments& arguments, Output& out, PatternTrees& trees,
