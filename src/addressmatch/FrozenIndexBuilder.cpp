@@ -184,7 +184,8 @@ class FrozenIndexBuilder {
   }
 
   void markBelow(std::uint64_t hash) {
-    m_index->m_filter[hash >> 3 & m_index->m_filterMask] |= static_cast<std::uint8_t>(1u << (hash & 7));
+    m_index->m_filter[static_cast<std::size_t>(hash >> 3) & m_index->m_filterMask] |=
+        static_cast<std::uint8_t>(1u << (hash & 7));
   }
 
   // The slots are moved to their places within the table's own memory.

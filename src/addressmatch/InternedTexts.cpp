@@ -45,14 +45,14 @@ std::pair<KxIndexedString*, bool> InternedTexts::findOrAdd(const KxIndexedString
 }
 
 void InternedTexts::makeRoom(std::uint32_t tag) {
-  constexpr std::size_t kFullPercent = 80;
   constexpr std::size_t kBigWhole = 32768;
   if (m_partBits == 0 && m_parts[0].used == kBigWhole) {
     split();
   }
   Part& part = m_parts[partOf(tag)];
   if ((part.used + 1) * 100 > part.slots.size() * kFullPercent) {
-    grow(part, m_partBits);
+    constexpr std::size_t kFirstSlots = 32;
+    resize(part, std::max(kFirstSlots, part.slots.size() * 2), m_partBits);
   }
 }
 
@@ -79,16 +79,15 @@ void InternedTexts::split() {
   }
 }
 
-void InternedTexts::grow(Part& part, unsigned int partBits) {
-  constexpr std::size_t kFirstSlots = 32;
-  Part bigger;
-  bigger.slots.resize(std::max(kFirstSlots, part.slots.size() * 2));
+void InternedTexts::resize(Part& part, std::size_t slots, unsigned int partBits) {
+  Part other;
+  other.slots.resize(slots);
   for (const Slot& slot : part.slots) {
     if (slot.position != 0) {
-      take(bigger, slot, partBits);
+      take(other, slot, partBits);
     }
   }
-  part = std::move(bigger);
+  part = std::move(other);
 }
 
 void InternedTexts::take(Part& part, const Slot& slot, unsigned int partBits) {
@@ -136,6 +135,9 @@ bool InternedTexts::rank(unsigned int limit) {
     items.push_back({0, entry.getString() != nullptr ? entry.getString() : "", &entry});
   });
   sortByText(items.data(), items.data() + items.size());
+  for (Part& part : m_parts) {
+    resize(part, part.used * 100 / kFullPercent + 1, m_partBits);  // no more will come
+  }
   return assignRanks(items.begin(), items.end(), limit,
                      [](const Item& item, unsigned int rank) { item.owner->_setIndex(rank); });
 }

@@ -49,6 +49,7 @@ class InternedTexts {
 
  private:
   static constexpr char kTakenOut[] = "";
+  static constexpr std::size_t kFullPercent = 80;
 
   // A place follows from the tag alone, so that slots can be moved without a look at the texts.
   struct Slot {
@@ -74,10 +75,10 @@ class InternedTexts {
     return static_cast<std::size_t>(std::uint64_t{tag} << m_partBits >> 32);
   }
   KxIndexedString* find(const char* text, std::uint32_t tag) const;
-  // Both throw std::bad_alloc, everything then as it was.
+  // These throw std::bad_alloc, everything then as it was.
   void makeRoom(std::uint32_t tag);
   void split();
-  static void grow(Part& part, unsigned int partBits);
+  static void resize(Part& part, std::size_t slots, unsigned int partBits);
   static void take(Part& part, const Slot& slot, unsigned int partBits);
 
   HashSeed m_seed = processHashSeed();

@@ -36,7 +36,7 @@ void sortByKey(Item* first, Item* last, unsigned int byte = sizeof(std::uint64_t
     std::sort(first, last, [](const Item& one, const Item& other) { return one.key < other.key; });
     return;
   }
-  const auto digit = [byte](const Item& item) { return item.key >> 8 * (byte - 1) & 0xFF; };
+  const auto digit = [byte](const Item& item) { return static_cast<std::size_t>(item.key >> 8 * (byte - 1) & 0xFF); };
   constexpr std::size_t kDigits = 256;
   std::array<Item*, kDigits> ends = {};
   std::array<std::size_t, kDigits> counts = {};
