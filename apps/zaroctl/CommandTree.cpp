@@ -16,6 +16,7 @@ constexpr GroupRow kGroups[] = {
     {"admin", "Administrators"},
     {"base64", "Base64 as the gateway stores it"},
     {"blob", "Stored records"},
+    {"entity", "Managing groups"},
     {"filter", "Rule filters"},
     {"group", "Address groups"},
     {"rules", "The order of rule filters"},
