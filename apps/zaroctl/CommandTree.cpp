@@ -19,6 +19,8 @@ constexpr GroupRow kGroups[] = {
     {"entity", "Managing groups"},
     {"filter", "Rule filters"},
     {"group", "Address groups"},
+    {"object", "Named objects"},
+    {"quarantine", "Quarantine areas"},
     {"rules", "The order of rule filters"},
     {"servers", "Registered policy servers"},
     {"settings", "Settings of policy servers and their clients"},
