@@ -65,13 +65,13 @@ std::string inLowerCase(std::string text) {
 
 // The name under which a wildcard group is found again: addresses are compared in lower case.
 std::string patternName(const std::string& name) {
-  const std::string lower = inLowerCase(name);
+  std::string lower = inLowerCase(name);
   if (lower != name) {
-    diagnose(quoted(name) + " is stored in lower case, as " + quoted(lower));
+    diagnose(quoted(name) + " is stored in lower case, as " + ::quoted(lower));
   }
   // Every text is a pattern, but hardly what was meant.
   for (const TextFinding& finding : checkPatternText(lower)) {
-    diagnose(quoted(lower) + ": " + finding.reason);
+    diagnose(::quoted(lower) + ": " + finding.reason);
   }
   return lower;
 }
