@@ -4,29 +4,21 @@
 #include <iterator>
 
 #include "AddressGroup.h"
+#include "Administration.h"
 #include "Database.h"
 #include "Text.h"
-#include "UsageError.h"
 #include "ZaroErrC.h"
 #include "ZaroRuntime/RuntimeError.h"
-#include "miscUtils.h"
 
 using zaroruntime::RuntimeError;
 using zaroruntime::sqlLiteral;
 
 namespace {
 
-constexpr std::size_t kLongestText = 512;  // characters, of names and addresses
 // The statement has this much room for the quotes of the name, which are doubled; see docs/statement-files.md.
 constexpr std::ptrdiff_t kMostQuotes = 40;
 // They set members apart from each other on the way to the database.
 constexpr const char* kTags[] = {"<ma>", "</ma>", "<mas>", "</mas>"};
-
-// Makes the library ready, once: afterwards what it last failed in is for `databaseFailure` to tell.
-void requireLibrary() {
-  static const bool ready = connectToDatabase() != nullptr;
-  static_cast<void>(ready);
-}
 
 std::vector<GroupSummary> groupsWhere(const std::string& condition) {
   requireLibrary();
@@ -41,20 +33,6 @@ std::vector<GroupSummary> groupsWhere(const std::string& condition) {
                       static_cast<std::size_t>(std::stoull(row[2].value_or("")))});
   }
   return groups;
-}
-
-std::string commonFault(const std::string& text) {
-  if (text.empty()) {
-    return "is empty";
-  }
-  if (!isPlainText(text)) {
-    return "is not UTF-8, or holds control characters";
-  }
-  const auto isFirstByte = [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) != 0x80U; };
-  if (static_cast<std::size_t>(std::count_if(text.begin(), text.end(), isFirstByte)) > kLongestText) {
-    return "is longer than " + std::to_string(kLongestText) + " characters";
-  }
-  return "";
 }
 
 std::vector<AddressGroup::AddressGroupMember> forTheLibrary(const std::vector<std::string>& addresses) {
@@ -82,20 +60,6 @@ void requireStored(unsigned int id, int code, const std::string& name, const std
 unsigned int highestGroup() {
   const auto id = openSession()->value("SELECT max(id) FROM named_object WHERE type = 5");
   return id ? static_cast<unsigned int>(std::stoul(*id)) : 0;
-}
-
-unsigned int adminIdOf(const std::string& name) {
-  requireLibrary();
-  ZARO::RdbmsInterface db;
-  unsigned int id = 0;
-  switch (miscUtils::getAdminId(db, name.c_str(), id)) {
-    case ZaroErrC::Success:
-      return id;
-    case ZaroErrC::MissingData:
-      throw NotThere("no administrator named " + quoted(name));
-    default:
-      throw RuntimeError("cannot look up " + quoted(name) + ": " + databaseFailure());
-  }
 }
 
 }  // namespace
@@ -138,7 +102,7 @@ std::vector<std::string> membersOf(const GroupSummary& group) {
 }
 
 std::string wrongMember(const std::string& address) {
-  std::string fault = commonFault(address);
+  std::string fault = wrongName(address);
   if (!fault.empty()) {
     return fault;
   }
@@ -153,7 +117,7 @@ std::string wrongMember(const std::string& address) {
 }
 
 std::string wrongGroupName(const std::string& name) {
-  std::string fault = commonFault(name);
+  std::string fault = wrongName(name);
   if (!fault.empty()) {
     return fault;
   }

@@ -9,14 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "ZaroRuntime/RuntimeError.h"
-
-// Whom or what a command names is not there.
-class NotThere : public zaroruntime::RuntimeError {
- public:
-  using RuntimeError::RuntimeError;
-};
-
 struct GroupSummary {
   unsigned int id;
   std::string name;

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "AddressGroups.h"
+#include "Administration.h"
 #include "CommandTree.h"
 #include "Commands.h"
 #include "LineReader.h"
@@ -31,30 +32,13 @@ struct WantedGroup {
     if (!isId) {
       return findGroup(text);
     }
-    constexpr long long kHighestId = 4294967294;
-    const auto id = decimalNumber(text);
-    if (!id || *id < 1 || *id > kHighestId) {
-      throw UsageError("GROUP: " + quoted(text) + " is not an identifier");
-    }
-    return findGroup(static_cast<unsigned int>(*id));
+    return findGroup(idArgument("GROUP", text));
   }
 };
 
 void addGroupArgument(CLI::App& command, WantedGroup& group) {
   command.add_option("GROUP", group.text, "The group's name, exactly as stored")->required()->type_name("");
   command.add_flag("--id", group.isId, "GROUP is the group's identifier");
-}
-
-// A command that tells of a group that is not there as one not found.
-Action onGroups(const Action& action) {
-  return [action](Output& out) {
-    try {
-      return action(out);
-    } catch (const NotThere& notThere) {
-      diagnose(notThere.what());
-      return ExitCode::NotFound;
-    }
-  };
 }
 
 void refuseWrongMembers(const Addresses& addresses) {
@@ -66,7 +50,7 @@ void refuseWrongMembers(const Addresses& addresses) {
   }
 }
 
-void refuseWrongName(const std::string& name) {
+void refuseWrongGroupName(const std::string& name) {
   const std::string wrong = wrongGroupName(name);
   if (!wrong.empty()) {
     throw UsageError("NAME: " + quoted(name) + " " + wrong);
@@ -113,7 +97,7 @@ struct NewGroup {
 };
 
 ExitCode add(Output& out, const NewGroup& wanted) {
-  refuseWrongName(wanted.name);
+  refuseWrongGroupName(wanted.name);
   refuseWrongMembers(wanted.members);
   const GroupSummary added = addGroup(wanted.admin, wanted.entityId, wanted.name, wanted.members);
   return printGroup(out, added.id, added.name, added.members);
@@ -130,7 +114,7 @@ ExitCode modify(Output& out, const GroupChange& change) {
   refuseWrongMembers(change.added);
   const GroupSummary group = change.group.find();
   const std::string name = change.name.empty() ? group.name : change.name;
-  refuseWrongName(name);
+  refuseWrongGroupName(name);
   Addresses members = membersOf(group);
   for (const std::string& address : change.removed) {
     const auto gone = std::remove(members.begin(), members.end(), address);
@@ -248,7 +232,7 @@ void addGroupShow(CommandTree& tree) {
   const auto group = std::make_shared<WantedGroup>();
   CLI::App* command = tree.add("group show", "List the members of an address group",
                                {"zaroctl group show Board", "zaroctl group show --id 12"},
-                               onGroups([group](Output& out) { return showMembers(out, *group); }));
+                               tellingNotThere([group](Output& out) { return showMembers(out, *group); }));
   addGroupArgument(*command, *group);
 }
 
@@ -256,7 +240,7 @@ void addGroupExport(CommandTree& tree) {
   const auto group = std::make_shared<WantedGroup>();
   CLI::App* command = tree.add("group export", "Print the members of an address group as group import reads them",
                                {"zaroctl group export Board >board.txt"},
-                               onGroups([group](Output& out) { return exportMembers(out, *group); }));
+                               tellingNotThere([group](Output& out) { return exportMembers(out, *group); }));
   addGroupArgument(*command, *group);
 }
 
@@ -264,7 +248,7 @@ void addGroupAdd(CommandTree& tree) {
   const auto group = std::make_shared<NewGroup>();
   CLI::App* command = tree.add("group add", "Add an address group",
                                {"zaroctl group add --as postmaster Friends user@example.test '*@*.example.org'"},
-                               onGroups([group](Output& out) { return add(out, *group); }));
+                               tellingNotThere([group](Output& out) { return add(out, *group); }));
   command->add_option("--as", group->admin, "The administrator who adds it")->required()->type_name("ADMIN");
   command
       ->add_option("--entity", group->entityId,
@@ -279,7 +263,7 @@ void addGroupModify(CommandTree& tree) {
   CLI::App* command = tree.add("group modify", "Change an address group",
                                {"zaroctl group modify Board --add new@example.test --remove old@example.test",
                                 "zaroctl group modify Board --name 'Board of directors'"},
-                               onGroups([change](Output& out) { return modify(out, *change); }));
+                               tellingNotThere([change](Output& out) { return modify(out, *change); }));
   addGroupArgument(*command, change->group);
   command->add_option("--name", change->name, "Another name")->type_name("NAME");
   command->add_option("--add", change->added, "Another member, behind the others; once or more")
@@ -293,7 +277,7 @@ void addGroupModify(CommandTree& tree) {
 void addGroupRemove(CommandTree& tree) {
   const auto group = std::make_shared<WantedGroup>();
   CLI::App* command = tree.add("group remove", "Remove an address group", {"zaroctl group remove Friends"},
-                               onGroups([group](Output& out) { return remove(out, *group); }));
+                               tellingNotThere([group](Output& out) { return remove(out, *group); }));
   addGroupArgument(*command, *group);
 }
 
@@ -302,7 +286,7 @@ void addGroupImport(CommandTree& tree) {
   CLI::App* command =
       tree.add("group import", "Replace the members of an address group by those of files, one a line",
                {"zaroctl group import Board board.txt", "zaroctl group import --append Board - <more.txt"},
-               onGroups([import](Output& out) { return importMembers(out, *import); }));
+               tellingNotThere([import](Output& out) { return importMembers(out, *import); }));
   addGroupArgument(*command, import->group);
   command->add_option("FILE", import->files, "Files, or - for standard input")->required()->type_name("");
   command->add_flag("--append", import->append, "Keep the present members, in front");

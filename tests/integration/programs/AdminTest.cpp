@@ -1,0 +1,83 @@
+#include <nlohmann/json.hpp>
+
+#include "programs/ProgramTest.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using zarotest::linesOf;
+using zarotest::ProgramResult;
+
+using Words = std::vector<std::string>;
+
+class Admin : public zarotest::ProgramTest {
+ protected:
+  void expectRefused(const Words& words, int status, const std::string& told) const {
+    Words command = {"admin"};
+    command.insert(command.end(), words.begin(), words.end());
+    const ProgramResult result = run(command);
+    EXPECT_EQ(result.status, status) << result.out;
+    EXPECT_THAT(result.err, HasSubstr(told));
+    EXPECT_EQ(linesOf(result.err).size(), 1u) << result.err;
+  }
+};
+
+TEST_P(Admin, areListedByNameWithTheirEntities) {
+  mustInit({"--sample"});
+  EXPECT_THAT(linesOf(run({"admin", "list"}).out),
+              ElementsAre("1\tadmin\tyes\t1", "6\tauditor\tno\t0", "5\tcustomer-admin\tno\t1",
+                          "4\tengineering-admin\tno\t2", "2\tpostmaster\tno\t4", "3\tsales-admin\tno\t3"));
+  const auto document = nlohmann::json::parse(run({"admin", "list", "--json"}).out);
+  EXPECT_EQ(document[0], (nlohmann::json{{"id", 1}, {"name", "admin"}, {"root", true}, {"entities", 1}}));
+}
+
+TEST_P(Admin, emptyInstallationIsMadeUsable) {
+  mustInit();
+  EXPECT_EQ(run({"admin", "list"}).out, "");
+  EXPECT_THAT(linesOf(run({"admin", "add", "--root", "chief"}).out),
+              ElementsAre("id\t1", "name\tchief", "root\tyes", "entities\t0"));
+  EXPECT_EQ(run({"admin", "add", "o'neil 100% \xC3\xA4"}).status, 0);
+  EXPECT_EQ(run({"entity", "add", "*@example.test"}).status, 0);
+  EXPECT_EQ(run({"entity", "add", "--type", "ldap", "cn=it's"}).status, 0);
+  const Words both = {"admin", "assign", "o'neil 100% \xC3\xA4", "*@example.test", "cn=it's"};
+  EXPECT_THAT(linesOf(run(both).out), testing::Contains("entities\t2"));
+  EXPECT_THAT(linesOf(run(both).out), testing::Contains("entities\t2"));
+  EXPECT_EQ(run({"group", "add", "--as", "o'neil 100% \xC3\xA4", "Friends", "a@b.test"}).status, 0);
+  EXPECT_THAT(linesOf(run({"admin", "unassign", "--id", "o'neil 100% \xC3\xA4", "1"}).out),
+              testing::Contains("entities\t1"));
+  EXPECT_EQ(run({"admin", "remove", "o'neil 100% \xC3\xA4"}).status, 0);
+  EXPECT_EQ(value("SELECT count(*) FROM administrator_entity"), "0");
+}
+
+TEST_P(Admin, wrongNamesAreRefused) {
+  mustInit({"--sample"});
+  expectRefused({"add", ""}, 2, "NAME: \"\" is empty");
+  expectRefused({"add", "a\nb"}, 2, "holds control characters");
+  expectRefused({"add", "\xFF"}, 2, "is not UTF-8");
+  expectRefused({"add", std::string(513, 'x')}, 2, "is longer than 512 characters");
+  expectRefused({"add", "auditor"}, 75, "there is an administrator named \"auditor\" already");
+  EXPECT_EQ(run({"admin", "add", "x'); DELETE FROM entity; --"}).status, 0);
+  EXPECT_EQ(value("SELECT count(*) FROM entity"), "10");
+}
+
+TEST_P(Admin, whoeverIsNotThereIsNotFound) {
+  mustInit({"--sample"});
+  expectRefused({"remove", "nobody"}, 1, "no administrator named \"nobody\"");
+  expectRefused({"assign", "nobody", "Headquarters"}, 1, "no administrator named \"nobody\"");
+  expectRefused({"assign", "auditor", "Headquarters", "Nowhere"}, 1, "no managing group named \"Nowhere\"");
+  expectRefused({"assign", "auditor", "--id", "99"}, 1, "no managing group 99");
+  expectRefused({"assign", "auditor", "--id", "x"}, 2, "ENTITY: \"x\" is not an identifier");
+  EXPECT_EQ(value("SELECT count(*) FROM administrator_entity WHERE administrator_id = 6"), "0");
+}
+
+TEST_P(Admin, unassignTakesOutAllOrNothing) {
+  mustInit({"--sample"});
+  expectRefused({"unassign", "sales-admin", "*@sales.example.test", "Headquarters"}, 75,
+                "\"sales-admin\" is not assigned to \"Headquarters\"; nothing is changed");
+  EXPECT_EQ(value("SELECT count(*) FROM administrator_entity WHERE administrator_id = 3"), "3");
+}
+
+ZARO_ON_EVERY_DATABASE(Admin);
+
+}  // namespace
