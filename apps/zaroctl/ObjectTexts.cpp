@@ -1,4 +1,5 @@
 // object policy-text, quarantine list
+#include <algorithm>
 #include <climits>
 #include <list>
 #include <memory>
@@ -35,11 +36,10 @@ struct PolicyTextOptions {
   std::vector<std::string> ids;
 
   std::vector<StoredObject> find() const {
-    std::vector<unsigned int> numbers;
-    for (const std::string& id : ids) {
-      numbers.push_back(idArgument("ID", id));
-    }
+    std::vector<unsigned int> numbers(ids.size());
+    std::transform(ids.begin(), ids.end(), numbers.begin(), [](const std::string& id) { return idArgument("ID", id); });
     std::vector<StoredObject> objects;
+    objects.reserve(numbers.size());
     for (const unsigned int id : numbers) {
       objects.push_back(findObject(id));
     }
