@@ -140,13 +140,11 @@ class ZARO_POLICY_EXPORT KxWildcardNode : public KxLockableClass, public KxIndex
   bool takeLeaf(KxListedEmailAddress* leaf);
   zaro_addressmatch::GrowingLevel<KxWildcardNode> growingChildren();
   zaro_addressmatch::GrowingLevel<KxListedEmailAddress> growingLeaves();
-  template <typename Named>
-  bool take(zaro_addressmatch::GrowingLevel<Named> (KxWildcardNode::*level)(), std::vector<Named*>& elements,
-            Named* element);
 
   friend class KxWildcardRootNode;
   friend class zaro_addressmatch::FrozenIndex;
   friend class zaro_addressmatch::FrozenIndexBuilder;
+  friend struct zaro_addressmatch::LevelFilling;
   friend struct zaro_addressmatch::TreeState;
 
   std::vector<KxWildcardNode*> _children;      // concrete labels, sorted as far as is told here

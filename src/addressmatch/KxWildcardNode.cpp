@@ -170,7 +170,43 @@ bool insertSorted(std::vector<Named*>& sorted, Named* item) {
 struct zaro_addressmatch::LevelFilling {
   std::unique_ptr<NameIndex<KxWildcardNode>> children;
   std::unique_ptr<NameIndex<KxListedEmailAddress>> leaves;
+
+  // Has a level take an element into its children or leaves, which `growing` tells.
+  template <typename Named>
+  static bool take(KxWildcardNode& level, std::vector<Named*>& elements,
+                   GrowingLevel<Named> (KxWildcardNode::*growing)(), Named* element);
 };
+
+template <typename Named>
+bool LevelFilling::take(KxWildcardNode& level, std::vector<Named*>& elements,
+                        GrowingLevel<Named> (KxWildcardNode::*growing)(), Named* element) {
+  if (element == nullptr) {
+    return false;
+  }
+  const bool byText = level._stringtable == nullptr;
+  TreeState* const tree = level._tree;
+  if (tree != nullptr) {
+    tree->takesIn(element);
+    tree->needsWalk = tree->needsWalk || (!tree->isFrozen && !GrowingLevel<Named>::canTake(*element, level._stringtable));
+  }
+  const bool waits = level.isFilling() && elements.size() < kMostElements && withinMemory([&] {
+                       if (level._filling == nullptr && elements.size() == GrowingLevel<Named>::kMany) {
+                         level._filling = std::make_unique<LevelFilling>();
+                       }
+                       (level.*growing)().append(element, byText);
+                     });
+  if (waits) {
+    return true;
+  }
+  level.settle();
+  level._filling.reset();
+  if (!insertSorted(elements, element)) {
+    return false;
+  }
+  level._childrenSorted = level._children.size() & kMostElements;
+  level._leavesSorted = level._leaves.size() & kMostElements;
+  return true;
+}
 
 KxWildcardNode::KxWildcardNode(KxStringtable* table, const KxIndexedString* label)
     : KxLockableClass(table != nullptr),
@@ -428,39 +464,11 @@ bool KxWildcardNode::_matchesThisNode(LabelStack& labels, const KxIndexedString*
 }
 
 bool KxWildcardNode::_addToLeafVector(KxListedEmailAddress* leaf) {
-  return take(&KxWildcardNode::growingLeaves, _leaves, leaf);
+  return LevelFilling::take(*this, _leaves, &KxWildcardNode::growingLeaves, leaf);
 }
 
 bool KxWildcardNode::_addToChildVector(KxWildcardNode* child) {
-  return take(&KxWildcardNode::growingChildren, _children, child);
-}
-
-template <typename Named>
-bool KxWildcardNode::take(GrowingLevel<Named> (KxWildcardNode::*level)(), std::vector<Named*>& elements, Named* element) {
-  if (element == nullptr) {
-    return false;
-  }
-  if (_tree != nullptr) {
-    _tree->takesIn(element);
-    _tree->needsWalk = _tree->needsWalk || (!_tree->isFrozen && !GrowingLevel<Named>::canTake(*element, _stringtable));
-  }
-  const bool waits = isFilling() && elements.size() < kMostElements && withinMemory([&] {
-                       if (_filling == nullptr && elements.size() == GrowingLevel<Named>::kMany) {
-                         _filling = std::make_unique<LevelFilling>();
-                       }
-                       (this->*level)().append(element, _stringtable == nullptr);
-                     });
-  if (waits) {
-    return true;
-  }
-  settle();
-  _filling.reset();
-  if (!insertSorted(elements, element)) {
-    return false;
-  }
-  _childrenSorted = _children.size() & kMostElements;
-  _leavesSorted = _leaves.size() & kMostElements;
-  return true;
+  return LevelFilling::take(*this, _children, &KxWildcardNode::growingChildren, child);
 }
 
 bool KxWildcardNode::_addOrModifyLeaf(const KxIndexedString* name, const KxIndexedString* fullAddress,

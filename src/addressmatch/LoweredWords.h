@@ -6,10 +6,6 @@
 #include <cstdint>
 #include <cstring>
 
-#ifdef __SSE2__
-#include <emmintrin.h>
-#endif
-
 namespace zaro_addressmatch {
 
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the first character of a word is its lowest byte");
@@ -104,11 +100,13 @@ inline Marks marksOfWords(const std::uint64_t* words, std::size_t size) {
 #ifdef __SSE2__
 // The marks of a text of 16 to 64 characters. An eighth faster for a whole look-up.
 inline Marks marksOfText(const char* text, std::size_t size) {
+  typedef char Block __attribute__((vector_size(16)));
   Marks marks;
   const auto take = [&marks, text](std::size_t offset) {
-    const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + offset));
-    const auto equal = [block](char character) {
-      return static_cast<unsigned int>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, _mm_set1_epi8(character))));
+    Block block;
+    std::memcpy(&block, text + offset, sizeof block);
+    const auto equal = [&block](char character) {
+      return static_cast<unsigned int>(__builtin_ia32_pmovmskb128(reinterpret_cast<Block>(block == character)));
     };
     marks.ats |= std::uint64_t{equal('@')} << offset;
     marks.dots |= std::uint64_t{equal('.')} << offset;

@@ -214,13 +214,15 @@ TEST_F(OtherExhaustion, objectThatCannotBeQueuedIsLoggedAndWorks) {
   for (int i = 0; i < 1000 && !everFailed; ++i) {
     platform().log.clear();
     const std::size_t queued = KxWildcardEmail::_lockOnInit.size();
-    alignas(KxWildcardRootNode) static char space[sizeof(KxWildcardRootNode)];
-    KxWildcardRootNode* node = nullptr;
-    everFailed = failsAt(1, [&] { node = new (space) KxWildcardRootNode(&table); });
+    alignas(KxWildcardNode) static char space[sizeof(KxWildcardNode)];
+    KxWildcardNode* node = nullptr;
+    everFailed = failsAt(1, [&] { node = new (space) KxWildcardNode(&table, &KxStringtable::_theEmptyIndexedString); });
     EXPECT_EQ(KxWildcardEmail::_lockOnInit.size(), queued + (everFailed ? 0 : 1));
     EXPECT_EQ(platform().log.lines().size(), everFailed ? 1u : 0u);
-    EXPECT_TRUE(node->addAddressPattern("a@b", 1, nullptr, nullptr));
-    node->~KxWildcardRootNode();
+    if (everFailed) {
+      EXPECT_TRUE(node->addAddressPattern("a@b", 1, nullptr, nullptr));
+    }
+    node->~KxWildcardNode();
   }
   EXPECT_TRUE(everFailed);
 }
@@ -239,15 +241,20 @@ TEST_F(OtherExhaustion, stackThatCannotGrowLosesNothingElse) {
 
 TEST_F(OtherExhaustion, entryOfATableThatCannotBeMadeIsRefused) {
   bool failed = true;
+  std::vector<std::size_t> sizes;
   for (int allocation = 1; failed; ++allocation) {
     KxStringtable table;
     const KxIndexedString wrapper("text");
     const KxIndexedString* entry = nullptr;
     failed = failsAt(allocation, [&] { entry = table._addToStringtable(&wrapper); });
     EXPECT_EQ(entry == nullptr, failed);
-    // Without memory for the entry there is none; without memory for its text there is one.
-    EXPECT_EQ(table.size(), allocation == 1 ? 0u : 1u);
+    sizes.push_back(table.size());
   }
+  // Without memory for the entry there is none; without memory for its text, which comes last, there is one.
+  std::vector<std::size_t> want(sizes.size());
+  ASSERT_GE(want.size(), 3u);
+  want[want.size() - 2] = want.back() = 1;
+  EXPECT_EQ(sizes, want);
 }
 
 }  // namespace
