@@ -116,6 +116,8 @@ class ZARO_POLICY_EXPORT KxLockOnInitQueue : public std::queue<KxLockableClass*>
     push(object);
     return back();
   }
+  // Has the processor fetch an object that is going to be at the front soon.
+  void _prefetch() const;
   // Puts `replacement` in the place of every entry that is `object`.
   void replace(const KxLockableClass* object, KxLockableClass* replacement);
 

@@ -35,6 +35,7 @@
 namespace zaro_addressmatch {
 class FrozenIndex;
 class FrozenIndexBuilder;
+struct ConcreteDomain;
 template <typename Named>
 class GrowingLevel;
 struct LevelFilling;
@@ -131,7 +132,7 @@ class ZARO_POLICY_EXPORT KxWildcardNode : public KxLockableClass, public KxIndex
   bool isFilling() const;
   bool addWhileFilling(const KxIndexedString& fullAddress, char* pattern, KxEmailBelongsTo kind, const char* annotation,
                        std::string* owner);
-  KxWildcardNode* levelOf(char* domain);
+  KxWildcardNode* levelOf(const zaro_addressmatch::ConcreteDomain& domain, char* text);
   KxWildcardNode* levelBelow(char* domain);
   KxWildcardNode* storedChild(const KxIndexedString& label);
   KxListedEmailAddress* storedLeaf(const KxIndexedString& name);

@@ -4,7 +4,6 @@
 // processor fetches them side by side; each holds the text that it stands for, so that one cache line settles it.
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -25,17 +24,12 @@ class FrozenIndex {
 
   // The index of everything below a root, or null when the tree holds something that only a walk treats right. Throws
   // std::bad_alloc.
-  static std::unique_ptr<const FrozenIndex> build(KxWildcardNode& root, const HashSeed& seed = processHashSeed());
+  static std::unique_ptr<const FrozenIndex> build(KxWildcardNode& root, HashSeed seed = processHashSeed());
 
   // Appends the leaves that match; none for null. Throws std::bad_alloc.
   void find(const char* address, Matches& out) const;
   // The same for many addresses, whose cache misses overlap; appends the size of `out` to `ends` after each.
   void findEach(const char* const* addresses, std::size_t count, Matches& out, std::vector<std::size_t>& ends) const;
-
-  // How hard it was to find places for the names and domains: the most tries for a group of them.
-  std::size_t mostTries() const {
-    return std::max({m_domains.places.mostTries(), m_names.places.mostTries(), m_namesBelow.places.mostTries()});
-  }
 
  private:
   friend class FrozenIndexBuilder;

@@ -13,21 +13,23 @@ class FrozenIndexBuilder {
  public:
   FrozenIndexBuilder(KxWildcardNode& root, const HashSeed& seed) : m_root(root), m_index(new FrozenIndex(root, seed)) {}
 
-  // Null when the tree holds something that an index cannot tell.
+  // Null when the tree holds something that an index cannot tell, and when hashes collide.
   std::unique_ptr<const FrozenIndex> build() {
-    if (!collectLevels() || m_levels.size() > std::numeric_limits<std::uint32_t>::max() || !placeDomains()) {
+    if (!collectLevels() || m_levels.size() > std::numeric_limits<std::uint32_t>::max()) {
       return nullptr;
     }
+    m_collided = !placeDomains();
     makeFilter();
-    if (!collectNames() || !place(m_index->m_names, m_names) || !place(m_index->m_namesBelow, m_namesBelow)) {
+    if (m_collided || !collectNames()) {
       return nullptr;
     }
-    return std::move(m_index);
+    m_collided = !place(m_index->m_names, m_names) || !place(m_index->m_namesBelow, m_namesBelow);
+    return m_collided ? nullptr : std::move(m_index);
   }
+  // Whether it was the hashes, so that another seed may do.
+  bool collided() const { return m_collided; }
 
  private:
-  using Leaves = std::vector<KxListedEmailAddress*>;
-
   // A level that holds something; its text lies in m_texts.
   struct Level {
     const KxWildcardNode* node;
@@ -290,10 +292,19 @@ class FrozenIndexBuilder {
   Names m_names;
   Names m_namesBelow;
   bool m_told = true;
+  bool m_collided = false;
 };
 
-std::unique_ptr<const FrozenIndex> FrozenIndex::build(KxWildcardNode& root, const HashSeed& seed) {
-  return FrozenIndexBuilder(root, seed).build();
+std::unique_ptr<const FrozenIndex> FrozenIndex::build(KxWildcardNode& root, HashSeed seed) {
+  // Two hashes of 64 bits that are the same are once in a lifetime, and then a slow tree would be a riddle.
+  for (int attempt = 0; attempt != 3; ++attempt, ++seed.words[0]) {
+    FrozenIndexBuilder builder(root, seed);
+    std::unique_ptr<const FrozenIndex> index = builder.build();
+    if (index != nullptr || !builder.collided()) {
+      return index;
+    }
+  }
+  return nullptr;
 }
 
 }  // namespace zaro_addressmatch

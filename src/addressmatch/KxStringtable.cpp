@@ -117,6 +117,13 @@ void KxLockOnInitQueue::pop() {
   }
 }
 
+void KxLockOnInitQueue::_prefetch() const {
+  constexpr std::size_t kAhead = 12;
+  if (c.size() > kAhead) {
+    __builtin_prefetch(c[kAhead]);
+  }
+}
+
 void KxLockOnInitQueue::push(KxLockableClass* object) {
   std::queue<KxLockableClass*>::push(object);
   ++_counted;

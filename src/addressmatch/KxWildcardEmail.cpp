@@ -131,6 +131,7 @@ void KxWildcardEmail::initScanTimeMode() {
   while (!_lockOnInit.empty()) {
     KxLockableClass* object = _lockOnInit.front();
     _lockOnInit.pop();
+    _lockOnInit._prefetch();
     if (object == nullptr) {
       PolicyLog::log(LogLevel::Error,
                      "KxWildcardEmail::initScanTimeMode has found a NULL pointer on the _lockOnInit queue.");

@@ -167,6 +167,16 @@ bool insertSorted(std::vector<Named*>& sorted, Named* item) {
 
 }  // namespace
 
+// A domain, but for a "*" at its beginning. No key for one that is too long, or has more wildcards.
+struct zaro_addressmatch::ConcreteDomain {
+  explicit ConcreteDomain(const char* text)
+      : isBelow(text[0] == '*' && text[1] == '.'),
+        key(std::strchr(isBelow ? text + 2 : text, '*') == nullptr ? (isBelow ? text + 2 : text) : "") {}
+
+  bool isBelow;
+  KnownDomains::Key key;
+};
+
 struct zaro_addressmatch::LevelFilling {
   std::unique_ptr<NameIndex<KxWildcardNode>> children;
   std::unique_ptr<NameIndex<KxListedEmailAddress>> leaves;
@@ -281,16 +291,17 @@ bool KxWildcardNode::addAddressPattern(const char* address, KxEmailBelongsTo kin
 // As for a split pattern, but for the stack: the pattern is cut in place.
 bool KxWildcardNode::addWhileFilling(const KxIndexedString& fullAddress, char* pattern, KxEmailBelongsTo kind,
                                      const char* annotation, std::string* owner) {
-  if (_stringtable != nullptr) {
-    _stringtable->_prefetch(fullAddress.getString());
-  }
+  char* const at = std::strchr(pattern, '@');
   KxWildcardNode* node = nullptr;
-  if (char* at = std::strchr(pattern, '@')) {
+  if (at != nullptr) {
     *at = '\0';
+    const ConcreteDomain domain(at + 1);
+    _tree->domains.prefetch(domain.key);
     if (_stringtable != nullptr) {
+      _stringtable->_prefetch(fullAddress.getString());
       _stringtable->_prefetch(pattern);
     }
-    node = levelOf(at + 1);
+    node = levelOf(domain, at + 1);
   } else {
     // A bare text is its own top-level label, above an empty one.
     node = childFor(KxIndexedString(pattern));
@@ -301,22 +312,19 @@ bool KxWildcardNode::addWhileFilling(const KxIndexedString& fullAddress, char* p
 }
 
 // The level of a domain, made if need be; null when it cannot be made. Throws std::bad_alloc.
-KxWildcardNode* KxWildcardNode::levelOf(char* domain) {
-  const bool below = domain[0] == '*' && domain[1] == '.';
-  char* concrete = below ? domain + 2 : domain;
-  const KnownDomains::Key key(concrete);
-  if (!key.isThere() || std::strchr(concrete, '*') != nullptr) {
-    return levelBelow(domain);
+KxWildcardNode* KxWildcardNode::levelOf(const ConcreteDomain& domain, char* text) {
+  if (!domain.key.isThere()) {
+    return levelBelow(text);
   }
-  KxWildcardNode* node = _tree->domains.find(key);
+  KxWildcardNode* node = _tree->domains.find(domain.key);
   if (node == nullptr) {
-    node = levelBelow(concrete);
+    node = levelBelow(domain.isBelow ? text + 2 : text);
     if (node == nullptr) {
       return nullptr;
     }
-    _tree->domains.add(key, node);
+    _tree->domains.add(domain.key, node);
   }
-  return below ? node->childFor(KxStringtable::_theWildcardIndexedString) : node;
+  return domain.isBelow ? node->childFor(KxStringtable::_theWildcardIndexedString) : node;
 }
 
 // The same, by a walk.
