@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "odbc/ConnectTurn.h"
 #include "odbc/OdbcError.h"
 
 namespace zaroruntime {
@@ -46,10 +47,15 @@ void OdbcConnection::connect(const std::string& connectionString, Dialect dialec
   if (timeOut > 0) {
     SQLSetConnectAttr(m_connection.get(), SQL_ATTR_LOGIN_TIMEOUT, attribute(static_cast<SQLULEN>(timeOut)), 0);
   }
+  std::optional<ConnectTurn> turn;
+  if (dialect == Dialect::PostgreSQL) {
+    turn.emplace(timeOut);
+  }
   SQLSMALLINT length = 0;
   _test(SQLDriverConnect(m_connection.get(), nullptr, input(connectionString),
                          static_cast<SQLSMALLINT>(connectionString.size()), nullptr, 0, &length, SQL_DRIVER_NOPROMPT),
         "SQLDriverConnect");
+  turn.reset();
   m_connected = true;
   try {
     m_statement = OdbcHandle(SQL_HANDLE_STMT, m_connection.get());

@@ -26,7 +26,7 @@ bool NothrowAllocationFailure::happened() const {
   return allocationsLeft == 0;
 }
 
-// Both go through the throwing form, so that a sanitizer sees matching pairs of new and delete.
+// All go through the ordinary forms, whoever replaced those, so that a sanitizer sees matching pairs of new and delete.
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   try {
     return failsNow() ? nullptr : ::operator new(size);
@@ -41,4 +41,12 @@ void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
   } catch (const std::bad_alloc&) {
     return nullptr;
   }
+}
+
+void operator delete(void* piece, const std::nothrow_t&) noexcept {
+  ::operator delete(piece);
+}
+
+void operator delete[](void* piece, const std::nothrow_t&) noexcept {
+  ::operator delete[](piece);
 }

@@ -4,6 +4,8 @@
 
 #include <filesystem>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "KxDbConnect.h"
 #include "ZaroRuntime/IniFile.h"
@@ -404,6 +406,30 @@ TEST_P(PostgresqlConnection, silentServerIsGivenUpAfterTheConnectTimeOut) {
   connection.setDbReconnectTrial(1);
   EXPECT_THAT(thrownBy([&] { connect(connection); }), HasSubstr("data source zaro: "));
   EXPECT_EQ(server.accepted(), 2) << "an attempt that takes the usual 30 seconds leaves no time for the second";
+}
+
+TEST_P(PostgresqlConnection, threadsThatConnectAtOnceTakeTurns) {
+  const LoopbackServer server(LoopbackServer::Manner::KeepSilent);
+  setPort(server.port());
+  constexpr int kThreads = 2;
+  std::string texts[kThreads];
+  std::vector<std::thread> threads;
+  for (std::string& text : texts) {
+    threads.emplace_back([&] {
+      KxDbConnect connection;
+      connection.setDbConnectTimeOut(&text == texts ? 6 : 1);
+      text = thrownBy([&] { connect(connection); });
+    });
+    while (server.accepted() == 0) {
+      std::this_thread::yield();
+    }
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  EXPECT_THAT(texts[1], HasSubstr("another thread was still connecting"));
+  EXPECT_THAT(texts[0], Not(HasSubstr("another thread")));
+  EXPECT_EQ(server.accepted(), 1);
 }
 
 TEST_P(PostgresqlConnection, noTrialBeginsAfterTheRetryTimeOut) {
