@@ -13,6 +13,8 @@ constexpr std::size_t kKeysPerGroup = 4;
 constexpr std::size_t kFullPercent = 75;
 // A bigger one is a sign of a hash that does not scatter the keys.
 constexpr std::size_t kBiggestGroup = 64;
+// One that is tried for longer has two hashes that are the same.
+constexpr std::uint32_t kPilots = 65536;
 
 }  // namespace
 
@@ -27,6 +29,7 @@ bool PerfectPlaces::assign(const std::vector<std::uint64_t>& hashes) {
   m_count = countFor(hashes.size());
   m_groups = hashes.size() / kKeysPerGroup + 1;
   m_pilots.assign(m_groups, 0);
+  m_bigPilots.clear();
   m_mostTries = 0;
 
   std::vector<std::size_t> ends(m_groups + 1);
@@ -42,7 +45,15 @@ bool PerfectPlaces::assign(const std::vector<std::uint64_t>& hashes) {
       return false;
     }
   }
+  std::sort(m_bigPilots.begin(), m_bigPilots.end(),
+            [](const BigPilot& one, const BigPilot& other) { return one.group < other.group; });
   return true;
+}
+
+std::uint32_t PerfectPlaces::bigPilot(std::size_t group) const {
+  return std::lower_bound(m_bigPilots.begin(), m_bigPilots.end(), group,
+                          [](const BigPilot& one, std::size_t wanted) { return one.group < wanted; })
+      ->pilot;
 }
 
 // `ends[group]` is then one past the group's last key.
@@ -84,14 +95,16 @@ std::vector<PerfectPlaces::Group> PerfectPlaces::biggestFirst(const std::vector<
 }
 
 bool PerfectPlaces::placeGroup(const Group& group, std::vector<bool>& taken) {
-  constexpr std::size_t kPilots = std::size_t{std::numeric_limits<Pilot>::max()} + 1;
   if (group.size() > kBiggestGroup) {
     return false;
   }
-  for (std::size_t pilot = 0; pilot != kPilots; ++pilot) {
-    if (tryPilot(group, static_cast<Pilot>(pilot), taken)) {
-      m_pilots[group.number] = static_cast<Pilot>(pilot);
-      m_mostTries = std::max(m_mostTries, pilot + 1);
+  for (std::uint32_t pilot = 0; pilot != kPilots; ++pilot) {
+    if (tryPilot(group, pilot, taken)) {
+      m_pilots[group.number] = static_cast<std::uint8_t>(std::min<std::uint32_t>(pilot, kBig));
+      if (pilot >= kBig) {
+        m_bigPilots.push_back({group.number, pilot});
+      }
+      m_mostTries = std::max<std::size_t>(m_mostTries, pilot + 1);
       return true;
     }
   }
@@ -99,7 +112,7 @@ bool PerfectPlaces::placeGroup(const Group& group, std::vector<bool>& taken) {
 }
 
 // Takes the places, if all are free.
-bool PerfectPlaces::tryPilot(const Group& group, Pilot pilot, std::vector<bool>& taken) const {
+bool PerfectPlaces::tryPilot(const Group& group, std::uint32_t pilot, std::vector<bool>& taken) const {
   for (const std::uint64_t* key = group.first; key != group.last; ++key) {
     const std::size_t place = placeWith(pilot, *key);
     if (taken[place]) {
