@@ -175,9 +175,9 @@ inline void FrozenIndex::hashPieces(Query& query, NextDot nextDot) const {
 inline void FrozenIndex::prefetchPlaces(const Query& query) const {
   m_domains.places.prefetch(query.domainHash);
   m_names.places.prefetch(query.fullHash);
-  prefetchLine(filterByte(query.belowRootHash));
+  prefetchLine(&m_filter[filterPlace(query.belowRootHash)]);
   for (std::size_t i = 0; i != query.suffixCount; ++i) {
-    prefetchLine(filterByte(query.suffixes[i].hash));
+    prefetchLine(&m_filter[filterPlace(query.suffixes[i].hash)]);
   }
 }
 

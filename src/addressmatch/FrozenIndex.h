@@ -138,10 +138,9 @@ class FrozenIndex {
     return mixed(nameHash ^ m_seed.words[1], domainHash ^ m_seed.words[3]);
   }
   static constexpr std::uint64_t kNoDomainHash = 0;
-  const std::uint8_t* filterByte(std::uint64_t hash) const {
-    return m_filter.data() + (static_cast<std::size_t>(hash >> 3) & m_filterMask);
-  }
-  bool mayHaveBelow(std::uint64_t hash) const { return (*filterByte(hash) & 1u << (hash & 7)) != 0; }
+  std::size_t filterPlace(std::uint64_t hash) const { return placeOf(hash << 32, m_filter.size()); }
+  static std::uint8_t filterBit(std::uint64_t hash) { return static_cast<std::uint8_t>(1u << (hash >> 61)); }
+  bool mayHaveBelow(std::uint64_t hash) const { return (m_filter[filterPlace(hash)] & filterBit(hash)) != 0; }
 
   KxWildcardNode& m_root;
   HashSeed m_seed;
@@ -150,7 +149,6 @@ class FrozenIndex {
   Table<NameSlot> m_namesBelow;  // NAME@*.DOMAIN and NAME@*
   // Bits by hash: the suffixes that have something below, and the names there.
   std::vector<std::uint8_t> m_filter;
-  std::size_t m_filterMask = 0;
   // A bit for each number of labels that such a suffix has, from 1 on.
   std::uint64_t m_belowDepths = 0;
   // Below the root: NAME@* and *@*.

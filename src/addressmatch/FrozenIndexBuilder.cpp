@@ -141,12 +141,7 @@ class FrozenIndexBuilder {
 
   void makeFilter() {
     constexpr std::size_t kBytesEach = 2;
-    std::size_t size = 64;
-    while (size < (m_belowCount + m_nameBelowCount) * kBytesEach) {
-      size *= 2;
-    }
-    m_index->m_filter.resize(size);
-    m_index->m_filterMask = size - 1;
+    m_index->m_filter.resize((m_belowCount + m_nameBelowCount) * kBytesEach + 1);
   }
 
   bool placeDomains() {
@@ -186,8 +181,7 @@ class FrozenIndexBuilder {
   }
 
   void markBelow(std::uint64_t hash) {
-    m_index->m_filter[static_cast<std::size_t>(hash >> 3) & m_index->m_filterMask] |=
-        static_cast<std::uint8_t>(1u << (hash & 7));
+    m_index->m_filter[m_index->filterPlace(hash)] |= FrozenIndex::filterBit(hash);
   }
 
   // The slots are moved to their places within the table's own memory.
