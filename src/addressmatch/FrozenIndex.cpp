@@ -41,6 +41,7 @@ void FrozenIndex::find(const char* address, Matches& out) const {
   ShortQuery query;
   const Kind kind = split(address, query);
   if (kind == Kind::Split) {
+    prefetchPlaces(query);
     locate(query);
     resolve(query, out);
   } else {
@@ -178,6 +179,7 @@ inline void FrozenIndex::prefetchPlaces(const Query& query) const {
   prefetchLine(&m_filter[filterPlace(query.belowRootHash)]);
   for (std::size_t i = 0; i != query.suffixCount; ++i) {
     prefetchLine(&m_filter[filterPlace(query.suffixes[i].hash)]);
+    m_domains.places.prefetch(query.suffixes[i].hash);
   }
 }
 
