@@ -28,6 +28,9 @@ TEST(PerfectPlaces, everyKeyHasAPlaceOfItsOwn) {
     PerfectPlaces places;
     ASSERT_TRUE(places.assign(hashes)) << count;
     EXPECT_EQ(places.count(), PerfectPlaces::countFor(count));
+    if (count == 200000u) {
+      EXPECT_GT(places.mostTries(), 256u) << "no pilot that does not fit into a byte is tried here";
+    }
     std::vector<bool> taken(places.count());
     for (const std::uint64_t hash : hashes) {
       const std::size_t place = places(hash);
