@@ -102,12 +102,17 @@ ExitCode modify(Output& out, const ObjectChange& change) {
   if (change.name) {
     refuseWrongName("--name", *change.name);
   }
-  const auto type = change.type ? std::optional(objectType(*change.type)) : std::nullopt;
+  std::optional<ZaroNamedObj::NaObjType> type;
+  if (change.type) {
+    type = objectType(*change.type);
+  }
   const Viewer viewer = findViewer(change.admin);
   StoredObject object = findObject(id);
   const auto content = change.content.read();
   const std::string newContent = content ? *content : contentOf(object);
-  object.type = type.value_or(object.type);
+  if (type) {
+    object.type = *type;
+  }
   object.name = change.name.value_or(object.name);
   changeObject(viewer, object, newContent);
   return printObject(out, object);

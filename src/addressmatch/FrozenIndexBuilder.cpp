@@ -180,9 +180,7 @@ class FrozenIndexBuilder {
     }
   }
 
-  void markBelow(std::uint64_t hash) {
-    m_index->m_filter[m_index->filterPlace(hash)] |= FrozenIndex::filterBit(hash);
-  }
+  void markBelow(std::uint64_t hash) { m_index->m_filter[m_index->filterPlace(hash)] |= FrozenIndex::filterBit(hash); }
 
   // The slots are moved to their places within the table's own memory.
   static bool place(FrozenIndex::Table<FrozenIndex::NameSlot>& table, Names& names) {
