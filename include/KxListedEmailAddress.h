@@ -51,6 +51,9 @@ class ZARO_POLICY_EXPORT KxIndexedStringNamedClass {
   static char* _inferName(const char* address);
 
  protected:
+  // `entry` is one of the table's.
+  KxIndexedStringNamedClass(KxStringtable& table, const KxIndexedString& entry) : _name(&entry), _stringtable(&table) {}
+
   const KxIndexedString* _name;
   KxStringtable* _stringtable;
 };
@@ -102,7 +105,12 @@ class ZARO_POLICY_EXPORT KxListedEmailAddress : public KxLockableClass, public K
   void setOwnerless();
 
  private:
+  friend class KxWildcardNode;
+
   struct Extras;  // what most of the millions of leaves have not
+
+  // Both texts are the table's entries.
+  KxListedEmailAddress(KxStringtable& table, const KxIndexedString& fullAddress, const KxIndexedString& name);
 
   bool _changeState(KxEmailBelongsTo state);
   const Extras& _extrasOrNone() const;

@@ -19,6 +19,7 @@
 
 namespace zaro_addressmatch {
 class InternedTexts;
+struct TextKey;
 struct TreeState;
 }  // namespace zaro_addressmatch
 
@@ -168,8 +169,6 @@ class ZARO_POLICY_EXPORT KxStringtable : public KxLockableClass {
   // made nevertheless and borrows the caller's text from then on.
   const KxIndexedString* _addToStringtable(const KxIndexedString* wanted);
   const KxIndexedString* _addToStringtable(const char* text);
-  // Has the processor fetch what looking for a text begins with.
-  void _prefetch(const char* text) const;
   // Filling only. Takes an entry out again whose text the table could not copy, while its caller's text still exists.
   void _dropBorrowed(const KxIndexedString& wanted);
   // Any phase. Returns the entry or null.
@@ -197,11 +196,21 @@ class ZARO_POLICY_EXPORT KxStringtable : public KxLockableClass {
 
  private:
   friend class KxIndexedStringNamedClass;
+  friend class KxWildcardNode;
   friend struct zaro_addressmatch::TreeState;
 
+  // An entry, null when memory ran out, and whether it was made.
+  struct Interned {
+    const KxIndexedString* entry;
+    bool isNew;
+  };
+  // Filling only. `wanted` has the key's text; it is what the log shows.
+  Interned intern(const zaro_addressmatch::TextKey& key, const KxIndexedString& wanted);
+  // Filling only. Throws std::bad_alloc.
+  zaro_addressmatch::InternedTexts& ownEntries();
   void _release(KxIndexedString* entry) const;
-  const KxIndexedString* _existingEntry(const KxIndexedString& entry, const KxIndexedString* wanted) const;
-  const KxIndexedString* _ownText(KxIndexedString& entry, const KxIndexedString* wanted);
+  const KxIndexedString* _existingEntry(const KxIndexedString& entry, const KxIndexedString& wanted) const;
+  const KxIndexedString* _ownText(KxIndexedString& entry, const KxIndexedString& wanted, std::size_t size);
   KxIndexedString* _find(const char* text) const;
 
   std::unique_ptr<zaro_addressmatch::InternedTexts> _entries;  // null as long as there was none

@@ -39,6 +39,8 @@ struct ConcreteDomain;
 template <typename Named>
 class GrowingLevel;
 struct LevelFilling;
+class LoweredText;
+struct TextKey;
 struct TreeState;
 }  // namespace zaro_addressmatch
 
@@ -107,10 +109,16 @@ class ZARO_POLICY_EXPORT KxWildcardNode : public KxLockableClass, public KxIndex
   static const KxIndexedString* getEmailAddressName(LabelStack& labels);
 
  private:
+  // `label` is an entry of the table.
+  KxWildcardNode(KxStringtable& table, const KxIndexedString& label);
+
   // The child for a label, made if need be; null when it cannot be made.
   KxWildcardNode* childFor(const KxIndexedString& label);
   // The leaf for a local part, made if need be; null when it cannot be made.
   KxListedEmailAddress* leafFor(const KxIndexedString& name, const KxIndexedString& fullAddress);
+  // The same at a level below, while filling over a table.
+  KxListedEmailAddress* leafOf(KxWildcardNode& level, const KxStringtable::Interned& name,
+                               const zaro_addressmatch::TextKey& fullAddress);
   KxListedEmailAddress* wildcardLeafFor(const KxIndexedString& fullAddress);
   // What answers for the tree below this level; null for a walk.
   const zaro_addressmatch::FrozenIndex* index() const;
@@ -130,10 +138,12 @@ class ZARO_POLICY_EXPORT KxWildcardNode : public KxLockableClass, public KxIndex
   void sortIn();
   // Whether what comes can wait to be sorted in.
   bool isFilling() const;
-  bool addWhileFilling(const KxIndexedString& fullAddress, char* pattern, KxEmailBelongsTo kind, const char* annotation,
+  bool addWhileFilling(zaro_addressmatch::LoweredText& text, KxEmailBelongsTo kind, const char* annotation,
                        std::string* owner);
-  KxWildcardNode* levelOf(const zaro_addressmatch::ConcreteDomain& domain, char* text);
-  KxWildcardNode* levelBelow(char* domain);
+  // The table's entry of a text, null when memory runs out, and whether it was made. Filling over a table.
+  KxStringtable::Interned intern(const zaro_addressmatch::TextKey& key);
+  KxWildcardNode* levelOf(const zaro_addressmatch::ConcreteDomain& domain);
+  KxWildcardNode* levelBelow(const char* domain);
   KxWildcardNode* storedChild(const KxIndexedString& label);
   KxListedEmailAddress* storedLeaf(const KxIndexedString& name);
   // Has the tree take in what it made itself.
@@ -154,10 +164,10 @@ class ZARO_POLICY_EXPORT KxWildcardNode : public KxLockableClass, public KxIndex
   unsigned int _childrenIndexed : 1;
   unsigned int _leavesSorted : 31;
   unsigned int _leavesIndexed : 1;
-  KxWildcardNode* _wildcardChild;
-  KxListedEmailAddress* _wildcardLeaf;
+  KxWildcardNode* _wildcardChild = nullptr;
+  KxListedEmailAddress* _wildcardLeaf = nullptr;
   std::unique_ptr<zaro_addressmatch::LevelFilling> _filling;  // of big levels that are being filled
-  zaro_addressmatch::TreeState* _tree;                        // the root's; null for a level of no tree
+  zaro_addressmatch::TreeState* _tree = nullptr;              // the root's; null for a level of no tree
 };
 
 // The level of a label "*": it takes whatever labels are left.

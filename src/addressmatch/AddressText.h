@@ -36,7 +36,10 @@ void splitAddress(const char* text, Take take) {
     return;
   }
   for (const char* label = at + 1;;) {
-    const std::size_t size = std::strcspn(label, ".");
+    std::size_t size = 0;
+    while (label[size] != '.' && label[size] != '\0') {
+      ++size;
+    }
     // Read before `take`, which may cut the text here.
     const bool last = label[size] == '\0';
     take(Piece::Label, label, size);

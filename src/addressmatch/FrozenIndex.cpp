@@ -5,16 +5,13 @@
 #include <new>
 
 #include "AddressText.h"
+#include "Prefetch.h"
 
 namespace zaro_addressmatch {
 
 namespace {
 
 constexpr std::size_t kNoDot = static_cast<std::size_t>(-1);
-
-inline void prefetchLine(const void* line) {
-  __builtin_prefetch(line);
-}
 
 inline unsigned int highestBit(std::uint64_t bits) {
   return 63u - static_cast<unsigned int>(__builtin_clzll(bits));

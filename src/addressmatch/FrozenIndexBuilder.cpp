@@ -7,6 +7,8 @@
 
 #include "FrozenIndex.h"
 
+#include "Prefetch.h"
+
 namespace zaro_addressmatch {
 
 class FrozenIndexBuilder {
@@ -100,14 +102,14 @@ class FrozenIndexBuilder {
       return child < node._children.size() ? node._children[child] : nullptr;
     };
     if (const KxWildcardNode* child = at(3)) {
-      __builtin_prefetch(child);
-      __builtin_prefetch(&child->_wildcardLeaf);
+      prefetchLine(child);
+      prefetchLine(&child->_wildcardLeaf);
     }
     if (const KxWildcardNode* child = at(2)) {
-      __builtin_prefetch(child->getNameAsPtr());
+      prefetchLine(child->getNameAsPtr());
     }
     if (const KxWildcardNode* child = at(1)) {
-      __builtin_prefetch(child->getNameAsStr());
+      prefetchLine(child->getNameAsStr());
     }
   }
 
@@ -233,7 +235,7 @@ class FrozenIndexBuilder {
 
   void takeNames(const KxWildcardNode& node, std::uint64_t domainHash, std::uint32_t number, bool below) {
     for (KxListedEmailAddress* leaf : node._leaves) {
-      __builtin_prefetch(leaf);
+      prefetchLine(leaf);
       m_waiting.push_back({leaf, nullptr, domainHash, number, below, node._leavesIndexed != 0, 0});
       if (m_waiting.size() == kTogether) {
         flushNames();
@@ -244,11 +246,11 @@ class FrozenIndexBuilder {
   void flushNames() {
     for (Name& name : m_waiting) {
       name.handle = name.leaf->getNameAsPtr();
-      __builtin_prefetch(name.handle);
+      prefetchLine(name.handle);
     }
     for (const Name& name : m_waiting) {
       m_told = m_told && (!name.indexed || name.handle->isIndexed());
-      __builtin_prefetch(name.handle->getString());
+      prefetchLine(name.handle->getString());
     }
     for (Name& name : m_waiting) {
       const char* text = textOf(*name.leaf);

@@ -11,6 +11,7 @@
 
 #include "KxListedEmailAddress.h"
 #include "KxStringtable.h"
+#include "Prefetch.h"
 #include "TextHash.h"
 #include "TextOrder.h"
 
@@ -144,10 +145,10 @@ class GrowingLevel {
   // Side by side, what the sorting would fetch one after the other.
   static void prefetchNames(const std::vector<Named*>& elements) {
     for (const Named* element : elements) {
-      __builtin_prefetch(element);
+      prefetchLine(element);
     }
     for (const Named* element : elements) {
-      __builtin_prefetch(element->getNameAsPtr());
+      prefetchLine(element->getNameAsPtr());
     }
   }
 

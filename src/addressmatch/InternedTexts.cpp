@@ -4,24 +4,22 @@
 #include <limits>
 #include <new>
 
+#include "Memory.h"
 #include "Ranks.h"
 #include "TextOrder.h"
 
 namespace zaro_addressmatch {
 
-KxIndexedString* InternedTexts::find(const char* text) const {
-  return find(text, tagOf(text));
-}
-
-KxIndexedString* InternedTexts::find(const char* text, std::uint32_t tag) const {
-  const Part& part = m_parts[partOf(tag)];
+KxIndexedString* InternedTexts::find(const TextKey& key) const {
+  const Part& part = m_parts[partOf(key.tag)];
   if (part.used == 0) {
     return nullptr;
   }
-  for (std::size_t place = part.homeOf(tag, m_partBits); part.slots[place].position != 0; place = part.next(place)) {
-    if (part.slots[place].tag == tag) {
-      const KxIndexedString& entry = m_entries[part.slots[place].position - 1];
-      if (entry == KxIndexedString(text)) {
+  for (std::size_t place = part.homeOf(key.tag, m_partBits); part.slots[place].position != 0; place = part.next(place)) {
+    if (part.slots[place].tag == key.tag) {
+      const KxIndexedString& entry = entryAt(part.slots[place].position);
+      const char* text = entry.getString() != nullptr ? entry.getString() : "";
+      if (std::strncmp(text, key.text, key.size) == 0 && text[key.size] == '\0') {
         return const_cast<KxIndexedString*>(&entry);
       }
     }
@@ -29,19 +27,33 @@ KxIndexedString* InternedTexts::find(const char* text, std::uint32_t tag) const 
   return nullptr;
 }
 
-std::pair<KxIndexedString*, bool> InternedTexts::findOrAdd(const KxIndexedString& handle) {
-  const std::uint32_t tag = tagOf(handle.getString());
-  if (KxIndexedString* entry = find(handle.getString(), tag)) {
-    return {entry, false};
+InternedTexts::Found InternedTexts::findOrAdd(const TextKey& key) {
+  if (KxIndexedString* entry = find(key)) {
+    return {entry, false, false};
   }
-  if (m_entries.size() >= std::numeric_limits<std::uint32_t>::max()) {
+  makeRoom(key.tag);
+  if (m_entries.size() >= kFew) {
+    if (KxIndexedString* entry = addToBlocks(key)) {
+      return {entry, true, false};
+    }
+  }
+  if (m_entries.size() >= kInBlocks - 1) {
     throw std::bad_alloc();
   }
   m_borrowed.reserve(m_borrowed.size() + 1);
-  makeRoom(tag);
-  m_entries.push_back(handle);
-  take(m_parts[partOf(tag)], {static_cast<std::uint32_t>(m_entries.size()), tag}, m_partBits);
-  return {&m_entries.back(), true};
+  m_entries.emplace_back(key.text);
+  take(m_parts[partOf(key.tag)], {static_cast<std::uint32_t>(m_entries.size()), key.tag}, m_partBits);
+  return {&m_entries.back(), true, true};
+}
+
+KxIndexedString* InternedTexts::addToBlocks(const TextKey& key) {
+  TextBlocks::Position position = 0;
+  if (!withinMemory([&] { position = m_blocks.add(key.text, key.size); })) {
+    return nullptr;
+  }
+  ++m_inBlocks;
+  take(m_parts[partOf(key.tag)], {position | kInBlocks, key.tag}, m_partBits);
+  return &m_blocks.at(position);
 }
 
 void InternedTexts::makeRoom(std::uint32_t tag) {
@@ -100,10 +112,10 @@ void InternedTexts::take(Part& part, const Slot& slot, unsigned int partBits) {
 }
 
 void InternedTexts::remove(KxIndexedString* entry) {
-  const std::uint32_t tag = tagOf(entry->getString());
+  const std::uint32_t tag = keyOf(entry->getString()).tag;
   Part& part = m_parts[partOf(tag)];
   std::size_t gap = part.homeOf(tag, m_partBits);
-  while (part.slots[gap].position == 0 || &m_entries[part.slots[gap].position - 1] != entry) {
+  while (part.slots[gap].position == 0 || &entryAt(part.slots[gap].position) != entry) {
     gap = part.next(gap);
   }
   // Whatever the gap would hide from a search moves into it.

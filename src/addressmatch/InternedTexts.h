@@ -8,40 +8,68 @@
 #include <vector>
 
 #include "KxStringtable.h"
+#include "Prefetch.h"
+#include "TextBlocks.h"
 #include "TextHash.h"
 
 namespace zaro_addressmatch {
 
-// Entries stay where they are; each text is there once. Who owns the texts is the table's affair, but for the note
-// about those that are borrowed.
+// A text, its size, and what it is looked for by.
+struct TextKey {
+  const char* text;
+  std::size_t size;
+  std::uint32_t tag;
+};
+
+// Entries stay where they are; each text is there once. The texts of the first entries are the table's affair, but for
+// the note about those that are borrowed: a small table takes no more memory than they need. Later ones have blocks.
 class InternedTexts {
  public:
-  std::size_t size() const { return m_entries.size() - m_removed; }
+  // Of a text of `size` characters; whoever adds it has a terminator behind them.
+  TextKey keyOf(const char* text, std::size_t size) const {
+    return {text, size, static_cast<std::uint32_t>(hashText(m_seed, text, size))};
+  }
+  // The same, where a copy of the text is at hand in words.
+  TextKey keyOf(const char* text, std::size_t size, const std::uint64_t* words) const {
+    return {text, size, static_cast<std::uint32_t>(hashOfWords(m_seed, words, size))};
+  }
+  TextKey keyOf(const char* text) const { return keyOf(text, std::strlen(text)); }
+
+  std::size_t size() const { return m_inBlocks + m_entries.size() - m_removed; }
 
   // The entry of a text, or null.
-  KxIndexedString* find(const char* text) const;
-  void prefetch(const char* text) const {
-    const std::uint32_t tag = tagOf(text);
-    const Part& part = m_parts[partOf(tag)];
-    __builtin_prefetch(part.slots.data() + part.homeOf(tag, m_partBits));
+  KxIndexedString* find(const TextKey& key) const;
+  void prefetch(const TextKey& key) const {
+    const Part& part = m_parts[partOf(key.tag)];
+    prefetchLine(part.slots.data() + part.homeOf(key.tag, m_partBits));
   }
-  // The entry of the handle's text, and whether it was made, with everything but its index as the handle has it. Throws
-  // std::bad_alloc, everything then as it was.
-  std::pair<KxIndexedString*, bool> findOrAdd(const KxIndexedString& handle);
-  // Takes an entry out.
+  struct Found {
+    KxIndexedString* entry;
+    bool isNew;
+    bool lacksText;  // it is a new one that wraps the key's text
+  };
+  // The entry of a text, made if need be. Throws std::bad_alloc, everything then as it was.
+  Found findOrAdd(const TextKey& key);
+  // Takes an entry out that wraps somebody's text.
   void remove(KxIndexedString* entry);
 
   // Notes that an entry which was just made borrows its text.
   void setBorrowed(const KxIndexedString* entry) { m_borrowed.push_back(entry); }  // room was made with the entry
   bool isBorrowed(const KxIndexedString* entry) const;
 
+  // Visits those whose texts are the table's affair.
   template <typename Visit>
-  void forEach(Visit visit) {
+  void forEachOfTable(Visit visit) {
     for (KxIndexedString& entry : m_entries) {
       if (entry.getString() != kTakenOut) {
         visit(entry);
       }
     }
+  }
+  template <typename Visit>
+  void forEach(Visit visit) {
+    forEachOfTable(visit);
+    m_blocks.forEach(visit);
   }
 
   // Gives the entries their ranks in text order, as `assignRanks` does. Throws std::bad_alloc, everything then as it was.
@@ -51,9 +79,14 @@ class InternedTexts {
   static constexpr char kTakenOut[] = "";
   static constexpr std::size_t kFullPercent = 80;
 
+  // So many entries leave their texts to the table.
+  static constexpr std::size_t kFew = 1024;
+  // What a position in the blocks has beside it.
+  static constexpr std::uint32_t kInBlocks = TextBlocks::kPositions;
+
   // A place follows from the tag alone, so that slots can be moved without a look at the texts.
   struct Slot {
-    std::uint32_t position;  // of the entry, from 1 on; 0: free
+    std::uint32_t position;  // of the entry, from 1 on or in the blocks; 0: free
     std::uint32_t tag;
   };
   // A part of the slots. Many small parts grow by turns, and what one leaves another takes; a big whole would have the
@@ -68,13 +101,14 @@ class InternedTexts {
     std::size_t next(std::size_t place) const { return place + 1 != slots.size() ? place + 1 : 0; }
   };
 
-  std::uint32_t tagOf(const char* text) const {
-    return static_cast<std::uint32_t>(hashText(m_seed, text, std::strlen(text)));
-  }
   std::size_t partOf(std::uint32_t tag) const {
     return static_cast<std::size_t>(std::uint64_t{tag} << m_partBits >> 32);
   }
-  KxIndexedString* find(const char* text, std::uint32_t tag) const;
+  const KxIndexedString& entryAt(std::uint32_t position) const {
+    return (position & kInBlocks) != 0 ? m_blocks.at(position ^ kInBlocks) : m_entries[position - 1];
+  }
+  // Null, and nothing done, when the blocks cannot take it.
+  KxIndexedString* addToBlocks(const TextKey& key);
   // These throw std::bad_alloc, everything then as it was.
   void makeRoom(std::uint32_t tag);
   void split();
@@ -84,6 +118,8 @@ class InternedTexts {
   HashSeed m_seed = processHashSeed();
   std::deque<KxIndexedString> m_entries;  // those that were taken out have the text kTakenOut itself
   std::size_t m_removed = 0;
+  TextBlocks m_blocks;
+  std::size_t m_inBlocks = 0;
   std::vector<const KxIndexedString*> m_borrowed;
   unsigned int m_partBits = 0;
   std::vector<Part> m_parts = std::vector<Part>(1);  // as many as the bits tell

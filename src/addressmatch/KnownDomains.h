@@ -5,10 +5,11 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <vector>
 
 #include "KxWildcardNode.h"
+#include "LoweredWords.h"
+#include "Prefetch.h"
 #include "TextHash.h"
 
 namespace zaro_addressmatch {
@@ -18,10 +19,13 @@ class KnownDomains {
   // What a domain is kept by; none for one that is too long to be kept.
   class Key {
    public:
-    explicit Key(const char* domain) : m_words() {
-      const std::size_t size = std::strlen(domain);
-      if (size != 0 && size <= sizeof m_words) {
-        std::memcpy(m_words.data(), domain, size);
+    Key() : m_words() {}
+    // Of a domain that begins at a byte of a text in words and ends with it.
+    Key(const std::uint64_t* words, std::size_t begin, std::size_t size) : Key() {
+      if (size <= sizeof m_words) {
+        for (std::size_t word = 0; word != m_words.size(); ++word) {
+          m_words[word] = wordAt(words, begin + 8 * word);
+        }
       }
     }
     bool isThere() const { return m_words[0] != 0; }
@@ -34,7 +38,7 @@ class KnownDomains {
   // Has the processor fetch what `find` begins with.
   void prefetch(const Key& key) const {
     if (!m_slots.empty()) {
-      __builtin_prefetch(&m_slots[homeOf(key)]);
+      prefetchLine(&m_slots[homeOf(key)]);
     }
   }
   // The level of a domain, or null.
@@ -66,7 +70,7 @@ class KnownDomains {
 
  private:
   struct Slot {
-    Slot() : node(nullptr), key("") {}
+    Slot() : node(nullptr) {}
     Slot(KxWildcardNode* ofNode, const Key& ofKey) : node(ofNode), key(ofKey) {}
     KxWildcardNode* node;  // null: free
     Key key;

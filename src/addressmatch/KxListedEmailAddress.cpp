@@ -191,6 +191,14 @@ KxListedEmailAddress::KxListedEmailAddress(KxStringtable* table, const KxIndexed
       _weight(weightOf(specificityOf(textOf(getFullAddress())))),
       _state(0) {}
 
+KxListedEmailAddress::KxListedEmailAddress(KxStringtable& table, const KxIndexedString& fullAddress,
+                                           const KxIndexedString& name)
+    : KxLockableClass(true),
+      KxIndexedStringNamedClass(table, name),
+      _fullAddress(&fullAddress),
+      _weight(weightOf(specificityOf(textOf(fullAddress)))),
+      _state(0) {}
+
 KxListedEmailAddress::~KxListedEmailAddress() {
   if (isGone(_stringtable)) {
     return;

@@ -8,6 +8,7 @@
 #include "LibraryLifetime.h"
 #include "Memory.h"
 #include "PolicyLog.h"
+#include "Prefetch.h"
 
 using namespace zaro_addressmatch;
 
@@ -120,7 +121,7 @@ void KxLockOnInitQueue::pop() {
 void KxLockOnInitQueue::_prefetch() const {
   constexpr std::size_t kAhead = 12;
   if (c.size() > kAhead) {
-    __builtin_prefetch(c[kAhead]);
+    prefetchLine(c[kAhead]);
   }
 }
 
@@ -156,7 +157,7 @@ KxStringtable::KxStringtable() : KxLockableClass(true), _hasForeignHolders(false
 KxStringtable::~KxStringtable() {
   try {
     if (_entries != nullptr) {
-      _entries->forEach([this](KxIndexedString& entry) { _release(&entry); });
+      _entries->forEachOfTable([this](KxIndexedString& entry) { _release(&entry); });
     }
   } catch (...) {
     PolicyLog::log(LogLevel::Error, "~KxStringtable: ERROR: Exception caught in destructor!");
@@ -253,57 +254,69 @@ const KxIndexedString* KxStringtable::_addToStringtable(const KxIndexedString* w
     return nullptr;
   }
 
-  std::pair<KxIndexedString*, bool> entry(nullptr, false);
-  if (!withinMemory([&] {
-        if (_entries == nullptr) {
-          _entries = std::make_unique<InternedTexts>();
-        }
-        entry = _entries->findOrAdd(*wanted);
-      })) {
+  Interned interned = {nullptr, false};
+  if (!withinMemory([&] { interned = intern(ownEntries().keyOf(wanted->getString()), *wanted); })) {
     logNoMemoryFor(*wanted);
-    return nullptr;
   }
-  return entry.second ? _ownText(*entry.first, wanted) : _existingEntry(*entry.first, wanted);
+  return interned.entry;
+}
+
+InternedTexts& KxStringtable::ownEntries() {
+  if (_entries == nullptr) {
+    _entries = std::make_unique<InternedTexts>();
+  }
+  return *_entries;
+}
+
+KxStringtable::Interned KxStringtable::intern(const TextKey& key, const KxIndexedString& wanted) {
+  InternedTexts::Found found = {nullptr, false, false};
+  if (!withinMemory([&] { found = _entries->findOrAdd(key); })) {
+    logNoMemoryFor(wanted);
+    return {nullptr, false};
+  }
+  if (!found.isNew) {
+    return {_existingEntry(*found.entry, wanted), false};
+  }
+  return {found.lacksText ? _ownText(*found.entry, wanted, key.size + 1) : found.entry, true};
 }
 
 // The checks for an entry that is the argument itself are a net under the container: it copies what it takes in.
-const KxIndexedString* KxStringtable::_existingEntry(const KxIndexedString& entry, const KxIndexedString* wanted) const {
-  if (&entry == wanted && entry.getIndex() >= KxIndexedString::Wrapper) {
+const KxIndexedString* KxStringtable::_existingEntry(const KxIndexedString& entry, const KxIndexedString& wanted) const {
+  if (&entry == &wanted && entry.getIndex() >= KxIndexedString::Wrapper) {
     PolicyLog::log(
         LogLevel::Error,
         "KxStringtable::_addToStringtable: looking up the entry in the stringtable returned the original entry. However, the entry is not in the stringtable : %s, %lu. Insertion failed.",
-        wanted->getString(), shownIndex(*wanted));
+        wanted.getString(), shownIndex(wanted));
   }
   return &entry;
 }
 
-const KxIndexedString* KxStringtable::_ownText(KxIndexedString& entry, const KxIndexedString* wanted) {
+const KxIndexedString* KxStringtable::_ownText(KxIndexedString& entry, const KxIndexedString& wanted, std::size_t size) {
   // Whatever becomes of the text, nobody but the table may release the entry.
-  const unsigned long index = shownIndex(*wanted);
+  const unsigned long index = shownIndex(wanted);
   entry._index = KxIndexedString::TableEntry;
 
-  const std::size_t size = std::strlen(wanted->getString()) + 1;
   char* copy = newSpace(size);
   if (copy == nullptr) {
     _entries->setBorrowed(&entry);
-    logNoMemoryFor(*wanted);
+    logNoMemoryFor(wanted);
     return nullptr;
   }
-  if (!copyText(copy, wanted->getString(), size)) {
+  if (!copyText(copy, wanted.getString(), size)) {
     PolicyLog::log(
         LogLevel::Error,
         "KxStringtable::_addToStringtable: could not make a copy the data into allocated space: %s, %lu. Insertion failed.",
-        wanted->getString(), index);
+        wanted.getString(), index);
     _entries->setBorrowed(&entry);
     delete[] copy;
     return nullptr;
   }
   entry._string = copy;
-  if (&entry == wanted) {
+  if (&entry == &wanted) {
     PolicyLog::log(
         LogLevel::Error,
         "KxStringtable::_addToStringtable: inserting into stringtable's underlying container resulted in an entry that was not distinct from the original pointer. Insertion of %s, %lu failed.",
-        wanted->getString(), index);
+        wanted.getString(), index);
     return nullptr;
   }
   return &entry;
@@ -337,14 +350,8 @@ const KxIndexedString* KxStringtable::_findInStringtable(const KxIndexedString* 
   return entry;
 }
 
-void KxStringtable::_prefetch(const char* text) const {
-  if (_entries != nullptr) {
-    _entries->prefetch(text);
-  }
-}
-
 KxIndexedString* KxStringtable::_find(const char* text) const {
-  return _entries != nullptr ? _entries->find(text) : nullptr;
+  return _entries != nullptr ? _entries->find(_entries->keyOf(text)) : nullptr;
 }
 
 const KxIndexedString* KxStringtable::_findInStringtable(const char* text) const {

@@ -11,6 +11,7 @@
 #include "LibraryLifetime.h"
 #include "Memory.h"
 #include "PolicyLog.h"
+#include "Prefetch.h"
 #include "TreeState.h"
 
 using namespace zaro_addressmatch;
@@ -67,7 +68,7 @@ class GroupDecision {
       throw std::bad_alloc();
     }
     for (const KxListedEmailAddress* leaf : m_leaves) {
-      __builtin_prefetch(leaf);
+      prefetchLine(leaf);
     }
     std::size_t kept = 0;
     for (std::size_t i = 0; i != m_ends.size(); ++i) {

@@ -9,11 +9,13 @@
 
 #include "AddressText.h"
 #include "GrowingLevel.h"
+#include "InternedTexts.h"
 #include "LibraryLifetime.h"
-#include "LoweredWords.h"
+#include "LoweredText.h"
 #include "Memory.h"
 #include "ParsedAddress.h"
 #include "PolicyLog.h"
+#include "Prefetch.h"
 #include "TreeState.h"
 
 using namespace zaro_addressmatch;
@@ -34,28 +36,6 @@ void logNoMemory(const char* address) {
   PolicyLog::log(LogLevel::Error, "KxWildcardNode::findMatches: out of memory; no match is reported for %s",
                  address != nullptr ? address : "");
 }
-
-// A copy of a text in lower case, beside the stack if it is long. Throws std::bad_alloc.
-class LoweredText {
- public:
-  explicit LoweredText(const char* text) : m_words(m_room) {
-    const std::size_t size = std::strlen(text);
-    if (size > kShort) {
-      m_long.reset(new std::uint64_t[wordsFor(size)]);
-      m_words = m_long.get();
-    }
-    lower(text, size, m_words);
-  }
-
-  char* get() { return reinterpret_cast<char*>(m_words); }
-
- private:
-  static constexpr std::size_t kShort = 96;
-
-  std::uint64_t m_room[wordsFor(kShort)];
-  std::unique_ptr<std::uint64_t[]> m_long;
-  std::uint64_t* m_words;
-};
 
 // As many as a level can count.
 constexpr unsigned int kMostElements = 0x7FFFFFFFu;
@@ -169,10 +149,17 @@ bool insertSorted(std::vector<Named*>& sorted, Named* item) {
 
 // A domain, but for a "*" at its beginning. No key for one that is too long, or has more wildcards.
 struct zaro_addressmatch::ConcreteDomain {
-  explicit ConcreteDomain(const char* text)
-      : isBelow(text[0] == '*' && text[1] == '.'),
-        key(std::strchr(isBelow ? text + 2 : text, '*') == nullptr ? (isBelow ? text + 2 : text) : "") {}
+  // Of a pattern, from a byte on.
+  ConcreteDomain(const LoweredText& pattern, std::size_t begin)
+      : text(pattern.get() + begin), isBelow(text[0] == '*' && text[1] == '.') {
+    begin += isBelow ? 2 : 0;
+    const std::size_t size = pattern.size() - begin;
+    if (std::memchr(pattern.get() + begin, '*', size) == nullptr) {
+      key = KnownDomains::Key(pattern.words(), begin, size);
+    }
+  }
 
+  const char* text;
   bool isBelow;
   KnownDomains::Key key;
 };
@@ -224,10 +211,15 @@ KxWildcardNode::KxWildcardNode(KxStringtable* table, const KxIndexedString* labe
       _childrenSorted(0),
       _childrenIndexed(0),
       _leavesSorted(0),
-      _leavesIndexed(0),
-      _wildcardChild(nullptr),
-      _wildcardLeaf(nullptr),
-      _tree(nullptr) {}
+      _leavesIndexed(0) {}
+
+KxWildcardNode::KxWildcardNode(KxStringtable& table, const KxIndexedString& label)
+    : KxLockableClass(true),
+      KxIndexedStringNamedClass(table, label),
+      _childrenSorted(0),
+      _childrenIndexed(0),
+      _leavesSorted(0),
+      _leavesIndexed(0) {}
 
 KxWildcardNode::~KxWildcardNode() {
   destroyChildren();
@@ -275,12 +267,11 @@ bool KxWildcardNode::addAddressPattern(const char* address, KxEmailBelongsTo kin
   bool added = false;
   withinMemory([&] {
     LoweredText text(address);
-    const KxIndexedString fullAddress(text.get());
     if (isFilling() && _tree->root == this) {
-      LoweredText pieces(isWildcard(address) ? kEveryAddress : address);
-      added = addWhileFilling(fullAddress, pieces.get(), kind, annotation, owner);
+      added = addWhileFilling(text, kind, annotation, owner);
       return;
     }
+    const KxIndexedString fullAddress(text.get());
     ParsedAddress parsed(_stringtable, text.get());
     added = parsed.isComplete() &&
             addAddressPattern(&fullAddress, &parsed.localPart(), parsed.labels(), kind, annotation, owner);
@@ -288,49 +279,71 @@ bool KxWildcardNode::addAddressPattern(const char* address, KxEmailBelongsTo kin
   return added;
 }
 
-// As for a split pattern, but for the stack: the pattern is cut in place.
-bool KxWildcardNode::addWhileFilling(const KxIndexedString& fullAddress, char* pattern, KxEmailBelongsTo kind,
-                                     const char* annotation, std::string* owner) {
-  char* const at = std::strchr(pattern, '@');
-  KxWildcardNode* node = nullptr;
-  if (at != nullptr) {
-    *at = '\0';
-    const ConcreteDomain domain(at + 1);
-    _tree->domains.prefetch(domain.key);
-    if (_stringtable != nullptr) {
-      _stringtable->_prefetch(fullAddress.getString());
-      _stringtable->_prefetch(pattern);
-    }
-    node = levelOf(domain, at + 1);
-  } else {
+// As for a split pattern, but for the stack.
+bool KxWildcardNode::addWhileFilling(LoweredText& text, KxEmailBelongsTo kind, const char* annotation,
+                                     std::string* owner) {
+  const KxIndexedString fullAddress(text.get());
+  auto* const at = static_cast<char*>(std::memchr(text.get(), '@', text.size()));
+  if (at == nullptr && !isWildcard(text.get())) {
     // A bare text is its own top-level label, above an empty one.
-    node = childFor(KxIndexedString(pattern));
+    KxWildcardNode* node = childFor(fullAddress);
     node = node != nullptr ? node->childFor(KxIndexedString("")) : nullptr;
+    return node != nullptr && node->_addOrModifyLeaf(&fullAddress, &fullAddress, kind, annotation, owner);
   }
-  const KxIndexedString name(pattern);
-  return node != nullptr && node->_addOrModifyLeaf(&name, &fullAddress, kind, annotation, owner);
+  const std::size_t nameSize = at != nullptr ? static_cast<std::size_t>(at - text.get()) : 1;
+  const ConcreteDomain domain(text, at != nullptr ? nameSize + 1 : 0);
+  _tree->domains.prefetch(domain.key);
+  if (_stringtable == nullptr || (nameSize == 1 && text.get()[0] == '*')) {
+    const std::string name(text.get(), nameSize);
+    const KxIndexedString nameHandle(name.c_str());
+    KxWildcardNode* node = levelOf(domain);
+    return node != nullptr && node->_addOrModifyLeaf(&nameHandle, &fullAddress, kind, annotation, owner);
+  }
+  const InternedTexts& entries = _stringtable->ownEntries();
+  const TextKey nameKey = entries.keyOf(text.get(), nameSize, text.words());
+  const TextKey fullKey = entries.keyOf(text.get(), text.size(), text.words());
+  entries.prefetch(nameKey);
+  entries.prefetch(fullKey);
+  KxWildcardNode* node = levelOf(domain);
+  if (node == nullptr) {
+    return false;
+  }
+  *at = '\0';
+  const KxStringtable::Interned name = intern(nameKey);
+  *at = '@';
+  KxListedEmailAddress* leaf = name.entry != nullptr ? leafOf(*node, name, fullKey) : nullptr;
+  return leaf != nullptr && (annotation == nullptr || leaf->setAnnotation(annotation)) && leaf->addMembership(kind);
 }
 
 // The level of a domain, made if need be; null when it cannot be made. Throws std::bad_alloc.
-KxWildcardNode* KxWildcardNode::levelOf(const ConcreteDomain& domain, char* text) {
+KxWildcardNode* KxWildcardNode::levelOf(const ConcreteDomain& domain) {
   if (!domain.key.isThere()) {
-    return levelBelow(text);
+    return levelBelow(domain.text);
   }
   KxWildcardNode* node = _tree->domains.find(domain.key);
   if (node == nullptr) {
-    node = levelBelow(domain.isBelow ? text + 2 : text);
+    node = levelBelow(domain.isBelow ? domain.text + 2 : domain.text);
     if (node == nullptr) {
       return nullptr;
     }
     _tree->domains.add(domain.key, node);
   }
-  return domain.isBelow ? node->childFor(KxStringtable::_theWildcardIndexedString) : node;
+  if (domain.isBelow) {
+    return node->childFor(KxStringtable::_theWildcardIndexedString);
+  }
+  // It is looked at later.
+  prefetchLine(node);
+  prefetchLine(&node->_leaves);
+  prefetchLine(&node->_tree);
+  return node;
 }
 
 // The same, by a walk.
-KxWildcardNode* KxWildcardNode::levelBelow(char* domain) {
+KxWildcardNode* KxWildcardNode::levelBelow(const char* text) {
+  LoweredText pieces(text);
+  char* const domain = pieces.get();
   KxWildcardNode* node = this;
-  for (char* end = domain + std::strlen(domain); node != nullptr;) {
+  for (char* end = domain + pieces.size(); node != nullptr;) {
     const char* label = cutLastLabel(domain, end);
     node = node->childFor(KxIndexedString(label));
     if (label == domain || isWildcard(label)) {
@@ -379,14 +392,35 @@ KxWildcardNode* KxWildcardNode::childFor(const KxIndexedString& label) {
     }
     return _wildcardChild;
   }
-  if (KxWildcardNode* child = storedChild(label)) {
-    return child;
+  std::unique_ptr<KxWildcardNode> child;
+  if (_stringtable != nullptr && isFilling() && label.getString() != nullptr) {
+    const KxStringtable::Interned name = intern(_stringtable->ownEntries().keyOf(label.getString()));
+    if (name.entry == nullptr) {
+      return nullptr;
+    }
+    if (KxWildcardNode* stored = name.isNew ? nullptr : growingChildren().find(*name.entry, false)) {
+      return stored;
+    }
+    child.reset(new (std::nothrow) KxWildcardNode(*_stringtable, *name.entry));
+  } else {
+    if (KxWildcardNode* stored = storedChild(label)) {
+      return stored;
+    }
+    child.reset(new (std::nothrow) KxWildcardNode(_stringtable, &label));
+    if (child != nullptr && child->getName() != label) {
+      return nullptr;
+    }
   }
-  std::unique_ptr<KxWildcardNode> child(new (std::nothrow) KxWildcardNode(_stringtable, &label));
-  if (child == nullptr || child->getName() != label || !takeChild(child.get())) {
-    return nullptr;
+  return child != nullptr && takeChild(child.get()) ? child.release() : nullptr;
+}
+
+KxStringtable::Interned KxWildcardNode::intern(const TextKey& key) {
+  const KxIndexedString wanted(key.text);
+  const KxStringtable::Interned interned = _stringtable->intern(key, wanted);
+  if (interned.entry == nullptr) {
+    _stringtable->_dropBorrowed(wanted);
   }
-  return child.release();
+  return interned;
 }
 
 void KxWildcardNode::sortIn() {
@@ -415,8 +449,7 @@ KxWildcardNode* KxWildcardNode::storedChild(const KxIndexedString& label) {
   if (!isFilling() || label.getString() == nullptr) {
     return _findMatchingChild(label);
   }
-  const KxIndexedString* name = _stringtable != nullptr ? _stringtable->_findInStringtable(&label) : &label;
-  return name != nullptr ? growingChildren().find(*name, _stringtable == nullptr) : nullptr;
+  return growingChildren().find(label, true);
 }
 
 KxListedEmailAddress* KxWildcardNode::storedLeaf(const KxIndexedString& name) {
@@ -507,6 +540,23 @@ KxListedEmailAddress* KxWildcardNode::leafFor(const KxIndexedString& name, const
     return nullptr;
   }
   if (!isWhole(*leaf, name, fullAddress) || !takeLeaf(leaf)) {
+    destroyLeaf(leaf);
+    return nullptr;
+  }
+  return leaf;
+}
+
+KxListedEmailAddress* KxWildcardNode::leafOf(KxWildcardNode& level, const KxStringtable::Interned& name,
+                                             const TextKey& fullAddress) {
+  if (KxListedEmailAddress* stored = name.isNew ? nullptr : level.growingLeaves().find(*name.entry, false)) {
+    return stored;
+  }
+  const KxStringtable::Interned ownFull = intern(fullAddress);
+  if (ownFull.entry == nullptr) {
+    return nullptr;
+  }
+  auto* leaf = new (std::nothrow) KxListedEmailAddress(*_stringtable, *ownFull.entry, *name.entry);
+  if (leaf != nullptr && !level.takeLeaf(leaf)) {
     destroyLeaf(leaf);
     return nullptr;
   }

@@ -5,6 +5,8 @@
 #include <limits>
 #include <numeric>
 
+#include "Prefetch.h"
+
 namespace zaro_addressmatch {
 
 namespace {
@@ -39,7 +41,7 @@ bool PerfectPlaces::assign(const std::vector<std::uint64_t>& hashes) {
   constexpr std::size_t kAhead = 8;
   for (std::size_t i = 0; i != groups.size(); ++i) {
     if (i + kAhead < groups.size()) {
-      __builtin_prefetch(groups[i + kAhead].first);
+      prefetchLine(groups[i + kAhead].first);
     }
     if (!placeGroup(groups[i], taken)) {
       return false;

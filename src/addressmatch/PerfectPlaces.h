@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "Prefetch.h"
 #include "TextHash.h"
 
 namespace zaro_addressmatch {
@@ -33,7 +34,7 @@ class PerfectPlaces {
   }
 
   // Has the processor fetch what tells the place.
-  void prefetch(std::uint64_t hash) const { __builtin_prefetch(m_pilots.data() + placeOf(hash, m_groups)); }
+  void prefetch(std::uint64_t hash) const { prefetchLine(m_pilots.data() + placeOf(hash, m_groups)); }
 
   // The most numbers that were tried for a group.
   std::size_t mostTries() const { return m_mostTries; }

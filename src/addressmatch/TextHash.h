@@ -2,6 +2,7 @@
 // make texts that collide.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -64,6 +65,13 @@ inline std::uint64_t hashText(const HashSeed& seed, const char* text, std::size_
       std::memcpy(&word, text + offset, size - offset);
     }
     return word;
+  });
+}
+
+// Hash of the first `size` bytes of a text in words.
+inline std::uint64_t hashOfWords(const HashSeed& seed, const std::uint64_t* words, std::size_t size) {
+  return hashWords(seed, size, [words, size](std::size_t offset) {
+    return bytesWithin(words[offset / 8], offset < size ? std::min<std::size_t>(size - offset, 8) : 0, 0);
   });
 }
 

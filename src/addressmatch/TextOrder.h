@@ -8,6 +8,8 @@
 #include <cstring>
 #include <utility>
 
+#include "Prefetch.h"
+
 namespace zaro_addressmatch {
 
 // The next eight bytes of a text as a number that orders as they do; zeros from its end on.
@@ -90,7 +92,7 @@ void sortByText(Item* first, Item* last, std::size_t depth = 0) {
       ++end;
     }
     if (last - end > kAhead) {
-      __builtin_prefetch(end[kAhead].text + depth);
+      prefetchLine(end[kAhead].text + depth);
     }
     const bool ended = (begin->key & 0xFF) == 0;
     if (end - begin > 1 && !ended) {

@@ -1,0 +1,85 @@
+// Where a big table keeps its entries: each with its text behind it, in the order in which they came, so that what was
+// filled together lies together.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <vector>
+
+#include "KxStringtable.h"
+
+namespace zaro_addressmatch {
+
+// The entries and texts stay where they are until the blocks go.
+class TextBlocks {
+ public:
+  // Below kPositions.
+  using Position = std::uint32_t;
+  static constexpr Position kPositions = 0x80000000u;
+
+  // Makes an entry of the first `size` characters of a text. Throws std::bad_alloc, everything then as it was.
+  Position add(const char* text, std::size_t size) {
+    const std::size_t units = unitsFor(size);
+    const std::size_t block = blockFor(units);
+    std::uint64_t* first = m_blocks[block].units.get() + m_blocks[block].used;
+    first[units - 1] = 0;  // zeros behind the text, up to the next entry
+    char* copy = reinterpret_cast<char*>(first) + sizeof(KxIndexedString);
+    std::memcpy(copy, text, size);
+    (new (first) KxIndexedString(copy))->_setIndex(KxIndexedString::TableEntry);
+    const auto position = static_cast<Position>(block * kBlockUnits + m_blocks[block].used);
+    m_blocks[block].used += units;
+    return position;
+  }
+  KxIndexedString& at(Position position) const {
+    return *reinterpret_cast<KxIndexedString*>(m_blocks[position / kBlockUnits].units.get() + position % kBlockUnits);
+  }
+  template <typename Visit>
+  void forEach(Visit visit) const {
+    for (const Block& block : m_blocks) {
+      for (std::size_t unit = 0; unit != block.used;) {
+        std::uint64_t* first = block.units.get() + unit;
+        unit += unitsFor(std::strlen(reinterpret_cast<const char*>(first) + sizeof(KxIndexedString)));
+        visit(*reinterpret_cast<KxIndexedString*>(first));
+      }
+    }
+  }
+
+ private:
+  static constexpr std::size_t kBlockUnits = 8192;
+  // Texts that would leave much of a block empty have one of their own.
+  static constexpr std::size_t kMostUnits = kBlockUnits / 16;
+
+  static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
+
+  struct Block {
+    std::unique_ptr<std::uint64_t[]> units;
+    std::size_t used;
+  };
+
+  static constexpr std::size_t unitsFor(std::size_t size) {
+    return (sizeof(KxIndexedString) + size + 1 + sizeof(std::uint64_t) - 1) / sizeof(std::uint64_t);
+  }
+  // The block that has room for so many units.
+  std::size_t blockFor(std::size_t units) {
+    const bool shared = units <= kMostUnits;
+    if (shared && m_open != kNone && m_blocks[m_open].used + units <= kBlockUnits) {
+      return m_open;
+    }
+    if (m_blocks.size() == kPositions / kBlockUnits) {
+      throw std::bad_alloc();
+    }
+    m_blocks.push_back({std::unique_ptr<std::uint64_t[]>(new std::uint64_t[shared ? kBlockUnits : units]), 0});
+    if (shared) {
+      m_open = m_blocks.size() - 1;
+    }
+    return m_blocks.size() - 1;
+  }
+
+  std::vector<Block> m_blocks;
+  std::size_t m_open = kNone;  // the last one that is shared
+};
+
+}  // namespace zaro_addressmatch
