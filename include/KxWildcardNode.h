@@ -35,11 +35,12 @@
 namespace zaro_addressmatch {
 class FrozenIndex;
 class FrozenIndexBuilder;
-struct ConcreteDomain;
 template <typename Named>
 class GrowingLevel;
+class DomainKey;
+struct FillingPattern;
 struct LevelFilling;
-class LoweredText;
+struct PatternDomain;
 struct TextKey;
 struct TreeState;
 }  // namespace zaro_addressmatch
@@ -82,6 +83,12 @@ class ZARO_POLICY_EXPORT KxWildcardNode : public KxLockableClass, public KxIndex
   // the queue of the next freeze, and is found unless a frozen level rejects its key as unknown to the table.
   bool addAddressPattern(const char* address, KxEmailBelongsTo kind, const char* annotation, std::string* owner);
 
+  // Filling: as the above for each of many patterns in turn, which is faster.
+  //   added   null, or an array that takes each pattern's result
+  // Returns how many were added.
+  std::size_t addAddressPatterns(const char* const* addresses, std::size_t count, KxEmailBelongsTo kind,
+                                 const char* annotation = nullptr, std::string* owner = nullptr, bool* added = nullptr);
+
   // Any phase: appends every stored pattern that contains the address.
   //   address   any letter case; null matches nothing
   //   out       not cleared; the most specific domain first, a concrete local part before "*". Should memory run out,
@@ -109,11 +116,10 @@ class ZARO_POLICY_EXPORT KxWildcardNode : public KxLockableClass, public KxIndex
   static const KxIndexedString* getEmailAddressName(LabelStack& labels);
 
  private:
-  // `label` is an entry of the table.
-  KxWildcardNode(KxStringtable& table, const KxIndexedString& label);
-
   // The child for a label, made if need be; null when it cannot be made.
   KxWildcardNode* childFor(const KxIndexedString& label);
+  // The same for a label that no child has.
+  KxWildcardNode* newChild(const KxIndexedString& label);
   // The leaf for a local part, made if need be; null when it cannot be made.
   KxListedEmailAddress* leafFor(const KxIndexedString& name, const KxIndexedString& fullAddress);
   // The same at a level below, while filling over a table.
@@ -138,12 +144,19 @@ class ZARO_POLICY_EXPORT KxWildcardNode : public KxLockableClass, public KxIndex
   void sortIn();
   // Whether what comes can wait to be sorted in.
   bool isFilling() const;
-  bool addWhileFilling(zaro_addressmatch::LoweredText& text, KxEmailBelongsTo kind, const char* annotation,
-                       std::string* owner);
+  // Null without a table. Throws std::bad_alloc.
+  const zaro_addressmatch::InternedTexts* ownEntries();
+  // Has the processor fetch what a pattern's pieces are looked for in.
+  void prefetch(const zaro_addressmatch::FillingPattern& pattern) const;
+  void prefetchLevel(const zaro_addressmatch::PatternDomain& domain) const;
+  // For the root while filling. Throws std::bad_alloc.
+  bool add(zaro_addressmatch::FillingPattern& pattern, KxEmailBelongsTo kind, const char* annotation,
+           std::string* owner);
   // The table's entry of a text, null when memory runs out, and whether it was made. Filling over a table.
   KxStringtable::Interned intern(const zaro_addressmatch::TextKey& key);
-  KxWildcardNode* levelOf(const zaro_addressmatch::ConcreteDomain& domain);
-  KxWildcardNode* levelBelow(const char* domain);
+  KxWildcardNode* levelOf(const zaro_addressmatch::PatternDomain& domain);
+  KxWildcardNode* levelBelow(const zaro_addressmatch::PatternDomain& domain);
+  KxWildcardNode* childOf(const zaro_addressmatch::DomainKey& domain, const char* label);
   KxWildcardNode* storedChild(const KxIndexedString& label);
   KxListedEmailAddress* storedLeaf(const KxIndexedString& name);
   // Has the tree take in what it made itself.

@@ -11,6 +11,7 @@
 
 #include "KxListedEmailAddress.h"
 #include "KxStringtable.h"
+#include "Memory.h"
 #include "Prefetch.h"
 #include "TextHash.h"
 #include "TextOrder.h"
@@ -96,21 +97,14 @@ class GrowingLevel {
   }
 
   // Throws std::bad_alloc, everything then as it was.
-  void append(Named* element, bool byText) {
+  void append(Named* element) {
     constexpr std::size_t kFirst = 24 / sizeof(Named*);  // what the smallest piece of memory has room for
     if (m_elements.capacity() == 0) {
       m_elements.reserve(kFirst);
     }
     m_elements.push_back(element);
-    if (m_index == nullptr) {
-      return;
-    }
     try {
-      if (*m_index == nullptr) {
-        auto index = std::make_unique<NameIndex<Named>>(byText);
-        std::for_each(m_elements.begin(), m_elements.end(), [&index](Named* one) { index->add(one); });
-        *m_index = std::move(index);
-      } else {
+      if (m_index != nullptr && *m_index != nullptr) {
         (*m_index)->add(element);
       }
     } catch (...) {
@@ -119,8 +113,16 @@ class GrowingLevel {
     }
   }
 
-  // `name` is an entry of the table that the level is over, if it is over one.
+  // `name` is an entry of the table that the level is over, if it is over one. Makes the index of many elements, if
+  // memory suffices.
   Named* find(const KxIndexedString& name, bool byText) const {
+    if (m_index != nullptr && *m_index == nullptr && m_elements.size() > kMany) {
+      withinMemory([&] {
+        auto index = std::make_unique<NameIndex<Named>>(byText);
+        std::for_each(m_elements.begin(), m_elements.end(), [&index](Named* one) { index->add(one); });
+        *m_index = std::move(index);
+      });
+    }
     if (m_index != nullptr && *m_index != nullptr) {
       return (*m_index)->find(name);
     }

@@ -1,5 +1,5 @@
-// The levels that a tree which is being filled was led to lately, by domain: the way down takes many cache misses, and
-// patterns of one domain come in any order.
+// The levels of a tree that is being filled, by domain: the way down takes many cache misses, and patterns of one domain
+// come in any order.
 #pragma once
 
 #include <array>
@@ -14,35 +14,35 @@
 
 namespace zaro_addressmatch {
 
-class KnownDomains {
+// What a domain is kept by; none for one that is too long to be kept.
+class DomainKey {
  public:
-  // What a domain is kept by; none for one that is too long to be kept.
-  class Key {
-   public:
-    Key() : m_words() {}
-    // Of a domain that begins at a byte of a text in words and ends with it.
-    Key(const std::uint64_t* words, std::size_t begin, std::size_t size) : Key() {
-      if (size <= sizeof m_words) {
-        for (std::size_t word = 0; word != m_words.size(); ++word) {
-          m_words[word] = wordAt(words, begin + 8 * word);
-        }
+  DomainKey() : m_words() {}
+  // Of a domain that begins at a byte of a text in words and ends with it.
+  DomainKey(const std::uint64_t* words, std::size_t begin, std::size_t size) : DomainKey() {
+    if (size <= sizeof m_words) {
+      for (std::size_t word = 0; word != m_words.size(); ++word) {
+        m_words[word] = wordAt(words, begin + 8 * word);
       }
     }
-    bool isThere() const { return m_words[0] != 0; }
+  }
+  bool isThere() const { return m_words[0] != 0; }
 
-   private:
-    friend class KnownDomains;
-    std::array<std::uint64_t, 3> m_words;  // zeros behind the text
-  };
+ private:
+  friend class KnownDomains;
+  std::array<std::uint64_t, 3> m_words;  // zeros behind the text
+};
 
+class KnownDomains {
+ public:
   // Has the processor fetch what `find` begins with.
-  void prefetch(const Key& key) const {
+  void prefetch(const DomainKey& key) const {
     if (!m_slots.empty()) {
       prefetchLine(&m_slots[homeOf(key)]);
     }
   }
   // The level of a domain, or null.
-  KxWildcardNode* find(const Key& key) const {
+  KxWildcardNode* find(const DomainKey& key) const {
     if (m_slots.empty()) {
       return nullptr;
     }
@@ -52,8 +52,12 @@ class KnownDomains {
     }
     return m_slots[place].node;
   }
-  // Throws std::bad_alloc, everything then as it was.
-  void add(const Key& key, KxWildcardNode* node) {
+  // Whether every level whose domain has a key is here.
+  bool hasAll() const { return m_hasAll; }
+  void setIncomplete() { m_hasAll = false; }
+
+  // To be called before a level is added. Throws std::bad_alloc, everything then as it was.
+  void makeRoom() {
     constexpr std::size_t kFirstSlots = 64;
     if (3 * (m_count + 1) > 2 * m_slots.size()) {
       std::vector<Slot> slots(m_slots.empty() ? kFirstSlots : 2 * m_slots.size());
@@ -64,6 +68,8 @@ class KnownDomains {
         }
       }
     }
+  }
+  void add(const DomainKey& key, KxWildcardNode* node) {
     take({node, key});
     ++m_count;
   }
@@ -71,12 +77,12 @@ class KnownDomains {
  private:
   struct Slot {
     Slot() : node(nullptr) {}
-    Slot(KxWildcardNode* ofNode, const Key& ofKey) : node(ofNode), key(ofKey) {}
+    Slot(KxWildcardNode* ofNode, const DomainKey& ofKey) : node(ofNode), key(ofKey) {}
     KxWildcardNode* node;  // null: free
-    Key key;
+    DomainKey key;
   };
 
-  std::size_t homeOf(const Key& key) const {
+  std::size_t homeOf(const DomainKey& key) const {
     const HashSeed& seed = m_seed;
     const std::uint64_t state = mixed(key.m_words[0] ^ seed.words[0], key.m_words[1] ^ seed.words[1]);
     return placeOf(mixed(state, key.m_words[2] ^ seed.words[2]), m_slots.size());
@@ -91,6 +97,7 @@ class KnownDomains {
   }
 
   HashSeed m_seed = processHashSeed();
+  bool m_hasAll = true;
   std::size_t m_count = 0;
   std::vector<Slot> m_slots;
 };

@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <memory>
 #include <new>
+#include <optional>
 #include <string>
 #include <typeinfo>
 #include <utility>
 
 #include "AddressText.h"
+#include "FillingPattern.h"
 #include "GrowingLevel.h"
 #include "InternedTexts.h"
 #include "LibraryLifetime.h"
@@ -147,32 +149,28 @@ bool insertSorted(std::vector<Named*>& sorted, Named* item) {
 
 }  // namespace
 
-// A domain, but for a "*" at its beginning. No key for one that is too long, or has more wildcards.
-struct zaro_addressmatch::ConcreteDomain {
-  // Of a pattern, from a byte on.
-  ConcreteDomain(const LoweredText& pattern, std::size_t begin)
-      : text(pattern.get() + begin), isBelow(text[0] == '*' && text[1] == '.') {
-    begin += isBelow ? 2 : 0;
-    const std::size_t size = pattern.size() - begin;
-    if (std::memchr(pattern.get() + begin, '*', size) == nullptr) {
-      key = KnownDomains::Key(pattern.words(), begin, size);
-    }
-  }
-
-  const char* text;
-  bool isBelow;
-  KnownDomains::Key key;
-};
-
 struct zaro_addressmatch::LevelFilling {
   std::unique_ptr<NameIndex<KxWildcardNode>> children;
   std::unique_ptr<NameIndex<KxListedEmailAddress>> leaves;
 
-  // Has a level take an element into its children or leaves, which `growing` tells.
+  // The element of a name among a level's children or leaves, which `growing` tells; over a table the name is an entry.
+  template <typename Named>
+  static Named* find(KxWildcardNode& level, const std::vector<Named*>& elements,
+                     GrowingLevel<Named> (KxWildcardNode::*growing)(), const KxIndexedString& name);
+  // Has a level take an element into them.
   template <typename Named>
   static bool take(KxWildcardNode& level, std::vector<Named*>& elements,
                    GrowingLevel<Named> (KxWildcardNode::*growing)(), Named* element);
 };
+
+template <typename Named>
+Named* LevelFilling::find(KxWildcardNode& level, const std::vector<Named*>& elements,
+                          GrowingLevel<Named> (KxWildcardNode::*growing)(), const KxIndexedString& name) {
+  if (level._filling == nullptr && elements.size() > GrowingLevel<Named>::kMany) {
+    level._filling.reset(new (std::nothrow) LevelFilling);
+  }
+  return (level.*growing)().find(name, level._stringtable == nullptr);
+}
 
 template <typename Named>
 bool LevelFilling::take(KxWildcardNode& level, std::vector<Named*>& elements,
@@ -180,17 +178,13 @@ bool LevelFilling::take(KxWildcardNode& level, std::vector<Named*>& elements,
   if (element == nullptr) {
     return false;
   }
-  const bool byText = level._stringtable == nullptr;
   TreeState* const tree = level._tree;
   if (tree != nullptr) {
     tree->takesIn(element);
     tree->needsWalk = tree->needsWalk || (!tree->isFrozen && !GrowingLevel<Named>::canTake(*element, level._stringtable));
   }
   const bool waits = level.isFilling() && elements.size() < kMostElements && withinMemory([&] {
-                       if (level._filling == nullptr && elements.size() == GrowingLevel<Named>::kMany) {
-                         level._filling = std::make_unique<LevelFilling>();
-                       }
-                       (level.*growing)().append(element, byText);
+                       (level.*growing)().append(element);
                      });
   if (waits) {
     return true;
@@ -207,14 +201,6 @@ bool LevelFilling::take(KxWildcardNode& level, std::vector<Named*>& elements,
 
 KxWildcardNode::KxWildcardNode(KxStringtable* table, const KxIndexedString* label)
     : KxLockableClass(table != nullptr),
-      KxIndexedStringNamedClass(table, label),
-      _childrenSorted(0),
-      _childrenIndexed(0),
-      _leavesSorted(0),
-      _leavesIndexed(0) {}
-
-KxWildcardNode::KxWildcardNode(KxStringtable& table, const KxIndexedString& label)
-    : KxLockableClass(true),
       KxIndexedStringNamedClass(table, label),
       _childrenSorted(0),
       _childrenIndexed(0),
@@ -266,11 +252,13 @@ bool KxWildcardNode::addAddressPattern(const char* address, KxEmailBelongsTo kin
   }
   bool added = false;
   withinMemory([&] {
-    LoweredText text(address);
     if (isFilling() && _tree->root == this) {
-      added = addWhileFilling(text, kind, annotation, owner);
+      FillingPattern pattern(address, ownEntries());
+      prefetch(pattern);
+      added = add(pattern, kind, annotation, owner);
       return;
     }
+    LoweredText text(address);
     const KxIndexedString fullAddress(text.get());
     ParsedAddress parsed(_stringtable, text.get());
     added = parsed.isComplete() &&
@@ -279,57 +267,108 @@ bool KxWildcardNode::addAddressPattern(const char* address, KxEmailBelongsTo kin
   return added;
 }
 
+std::size_t KxWildcardNode::addAddressPatterns(const char* const* addresses, std::size_t count, KxEmailBelongsTo kind,
+                                               const char* annotation, std::string* owner, bool* added) {
+  // So many go side by side, so that the processor fetches what they need side by side.
+  constexpr std::size_t kTogether = 16;
+  std::size_t addedCount = 0;
+  for (std::size_t first = 0; first < count; first += kTogether) {
+    const std::size_t size = std::min(count - first, kTogether);
+    std::optional<FillingPattern> patterns[kTogether];
+    if (isFilling() && _tree->root == this && !isGone(_stringtable)) {
+      withinMemory([&] {
+        const InternedTexts* entries = ownEntries();
+        for (std::size_t i = 0; i != size; ++i) {
+          if (first + i + kTogether < count) {
+            prefetchLine(addresses[first + i + kTogether]);
+          }
+          if (addresses[first + i] != nullptr) {
+            prefetch(patterns[i].emplace(addresses[first + i], entries));
+          }
+        }
+      });
+      for (std::size_t i = 0; i != size; ++i) {
+        if (patterns[i].has_value()) {
+          prefetchLevel(patterns[i]->domain);
+        }
+      }
+    }
+    for (std::size_t i = 0; i != size; ++i) {
+      bool isAdded = false;
+      if (patterns[i].has_value() && isFilling()) {
+        withinMemory([&] { isAdded = add(*patterns[i], kind, annotation, owner); });
+      } else {
+        isAdded = addAddressPattern(addresses[first + i], kind, annotation, owner);
+      }
+      addedCount += isAdded ? 1 : 0;
+      if (added != nullptr) {
+        added[first + i] = isAdded;
+      }
+    }
+  }
+  return addedCount;
+}
+
+const InternedTexts* KxWildcardNode::ownEntries() {
+  return _stringtable != nullptr ? &_stringtable->ownEntries() : nullptr;
+}
+
+void KxWildcardNode::prefetch(const FillingPattern& pattern) const {
+  _tree->domains.prefetch(pattern.domain.key);
+  if (pattern.name.text != nullptr) {
+    _stringtable->_entries->prefetch(pattern.name);
+  }
+  if (pattern.fullAddress.text != nullptr) {
+    _stringtable->_entries->prefetch(pattern.fullAddress);
+  }
+}
+
+void KxWildcardNode::prefetchLevel(const PatternDomain& domain) const {
+  if (const KxWildcardNode* level = domain.key.isThere() ? _tree->domains.find(domain.key) : nullptr) {
+    prefetchLine(level);
+    prefetchLine(&level->_leaves);
+    prefetchLine(&level->_tree);
+  } else if (_stringtable != nullptr) {
+    // It has most probably one label that is new.
+    const InternedTexts& entries = *_stringtable->_entries;
+    entries.prefetch(entries.keyOf(domain.text(), std::strcspn(domain.text(), ".")));
+  }
+}
+
 // As for a split pattern, but for the stack.
-bool KxWildcardNode::addWhileFilling(LoweredText& text, KxEmailBelongsTo kind, const char* annotation,
-                                     std::string* owner) {
-  const KxIndexedString fullAddress(text.get());
-  auto* const at = static_cast<char*>(std::memchr(text.get(), '@', text.size()));
-  if (at == nullptr && !isWildcard(text.get())) {
+bool KxWildcardNode::add(FillingPattern& pattern, KxEmailBelongsTo kind, const char* annotation, std::string* owner) {
+  const KxIndexedString fullAddress(pattern.text.get());
+  if (pattern.isBare) {
     // A bare text is its own top-level label, above an empty one.
+    _tree->domains.setIncomplete();
     KxWildcardNode* node = childFor(fullAddress);
     node = node != nullptr ? node->childFor(KxIndexedString("")) : nullptr;
     return node != nullptr && node->_addOrModifyLeaf(&fullAddress, &fullAddress, kind, annotation, owner);
   }
-  const std::size_t nameSize = at != nullptr ? static_cast<std::size_t>(at - text.get()) : 1;
-  const ConcreteDomain domain(text, at != nullptr ? nameSize + 1 : 0);
-  _tree->domains.prefetch(domain.key);
-  if (_stringtable == nullptr || (nameSize == 1 && text.get()[0] == '*')) {
-    const std::string name(text.get(), nameSize);
-    const KxIndexedString nameHandle(name.c_str());
-    KxWildcardNode* node = levelOf(domain);
-    return node != nullptr && node->_addOrModifyLeaf(&nameHandle, &fullAddress, kind, annotation, owner);
-  }
-  const InternedTexts& entries = _stringtable->ownEntries();
-  const TextKey nameKey = entries.keyOf(text.get(), nameSize, text.words());
-  const TextKey fullKey = entries.keyOf(text.get(), text.size(), text.words());
-  entries.prefetch(nameKey);
-  entries.prefetch(fullKey);
-  KxWildcardNode* node = levelOf(domain);
+  KxWildcardNode* node = levelOf(pattern.domain);
   if (node == nullptr) {
     return false;
   }
-  *at = '\0';
-  const KxStringtable::Interned name = intern(nameKey);
-  *at = '@';
-  KxListedEmailAddress* leaf = name.entry != nullptr ? leafOf(*node, name, fullKey) : nullptr;
+  if (pattern.name.text == nullptr) {
+    const std::string name(pattern.text.get(), pattern.nameSize);
+    const KxIndexedString nameHandle(name.c_str());
+    return node->_addOrModifyLeaf(&nameHandle, &fullAddress, kind, annotation, owner);
+  }
+  *pattern.at = '\0';
+  const KxStringtable::Interned name = intern(pattern.name);
+  *pattern.at = '@';
+  KxListedEmailAddress* leaf = name.entry != nullptr ? leafOf(*node, name, pattern.fullAddress) : nullptr;
   return leaf != nullptr && (annotation == nullptr || leaf->setAnnotation(annotation)) && leaf->addMembership(kind);
 }
 
 // The level of a domain, made if need be; null when it cannot be made. Throws std::bad_alloc.
-KxWildcardNode* KxWildcardNode::levelOf(const ConcreteDomain& domain) {
-  if (!domain.key.isThere()) {
-    return levelBelow(domain.text);
-  }
-  KxWildcardNode* node = _tree->domains.find(domain.key);
+KxWildcardNode* KxWildcardNode::levelOf(const PatternDomain& domain) {
+  KxWildcardNode* node = domain.key.isThere() ? _tree->domains.find(domain.key) : nullptr;
   if (node == nullptr) {
-    node = levelBelow(domain.isBelow ? domain.text + 2 : domain.text);
-    if (node == nullptr) {
-      return nullptr;
-    }
-    _tree->domains.add(domain.key, node);
+    node = levelBelow(domain);
   }
-  if (domain.isBelow) {
-    return node->childFor(KxStringtable::_theWildcardIndexedString);
+  if (node == nullptr || domain.isBelow) {
+    return node != nullptr ? node->childFor(KxStringtable::_theWildcardIndexedString) : nullptr;
   }
   // It is looked at later.
   prefetchLine(node);
@@ -338,19 +377,38 @@ KxWildcardNode* KxWildcardNode::levelOf(const ConcreteDomain& domain) {
   return node;
 }
 
-// The same, by a walk.
-KxWildcardNode* KxWildcardNode::levelBelow(const char* text) {
-  LoweredText pieces(text);
-  char* const domain = pieces.get();
+// The same but for the wildcard that the key goes without, by a walk.
+KxWildcardNode* KxWildcardNode::levelBelow(const PatternDomain& domain) {
+  LoweredText pieces(domain.text());
   KxWildcardNode* node = this;
-  for (char* end = domain + pieces.size(); node != nullptr;) {
-    const char* label = cutLastLabel(domain, end);
-    node = node->childFor(KxIndexedString(label));
-    if (label == domain || isWildcard(label)) {
+  for (char* end = pieces.get() + pieces.size(); node != nullptr;) {
+    const char* label = cutLastLabel(pieces.get(), end);
+    if (isWildcard(label)) {
+      return node->childFor(KxStringtable::_theWildcardIndexedString);
+    }
+    node = node->childOf(domain.keyFrom(static_cast<std::size_t>(label - pieces.get())), label);
+    if (label == pieces.get()) {
       break;
     }
   }
   return node;
+}
+
+// The child for a label, made if need be; null when it cannot be made. Throws std::bad_alloc.
+KxWildcardNode* KxWildcardNode::childOf(const DomainKey& domain, const char* label) {
+  if (!domain.isThere()) {
+    return childFor(KxIndexedString(label));
+  }
+  KnownDomains& known = _tree->domains;
+  KxWildcardNode* child = known.find(domain);
+  if (child == nullptr) {
+    known.makeRoom();
+    child = known.hasAll() ? newChild(KxIndexedString(label)) : childFor(KxIndexedString(label));
+    if (child != nullptr) {
+      known.add(domain, child);
+    }
+  }
+  return child;
 }
 
 bool KxWildcardNode::addAddressPattern(const KxIndexedString* fullAddress, const KxIndexedString* name,
@@ -359,6 +417,9 @@ bool KxWildcardNode::addAddressPattern(const KxIndexedString* fullAddress, const
   bool added = false;
   bool whole = false;
   withinMemory([&] {
+    if (_tree != nullptr) {
+      _tree->domains.setIncomplete();
+    }
     Descent descent(labels);
     KxWildcardNode* node = this;
     while (descent.enter(*node)) {
@@ -392,26 +453,16 @@ KxWildcardNode* KxWildcardNode::childFor(const KxIndexedString& label) {
     }
     return _wildcardChild;
   }
-  std::unique_ptr<KxWildcardNode> child;
-  if (_stringtable != nullptr && isFilling() && label.getString() != nullptr) {
-    const KxStringtable::Interned name = intern(_stringtable->ownEntries().keyOf(label.getString()));
-    if (name.entry == nullptr) {
-      return nullptr;
-    }
-    if (KxWildcardNode* stored = name.isNew ? nullptr : growingChildren().find(*name.entry, false)) {
-      return stored;
-    }
-    child.reset(new (std::nothrow) KxWildcardNode(*_stringtable, *name.entry));
-  } else {
-    if (KxWildcardNode* stored = storedChild(label)) {
-      return stored;
-    }
-    child.reset(new (std::nothrow) KxWildcardNode(_stringtable, &label));
-    if (child != nullptr && child->getName() != label) {
-      return nullptr;
-    }
+  KxWildcardNode* stored = storedChild(label);
+  return stored != nullptr ? stored : newChild(label);
+}
+
+KxWildcardNode* KxWildcardNode::newChild(const KxIndexedString& label) {
+  std::unique_ptr<KxWildcardNode> child(new (std::nothrow) KxWildcardNode(_stringtable, &label));
+  if (child == nullptr || child->getName() != label || !takeChild(child.get())) {
+    return nullptr;
   }
-  return child != nullptr && takeChild(child.get()) ? child.release() : nullptr;
+  return child.release();
 }
 
 KxStringtable::Interned KxWildcardNode::intern(const TextKey& key) {
@@ -449,7 +500,8 @@ KxWildcardNode* KxWildcardNode::storedChild(const KxIndexedString& label) {
   if (!isFilling() || label.getString() == nullptr) {
     return _findMatchingChild(label);
   }
-  return growingChildren().find(label, true);
+  const KxIndexedString* name = _stringtable != nullptr ? _stringtable->_findInStringtable(&label) : &label;
+  return name != nullptr ? LevelFilling::find(*this, _children, &KxWildcardNode::growingChildren, *name) : nullptr;
 }
 
 KxListedEmailAddress* KxWildcardNode::storedLeaf(const KxIndexedString& name) {
@@ -457,7 +509,7 @@ KxListedEmailAddress* KxWildcardNode::storedLeaf(const KxIndexedString& name) {
     return _findMatchingLeafNode(name, true);
   }
   const KxIndexedString* entry = _stringtable != nullptr ? _stringtable->_findInStringtable(&name) : &name;
-  return entry != nullptr ? growingLeaves().find(*entry, _stringtable == nullptr) : nullptr;
+  return entry != nullptr ? LevelFilling::find(*this, _leaves, &KxWildcardNode::growingLeaves, *entry) : nullptr;
 }
 
 bool KxWildcardNode::takeChild(KxWildcardNode* child) {
@@ -548,13 +600,16 @@ KxListedEmailAddress* KxWildcardNode::leafFor(const KxIndexedString& name, const
 
 KxListedEmailAddress* KxWildcardNode::leafOf(KxWildcardNode& level, const KxStringtable::Interned& name,
                                              const TextKey& fullAddress) {
-  if (KxListedEmailAddress* stored = name.isNew ? nullptr : level.growingLeaves().find(*name.entry, false)) {
+  KxListedEmailAddress* stored =
+      name.isNew ? nullptr : LevelFilling::find(level, level._leaves, &KxWildcardNode::growingLeaves, *name.entry);
+  if (stored != nullptr) {
     return stored;
   }
   const KxStringtable::Interned ownFull = intern(fullAddress);
   if (ownFull.entry == nullptr) {
     return nullptr;
   }
+  prefetchLine(level._leaves.data() + level._leaves.size());
   auto* leaf = new (std::nothrow) KxListedEmailAddress(*_stringtable, *ownFull.entry, *name.entry);
   if (leaf != nullptr && !level.takeLeaf(leaf)) {
     destroyLeaf(leaf);
