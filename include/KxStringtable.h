@@ -117,8 +117,8 @@ class ZARO_POLICY_EXPORT KxLockOnInitQueue : public std::queue<KxLockableClass*>
     push(object);
     return back();
   }
-  // Has the processor fetch an object that is going to be at the front soon.
-  void _prefetch() const;
+  // The object so many places behind the front one, or null.
+  KxLockableClass* _ahead(std::size_t places) const { return places < c.size() ? c[places] : nullptr; }
   // Puts `replacement` in the place of every entry that is `object`.
   void replace(const KxLockableClass* object, KxLockableClass* replacement);
 

@@ -142,6 +142,9 @@ class ZARO_POLICY_EXPORT KxWildcardNode : public KxLockableClass, public KxIndex
     }
   }
   void sortIn();
+  void noteSorted();
+  // Has the processor fetch what locking the objects at the front of a queue will look at. Called before each of them.
+  static void prefetchForLock(const KxLockOnInitQueue& queue);
   // Whether what comes can wait to be sorted in.
   bool isFilling() const;
   // Null without a table. Throws std::bad_alloc.
@@ -165,6 +168,7 @@ class ZARO_POLICY_EXPORT KxWildcardNode : public KxLockableClass, public KxIndex
   zaro_addressmatch::GrowingLevel<KxWildcardNode> growingChildren();
   zaro_addressmatch::GrowingLevel<KxListedEmailAddress> growingLeaves();
 
+  friend class KxWildcardEmail;
   friend class KxWildcardRootNode;
   friend class zaro_addressmatch::FrozenIndex;
   friend class zaro_addressmatch::FrozenIndexBuilder;

@@ -1,5 +1,6 @@
 // How an index comes from a tree.
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <limits>
 #include <string>
@@ -184,28 +185,62 @@ class FrozenIndexBuilder {
 
   void markBelow(std::uint64_t hash) { m_index->m_filter[m_index->filterPlace(hash)] |= FrozenIndex::filterBit(hash); }
 
-  // The slots are moved to their places within the table's own memory.
+  // The slots are moved to their places within the table's own memory. Each that comes to its place turns another out,
+  // which goes on; several are on their way side by side, so that the processor fetches their places side by side.
   static bool place(FrozenIndex::Table<FrozenIndex::NameSlot>& table, Names& names) {
     if (!table.places.assign(names.hashes)) {
       return false;
     }
     std::vector<FrozenIndex::NameSlot>& slots = table.slots;
-    const std::size_t count = names.hashes.size();
     slots.swap(names.slots);
     slots.resize(table.places.count());
-    std::vector<bool> waits(count, true);
-    for (std::size_t i = 0; i != count; ++i) {
-      if (!waits[i]) {
-        continue;
+    std::vector<bool> waits(names.hashes.size(), true);
+
+    struct Mover {
+      FrozenIndex::NameSlot slot;
+      std::size_t place;
+    };
+    const auto send = [&](Mover& mover, std::size_t from) {
+      mover.place = table.places(names.hashes[from]);
+      prefetchLine(&slots[mover.place]);
+      prefetchLine(mover.place < waits.size() ? &names.hashes[mover.place] : nullptr);
+    };
+    std::size_t next = 0;
+    const auto start = [&](Mover& mover) {
+      while (next != waits.size() && !waits[next]) {
+        ++next;
       }
-      FrozenIndex::NameSlot slot = std::exchange(slots[i], FrozenIndex::NameSlot());
-      waits[i] = false;
-      std::size_t place = table.places(names.hashes[i]);
-      for (; place < count && waits[place]; place = table.places(names.hashes[place])) {
-        waits[place] = false;
-        std::swap(slot, slots[place]);
+      if (next == waits.size()) {
+        return false;
       }
-      slots[place] = slot;
+      waits[next] = false;
+      mover.slot = std::exchange(slots[next], FrozenIndex::NameSlot());
+      send(mover, next);
+      return true;
+    };
+    std::array<Mover, 12> movers;
+    std::size_t moving = 0;
+    while (moving != movers.size() && start(movers[moving])) {
+      ++moving;
+    }
+    while (moving != 0) {
+      for (std::size_t i = 0; i != moving;) {
+        Mover& mover = movers[i];
+        const std::size_t place = mover.place;
+        if (place < waits.size() && waits[place]) {
+          waits[place] = false;
+          std::swap(mover.slot, slots[place]);
+          send(mover, place);
+          ++i;
+          continue;
+        }
+        slots[place] = mover.slot;
+        if (start(mover)) {
+          ++i;
+        } else {
+          mover = movers[--moving];
+        }
+      }
     }
     names.hashes = std::vector<std::uint64_t>();
     return true;
@@ -219,18 +254,35 @@ class FrozenIndexBuilder {
       m_index->m_hasNamesBelowRoot = !below->_leaves.empty();
       takeNames(*below, FrozenIndex::kNoDomainHash, 0, true);
     }
-    std::uint32_t number = 0;
-    for (const Level& level : m_levels) {
+    for (std::size_t i = 0; i != m_levels.size(); ++i) {
+      prefetchLevels(i);
+      const Level& level = m_levels[i];
+      const auto number = static_cast<std::uint32_t>(i + 1);
       if (level.node->_wildcardChild != nullptr) {
         markBelow(level.hash);
       }
-      takeNames(*level.node, level.hash, ++number, false);
+      takeNames(*level.node, level.hash, number, false);
       if (level.node->_wildcardChild != nullptr) {
         takeNames(*level.node->_wildcardChild, level.hash, number, true);
       }
     }
     flushNames();
     return m_told;
+  }
+
+  // Has the processor fetch what later levels are made of, one part after the other.
+  void prefetchLevels(std::size_t next) const {
+    constexpr std::size_t kStep = 6;
+    if (next + 2 * kStep < m_levels.size()) {
+      const KxWildcardNode& node = *m_levels[next + 2 * kStep].node;
+      prefetchLine(&node._leaves);
+      prefetchLine(&node._wildcardChild);
+    }
+    if (next + kStep < m_levels.size()) {
+      const KxWildcardNode& node = *m_levels[next + kStep].node;
+      prefetchLine(node._leaves.data());
+      prefetchLine(node._wildcardChild != nullptr ? &node._wildcardChild->_leaves : nullptr);
+    }
   }
 
   void takeNames(const KxWildcardNode& node, std::uint64_t domainHash, std::uint32_t number, bool below) {

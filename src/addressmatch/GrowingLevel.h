@@ -3,6 +3,7 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -134,53 +135,62 @@ class GrowingLevel {
     return nullptr;
   }
 
-  // Sorts in what waits.
-  void settle() {
-    if (m_sorted != m_elements.size()) {
-      sortByName(m_elements, m_sorted);
+  // Sorts in what waits. Returns whether every name has a rank.
+  bool settle() {
+    if (m_sorted == m_elements.size()) {
+      return areRanked();
+    }
+    if (m_elements.size() <= kFew) {
+      std::array<Keyed<Named>, kFew> room;
+      return settleWith(room.data());
+    }
+    try {
+      return settleWith(std::vector<Keyed<Named>>(m_elements.size()).data());
+    } catch (const std::bad_alloc&) {
+      std::sort(m_elements.begin(), m_elements.end(), precedes);
+      return areRanked();
+    }
+  }
+
+  // Has the processor fetch what settling looks at first; elements, later their names.
+  void prefetchElements() const {
+    for (std::size_t i = 0; i != std::min(m_elements.size(), kFetched); ++i) {
+      prefetchLine(m_elements[i]);
+    }
+  }
+  void prefetchNames() const {
+    for (std::size_t i = 0; i != std::min(m_elements.size(), kFetched); ++i) {
+      prefetchLine(m_elements[i]->getNameAsPtr());
     }
   }
 
  private:
+  static constexpr std::size_t kFew = 16;
+  static constexpr std::size_t kFetched = 32;
+
   static bool precedes(const Named* one, const Named* other) { return one->getName() < other->getName(); }
 
-  // Side by side, what the sorting would fetch one after the other.
-  static void prefetchNames(const std::vector<Named*>& elements) {
-    for (const Named* element : elements) {
-      prefetchLine(element);
-    }
-    for (const Named* element : elements) {
-      prefetchLine(element->getNameAsPtr());
-    }
+  bool areRanked() const {
+    return std::all_of(m_elements.begin(), m_elements.end(), [](const Named* one) { return one->getName().isIndexed(); });
   }
-
-  static void sortByName(std::vector<Named*>& elements, std::size_t sorted) {
-    constexpr std::size_t kFew = 8;
-    const auto end = elements.end();
-    prefetchNames(elements);
-    if (elements.size() <= kFew || elements.size() - sorted == 1) {
-      for (auto element = elements.begin() + static_cast<std::ptrdiff_t>(sorted); element != end; ++element) {
-        std::rotate(std::upper_bound(elements.begin(), element, *element, precedes), element, element + 1);
-      }
-      return;
+  // `items` has room for all elements.
+  bool settleWith(Keyed<Named>* items) {
+    bool ranked = true;
+    for (std::size_t i = 0; i != m_elements.size(); ++i) {
+      const KxIndexedString& name = m_elements[i]->getName();
+      items[i] = {name.getIndex(), m_elements[i]};
+      ranked = ranked && name.isIndexed();
     }
-    try {
-      std::vector<TextOf<Named>> items;
-      items.reserve(elements.size());
-      bool ranked = true;
-      for (Named* element : elements) {
-        items.push_back({element->getName().getIndex(), element->getNameAsStr(), element});
-        ranked = ranked && element->getName().isIndexed();
-      }
-      if (ranked) {
-        sortByKey(items.data(), items.data() + items.size());
-      } else {
-        sortByText(items.data(), items.data() + items.size());
-      }
-      std::transform(items.begin(), items.end(), elements.begin(), [](const auto& item) { return item.owner; });
-    } catch (const std::bad_alloc&) {
-      std::sort(elements.begin(), end, precedes);
+    Keyed<Named>* const end = items + m_elements.size();
+    if (ranked) {
+      sortByKey(items, end);
+    } else {
+      sortByText(items, end, [](const Named& element) {
+        return element.getNameAsStr() != nullptr ? element.getNameAsStr() : "";
+      });
     }
+    std::transform(items, end, m_elements.begin(), [](const Keyed<Named>& item) { return item.owner; });
+    return ranked;
   }
 
   std::vector<Named*>& m_elements;

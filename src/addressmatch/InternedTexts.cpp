@@ -140,13 +140,12 @@ bool InternedTexts::isBorrowed(const KxIndexedString* entry) const {
 }
 
 bool InternedTexts::rank(unsigned int limit) {
-  using Item = TextOf<KxIndexedString>;
+  using Item = Keyed<KxIndexedString>;
   std::vector<Item> items;
   items.reserve(size());
-  forEach([&items](KxIndexedString& entry) {
-    items.push_back({0, entry.getString() != nullptr ? entry.getString() : "", &entry});
-  });
-  sortByText(items.data(), items.data() + items.size());
+  forEach([&items](KxIndexedString& entry) { items.push_back({0, &entry}); });
+  sortByText(items.data(), items.data() + items.size(),
+             [](const KxIndexedString& entry) { return entry.getString() != nullptr ? entry.getString() : ""; });
   for (Part& part : m_parts) {
     resize(part, part.used * 100 / kFullPercent + 1, m_partBits);  // no more will come
   }

@@ -8,7 +8,6 @@
 #include "LibraryLifetime.h"
 #include "Memory.h"
 #include "PolicyLog.h"
-#include "Prefetch.h"
 
 using namespace zaro_addressmatch;
 
@@ -115,13 +114,6 @@ void KxLockOnInitQueue::pop() {
   if (c.empty()) {
     _counted = 0;
     _foreign = false;
-  }
-}
-
-void KxLockOnInitQueue::_prefetch() const {
-  constexpr std::size_t kAhead = 12;
-  if (c.size() > kAhead) {
-    prefetchLine(c[kAhead]);
   }
 }
 

@@ -132,7 +132,7 @@ void KxWildcardEmail::initScanTimeMode() {
   while (!_lockOnInit.empty()) {
     KxLockableClass* object = _lockOnInit.front();
     _lockOnInit.pop();
-    _lockOnInit._prefetch();
+    KxWildcardNode::prefetchForLock(_lockOnInit);
     if (object == nullptr) {
       PolicyLog::log(LogLevel::Error,
                      "KxWildcardEmail::initScanTimeMode has found a NULL pointer on the _lockOnInit queue.");

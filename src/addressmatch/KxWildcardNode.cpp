@@ -108,16 +108,6 @@ bool isWhole(const KxListedEmailAddress& leaf, const KxIndexedString& name, cons
 }
 
 template <typename Named>
-bool allIndexed(const std::vector<Named*>& elements) {
-  for (const Named* element : elements) {
-    if (!element->getName().isIndexed()) {
-      return false;
-    }
-  }
-  return true;
-}
-
-template <typename Named>
 unsigned int insertPosition(const std::vector<Named*>& sorted, const Named* item) {
   if (sorted.empty()) {
     return 0;
@@ -194,8 +184,7 @@ bool LevelFilling::take(KxWildcardNode& level, std::vector<Named*>& elements,
   if (!insertSorted(elements, element)) {
     return false;
   }
-  level._childrenSorted = level._children.size() & kMostElements;
-  level._leavesSorted = level._leaves.size() & kMostElements;
+  level.noteSorted();
   return true;
 }
 
@@ -239,10 +228,40 @@ void KxWildcardNode::destroyChildren() {
 
 void KxWildcardNode::lock() {
   _lock();
-  settle();
+  _childrenIndexed = growingChildren().settle();
+  _leavesIndexed = growingLeaves().settle();
+  noteSorted();
   _filling.reset();
-  _childrenIndexed = allIndexed(_children);
-  _leavesIndexed = allIndexed(_leaves);
+}
+
+void KxWildcardNode::prefetchForLock(const KxLockOnInitQueue& queue) {
+  // Far enough apart for each step to find what the one before asked for.
+  constexpr std::size_t kObject = 28;
+  constexpr std::size_t kLevel = 21;
+  constexpr std::size_t kElements = 14;
+  constexpr std::size_t kEachElement = 9;
+  constexpr std::size_t kNames = 4;
+  const auto levelAhead = [&queue](std::size_t places) -> KxWildcardNode* {
+    KxLockableClass* object = queue._ahead(places);
+    return object != nullptr && typeid(*object) == typeid(KxWildcardNode) ? static_cast<KxWildcardNode*>(object) : nullptr;
+  };
+  prefetchLine(queue._ahead(kObject));
+  if (const KxWildcardNode* level = levelAhead(kLevel)) {
+    prefetchLine(&level->_leaves);
+    prefetchLine(&level->_tree);
+  }
+  if (const KxWildcardNode* level = levelAhead(kElements)) {
+    prefetchLine(level->_leaves.data());
+    prefetchLine(level->_children.data());
+  }
+  if (KxWildcardNode* level = levelAhead(kEachElement)) {
+    level->growingChildren().prefetchElements();
+    level->growingLeaves().prefetchElements();
+  }
+  if (KxWildcardNode* level = levelAhead(kNames)) {
+    level->growingChildren().prefetchNames();
+    level->growingLeaves().prefetchNames();
+  }
 }
 
 bool KxWildcardNode::addAddressPattern(const char* address, KxEmailBelongsTo kind, const char* annotation,
@@ -477,6 +496,10 @@ KxStringtable::Interned KxWildcardNode::intern(const TextKey& key) {
 void KxWildcardNode::sortIn() {
   growingChildren().settle();
   growingLeaves().settle();
+  noteSorted();
+}
+
+void KxWildcardNode::noteSorted() {
   _childrenSorted = _children.size() & kMostElements;
   _leavesSorted = _leaves.size() & kMostElements;
 }

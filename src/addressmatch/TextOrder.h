@@ -23,9 +23,8 @@ inline std::uint64_t orderingWord(const char* text) {
 
 // What is sorted, and by what. The key is for the use of the sorting.
 template <typename Owner>
-struct TextOf {
+struct Keyed {
   std::uint64_t key;
-  const char* text;
   Owner* owner;
 };
 
@@ -69,21 +68,22 @@ void sortByKey(Item* first, Item* last, unsigned int byte = sizeof(std::uint64_t
   }
 }
 
-// Sorts byte by byte, unsigned, by the texts, of which the first `depth` bytes are known to be the same. In place.
-template <typename Item>
-void sortByText(Item* first, Item* last, std::size_t depth = 0) {
+// Sorts byte by byte, unsigned, by the texts that `textOf(owner)` gives, of which the first `depth` bytes are known to be
+// the same. In place.
+template <typename Item, typename TextOf>
+void sortByText(Item* first, Item* last, TextOf textOf, std::size_t depth = 0) {
   // Beyond it whole texts are compared, which bounds the depth of the calls.
   constexpr std::size_t kDeepest = 64;
   constexpr std::ptrdiff_t kFew = 8;
   constexpr std::ptrdiff_t kAhead = 16;
   if (last - first <= kFew || depth >= kDeepest) {
-    std::sort(first, last, [depth](const Item& one, const Item& other) {
-      return std::strcmp(one.text + depth, other.text + depth) < 0;
+    std::sort(first, last, [textOf, depth](const Item& one, const Item& other) {
+      return std::strcmp(textOf(*one.owner) + depth, textOf(*other.owner) + depth) < 0;
     });
     return;
   }
   for (Item* item = first; item != last; ++item) {
-    item->key = orderingWord(item->text + depth);
+    item->key = orderingWord(textOf(*item->owner) + depth);
   }
   sortByKey(first, last);
   for (Item* begin = first; begin != last;) {
@@ -92,11 +92,11 @@ void sortByText(Item* first, Item* last, std::size_t depth = 0) {
       ++end;
     }
     if (last - end > kAhead) {
-      prefetchLine(end[kAhead].text + depth);
+      prefetchLine(end[kAhead].owner);
     }
     const bool ended = (begin->key & 0xFF) == 0;
     if (end - begin > 1 && !ended) {
-      sortByText(begin, end, depth + sizeof begin->key);
+      sortByText(begin, end, textOf, depth + sizeof begin->key);
     }
     begin = end;
   }
