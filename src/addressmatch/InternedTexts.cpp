@@ -146,9 +146,6 @@ bool InternedTexts::rank(unsigned int limit) {
   forEach([&items](KxIndexedString& entry) { items.push_back({0, &entry}); });
   sortByText(items.data(), items.data() + items.size(),
              [](const KxIndexedString& entry) { return entry.getString() != nullptr ? entry.getString() : ""; });
-  for (Part& part : m_parts) {
-    resize(part, part.used * 100 / kFullPercent + 1, m_partBits);  // no more will come
-  }
   return assignRanks(items.begin(), items.end(), limit,
                      [](const Item& item, unsigned int rank) { item.owner->_setIndex(rank); });
 }

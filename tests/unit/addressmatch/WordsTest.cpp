@@ -105,11 +105,11 @@ TEST(TextOrder, isThatOfTheBytes) {
   }
   std::vector<std::string> texts(wanted.begin(), wanted.end());
   std::shuffle(texts.begin(), texts.end(), random);
-  std::vector<TextOf<const std::string>> items;
+  std::vector<Keyed<const std::string>> items;
   for (const std::string& text : texts) {
-    items.push_back({0, text.c_str(), &text});
+    items.push_back({0, &text});
   }
-  sortByText(items.data(), items.data() + items.size());
+  sortByText(items.data(), items.data() + items.size(), [](const std::string& text) { return text.c_str(); });
   std::vector<std::string> got;
   for (const auto& item : items) {
     got.push_back(*item.owner);
