@@ -109,8 +109,10 @@ class ZARO_POLICY_EXPORT KxListedEmailAddress : public KxLockableClass, public K
 
   struct Extras;  // what most of the millions of leaves have not
 
-  // Both texts are the table's entries.
-  KxListedEmailAddress(KxStringtable& table, const KxIndexedString& fullAddress, const KxIndexedString& name);
+  // Both texts are the table's entries, the local part is not "*". `concreteLabels` of the domain, if none is "*";
+  // else 0.
+  KxListedEmailAddress(KxStringtable& table, const KxIndexedString& fullAddress, const KxIndexedString& name,
+                       unsigned int concreteLabels);
 
   bool _changeState(KxEmailBelongsTo state);
   const Extras& _extrasOrNone() const;

@@ -124,7 +124,7 @@ class ZARO_POLICY_EXPORT KxWildcardNode : public KxLockableClass, public KxIndex
   KxListedEmailAddress* leafFor(const KxIndexedString& name, const KxIndexedString& fullAddress);
   // The same at a level below, while filling over a table.
   KxListedEmailAddress* leafOf(KxWildcardNode& level, const KxStringtable::Interned& name,
-                               const zaro_addressmatch::TextKey& fullAddress);
+                               const zaro_addressmatch::FillingPattern& pattern);
   KxListedEmailAddress* wildcardLeafFor(const KxIndexedString& fullAddress);
   // What answers for the tree below this level; null for a walk.
   const zaro_addressmatch::FrozenIndex* index() const;
@@ -144,6 +144,7 @@ class ZARO_POLICY_EXPORT KxWildcardNode : public KxLockableClass, public KxIndex
   void sortIn();
   void noteSorted();
   // Has the processor fetch what locking the objects at the front of a queue will look at. Called before each of them.
+  static void prefetchParts(const KxLockableClass& level);
   static void prefetchForLock(const KxLockOnInitQueue& queue);
   // Whether what comes can wait to be sorted in.
   bool isFilling() const;
@@ -151,7 +152,8 @@ class ZARO_POLICY_EXPORT KxWildcardNode : public KxLockableClass, public KxIndex
   const zaro_addressmatch::InternedTexts* ownEntries();
   // Has the processor fetch what a pattern's pieces are looked for in.
   void prefetch(const zaro_addressmatch::FillingPattern& pattern) const;
-  void prefetchLevel(const zaro_addressmatch::PatternDomain& domain) const;
+  // The same for its level, and finds it.
+  void prefetchLevel(zaro_addressmatch::PatternDomain& domain) const;
   // For the root while filling. Throws std::bad_alloc.
   bool add(zaro_addressmatch::FillingPattern& pattern, KxEmailBelongsTo kind, const char* annotation,
            std::string* owner);

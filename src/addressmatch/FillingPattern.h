@@ -34,6 +34,7 @@ struct PatternDomain {
   std::size_t begin;
   DomainKey key;  // none for a domain that is too long, or has another wildcard
   bool isBelow = false;   // the level is the wildcard's below the key's
+  KxWildcardNode* level = nullptr;  // the key's, if it is known
 };
 
 // Its text, cut into pieces, and what they are looked for by. It must stay where it is made.

@@ -27,6 +27,17 @@ class DomainKey {
     }
   }
   bool isThere() const { return m_words[0] != 0; }
+  // The number of labels.
+  unsigned int labelCount() const {
+    unsigned int dots = 0;
+    for (const std::uint64_t word : m_words) {
+      dots += static_cast<unsigned int>(__builtin_popcountll(bytesEqual(word, '.')));
+    }
+    return dots + 1;
+  }
+  bool operator==(const DomainKey& other) const {
+    return ((m_words[0] ^ other.m_words[0]) | (m_words[1] ^ other.m_words[1]) | (m_words[2] ^ other.m_words[2])) == 0;
+  }
 
  private:
   friend class KnownDomains;
@@ -47,7 +58,7 @@ class KnownDomains {
       return nullptr;
     }
     std::size_t place = homeOf(key);
-    while (m_slots[place].node != nullptr && m_slots[place].key.m_words != key.m_words) {
+    while (m_slots[place].node != nullptr && !(m_slots[place].key == key)) {
       place = next(place);
     }
     return m_slots[place].node;

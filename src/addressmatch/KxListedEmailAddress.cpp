@@ -192,11 +192,12 @@ KxListedEmailAddress::KxListedEmailAddress(KxStringtable* table, const KxIndexed
       _state(0) {}
 
 KxListedEmailAddress::KxListedEmailAddress(KxStringtable& table, const KxIndexedString& fullAddress,
-                                           const KxIndexedString& name)
+                                           const KxIndexedString& name, unsigned int concreteLabels)
     : KxLockableClass(true),
       KxIndexedStringNamedClass(table, name),
       _fullAddress(&fullAddress),
-      _weight(weightOf(specificityOf(textOf(fullAddress)))),
+      _weight(weightOf(concreteLabels != 0 ? Specificity{true, false, concreteLabels}
+                                           : specificityOf(textOf(fullAddress)))),
       _state(0) {}
 
 KxListedEmailAddress::~KxListedEmailAddress() {

@@ -234,21 +234,27 @@ void KxWildcardNode::lock() {
   _filling.reset();
 }
 
+// Has the processor fetch a level, or whatever else it is.
+void KxWildcardNode::prefetchParts(const KxLockableClass& level) {
+  const char* begin = reinterpret_cast<const char*>(&level);
+  prefetchLine(begin);
+  prefetchLine(begin + sizeof(KxWildcardNode) / 2);
+  prefetchLine(begin + sizeof(KxWildcardNode) - 1);
+}
+
 void KxWildcardNode::prefetchForLock(const KxLockOnInitQueue& queue) {
   // Far enough apart for each step to find what the one before asked for.
-  constexpr std::size_t kObject = 28;
-  constexpr std::size_t kLevel = 21;
-  constexpr std::size_t kElements = 14;
+  constexpr std::size_t kObject = 24;
+  constexpr std::size_t kElements = 15;
   constexpr std::size_t kEachElement = 9;
   constexpr std::size_t kNames = 4;
   const auto levelAhead = [&queue](std::size_t places) -> KxWildcardNode* {
     KxLockableClass* object = queue._ahead(places);
     return object != nullptr && typeid(*object) == typeid(KxWildcardNode) ? static_cast<KxWildcardNode*>(object) : nullptr;
   };
-  prefetchLine(queue._ahead(kObject));
-  if (const KxWildcardNode* level = levelAhead(kLevel)) {
-    prefetchLine(&level->_leaves);
-    prefetchLine(&level->_tree);
+  // Not known yet for a level, most leaves lie side by side.
+  if (const KxLockableClass* object = queue._ahead(kObject)) {
+    prefetchParts(*object);
   }
   if (const KxWildcardNode* level = levelAhead(kElements)) {
     prefetchLine(level->_leaves.data());
@@ -274,6 +280,7 @@ bool KxWildcardNode::addAddressPattern(const char* address, KxEmailBelongsTo kin
     if (isFilling() && _tree->root == this) {
       FillingPattern pattern(address, ownEntries());
       prefetch(pattern);
+      prefetchLevel(pattern.domain);
       added = add(pattern, kind, annotation, owner);
       return;
     }
@@ -342,11 +349,10 @@ void KxWildcardNode::prefetch(const FillingPattern& pattern) const {
   }
 }
 
-void KxWildcardNode::prefetchLevel(const PatternDomain& domain) const {
-  if (const KxWildcardNode* level = domain.key.isThere() ? _tree->domains.find(domain.key) : nullptr) {
-    prefetchLine(level);
-    prefetchLine(&level->_leaves);
-    prefetchLine(&level->_tree);
+void KxWildcardNode::prefetchLevel(PatternDomain& domain) const {
+  domain.level = domain.key.isThere() ? _tree->domains.find(domain.key) : nullptr;
+  if (domain.level != nullptr) {
+    prefetchParts(*domain.level);
   } else if (_stringtable != nullptr) {
     // It has most probably one label that is new.
     const InternedTexts& entries = *_stringtable->_entries;
@@ -376,23 +382,22 @@ bool KxWildcardNode::add(FillingPattern& pattern, KxEmailBelongsTo kind, const c
   *pattern.at = '\0';
   const KxStringtable::Interned name = intern(pattern.name);
   *pattern.at = '@';
-  KxListedEmailAddress* leaf = name.entry != nullptr ? leafOf(*node, name, pattern.fullAddress) : nullptr;
+  KxListedEmailAddress* leaf = name.entry != nullptr ? leafOf(*node, name, pattern) : nullptr;
   return leaf != nullptr && (annotation == nullptr || leaf->setAnnotation(annotation)) && leaf->addMembership(kind);
 }
 
 // The level of a domain, made if need be; null when it cannot be made. Throws std::bad_alloc.
 KxWildcardNode* KxWildcardNode::levelOf(const PatternDomain& domain) {
-  KxWildcardNode* node = domain.key.isThere() ? _tree->domains.find(domain.key) : nullptr;
+  KxWildcardNode* node = domain.level;
+  if (node == nullptr && domain.key.isThere()) {
+    node = _tree->domains.find(domain.key);
+  }
   if (node == nullptr) {
     node = levelBelow(domain);
   }
   if (node == nullptr || domain.isBelow) {
     return node != nullptr ? node->childFor(KxStringtable::_theWildcardIndexedString) : nullptr;
   }
-  // It is looked at later.
-  prefetchLine(node);
-  prefetchLine(&node->_leaves);
-  prefetchLine(&node->_tree);
   return node;
 }
 
@@ -622,18 +627,20 @@ KxListedEmailAddress* KxWildcardNode::leafFor(const KxIndexedString& name, const
 }
 
 KxListedEmailAddress* KxWildcardNode::leafOf(KxWildcardNode& level, const KxStringtable::Interned& name,
-                                             const TextKey& fullAddress) {
+                                             const FillingPattern& pattern) {
   KxListedEmailAddress* stored =
       name.isNew ? nullptr : LevelFilling::find(level, level._leaves, &KxWildcardNode::growingLeaves, *name.entry);
   if (stored != nullptr) {
     return stored;
   }
-  const KxStringtable::Interned ownFull = intern(fullAddress);
+  const KxStringtable::Interned ownFull = intern(pattern.fullAddress);
   if (ownFull.entry == nullptr) {
     return nullptr;
   }
   prefetchLine(level._leaves.data() + level._leaves.size());
-  auto* leaf = new (std::nothrow) KxListedEmailAddress(*_stringtable, *ownFull.entry, *name.entry);
+  const bool isConcrete = pattern.domain.key.isThere() && !pattern.domain.isBelow;
+  auto* leaf = new (std::nothrow) KxListedEmailAddress(*_stringtable, *ownFull.entry, *name.entry,
+                                                       isConcrete ? pattern.domain.key.labelCount() : 0);
   if (leaf != nullptr && !level.takeLeaf(leaf)) {
     destroyLeaf(leaf);
     return nullptr;

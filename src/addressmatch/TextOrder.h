@@ -93,6 +93,7 @@ void sortByText(Item* first, Item* last, TextOf textOf, std::size_t depth = 0) {
     }
     if (last - end > kAhead) {
       prefetchLine(end[kAhead].owner);
+      prefetchLine(end[kAhead].owner + 2);  // where most have their texts
     }
     const bool ended = (begin->key & 0xFF) == 0;
     if (end - begin > 1 && !ended) {
