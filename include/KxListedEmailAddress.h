@@ -109,8 +109,8 @@ class ZARO_POLICY_EXPORT KxListedEmailAddress : public KxLockableClass, public K
 
   struct Extras;  // what most of the millions of leaves have not
 
-  // Both texts are the table's entries, the local part is not "*". `concreteLabels` of the domain, if none is "*";
-  // else 0.
+  // For a leaf in its tree's own memory. Both texts are the table's entries, the local part is not "*".
+  // `concreteLabels` are those of a domain without "*"; else 0.
   KxListedEmailAddress(KxStringtable& table, const KxIndexedString& fullAddress, const KxIndexedString& name,
                        unsigned int concreteLabels);
 
@@ -120,7 +120,8 @@ class ZARO_POLICY_EXPORT KxListedEmailAddress : public KxLockableClass, public K
 
   const KxIndexedString* _fullAddress;
   std::unique_ptr<Extras> _extras;
-  unsigned int _weight;
+  unsigned int _weight : 31;
+  unsigned int _inTreesMemory : 1;
   KxEmailBelongsTo _state;
 };
 

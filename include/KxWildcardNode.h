@@ -133,7 +133,9 @@ class ZARO_POLICY_EXPORT KxWildcardNode : public KxLockableClass, public KxIndex
   void search(const KxIndexedString& name, LabelStack& labels, std::vector<KxListedEmailAddress*>& out);
   // What this level has apart from its concrete children.
   void searchBesideChildren(const KxIndexedString& name, LabelStack& labels, std::vector<KxListedEmailAddress*>& out);
+  void destroyContents();
   void destroyChildren();
+  static void destroyLeaf(KxListedEmailAddress* leaf);
 
   // To be called before the vectors are looked at.
   void settle() {

@@ -161,6 +161,7 @@ int main(int argumentCount, char** arguments) {
   enterThreads(1, tree, data);
   enterThreads(2, tree, data);
   enterFill<Tree>("tree", data);
+  enterFill<OneByOne>("tree, one by one", data);
   enterFill<FlatHashMap>("flat_hash_map", data);
   enterFill<TwoLevelMap>("two-level hash", data);
   benchmark::RunSpecifiedBenchmarks();

@@ -12,48 +12,47 @@ namespace zaro_addressmatch {
 
 KxIndexedString* InternedTexts::find(const TextKey& key) const {
   const Part& part = m_parts[partOf(key.tag)];
-  if (part.used == 0) {
-    return nullptr;
-  }
-  for (std::size_t place = part.homeOf(key.tag, m_partBits); part.slots[place].position != 0; place = part.next(place)) {
+  const Slot* slot = part.used != 0 ? part.slots.data() + search(part, key) : nullptr;
+  return slot != nullptr && slot->position != 0 ? &entryAt(slot->position) : nullptr;
+}
+
+std::size_t InternedTexts::search(const Part& part, const TextKey& key) const {
+  std::size_t place = part.homeOf(key.tag, m_partBits);
+  for (; part.slots[place].position != 0; place = part.next(place)) {
     if (part.slots[place].tag == key.tag) {
       const KxIndexedString& entry = entryAt(part.slots[place].position);
       const char* text = entry.getString() != nullptr ? entry.getString() : "";
       if (std::strncmp(text, key.text, key.size) == 0 && text[key.size] == '\0') {
-        return const_cast<KxIndexedString*>(&entry);
+        break;
       }
     }
   }
-  return nullptr;
+  return place;
 }
 
 InternedTexts::Found InternedTexts::findOrAdd(const TextKey& key) {
-  if (KxIndexedString* entry = find(key)) {
-    return {entry, false, false};
-  }
   makeRoom(key.tag);
-  if (m_entries.size() >= kFew) {
-    if (KxIndexedString* entry = addToBlocks(key)) {
-      return {entry, true, false};
-    }
+  Part& part = m_parts[partOf(key.tag)];
+  Slot& slot = part.slots[search(part, key)];
+  if (slot.position != 0) {
+    return {&entryAt(slot.position), false, false};
+  }
+  const auto taken = [&](std::uint32_t position, bool lacksText) -> Found {
+    slot = {position, key.tag};
+    ++part.used;
+    return {&entryAt(position), true, lacksText};
+  };
+  TextBlocks::Position position = 0;
+  if (m_entries.size() >= kFew && withinMemory([&] { position = m_blocks.add(key.text, key.size); })) {
+    ++m_inBlocks;
+    return taken(position | kInBlocks, false);
   }
   if (m_entries.size() >= kInBlocks - 1) {
     throw std::bad_alloc();
   }
   m_borrowed.reserve(m_borrowed.size() + 1);
   m_entries.emplace_back(key.text);
-  take(m_parts[partOf(key.tag)], {static_cast<std::uint32_t>(m_entries.size()), key.tag}, m_partBits);
-  return {&m_entries.back(), true, true};
-}
-
-KxIndexedString* InternedTexts::addToBlocks(const TextKey& key) {
-  TextBlocks::Position position = 0;
-  if (!withinMemory([&] { position = m_blocks.add(key.text, key.size); })) {
-    return nullptr;
-  }
-  ++m_inBlocks;
-  take(m_parts[partOf(key.tag)], {position | kInBlocks, key.tag}, m_partBits);
-  return &m_blocks.at(position);
+  return taken(static_cast<std::uint32_t>(m_entries.size()), true);
 }
 
 void InternedTexts::makeRoom(std::uint32_t tag) {

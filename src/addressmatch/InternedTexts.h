@@ -104,11 +104,13 @@ class InternedTexts {
   std::size_t partOf(std::uint32_t tag) const {
     return static_cast<std::size_t>(std::uint64_t{tag} << m_partBits >> 32);
   }
-  const KxIndexedString& entryAt(std::uint32_t position) const {
-    return (position & kInBlocks) != 0 ? m_blocks.at(position ^ kInBlocks) : m_entries[position - 1];
+  KxIndexedString& entryAt(std::uint32_t position) const {
+    // What the table hands out is not to be changed by others, but it is not constant.
+    return (position & kInBlocks) != 0 ? m_blocks.at(position ^ kInBlocks)
+                                       : const_cast<KxIndexedString&>(m_entries[position - 1]);
   }
-  // Null, and nothing done, when the blocks cannot take it.
-  KxIndexedString* addToBlocks(const TextKey& key);
+  // The place of a text, or the free one where the search for it ends; not all of the part's places are taken.
+  std::size_t search(const Part& part, const TextKey& key) const;
   // These throw std::bad_alloc, everything then as it was.
   void makeRoom(std::uint32_t tag);
   void split();

@@ -31,7 +31,7 @@ class DomainKey {
   unsigned int labelCount() const {
     unsigned int dots = 0;
     for (const std::uint64_t word : m_words) {
-      dots += static_cast<unsigned int>(__builtin_popcountll(bytesEqual(word, '.')));
+      dots += countBytes(word, '.');
     }
     return dots + 1;
   }

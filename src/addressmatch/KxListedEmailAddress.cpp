@@ -43,6 +43,9 @@ struct Specificity {
   unsigned int concreteLabels;
 };
 
+// More than a text has labels.
+constexpr unsigned int kWeightBits = 0x7FFFFFFFu;
+
 unsigned int weightOf(const Specificity& pattern) {
   // The bands are 1000 apart: up to 1000 labels, any exact domain is above any with a wildcard.
   if (!pattern.wildcardDomain) {
@@ -180,7 +183,8 @@ KxListedEmailAddress::KxListedEmailAddress(KxStringtable* table, const char* ful
     : KxLockableClass(table != nullptr),
       KxIndexedStringNamedClass(table, name),
       _fullAddress(_lookupAndCheckName(fullAddress, table)),
-      _weight(weightOf(specificityOf(textOf(getFullAddress())))),
+      _weight(weightOf(specificityOf(textOf(getFullAddress()))) & kWeightBits),
+      _inTreesMemory(0),
       _state(0) {}
 
 KxListedEmailAddress::KxListedEmailAddress(KxStringtable* table, const KxIndexedString* fullAddress,
@@ -188,7 +192,8 @@ KxListedEmailAddress::KxListedEmailAddress(KxStringtable* table, const KxIndexed
     : KxLockableClass(table != nullptr),
       KxIndexedStringNamedClass(table, name),
       _fullAddress(_lookupAndCheckName(fullAddress, table)),
-      _weight(weightOf(specificityOf(textOf(getFullAddress())))),
+      _weight(weightOf(specificityOf(textOf(getFullAddress()))) & kWeightBits),
+      _inTreesMemory(0),
       _state(0) {}
 
 KxListedEmailAddress::KxListedEmailAddress(KxStringtable& table, const KxIndexedString& fullAddress,
@@ -197,7 +202,9 @@ KxListedEmailAddress::KxListedEmailAddress(KxStringtable& table, const KxIndexed
       KxIndexedStringNamedClass(table, name),
       _fullAddress(&fullAddress),
       _weight(weightOf(concreteLabels != 0 ? Specificity{true, false, concreteLabels}
-                                           : specificityOf(textOf(fullAddress)))),
+                                           : specificityOf(textOf(fullAddress))) &
+              kWeightBits),
+      _inTreesMemory(1),
       _state(0) {}
 
 KxListedEmailAddress::~KxListedEmailAddress() {
@@ -248,7 +255,7 @@ void KxListedEmailAddress::_computeWeight() {
       releaseLabel(label, address);
     }
     if (parsed.isComplete()) {
-      _weight = weightOf(pattern);
+      _weight = weightOf(pattern) & kWeightBits;
     }
   });
 }

@@ -96,12 +96,6 @@ class Descent {
   std::vector<Level> m_levels;
 };
 
-// The leaves have no virtual destructor, and their vector holds nothing but their base.
-void destroyLeaf(KxListedEmailAddress* leaf) {
-  leaf->KxListedEmailAddress::~KxListedEmailAddress();
-  ::operator delete(leaf);
-}
-
 // Whether memory sufficed for all that makes the leaf what it shall be.
 bool isWhole(const KxListedEmailAddress& leaf, const KxIndexedString& name, const KxIndexedString& fullAddress) {
   return leaf.getWeight() != 0 && leaf.getName() == name && leaf.getFullAddress() == fullAddress;
@@ -197,12 +191,24 @@ KxWildcardNode::KxWildcardNode(KxStringtable* table, const KxIndexedString* labe
       _leavesIndexed(0) {}
 
 KxWildcardNode::~KxWildcardNode() {
+  destroyContents();
+}
+
+void KxWildcardNode::destroyContents() {
   destroyChildren();
-  for (KxListedEmailAddress* leaf : _leaves) {
-    destroyLeaf(leaf);
-  }
+  std::for_each(_leaves.begin(), _leaves.end(), destroyLeaf);
+  _leaves.clear();
   if (_wildcardLeaf != nullptr) {
-    destroyLeaf(_wildcardLeaf);
+    destroyLeaf(std::exchange(_wildcardLeaf, nullptr));
+  }
+}
+
+// The leaves have no virtual destructor, and their vector holds nothing but their base.
+void KxWildcardNode::destroyLeaf(KxListedEmailAddress* leaf) {
+  const bool inTreesMemory = leaf->_inTreesMemory != 0;
+  leaf->KxListedEmailAddress::~KxListedEmailAddress();
+  if (!inTreesMemory) {
+    ::operator delete(leaf);
   }
 }
 
@@ -639,9 +645,9 @@ KxListedEmailAddress* KxWildcardNode::leafOf(KxWildcardNode& level, const KxStri
   }
   prefetchLine(level._leaves.data() + level._leaves.size());
   const bool isConcrete = pattern.domain.key.isThere() && !pattern.domain.isBelow;
-  auto* leaf = new (std::nothrow) KxListedEmailAddress(*_stringtable, *ownFull.entry, *name.entry,
-                                                       isConcrete ? pattern.domain.key.labelCount() : 0);
-  if (leaf != nullptr && !level.takeLeaf(leaf)) {
+  auto* leaf = new (_tree->leafRoom.take()) KxListedEmailAddress(*_stringtable, *ownFull.entry, *name.entry,
+                                                                 isConcrete ? pattern.domain.key.labelCount() : 0);
+  if (!level.takeLeaf(leaf)) {
     destroyLeaf(leaf);
     return nullptr;
   }
@@ -816,6 +822,7 @@ KxWildcardRootNode::KxWildcardRootNode(KxStringtable* table)
 }
 
 KxWildcardRootNode::~KxWildcardRootNode() {
+  destroyContents();  // while the memory of the leaves is there
   if (_ownTree != nullptr) {
     _ownTree->root = nullptr;
   }

@@ -31,11 +31,21 @@ inline std::uint64_t loweredWord(std::uint64_t word) {
   return word | capitals >> 2;
 }
 
-// A bit for every byte of the word, the first one lowest: whether it is `byte`.
-inline std::uint64_t bytesEqual(std::uint64_t word, unsigned char byte) {
+// The lowest bit of every byte of the word that is `byte`.
+inline std::uint64_t equalBytes(std::uint64_t word, unsigned char byte) {
   const std::uint64_t difference = word ^ everyByte(byte);
   const std::uint64_t different = ((difference & ~kTopBits) + ~kTopBits) | difference;
-  return ((~different & kTopBits) >> 7) * 0x0102040810204080u >> 56;
+  return (~different & kTopBits) >> 7;
+}
+
+// A bit for every byte of the word, the first one lowest: whether it is `byte`.
+inline std::uint64_t bytesEqual(std::uint64_t word, unsigned char byte) {
+  return equalBytes(word, byte) * 0x0102040810204080u >> 56;
+}
+
+// How many bytes of the word are `byte`.
+inline unsigned int countBytes(std::uint64_t word, unsigned char byte) {
+  return static_cast<unsigned int>(equalBytes(word, byte) * everyByte(1) >> 56);
 }
 
 // The lowest `size - before` bytes of a word, where `size` is at most 16 and `before` 0 or 8. From a table, since sizes

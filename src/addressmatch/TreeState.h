@@ -6,6 +6,7 @@
 #include "FrozenIndex.h"
 #include "KnownDomains.h"
 #include "KxWildcardNode.h"
+#include "LeafRoom.h"
 
 namespace zaro_addressmatch {
 
@@ -30,6 +31,7 @@ struct TreeState {
   // tells what is found.
   bool needsWalk = false;
   KnownDomains domains;  // of no use after the freeze
+  LeafRoom leafRoom;
   std::unique_ptr<const FrozenIndex> index;
 };
 
