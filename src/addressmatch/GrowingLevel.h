@@ -187,7 +187,7 @@ class GrowingLevel {
     } else {
       sortByText(items, end, [](const Named& element) {
         return element.getNameAsStr() != nullptr ? element.getNameAsStr() : "";
-      });
+      }, 0);
     }
     std::transform(items, end, m_elements.begin(), [](const Keyed<Named>& item) { return item.owner; });
     return ranked;

@@ -68,7 +68,7 @@ void InternedTexts::makeRoom(std::uint32_t tag) {
 }
 
 void InternedTexts::split() {
-  constexpr unsigned int kPartBits = 12;
+  constexpr unsigned int kPartBits = 9;
   constexpr std::size_t kFirstSlots = 32;
   std::vector<Part> parts(std::size_t{1} << kPartBits);
   for (Part& part : parts) {
@@ -140,11 +140,11 @@ bool InternedTexts::isBorrowed(const KxIndexedString* entry) const {
 
 bool InternedTexts::rank(unsigned int limit) {
   using Item = Keyed<KxIndexedString>;
+  const auto textOf = [](const KxIndexedString& entry) { return entry.getString() != nullptr ? entry.getString() : ""; };
   std::vector<Item> items;
   items.reserve(size());
-  forEach([&items](KxIndexedString& entry) { items.push_back({0, &entry}); });
-  sortByText(items.data(), items.data() + items.size(),
-             [](const KxIndexedString& entry) { return entry.getString() != nullptr ? entry.getString() : ""; });
+  forEach([&](KxIndexedString& entry) { items.push_back({orderingWord(textOf(entry)), &entry}); });
+  sortByKeyAndText(items.data(), items.data() + items.size(), textOf, 0);
   return assignRanks(items.begin(), items.end(), limit,
                      [](const Item& item, unsigned int rank) { item.owner->_setIndex(rank); });
 }

@@ -4,9 +4,9 @@
 #include <memory>
 #include <new>
 #include <numeric>
-#include <typeinfo>
 
 #include "Decision.h"
+#include "ExactType.h"
 #include "KxMatchExplanation.h"
 #include "LibraryLifetime.h"
 #include "Memory.h"
@@ -138,7 +138,7 @@ void KxWildcardEmail::initScanTimeMode() {
                      "KxWildcardEmail::initScanTimeMode has found a NULL pointer on the _lockOnInit queue.");
       continue;
     }
-    if (typeid(*object) == typeid(KxWildcardRootNode)) {
+    if (isExactly<KxWildcardRootNode>(*object)) {
       withinMemory([&] { trees.push_back(static_cast<KxWildcardRootNode*>(object)->_ownTree); });
     }
     object->lock();

@@ -5,10 +5,10 @@
 #include <new>
 #include <optional>
 #include <string>
-#include <typeinfo>
 #include <utility>
 
 #include "AddressText.h"
+#include "ExactType.h"
 #include "FillingPattern.h"
 #include "GrowingLevel.h"
 #include "InternedTexts.h"
@@ -256,7 +256,7 @@ void KxWildcardNode::prefetchForLock(const KxLockOnInitQueue& queue) {
   constexpr std::size_t kNames = 4;
   const auto levelAhead = [&queue](std::size_t places) -> KxWildcardNode* {
     KxLockableClass* object = queue._ahead(places);
-    return object != nullptr && typeid(*object) == typeid(KxWildcardNode) ? static_cast<KxWildcardNode*>(object) : nullptr;
+    return object != nullptr && isExactly<KxWildcardNode>(*object) ? static_cast<KxWildcardNode*>(object) : nullptr;
   };
   // Not known yet for a level, most leaves lie side by side.
   if (const KxLockableClass* object = queue._ahead(kObject)) {
@@ -461,7 +461,7 @@ bool KxWildcardNode::addAddressPattern(const KxIndexedString* fullAddress, const
       if (node == nullptr) {
         break;
       }
-      if (typeid(*node) != typeid(KxWildcardNode)) {
+      if (!isExactly<KxWildcardNode>(*node)) {
         // It has its own way to add.
         added = node->addAddressPattern(&orEmpty(fullAddress), &orEmpty(name), labels, kind, annotation, owner);
         break;
@@ -527,7 +527,7 @@ GrowingLevel<KxListedEmailAddress> KxWildcardNode::growingLeaves() {
 bool KxWildcardNode::isFilling() const {
   return _tree != nullptr && !_tree->needsWalk && !_tree->isFrozen &&
          (_stringtable == nullptr || !_stringtable->isLocked()) &&
-         (_tree->root != this || typeid(*this) == typeid(KxWildcardRootNode));
+         (_tree->root != this || isExactly<KxWildcardRootNode>(*this));
 }
 
 KxWildcardNode* KxWildcardNode::storedChild(const KxIndexedString& label) {

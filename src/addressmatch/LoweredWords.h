@@ -16,6 +16,17 @@ inline std::uint64_t load8(const char* from) {
   return word;
 }
 
+// The last `rest` bytes of a text as a word, zeros behind them; 1 to 7, and no more than the text has. Reads nothing
+// outside the text.
+inline std::uint64_t lastWord(const char* text, std::size_t size, std::size_t rest) {
+  if (size >= 8) {
+    return load8(text + size - 8) >> (8 - rest) * 8;
+  }
+  std::uint64_t word = 0;
+  std::memcpy(&word, text + size - rest, rest);
+  return word;
+}
+
 constexpr std::uint64_t everyByte(unsigned char byte) {
   return byte * 0x0101010101010101u;
 }
@@ -87,12 +98,7 @@ inline void lower(const char* text, std::size_t size, std::uint64_t* words) {
   for (std::size_t offset = 0; offset + 8 <= size; offset += 8) {
     *word++ = loweredWord(load8(text + offset));
   }
-  std::uint64_t last = 0;
-  if (size >= 8) {
-    last = size % 8 != 0 ? load8(text + size - 8) >> (8 - size % 8) * 8 : 0;
-  } else {
-    std::memcpy(&last, text, size);
-  }
+  const std::uint64_t last = size % 8 != 0 ? lastWord(text, size, size % 8) : 0;
   *word++ = loweredWord(last);
   std::memset(word, 0, kPadding);
 }

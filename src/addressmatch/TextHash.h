@@ -58,13 +58,7 @@ std::uint64_t hashWords(const HashSeed& seed, std::size_t size, WordAt wordAt) {
 // Hash of a text that ends anywhere.
 inline std::uint64_t hashText(const HashSeed& seed, const char* text, std::size_t size) {
   return hashWords(seed, size, [text, size](std::size_t offset) {
-    std::uint64_t word = 0;
-    if (offset + 8 <= size) {
-      word = load8(text + offset);
-    } else if (offset < size) {
-      std::memcpy(&word, text + offset, size - offset);
-    }
-    return word;
+    return offset + 8 <= size ? load8(text + offset) : offset < size ? lastWord(text, size, size - offset) : 0;
   });
 }
 

@@ -68,23 +68,14 @@ void sortByKey(Item* first, Item* last, unsigned int byte = sizeof(std::uint64_t
   }
 }
 
-// Sorts byte by byte, unsigned, by the texts that `textOf(owner)` gives, of which the first `depth` bytes are known to be
-// the same. In place.
 template <typename Item, typename TextOf>
-void sortByText(Item* first, Item* last, TextOf textOf, std::size_t depth = 0) {
-  // Beyond it whole texts are compared, which bounds the depth of the calls.
-  constexpr std::size_t kDeepest = 64;
-  constexpr std::ptrdiff_t kFew = 8;
+void sortByText(Item* first, Item* last, TextOf textOf, std::size_t depth);
+
+// Sorts byte by byte, unsigned, by the texts that `textOf(owner)` gives, of which the first `depth` bytes are known to be
+// the same and the keys hold the next. In place.
+template <typename Item, typename TextOf>
+void sortByKeyAndText(Item* first, Item* last, TextOf textOf, std::size_t depth) {
   constexpr std::ptrdiff_t kAhead = 16;
-  if (last - first <= kFew || depth >= kDeepest) {
-    std::sort(first, last, [textOf, depth](const Item& one, const Item& other) {
-      return std::strcmp(textOf(*one.owner) + depth, textOf(*other.owner) + depth) < 0;
-    });
-    return;
-  }
-  for (Item* item = first; item != last; ++item) {
-    item->key = orderingWord(textOf(*item->owner) + depth);
-  }
   sortByKey(first, last);
   for (Item* begin = first; begin != last;) {
     Item* end = begin + 1;
@@ -101,6 +92,32 @@ void sortByText(Item* first, Item* last, TextOf textOf, std::size_t depth = 0) {
     }
     begin = end;
   }
+}
+
+// The same, whatever the keys hold.
+template <typename Item, typename TextOf>
+void sortByText(Item* first, Item* last, TextOf textOf, std::size_t depth) {
+  // Beyond it whole texts are compared, which bounds the depth of the calls.
+  constexpr std::size_t kDeepest = 64;
+  constexpr std::ptrdiff_t kFew = 8;
+  const auto precedes = [textOf, depth](const Item& one, const Item& other) {
+    return std::strcmp(textOf(*one.owner) + depth, textOf(*other.owner) + depth) < 0;
+  };
+  if (last - first == 2) {
+    // A local part and an address that begins with it, most often.
+    if (precedes(first[1], first[0])) {
+      std::swap(first[0], first[1]);
+    }
+    return;
+  }
+  if (last - first <= kFew || depth >= kDeepest) {
+    std::sort(first, last, precedes);
+    return;
+  }
+  for (Item* item = first; item != last; ++item) {
+    item->key = orderingWord(textOf(*item->owner) + depth);
+  }
+  sortByKeyAndText(first, last, textOf, depth);
 }
 
 }  // namespace zaro_addressmatch

@@ -1,6 +1,7 @@
 #include "TreeState.h"
 
-#include <typeinfo>
+#include "ExactType.h"
+
 
 namespace zaro_addressmatch {
 
@@ -11,7 +12,7 @@ void TreeState::freeze() {
   isFrozen = true;
   domains = KnownDomains();
   const KxStringtable* table = root->_stringtable;
-  const bool isOrdinary = typeid(*root) == typeid(KxWildcardRootNode);
+  const bool isOrdinary = isExactly<KxWildcardRootNode>(*root);
   if (!needsWalk && isOrdinary && table != nullptr && table->isLocked() && !table->_hasForeignHolders) {
     index = FrozenIndex::build(*root);
   }
