@@ -143,7 +143,10 @@ bool InternedTexts::rank(unsigned int limit) {
   const auto textOf = [](const KxIndexedString& entry) { return entry.getString() != nullptr ? entry.getString() : ""; };
   std::vector<Item> items;
   items.reserve(size());
-  forEach([&](KxIndexedString& entry) { items.push_back({orderingWord(textOf(entry)), &entry}); });
+  forEachOfTable([&](KxIndexedString& entry) { items.push_back({orderingWord(textOf(entry)), &entry}); });
+  m_blocks.forEach([&items](KxIndexedString& entry, const char* text) {
+    items.push_back({orderingWord(load8(text)), &entry});
+  });
   sortByKeyAndText(items.data(), items.data() + items.size(), textOf, 0);
   return assignRanks(items.begin(), items.end(), limit,
                      [](const Item& item, unsigned int rank) { item.owner->_setIndex(rank); });

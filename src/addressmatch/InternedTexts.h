@@ -69,7 +69,7 @@ class InternedTexts {
   template <typename Visit>
   void forEach(Visit visit) {
     forEachOfTable(visit);
-    m_blocks.forEach(visit);
+    m_blocks.forEach([&visit](KxIndexedString& entry, const char* /*text*/) { visit(entry); });
   }
 
   // Gives the entries their ranks in text order, as `assignRanks` does. Throws std::bad_alloc, everything then as it was.

@@ -63,10 +63,6 @@ class KnownDomains {
     }
     return m_slots[place].node;
   }
-  // Whether every level whose domain has a key is here.
-  bool hasAll() const { return m_hasAll; }
-  void setIncomplete() { m_hasAll = false; }
-
   // To be called before a level is added. Throws std::bad_alloc, everything then as it was.
   void makeRoom() {
     constexpr std::size_t kFirstSlots = 64;
@@ -108,7 +104,6 @@ class KnownDomains {
   }
 
   HashSeed m_seed = processHashSeed();
-  bool m_hasAll = true;
   std::size_t m_count = 0;
   std::vector<Slot> m_slots;
 };

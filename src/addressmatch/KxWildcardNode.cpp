@@ -302,7 +302,7 @@ bool KxWildcardNode::addAddressPattern(const char* address, KxEmailBelongsTo kin
 std::size_t KxWildcardNode::addAddressPatterns(const char* const* addresses, std::size_t count, KxEmailBelongsTo kind,
                                                const char* annotation, std::string* owner, bool* added) {
   // So many go side by side, so that the processor fetches what they need side by side.
-  constexpr std::size_t kTogether = 16;
+  constexpr std::size_t kTogether = 24;
   std::size_t addedCount = 0;
   for (std::size_t first = 0; first < count; first += kTogether) {
     const std::size_t size = std::min(count - first, kTogether);
@@ -371,7 +371,7 @@ bool KxWildcardNode::add(FillingPattern& pattern, KxEmailBelongsTo kind, const c
   const KxIndexedString fullAddress(pattern.text.get());
   if (pattern.isBare) {
     // A bare text is its own top-level label, above an empty one.
-    _tree->domains.setIncomplete();
+    _tree->hasOnlyPatterns = false;
     KxWildcardNode* node = childFor(fullAddress);
     node = node != nullptr ? node->childFor(KxIndexedString("")) : nullptr;
     return node != nullptr && node->_addOrModifyLeaf(&fullAddress, &fullAddress, kind, annotation, owner);
@@ -433,7 +433,7 @@ KxWildcardNode* KxWildcardNode::childOf(const DomainKey& domain, const char* lab
   KxWildcardNode* child = known.find(domain);
   if (child == nullptr) {
     known.makeRoom();
-    child = known.hasAll() ? newChild(KxIndexedString(label)) : childFor(KxIndexedString(label));
+    child = _tree->hasOnlyPatterns ? newChild(KxIndexedString(label)) : childFor(KxIndexedString(label));
     if (child != nullptr) {
       known.add(domain, child);
     }
@@ -448,7 +448,7 @@ bool KxWildcardNode::addAddressPattern(const KxIndexedString* fullAddress, const
   bool whole = false;
   withinMemory([&] {
     if (_tree != nullptr) {
-      _tree->domains.setIncomplete();
+      _tree->hasOnlyPatterns = false;
     }
     Descent descent(labels);
     KxWildcardNode* node = this;
@@ -621,6 +621,9 @@ KxListedEmailAddress* KxWildcardNode::leafFor(const KxIndexedString& name, const
   if (KxListedEmailAddress* leaf = storedLeaf(name)) {
     return leaf;
   }
+  if (_tree != nullptr && _stringtable != nullptr) {
+    _tree->hasOnlyPatterns = false;
+  }
   KxListedEmailAddress* leaf = new (std::nothrow) KxListedEmailAddress(_stringtable, &fullAddress, &name);
   if (leaf == nullptr) {
     return nullptr;
@@ -634,18 +637,29 @@ KxListedEmailAddress* KxWildcardNode::leafFor(const KxIndexedString& name, const
 
 KxListedEmailAddress* KxWildcardNode::leafOf(KxWildcardNode& level, const KxStringtable::Interned& name,
                                              const FillingPattern& pattern) {
-  KxListedEmailAddress* stored =
-      name.isNew ? nullptr : LevelFilling::find(level, level._leaves, &KxWildcardNode::growingLeaves, *name.entry);
-  if (stored != nullptr) {
-    return stored;
+  const bool isConcrete = pattern.domain.key.isThere() && !pattern.domain.isBelow;
+  // Then an address that was not there tells that its leaf is not, without a look at the level.
+  const bool addressTells = isConcrete && _tree->hasOnlyPatterns;
+  KxStringtable::Interned fullAddress = {nullptr, true};
+  if (!name.isNew && addressTells) {
+    fullAddress = intern(pattern.fullAddress);
+    if (fullAddress.entry == nullptr) {
+      return nullptr;
+    }
   }
-  const KxStringtable::Interned ownFull = intern(pattern.fullAddress);
-  if (ownFull.entry == nullptr) {
-    return nullptr;
+  if (!name.isNew && !(addressTells && fullAddress.isNew)) {
+    if (auto* stored = LevelFilling::find(level, level._leaves, &KxWildcardNode::growingLeaves, *name.entry)) {
+      return stored;
+    }
+  }
+  if (fullAddress.entry == nullptr) {
+    fullAddress = intern(pattern.fullAddress);
+    if (fullAddress.entry == nullptr) {
+      return nullptr;
+    }
   }
   prefetchLine(level._leaves.data() + level._leaves.size());
-  const bool isConcrete = pattern.domain.key.isThere() && !pattern.domain.isBelow;
-  auto* leaf = new (_tree->leafRoom.take()) KxListedEmailAddress(*_stringtable, *ownFull.entry, *name.entry,
+  auto* leaf = new (_tree->leafRoom.take()) KxListedEmailAddress(*_stringtable, *fullAddress.entry, *name.entry,
                                                                  isConcrete ? pattern.domain.key.labelCount() : 0);
   if (!level.takeLeaf(leaf)) {
     destroyLeaf(leaf);

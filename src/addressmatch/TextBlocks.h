@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "KxStringtable.h"
+#include "LoweredWords.h"
 
 namespace zaro_addressmatch {
 
@@ -36,13 +37,19 @@ class TextBlocks {
   KxIndexedString& at(Position position) const {
     return *reinterpret_cast<KxIndexedString*>(m_blocks[position / kBlockUnits].units.get() + position % kBlockUnits);
   }
+  // Calls `visit(entry, text)`; the text has zeros behind it up to the next whole word.
   template <typename Visit>
   void forEach(Visit visit) const {
     for (const Block& block : m_blocks) {
       for (std::size_t unit = 0; unit != block.used;) {
         std::uint64_t* first = block.units.get() + unit;
-        unit += unitsFor(std::strlen(reinterpret_cast<const char*>(first) + sizeof(KxIndexedString)));
-        visit(*reinterpret_cast<KxIndexedString*>(first));
+        unit += kEntryUnits;
+        const std::uint64_t* text = block.units.get() + unit;
+        while (!hasZero(block.units[unit])) {
+          ++unit;
+        }
+        ++unit;
+        visit(*reinterpret_cast<KxIndexedString*>(first), reinterpret_cast<const char*>(text));
       }
     }
   }
@@ -59,9 +66,11 @@ class TextBlocks {
     std::size_t used;
   };
 
-  static constexpr std::size_t unitsFor(std::size_t size) {
-    return (sizeof(KxIndexedString) + size + 1 + sizeof(std::uint64_t) - 1) / sizeof(std::uint64_t);
-  }
+  static constexpr std::size_t kEntryUnits = sizeof(KxIndexedString) / sizeof(std::uint64_t);
+  static_assert(sizeof(KxIndexedString) % sizeof(std::uint64_t) == 0, "the text begins with a word");
+
+  static constexpr std::size_t unitsFor(std::size_t size) { return kEntryUnits + size / sizeof(std::uint64_t) + 1; }
+  static bool hasZero(std::uint64_t word) { return ((word - everyByte(1)) & ~word & kTopBits) != 0; }
   // The block that has room for so many units.
   std::size_t blockFor(std::size_t units) {
     const bool shared = units <= kMostUnits;

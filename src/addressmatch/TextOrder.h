@@ -12,7 +12,12 @@
 
 namespace zaro_addressmatch {
 
-// The next eight bytes of a text as a number that orders as they do; zeros from its end on.
+// Eight bytes of a text as a number that orders as they do.
+inline std::uint64_t orderingWord(std::uint64_t word) {
+  return __builtin_bswap64(word);
+}
+
+// The next eight bytes of a text, likewise; zeros from its end on.
 inline std::uint64_t orderingWord(const char* text) {
   std::uint64_t word = 0;
   for (unsigned int byte = 0; byte != 8 && text[byte] != '\0'; ++byte) {
