@@ -150,10 +150,8 @@ class ZARO_POLICY_EXPORT KxWildcardNode : public KxLockableClass, public KxIndex
   static void prefetchForLock(const KxLockOnInitQueue& queue);
   // Whether what comes can wait to be sorted in.
   bool isFilling() const;
-  // Null without a table. Throws std::bad_alloc.
-  const zaro_addressmatch::InternedTexts* ownEntries();
-  // Has the processor fetch what a pattern's pieces are looked for in.
-  void prefetch(const zaro_addressmatch::FillingPattern& pattern) const;
+  // Has the processor fetch what a pattern's pieces are looked for in. Throws std::bad_alloc.
+  void prepare(zaro_addressmatch::FillingPattern& pattern);
   // The same for its level, and finds it.
   void prefetchLevel(zaro_addressmatch::PatternDomain& domain) const;
   // For the root while filling. Throws std::bad_alloc.

@@ -37,33 +37,26 @@ struct PatternDomain {
   KxWildcardNode* level = nullptr;  // the key's, if it is known
 };
 
-// Its text, cut into pieces, and what they are looked for by. It must stay where it is made.
+// Its text and where it is cut into pieces. It must stay where it is made.
 struct FillingPattern {
-  // Null entries for a tree without a table. Throws std::bad_alloc.
-  FillingPattern(const char* address, const InternedTexts* entries)
+  // Throws std::bad_alloc.
+  explicit FillingPattern(const char* address)
       : text(address),
         at(static_cast<char*>(std::memchr(text.get(), '@', text.size()))),
         isBare(at == nullptr && !isWildcard(text.get())),
         nameSize(at != nullptr ? static_cast<std::size_t>(at - text.get()) : 1),
-        anyName(!isBare && nameSize == 1 && text.get()[0] == '*'),
-        domain(text, at != nullptr ? nameSize + 1 : 0) {
-    if (entries != nullptr) {
-      fullAddress = entries->keyOf(text.get(), text.size(), text.words());
-      if (!isBare && !anyName) {
-        name = entries->keyOf(text.get(), nameSize, text.words());
-      }
-    }
-  }
+        domain(text, at != nullptr ? nameSize + 1 : 0) {}
+
+  bool isAnyName() const { return !isBare && nameSize == 1 && text.get()[0] == '*'; }
 
   LoweredText text;
-  char* at;             // null for a text without one
-  bool isBare;          // such a text, but for "*"
+  char* at;     // null for a text without one
+  bool isBare;  // such a text, but for "*"
   std::size_t nameSize;
-  bool anyName;
   PatternDomain domain;
-  // Null texts without a table.
+  // What the table is asked for. Null texts without a table, and for the name of a bare text and for "*".
   TextKey fullAddress = {};
-  TextKey name = {};  // likewise for those above
+  TextKey name = {};
 };
 
 }  // namespace zaro_addressmatch

@@ -5,6 +5,7 @@
 #include <new>
 
 #include "Memory.h"
+#include "Prefetch.h"
 #include "Ranks.h"
 #include "TextOrder.h"
 
@@ -148,8 +149,12 @@ bool InternedTexts::rank(unsigned int limit) {
     items.push_back({orderingWord(load8(text)), &entry});
   });
   sortByKeyAndText(items.data(), items.data() + items.size(), textOf, 0);
-  return assignRanks(items.begin(), items.end(), limit,
-                     [](const Item& item, unsigned int rank) { item.owner->_setIndex(rank); });
+  const Item* const last = items.data() + items.size() - 1;
+  return assignRanks(items.begin(), items.end(), limit, [last](const Item& item, unsigned int rank) {
+    constexpr std::ptrdiff_t kAhead = 16;
+    prefetchLine((&item + std::min(kAhead, last - &item))->owner);
+    item.owner->_setIndex(rank);
+  });
 }
 
 }  // namespace zaro_addressmatch

@@ -284,8 +284,8 @@ bool KxWildcardNode::addAddressPattern(const char* address, KxEmailBelongsTo kin
   bool added = false;
   withinMemory([&] {
     if (isFilling() && _tree->root == this) {
-      FillingPattern pattern(address, ownEntries());
-      prefetch(pattern);
+      FillingPattern pattern(address);
+      prepare(pattern);
       prefetchLevel(pattern.domain);
       added = add(pattern, kind, annotation, owner);
       return;
@@ -309,13 +309,12 @@ std::size_t KxWildcardNode::addAddressPatterns(const char* const* addresses, std
     std::optional<FillingPattern> patterns[kTogether];
     if (isFilling() && _tree->root == this && !isGone(_stringtable)) {
       withinMemory([&] {
-        const InternedTexts* entries = ownEntries();
         for (std::size_t i = 0; i != size; ++i) {
           if (first + i + kTogether < count) {
             prefetchLine(addresses[first + i + kTogether]);
           }
           if (addresses[first + i] != nullptr) {
-            prefetch(patterns[i].emplace(addresses[first + i], entries));
+            prepare(patterns[i].emplace(addresses[first + i]));
           }
         }
       });
@@ -341,17 +340,18 @@ std::size_t KxWildcardNode::addAddressPatterns(const char* const* addresses, std
   return addedCount;
 }
 
-const InternedTexts* KxWildcardNode::ownEntries() {
-  return _stringtable != nullptr ? &_stringtable->ownEntries() : nullptr;
-}
-
-void KxWildcardNode::prefetch(const FillingPattern& pattern) const {
+void KxWildcardNode::prepare(FillingPattern& pattern) {
   _tree->domains.prefetch(pattern.domain.key);
-  if (pattern.name.text != nullptr) {
-    _stringtable->_entries->prefetch(pattern.name);
+  if (_stringtable == nullptr) {
+    return;
   }
-  if (pattern.fullAddress.text != nullptr) {
-    _stringtable->_entries->prefetch(pattern.fullAddress);
+  const InternedTexts& entries = _stringtable->ownEntries();
+  const LoweredText& text = pattern.text;
+  pattern.fullAddress = entries.keyOf(text.get(), text.size(), text.words());
+  entries.prefetch(pattern.fullAddress);
+  if (!pattern.isBare && !pattern.isAnyName()) {
+    pattern.name = entries.keyOf(text.get(), pattern.nameSize, text.words());
+    entries.prefetch(pattern.name);
   }
 }
 
