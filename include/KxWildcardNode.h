@@ -155,8 +155,7 @@ class ZARO_POLICY_EXPORT KxWildcardNode : public KxLockableClass, public KxIndex
   // The same for its level, and finds it.
   void prefetchLevel(zaro_addressmatch::PatternDomain& domain) const;
   // For the root while filling. Throws std::bad_alloc.
-  bool add(zaro_addressmatch::FillingPattern& pattern, KxEmailBelongsTo kind, const char* annotation,
-           std::string* owner);
+  bool add(zaro_addressmatch::FillingPattern& pattern, KxEmailBelongsTo kind, const char* annotation, std::string* owner);
   // The table's entry of a text, null when memory runs out, and whether it was made. Filling over a table.
   KxStringtable::Interned intern(const zaro_addressmatch::TextKey& key);
   KxWildcardNode* levelOf(const zaro_addressmatch::PatternDomain& domain);

@@ -26,14 +26,12 @@ struct PatternDomain {
   }
   const char* text() const { return pattern.get() + begin; }
   // Of the labels that begin at a byte of the text, none of which is a wildcard.
-  DomainKey keyFrom(std::size_t byte) const {
-    return {pattern.words(), begin + byte, pattern.size() - begin - byte};
-  }
+  DomainKey keyFrom(std::size_t byte) const { return {pattern.words(), begin + byte, pattern.size() - begin - byte}; }
 
   const LoweredText& pattern;
   std::size_t begin;
-  DomainKey key;  // none for a domain that is too long, or has another wildcard
-  bool isBelow = false;   // the level is the wildcard's below the key's
+  DomainKey key;                    // none for a domain that is too long, or has another wildcard
+  bool isBelow = false;             // the level is the wildcard's below the key's
   KxWildcardNode* level = nullptr;  // the key's, if it is known
 };
 

@@ -185,9 +185,9 @@ class GrowingLevel {
     if (ranked) {
       sortByKey(items, end);
     } else {
-      sortByText(items, end, [](const Named& element) {
-        return element.getNameAsStr() != nullptr ? element.getNameAsStr() : "";
-      }, 0);
+      sortByText(
+          items, end,
+          [](const Named& element) { return element.getNameAsStr() != nullptr ? element.getNameAsStr() : ""; }, 0);
     }
     std::transform(items, end, m_elements.begin(), [](const Keyed<Named>& item) { return item.owner; });
     return ranked;

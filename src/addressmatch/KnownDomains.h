@@ -1,5 +1,5 @@
-// The levels of a tree that is being filled, by domain: the way down takes many cache misses, and patterns of one domain
-// come in any order.
+// The levels of a tree that is being filled, by domain: the way down takes many cache misses, and patterns of one
+// domain come in any order.
 #pragma once
 
 #include <array>

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "AddressText.h"
+#include "Handles.h"
 #include "Kinds.h"
 #include "KxWildcardEmail.h"
 #include "LibraryLifetime.h"
@@ -13,10 +14,6 @@
 using namespace zaro_addressmatch;
 
 namespace {
-
-const KxIndexedString* orEmpty(const KxIndexedString* handle) {
-  return handle != nullptr ? handle : &KxStringtable::_theEmptyIndexedString;
-}
 
 // Releases a handle. Failing, it hands the handle's text and index, as they were, to `report`; null and 0 for none.
 template <typename Report>
@@ -135,14 +132,14 @@ KxIndexedStringNamedClass::~KxIndexedStringNamedClass() {
 const KxIndexedString* KxIndexedStringNamedClass::_lookupAndCheckName(const KxIndexedString* text,
                                                                       KxStringtable* table) const {
   if (table == nullptr) {
-    return orEmpty(KxIndexedString::deepCopy(text));
+    return &orEmpty(KxIndexedString::deepCopy(text));
   }
   const KxIndexedString* kept = table->getStringtableRef(text);
-  if (orEmpty(text)->getIndex() < KxIndexedString::Wrapper) {
+  if (orEmpty(text).getIndex() < KxIndexedString::Wrapper) {
     if (kept == text && table->isLocked() && table->_find(text->getString()) != text) {
       table->_hasForeignHolders = true;
     }
-    return orEmpty(kept);
+    return &orEmpty(kept);
   }
   if (kept == nullptr) {
     if (text == nullptr) {
@@ -160,7 +157,7 @@ const KxIndexedString* KxIndexedStringNamedClass::_lookupAndCheckName(const KxIn
   // The table is locked and does not know the text, or could not take it in. The argument is somebody else's and may be
   // gone tomorrow: neither this object nor the table may go on using it.
   table->_dropBorrowed(*text);
-  return orEmpty(KxIndexedString::deepCopy(text));
+  return &orEmpty(KxIndexedString::deepCopy(text));
 }
 
 const KxIndexedString* KxIndexedStringNamedClass::_lookupAndCheckName(const char* text, KxStringtable* table) const {

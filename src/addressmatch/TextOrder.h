@@ -76,8 +76,8 @@ void sortByKey(Item* first, Item* last, unsigned int byte = sizeof(std::uint64_t
 template <typename Item, typename TextOf>
 void sortByText(Item* first, Item* last, TextOf textOf, std::size_t depth);
 
-// Sorts byte by byte, unsigned, by the texts that `textOf(owner)` gives, of which the first `depth` bytes are known to be
-// the same and the keys hold the next. In place.
+// Sorts byte by byte, unsigned, by the texts that `textOf(owner)` gives, of which the first `depth` bytes are known to
+// be the same and the keys hold the next. In place.
 template <typename Item, typename TextOf>
 void sortByKeyAndText(Item* first, Item* last, TextOf textOf, std::size_t depth) {
   constexpr std::ptrdiff_t kAhead = 16;

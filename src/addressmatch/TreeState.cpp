@@ -2,7 +2,6 @@
 
 #include "ExactType.h"
 
-
 namespace zaro_addressmatch {
 
 void TreeState::freeze() {

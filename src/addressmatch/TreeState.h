@@ -30,8 +30,8 @@ struct TreeState {
   // Something was put in by somebody else, or after the freeze, or has a name of its own: from then on only a walk
   // tells what is found.
   bool needsWalk = false;
-  // Whether nothing came in while filling but whole patterns with an "@". Then every level whose domain has a key is among
-  // the domains, and the address of a leaf there is its local part at that domain.
+  // Whether nothing came in while filling but whole patterns with an "@". Then every level whose domain has a key is
+  // among the domains, and the address of a leaf there is its local part at that domain.
   bool hasOnlyPatterns = true;
   KnownDomains domains;  // of no use after the freeze
   LeafRoom leafRoom;

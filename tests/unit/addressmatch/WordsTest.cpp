@@ -109,7 +109,8 @@ TEST(TextOrder, isThatOfTheBytes) {
   for (const std::string& text : texts) {
     items.push_back({0, &text});
   }
-  sortByText(items.data(), items.data() + items.size(), [](const std::string& text) { return text.c_str(); }, 0);
+  sortByText(
+      items.data(), items.data() + items.size(), [](const std::string& text) { return text.c_str(); }, 0);
   std::vector<std::string> got;
   for (const auto& item : items) {
     got.push_back(*item.owner);

@@ -257,4 +257,31 @@ TEST_F(OtherExhaustion, entryOfATableThatCannotBeMadeIsRefused) {
   EXPECT_EQ(sizes, want);
 }
 
+// The patterns come when the table begins to keep texts in blocks.
+TEST_F(OtherExhaustion, patternsOfABigTableAreAddedWholeOrRefusedAndCanBeAddedAgain) {
+  const char* const patterns[] = {"new@example.test", "user@a.new", "*@*.fresh", "new@example.test"};
+  bool failed = true;
+  for (int allocation = 1; failed; ++allocation) {
+    KxStringtable table;
+    for (int number = 0; number != 1021; ++number) {
+      table.getStringtableRef(std::to_string(number).c_str());
+    }
+    KxWildcardRootNode tree(&table);
+    bool added[4] = {};
+    std::size_t count = 0;
+    failed = failsAt(allocation, [&] { count = tree.addAddressPatterns(patterns, 4, 1, nullptr, nullptr, added); });
+    EXPECT_TRUE(failed || count == 4);
+    for (int pass = 0; pass != 2; ++pass) {
+      for (std::size_t i = 0; i != 4; ++i) {
+        std::vector<KxListedEmailAddress*> found;
+        const std::size_t size = tree.findMatches(patterns[i], found).size();
+        EXPECT_TRUE(!added[i] || size == 1) << patterns[i] << " " << allocation;
+      }
+      EXPECT_EQ(tree.addAddressPatterns(patterns, 4, 1, nullptr, nullptr, added), 4u);
+    }
+    KxWildcardEmail::initScanTimeMode();
+    EXPECT_LT(table.getRef("new@example.test")->getIndex(), table.size());
+  }
+}
+
 }  // namespace
