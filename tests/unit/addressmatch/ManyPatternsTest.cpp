@@ -210,9 +210,9 @@ TEST_F(FoundAgain, levelOfASplitPattern) {
   const KxIndexedString example("example");
   labels.push(&example);
   labels.push(&test);
-  ASSERT_TRUE(tree.addAddressPattern(&other, &user, labels, 1, nullptr, nullptr));
-  EXPECT_TRUE(add("*@example.test", 1));
-  EXPECT_FALSE(add("user@example.test", 2));
+  ASSERT_TRUE(tree.addAddressPattern(&other, &KxStringtable::_theWildcardIndexedString, labels, 1, nullptr, nullptr));
+  EXPECT_TRUE(add("user@example.test", 1));
+  EXPECT_FALSE(add("*@example.test", 2));
   EXPECT_EQ(leavesFor("user@example.test"), 2u);
 }
 
