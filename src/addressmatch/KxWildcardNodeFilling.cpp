@@ -195,7 +195,7 @@ void KxWildcardNode::prefetchLevel(PatternDomain& domain) const {
   domain.level = domain.key.isThere() ? _tree->domains.find(domain.key) : nullptr;
   if (domain.level != nullptr) {
     prefetchParts(*domain.level);
-  } else if (_stringtable != nullptr) {
+  } else if (_stringtable != nullptr && _stringtable->_entries != nullptr) {
     // It has most probably one label that is new.
     const InternedTexts& entries = *_stringtable->_entries;
     entries.prefetch(entries.keyOf(domain.text(), std::strcspn(domain.text(), ".")));
