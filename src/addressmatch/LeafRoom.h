@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <memory>
-#include <new>
+#include <utility>
 #include <vector>
 
 #include "KxListedEmailAddress.h"
@@ -17,27 +17,34 @@ class LeafRoom {
   // Memory for one leaf. Throws std::bad_alloc, everything then as it was.
   void* take() {
     if (m_left == 0) {
-      constexpr std::size_t kFirst = 4;
-      constexpr std::size_t kMost = 256;
-      const std::size_t count = m_blocks.empty() ? kFirst : std::min(2 * m_blockSize, kMost);
-      m_blocks.push_back(std::make_unique<Leaf[]>(count));
-      m_blockSize = count;
-      m_left = count;
+      addBlock();
     }
-    return &m_blocks.back()[m_blockSize - m_left--];
+    void* const room = m_next;
+    m_next += kLeaf;
+    --m_left;
+    return room;
   }
 
  private:
-  static constexpr std::size_t kSize = sizeof(void*) == 8 ? 64 : 32;
-  struct alignas(kSize) Leaf {
-    Leaf() {}  // leaves the memory as it is
-    unsigned char bytes[kSize];
-  };
-  static_assert(sizeof(KxListedEmailAddress) <= kSize, "a leaf has room");
+  static constexpr std::size_t kLeaf = sizeof(void*) == 8 ? 64 : 32;
+  static_assert(sizeof(KxListedEmailAddress) <= kLeaf, "a leaf has room");
 
-  std::vector<std::unique_ptr<Leaf[]>> m_blocks;
-  std::size_t m_blockSize = 0;  // of the last one
-  std::size_t m_left = 0;       // in it
+  void addBlock() {
+    constexpr std::size_t kFirst = 4;
+    constexpr std::size_t kMost = 256;
+    const std::size_t count = m_blocks.empty() ? kFirst : std::min(2 * m_count, kMost);
+    std::size_t size = (count + 1) * kLeaf;
+    std::unique_ptr<unsigned char[]> block(new unsigned char[size]);
+    void* begin = block.get();
+    m_blocks.push_back(std::move(block));
+    m_next = static_cast<unsigned char*>(std::align(kLeaf, count * kLeaf, begin, size));
+    m_count = m_left = count;
+  }
+
+  std::vector<std::unique_ptr<unsigned char[]>> m_blocks;
+  std::size_t m_count = 0;  // leaves of the last block
+  std::size_t m_left = 0;   // and its free places
+  unsigned char* m_next = nullptr;
 };
 
 }  // namespace zaro_addressmatch
