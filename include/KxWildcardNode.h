@@ -152,10 +152,12 @@ class ZARO_POLICY_EXPORT KxWildcardNode : public KxLockableClass, public KxIndex
   bool isFilling() const;
   // Has the processor fetch what a pattern's pieces are looked for in. Throws std::bad_alloc.
   void prepare(zaro_addressmatch::FillingPattern& pattern);
-  // The same for its level, and finds it.
+  // The same for the level of its domain, which it notes if there is one.
   void prefetchLevel(zaro_addressmatch::PatternDomain& domain) const;
   // For the root while filling. Throws std::bad_alloc.
   bool add(zaro_addressmatch::FillingPattern& pattern, KxEmailBelongsTo kind, const char* annotation, std::string* owner);
+  static bool addByHandles(KxWildcardNode& level, const zaro_addressmatch::FillingPattern& pattern,
+                           KxEmailBelongsTo kind, const char* annotation, std::string* owner);
   // The table's entry of a text, null when memory runs out, and whether it was made. Filling over a table.
   KxStringtable::Interned intern(const zaro_addressmatch::TextKey& key);
   KxWildcardNode* levelOf(const zaro_addressmatch::PatternDomain& domain);

@@ -6,8 +6,10 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <new>
+#include <utility>
 #include <vector>
 
 #include "KxListedEmailAddress.h"
@@ -140,6 +142,10 @@ class GrowingLevel {
     if (m_sorted == m_elements.size()) {
       return areRanked();
     }
+    if (m_elements.size() - m_sorted <= kFewWaiting && m_sorted > kFew) {
+      sortInEach();
+      return areRanked();
+    }
     if (m_elements.size() <= kFew) {
       std::array<Keyed<Named>, kFew> room;
       return settleWith(room.data());
@@ -166,12 +172,20 @@ class GrowingLevel {
 
  private:
   static constexpr std::size_t kFew = 16;
+  static constexpr std::size_t kFewWaiting = 4;
   static constexpr std::size_t kFetched = 32;
 
   static bool precedes(const Named* one, const Named* other) { return one->getName() < other->getName(); }
 
   bool areRanked() const {
     return std::all_of(m_elements.begin(), m_elements.end(), [](const Named* one) { return one->getName().isIndexed(); });
+  }
+  // For a few that wait behind many, as when somebody adds and searches by turns.
+  void sortInEach() {
+    const auto begin = m_elements.begin();
+    for (auto element = begin + static_cast<std::ptrdiff_t>(m_sorted); element != m_elements.end(); ++element) {
+      std::rotate(std::upper_bound(begin, element, *element, precedes), element, element + 1);
+    }
   }
   // `items` has room for all elements.
   bool settleWith(Keyed<Named>* items) {

@@ -1,8 +1,8 @@
 #include "InternedTexts.h"
 
 #include <algorithm>
-#include <limits>
 #include <new>
+#include <utility>
 
 #include "Memory.h"
 #include "Prefetch.h"
@@ -32,15 +32,23 @@ std::size_t InternedTexts::search(const Part& part, const TextKey& key) const {
 }
 
 InternedTexts::Found InternedTexts::findOrAdd(const TextKey& key) {
-  makeRoom(key.tag);
-  Part& part = m_parts[partOf(key.tag)];
-  Slot& slot = part.slots[search(part, key)];
-  if (slot.position != 0) {
-    return {&entryAt(slot.position), false, false};
+  Part* part = &m_parts[partOf(key.tag)];
+  std::size_t place = 0;
+  // Looked for first: what is there is found whether or not memory suffices for more.
+  if (!part->slots.empty()) {
+    place = search(*part, key);
+    if (part->slots[place].position != 0) {
+      return {&entryAt(part->slots[place].position), false, false};
+    }
+  }
+  if (lacksRoom(*part)) {
+    makeRoom(key.tag);
+    part = &m_parts[partOf(key.tag)];
+    place = search(*part, key);
   }
   const auto taken = [&](std::uint32_t position, bool lacksText) -> Found {
-    slot = {position, key.tag};
-    ++part.used;
+    part->slots[place] = {position, key.tag};
+    ++part->used;
     return {&entryAt(position), true, lacksText};
   };
   TextBlocks::Position position = 0;
@@ -56,13 +64,16 @@ InternedTexts::Found InternedTexts::findOrAdd(const TextKey& key) {
   return taken(static_cast<std::uint32_t>(m_entries.size()), true);
 }
 
+bool InternedTexts::lacksRoom(const Part& part) const {
+  return (m_partBits == 0 && part.used == kBigWhole) || (part.used + 1) * 100 > part.slots.size() * kFullPercent;
+}
+
 void InternedTexts::makeRoom(std::uint32_t tag) {
-  constexpr std::size_t kBigWhole = 32768;
   if (m_partBits == 0 && m_parts[0].used == kBigWhole) {
     split();
   }
   Part& part = m_parts[partOf(tag)];
-  if ((part.used + 1) * 100 > part.slots.size() * kFullPercent) {
+  if (lacksRoom(part)) {
     constexpr std::size_t kFirstSlots = 32;
     resize(part, std::max(kFirstSlots, part.slots.size() * 2), m_partBits);
   }
@@ -149,6 +160,9 @@ bool InternedTexts::rank(unsigned int limit) {
     items.push_back({orderingWord(load8(text)), &entry});
   });
   sortByKeyAndText(items.data(), items.data() + items.size(), textOf, 0);
+  if (items.empty()) {
+    return false;
+  }
   const Item* const last = items.data() + items.size() - 1;
   return assignRanks(items.begin(), items.end(), limit, [last](const Item& item, unsigned int rank) {
     constexpr std::ptrdiff_t kAhead = 16;

@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
-#include <utility>
 #include <vector>
 
 #include "KxStringtable.h"
@@ -78,6 +77,8 @@ class InternedTexts {
  private:
   static constexpr char kTakenOut[] = "";
   static constexpr std::size_t kFullPercent = 80;
+  // From so many on in one part it is split into many.
+  static constexpr std::size_t kBigWhole = 32768;
 
   // So many entries leave their texts to the table.
   static constexpr std::size_t kFew = 1024;
@@ -111,6 +112,7 @@ class InternedTexts {
   }
   // The place of a text, or the free one where the search for it ends; not all of the part's places are taken.
   std::size_t search(const Part& part, const TextKey& key) const;
+  bool lacksRoom(const Part& part) const;
   // These throw std::bad_alloc, everything then as it was.
   void makeRoom(std::uint32_t tag);
   void split();

@@ -338,6 +338,9 @@ const KxIndexedString* KxStringtable::_findInStringtable(const KxIndexedString* 
   }
   // Two ranks are compared as ranks, also with another table's.
   entry = nullptr;
+  if (_entries == nullptr) {
+    return nullptr;
+  }
   _entries->forEach([&entry, wanted](KxIndexedString& one) { entry = one == *wanted ? &one : entry; });
   return entry;
 }

@@ -1,6 +1,7 @@
 #include "KxWildcardNode.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <utility>
@@ -95,10 +96,10 @@ void KxWildcardNode::lock() {
 
 // Has the processor fetch a level, or whatever else it is.
 void KxWildcardNode::prefetchParts(const KxLockableClass& level) {
-  const char* begin = reinterpret_cast<const char*>(&level);
-  prefetchLine(begin);
-  prefetchLine(begin + sizeof(KxWildcardNode) / 2);
-  prefetchLine(begin + sizeof(KxWildcardNode) - 1);
+  const auto begin = reinterpret_cast<std::uintptr_t>(&level);
+  for (const std::size_t offset : {std::size_t{0}, sizeof(KxWildcardNode) / 2, sizeof(KxWildcardNode) - 1}) {
+    prefetchLine(reinterpret_cast<const void*>(begin + offset));
+  }
 }
 
 void KxWildcardNode::prefetchForLock(const KxLockOnInitQueue& queue) {

@@ -5,7 +5,6 @@
 #include <new>
 #include <optional>
 #include <string>
-#include <utility>
 
 #include "AddressText.h"
 #include "Descent.h"
@@ -143,7 +142,7 @@ std::size_t KxWildcardNode::addAddressPatterns(const char* const* addresses, std
   for (std::size_t first = 0; first < count; first += kTogether) {
     const std::size_t size = std::min(count - first, kTogether);
     std::optional<FillingPattern> patterns[kTogether];
-    if (isFilling() && _tree->root == this && !isGone(_stringtable)) {
+    if (!isGone(_stringtable) && isFilling() && _tree->root == this) {
       withinMemory([&] {
         for (std::size_t i = 0; i != size; ++i) {
           if (first + i + kTogether < count) {
@@ -217,15 +216,24 @@ bool KxWildcardNode::add(FillingPattern& pattern, KxEmailBelongsTo kind, const c
     return false;
   }
   if (pattern.name.text == nullptr) {
-    const std::string name(pattern.text.get(), pattern.nameSize);
-    const KxIndexedString nameHandle(name.c_str());
-    return node->_addOrModifyLeaf(&nameHandle, &fullAddress, kind, annotation, owner);
+    return addByHandles(*node, pattern, kind, annotation, owner);
   }
   *pattern.at = '\0';
   const KxStringtable::Interned name = intern(pattern.name);
   *pattern.at = '@';
-  KxListedEmailAddress* leaf = name.entry != nullptr ? leafOf(*node, name, pattern) : nullptr;
-  return leaf != nullptr && (annotation == nullptr || leaf->setAnnotation(annotation)) && leaf->addMembership(kind);
+  if (KxListedEmailAddress* leaf = name.entry != nullptr ? leafOf(*node, name, pattern) : nullptr) {
+    return (annotation == nullptr || leaf->setAnnotation(annotation)) && leaf->addMembership(kind);
+  }
+  // The table cannot take a text in: a leaf may have copies of its own.
+  return addByHandles(*node, pattern, kind, annotation, owner);
+}
+
+bool KxWildcardNode::addByHandles(KxWildcardNode& level, const FillingPattern& pattern, KxEmailBelongsTo kind,
+                                  const char* annotation, std::string* owner) {
+  const std::string name(pattern.text.get(), pattern.nameSize);
+  const KxIndexedString nameHandle(name.c_str());
+  const KxIndexedString fullAddress(pattern.text.get());
+  return level._addOrModifyLeaf(&nameHandle, &fullAddress, kind, annotation, owner);
 }
 
 // The level of a domain, made if need be; null when it cannot be made. Throws std::bad_alloc.
@@ -243,7 +251,7 @@ KxWildcardNode* KxWildcardNode::levelOf(const PatternDomain& domain) {
   return node;
 }
 
-// The same but for the wildcard that the key goes without, by a walk.
+// The level that the domain's key tells, or of all of a domain without a key; by a walk.
 KxWildcardNode* KxWildcardNode::levelBelow(const PatternDomain& domain) {
   LoweredText pieces(domain.text());
   KxWildcardNode* node = this;
@@ -334,7 +342,7 @@ KxWildcardNode* KxWildcardNode::newChild(const KxIndexedString& label) {
 KxStringtable::Interned KxWildcardNode::intern(const TextKey& key) {
   const KxIndexedString wanted(key.text);
   const KxStringtable::Interned interned = _stringtable->intern(key, wanted);
-  if (interned.entry == nullptr) {
+  if (interned.entry == nullptr && interned.isNew) {
     _stringtable->_dropBorrowed(wanted);
   }
   return interned;
@@ -383,17 +391,13 @@ KxListedEmailAddress* KxWildcardNode::storedLeaf(const KxIndexedString& name) {
 }
 
 bool KxWildcardNode::takeChild(KxWildcardNode* child) {
-  if (_tree != nullptr) {
-    _tree->expected = child;
-  }
   child->_tree = _tree;
+  const TreeState::Expectation expectation(_tree, child);
   return _addToChildVector(child);
 }
 
 bool KxWildcardNode::takeLeaf(KxListedEmailAddress* leaf) {
-  if (_tree != nullptr) {
-    _tree->expected = leaf;
-  }
+  const TreeState::Expectation expectation(_tree, leaf);
   return _addToLeafVector(leaf);
 }
 

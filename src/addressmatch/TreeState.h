@@ -20,18 +20,34 @@ struct TreeState {
       index.reset();
     }
   }
+  // For as long as a tree (null: none) takes in an object of its own accord.
+  class Expectation {
+   public:
+    Expectation(TreeState* tree, const void* object) : m_tree(tree) { tell(object); }
+    ~Expectation() { tell(nullptr); }
+    Expectation(const Expectation&) = delete;
+    Expectation& operator=(const Expectation&) = delete;
+
+   private:
+    void tell(const void* object) {
+      if (m_tree != nullptr) {
+        m_tree->expected = object;
+      }
+    }
+    TreeState* m_tree;
+  };
   // To be called once every level is locked: makes the index, if there can be one. Throws std::bad_alloc.
   void freeze();
 
   KxWildcardNode* root;  // null when it has gone
-  // What the tree is about to take in of its own accord.
+  // What the tree is about to take in of its own accord; null for nothing.
   const void* expected = nullptr;
   bool isFrozen = false;
   // Something was put in by somebody else, or after the freeze, or has a name of its own: from then on only a walk
   // tells what is found.
   bool needsWalk = false;
-  // Whether nothing came in while filling but whole patterns with an "@". Then every level whose domain has a key is
-  // among the domains, and the address of a leaf there is its local part at that domain.
+  // Whether nothing came in while filling but whole patterns other than bare texts. Then every level whose domain has a
+  // key is among the domains, and the address of a leaf there is its local part at that domain.
   bool hasOnlyPatterns = true;
   KnownDomains domains;  // of no use after the freeze
   LeafRoom leafRoom;

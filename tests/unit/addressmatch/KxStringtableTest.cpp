@@ -385,6 +385,14 @@ TEST_F(Stringtable, lockRanksTheEntriesInTextOrder) {
   EXPECT_THAT(logged(), IsEmpty());
 }
 
+TEST_F(Stringtable, emptyFrozenTableKnowsNoRankOfAnother) {
+  KxStringtable other;
+  other.getStringtableRef("text");
+  other.lock();
+  table.lock();
+  EXPECT_EQ(table._findInStringtable(other.getRef("text")), nullptr);
+}
+
 TEST_F(Stringtable, emptyTableCanBeLocked) {
   table.lock();
   EXPECT_TRUE(table.isLocked());

@@ -257,6 +257,43 @@ TEST_F(OtherExhaustion, entryOfATableThatCannotBeMadeIsRefused) {
   EXPECT_EQ(sizes, want);
 }
 
+TEST_F(OtherExhaustion, textThatIsThereIsFoundWithoutMemory) {
+  KxStringtable table;
+  for (int number = 0; number != 40000; ++number) {
+    const std::string text = std::to_string(number);
+    const KxIndexedString* const entry = table.getStringtableRef(text.c_str());
+    const KxIndexedString wrapper(text.c_str());
+    const KxIndexedString* found = nullptr;
+    failsAt(1, [&] { found = table._addToStringtable(&wrapper); });
+    ASSERT_EQ(found, entry) << number;
+  }
+  EXPECT_THAT(platform().log.lines(), IsEmpty());
+}
+
+TEST_F(OtherExhaustion, storedPatternTakesAKindWithoutMemoryForItsTable) {
+  for (int more = 0; more != 60; ++more) {
+    KxStringtable table;
+    KxWildcardRootNode tree(&table);
+    EXPECT_TRUE(tree.addAddressPattern("user@test", 1, nullptr, nullptr));
+    for (int number = 0; number != more; ++number) {
+      table.getStringtableRef(std::to_string(number).c_str());
+    }
+    bool added = false;
+    failsAt(1, [&] { added = tree.addAddressPattern("user@test", 16, nullptr, nullptr); });
+    EXPECT_TRUE(added) << more;
+  }
+}
+
+TEST_F(OtherExhaustion, tableThatTookNothingInCanBeLocked) {
+  bool failed = true;
+  for (int allocation = 1; failed; ++allocation) {
+    KxStringtable table;
+    failed = failsAt(allocation, [&] { table._addToStringtable("text"); });
+    table.lock();
+    EXPECT_TRUE(table.isLocked());
+  }
+}
+
 // The patterns come when the table begins to keep texts in blocks.
 TEST_F(OtherExhaustion, patternsOfABigTableAreAddedWholeOrRefusedAndCanBeAddedAgain) {
   const char* const patterns[] = {"new@example.test", "user@a.new", "*@*.fresh", "new@example.test"};
