@@ -26,10 +26,12 @@ class TextBlocks {
     const std::size_t units = unitsFor(size);
     const std::size_t block = blockFor(units);
     std::uint64_t* first = m_blocks[block].units.get() + m_blocks[block].used;
-    first[units - 1] = 0;  // zeros behind the text, up to the next entry
-    char* copy = reinterpret_cast<char*>(first) + sizeof(KxIndexedString);
-    std::memcpy(copy, text, size);
-    (new (first) KxIndexedString(copy))->_setIndex(KxIndexedString::TableEntry);
+    std::uint64_t* word = first + kEntryUnits;
+    (new (first) KxIndexedString(reinterpret_cast<const char*>(word)))->_setIndex(KxIndexedString::TableEntry);
+    for (std::size_t offset = 0; offset + 8 <= size; offset += 8) {
+      *word++ = load8(text + offset);
+    }
+    *word = size % 8 != 0 ? lastWord(text, size, size % 8) : 0;  // with zeros up to the next entry
     const auto position = static_cast<Position>(block * kBlockUnits + m_blocks[block].used);
     m_blocks[block].used += units;
     return position;
