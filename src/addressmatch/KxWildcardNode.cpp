@@ -96,9 +96,9 @@ void KxWildcardNode::lock() {
 
 // Has the processor fetch a level, or whatever else it is.
 void KxWildcardNode::prefetchParts(const KxLockableClass& level) {
-  const auto begin = reinterpret_cast<std::uintptr_t>(&level);
+  const auto* begin = reinterpret_cast<const char*>(&level);
   for (const std::size_t offset : {std::size_t{0}, sizeof(KxWildcardNode) / 2, sizeof(KxWildcardNode) - 1}) {
-    prefetchLine(reinterpret_cast<const void*>(begin + offset));
+    prefetchLine(begin + offset);
   }
 }
 
