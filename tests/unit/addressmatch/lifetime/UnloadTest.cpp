@@ -99,7 +99,9 @@ PROCESS_TEST(Unload, isCompleteAndLeavesNothingBehind) {
     useOnce();
     ASSERT_FALSE(Library::isLoaded()) << i;
   }
-  EXPECT_LT(bytesInUse(), before + kTimes);
+  // Half of what a single byte left behind by each would take. The allocator's own caches settle at a little.
+  constexpr std::size_t kSmallestBlock = 4 * sizeof(void*);
+  EXPECT_LT(bytesInUse(), before + kTimes * kSmallestBlock / 2);
 }
 
 // The relations of entities build a tree for each question.
