@@ -104,6 +104,8 @@ class FrozenIndex {
     std::uint64_t belowRootHash;  // of the name below the root
     const DomainSlot* domain;
     const NameSlot* name;
+    bool mayBeName;
+    bool mayBeAtDomain;  // the name, or any name
     bool mayBeBelowRoot;
     std::size_t suffixCount;
     Suffix suffixes[kMostLabels];  // the shortest first
@@ -125,6 +127,7 @@ class FrozenIndex {
   void hashPieces(Query& query, NextDot nextDot) const;
   void prefetchPlaces(const Query& query) const;
   void locate(Query& query) const;
+  void askFilter(Query& query) const;
   void resolve(const Query& query, Matches& out) const;
   void findOther(Kind kind, const char* address, Matches& out) const;
   void findLong(const char* address, Matches& out) const;
@@ -139,16 +142,22 @@ class FrozenIndex {
   }
   static constexpr std::uint64_t kNoDomainHash = 0;
   std::size_t filterPlace(std::uint64_t hash) const { return placeOf(hash << 32, m_filter.size()); }
-  static std::uint8_t filterBit(std::uint64_t hash) { return static_cast<std::uint8_t>(1u << (hash >> 61)); }
-  bool mayHaveBelow(std::uint64_t hash) const { return (m_filter[filterPlace(hash)] & filterBit(hash)) != 0; }
+  static std::uint32_t filterBits(std::uint64_t hash) {
+    return std::uint32_t{1} << (hash >> 59) | std::uint32_t{1} << (hash >> 54 & 31);
+  }
+  bool mayHave(std::uint64_t hash) const {
+    const std::uint32_t bits = filterBits(hash);
+    return (m_filter[filterPlace(hash)] & bits) == bits;
+  }
+  static std::uint64_t anyNameHash(std::uint64_t domainHash) { return ~domainHash; }
 
   KxWildcardNode& m_root;
   HashSeed m_seed;
   Table<DomainSlot> m_domains;
   Table<NameSlot> m_names;       // NAME@DOMAIN
   Table<NameSlot> m_namesBelow;  // NAME@*.DOMAIN and NAME@*
-  // Bits by hash: the suffixes that have something below, and the names there.
-  std::vector<std::uint8_t> m_filter;
+  // Two bits for each hash: names, domains with any name, suffixes with something below.
+  std::vector<std::uint32_t> m_filter;
   // A bit for each number of labels that such a suffix has, from 1 on.
   std::uint64_t m_belowDepths = 0;
   // Below the root: NAME@* and *@*.

@@ -122,6 +122,7 @@ class FrozenIndexBuilder {
   // False for something below more labels than a search looks at.
   bool takeLevel(const KxWildcardNode& node) {
     m_nameCount += node._leaves.size();
+    m_anyNameCount += node._wildcardLeaf != nullptr ? 1 : 0;
     if (node._wildcardChild != nullptr) {
       const std::size_t labels = m_path.size() - 1;
       if (labels > FrozenIndex::kMostLabels) {
@@ -143,8 +144,10 @@ class FrozenIndexBuilder {
   }
 
   void makeFilter() {
-    constexpr std::size_t kBytesEach = 2;
-    m_index->m_filter.resize((m_belowCount + m_nameBelowCount) * kBytesEach + 1);
+    // About one in twenty of what is not there passes.
+    constexpr std::size_t kBitsEach = 10;
+    const std::size_t count = m_nameCount + m_anyNameCount + m_belowCount + m_nameBelowCount;
+    m_index->m_filter.resize(count * kBitsEach / 32 + 1);
   }
 
   bool placeDomains() {
@@ -183,7 +186,7 @@ class FrozenIndexBuilder {
     }
   }
 
-  void markBelow(std::uint64_t hash) { m_index->m_filter[m_index->filterPlace(hash)] |= FrozenIndex::filterBit(hash); }
+  void mark(std::uint64_t hash) { m_index->m_filter[m_index->filterPlace(hash)] |= FrozenIndex::filterBits(hash); }
 
   // The slots are moved to their places within the table's own memory. Each that comes to its place turns another out,
   // which goes on; several are on their way side by side, so that the processor fetches their places side by side.
@@ -259,7 +262,10 @@ class FrozenIndexBuilder {
       const Level& level = m_levels[i];
       const auto number = static_cast<std::uint32_t>(i + 1);
       if (level.node->_wildcardChild != nullptr) {
-        markBelow(level.hash);
+        mark(level.hash);
+      }
+      if (level.node->_wildcardLeaf != nullptr) {
+        mark(FrozenIndex::anyNameHash(level.hash));
       }
       takeNames(*level.node, level.hash, number, false);
       if (level.node->_wildcardChild != nullptr) {
@@ -308,6 +314,7 @@ class FrozenIndexBuilder {
       const char* text = textOf(*name.leaf);
       name.size = std::strlen(text);
       name.hash = m_index->nameHashAt(hashText(m_index->m_seed, text, name.size), name.hash);
+      prefetchLine(&m_index->m_filter[m_index->filterPlace(name.hash)]);
     }
     for (const Name& name : m_waiting) {
       addName(name);
@@ -321,9 +328,7 @@ class FrozenIndexBuilder {
     Names& names = name.below ? m_namesBelow : m_names;
     names.slots.push_back({name.leaf, FrozenIndex::NameKey::of(words, name.size).at(name.number)});
     names.hashes.push_back(name.hash);
-    if (name.below) {
-      markBelow(name.hash);
-    }
+    mark(name.hash);
   }
 
   KxWildcardNode& m_root;
@@ -332,6 +337,7 @@ class FrozenIndexBuilder {
   std::vector<Level> m_levels;
   std::string m_texts;
   std::size_t m_nameCount = 0;
+  std::size_t m_anyNameCount = 0;
   std::size_t m_nameBelowCount = 0;
   std::size_t m_belowCount = 0;
   std::vector<Name> m_waiting;
