@@ -40,7 +40,7 @@ void FrozenIndex::find(const char* address, Matches& out) const {
   if (kind == Kind::Split) {
     prefetchPlaces(query);
     locate(query);
-    askFilter(query);
+    dropAbsent(query);
     resolve(query, out);
   } else {
     findOther(kind, address, out);
@@ -174,14 +174,14 @@ inline void FrozenIndex::hashPieces(Query& query, NextDot nextDot) const {
 inline void FrozenIndex::prefetchPlaces(const Query& query) const {
   m_domains.places.prefetch(query.domainHash);
   m_names.places.prefetch(query.fullHash);
-  prefetchLine(&m_filter[filterPlace(query.belowRootHash)]);
+  m_below.prefetch(query.belowRootHash);
   for (std::size_t i = 0; i != query.suffixCount; ++i) {
-    prefetchLine(&m_filter[filterPlace(query.suffixes[i].hash)]);
+    m_below.prefetch(query.suffixes[i].hash);
     m_domains.places.prefetch(query.suffixes[i].hash);
   }
 }
 
-// Has the processor fetch the places, and drops what the filter tells not to be there.
+// Has the processor fetch the places, and drops the suffixes that have nothing below.
 inline void FrozenIndex::locate(Query& query) const {
   query.domain = m_domains.at(query.domainHash);
   prefetchLine(query.domain);
@@ -189,13 +189,13 @@ inline void FrozenIndex::locate(Query& query) const {
   prefetchLine(query.name);
   query.mayBeName = true;
   query.mayBeAtDomain = true;
-  query.mayBeBelowRoot = m_hasNamesBelowRoot && mayHave(query.belowRootHash);
+  query.mayBeBelowRoot = m_hasNamesBelowRoot && m_below.mayHave(query.belowRootHash);
   if (query.mayBeBelowRoot) {
     prefetchLine(m_namesBelow.at(query.belowRootHash));
   }
   std::size_t kept = 0;
   for (std::size_t i = 0; i != query.suffixCount; ++i) {
-    if (mayHave(query.suffixes[i].hash)) {
+    if (m_below.mayHave(query.suffixes[i].hash)) {
       query.suffixes[kept++] = query.suffixes[i];
       prefetchLine(m_domains.at(query.suffixes[i].hash));
     }
@@ -203,11 +203,11 @@ inline void FrozenIndex::locate(Query& query) const {
   query.suffixCount = kept;
 }
 
-// Drops what the filter tells not to be there. It answers sooner than the places, so that a wrong guess of the
-// processor's at the branches to come costs less. Pays only where addresses come one by one.
-inline void FrozenIndex::askFilter(Query& query) const {
-  query.mayBeName = mayHave(query.fullHash);
-  const bool mayBeAnyName = mayHave(anyNameHash(query.domainHash));
+// Drops the domain if it has neither the name nor any name. The filter answers sooner than the places, so that a wrong
+// guess of the processor's at the branches to come costs less. Pays only where addresses come one by one.
+inline void FrozenIndex::dropAbsent(Query& query) const {
+  query.mayBeName = m_atDomains.mayHave(query.fullHash);
+  const bool mayBeAnyName = m_atDomains.mayHave(anyNameHash(query.domainHash));
   query.mayBeAtDomain = query.mayBeName | mayBeAnyName;  // another branch would be guessed wrong half of the time
 }
 
@@ -228,7 +228,7 @@ inline void FrozenIndex::resolve(const Query& query, Matches& out) const {
     }
     if (domain.hasNamesBelow) {
       const std::uint64_t hash = nameHashAt(query.nameHash, suffix.hash);
-      if (mayHave(hash)) {
+      if (m_below.mayHave(hash)) {
         takeName(*m_namesBelow.at(hash), query, domain.number, out);
       }
     }

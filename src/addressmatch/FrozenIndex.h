@@ -10,6 +10,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "HashFilter.h"
 #include "KxWildcardNode.h"
 #include "LoweredWords.h"
 #include "PerfectPlaces.h"
@@ -127,7 +128,7 @@ class FrozenIndex {
   void hashPieces(Query& query, NextDot nextDot) const;
   void prefetchPlaces(const Query& query) const;
   void locate(Query& query) const;
-  void askFilter(Query& query) const;
+  void dropAbsent(Query& query) const;
   void resolve(const Query& query, Matches& out) const;
   void findOther(Kind kind, const char* address, Matches& out) const;
   void findLong(const char* address, Matches& out) const;
@@ -141,14 +142,6 @@ class FrozenIndex {
     return mixed(nameHash ^ m_seed.words[1], domainHash ^ m_seed.words[3]);
   }
   static constexpr std::uint64_t kNoDomainHash = 0;
-  std::size_t filterPlace(std::uint64_t hash) const { return placeOf(hash << 32, m_filter.size()); }
-  static std::uint32_t filterBits(std::uint64_t hash) {
-    return std::uint32_t{1} << (hash >> 59) | std::uint32_t{1} << (hash >> 54 & 31);
-  }
-  bool mayHave(std::uint64_t hash) const {
-    const std::uint32_t bits = filterBits(hash);
-    return (m_filter[filterPlace(hash)] & bits) == bits;
-  }
   static std::uint64_t anyNameHash(std::uint64_t domainHash) { return ~domainHash; }
 
   KxWildcardNode& m_root;
@@ -156,8 +149,8 @@ class FrozenIndex {
   Table<DomainSlot> m_domains;
   Table<NameSlot> m_names;       // NAME@DOMAIN
   Table<NameSlot> m_namesBelow;  // NAME@*.DOMAIN and NAME@*
-  // Two bits for each hash: names, domains with any name, suffixes with something below.
-  std::vector<std::uint32_t> m_filter;
+  HashFilter m_atDomains;        // names at domains, and domains with any name
+  HashFilter m_below;            // suffixes that have something below, and names there
   // A bit for each number of labels that such a suffix has, from 1 on.
   std::uint64_t m_belowDepths = 0;
   // Below the root: NAME@* and *@*.

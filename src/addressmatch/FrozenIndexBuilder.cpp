@@ -22,7 +22,7 @@ class FrozenIndexBuilder {
       return nullptr;
     }
     m_collided = !placeDomains();
-    makeFilter();
+    makeFilters();
     if (m_collided || !collectNames()) {
       return nullptr;
     }
@@ -143,11 +143,9 @@ class FrozenIndexBuilder {
     return true;
   }
 
-  void makeFilter() {
-    // About one in twenty of what is not there passes.
-    constexpr std::size_t kBitsEach = 10;
-    const std::size_t count = m_nameCount + m_anyNameCount + m_belowCount + m_nameBelowCount;
-    m_index->m_filter.resize(count * kBitsEach / 32 + 1);
+  void makeFilters() {
+    m_index->m_atDomains.resize(m_nameCount + m_anyNameCount);
+    m_index->m_below.resize(m_belowCount + m_nameBelowCount);
   }
 
   bool placeDomains() {
@@ -185,8 +183,6 @@ class FrozenIndexBuilder {
       slot.hasNamesBelow = !below->_leaves.empty();
     }
   }
-
-  void mark(std::uint64_t hash) { m_index->m_filter[m_index->filterPlace(hash)] |= FrozenIndex::filterBits(hash); }
 
   // The slots are moved to their places within the table's own memory. Each that comes to its place turns another out,
   // which goes on; several are on their way side by side, so that the processor fetches their places side by side.
@@ -262,10 +258,10 @@ class FrozenIndexBuilder {
       const Level& level = m_levels[i];
       const auto number = static_cast<std::uint32_t>(i + 1);
       if (level.node->_wildcardChild != nullptr) {
-        mark(level.hash);
+        m_index->m_below.add(level.hash);
       }
       if (level.node->_wildcardLeaf != nullptr) {
-        mark(FrozenIndex::anyNameHash(level.hash));
+        m_index->m_atDomains.add(FrozenIndex::anyNameHash(level.hash));
       }
       takeNames(*level.node, level.hash, number, false);
       if (level.node->_wildcardChild != nullptr) {
@@ -314,7 +310,7 @@ class FrozenIndexBuilder {
       const char* text = textOf(*name.leaf);
       name.size = std::strlen(text);
       name.hash = m_index->nameHashAt(hashText(m_index->m_seed, text, name.size), name.hash);
-      prefetchLine(&m_index->m_filter[m_index->filterPlace(name.hash)]);
+      filterOf(name).prefetch(name.hash);
     }
     for (const Name& name : m_waiting) {
       addName(name);
@@ -322,13 +318,15 @@ class FrozenIndexBuilder {
     m_waiting.clear();
   }
 
+  HashFilter& filterOf(const Name& name) const { return name.below ? m_index->m_below : m_index->m_atDomains; }
+
   void addName(const Name& name) {
     std::uint64_t words[3] = {};
     std::memcpy(words, textOf(*name.leaf), std::min(name.size, sizeof words));
     Names& names = name.below ? m_namesBelow : m_names;
     names.slots.push_back({name.leaf, FrozenIndex::NameKey::of(words, name.size).at(name.number)});
     names.hashes.push_back(name.hash);
-    mark(name.hash);
+    filterOf(name).add(name.hash);
   }
 
   KxWildcardNode& m_root;
