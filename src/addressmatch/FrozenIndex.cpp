@@ -174,9 +174,9 @@ inline void FrozenIndex::hashPieces(Query& query, NextDot nextDot) const {
 inline void FrozenIndex::prefetchPlaces(const Query& query) const {
   m_domains.places.prefetch(query.domainHash);
   m_names.places.prefetch(query.fullHash);
-  m_below.prefetch(query.belowRootHash);
+  m_filterOfWildcards.prefetch(query.belowRootHash);
   for (std::size_t i = 0; i != query.suffixCount; ++i) {
-    m_below.prefetch(query.suffixes[i].hash);
+    m_filterOfWildcards.prefetch(query.suffixes[i].hash);
     m_domains.places.prefetch(query.suffixes[i].hash);
   }
 }
@@ -189,13 +189,13 @@ inline void FrozenIndex::locate(Query& query) const {
   prefetchLine(query.name);
   query.mayBeName = true;
   query.mayBeAtDomain = true;
-  query.mayBeBelowRoot = m_hasNamesBelowRoot && m_below.mayHave(query.belowRootHash);
+  query.mayBeBelowRoot = m_hasNamesBelowRoot && m_filterOfWildcards.mayHave(query.belowRootHash);
   if (query.mayBeBelowRoot) {
     prefetchLine(m_namesBelow.at(query.belowRootHash));
   }
   std::size_t kept = 0;
   for (std::size_t i = 0; i != query.suffixCount; ++i) {
-    if (m_below.mayHave(query.suffixes[i].hash)) {
+    if (m_filterOfWildcards.mayHave(query.suffixes[i].hash)) {
       query.suffixes[kept++] = query.suffixes[i];
       prefetchLine(m_domains.at(query.suffixes[i].hash));
     }
@@ -206,8 +206,8 @@ inline void FrozenIndex::locate(Query& query) const {
 // Drops the domain if it has neither the name nor any name. The filter answers sooner than the places, so that a wrong
 // guess of the processor's at the branches to come costs less. Pays only where addresses come one by one.
 inline void FrozenIndex::dropAbsent(Query& query) const {
-  query.mayBeName = m_atDomains.mayHave(query.fullHash);
-  const bool mayBeAnyName = m_atDomains.mayHave(anyNameHash(query.domainHash));
+  query.mayBeName = m_filterOfNames.mayHave(query.fullHash);
+  const bool mayBeAnyName = m_filterOfWildcards.mayHave(anyNameHash(query.domainHash));
   query.mayBeAtDomain = query.mayBeName | mayBeAnyName;  // another branch would be guessed wrong half of the time
 }
 
@@ -228,7 +228,7 @@ inline void FrozenIndex::resolve(const Query& query, Matches& out) const {
     }
     if (domain.hasNamesBelow) {
       const std::uint64_t hash = nameHashAt(query.nameHash, suffix.hash);
-      if (m_below.mayHave(hash)) {
+      if (m_filterOfWildcards.mayHave(hash)) {
         takeName(*m_namesBelow.at(hash), query, domain.number, out);
       }
     }

@@ -149,8 +149,9 @@ class FrozenIndex {
   Table<DomainSlot> m_domains;
   Table<NameSlot> m_names;       // NAME@DOMAIN
   Table<NameSlot> m_namesBelow;  // NAME@*.DOMAIN and NAME@*
-  HashFilter m_atDomains;        // names at domains, and domains with any name
-  HashFilter m_below;            // suffixes that have something below, and names there
+  // Apart, since there are far fewer wildcards than names, and nearer caches hold their filter.
+  HashFilter m_filterOfNames;      // NAME@DOMAIN
+  HashFilter m_filterOfWildcards;  // *@DOMAIN, suffixes that have something below, and names there
   // A bit for each number of labels that such a suffix has, from 1 on.
   std::uint64_t m_belowDepths = 0;
   // Below the root: NAME@* and *@*.

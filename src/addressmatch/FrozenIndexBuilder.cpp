@@ -144,8 +144,8 @@ class FrozenIndexBuilder {
   }
 
   void makeFilters() {
-    m_index->m_atDomains.resize(m_nameCount + m_anyNameCount);
-    m_index->m_below.resize(m_belowCount + m_nameBelowCount);
+    m_index->m_filterOfNames.resize(m_nameCount);
+    m_index->m_filterOfWildcards.resize(m_anyNameCount + m_belowCount + m_nameBelowCount);
   }
 
   bool placeDomains() {
@@ -258,10 +258,10 @@ class FrozenIndexBuilder {
       const Level& level = m_levels[i];
       const auto number = static_cast<std::uint32_t>(i + 1);
       if (level.node->_wildcardChild != nullptr) {
-        m_index->m_below.add(level.hash);
+        m_index->m_filterOfWildcards.add(level.hash);
       }
       if (level.node->_wildcardLeaf != nullptr) {
-        m_index->m_atDomains.add(FrozenIndex::anyNameHash(level.hash));
+        m_index->m_filterOfWildcards.add(FrozenIndex::anyNameHash(level.hash));
       }
       takeNames(*level.node, level.hash, number, false);
       if (level.node->_wildcardChild != nullptr) {
@@ -318,7 +318,9 @@ class FrozenIndexBuilder {
     m_waiting.clear();
   }
 
-  HashFilter& filterOf(const Name& name) const { return name.below ? m_index->m_below : m_index->m_atDomains; }
+  HashFilter& filterOf(const Name& name) const {
+    return name.below ? m_index->m_filterOfWildcards : m_index->m_filterOfNames;
+  }
 
   void addName(const Name& name) {
     std::uint64_t words[3] = {};
