@@ -1,7 +1,6 @@
 #include "KxWildcardNode.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <memory>
 #include <string>
 #include <utility>
