@@ -8,13 +8,13 @@
 #include <exception>
 #include <string>
 
-#include "CommandTree.h"
-#include "Commands.h"
-#include "DelayedSignals.h"
-#include "ExitCode.h"
-#include "Output.h"
-#include "Text.h"
-#include "UsageError.h"
+#include "commands/CommandTree.h"
+#include "commands/Commands.h"
+#include "console/DelayedSignals.h"
+#include "console/ExitCode.h"
+#include "console/Output.h"
+#include "console/Text.h"
+#include "console/UsageError.h"
 
 namespace {
 

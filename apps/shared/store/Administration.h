@@ -1,0 +1,60 @@
+// Administrators and managing groups of the installation, as commands need them.
+//
+// Everything here throws RuntimeError when the database fails, and NotThere for what is not there.
+#pragma once
+
+#include <set>
+#include <string>
+#include <vector>
+
+#include "EntityUtils.h"
+#include "ZaroRuntime/RuntimeError.h"
+#include "ZaroRuntime/SqlSession.h"
+#include "console/Output.h"
+
+// Whom or what a command names is not there.
+class NotThere : public zaroruntime::RuntimeError {
+ public:
+  using RuntimeError::RuntimeError;
+};
+
+// Makes the library ready, once: afterwards what it last failed in is for `databaseFailure` to tell.
+void requireLibrary();
+
+// An identifier in a row, and one on the command line; UsageError, naming `argument`, for a text that is none.
+unsigned int idIn(const zaroruntime::SqlSession::Row& row, std::size_t column);
+unsigned int idArgument(const char* argument, const std::string& text);
+
+// Why a text cannot be a name; empty when it can.
+std::string wrongName(const std::string& text);
+// UsageError, naming `argument`, for such a text.
+void refuseWrongName(const char* argument, const std::string& text);
+
+// --- Administrators ---
+
+unsigned int adminIdOf(const std::string& name);
+// The managing groups of an administrator; without any, empty.
+std::vector<GroupEntity> entitiesOf(unsigned int adminId);
+
+// --- Managing groups ---
+
+using EntitySet = std::set<GroupEntity, GroupEntityCmp>;
+
+// The name of a type that has one, otherwise its number; and the type that such a text means, or UsageError.
+std::string nameOfType(GroupEntity::EntityType type);
+GroupEntity::EntityType entityType(const std::string& text);
+
+EntitySet entitiesOfType(GroupEntity::EntityType type);
+// Every managing group, by type and name.
+std::vector<GroupEntity> allEntities();
+
+// A managing group as the command line names it.
+struct WantedEntity {
+  std::string text;
+  bool isId = false;
+
+  // It must be the only one of its name: groups of different types may have the same.
+  GroupEntity find() const;
+};
+
+Json recordOf(const GroupEntity& entity);

@@ -1,0 +1,183 @@
+#include "store/PolicySettings.h"
+
+#include <strings.h>
+
+#include <utility>
+
+#include "ZaroPolicyServerInterface.h"
+#include "ZaroRuntime/LastFailure.h"
+#include "console/Text.h"
+
+using zaroruntime::Setting;
+using zaroruntime::Settings;
+using Interface = ZaroPolicyServerInterface;
+using Rule = Interface::NumberRule;
+
+namespace {
+
+struct Answer {
+  unsigned int code;
+  std::vector<std::pair<std::string, Json>> values;  // by key, in the order in which they are read
+};
+
+const char* protocolName(Interface::Protocol protocol) {
+  return protocol == Interface::HTTPS ? "HTTPS" : "HTTP";
+}
+
+Answer askForServer() {
+  // The caller's values count where a stored one is no number; those are not shown.
+  unsigned int backlog = 0, port = 0, recvTimeout = 0, sendTimeout = 0, threads = 0, maxThreads = 0, cacheTtl = 0;
+  bool keepAlive = false;
+  Interface::Protocol protocol = Interface::HTTP;
+  const unsigned int code = Interface::getSettingsFromDatabase(backlog, keepAlive, port, protocol, recvTimeout,
+                                                               sendTimeout, threads, maxThreads, cacheTtl, true);
+  return {code,
+          {{"backlog", backlog},
+           {"keep-alive", keepAlive},
+           {"PolicyServerPort", port},
+           {"protocol", protocolName(protocol)},
+           {"recv_timeout_secs", recvTimeout},
+           {"send_timeout_secs", sendTimeout},
+           {"threads", threads},
+           {"max_threads", maxThreads},
+           {kCacheTtl, cacheTtl}}};
+}
+
+Answer askForClient() {
+  std::string host;
+  unsigned int port = 0, recvTimeout = 0, sendTimeout = 0;
+  bool keepAlive = false;
+  Interface::Protocol protocol = Interface::HTTP;
+  const unsigned int code =
+      Interface::getClientSettingsFromDatabase(host, port, keepAlive, protocol, recvTimeout, sendTimeout, true);
+  return {code,
+          {{"PolicyServerPort", port},
+           {"keep-alive", keepAlive},
+           {"protocol", protocolName(protocol)},
+           {"host", host},
+           {"recv_timeout_secs", recvTimeout},
+           {"send_timeout_secs", sendTimeout}}};
+}
+
+// --- Why a stored text does not count as it stands ---
+
+std::string whyNumberChanges(const Rule& rule, Interface::Reading reading) {
+  switch (reading) {
+    case Interface::AsStored:
+      return "";
+    case Interface::TooLong:
+      return "longer than " + std::to_string(rule.longest) + " digits";
+    case Interface::TooLow:
+      return "below " + std::to_string(rule.least);
+    case Interface::TooHigh:
+      return "above " + std::to_string(rule.greatest);
+    case Interface::NotANumber:
+      break;
+  }
+  return rule.isPort ? "not a port" : "not a number";
+}
+
+struct Word {
+  const char* key;
+  const char* one;
+  const char* other;
+  const char* note;  // about any other word
+};
+
+constexpr Word kWords[] = {
+    {"keep-alive", "yes", "no", "neither yes nor no"},
+    {"protocol", "HTTP", "HTTPS", "neither HTTP nor HTTPS"},
+};
+
+std::string whyWordChanges(const std::string& key, const std::string& text) {
+  for (const Word& word : kWords) {
+    const bool known = strcasecmp(text.c_str(), word.one) == 0 || strcasecmp(text.c_str(), word.other) == 0;
+    if (key == word.key && !known) {
+      return word.note;
+    }
+  }
+  return "";
+}
+
+// Sets value and note of a setting that was read.
+void explain(const Rule* rule, const Json& value, ReadSetting& setting) {
+  const std::string& text = setting.stored->value;
+  setting.value = value;
+  if (rule == nullptr) {
+    setting.note = whyWordChanges(setting.key, text);
+    return;
+  }
+  unsigned int number = 0;
+  const Interface::Reading reading = Interface::readNumber(*rule, text, number);
+  setting.note = whyNumberChanges(*rule, reading);
+  if (reading == Interface::NotANumber && !rule->fallBack) {
+    setting.value = nullptr;
+    setting.note += "; the server's own default counts";
+  }
+}
+
+using FindRule = const Rule* (*)(const std::string& key);
+
+// Puts the library's values beside what is stored. `sectionOf` says where a key stands.
+template <typename SectionOf>
+ReadSettings compare(const Answer& answer, const Settings& stored, FindRule findRule, SectionOf sectionOf) {
+  ReadSettings read{{}, answer.code};
+  bool reached = true;
+  for (const auto& [key, value] : answer.values) {
+    const std::string section = sectionOf(key);
+    ReadSetting setting{section, key, stored.find(section, key), nullptr, ""};
+    if (setting.stored == nullptr) {
+      setting.note = "missing";
+      reached = false;
+    } else if (reached) {
+      explain(findRule(key), value, setting);
+    } else {
+      setting.note = "not read: one before it is missing";
+    }
+    read.settings.push_back(std::move(setting));
+  }
+  return read;
+}
+
+const std::string* textOf(const Setting* setting) {
+  return setting != nullptr ? &setting->value : nullptr;
+}
+
+}  // namespace
+
+std::string cacheSection(const Settings& stored) {
+  return Interface::getCacheSection(textOf(stored.find(kLdapSection, "access_type")),
+                                    textOf(stored.find(kLdapSection, "enabled_server")));
+}
+
+ReadSettings readAsServer(const Settings& stored) {
+  return compare(askForServer(), stored, Interface::findServerRule, [&](const std::string& key) {
+    return key == kCacheTtl ? cacheSection(stored) : std::string(kServerSection);
+  });
+}
+
+ReadSettings readAsClient(const Settings& stored) {
+  return compare(askForClient(), stored, Interface::findClientRule, [&](const std::string& key) {
+    // The first three are read before the client's own section; of the others, what that lacks is the server's.
+    const bool own = key == "host" || key == "recv_timeout_secs" || key == "send_timeout_secs";
+    const bool taken = stored.find(kClientSection, key) == nullptr && stored.find(kServerSection, key) != nullptr;
+    return std::string(own && !taken ? kClientSection : kServerSection);
+  });
+}
+
+std::string whyUnreadable(const char* reader, const ReadSettings& read) {
+  std::string why = zaroruntime::lastFailure();
+  for (const ReadSetting& setting : read.settings) {
+    if (setting.stored == nullptr) {
+      why = "[" + setting.section + "] " + setting.key + " is missing";
+      break;
+    }
+  }
+  return std::string(reader) + " cannot read its settings (code " + std::to_string(read.code) + "): " + why;
+}
+
+void tellOfDatabase(const Settings& stored) {
+  if (!stored.databaseFailure.empty()) {
+    diagnose("zaro.ini answers alone: " + stored.databaseFailure);
+  }
+}

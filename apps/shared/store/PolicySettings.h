@@ -1,0 +1,40 @@
+// What policy servers and clients make of the stored settings.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "ZaroRuntime/SettingsStore.h"
+#include "console/Output.h"
+
+constexpr const char* kServerSection = "policy_server";
+constexpr const char* kClientSection = "policy_client";
+constexpr const char* kLdapSection = "LDAP";
+constexpr const char* kCacheTtl = "ldap_cache_TTL_minutes";
+
+// The section that the lifetime of the LDAP cache is read from.
+std::string cacheSection(const zaroruntime::Settings& stored);
+
+// One setting as its reader finds it.
+struct ReadSetting {
+  std::string section;
+  std::string key;
+  const zaroruntime::Setting* stored;  // null when it is missing; belongs to the settings that were asked about
+  Json value;        // as it counts; null when it is missing, not reached, or left to the reader's own default
+  std::string note;  // why it is not the stored one; empty when it is
+};
+
+struct ReadSettings {
+  std::vector<ReadSetting> settings;  // in the order in which they are read
+  unsigned int code;                  // the library's answer
+};
+
+// Both have the library read, which looks at the installation's settings anew; `stored` tells where values come from.
+ReadSettings readAsServer(const zaroruntime::Settings& stored);
+ReadSettings readAsClient(const zaroruntime::Settings& stored);
+
+// Why `reader` cannot go on with what it read, in one line with the library's code.
+std::string whyUnreadable(const char* reader, const ReadSettings& read);
+
+// Says on standard error that the file answers alone, if it does.
+void tellOfDatabase(const zaroruntime::Settings& stored);

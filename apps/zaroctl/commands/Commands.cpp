@@ -1,0 +1,66 @@
+#include "commands/Commands.h"
+#include "commands/CommandTree.h"
+
+namespace {
+
+// In the order of the help text.
+// clang-format off
+constexpr void (*kCommands[])(CommandTree&) = {
+    addInit,
+    addCheck,
+    addPassword,
+    addAdminId,
+    addAdminList,
+    addAdminAdd,
+    addAdminRemove,
+    addAdminAssign,
+    addAdminUnassign,
+    addEntityList,
+    addEntityShow,
+    addEntityAdd,
+    addEntityRemove,
+    addEntityRelatives,
+    addEntityContains,
+    addEntityTree,
+    addActionList,
+    addActionShow,
+    addFilterList,
+    addBlobRead,
+    addBlobWrite,
+    addBase64Encode,
+    addBase64Decode,
+    addObjectList,
+    addObjectShow,
+    addObjectAdd,
+    addObjectModify,
+    addObjectRemove,
+    addObjectWhy,
+    addObjectPolicyText,
+    addQuarantineList,
+    addGroupList,
+    addGroupShow,
+    addGroupAdd,
+    addGroupModify,
+    addGroupRemove,
+    addGroupImport,
+    addGroupExport,
+    addMatch,
+    addLint,
+    addSettingsServer,
+    addSettingsClient,
+    addSettingsSet,
+    addServersList,
+    addServersAdd,
+    addServersRemove,
+    addRulesOrder,
+    addRulesSetOrder,
+};
+// clang-format on
+
+}  // namespace
+
+void addAllCommands(CommandTree& tree) {
+  for (const auto add : kCommands) {
+    add(tree);
+  }
+}

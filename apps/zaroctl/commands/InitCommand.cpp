@@ -1,0 +1,234 @@
+// init [DIR]
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "ZaroRuntime/IniFile.h"
+#include "ZaroRuntime/RuntimeError.h"
+#include "ZaroRuntime/StoredPassword.h"
+#include "commands/CommandTree.h"
+#include "commands/Commands.h"
+#include "console/DelayedSignals.h"
+#include "console/PasswordInput.h"
+#include "console/UsageError.h"
+#include "installation/NewInstallation.h"
+#include "installation/Schema.h"
+#include "installation/Skeleton.h"
+
+namespace fs = std::filesystem;
+using zaroruntime::IniFile;
+using zaroruntime::Installation;
+using zaroruntime::RuntimeError;
+using zaroruntime::SqlSession;
+
+namespace {
+
+constexpr int kConnectTimeOut = 10;  // seconds
+constexpr const char* kDataSource = "zaro";
+constexpr const char* kSqlite = "sqlite";
+constexpr const char* kPostgresql = "postgresql";
+constexpr const char* kServerGroup = "PostgreSQL";
+
+struct Arguments {
+  std::string directory;
+  std::string dialect = kSqlite;
+  std::string host = "localhost";
+  unsigned short port = 5432;
+  std::string database = "zaro";
+  std::string user = "zaro";
+  std::string sslMode = "prefer";
+  bool noPassword = false;
+  bool sample = false;
+  std::string skeleton;
+  std::vector<const CLI::Option*> serverOptions;  // only --db postgresql takes them
+};
+
+std::string targetDirectory(const Arguments& arguments) {
+  if (!arguments.directory.empty()) {
+    return arguments.directory;
+  }
+  const char* home = std::getenv("ZARO_HOME");
+  if (home == nullptr || *home == '\0') {
+    throw UsageError("name the directory to make: zaroctl init DIR");
+  }
+  return home;
+}
+
+void refuseServerOptions(const Arguments& arguments) {
+  for (const CLI::Option* option : arguments.serverOptions) {
+    if (option->count() != 0) {
+      throw UsageError(option->get_name() + " is for --db postgresql");
+    }
+  }
+}
+
+void copySkeleton(NewInstallation& installation, const std::string& skeleton, const std::string& dialect) {
+  installation.copy(skeleton + "/config", "config");
+  installation.copy(skeleton + "/sql/" + dialect, "sql");
+  if (fs::exists(skeleton + "/resources")) {
+    installation.copy(skeleton + "/resources", "resources");
+  }
+  fs::create_directory(installation.workDirectory() + "/data");
+}
+
+using Values = std::vector<std::pair<const char*, std::string>>;
+
+void setValues(const std::string& path, const char* section, const Values& values) {
+  IniFile ini(path);
+  for (const auto& value : values) {
+    ini.set(section, value.first, value.second);
+  }
+  ini.write(path, 0600);  // publishing gives it its own permissions
+}
+
+void configure(const Installation& installation, const Arguments& arguments, const std::string& password) {
+  zaroruntime::createSecretKey(installation.secretKey());
+  if (arguments.dialect != kPostgresql) {
+    // The skeleton's settings are those of the embedded database; its file must be there before it is opened.
+    std::ofstream database(installation.path("data/zaro.db"));
+    if (!database) {
+      throw RuntimeError(installation.path("data/zaro.db") + ": cannot be made");
+    }
+    return;
+  }
+  zaroruntime::requireSettingsFit({kDataSource, arguments.user, password, arguments.database});
+  setValues(installation.odbcIni(), kDataSource,
+            {{"Driver", "psqlodbcw.so"},
+             {"Servername", arguments.host},
+             {"Port", std::to_string(arguments.port)},
+             {"SSLmode", arguments.sslMode}});
+  setValues(installation.databaseIni(), "Database_Settings",
+            {{"UserId", arguments.user},
+             {"Password", arguments.noPassword ? "" : zaroruntime::encryptPassword(password, installation.secretKey())},
+             {"Database", arguments.database}});
+}
+
+struct DatabaseResult {
+  const char* schema;
+  bool sample;
+  bool changed;
+};
+
+DatabaseResult prepareDatabase(const Installation& installation, const std::string& skeleton, bool sample,
+                               const std::function<void()>& beforeCommit) {
+  const auto settings = zaroruntime::readDatabaseSettings(installation);
+  const auto source = zaroruntime::readDataSource(installation, settings.dataSource);
+  SqlSession session(source, settings, installation, kConnectTimeOut);
+  const auto version = installedSchemaVersion(session, source.dialect);
+  if (version && *version != kSchemaVersion) {
+    throw RuntimeError("database " + settings.database + " has schema version " + std::to_string(*version) +
+                       ", but this program works on version " + std::to_string(kSchemaVersion));
+  }
+  if (version && sample && hasRows(session)) {
+    throw RuntimeError("database " + settings.database + " holds data already; the sample is for an empty one");
+  }
+  std::vector<std::string> scripts;
+  if (!version) {
+    scripts.push_back(installation.sqlDirectory() + "/schema.sql");
+  }
+  if (sample) {
+    scripts.push_back(skeleton + "/sample/sample.sql");
+  }
+  session.runScripts(scripts, beforeCommit);
+  return {version ? "kept" : "created", sample, !scripts.empty()};
+}
+
+// On a server the work of the scripts stays, whatever becomes of the directory.
+void publish(NewInstallation& made, const Arguments& arguments, const DatabaseResult& database) {
+  try {
+    made.publish();
+  } catch (const RuntimeError& failure) {
+    if (arguments.dialect != kPostgresql || !database.changed) {
+      throw;
+    }
+    throw RuntimeError(failure.what() + ("; database " + arguments.database) +
+                       " has been filled already: init without --sample keeps what it holds");
+  }
+}
+
+ExitCode makeInstallation(Output& out, const Arguments& arguments) {
+  const bool server = arguments.dialect == kPostgresql;
+  if (!server) {
+    refuseServerOptions(arguments);
+  }
+  const std::string target = targetDirectory(arguments);
+  const std::string skeleton = skeletonDirectory(arguments.skeleton);
+  const bool withPassword = server && !arguments.noPassword;
+  const std::string password =
+      withPassword ? readNewPassword(arguments.user + " at " + arguments.host, "with --no-password none is stored") : "";
+  // They name files of the installation in use; a new one has the usual names.
+  unsetenv("ZARO_DB_INI");
+  unsetenv("ZARO_DB_DIR");
+
+  const DelayedSignals delayed;
+  NewInstallation made(target);
+  const Installation installation(made.workDirectory());
+  copySkeleton(made, skeleton, arguments.dialect);
+  configure(installation, arguments, password);
+  const DatabaseResult database =
+      prepareDatabase(installation, skeleton, arguments.sample, [&delayed] { delayed.throwIfInterrupted(); });
+  // From here on a signal comes too late.
+  publish(made, arguments, database);
+  delayed.forget();
+
+  out.record({{"home", made.target()},
+              {"database", arguments.dialect},
+              {"schema", database.schema},
+              {"schema_version", kSchemaVersion},
+              {"sample", database.sample}});
+  return ExitCode::Found;
+}
+
+}  // namespace
+
+void addInit(CommandTree& tree) {
+  const auto arguments = std::make_shared<Arguments>();
+  CLI::App* command =
+      tree.add("init", "Make an installation directory and its database",
+               {"zaroctl init --sample /opt/gateway",
+                "zaroctl init --db postgresql --host db.example.test --user gateway /opt/gateway < password-file"},
+               [arguments](Output& out) { return makeInstallation(out, *arguments); });
+  command->add_option("DIR", arguments->directory, "The directory to make; else the one that --home or ZARO_HOME names")
+      ->type_name("");
+  command->add_option("--db", arguments->dialect, "The database: sqlite is embedded, postgresql a server")
+      ->check(CLI::IsMember({kSqlite, kPostgresql}))
+      ->type_name("DATABASE")
+      ->capture_default_str();
+  command->add_flag("--sample", arguments->sample, "Fill the database with a made-up company");
+  command->add_option("--skeleton", arguments->skeleton, "Where the files of an installation are copied from")
+      ->type_name("DIR");
+
+  command->add_option("--host", arguments->host, "Host name, address, or directory of the socket")
+      ->type_name("HOST")
+      ->capture_default_str()
+      ->group(kServerGroup);
+  command->add_option("--port", arguments->port, "Port")
+      ->check(CLI::Range(1, 65535).description(""))
+      ->type_name("PORT")
+      ->capture_default_str()
+      ->group(kServerGroup);
+  command->add_option("--database", arguments->database, "Name of the database, which must exist")
+      ->type_name("NAME")
+      ->capture_default_str()
+      ->group(kServerGroup);
+  command->add_option("--user", arguments->user, "User to connect as")
+      ->type_name("NAME")
+      ->capture_default_str()
+      ->group(kServerGroup);
+  command->add_option("--sslmode", arguments->sslMode, "Encryption of the connection")
+      ->check(CLI::IsMember({"disable", "allow", "prefer", "require", "verify-ca", "verify-full"}))
+      ->type_name("MODE")
+      ->capture_default_str()
+      ->group(kServerGroup);
+  command
+      ->add_flag("--no-password", arguments->noPassword,
+                 "Store no password; without it one is asked for, or read from standard input")
+      ->group(kServerGroup);
+  arguments->serverOptions =
+      std::as_const(*command).get_options([](const CLI::Option* option) { return option->get_group() == kServerGroup; });
+}

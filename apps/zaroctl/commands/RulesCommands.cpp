@@ -1,0 +1,243 @@
+// rules order, rules set-order GROUP...
+#include <strings.h>
+
+#include <algorithm>
+#include <climits>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ZaroErrC.h"
+#include "ZaroFilter.h"
+#include "ZaroRuntime/RuntimeError.h"
+#include "ZaroRuntime/SqlSession.h"
+#include "commands/CommandTree.h"
+#include "commands/Commands.h"
+#include "console/Text.h"
+#include "console/UsageError.h"
+#include "miscUtils.h"
+#include "store/Database.h"
+
+using Group = miscUtils::FilterGroup;
+using zaroruntime::RuntimeError;
+
+namespace {
+
+using Filters = std::vector<ZaroFilter::FilterType>;
+
+// --- Reading ---
+
+struct Order {
+  bool manual;
+  Filters filters;
+};
+
+Order readOrder(ZARO::RdbmsInterface& db, bool verify) {
+  Order order{};
+  const int code = miscUtils::getUserDefinedRuleOrder(db, order.manual, order.filters, verify);
+  if (code == ZaroErrC::MissingData) {
+    throw RuntimeError(
+        "cannot read the rule order (code 1002): whether it is on, or the number of a group, is missing (run with -v)");
+  }
+  if (code != ZaroErrC::Success) {
+    throw RuntimeError("cannot read the rule order (code " + std::to_string(code) + "): " + databaseFailure());
+  }
+  return order;
+}
+
+// A row of the stored order.
+struct StoredGroup {
+  int position;  // from 1
+  std::string rank;
+  int id;
+  std::string name;
+};
+
+int groupNumber(const std::string& text) {
+  const auto number = decimalNumber(text);
+  if (!number || *number < INT_MIN || *number > INT_MAX) {
+    throw RuntimeError("the rule order holds " + quoted(text) + " for the number of a group");
+  }
+  return static_cast<int>(*number);
+}
+
+std::vector<StoredGroup> readGroups() {
+  std::vector<StoredGroup> groups;
+  int position = 0;
+  for (const auto& row :
+       openSession()->rows("SELECT rule_order, filter_id, filter_type FROM manual_rule_order ORDER BY rule_order")) {
+    groups.push_back({++position, row[0].value_or(""), groupNumber(row[1].value_or("0")), row[2].value_or("")});
+  }
+  return groups;
+}
+
+Json filtersOf(const Group* group) {
+  Json filters = Json::array();
+  if (group != nullptr) {
+    for (const ZaroFilter::FilterType filter : group->filters) {
+      filters.push_back(static_cast<int>(filter));
+    }
+  }
+  return filters;
+}
+
+// What is not as it should be, as the library's verification sees it.
+Json mismatchesOf(const StoredGroup& stored) {
+  const Group* group = miscUtils::findFilterGroup(stored.id);
+  Json mismatches = Json::array();
+  if (stored.rank != std::to_string(stored.position)) {
+    mismatches.push_back("rank " + stored.rank + " instead of " + std::to_string(stored.position));
+  }
+  if (group == nullptr) {
+    mismatches.push_back("no group has the number " + std::to_string(stored.id));
+  } else if (stored.name != group->name) {
+    mismatches.push_back("named " + quoted(stored.name) + " instead of " + quoted(group->name));
+  }
+  return mismatches;
+}
+
+void refuseAnotherOrder(const Filters& filters, const std::vector<StoredGroup>& groups) {
+  Filters expanded;
+  for (const StoredGroup& stored : groups) {
+    if (const Group* group = miscUtils::findFilterGroup(stored.id)) {
+      expanded.insert(expanded.end(), group->filters.begin(), group->filters.end());
+    }
+  }
+  if (expanded != filters) {
+    throw RuntimeError("the rule order changed while it was read; try again");
+  }
+}
+
+ExitCode printOrder(Output& out, bool verify) {
+  const Order order = readOrder(*connectToDatabase(), verify);
+  const std::vector<StoredGroup> groups = order.manual ? readGroups() : std::vector<StoredGroup>();
+  refuseAnotherOrder(order.filters, groups);
+
+  bool sound = true;
+  Json rows = Json::array();
+  for (const StoredGroup& stored : groups) {
+    Json row = {{"position", stored.position},
+                {"group", stored.id},
+                {"name", stored.name},
+                {"filters", filtersOf(miscUtils::findFilterGroup(stored.id))}};
+    if (verify) {
+      row["mismatches"] = mismatchesOf(stored);
+      sound = sound && row["mismatches"].empty();
+    }
+    rows.push_back(row);
+  }
+  std::vector<Output::Column> columns = {
+      {"position", "POSITION"}, {"group", "GROUP"}, {"name", "NAME"}, {"filters", "FILTERS"}};
+  if (verify) {
+    columns.push_back({"mismatches", "MISMATCHES"});
+  }
+  out.rows(columns, rows, {{"manual", order.manual}, {"groups", rows}});
+  if (!order.manual) {
+    diagnose("manual ordering is off: filters rank in their own order");
+    return ExitCode::NotFound;
+  }
+  return sound ? ExitCode::Found : ExitCode::Failure;
+}
+
+// --- Writing ---
+
+// By number or name, regardless of case.
+const Group& findGroup(const std::string& text) {
+  std::string all;
+  const Group* group = nullptr;
+  for (int id = 1; (group = miscUtils::findFilterGroup(id)) != nullptr; ++id) {
+    if (text == std::to_string(id) || strcasecmp(text.c_str(), group->name) == 0) {
+      return *group;
+    }
+    all += (all.empty() ? "" : ", ") + std::string(group->name);
+  }
+  throw UsageError("no group of filters named " + quoted(text) + "; there are " + all);
+}
+
+std::vector<const Group*> parseGroups(const std::vector<std::string>& arguments) {
+  std::vector<const Group*> groups;
+  for (const std::string& argument : arguments) {
+    const Group& group = findGroup(argument);
+    if (std::find(groups.begin(), groups.end(), &group) != groups.end()) {
+      throw UsageError(std::string(group.name) + " stands there twice");
+    }
+    groups.push_back(&group);
+  }
+  return groups;
+}
+
+std::string switchStatement(const char* value) {
+  return "INSERT INTO global_setting (section, name, value) VALUES ('email-scan', 'manualRuleOrder', " +
+         zaroruntime::sqlLiteral(value) + ") ON CONFLICT (section, name) DO UPDATE SET value = excluded.value";
+}
+
+void storeOrder(const std::vector<const Group*>& groups) {
+  std::vector<std::string> statements = {"DELETE FROM manual_rule_order"};
+  int rank = 0;
+  for (const Group* group : groups) {
+    statements.push_back("INSERT INTO manual_rule_order (rule_order, filter_id, filter_type) VALUES (" +
+                         std::to_string(++rank) + ", " + std::to_string(group->id) + ", " +
+                         zaroruntime::sqlLiteral(group->name) + ")");
+  }
+  statements.push_back(switchStatement("on"));
+  openSession()->runTogether(statements);
+}
+
+ExitCode setOrder(Output& out, const std::vector<std::string>& arguments) {
+  const std::vector<const Group*> groups = parseGroups(arguments);
+  const auto db = connectToDatabase();
+  storeOrder(groups);
+
+  Filters wanted;
+  for (const Group* group : groups) {
+    wanted.insert(wanted.end(), group->filters.begin(), group->filters.end());
+  }
+  const Order order = readOrder(*db, true);
+  if (!order.manual || order.filters != wanted) {
+    throw RuntimeError("the rule order was written, but does not come back so");
+  }
+  return printOrder(out, true);
+}
+
+ExitCode switchOff(Output& out) {
+  const auto db = connectToDatabase();
+  openSession()->run(switchStatement("off"));
+  if (readOrder(*db, false).manual) {
+    throw RuntimeError("manual ordering was switched off, but is still on");
+  }
+  out.record({{"manual", false}});
+  return ExitCode::Found;
+}
+
+struct SetOrderArguments {
+  std::vector<std::string> groups;
+  bool off = false;
+};
+
+ExitCode setOrderOrSwitchOff(Output& out, const SetOrderArguments& arguments) {
+  if (arguments.off == !arguments.groups.empty()) {
+    throw UsageError(arguments.off ? "--off takes no groups" : "name the groups of filters in their order, or --off");
+  }
+  return arguments.off ? switchOff(out) : setOrder(out, arguments.groups);
+}
+
+}  // namespace
+
+void addRulesOrder(CommandTree& tree) {
+  const auto verify = std::make_shared<bool>(false);
+  CLI::App* command = tree.add("rules order", "Show the administrators' own order of rule filters",
+                               {"zaroctl rules order", "zaroctl rules order --verify --json"},
+                               [verify](Output& out) { return printOrder(out, *verify); });
+  command->add_flag("--verify", *verify, "Compare the stored ranks and names with the expected ones");
+}
+
+void addRulesSetOrder(CommandTree& tree) {
+  const auto arguments = std::make_shared<SetOrderArguments>();
+  CLI::App* command =
+      tree.add("rules set-order", "Give rule filters an order of your own, or their own back",
+               {"zaroctl rules set-order virus spam attachment size content other", "zaroctl rules set-order --off"},
+               [arguments](Output& out) { return setOrderOrSwitchOff(out, *arguments); });
+  command->add_option("GROUP", arguments->groups, "Groups of filters by name or number, the first in rank first")
+      ->type_name("");
+  command->add_flag("--off", arguments->off, "Switch manual ordering off; the stored order is kept");
+}

@@ -1,0 +1,53 @@
+// settings server, settings client
+#include "commands/CommandTree.h"
+#include "commands/Commands.h"
+#include "console/Text.h"
+#include "store/PolicySettings.h"
+
+namespace {
+
+const char* layerName(zaroruntime::SettingLayer layer) {
+  return layer == zaroruntime::SettingLayer::File ? "zaro.ini" : "database";
+}
+
+Json textOrNull(const std::string& text) {
+  return text.empty() ? Json(nullptr) : Json(text);
+}
+
+ExitCode show(Output& out, const char* reader, ReadSettings (*read)(const zaroruntime::Settings&)) {
+  const zaroruntime::Settings stored = zaroruntime::readSettings(zaroruntime::Installation::fromEnvironment());
+  tellOfDatabase(stored);
+  const ReadSettings found = read(stored);
+  Json rows = Json::array();
+  for (const ReadSetting& setting : found.settings) {
+    const bool there = setting.stored != nullptr;
+    rows.push_back({{"section", setting.section},
+                    {"key", setting.key},
+                    {"value", setting.value},
+                    {"stored", there ? Json(setting.stored->value) : Json(nullptr)},
+                    {"from", there ? Json(layerName(setting.stored->layer)) : Json(nullptr)},
+                    {"note", textOrNull(setting.note)}});
+  }
+  out.rows(
+      {{"section", "SECTION"}, {"key", "KEY"}, {"value", "VALUE"}, {"stored", "STORED"}, {"from", "FROM"}, {"note", "NOTE"}},
+      rows);
+  if (found.code != 0) {
+    diagnose(whyUnreadable(reader, found));
+    return ExitCode::Failure;
+  }
+  return ExitCode::Found;
+}
+
+}  // namespace
+
+void addSettingsServer(CommandTree& tree) {
+  tree.add("settings server", "Show the settings that a policy server on this host reads",
+           {"zaroctl settings server", "zaroctl settings server --json"},
+           [](Output& out) { return show(out, "a policy server", readAsServer); });
+}
+
+void addSettingsClient(CommandTree& tree) {
+  tree.add("settings client", "Show the settings that a client of a policy server on this host reads",
+           {"zaroctl settings client", "zaroctl settings client --json"},
+           [](Output& out) { return show(out, "a client", readAsClient); });
+}
