@@ -1,0 +1,34 @@
+// The areas that `check` looks at, one file each. An area adds its findings; what it answers the later ones use.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "ZaroRuntime/DataSource.h"
+#include "ZaroRuntime/Installation.h"
+#include "ZaroRuntime/SqlSession.h"
+#include "check/Findings.h"
+
+// A database that answers.
+struct CheckedDatabase {
+  std::string name;
+  zaroruntime::DataSource source;
+  std::unique_ptr<zaroruntime::SqlSession> session;
+};
+
+// config/database.ini, the key and the password. The settings, when the database can be asked with them.
+std::optional<zaroruntime::DatabaseSettings> checkDatabaseSettings(const zaroruntime::Installation& installation,
+                                                                   Findings& findings);
+// config/zaro.ini.
+void checkPolicySettings(const zaroruntime::Installation& installation, Findings& findings);
+// The display language, and the display strings of every language.
+void checkDisplay(const zaroruntime::Installation& installation, Findings& findings);
+// The data source and the connection to it.
+std::optional<CheckedDatabase> checkConnection(const zaroruntime::Installation& installation,
+                                               const zaroruntime::DatabaseSettings& settings, Findings& findings);
+// The schema and, when it is this program's, the policy that is stored in it.
+void checkStoredPolicy(const zaroruntime::Installation& installation, const CheckedDatabase& database,
+                       Findings& findings);
+// The statement files; against the database unless it is null.
+void checkStatements(const zaroruntime::Installation& installation, const CheckedDatabase* database, Findings& findings);

@@ -1,0 +1,90 @@
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "ZaroAction.h"
+#include "ZaroRuntime/DisplayLanguage.h"
+#include "ZaroRuntime/IniFile.h"
+#include "ZaroRuntime/RuntimeError.h"
+#include "check/Checks.h"
+#include "console/Text.h"
+
+using zaroruntime::IniFile;
+using zaroruntime::Installation;
+using zaroruntime::RuntimeError;
+
+namespace {
+
+constexpr const char* kSection = "UiDisplay";
+
+bool contains(const std::vector<std::string>& texts, const std::string& text) {
+  return std::find(texts.begin(), texts.end(), text) != texts.end();
+}
+
+// The language that the installation is set to. Settings that cannot be read have their finding already.
+void checkLanguage(const Installation& installation, Findings& findings) {
+  std::string configured;
+  try {
+    configured = zaroruntime::configuredDisplayLanguage(installation);
+  } catch (const RuntimeError&) {
+    return;
+  }
+  findings.check("display language", [&]() -> std::string {
+    if (configured.empty()) {
+      return "that of the locale";
+    }
+    const auto installed = zaroruntime::installedDisplayLanguages(installation);
+    for (const std::string& name : zaroruntime::displayLanguageNames(configured)) {
+      if (contains(installed, name)) {
+        return ::quoted(name);
+      }
+    }
+    throw RuntimeError(installation.settingsIni() + ": section [display]: there are no display strings in " +
+                       ::quoted(configured));
+  });
+}
+
+// Those that have a file, and the one that must have.
+std::vector<std::string> languages(const Installation& installation) {
+  auto languages = zaroruntime::installedDisplayLanguages(installation);
+  if (!contains(languages, zaroruntime::kFallbackDisplayLanguage)) {
+    languages.emplace_back(zaroruntime::kFallbackDisplayLanguage);
+  }
+  return languages;
+}
+
+std::string wrongStrings(const IniFile& ini) {
+  std::string wrong;
+  const auto add = [&](const char* key, const char* what) {
+    wrong.append(wrong.empty() ? "" : "; ").append("key ").append(key).append(what);
+  };
+  for (const ZaroAction::TokenPosition& token : ZaroAction::tokenPositions()) {
+    const std::string text = ini.get(kSection, token.resourceKey).value_or("");
+    if (text.empty()) {
+      add(token.resourceKey, " is missing");
+    } else if (!isPlainText(text)) {
+      add(token.resourceKey, " is not UTF-8, or holds control characters");
+    }
+  }
+  return wrong;
+}
+
+void checkStrings(const std::string& path, Findings& findings) {
+  findings.check("display strings", [&] {
+    const IniFile ini(path);
+    const std::string wrong = wrongStrings(ini);
+    if (!wrong.empty()) {
+      throw RuntimeError(path + ": section [" + kSection + "]: " + wrong);
+    }
+    return path + ": complete";
+  });
+}
+
+}  // namespace
+
+void checkDisplay(const Installation& installation, Findings& findings) {
+  checkLanguage(installation, findings);
+  for (const std::string& language : languages(installation)) {
+    checkStrings(zaroruntime::displayFile(installation, language), findings);
+  }
+}

@@ -1,0 +1,91 @@
+#include <algorithm>
+#include <string>
+
+#include "ZaroRuntime/RuntimeError.h"
+#include "check/Checks.h"
+#include "console/Text.h"
+#include "installation/Schema.h"
+
+using zaroruntime::RuntimeError;
+
+namespace {
+
+class StoredPolicyCheck {
+ public:
+  StoredPolicyCheck(const zaroruntime::Installation& installation, const CheckedDatabase& database, Findings& findings)
+      : m_installation(installation), m_database(database), m_findings(findings) {}
+
+  void run() {
+    if (_checkSchema()) {
+      _checkEntities();
+      _checkOwners();
+    }
+  }
+
+ private:
+  bool _checkSchema() {
+    return m_findings.check("schema", [&] {
+      try {
+        return _schemaFinding();
+      } catch (const RuntimeError& failure) {
+        throw RuntimeError("database " + m_database.name + ": " + failure.what());
+      }
+    });
+  }
+
+  std::string _schemaFinding() {
+    const auto version = installedSchemaVersion(*m_database.session, m_database.source.dialect);
+    if (!version) {
+      throw RuntimeError("there is no table schema_version (run " + m_installation.sqlDirectory() + "/schema.sql)");
+    }
+    if (*version != kSchemaVersion) {
+      throw RuntimeError("schema version " + std::to_string(*version) + ", but this program works on version " +
+                         std::to_string(kSchemaVersion));
+    }
+    return "version " + std::to_string(*version);
+  }
+
+  // Addresses are compared in lower case, so such a pattern is never found again when its parents are looked for, and
+  // that fails for everybody below it.
+  void _checkEntities() {
+    _checkRows("entities", "SELECT name FROM entity WHERE type = 6 AND name <> lower(name) ORDER BY name",
+               "no pattern with capitals", "patterns with capitals, which nobody below them can do with: ");
+  }
+
+  void _checkOwners() {
+    _checkRows("objects",
+               "SELECT name FROM named_object WHERE NOT EXISTS (SELECT 1 FROM named_object_owner WHERE object_id = id) "
+               "ORDER BY name",
+               "every one has an owner", "without an owner, so that nobody but the root sees them: ");
+  }
+
+  // Names that a query must not find.
+  void _checkRows(const char* subject, const char* query, const char* right, const char* wrong) {
+    m_findings.check(subject, [&] {
+      const auto rows = m_database.session->rows(query);
+      if (rows.empty()) {
+        return std::string(right);
+      }
+      constexpr std::size_t kMostNames = 5;
+      std::string names;
+      for (std::size_t i = 0; i < std::min(rows.size(), kMostNames); ++i) {
+        names.append(i == 0 ? "" : ", ").append(quoted(rows[i].front().value_or("")));
+      }
+      if (rows.size() > kMostNames) {
+        names += " and " + std::to_string(rows.size() - kMostNames) + " more";
+      }
+      throw RuntimeError("database " + m_database.name + ": " + wrong + names);
+    });
+  }
+
+  const zaroruntime::Installation& m_installation;
+  const CheckedDatabase& m_database;
+  Findings& m_findings;
+};
+
+}  // namespace
+
+void checkStoredPolicy(const zaroruntime::Installation& installation, const CheckedDatabase& database,
+                       Findings& findings) {
+  StoredPolicyCheck(installation, database, findings).run();
+}
