@@ -136,7 +136,7 @@ const KxIndexedString* KxIndexedStringNamedClass::_lookupAndCheckName(const KxIn
   }
   const KxIndexedString* kept = table->getStringtableRef(text);
   if (orEmpty(text).getIndex() < KxIndexedString::Wrapper) {
-    if (kept == text && table->isLocked() && table->_find(text->getString()) != text) {
+    if (kept == text && table->isLocked() && (text->getString() == nullptr || table->_find(text->getString()) != text)) {
       table->_hasForeignHolders = true;
     }
     return &orEmpty(kept);

@@ -105,7 +105,8 @@ KxLockOnInitQueue& KxLockOnInitQueue::operator=(const KxLockOnInitQueue& other) 
 
 void KxLockOnInitQueue::pop() {
   KxLockableClass* object = front();
-  if (object != nullptr && object->_place >= kFirstPlace) {
+  // A copy holds objects that the queue they were pushed to still holds: only that queue changes their place.
+  if (object != nullptr && _isCounted() && object->_place == kFirstPlace + _front) {
     object->_place = kHandedOut;
   }
   std::queue<KxLockableClass*>::pop();

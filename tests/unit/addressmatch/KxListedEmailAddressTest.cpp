@@ -114,6 +114,25 @@ TEST_F(ListedAddress, entryOfAnotherTableIsTakenInOrKeptByAFrozenOne) {
   EXPECT_EQ(named.getNameAsPtr(), foreign);
 }
 
+// A handle from elsewhere may have a rank and no text.
+TEST_F(ListedAddress, rankWithoutATextIsKeptOverATableInEitherPhase) {
+  table.getStringtableRef("text");
+  KxIndexedString ranked(nullptr);
+  ranked._setIndex(0);
+  for (const bool frozen : {false, true}) {
+    if (frozen) {
+      table.lock();
+    }
+    const KxIndexedStringNamedClass named(&table, &ranked);
+    EXPECT_EQ(named.getNameAsPtr(), &ranked);
+    EXPECT_EQ(named.getNameAsStr(), nullptr);
+    const KxListedEmailAddress leaf(&table, &ranked, &ranked);
+    EXPECT_EQ(leaf.getFullAddressAsPtr(), &ranked);
+    KxWildcardNode node(&table, &ranked);
+    EXPECT_EQ(node.getNameAsPtr(), &ranked);
+  }
+}
+
 TEST_F(ListedAddress, missingNameIsTheEmptyHandleAndLogged) {
   const std::string copyLine = "KxIndexedString::deepCopy: argument or string wrapped by argument is NULL!";
   const KxIndexedStringNamedClass floating(nullptr, kNoHandle);

@@ -13,8 +13,10 @@ namespace {
 
 using scripted::error;
 using scripted::platform;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Not;
 
 // Writes down that it was locked.
 class Probe : public KxLockableClass {
@@ -267,6 +269,33 @@ TEST_F(LockOnInit, copyOfTheQueueThatIsPutBackAfterAFreezeIsFollowedNowhere) {
     KxWildcardEmail::initScanTimeMode();
     EXPECT_THAT(locked, ElementsAre(&second));
   }
+}
+
+// What happens to a copy is no news of the objects in the real queue.
+TEST_F(LockOnInit, objectStaysQueuedWhenACopyOfTheQueueIsPopped) {
+  auto first = std::make_unique<Probe>(true, locked);
+  const KxLockableClass* const gone = first.get();
+  const Probe second(true, locked);
+  KxLockOnInitQueue copy = queue;
+  copy.pop();
+  copy.pop();
+  first.reset();
+  EXPECT_THAT(entriesOf(queue), Not(Contains(gone)));
+  KxWildcardEmail::initScanTimeMode();
+  EXPECT_THAT(locked, ElementsAre(&second));
+}
+
+TEST_F(LockOnInit, treeThatGoesAfterACopyOfTheQueueWasPoppedIsNotFollowed) {
+  std::unique_ptr<KxWildcardNode> tree(KxWildcardEmail::makeNewTree());
+  tree->addAddressPattern("user@example.test", 1, nullptr, nullptr);
+  for (KxLockOnInitQueue copy = queue; !copy.empty();) {
+    copy.pop();
+  }
+  const KxLockableClass* const gone = tree.get();
+  tree.reset();
+  EXPECT_THAT(entriesOf(queue), Not(Contains(gone)));
+  KxWildcardEmail::initScanTimeMode();
+  EXPECT_TRUE(queue.empty());
 }
 
 TEST_F(LockOnInit, emplacedObjectIsForgotten) {
