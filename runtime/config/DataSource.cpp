@@ -1,12 +1,10 @@
 #include "ZaroRuntime/DataSource.h"
 
-#include <strings.h>
-
 #include <algorithm>
-#include <cctype>
 
 #include "ZaroRuntime/IniFile.h"
 #include "ZaroRuntime/RuntimeError.h"
+#include "common/AsciiText.h"
 
 namespace zaroruntime {
 
@@ -27,8 +25,7 @@ constexpr DialectRow kDialects[] = {
 
 Dialect dialectOf(const std::string& driver) {
   std::string lower = driver;
-  std::transform(lower.begin(), lower.end(), lower.begin(),
-                 [](unsigned char sign) { return static_cast<char>(std::tolower(sign)); });
+  std::transform(lower.begin(), lower.end(), lower.begin(), asciiLower);
   for (const DialectRow& row : kDialects) {
     if (lower.find(row.inDriver) != std::string::npos) {
       return row.dialect;
@@ -57,7 +54,7 @@ DataSource readDataSource(const Installation& installation, const std::string& n
   DataSource source;
   source.name = name;
   for (auto& item : ini.items(name)) {
-    if (strcasecmp(item.first.c_str(), "Driver") == 0) {
+    if (equalsIgnoringCase(item.first, "Driver")) {
       source.driver = item.second;
     } else {
       source.options.push_back(std::move(item));

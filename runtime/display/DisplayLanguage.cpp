@@ -5,6 +5,7 @@
 #include <iterator>
 
 #include "ZaroRuntime/IniFile.h"
+#include "common/AsciiText.h"
 #include "display/DisplayStrings.h"
 
 namespace fs = std::filesystem;
@@ -19,8 +20,7 @@ constexpr std::size_t kLongestName = 64;
 
 // A name goes into a path: nothing else may come through.
 bool isNameCharacter(char character) {
-  return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z') ||
-         (character >= '0' && character <= '9') || character == '-';
+  return isAsciiLetter(character) || isAsciiDigit(character) || character == '-';
 }
 
 bool isLanguageName(const std::string& name) {

@@ -1,10 +1,9 @@
 #include "log/LogLine.h"
 
-#include <strings.h>
-
 #include <cstring>
 
 #include "ZaroRuntime/PrintableText.h"
+#include "common/AsciiText.h"
 
 namespace zaroruntime {
 
@@ -15,9 +14,9 @@ constexpr char kDatabaseKey[] = ";DATABASE=";
 constexpr std::size_t kLongestLine = 16 * 1024;
 
 std::size_t findPasswordKey(const std::string& text) {
-  const std::size_t length = std::strlen(kPasswordKey);
-  for (std::size_t at = 0; at + length <= text.size(); ++at) {
-    if (strncasecmp(text.c_str() + at, kPasswordKey, length) == 0) {
+  const std::string_view key = kPasswordKey;
+  for (std::size_t at = 0; at + key.size() <= text.size(); ++at) {
+    if (equalsIgnoringCase(std::string_view(text).substr(at, key.size()), key)) {
       return at;
     }
   }

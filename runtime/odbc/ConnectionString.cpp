@@ -1,6 +1,5 @@
 #include "odbc/ConnectionString.h"
 
-#include <strings.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,6 +10,7 @@
 #include <vector>
 
 #include "ZaroRuntime/RuntimeError.h"
+#include "common/AsciiText.h"
 
 namespace zaroruntime {
 
@@ -52,10 +52,6 @@ constexpr RequiredOption kPostgresqlRequired[] = {
     {"A1", "7.4-2", "transactions would be committed in part or not at all without a word"},  // its short name
 };
 
-bool same(const std::string& one, const char* other) {
-  return strcasecmp(one.c_str(), other) == 0;
-}
-
 // The only keys whose values the PostgreSQL driver takes out of their braces; for the others they are part of the value.
 const std::vector<std::string> kPostgresqlBraces = {"PWD", "ConnSettings", "pqopt"};
 
@@ -93,8 +89,8 @@ class Builder {
       }
     }
     for (const auto& option : m_source.options) {
-      const bool own =
-          std::any_of(ownKeys.begin(), ownKeys.end(), [&](const char* key) { return same(option.first, key); });
+      const bool own = std::any_of(ownKeys.begin(), ownKeys.end(),
+                                   [&](const char* key) { return equalsIgnoringCase(option.first, key); });
       if (!own) {
         add(option.first, option.second);
       }
@@ -111,14 +107,14 @@ class Builder {
  private:
   bool _isSet(const char* key) const {
     return std::any_of(m_source.options.begin(), m_source.options.end(),
-                       [&](const auto& option) { return same(option.first, key); });
+                       [&](const auto& option) { return equalsIgnoringCase(option.first, key); });
   }
 
   bool _takesBraces(const std::string& key) const {
     return m_quoting == Quoting::Braces ||
            (m_quoting == Quoting::PostgreSQL &&
             std::any_of(kPostgresqlBraces.begin(), kPostgresqlBraces.end(),
-                        [&](const std::string& known) { return same(key, known.c_str()); }));
+                        [&](const std::string& known) { return equalsIgnoringCase(key, known); }));
   }
 
   std::string _where(const std::string& key) const { return "data source " + m_source.name + ": " + key + ": "; }
@@ -144,7 +140,7 @@ template <std::size_t Count>
 void refuseOtherValues(const DataSource& source, const RequiredOption (&required)[Count]) {
   for (const RequiredOption& row : required) {
     for (const auto& option : source.options) {
-      if (same(option.first, row.key) && option.second != row.value) {
+      if (equalsIgnoringCase(option.first, row.key) && option.second != row.value) {
         throw RuntimeError(refusal(source, row));
       }
     }
@@ -156,7 +152,7 @@ std::string databaseName(const DataSource& source, const DatabaseSettings& setti
     return settings.database;
   }
   for (const auto& option : source.options) {
-    if (same(option.first, "Database") && !option.second.empty()) {
+    if (equalsIgnoringCase(option.first, "Database") && !option.second.empty()) {
       return option.second;
     }
   }

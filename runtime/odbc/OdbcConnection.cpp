@@ -1,9 +1,8 @@
 #include "odbc/OdbcConnection.h"
 
-#include <strings.h>
-
 #include <algorithm>
 
+#include "common/AsciiText.h"
 #include "odbc/ConnectTurn.h"
 #include "odbc/OdbcError.h"
 
@@ -48,7 +47,7 @@ void OdbcConnection::connect(const std::string& connectionString, Dialect dialec
     SQLSetConnectAttr(m_connection.get(), SQL_ATTR_LOGIN_TIMEOUT, attribute(static_cast<SQLULEN>(timeOut)), 0);
   }
   std::optional<ConnectTurn> turn;
-  if (dialect == Dialect::PostgreSQL) {
+  if (dialect != Dialect::SQLite) {  // whose driver leaves the locale alone
     turn.emplace(timeOut);
   }
   SQLSMALLINT length = 0;
@@ -140,7 +139,7 @@ bool OdbcConnection::nextResult() {
 
 std::optional<std::size_t> OdbcConnection::findColumn(const char* name) const {
   for (std::size_t column = 0; column < m_columns.size(); ++column) {
-    if (strcasecmp(m_columns[column].c_str(), name) == 0) {
+    if (equalsIgnoringCase(m_columns[column], name)) {
       return column;
     }
   }

@@ -1,8 +1,8 @@
 #include "odbc/OdbcHandle.h"
 
-#include <cctype>
 #include <utility>
 
+#include "common/AsciiText.h"
 #include "odbc/OdbcError.h"
 
 namespace zaroruntime {
@@ -13,8 +13,7 @@ namespace {
 std::string onOneLine(const std::string& message) {
   std::string line;
   for (const char sign : message) {
-    const bool blank = std::isspace(static_cast<unsigned char>(sign)) != 0;
-    if (!blank) {
+    if (!isAsciiBlank(sign)) {
       line += sign;
     } else if (!line.empty() && line.back() != ' ') {
       line += ' ';

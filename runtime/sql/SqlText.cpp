@@ -1,23 +1,18 @@
 #include "sql/SqlText.h"
 
 #include <algorithm>
-#include <cctype>
 #include <utility>
 
 #include "ZaroRuntime/RuntimeError.h"
+#include "common/AsciiText.h"
 
 namespace zaroruntime {
 
 namespace {
 
-bool isBlank(char sign) {
-  return std::isspace(static_cast<unsigned char>(sign)) != 0;
-}
-
 // Bytes over 127 count as letters, as they do in both databases.
 bool isWord(char sign) {
-  const auto byte = static_cast<unsigned char>(sign);
-  return std::isalnum(byte) != 0 || sign == '_' || byte > 127;
+  return isAsciiLetter(sign) || isAsciiDigit(sign) || sign == '_' || static_cast<unsigned char>(sign) > 127;
 }
 
 bool startsWith(std::string_view text, std::size_t at, std::string_view what) {
@@ -62,7 +57,7 @@ std::string_view dollarTag(std::string_view text, std::size_t at) {
   while (end < text.size() && isWord(text[end])) {
     ++end;
   }
-  const bool number = end > at + 1 && std::isdigit(static_cast<unsigned char>(text[at + 1])) != 0;
+  const bool number = end > at + 1 && isAsciiDigit(text[at + 1]);
   return end < text.size() && text[end] == '$' && !number ? text.substr(at, end + 1 - at) : std::string_view();
 }
 
@@ -122,7 +117,7 @@ class Words {
     }
     std::string word;
     for (; m_at < m_text.size() && isWord(m_text[m_at]); ++m_at) {
-      word += static_cast<char>(std::toupper(static_cast<unsigned char>(m_text[m_at])));
+      word += asciiUpper(m_text[m_at]);
     }
     return word;
   }
@@ -201,7 +196,7 @@ std::string whyNotOneStatement(std::string_view text) {
     for (const char sign : text.substr(segment.begin, segment.end - segment.begin)) {
       if (sign == ';') {
         ended = true;
-      } else if (ended && !isBlank(sign)) {
+      } else if (ended && !isAsciiBlank(sign)) {
         return "more than one statement";
       }
     }
@@ -254,17 +249,17 @@ std::vector<ScriptStatement> splitScript(std::string_view script) {
 
   const auto append = [&](std::string_view text) {
     for (const char sign : text) {
-      if (current.text.empty() && !isBlank(sign)) {
+      if (current.text.empty() && !isAsciiBlank(sign)) {
         current.line = line;
       }
-      if (!current.text.empty() || !isBlank(sign)) {
+      if (!current.text.empty() || !isAsciiBlank(sign)) {
         current.text += sign;
       }
       line += sign == '\n' ? 1 : 0;
     }
   };
   const auto finish = [&] {
-    while (!current.text.empty() && isBlank(current.text.back())) {
+    while (!current.text.empty() && isAsciiBlank(current.text.back())) {
       current.text.pop_back();
     }
     if (!current.text.empty()) {

@@ -1,11 +1,11 @@
 #include "sql/StatementTemplate.h"
 
-#include <cctype>
 #include <cstring>
 #include <utility>
 
 #include "ZaroRuntime/RuntimeError.h"
 #include "ZaroRuntime/StatementFile.h"
+#include "common/AsciiText.h"
 #include "common/FileText.h"
 #include "sql/SqlText.h"
 
@@ -16,7 +16,7 @@ namespace {
 constexpr std::size_t kLargestStatementFile = 1024 * 1024;
 
 std::string withoutTrailingEnd(std::string text) {
-  while (!text.empty() && (text.back() == ';' || std::isspace(static_cast<unsigned char>(text.back())) != 0)) {
+  while (!text.empty() && (text.back() == ';' || isAsciiBlank(text.back()))) {
     text.pop_back();
   }
   return text;

@@ -3,7 +3,9 @@
 #include <gmock/gmock.h>
 
 #include "ZaroRuntime/RuntimeError.h"
+#include "support/ProcessTest.h"
 #include "support/TemporaryDirectory.h"
+#include "support/TurkishLocales.h"
 
 namespace {
 
@@ -55,6 +57,19 @@ TEST_F(ConnectionString, dataSourceOverridesDefaultsWhateverTheCase) {
   const std::string text = sqlite("timeout=100\n", "data/zaro.db");
   EXPECT_THAT(text, HasSubstr(";timeout=100;"));
   EXPECT_THAT(text, Not(HasSubstr("Timeout=5000")));
+}
+
+TEST_F(ConnectionString, lettersAreAsciiWhateverTheLocale) {
+  const zarotest::TurkishLocales locales;
+  for (const char* name : zarotest::TurkishLocales::kNames) {
+    SCOPED_TRACE(name);
+    runInOwnProcess([&] {
+      zarotest::setCtype(name);
+      const std::string text = built("DRIVER=LIBSQLITE3ODBC.SO\nTIMEOUT=100\n", {"zaro", "u", "p", "data/zaro.db"});
+      EXPECT_THAT(text, HasSubstr(";TIMEOUT=100;"));
+      EXPECT_THAT(text, Not(HasSubstr("Timeout=5000")));
+    });
+  }
 }
 
 TEST_F(ConnectionString, sqliteFileMustBeThere) {
