@@ -1,6 +1,7 @@
 #include "odbc/ConnectTurn.h"
 
 #include <chrono>
+#include <clocale>
 #include <condition_variable>
 #include <mutex>
 
@@ -31,10 +32,14 @@ ConnectTurn::ConnectTurn(int timeOut) {
   } else if (!turn().isFree.wait_for(lock, std::chrono::seconds(timeOut), isFree)) {
     throw OdbcError("HYT00", "SQLDriverConnect: another thread was still connecting when the time-out expired", false);
   }
+  m_ctype = std::setlocale(LC_CTYPE, nullptr);
   turn().taken = true;
 }
 
 ConnectTurn::~ConnectTurn() {
+  if (m_ctype != std::setlocale(LC_CTYPE, nullptr)) {
+    std::setlocale(LC_CTYPE, m_ctype.c_str());
+  }
   {
     const std::lock_guard<std::mutex> lock(turn().mutex);
     turn().taken = false;
