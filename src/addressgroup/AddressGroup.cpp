@@ -7,8 +7,8 @@
 #include <memory>
 #include <new>
 
-#include "../db/StoreStatement.h"
 #include "ZaroErrC.h"
+#include "db/StoreStatement.h"
 
 using ZARO::EscapedText;
 using ZARO::RdbmsInterface;

@@ -2,12 +2,12 @@
 #include <cstdint>
 #include <new>
 
-#include "AddressText.h"
 #include "KxWildcardEmail.h"
 #include "KxWildcardNode.h"
-#include "Memory.h"
-#include "ParsedAddress.h"
 #include "PolicyLog.h"
+#include "addressmatch/AddressText.h"
+#include "addressmatch/Memory.h"
+#include "addressmatch/ParsedAddress.h"
 
 using namespace zaro_addressmatch;
 

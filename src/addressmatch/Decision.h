@@ -6,9 +6,9 @@
 #include <new>
 #include <vector>
 
-#include "Kinds.h"
 #include "KxMatchExplanation.h"
 #include "KxWildcardEmail.h"
+#include "addressmatch/Kinds.h"
 
 namespace zaro_addressmatch {
 

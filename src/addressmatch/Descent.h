@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "KxWildcardNode.h"
-#include "Memory.h"
+#include "addressmatch/Memory.h"
 
 namespace zaro_addressmatch {
 

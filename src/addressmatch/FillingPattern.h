@@ -4,10 +4,10 @@
 #include <cstddef>
 #include <cstring>
 
-#include "AddressText.h"
-#include "InternedTexts.h"
-#include "KnownDomains.h"
-#include "LoweredText.h"
+#include "addressmatch/AddressText.h"
+#include "addressmatch/InternedTexts.h"
+#include "addressmatch/KnownDomains.h"
+#include "addressmatch/LoweredText.h"
 
 namespace zaro_addressmatch {
 

@@ -1,11 +1,11 @@
-#include "FrozenIndex.h"
+#include "addressmatch/FrozenIndex.h"
 
 #include <algorithm>
 #include <cstring>
 #include <new>
 
-#include "AddressText.h"
-#include "Prefetch.h"
+#include "addressmatch/AddressText.h"
+#include "addressmatch/Prefetch.h"
 
 namespace zaro_addressmatch {
 

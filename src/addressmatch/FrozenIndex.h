@@ -10,11 +10,11 @@
 #include <type_traits>
 #include <vector>
 
-#include "HashFilter.h"
 #include "KxWildcardNode.h"
-#include "LoweredWords.h"
-#include "PerfectPlaces.h"
-#include "TextHash.h"
+#include "addressmatch/HashFilter.h"
+#include "addressmatch/LoweredWords.h"
+#include "addressmatch/PerfectPlaces.h"
+#include "addressmatch/TextHash.h"
 
 namespace zaro_addressmatch {
 

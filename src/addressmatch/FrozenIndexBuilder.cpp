@@ -6,9 +6,9 @@
 #include <string>
 #include <utility>
 
-#include "FrozenIndex.h"
+#include "addressmatch/FrozenIndex.h"
 
-#include "Prefetch.h"
+#include "addressmatch/Prefetch.h"
 
 namespace zaro_addressmatch {
 

@@ -14,10 +14,10 @@
 
 #include "KxListedEmailAddress.h"
 #include "KxStringtable.h"
-#include "Memory.h"
-#include "Prefetch.h"
-#include "TextHash.h"
-#include "TextOrder.h"
+#include "addressmatch/Memory.h"
+#include "addressmatch/Prefetch.h"
+#include "addressmatch/TextHash.h"
+#include "addressmatch/TextOrder.h"
 
 namespace zaro_addressmatch {
 

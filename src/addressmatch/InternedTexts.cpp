@@ -1,13 +1,13 @@
-#include "InternedTexts.h"
+#include "addressmatch/InternedTexts.h"
 
 #include <algorithm>
 #include <new>
 #include <utility>
 
-#include "Memory.h"
-#include "Prefetch.h"
-#include "Ranks.h"
-#include "TextOrder.h"
+#include "addressmatch/Memory.h"
+#include "addressmatch/Prefetch.h"
+#include "addressmatch/Ranks.h"
+#include "addressmatch/TextOrder.h"
 
 namespace zaro_addressmatch {
 

@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "KxStringtable.h"
-#include "Prefetch.h"
-#include "TextBlocks.h"
-#include "TextHash.h"
+#include "addressmatch/Prefetch.h"
+#include "addressmatch/TextBlocks.h"
+#include "addressmatch/TextHash.h"
 
 namespace zaro_addressmatch {
 

@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "KxWildcardNode.h"
-#include "LoweredWords.h"
-#include "Prefetch.h"
-#include "TextHash.h"
+#include "addressmatch/LoweredWords.h"
+#include "addressmatch/Prefetch.h"
+#include "addressmatch/TextHash.h"
 
 namespace zaro_addressmatch {
 

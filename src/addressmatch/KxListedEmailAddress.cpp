@@ -2,14 +2,14 @@
 
 #include <cstring>
 
-#include "AddressText.h"
-#include "Handles.h"
-#include "Kinds.h"
 #include "KxWildcardEmail.h"
-#include "LibraryLifetime.h"
-#include "Memory.h"
-#include "ParsedAddress.h"
 #include "PolicyLog.h"
+#include "addressmatch/AddressText.h"
+#include "addressmatch/Handles.h"
+#include "addressmatch/Kinds.h"
+#include "addressmatch/LibraryLifetime.h"
+#include "addressmatch/Memory.h"
+#include "addressmatch/ParsedAddress.h"
 
 using namespace zaro_addressmatch;
 

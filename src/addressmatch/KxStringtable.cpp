@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <new>
 
-#include "InternedTexts.h"
 #include "KxWildcardEmail.h"
-#include "LibraryLifetime.h"
-#include "Memory.h"
 #include "PolicyLog.h"
+#include "addressmatch/InternedTexts.h"
+#include "addressmatch/LibraryLifetime.h"
+#include "addressmatch/Memory.h"
 
 using namespace zaro_addressmatch;
 

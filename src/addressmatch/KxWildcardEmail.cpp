@@ -5,14 +5,14 @@
 #include <new>
 #include <numeric>
 
-#include "Decision.h"
-#include "ExactType.h"
 #include "KxMatchExplanation.h"
-#include "LibraryLifetime.h"
-#include "Memory.h"
 #include "PolicyLog.h"
-#include "Prefetch.h"
-#include "TreeState.h"
+#include "addressmatch/Decision.h"
+#include "addressmatch/ExactType.h"
+#include "addressmatch/LibraryLifetime.h"
+#include "addressmatch/Memory.h"
+#include "addressmatch/Prefetch.h"
+#include "addressmatch/TreeState.h"
 
 using namespace zaro_addressmatch;
 

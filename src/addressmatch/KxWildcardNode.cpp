@@ -5,18 +5,18 @@
 #include <string>
 #include <utility>
 
-#include "Descent.h"
-#include "ExactType.h"
-#include "GrowingLevel.h"
-#include "Handles.h"
-#include "LevelFilling.h"
-#include "LibraryLifetime.h"
-#include "LoweredText.h"
-#include "Memory.h"
-#include "ParsedAddress.h"
 #include "PolicyLog.h"
-#include "Prefetch.h"
-#include "TreeState.h"
+#include "addressmatch/Descent.h"
+#include "addressmatch/ExactType.h"
+#include "addressmatch/GrowingLevel.h"
+#include "addressmatch/Handles.h"
+#include "addressmatch/LevelFilling.h"
+#include "addressmatch/LibraryLifetime.h"
+#include "addressmatch/LoweredText.h"
+#include "addressmatch/Memory.h"
+#include "addressmatch/ParsedAddress.h"
+#include "addressmatch/Prefetch.h"
+#include "addressmatch/TreeState.h"
 
 using namespace zaro_addressmatch;
 

@@ -6,21 +6,21 @@
 #include <optional>
 #include <string>
 
-#include "AddressText.h"
-#include "Descent.h"
-#include "ExactType.h"
-#include "FillingPattern.h"
-#include "GrowingLevel.h"
-#include "Handles.h"
-#include "InternedTexts.h"
 #include "KxWildcardNode.h"
-#include "LevelFilling.h"
-#include "LibraryLifetime.h"
-#include "LoweredText.h"
-#include "Memory.h"
-#include "ParsedAddress.h"
-#include "Prefetch.h"
-#include "TreeState.h"
+#include "addressmatch/AddressText.h"
+#include "addressmatch/Descent.h"
+#include "addressmatch/ExactType.h"
+#include "addressmatch/FillingPattern.h"
+#include "addressmatch/GrowingLevel.h"
+#include "addressmatch/Handles.h"
+#include "addressmatch/InternedTexts.h"
+#include "addressmatch/LevelFilling.h"
+#include "addressmatch/LibraryLifetime.h"
+#include "addressmatch/LoweredText.h"
+#include "addressmatch/Memory.h"
+#include "addressmatch/ParsedAddress.h"
+#include "addressmatch/Prefetch.h"
+#include "addressmatch/TreeState.h"
 
 using namespace zaro_addressmatch;
 

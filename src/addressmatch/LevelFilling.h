@@ -4,8 +4,8 @@
 #include <memory>
 #include <vector>
 
-#include "GrowingLevel.h"
 #include "KxWildcardNode.h"
+#include "addressmatch/GrowingLevel.h"
 
 namespace zaro_addressmatch {
 

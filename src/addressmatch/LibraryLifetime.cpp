@@ -1,8 +1,8 @@
-#include "LibraryLifetime.h"
+#include "addressmatch/LibraryLifetime.h"
 
 #include "KxWildcardEmail.h"
-#include "Memory.h"
 #include "PolicyLog.h"
+#include "addressmatch/Memory.h"
 
 namespace {
 

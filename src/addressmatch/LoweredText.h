@@ -4,7 +4,7 @@
 #include <cstring>
 #include <memory>
 
-#include "LoweredWords.h"
+#include "addressmatch/LoweredWords.h"
 
 namespace zaro_addressmatch {
 

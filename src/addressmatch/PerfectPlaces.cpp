@@ -1,11 +1,11 @@
-#include "PerfectPlaces.h"
+#include "addressmatch/PerfectPlaces.h"
 
 #include <algorithm>
 #include <array>
 #include <limits>
 #include <numeric>
 
-#include "Prefetch.h"
+#include "addressmatch/Prefetch.h"
 
 namespace zaro_addressmatch {
 

@@ -9,8 +9,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "Prefetch.h"
-#include "TextHash.h"
+#include "addressmatch/Prefetch.h"
+#include "addressmatch/TextHash.h"
 
 namespace zaro_addressmatch {
 

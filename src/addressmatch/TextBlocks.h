@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "KxStringtable.h"
-#include "LoweredWords.h"
+#include "addressmatch/LoweredWords.h"
 
 namespace zaro_addressmatch {
 

@@ -1,4 +1,4 @@
-#include "TextHash.h"
+#include "addressmatch/TextHash.h"
 
 #include <chrono>
 #include <exception>

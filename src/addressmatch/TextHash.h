@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "LoweredWords.h"
+#include "addressmatch/LoweredWords.h"
 
 namespace zaro_addressmatch {
 

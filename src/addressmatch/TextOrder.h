@@ -8,7 +8,7 @@
 #include <cstring>
 #include <utility>
 
-#include "Prefetch.h"
+#include "addressmatch/Prefetch.h"
 
 namespace zaro_addressmatch {
 

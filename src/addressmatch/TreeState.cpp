@@ -1,6 +1,6 @@
-#include "TreeState.h"
+#include "addressmatch/TreeState.h"
 
-#include "ExactType.h"
+#include "addressmatch/ExactType.h"
 
 namespace zaro_addressmatch {
 

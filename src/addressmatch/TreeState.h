@@ -3,10 +3,10 @@
 
 #include <memory>
 
-#include "FrozenIndex.h"
-#include "KnownDomains.h"
 #include "KxWildcardNode.h"
-#include "LeafRoom.h"
+#include "addressmatch/FrozenIndex.h"
+#include "addressmatch/KnownDomains.h"
+#include "addressmatch/LeafRoom.h"
 
 namespace zaro_addressmatch {
 

@@ -2,8 +2,8 @@
 #include <cstring>
 #include <optional>
 
-#include "../db/StoreStatement.h"
 #include "ZaroErrC.h"
+#include "db/StoreStatement.h"
 #include "miscUtils.h"
 
 using ZARO::StoreStatement;

@@ -1,7 +1,7 @@
 #include "miscUtils.h"
 
-#include "../db/StoreStatement.h"
 #include "ZaroErrC.h"
+#include "db/StoreStatement.h"
 
 using ZARO::EscapedText;
 using ZARO::StoreStatement;

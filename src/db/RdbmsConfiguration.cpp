@@ -10,7 +10,7 @@
 #include "NewDecryptStr.h"
 #include "PolicyLog.h"
 #include "RdbmsInterface.h"
-#include "StoreStatement.h"
+#include "db/StoreStatement.h"
 
 namespace ZARO {
 

@@ -7,7 +7,7 @@
 
 #include "KxDataAccess.h"
 #include "PolicyLog.h"
-#include "StoreStatement.h"
+#include "db/StoreStatement.h"
 
 namespace ZARO {
 

@@ -3,9 +3,9 @@
 
 #include "EntityUtils.h"
 #include "KxWildcardEmail.h"
-#include "LetterCase.h"
 #include "PolicyLog.h"
 #include "ZaroErrC.h"
+#include "entities/LetterCase.h"
 
 namespace {
 
@@ -109,7 +109,7 @@ int EntityUtils::getAllWildcardParents(const char* rootEntity, EntitySet& entiti
     ++number;
     GroupEntity wanted;
     wanted.name = match->getFullAddressAsStr();
-    if (compareIgnoringCase(wanted.name.c_str(), rootEntity) == 0) {
+    if (ZARO::compareIgnoringCase(wanted.name.c_str(), rootEntity) == 0) {
       continue;
     }
     PolicyLog::log(LogLevel::Trace, "%d: entity %s", number, wanted.name.c_str());

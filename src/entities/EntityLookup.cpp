@@ -1,7 +1,7 @@
 // Entities as the database has them.
-#include "../db/StoreStatement.h"
 #include "EntityUtils.h"
 #include "ZaroErrC.h"
+#include "db/StoreStatement.h"
 
 using ZARO::RdbmsInterface;
 using ZARO::readNumber;

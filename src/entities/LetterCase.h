@@ -3,6 +3,8 @@
 
 #include <cctype>
 
+namespace ZARO {
+
 inline int lowerCased(char character) {
   return std::tolower(static_cast<unsigned char>(character));
 }
@@ -16,3 +18,5 @@ inline int compareIgnoringCase(const char* one, const char* other) {
     }
   }
 }
+
+}  // namespace ZARO

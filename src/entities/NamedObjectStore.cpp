@@ -4,9 +4,9 @@
 #include <cstring>
 #include <memory>
 
-#include "../db/StoreStatement.h"
 #include "ZaroErrC.h"
 #include "ZaroNamedObj.h"
+#include "db/StoreStatement.h"
 
 using ZARO::EscapedText;
 using ZARO::RdbmsInterface;

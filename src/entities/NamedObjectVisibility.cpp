@@ -11,12 +11,14 @@
 #include <cstddef>
 #include <iterator>
 
-#include "../db/StoreStatement.h"
-#include "LetterCase.h"
-#include "ReservedName.h"
 #include "ZaroErrC.h"
 #include "ZaroNamedObj.h"
+#include "db/StoreStatement.h"
+#include "entities/LetterCase.h"
+#include "entities/ReservedName.h"
 
+using ZARO::compareIgnoringCase;
+using ZARO::isReservedName;
 using ZARO::RdbmsInterface;
 using ZARO::readNumber;
 using ZARO::shownText;

@@ -1,9 +1,10 @@
 // Quarantine areas, the system's own among them.
-#include "../db/StoreStatement.h"
-#include "ReservedName.h"
 #include "ZaroErrC.h"
 #include "ZaroNamedObj.h"
+#include "db/StoreStatement.h"
+#include "entities/ReservedName.h"
 
+using ZARO::isReservedName;
 using ZARO::RdbmsInterface;
 using ZARO::shownText;
 

@@ -2,8 +2,8 @@
 #include <cstring>
 
 #include "EntityUtils.h"
-#include "LetterCase.h"
 #include "PolicyLog.h"
+#include "entities/LetterCase.h"
 
 namespace {
 
@@ -13,7 +13,7 @@ constexpr char kWildcard = '*';
 enum class Answer { No, Yes, MissingAt };
 
 bool isSame(char one, char other) {
-  return lowerCased(one) == lowerCased(other);
+  return ZARO::lowerCased(one) == ZARO::lowerCased(other);
 }
 
 // Forwards to the "@" of both texts. Yes: they reached it together.

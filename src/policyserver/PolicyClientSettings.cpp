@@ -4,8 +4,8 @@
 
 #include "GlobalSetting.h"
 #include "PolicyLog.h"
-#include "SettingItems.h"
 #include "ZaroErrC.h"
+#include "policyserver/SettingItems.h"
 
 using ZARO::GlobalSettingIF;
 using ZARO::GlobalSettingOnMem;

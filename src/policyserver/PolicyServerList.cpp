@@ -1,8 +1,10 @@
 // The list of policy servers.
-#include "../db/StoreStatement.h"
-#include "LeadingNumber.h"
 #include "ZaroErrC.h"
 #include "ZaroPolicyServerInterface.h"
+#include "db/StoreStatement.h"
+#include "policyserver/LeadingNumber.h"
+
+using ZARO::settings::leadingNumber;
 
 namespace {
 

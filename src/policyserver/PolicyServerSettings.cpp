@@ -3,10 +3,10 @@
 #include <utility>
 
 #include "GlobalSetting.h"
-#include "LeadingNumber.h"
 #include "PolicyLog.h"
-#include "SettingItems.h"
 #include "ZaroErrC.h"
+#include "policyserver/LeadingNumber.h"
+#include "policyserver/SettingItems.h"
 
 using ZARO::GlobalSettingIF;
 using ZARO::GlobalSettingOnMem;

@@ -1,9 +1,9 @@
-#include "SettingItems.h"
+#include "policyserver/SettingItems.h"
 
 #include <algorithm>
 
-#include "LeadingNumber.h"
 #include "SettingsText.h"
+#include "policyserver/LeadingNumber.h"
 
 namespace ZARO {
 namespace settings {
@@ -46,7 +46,7 @@ ZaroPolicyServerInterface::Reading ZaroPolicyServerInterface::readNumber(const N
     value = rule.greatest;
     return TooLong;
   }
-  const unsigned int number = leadingNumber<unsigned int>(text.c_str());
+  const unsigned int number = ZARO::settings::leadingNumber<unsigned int>(text.c_str());
   value = std::clamp(number, rule.least, rule.greatest);
   if (value == number) {
     return AsStored;
