@@ -1,16 +1,25 @@
 // Which wildcard entities contain which others.
+#include <algorithm>
 #include <memory>
+#include <string_view>
 
 #include "EntityUtils.h"
 #include "KxWildcardEmail.h"
 #include "PolicyLog.h"
 #include "ZaroErrC.h"
-#include "entities/LetterCase.h"
+#include "addressmatch/AddressText.h"
 
 namespace {
 
 using EntitySet = std::set<GroupEntity, GroupEntityCmp>;
 using Matches = std::vector<KxListedEmailAddress*>;
+
+// Whether the tree takes two texts for one: what it answers has its letters lowered as ASCII, whatever the locale.
+bool isSamePattern(std::string_view one, std::string_view other) {
+  return std::equal(one.begin(), one.end(), other.begin(), other.end(), [](char left, char right) {
+    return zaro_addressmatch::lowered(left) == zaro_addressmatch::lowered(right);
+  });
+}
 
 // A tree for one question. Without memory for it there is none, and nothing can be added.
 class Tree {
@@ -109,7 +118,7 @@ int EntityUtils::getAllWildcardParents(const char* rootEntity, EntitySet& entiti
     ++number;
     GroupEntity wanted;
     wanted.name = match->getFullAddressAsStr();
-    if (ZARO::compareIgnoringCase(wanted.name.c_str(), rootEntity) == 0) {
+    if (isSamePattern(wanted.name, rootEntity)) {
       continue;
     }
     PolicyLog::log(LogLevel::Trace, "%d: entity %s", number, wanted.name.c_str());

@@ -2,6 +2,8 @@
 
 #include "EntityTest.h"
 #include "NothrowAllocationFailure.h"
+#include "ProcessTest.h"
+#include "TurkishLocales.h"
 
 namespace {
 
@@ -175,6 +177,19 @@ TEST_F(Hierarchy, rootIsPassedOverAsParentInAnyCase) {
   m_entities = wildcards({"USER@b.test"});
   EXPECT_EQ(parents("user@B.TEST"), 0);
   EXPECT_THAT(m_found, IsEmpty());
+}
+
+TEST_F(Hierarchy, rootIsPassedOverAsParentInAnyLocale) {
+  const zarotest::TurkishLocales locales;
+  for (const char* name : zarotest::TurkishLocales::kNames) {
+    SCOPED_TRACE(name);
+    runInOwnProcess([&] {
+      zarotest::setCtype(name);
+      m_entities = wildcards({"info@b.test", "*@b.test"});
+      EXPECT_EQ(parents("INFO@b.test"), 0);
+      EXPECT_THAT(names(m_found), ElementsAre("*@b.test"));
+    });
+  }
 }
 
 TEST_F(Hierarchy, parentWithoutAnEntityOfItsNameIs1002) {
