@@ -34,7 +34,6 @@
 
 namespace zaro_addressmatch {
 class FrozenIndex;
-class FrozenIndexBuilder;
 template <typename Named>
 class GrowingLevel;
 class DomainKey;
@@ -42,6 +41,7 @@ struct FillingPattern;
 struct LevelFilling;
 struct PatternDomain;
 struct TextKey;
+class TreeIndexing;
 struct TreeState;
 }  // namespace zaro_addressmatch
 
@@ -173,8 +173,7 @@ class ZARO_POLICY_EXPORT KxWildcardNode : public KxLockableClass, public KxIndex
 
   friend class KxWildcardEmail;
   friend class KxWildcardRootNode;
-  friend class zaro_addressmatch::FrozenIndex;
-  friend class zaro_addressmatch::FrozenIndexBuilder;
+  friend class zaro_addressmatch::TreeIndexing;
   friend struct zaro_addressmatch::LevelFilling;
   friend struct zaro_addressmatch::TreeState;
 

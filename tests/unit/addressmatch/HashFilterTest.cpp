@@ -1,4 +1,4 @@
-#include "addressmatch/HashFilter.h"
+#include "addressmatch/index/HashFilter.h"
 
 #include <gtest/gtest.h>
 

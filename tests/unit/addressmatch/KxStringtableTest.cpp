@@ -10,7 +10,7 @@
 
 #include "NothrowAllocationFailure.h"
 #include "VirtualSlots.h"
-#include "addressmatch/Ranks.h"
+#include "addressmatch/intern/Ranks.h"
 #include "scripted/Platform.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "addressmatch/PerfectPlaces.h"
+#include "addressmatch/index/PerfectPlaces.h"
 
 #include <gtest/gtest.h>
 

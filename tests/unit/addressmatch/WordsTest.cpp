@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "addressmatch/LoweredWords.h"
-#include "addressmatch/TextHash.h"
-#include "addressmatch/TextOrder.h"
+#include "addressmatch/text/LoweredWords.h"
+#include "addressmatch/text/TextHash.h"
+#include "addressmatch/text/TextOrder.h"
 
 namespace {
 

@@ -1,0 +1,210 @@
+// The rules by which an address is decided. Fed with the leaves of one tree after the other; asked once at the end.
+#pragma once
+
+#include <cstddef>
+#include <list>
+#include <new>
+#include <vector>
+
+#include "KxMatchExplanation.h"
+#include "KxWildcardEmail.h"
+#include "addressmatch/leaf/Kinds.h"
+#include "addressmatch/leaf/LeafRange.h"
+
+namespace zaro_addressmatch {
+
+// A leaf with its number among all leaves that were fed, from 0.
+struct Candidate : MatchingAddr {
+  std::size_t order;
+};
+
+struct Outcome {
+  unsigned char code = 0;
+  KxMatchExplanation::Tier tier = KxMatchExplanation::NoTier;
+  Candidate winner = {};  // meaningless when the code is 0
+  unsigned int weightA = 0;
+  unsigned int weightB = 0;
+  // What the code is put together of.
+  unsigned char baseCode = 0;
+  unsigned char addedCode = 0;
+};
+
+// Who only wants the outcome. An observer has these operations; `leaf` and the like are numbers of leaves.
+struct NoObserver {
+  void fed(const LeafRange& /*leaves*/, unsigned int /*tree*/) {}
+  void ignored(std::size_t /*leaf*/) {}
+  void lighter(std::size_t /*leaf*/, std::size_t /*heavier*/) {}
+  void later(std::size_t /*leaf*/, std::size_t /*earlier*/) {}
+  void tied(std::size_t /*leaf*/, std::size_t /*winner*/) {}
+  void removed(std::size_t /*leaf*/, std::size_t /*exception*/) {}
+  void exception(std::size_t /*leaf*/, std::size_t /*removals*/) {}
+  void outranked(std::size_t /*leaf*/, std::size_t /*winner*/) {}
+  void decided(std::size_t /*leaf*/) {}
+};
+
+template <typename Observer>
+class Decision {
+ public:
+  explicit Decision(Observer& observer) : m_observer(&observer), m_fed(0) {}
+
+  // Takes what the tree at position `tree` yields, in its order. True when that decides: later trees do not count.
+  // Throws std::bad_alloc.
+  bool addTree(const LeafRange& leaves, unsigned int tree) {
+    m_observer->fed(leaves, tree);
+    Best kindA;
+    Best kindB;
+    for (const KxListedEmailAddress* leaf : leaves) {
+      const Candidate candidate = {{leaf->getFullAddressAsPtr(), leaf->getWeight(), leaf->getState(), tree}, m_fed++};
+      // Only single kinds take part; a combined state is ignored as a whole.
+      switch (candidate.state) {
+        case kFirstTierA:
+          offer(kindA, candidate);
+          break;
+        case kFirstTierB:
+          offer(kindB, candidate);
+          break;
+        case kSecondTierB:
+          m_secondTierB.push_back(candidate);
+          break;
+        case kSecondTierA:
+          m_secondTierA.push_back(candidate);
+          break;
+        case kExceptionToA:
+          takeBack(m_secondTierA, candidate);
+          break;
+        case kExceptionToB:
+          takeBack(m_secondTierB, candidate);
+          break;
+        default:
+          m_observer->ignored(candidate.order);
+      }
+    }
+    if (!kindA.isThere() && !kindB.isThere()) {
+      return false;
+    }
+    decide(KxMatchExplanation::FirstTier, kindA, kindB);
+    if (kindA.isThere() && kindB.isThere()) {
+      m_outcome.addedCode = kBothKinds;
+      m_outcome.code |= kBothKinds;
+    }
+    outrank(m_secondTierA);
+    outrank(m_secondTierB);
+    return true;
+  }
+
+  // To be asked once, after the tree that decided or the last one.
+  const Outcome& outcome() {
+    if (m_outcome.tier == KxMatchExplanation::NoTier && !(m_secondTierA.empty() && m_secondTierB.empty())) {
+      decide(KxMatchExplanation::SecondTier, heaviest(m_secondTierA), heaviest(m_secondTierB));
+    }
+    return m_outcome;
+  }
+
+ private:
+  static constexpr unsigned char kKindA = 1;
+  static constexpr unsigned char kKindB = 2;
+  static constexpr unsigned char kTie = 9;
+  static constexpr unsigned char kBothKinds = 128;
+
+  // The heaviest of one kind so far; weight 0 as long as there is none.
+  struct Best {
+    Candidate candidate = {};
+    bool isThere() const { return candidate.weight != 0; }
+  };
+
+  // On equal weights the earlier one stays.
+  void offer(Best& best, const Candidate& candidate) {
+    if (candidate.weight > best.candidate.weight) {
+      if (best.isThere()) {
+        m_observer->lighter(best.candidate.order, candidate.order);
+      }
+      best.candidate = candidate;
+    } else if (candidate.weight == best.candidate.weight) {
+      m_observer->later(candidate.order, best.candidate.order);
+    } else {
+      m_observer->lighter(candidate.order, best.candidate.order);
+    }
+  }
+
+  Best heaviest(const std::list<Candidate>& candidates) {
+    Best best;
+    for (const Candidate& candidate : candidates) {
+      offer(best, candidate);
+    }
+    return best;
+  }
+
+  // An exception reaches only what was collected before it.
+  void takeBack(std::list<Candidate>& candidates, const Candidate& exception) {
+    std::size_t removals = 0;
+    for (auto candidate = candidates.begin(); candidate != candidates.end();) {
+      if (*candidate->address == *exception.address) {
+        m_observer->removed(candidate->order, exception.order);
+        candidate = candidates.erase(candidate);
+        ++removals;
+      } else {
+        ++candidate;
+      }
+    }
+    m_observer->exception(exception.order, removals);
+  }
+
+  void outrank(const std::list<Candidate>& candidates) {
+    for (const Candidate& candidate : candidates) {
+      m_observer->outranked(candidate.order, m_outcome.winner.order);
+    }
+  }
+
+  // Of equal weights kind A gives the data.
+  void decide(KxMatchExplanation::Tier tier, const Best& kindA, const Best& kindB) {
+    const unsigned int weightA = kindA.candidate.weight;
+    const unsigned int weightB = kindB.candidate.weight;
+    const Best& winner = weightB > weightA ? kindB : kindA;
+    const Best& loser = weightB > weightA ? kindA : kindB;
+
+    m_outcome.tier = tier;
+    m_outcome.baseCode = weightA == weightB ? kTie : (weightA > weightB ? kKindA : kKindB);
+    m_outcome.code = m_outcome.baseCode;
+    m_outcome.winner = winner.candidate;
+    m_outcome.weightA = weightA;
+    m_outcome.weightB = weightB;
+
+    m_observer->decided(winner.candidate.order);
+    if (!loser.isThere()) {
+      return;
+    }
+    if (weightA == weightB) {
+      m_observer->tied(loser.candidate.order, winner.candidate.order);
+    } else {
+      m_observer->lighter(loser.candidate.order, winner.candidate.order);
+    }
+  }
+
+  Observer* m_observer;
+  std::size_t m_fed;
+  std::list<Candidate> m_secondTierA;
+  std::list<Candidate> m_secondTierB;
+  Outcome m_outcome;
+};
+
+// Decides an address over trees. Returns how many of them were searched; throws std::bad_alloc.
+template <typename Observer>
+std::size_t decideOver(const std::vector<KxWildcardNode*>& trees, const char* address, Observer& observer,
+                       Outcome& outcome) {
+  Decision<Observer> decision(observer);
+  constexpr std::size_t kUsualLeaves = 16;
+  std::vector<KxListedEmailAddress*> leaves;
+  leaves.reserve(kUsualLeaves);
+  std::size_t tree = 0;
+  for (bool decided = false; !decided && tree != trees.size(); ++tree) {
+    leaves.clear();
+    if (trees[tree] != nullptr && !trees[tree]->findAllMatches(address, leaves)) {
+      throw std::bad_alloc();
+    }
+    decided = decision.addTree(LeafRange::of(leaves), static_cast<unsigned int>(tree));
+  }
+  outcome = decision.outcome();
+  return tree;
+}
+
+}  // namespace zaro_addressmatch

@@ -1,0 +1,236 @@
+#include "addressmatch/index/FrozenIndexBuilder.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <limits>
+#include <utility>
+
+#include "addressmatch/text/Prefetch.h"
+
+namespace zaro_addressmatch {
+
+namespace {
+
+// So many leaves go side by side, so that the processor fetches their parts side by side.
+constexpr std::size_t kTogether = 256;
+
+const char* textOf(const KxIndexedStringNamedClass& named) {
+  const char* text = named.getName().getString();
+  return text != nullptr ? text : "";
+}
+
+}  // namespace
+
+void FrozenIndexBuilder::addBelowRoot(const LevelLeaves& below) {
+  m_belowRoot = below;
+  m_nameBelowCount += below.names.size();
+}
+
+bool FrozenIndexBuilder::addDomain(const std::string& domain, std::size_t labelCount, const LevelLeaves& at,
+                                   const LevelLeaves* below) {
+  m_nameCount += at.names.size();
+  m_anyNameCount += at.anyName != nullptr ? 1 : 0;
+  if (below != nullptr) {
+    if (labelCount > FrozenIndex::kMostLabels) {
+      return false;
+    }
+    m_index->m_belowDepths |= std::uint64_t{1} << (labelCount - 1);
+    m_nameBelowCount += below->names.size();
+    ++m_belowCount;
+  }
+  m_domains.push_back({at, below != nullptr ? *below : LevelLeaves(), below != nullptr,
+                       hashText(m_index->m_seed, domain.data(), domain.size()), m_texts.size(), domain.size()});
+  m_texts += domain;
+  return true;
+}
+
+std::unique_ptr<const FrozenIndex> FrozenIndexBuilder::build() {
+  if (m_domains.size() > std::numeric_limits<std::uint32_t>::max()) {
+    return nullptr;
+  }
+  m_collided = !placeDomains();
+  makeFilters();
+  if (m_collided || !collectNames()) {
+    return nullptr;
+  }
+  m_collided = !place(m_index->m_names, m_names) || !place(m_index->m_namesBelow, m_namesBelow);
+  return m_collided ? nullptr : std::move(m_index);
+}
+
+void FrozenIndexBuilder::makeFilters() {
+  m_index->m_filterOfNames.resize(m_nameCount);
+  m_index->m_filterOfWildcards.resize(m_anyNameCount + m_belowCount + m_nameBelowCount);
+}
+
+bool FrozenIndexBuilder::placeDomains() {
+  std::vector<std::uint64_t> hashes;
+  hashes.reserve(m_domains.size());
+  for (const Domain& domain : m_domains) {
+    hashes.push_back(domain.hash);
+  }
+  FrozenIndex::Table<FrozenIndex::DomainSlot>& table = m_index->m_domains;
+  if (!table.places.assign(hashes)) {
+    return false;
+  }
+  table.slots.resize(table.places.count());
+  for (std::size_t i = 0; i != m_domains.size(); ++i) {
+    fill(table.slots[table.places(hashes[i])], m_domains[i], static_cast<std::uint32_t>(i + 1));
+  }
+  return true;
+}
+
+void FrozenIndexBuilder::fill(FrozenIndex::DomainSlot& slot, const Domain& domain, std::uint32_t number) {
+  slot.number = number;
+  slot.anyName = domain.at.anyName;
+  slot.anyNameBelow = domain.below.anyName;
+  slot.hasNamesBelow = !domain.below.names.empty();
+  slot.size = domain.textSize & 0x7FFFFFFFu;
+  const char* text = m_texts.data() + domain.text;
+  if (domain.textSize <= FrozenIndex::kDomainRoom) {
+    std::memcpy(slot.words, text, domain.textSize);
+    return;
+  }
+  std::unique_ptr<char[]> copy(new char[domain.textSize]);
+  std::memcpy(copy.get(), text, domain.textSize);
+  slot.longText = copy.get();
+  m_index->m_longTexts.push_back(std::move(copy));
+}
+
+// The slots are moved to their places within the table's own memory. Each that comes to its place turns another out,
+// which goes on; several are on their way side by side, so that the processor fetches their places side by side.
+bool FrozenIndexBuilder::place(FrozenIndex::Table<FrozenIndex::NameSlot>& table, Names& names) {
+  if (!table.places.assign(names.hashes)) {
+    return false;
+  }
+  std::vector<FrozenIndex::NameSlot>& slots = table.slots;
+  slots.swap(names.slots);
+  slots.resize(table.places.count());
+  std::vector<bool> waits(names.hashes.size(), true);
+
+  struct Mover {
+    FrozenIndex::NameSlot slot;
+    std::size_t place;
+  };
+  const auto send = [&](Mover& mover, std::size_t from) {
+    mover.place = table.places(names.hashes[from]);
+    prefetchLine(&slots[mover.place]);
+    prefetchLine(mover.place < waits.size() ? &names.hashes[mover.place] : nullptr);
+  };
+  std::size_t next = 0;
+  const auto start = [&](Mover& mover) {
+    while (next != waits.size() && !waits[next]) {
+      ++next;
+    }
+    if (next == waits.size()) {
+      return false;
+    }
+    waits[next] = false;
+    mover.slot = std::exchange(slots[next], FrozenIndex::NameSlot());
+    send(mover, next);
+    return true;
+  };
+  std::array<Mover, 12> movers;
+  std::size_t moving = 0;
+  while (moving != movers.size() && start(movers[moving])) {
+    ++moving;
+  }
+  while (moving != 0) {
+    for (std::size_t i = 0; i != moving;) {
+      Mover& mover = movers[i];
+      const std::size_t place = mover.place;
+      if (place < waits.size() && waits[place]) {
+        waits[place] = false;
+        std::swap(mover.slot, slots[place]);
+        send(mover, place);
+        ++i;
+        continue;
+      }
+      slots[place] = mover.slot;
+      if (start(mover)) {
+        ++i;
+      } else {
+        mover = movers[--moving];
+      }
+    }
+  }
+  names.hashes = std::vector<std::uint64_t>();
+  return true;
+}
+
+bool FrozenIndexBuilder::collectNames() {
+  m_names.slots.reserve(PerfectPlaces::countFor(m_nameCount));
+  m_names.hashes.reserve(m_nameCount);
+  m_index->m_anyAtAll = m_belowRoot.anyName;
+  m_index->m_hasNamesBelowRoot = !m_belowRoot.names.empty();
+  takeNames(m_belowRoot, FrozenIndex::kNoDomainHash, 0, true);
+  for (std::size_t i = 0; i != m_domains.size(); ++i) {
+    prefetchNames(i);
+    const Domain& domain = m_domains[i];
+    const auto number = static_cast<std::uint32_t>(i + 1);
+    if (domain.hasBelow) {
+      m_index->m_filterOfWildcards.add(domain.hash);
+    }
+    if (domain.at.anyName != nullptr) {
+      m_index->m_filterOfWildcards.add(FrozenIndex::anyNameHash(domain.hash));
+    }
+    takeNames(domain.at, domain.hash, number, false);
+    takeNames(domain.below, domain.hash, number, true);
+  }
+  flushNames();
+  return m_told;
+}
+
+void FrozenIndexBuilder::prefetchNames(std::size_t next) const {
+  constexpr std::size_t kAhead = 6;
+  if (next + kAhead < m_domains.size()) {
+    prefetchLine(m_domains[next + kAhead].at.names.first);
+    prefetchLine(m_domains[next + kAhead].below.names.first);
+  }
+}
+
+void FrozenIndexBuilder::takeNames(const LevelLeaves& leaves, std::uint64_t domainHash, std::uint32_t number, bool below) {
+  for (KxListedEmailAddress* leaf : leaves.names) {
+    prefetchLine(leaf);
+    m_waiting.push_back({leaf, nullptr, domainHash, number, below, leaves.onlyRanked, 0});
+    if (m_waiting.size() == kTogether) {
+      flushNames();
+    }
+  }
+}
+
+void FrozenIndexBuilder::flushNames() {
+  for (Name& name : m_waiting) {
+    name.handle = name.leaf->getNameAsPtr();
+    prefetchLine(name.handle);
+  }
+  for (const Name& name : m_waiting) {
+    m_told = m_told && (!name.onlyRanked || name.handle->isIndexed());
+    prefetchLine(name.handle->getString());
+  }
+  for (Name& name : m_waiting) {
+    const char* text = textOf(*name.leaf);
+    name.size = std::strlen(text);
+    name.hash = m_index->nameHashAt(hashText(m_index->m_seed, text, name.size), name.hash);
+    filterOf(name).prefetch(name.hash);
+  }
+  for (const Name& name : m_waiting) {
+    addName(name);
+  }
+  m_waiting.clear();
+}
+
+HashFilter& FrozenIndexBuilder::filterOf(const Name& name) const {
+  return name.below ? m_index->m_filterOfWildcards : m_index->m_filterOfNames;
+}
+
+void FrozenIndexBuilder::addName(const Name& name) {
+  std::uint64_t words[3] = {};
+  std::memcpy(words, textOf(*name.leaf), std::min(name.size, sizeof words));
+  Names& names = name.below ? m_namesBelow : m_names;
+  names.slots.push_back({name.leaf, FrozenIndex::NameKey::of(words, name.size).at(name.number)});
+  names.hashes.push_back(name.hash);
+  filterOf(name).add(name.hash);
+}
+
+}  // namespace zaro_addressmatch

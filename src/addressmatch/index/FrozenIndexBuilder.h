@@ -1,0 +1,92 @@
+// Makes an index of what a tree holds.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "KxListedEmailAddress.h"
+#include "addressmatch/index/FrozenIndex.h"
+#include "addressmatch/leaf/LeafRange.h"
+#include "addressmatch/text/TextHash.h"
+
+namespace zaro_addressmatch {
+
+// The leaves of one level of a tree.
+struct LevelLeaves {
+  LeafRange names;                          // concrete local parts
+  KxListedEmailAddress* anyName = nullptr;  // "*", or null
+  bool onlyRanked = false;                  // the level finds only names that have a rank
+};
+
+// Phases: `addBelowRoot` and `addDomain` in any order, then `build` once. Everything throws std::bad_alloc, and the
+// builder is then of no use.
+class FrozenIndexBuilder {
+ public:
+  explicit FrozenIndexBuilder(const HashSeed& seed) : m_index(new FrozenIndex(seed)) {}
+
+  // Adds NAME@* and *@*.
+  void addBelowRoot(const LevelLeaves& below);
+  // Adds what a tree holds at a domain, and below it unless `below` is null. `labelCount` is that of the domain, a text
+  // in lower case. False for a domain that an index cannot hold.
+  bool addDomain(const std::string& domain, std::size_t labelCount, const LevelLeaves& at, const LevelLeaves* below);
+
+  // Null when a leaf has a name that only a walk treats right, and when two hashes are the same.
+  std::unique_ptr<const FrozenIndex> build();
+  // Whether two hashes were the same, so that another seed may do.
+  bool hasCollided() const { return m_collided; }
+
+ private:
+  struct Domain {
+    LevelLeaves at;
+    LevelLeaves below;
+    bool hasBelow;
+    std::uint64_t hash;
+    std::size_t text;  // where it begins in m_texts
+    std::size_t textSize;
+  };
+  // A leaf on its way into the index.
+  struct Name {
+    KxListedEmailAddress* leaf;
+    const KxIndexedString* handle;
+    std::uint64_t hash;  // of its domain, then its own
+    std::uint32_t number;
+    bool below;
+    bool onlyRanked;
+    std::size_t size;
+  };
+  // What goes into a table of names, and its hash.
+  struct Names {
+    std::vector<FrozenIndex::NameSlot> slots;
+    std::vector<std::uint64_t> hashes;
+  };
+
+  bool placeDomains();
+  void fill(FrozenIndex::DomainSlot& slot, const Domain& domain, std::uint32_t number);
+  void makeFilters();
+  bool collectNames();
+  void prefetchNames(std::size_t next) const;
+  void takeNames(const LevelLeaves& leaves, std::uint64_t domainHash, std::uint32_t number, bool below);
+  void flushNames();
+  HashFilter& filterOf(const Name& name) const;
+  void addName(const Name& name);
+  static bool place(FrozenIndex::Table<FrozenIndex::NameSlot>& table, Names& names);
+
+  std::unique_ptr<FrozenIndex> m_index;
+  LevelLeaves m_belowRoot;
+  std::vector<Domain> m_domains;
+  std::string m_texts;
+  std::size_t m_nameCount = 0;
+  std::size_t m_anyNameCount = 0;
+  std::size_t m_nameBelowCount = 0;
+  std::size_t m_belowCount = 0;
+  std::vector<Name> m_waiting;
+  Names m_names;
+  Names m_namesBelow;
+  bool m_told = true;
+  bool m_collided = false;
+};
+
+}  // namespace zaro_addressmatch

@@ -1,0 +1,132 @@
+// The entries of a string table and where each is found.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <vector>
+
+#include "KxStringtable.h"
+#include "addressmatch/intern/TextBlocks.h"
+#include "addressmatch/text/Prefetch.h"
+#include "addressmatch/text/TextHash.h"
+
+namespace zaro_addressmatch {
+
+// A text, its size, and what it is looked for by.
+struct TextKey {
+  const char* text;
+  std::size_t size;
+  std::uint32_t tag;
+};
+
+// Entries stay where they are; each text is there once. The texts of the first entries are the table's affair, but for
+// the note about those that are borrowed: a small table takes no more memory than they need. Later ones have blocks.
+class InternedTexts {
+ public:
+  // Of a text of `size` characters; whoever adds it has a terminator behind them.
+  TextKey keyOf(const char* text, std::size_t size) const {
+    return {text, size, static_cast<std::uint32_t>(hashText(m_seed, text, size))};
+  }
+  // The same, where a copy of the text is at hand in words.
+  TextKey keyOf(const char* text, std::size_t size, const std::uint64_t* words) const {
+    return {text, size, static_cast<std::uint32_t>(hashOfWords(m_seed, words, size))};
+  }
+  TextKey keyOf(const char* text) const { return keyOf(text, std::strlen(text)); }
+
+  std::size_t size() const { return m_inBlocks + m_entries.size() - m_removed; }
+
+  // The entry of a text, or null.
+  KxIndexedString* find(const TextKey& key) const;
+  void prefetch(const TextKey& key) const {
+    const Part& part = m_parts[partOf(key.tag)];
+    prefetchLine(part.slots.data() + part.homeOf(key.tag, m_partBits));
+  }
+  struct Found {
+    KxIndexedString* entry;
+    bool isNew;
+    bool lacksText;  // it is a new one that wraps the key's text
+  };
+  // The entry of a text, made if need be. Throws std::bad_alloc, everything then as it was.
+  Found findOrAdd(const TextKey& key);
+  // Takes an entry out that wraps somebody's text.
+  void remove(KxIndexedString* entry);
+
+  // Notes that an entry which was just made borrows its text.
+  void setBorrowed(const KxIndexedString* entry) { m_borrowed.push_back(entry); }  // room was made with the entry
+  bool isBorrowed(const KxIndexedString* entry) const;
+
+  // Visits those whose texts are the table's affair.
+  template <typename Visit>
+  void forEachOfTable(Visit visit) {
+    for (KxIndexedString& entry : m_entries) {
+      if (entry.getString() != kTakenOut) {
+        visit(entry);
+      }
+    }
+  }
+  template <typename Visit>
+  void forEach(Visit visit) {
+    forEachOfTable(visit);
+    m_blocks.forEach([&visit](KxIndexedString& entry, const char* /*text*/) { visit(entry); });
+  }
+
+  // Gives the entries their ranks in text order, as `assignRanks` does. Throws std::bad_alloc, everything then as it was.
+  bool rank(unsigned int limit);
+
+ private:
+  static constexpr char kTakenOut[] = "";
+  static constexpr std::size_t kFullPercent = 80;
+  // From so many on in one part it is split into many.
+  static constexpr std::size_t kBigWhole = 32768;
+
+  // So many entries leave their texts to the table.
+  static constexpr std::size_t kFew = 1024;
+  // What a position in the blocks has beside it.
+  static constexpr std::uint32_t kInBlocks = TextBlocks::kPositions;
+
+  // A place follows from the tag alone, so that slots can be moved without a look at the texts.
+  struct Slot {
+    std::uint32_t position;  // of the entry, from 1 on or in the blocks; 0: free
+    std::uint32_t tag;
+  };
+  // A part of the slots. Many small parts grow by turns, and what one leaves another takes; a big whole would have the
+  // system find new memory each time.
+  struct Part {
+    std::vector<Slot> slots;
+    std::size_t used = 0;
+
+    std::size_t homeOf(std::uint32_t tag, unsigned int partBits) const {
+      return static_cast<std::size_t>(std::uint64_t{tag << partBits} * slots.size() >> 32);
+    }
+    std::size_t next(std::size_t place) const { return place + 1 != slots.size() ? place + 1 : 0; }
+  };
+
+  std::size_t partOf(std::uint32_t tag) const {
+    return static_cast<std::size_t>(std::uint64_t{tag} << m_partBits >> 32);
+  }
+  KxIndexedString& entryAt(std::uint32_t position) const {
+    // What the table hands out is not to be changed by others, but it is not constant.
+    return (position & kInBlocks) != 0 ? m_blocks.at(position ^ kInBlocks)
+                                       : const_cast<KxIndexedString&>(m_entries[position - 1]);
+  }
+  // The place of a text, or the free one where the search for it ends; not all of the part's places are taken.
+  std::size_t search(const Part& part, const TextKey& key) const;
+  bool lacksRoom(const Part& part) const;
+  // These throw std::bad_alloc, everything then as it was.
+  void makeRoom(std::uint32_t tag);
+  void split();
+  static void resize(Part& part, std::size_t slots, unsigned int partBits);
+  static void take(Part& part, const Slot& slot, unsigned int partBits);
+
+  HashSeed m_seed = processHashSeed();
+  std::deque<KxIndexedString> m_entries;  // those that were taken out have the text kTakenOut itself
+  std::size_t m_removed = 0;
+  TextBlocks m_blocks;
+  std::size_t m_inBlocks = 0;
+  std::vector<const KxIndexedString*> m_borrowed;
+  unsigned int m_partBits = 0;
+  std::vector<Part> m_parts = std::vector<Part>(1);  // as many as the bits tell
+};
+
+}  // namespace zaro_addressmatch

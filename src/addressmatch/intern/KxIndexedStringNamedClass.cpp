@@ -1,0 +1,69 @@
+#include <cstring>
+
+#include "KxListedEmailAddress.h"
+#include "PolicyLog.h"
+#include "addressmatch/intern/Handles.h"
+#include "addressmatch/intern/LibraryLifetime.h"
+#include "addressmatch/text/Memory.h"
+
+using namespace zaro_addressmatch;
+
+KxIndexedStringNamedClass::KxIndexedStringNamedClass(KxStringtable* table, const char* name)
+    : _name(_lookupAndCheckName(name, table)), _stringtable(table) {}
+
+KxIndexedStringNamedClass::KxIndexedStringNamedClass(KxStringtable* table, const KxIndexedString* name)
+    : _name(_lookupAndCheckName(name, table)), _stringtable(table) {}
+
+KxIndexedStringNamedClass::~KxIndexedStringNamedClass() {
+  if (isGone(_stringtable)) {
+    return;
+  }
+  release(_name, [](const char* text, unsigned long index) {
+    if (text == nullptr) {
+      PolicyLog::log(LogLevel::Error, "~KxIndexedStringNamedClass: Failed to cleanup _name reference: NULL");
+    } else {
+      PolicyLog::log(LogLevel::Error, "~KxIndexedStringNamedClass: Failed to cleanup _name reference: %s , %lu", text,
+                     index);
+    }
+  });
+}
+
+const KxIndexedString* KxIndexedStringNamedClass::_lookupAndCheckName(const KxIndexedString* text,
+                                                                      KxStringtable* table) const {
+  if (table == nullptr) {
+    return &orEmpty(KxIndexedString::deepCopy(text));
+  }
+  const KxIndexedString* kept = table->getStringtableRef(text);
+  if (orEmpty(text).getIndex() < KxIndexedString::Wrapper) {
+    if (kept == text && table->isLocked() && (text->getString() == nullptr || table->_find(text->getString()) != text)) {
+      table->_hasForeignHolders = true;
+    }
+    return &orEmpty(kept);
+  }
+  if (kept == nullptr) {
+    if (text == nullptr) {
+      PolicyLog::log(LogLevel::Error, "KxListedEmailAddress.cpp - _returnCopyIfSameAs: predicate is NULL; cmp is NULL.");
+    } else {
+      PolicyLog::log(LogLevel::Error,
+                     "KxListedEmailAddress.cpp - _returnCopyIfSameAs: predicate is NULL; cmp is %s , %lu.",
+                     text->getString(), static_cast<unsigned long>(text->getIndex()));
+    }
+    return &KxStringtable::_theEmptyIndexedString;
+  }
+  if (kept != text) {
+    return kept;
+  }
+  // The table is locked and does not know the text, or could not take it in. The argument is somebody else's and may be
+  // gone tomorrow: neither this object nor the table may go on using it.
+  table->_dropBorrowed(*text);
+  return &orEmpty(KxIndexedString::deepCopy(text));
+}
+
+const KxIndexedString* KxIndexedStringNamedClass::_lookupAndCheckName(const char* text, KxStringtable* table) const {
+  const KxIndexedString wrapper(text);
+  return _lookupAndCheckName(&wrapper, table);
+}
+
+char* KxIndexedStringNamedClass::_inferName(const char* address) {
+  return address != nullptr ? newText(address, std::strcspn(address, "@")) : nullptr;
+}

@@ -1,0 +1,275 @@
+#include "KxListedEmailAddress.h"
+
+#include <cstring>
+
+#include "PolicyLog.h"
+#include "addressmatch/intern/Handles.h"
+#include "addressmatch/intern/LibraryLifetime.h"
+#include "addressmatch/intern/ParsedAddress.h"
+#include "addressmatch/leaf/Kinds.h"
+#include "addressmatch/text/AddressText.h"
+#include "addressmatch/text/Memory.h"
+
+using namespace zaro_addressmatch;
+
+namespace {
+
+const char* textOf(const KxIndexedString& handle) {
+  return handle.getString() != nullptr ? handle.getString() : "";
+}
+
+bool sameText(const char* one, const char* other) {
+  return one != nullptr && std::strcmp(one, other) == 0;
+}
+
+// What the two kinds of labels add to the weight of a pattern.
+struct Specificity {
+  bool concreteName;
+  bool wildcardDomain;
+  unsigned int concreteLabels;
+};
+
+// More than a text has labels.
+constexpr unsigned int kWeightBits = 0x7FFFFFFFu;
+
+unsigned int weightOf(const Specificity& pattern) {
+  // The bands are 1000 apart: up to 1000 labels, any exact domain is above any with a wildcard.
+  if (!pattern.wildcardDomain) {
+    return pattern.concreteLabels + (pattern.concreteName ? 5001 : 4001);
+  }
+  if (pattern.concreteLabels > 0) {
+    return pattern.concreteLabels + (pattern.concreteName ? 3001 : 2001);
+  }
+  return pattern.concreteName ? 1001 : 1;
+}
+
+Specificity specificityOf(const char* pattern) {
+  if (isWildcard(pattern)) {
+    pattern = kEveryAddress;
+  }
+  Specificity specificity = {true, false, 0};
+  splitAddress(pattern, [&specificity](Piece piece, const char* text, std::size_t size) {
+    const bool wildcard = size == 1 && *text == '*';
+    if (piece == Piece::LocalPart) {
+      specificity.concreteName = !wildcard;
+    } else if (wildcard) {
+      specificity.wildcardDomain = true;
+    } else {
+      ++specificity.concreteLabels;
+    }
+  });
+  return specificity;
+}
+
+// Gives a label of a split pattern back.
+void releaseLabel(const KxIndexedString* label, const char* fullAddress) {
+  const auto report = [fullAddress](const char* text, unsigned int index) {
+    if (text == nullptr) {
+      PolicyLog::log(
+          LogLevel::Error,
+          "KxListedEmailAddress::_computeWeight: failed to clean up a piece of the domain : NULL. This object's full address is %s, %d",
+          fullAddress, 0);
+    } else {
+      // The label's index stands twice; log watchers know the line that way.
+      PolicyLog::log(
+          LogLevel::Error,
+          "KxListedEmailAddress::_computeWeight: failed to clean up a piece of the domain : %s, %d. This object's full address is %s, %d",
+          text, static_cast<int>(index), fullAddress, static_cast<int>(index));
+    }
+  };
+  release(label, report);
+}
+
+// Pairs of kinds that exclude each other: an exception and what it takes back, and the tiers among themselves.
+constexpr KxEmailBelongsTo kForbiddenPairs[] = {
+    kExceptionToB | kSecondTierB,
+    kExceptionToA | kSecondTierA,
+    kFirstTierB | kSecondTierB,
+    kFirstTierA | kSecondTierA,
+};
+
+unsigned int countOf(KxEmailBelongsTo bits) {
+  unsigned int count = 0;
+  for (; bits != 0; bits &= bits - 1) {
+    ++count;
+  }
+  return count;
+}
+
+}  // namespace
+
+// What few leaves have.
+struct KxListedEmailAddress::Extras {
+  std::vector<std::string*> _relatedPolicyOwners;
+  bool _ownerless = true;
+  std::string _annotation;
+};
+
+KxListedEmailAddress::KxListedEmailAddress(KxStringtable* table, const char* fullAddress, const char* name)
+    : KxLockableClass(table != nullptr),
+      KxIndexedStringNamedClass(table, name),
+      _fullAddress(_lookupAndCheckName(fullAddress, table)),
+      _weight(weightOf(specificityOf(textOf(getFullAddress()))) & kWeightBits),
+      _inTreesMemory(0),
+      _state(0) {}
+
+KxListedEmailAddress::KxListedEmailAddress(KxStringtable* table, const KxIndexedString* fullAddress,
+                                           const KxIndexedString* name)
+    : KxLockableClass(table != nullptr),
+      KxIndexedStringNamedClass(table, name),
+      _fullAddress(_lookupAndCheckName(fullAddress, table)),
+      _weight(weightOf(specificityOf(textOf(getFullAddress()))) & kWeightBits),
+      _inTreesMemory(0),
+      _state(0) {}
+
+KxListedEmailAddress::KxListedEmailAddress(KxStringtable& table, const KxIndexedString& fullAddress,
+                                           const KxIndexedString& name, unsigned int concreteLabels)
+    : KxLockableClass(true),
+      KxIndexedStringNamedClass(table, name),
+      _fullAddress(&fullAddress),
+      _weight(weightOf(concreteLabels != 0 ? Specificity{true, false, concreteLabels}
+                                           : specificityOf(textOf(fullAddress))) &
+              kWeightBits),
+      _inTreesMemory(1),
+      _state(0) {}
+
+KxListedEmailAddress::~KxListedEmailAddress() {
+  if (isGone(_stringtable)) {
+    return;
+  }
+  release(_fullAddress, [](const char* text, unsigned long index) {
+    if (text == nullptr) {
+      PolicyLog::log(LogLevel::Error, "~KxListedEmailAddress: Failed to cleanup _fullAddress reference: NULL");
+    } else {
+      PolicyLog::log(LogLevel::Error, "~KxListedEmailAddress: Failed to cleanup _fullAddress reference: %s , %lu", text,
+                     index);
+    }
+  });
+}
+
+void KxListedEmailAddress::lock() {
+  _lock();
+}
+
+bool KxListedEmailAddress::matchName(const char* name) const {
+  if (_name == nullptr || name == nullptr) {
+    return false;
+  }
+  return sameText(_name->getString(), name) || sameText(getFullAddressAsStr(), name);
+}
+
+bool KxListedEmailAddress::matchName(const KxIndexedString& name) const {
+  if (_name == nullptr) {
+    return false;
+  }
+  return *_name == name || (_fullAddress != nullptr && *_fullAddress == name);
+}
+
+void KxListedEmailAddress::_computeWeight() {
+  const char* address = getFullAddress().getString();
+  _weight = 0;
+  withinMemory([&] {
+    ParsedAddress parsed(_stringtable, address);
+    Specificity pattern = {!isWildcard(parsed.localPart().getString()), false, 0};
+    for (LabelStack& labels = parsed.labels(); !labels.empty(); labels.pop()) {
+      const KxIndexedString* label = labels.top();
+      if (label != nullptr && isWildcard(label->getString())) {
+        pattern.wildcardDomain = true;
+      } else {
+        ++pattern.concreteLabels;
+      }
+      releaseLabel(label, address);
+    }
+    if (parsed.isComplete()) {
+      _weight = weightOf(pattern) & kWeightBits;
+    }
+  });
+}
+
+bool KxListedEmailAddress::isStateAllowed(KxEmailBelongsTo state) {
+  constexpr KxEmailBelongsTo kCounted = 2 * kForbidden - 1;
+  if ((state & kForbidden) != 0) {
+    return false;
+  }
+  const unsigned int count = countOf(state & kCounted);
+  if (count != 2) {
+    return count < 2;
+  }
+  // The whole value is compared, so a pair with higher bits beside it is only asked for its exception.
+  for (const KxEmailBelongsTo pair : kForbiddenPairs) {
+    if (state == pair) {
+      return false;
+    }
+  }
+  return (state & (kExceptionToA | kExceptionToB)) != 0;
+}
+
+bool KxListedEmailAddress::addMembership(KxEmailBelongsTo kinds) {
+  return _changeState(_state | kinds);
+}
+
+bool KxListedEmailAddress::removeMembership(KxEmailBelongsTo kinds) {
+  return _changeState(_state & ~kinds);
+}
+
+bool KxListedEmailAddress::_changeState(KxEmailBelongsTo state) {
+  if (isLocked() || !isStateAllowed(state)) {
+    return false;
+  }
+  _state = state;
+  return true;
+}
+
+const KxListedEmailAddress::Extras& KxListedEmailAddress::_extrasOrNone() const {
+  static const Extras none;
+  return _extras != nullptr ? *_extras : none;
+}
+
+// Throws std::bad_alloc.
+KxListedEmailAddress::Extras& KxListedEmailAddress::_ownExtras() {
+  if (_extras == nullptr) {
+    _extras = std::make_unique<Extras>();
+  }
+  return *_extras;
+}
+
+const std::string& KxListedEmailAddress::getAnnotation() const {
+  return _extrasOrNone()._annotation;
+}
+
+const std::vector<std::string*>& KxListedEmailAddress::getRelatedPolicyOwners() const {
+  return _extrasOrNone()._relatedPolicyOwners;
+}
+
+bool KxListedEmailAddress::isOwnerless() const {
+  return _extrasOrNone()._ownerless;
+}
+
+void KxListedEmailAddress::setOwnerless() {
+  if (_extras != nullptr) {
+    _extras->_ownerless = true;
+  }
+}
+
+bool KxListedEmailAddress::setAnnotation(const char* annotation) {
+  return withinMemory([&] { _ownExtras()._annotation = annotation; });
+}
+
+bool KxListedEmailAddress::addRelatedPolicyOwner(std::string* owner) {
+  PolicyLog::log(LogLevel::Trace, "KxListedEmailAddress::addRelatedPolicyOwner() pNewPolicyOwner=%s", owner->c_str());
+  return withinMemory([&] { _ownExtras()._relatedPolicyOwners.push_back(owner); });
+}
+
+KxWildcardedEmailAddress::KxWildcardedEmailAddress(KxStringtable* table, const char* fullAddress)
+    : KxListedEmailAddress(table, fullAddress, KxStringtable::_theWildcardIndexedString.getString()) {}
+
+KxWildcardedEmailAddress::KxWildcardedEmailAddress(KxStringtable* table, const KxIndexedString* fullAddress)
+    : KxListedEmailAddress(table, fullAddress, &KxStringtable::_theWildcardIndexedString) {}
+
+bool KxWildcardedEmailAddress::matchName(const char* /*name*/) const {
+  return true;
+}
+
+bool KxWildcardedEmailAddress::matchName(const KxIndexedString& /*name*/) const {
+  return true;
+}

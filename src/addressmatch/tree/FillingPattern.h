@@ -1,0 +1,60 @@
+// A pattern on its way into a tree that is being filled.
+#pragma once
+
+#include <cstddef>
+#include <cstring>
+
+#include "addressmatch/intern/InternedTexts.h"
+#include "addressmatch/text/AddressText.h"
+#include "addressmatch/text/LoweredText.h"
+#include "addressmatch/tree/KnownDomains.h"
+
+namespace zaro_addressmatch {
+
+// The domain of a pattern: all of the text from a byte on.
+struct PatternDomain {
+  PatternDomain(const LoweredText& ofPattern, std::size_t from) : pattern(ofPattern), begin(from) {
+    const char* domain = pattern.get() + from;
+    const std::size_t concrete = domain[0] == '*' && domain[1] == '.' ? from + 2 : from;
+    if (std::memchr(pattern.get() + concrete, '*', pattern.size() - concrete) == nullptr) {
+      key = DomainKey(pattern.words(), concrete, pattern.size() - concrete);
+    }
+    if (key.isThere()) {
+      isBelow = concrete != from;
+      begin = concrete;
+    }
+  }
+  const char* text() const { return pattern.get() + begin; }
+  // Of the labels that begin at a byte of the text, none of which is a wildcard.
+  DomainKey keyFrom(std::size_t byte) const { return {pattern.words(), begin + byte, pattern.size() - begin - byte}; }
+
+  const LoweredText& pattern;
+  std::size_t begin;
+  DomainKey key;                    // none for a domain that is too long, or has another wildcard
+  bool isBelow = false;             // the level is the wildcard's below the key's
+  KxWildcardNode* level = nullptr;  // the key's, if it is known
+};
+
+// Its text and where it is cut into pieces. It must stay where it is made.
+struct FillingPattern {
+  // Throws std::bad_alloc.
+  explicit FillingPattern(const char* address)
+      : text(address),
+        at(static_cast<char*>(std::memchr(text.get(), '@', text.size()))),
+        isBare(at == nullptr && !isWildcard(text.get())),
+        nameSize(at != nullptr ? static_cast<std::size_t>(at - text.get()) : 1),
+        domain(text, at != nullptr ? nameSize + 1 : 0) {}
+
+  bool isAnyName() const { return !isBare && nameSize == 1 && text.get()[0] == '*'; }
+
+  LoweredText text;
+  char* at;     // null for a text without one
+  bool isBare;  // such a text, but for "*"
+  std::size_t nameSize;
+  PatternDomain domain;
+  // What the table is asked for. Null texts without a table, and for the name of a bare text and for "*".
+  TextKey fullAddress = {};
+  TextKey name = {};
+};
+
+}  // namespace zaro_addressmatch

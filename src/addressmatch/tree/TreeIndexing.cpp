@@ -1,0 +1,104 @@
+#include "addressmatch/tree/TreeIndexing.h"
+
+#include <cstring>
+
+#include "addressmatch/text/Prefetch.h"
+
+namespace zaro_addressmatch {
+
+namespace {
+
+const char* labelOf(const KxWildcardNode& level) {
+  const char* text = level.getName().getString();
+  return text != nullptr ? text : "";
+}
+
+}  // namespace
+
+std::unique_ptr<const FrozenIndex> TreeIndexing::indexOf(const KxWildcardNode& root) {
+  // Equal hashes of 64 bits are most improbable; another seed keeps even them from making a tree slow.
+  constexpr int kAttempts = 3;
+  HashSeed seed = processHashSeed();
+  for (int attempt = 0; attempt != kAttempts; ++attempt, ++seed.words[0]) {
+    FrozenIndexBuilder builder(seed);
+    if (!TreeIndexing(root, builder).addAll()) {
+      return nullptr;
+    }
+    std::unique_ptr<const FrozenIndex> index = builder.build();
+    if (index != nullptr || !builder.hasCollided()) {
+      return index;
+    }
+  }
+  return nullptr;
+}
+
+bool TreeIndexing::addAll() {
+  if (m_root._wildcardChild != nullptr) {
+    m_builder.addBelowRoot(leavesOf(*m_root._wildcardChild));
+  }
+  m_path.push_back({&m_root, 0});
+  while (!m_path.empty()) {
+    Step& above = m_path.back();
+    if (above.nextChild == above.node->_children.size()) {
+      m_path.pop_back();
+      continue;
+    }
+    prefetchChildren(*above.node, above.nextChild);
+    const KxWildcardNode& child = *above.node->_children[above.nextChild++];
+    if (child._tree != m_root._tree || (above.node->_childrenIndexed && !child.getName().isIndexed())) {
+      return false;
+    }
+    // Only a text without "@" gives a label with a dot, and only the walk splits such texts.
+    if (std::strchr(labelOf(child), '.') == nullptr) {
+      m_path.push_back({&child, 0});
+      if (holdsSomething(child) && !add(child)) {
+        return false;
+      }
+    }
+  }
+  return true;
+}
+
+bool TreeIndexing::add(const KxWildcardNode& level) {
+  m_domain.clear();
+  for (std::size_t depth = m_path.size() - 1; depth != 0; --depth) {
+    m_domain += labelOf(*m_path[depth].node);
+    m_domain += '.';
+  }
+  m_domain.pop_back();
+  const std::size_t labelCount = m_path.size() - 1;
+  if (level._wildcardChild == nullptr) {
+    return m_builder.addDomain(m_domain, labelCount, leavesOf(level), nullptr);
+  }
+  const LevelLeaves below = leavesOf(*level._wildcardChild);
+  return m_builder.addDomain(m_domain, labelCount, leavesOf(level), &below);
+}
+
+LevelLeaves TreeIndexing::leavesOf(const KxWildcardNode& level) {
+  return {LeafRange::of(level._leaves), level._wildcardLeaf, level._leavesIndexed != 0};
+}
+
+bool TreeIndexing::holdsSomething(const KxWildcardNode& level) {
+  return !level._leaves.empty() || level._wildcardLeaf != nullptr || level._wildcardChild != nullptr;
+}
+
+// Prefetches what later children consist of, one part after the other.
+void TreeIndexing::prefetchChildren(const KxWildcardNode& level, std::size_t next) {
+  constexpr std::size_t kStep = 4;
+  const auto at = [&](std::size_t steps) -> const KxWildcardNode* {
+    const std::size_t child = next + steps * kStep;
+    return child < level._children.size() ? level._children[child] : nullptr;
+  };
+  if (const KxWildcardNode* child = at(3)) {
+    prefetchLine(child);
+    prefetchLine(&child->_wildcardLeaf);
+  }
+  if (const KxWildcardNode* child = at(2)) {
+    prefetchLine(child->getNameAsPtr());
+  }
+  if (const KxWildcardNode* child = at(1)) {
+    prefetchLine(child->getNameAsStr());
+  }
+}
+
+}  // namespace zaro_addressmatch

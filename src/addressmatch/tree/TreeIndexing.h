@@ -1,0 +1,42 @@
+// How a frozen tree gets its index.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "KxWildcardNode.h"
+#include "addressmatch/index/FrozenIndex.h"
+#include "addressmatch/index/FrozenIndexBuilder.h"
+
+namespace zaro_addressmatch {
+
+// Walks the levels below a root and hands their leaves to the builder. Its own stack of levels takes the place of
+// calls: a domain may have as many labels as a text has characters.
+class TreeIndexing {
+ public:
+  // Null when the tree holds something that only a walk treats right. Throws std::bad_alloc.
+  static std::unique_ptr<const FrozenIndex> indexOf(const KxWildcardNode& root);
+
+ private:
+  struct Step {
+    const KxWildcardNode* node;
+    std::size_t nextChild;
+  };
+
+  TreeIndexing(const KxWildcardNode& root, FrozenIndexBuilder& builder) : m_root(root), m_builder(builder) {}
+
+  // False as above.
+  bool addAll();
+  bool add(const KxWildcardNode& level);
+  static LevelLeaves leavesOf(const KxWildcardNode& level);
+  static bool holdsSomething(const KxWildcardNode& level);
+  static void prefetchChildren(const KxWildcardNode& level, std::size_t next);
+
+  const KxWildcardNode& m_root;
+  FrozenIndexBuilder& m_builder;
+  std::vector<Step> m_path;
+  std::string m_domain;
+};
+
+}  // namespace zaro_addressmatch
