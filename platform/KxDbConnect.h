@@ -31,9 +31,10 @@ class KxDbConnect {
   // 0 a result set; 1 no more; -1 nothing was executed; throws `const char*` on failure.
   int fetchNextResultSet();
 
-  // Text of a column of the current row; null for SQL NULL; valid until the next fetch or execute.
+  // Text of a column of the current row; null for SQL NULL and, logged at level 1, for a column that the result lacks.
+  // Valid until the next fetch or execute.
   const char* getColVal(const char* column);
-  // Integer value of a column of the current row.
+  // Integer value of a column of the current row; 0 where `getColVal` answers null.
   int getColValInt(const char* column);
 
   // The current statement handle, opaque.

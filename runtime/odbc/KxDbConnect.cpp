@@ -149,7 +149,10 @@ const char* KxDbConnect::Impl::text(const char* column) {
   }
   const auto index = odbc.findColumn(column);
   if (!index) {
-    throw RuntimeError(std::string("the result has no column ") + column);
+    const std::string failure = std::string("the result has no column ") + column;
+    zaroruntime::keepFailure(failure);
+    PolicyLog::log(LogLevel::Error, "KxDbConnect::getColVal: %s", failure.c_str());
+    return nullptr;
   }
   const auto& value = odbc.value(*index);
   return value ? value->c_str() : nullptr;

@@ -26,7 +26,7 @@ struct KxDbConnect::Impl {
   void execute(const char* statement, SQL_TYPE type);
   int fetch();
   int nextResult();
-  // Text of a column of the current row; null for NULL and without a row. Throws for a column that the result lacks.
+  // Text of a column of the current row; null for NULL, without a row, and, logged, for a column that the result lacks.
   const char* text(const char* column);
 
   // Makes an idle connection fit for its next user: pings it, and reconnects with trials when it is dead.

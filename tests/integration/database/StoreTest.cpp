@@ -207,10 +207,12 @@ TEST_P(Store, missingAndBrokenStatementFilesAreNamed) {
     home().directory().write("sql/ui_GetAdminId.sql", "SELECT 'x' AS \"AdminID\" WHERE ''<>'%s'");
     EXPECT_EQ(lookUp("alice"), "code 1002");
     home().directory().write("sql/ui_GetAdminId.sql", "SELECT 1 AS \"Other\" WHERE ''<>'%s'");
-    EXPECT_EQ(lookUp("alice"), "code 1003");
+    EXPECT_EQ(lookUp("alice"), "code 1002");
+    EXPECT_EQ(zaroruntime::lastFailure(), "the result has no column AdminID");
     home().directory().write("sql/ui_GetAdminId.sql", text);
     EXPECT_EQ(lookUp("alice"), "code 1002");
   });
+  EXPECT_THAT(log(), HasSubstr(" error: KxDbConnect::getColVal: the result has no column AdminID\n"));
 }
 
 TEST_P(Store, statementFilesMayLieInASubdirectory) {
