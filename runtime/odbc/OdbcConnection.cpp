@@ -64,6 +64,8 @@ void OdbcConnection::connect(const std::string& connectionString, Dialect dialec
       _checkDatabaseIsFile();
     } else if (dialect == Dialect::PostgreSQL) {
       _makeBackslashesPlain();
+    } else {
+      _checkBackslashesArePlain();
     }
   } catch (...) {
     disconnect();
@@ -162,6 +164,19 @@ void OdbcConnection::_checkDatabaseIsFile() {
 void OdbcConnection::_makeBackslashesPlain() {
   execute("SET standard_conforming_strings=on");
   closeResult();
+}
+
+// What makes backslashes plain differs from server to server, so others are only asked how they read two of them.
+void OdbcConnection::_checkBackslashesArePlain() {
+  execute("SELECT '\\\\'");
+  const bool plain = fetch() && value(0) == "\\\\";
+  closeResult();
+  if (!plain) {
+    throw OdbcError("0A000",
+                    "the server takes a backslash in a text for an escape, so that a name could end the text it stands "
+                    "in; have it read backslashes as any other character (such as by sql_mode NO_BACKSLASH_ESCAPES)",
+                    false);
+  }
 }
 
 void OdbcConnection::_describeColumns() {

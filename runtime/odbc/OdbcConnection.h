@@ -47,6 +47,7 @@ class OdbcConnection {
  private:
   void _checkDatabaseIsFile();
   void _makeBackslashesPlain();
+  void _checkBackslashesArePlain();
   void _describeColumns();
   bool _readColumn(std::size_t column, std::string& value);
   void _test(SQLRETURN result, const char* call);
