@@ -7,7 +7,7 @@
 #include "KxWildcardEmail.h"
 #include "PolicyLog.h"
 #include "ZaroErrC.h"
-#include "addressmatch/AddressText.h"
+#include "addressmatch/text/AddressText.h"
 
 namespace {
 
