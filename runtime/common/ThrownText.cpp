@@ -13,6 +13,7 @@ namespace {
 struct Ring {
   std::array<std::string, 8> texts;
   std::size_t last = 0;
+  FailureKind kind = FailureKind::None;  // of the last
 };
 
 Ring& ring() {
@@ -22,8 +23,9 @@ Ring& ring() {
 
 }  // namespace
 
-void keepFailure(const std::string& text) {
+void keepFailure(const std::string& text, FailureKind kind) {
   Ring& texts = ring();
+  texts.kind = kind;
   texts.last = (texts.last + 1) % texts.texts.size();
   try {
     texts.texts[texts.last] = text;
@@ -32,13 +34,26 @@ void keepFailure(const std::string& text) {
   }
 }
 
-void throwText(const std::string& text) {
-  keepFailure(text);
+void throwText(const std::string& text, FailureKind kind) {
+  keepFailure(text, kind);
   throw ring().texts[ring().last].c_str();
 }
 
+FailureKind kindOf(const std::exception& failure) {
+  const auto* const known = dynamic_cast<const RuntimeError*>(&failure);
+  return known != nullptr ? known->kind() : FailureKind::Other;
+}
+
 std::string lastFailure() {
-  return ring().texts[ring().last];
+  return ring().kind == FailureKind::None ? std::string() : ring().texts[ring().last];
+}
+
+FailureKind lastFailureKind() {
+  return ring().kind;
+}
+
+void forgetFailures() {
+  ring().kind = FailureKind::None;
 }
 
 }  // namespace zaroruntime

@@ -5,13 +5,18 @@
 #include <exception>
 #include <string>
 
+#include "ZaroRuntime/RuntimeError.h"
+
 namespace zaroruntime {
 
 // Keeps `text` for this thread's next few throws and throws it.
-[[noreturn]] void throwText(const std::string& text);
+[[noreturn]] void throwText(const std::string& text, FailureKind kind = FailureKind::Other);
 
 // Keeps `text` alike for an operation that fails with a code, so that `lastFailure` knows it.
-void keepFailure(const std::string& text);
+void keepFailure(const std::string& text, FailureKind kind = FailureKind::Other);
+
+// That of a RuntimeError; of any other exception, Other.
+FailureKind kindOf(const std::exception& failure);
 
 // Runs `operation` and lets out nothing but thrown texts.
 template <typename Operation>
@@ -19,7 +24,7 @@ auto throwingText(Operation operation) -> decltype(operation()) {
   try {
     return operation();
   } catch (const std::exception& failure) {
-    throwText(failure.what());
+    throwText(failure.what(), kindOf(failure));
   }
 }
 

@@ -30,7 +30,7 @@ ConnectTurn::ConnectTurn(int timeOut) {
   if (timeOut <= 0) {
     turn().isFree.wait(lock, isFree);
   } else if (!turn().isFree.wait_for(lock, std::chrono::seconds(timeOut), isFree)) {
-    throw OdbcError("HYT00", "SQLDriverConnect: another thread was still connecting when the time-out expired", false);
+    throw OdbcError("HYT00", 0, "SQLDriverConnect: another thread was still connecting when the time-out expired", false);
   }
   m_ctype = std::setlocale(LC_CTYPE, nullptr);
   turn().taken = true;

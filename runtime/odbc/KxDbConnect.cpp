@@ -73,7 +73,7 @@ void KxDbConnect::Impl::reconnect(bool withTrials) {
     } catch (const OdbcError& failure) {
       const bool inTime = retryTimeOut <= 0 || std::chrono::steady_clock::now() < begin + retryTime;
       if (trial > trials || !inTime || !failure.mayConnectLater()) {
-        throw RuntimeError("data source " + source.name + ": " + failure.what());
+        throw RuntimeError("data source " + source.name + ": " + failure.what(), failure.kind());
       }
       PolicyLog::log(LogLevel::Warning, "KxDbConnect: data source %s: %s; trial %d of %d follows", source.name.c_str(),
                      failure.what(), trial, trials);
@@ -110,7 +110,8 @@ void KxDbConnect::Impl::execute(const char* statement, SQL_TYPE type) {
     // Never sent again: it may have been executed. The next statement outside a transaction connects anew.
     _noteLoss(failure);
     if (m_transactionLost && verb == TransactionVerb::Commit) {
-      throw RuntimeError(std::string(failure.what()) + "; whether the transaction was committed is not known");
+      throw RuntimeError(std::string(failure.what()) + "; whether the transaction was committed is not known",
+                         zaroruntime::FailureKind::CommitInDoubt);
     }
     throw;
   }
@@ -201,7 +202,8 @@ void KxDbConnect::Impl::_requireExecutable(const std::string& statement, Transac
     throw RuntimeError("a savepoint needs a transaction");
   }
   if (m_transactionLost) {
-    throw RuntimeError("the connection was lost in a transaction, which was rolled back");
+    throw RuntimeError("the connection was lost in a transaction, which was rolled back",
+                       zaroruntime::FailureKind::ConnectionLost);
   }
 }
 

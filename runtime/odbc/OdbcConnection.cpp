@@ -155,7 +155,7 @@ void OdbcConnection::_checkDatabaseIsFile() {
   const bool onDisk = file && fetch() && value(*file).has_value() && !value(*file)->empty();
   closeResult();
   if (!onDisk) {
-    throw OdbcError("08001", "the driver opened a temporary database instead of the file", false);
+    throw OdbcError("08001", 0, "the driver opened a temporary database instead of the file", false);
   }
 }
 
@@ -248,7 +248,7 @@ void OdbcConnection::_test(SQLRETURN result, const char* call) {
   if (text.find("Can't open lib") != std::string::npos) {
     text += " (is the driver's package installed: libsqliteodbc, odbc-postgresql?)";
   }
-  throw OdbcError(found.state, text, dead == SQL_CD_TRUE);
+  throw OdbcError(found.state, found.native, text, dead == SQL_CD_TRUE);
 }
 
 }  // namespace zaroruntime

@@ -19,14 +19,39 @@ bool hasClass(const std::string& state, const char* stateClass) {
   return state.compare(0, 2, stateClass) == 0;
 }
 
+// SQLite reports everything with one SQLSTATE and its own number.
+FailureKind kindInSqlite(int number) {
+  constexpr int kBusy = 5, kLocked = 6, kConstraint = 19;
+  constexpr unsigned int kWithoutDetail = 0xFF;
+  switch (static_cast<int>(static_cast<unsigned int>(number) & kWithoutDetail)) {
+    case kBusy:
+    case kLocked:
+      return FailureKind::Contention;
+    case kConstraint:
+      return FailureKind::Constraint;
+    default:
+      return FailureKind::Other;
+  }
+}
+
+FailureKind kindOf(const std::string& state, int native, const std::string& text, bool connectionDead) {
+  if (connectionDead || hasClass(state, "08") || state.compare(0, 3, "57P") == 0) {
+    return FailureKind::ConnectionLost;
+  }
+  // Serialization failure, deadlock, lock not available.
+  if (state == "40001" || state == "40P01" || state == "55P03") {
+    return FailureKind::Contention;
+  }
+  if (hasClass(state, "22") || hasClass(state, "23")) {
+    return FailureKind::Constraint;
+  }
+  return state == "HY000" && text.find("[SQLite]") != std::string::npos ? kindInSqlite(native) : FailureKind::Other;
+}
+
 }  // namespace
 
-OdbcError::OdbcError(std::string state, const std::string& text, bool connectionDead)
-    : RuntimeError(text), m_state(std::move(state)), m_connectionDead(connectionDead) {}
-
-bool OdbcError::isConnectionLost() const {
-  return m_connectionDead || hasClass(m_state, "08") || m_state.compare(0, 3, "57P") == 0;
-}
+OdbcError::OdbcError(std::string state, int native, const std::string& text, bool connectionDead)
+    : RuntimeError(text, kindOf(state, native, text, connectionDead)), m_state(std::move(state)) {}
 
 bool OdbcError::mayConnectLater() const {
   const std::string text = what();

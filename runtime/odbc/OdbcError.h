@@ -9,18 +9,18 @@ namespace zaroruntime {
 
 class OdbcError : public RuntimeError {
  public:
-  // `state` is the first SQLSTATE, `text` all diagnostics with the name of the call.
-  OdbcError(std::string state, const std::string& text, bool connectionDead);
+  // `state` is the first SQLSTATE, `native` the driver's number beside it, `text` all diagnostics with the name of the
+  // call.
+  OdbcError(std::string state, int native, const std::string& text, bool connectionDead);
 
   // The session with the server is gone. Whether the statement was executed is not known: a server that shuts down says
   // the same before it runs a statement and after it has committed it.
-  bool isConnectionLost() const;
+  bool isConnectionLost() const { return kind() == FailureKind::ConnectionLost; }
   // Another attempt to connect may succeed: the server could not be reached, or is starting or stopping.
   bool mayConnectLater() const;
 
  private:
   std::string m_state;
-  bool m_connectionDead;
 };
 
 }  // namespace zaroruntime

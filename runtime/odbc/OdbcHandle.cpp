@@ -32,7 +32,7 @@ OdbcHandle::OdbcHandle(SQLSMALLINT type, SQLHANDLE parent) : m_type(type) {
   if (!SQL_SUCCEEDED(result)) {
     const SQLSMALLINT parentType = type == SQL_HANDLE_STMT ? SQL_HANDLE_DBC : SQL_HANDLE_ENV;
     const OdbcDiagnostics found = readDiagnostics(parentType, parent);
-    throw OdbcError(found.state, "SQLAllocHandle: " + found.text, false);
+    throw OdbcError(found.state, found.native, "SQLAllocHandle: " + found.text, false);
   }
 }
 
@@ -74,6 +74,7 @@ OdbcDiagnostics readDiagnostics(SQLSMALLINT type, SQLHANDLE handle) {
     const std::string stateText = reinterpret_cast<const char*>(state);
     if (record == 1) {
       all.state = stateText;
+      all.native = native;
     } else {
       all.text += "; ";
     }

@@ -28,6 +28,7 @@ class OdbcHandle {
 
 struct OdbcDiagnostics {
   std::string state;  // SQLSTATE of the first record; empty without any
+  int native = 0;     // the driver's own number beside it
   std::string text;   // every record: [state] (native code) message
 };
 

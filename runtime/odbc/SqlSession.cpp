@@ -41,7 +41,8 @@ struct SqlSession::Impl {
         odbc.closeResult();
       } catch (const OdbcError& failure) {
         odbc.disconnect();  // rolls back
-        throw RuntimeError(script.path + ": line " + std::to_string(statement.line) + ": " + failure.what());
+        throw RuntimeError(script.path + ": line " + std::to_string(statement.line) + ": " + failure.what(),
+                           failure.kind());
       }
     }
   }
@@ -55,7 +56,8 @@ SqlSession::SqlSession(const DataSource& source, const DatabaseSettings& setting
   try {
     m_impl->odbc.connect(target, source.dialect, connectTimeOut);
   } catch (const OdbcError& failure) {
-    throw RuntimeError("data source " + source.name + " (driver " + source.driver + "): " + failure.what());
+    throw RuntimeError("data source " + source.name + " (driver " + source.driver + "): " + failure.what(),
+                       failure.kind());
   }
 }
 

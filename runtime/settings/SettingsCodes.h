@@ -21,7 +21,7 @@ int answeringCode(const char* className, Operation operation) {
   try {
     return operation();
   } catch (const std::exception& failure) {
-    keepFailure(failure.what());
+    keepFailure(failure.what(), kindOf(failure));
     PolicyLog::log(LogLevel::Error, "%s: %s", className, failure.what());
     return kFailed;
   }

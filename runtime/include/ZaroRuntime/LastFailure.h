@@ -3,10 +3,16 @@
 
 #include <string>
 
+#include "ZaroRuntime/RuntimeError.h"
+
 namespace zaroruntime {
 
 // The text that the platform threw last on this thread, or logged when it answered with a code; empty if it has not
 // failed. The library answers with a status code only, so programs ask here for the reason.
 std::string lastFailure();
+// What kind of failure that was; None if it has not failed.
+FailureKind lastFailureKind();
+// From now on the platform has not failed on this thread. Texts that it threw before stay readable.
+void forgetFailures();
 
 }  // namespace zaroruntime

@@ -23,6 +23,7 @@ using testing::AllOf;
 using testing::AnyOf;
 using testing::HasSubstr;
 using testing::Not;
+using zaroruntime::FailureKind;
 using zarotest::Dialect;
 using zarotest::LoopbackServer;
 using zarotest::thrownBy;
@@ -228,6 +229,38 @@ TEST_P(Connection, failedStatementDoesNotSilentlyUndoTheTransaction) {
 TEST_P(Connection, constraintsOfTheSchemaHold) {
   EXPECT_THAT(thrown("INSERT INTO administrator_entity (administrator_id, entity_id) VALUES (77, 77)"),
               AnyOf(HasSubstr("FOREIGN KEY"), HasSubstr("foreign key")));
+}
+
+TEST_P(Connection, kindsOfFailuresAreToldApart) {
+  const bool isSqlite = GetParam() == Dialect::SQLite;
+  const struct {
+    const char* label;
+    std::string statement;
+    FailureKind kind;
+  } cases[] = {
+      {"syntax", "SELEKT 1", FailureKind::Other},
+      {"name taken", "INSERT INTO administrator (name) VALUES ('alice')", FailureKind::Constraint},
+      {"name too long", "INSERT INTO administrator (name) VALUES ('" + std::string(513, 'x') + "')",
+       FailureKind::Constraint},
+      {"no such row", "INSERT INTO administrator_entity VALUES (1, 77)", FailureKind::Constraint},
+      {"row locked", isSqlite ? "BEGIN IMMEDIATE" : "SELECT 1 FROM administrator FOR UPDATE NOWAIT",
+       FailureKind::Contention},
+  };
+  execute("INSERT INTO administrator (name) VALUES ('alice')");
+  zaroruntime::forgetFailures();
+  EXPECT_EQ(zaroruntime::lastFailureKind(), FailureKind::None);
+  const auto other = home().session();
+  for (const auto& c : cases) {
+    if (c.kind == FailureKind::Contention) {
+      other->run(isSqlite ? "BEGIN IMMEDIATE" : "BEGIN");
+      other->run("UPDATE administrator SET name = 'bob'");
+    }
+    const std::string text = thrown(c.statement);
+    EXPECT_EQ(zaroruntime::lastFailure(), text) << c.label;
+    EXPECT_EQ(zaroruntime::lastFailureKind(), c.kind) << c.label << ": " << zaroruntime::lastFailure();
+  }
+  zaroruntime::forgetFailures();
+  EXPECT_EQ(zaroruntime::lastFailure(), "");
 }
 
 TEST_P(Connection, handlesServeForDiagnostics) {
@@ -523,6 +556,7 @@ TEST_P(PostgresqlConnection, lostTransactionIsNeitherRepeatedNorCommitted) {
   EXPECT_NE(thrown("INSERT INTO t VALUES(2)"), "nothing thrown");
   EXPECT_THAT(thrown("INSERT INTO t VALUES(3)"), HasSubstr("lost in a transaction"));
   EXPECT_THAT(thrown("COMMIT"), HasSubstr("lost in a transaction"));
+  EXPECT_EQ(zaroruntime::lastFailureKind(), FailureKind::ConnectionLost);
   execute("ROLLBACK");
   EXPECT_EQ(first("SELECT count(*) AS \"v\" FROM t"), "0") << "and the connection is a new one";
 }
@@ -538,6 +572,16 @@ TEST_P(PostgresqlConnection, statementThatMetADeadConnectionIsNotSentAgain) {
   EXPECT_NE(thrown("SELECT pg_terminate_backend(pg_backend_pid())"), "nothing thrown");
 }
 
+TEST_P(PostgresqlConnection, transactionsInEachOthersWayAreContention) {
+  execute("INSERT INTO administrator (name) VALUES ('alice')");
+  execute("BEGIN ISOLATION LEVEL REPEATABLE READ");
+  first("SELECT count(*) AS \"v\" FROM administrator");
+  home().sql("UPDATE administrator SET is_root = 1");
+  thrown("UPDATE administrator SET is_root = 0");
+  EXPECT_EQ(zaroruntime::lastFailureKind(), FailureKind::Contention) << zaroruntime::lastFailure();
+  execute("ROLLBACK");
+}
+
 TEST_P(PostgresqlConnection, commitWhoseAnswerIsLostIsInDoubt) {
   execute("CREATE TABLE t(a INTEGER)");
   const std::string pid = first("SELECT pg_backend_pid() AS \"v\"");
@@ -545,6 +589,7 @@ TEST_P(PostgresqlConnection, commitWhoseAnswerIsLostIsInDoubt) {
   execute("INSERT INTO t VALUES(1)");
   home().sql("SELECT pg_terminate_backend(" + pid + ", 5000)");
   EXPECT_THAT(thrown("COMMIT"), HasSubstr("whether the transaction was committed is not known"));
+  EXPECT_EQ(zaroruntime::lastFailureKind(), FailureKind::CommitInDoubt);
 }
 
 INSTANTIATE_TEST_SUITE_P(, PostgresqlConnection, testing::Values(Dialect::PostgreSQL), zarotest::dialectTestName);
