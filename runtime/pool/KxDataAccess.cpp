@@ -9,15 +9,18 @@
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <utility>
 
 #include "KxDbConnect.h"
 #include "PolicyLog.h"
 #include "ZaroMutex.h"
+#include "ZaroRuntime/ConnectionPool.h"
 #include "ZaroRuntime/RuntimeError.h"
 #include "common/ThrownText.h"
 #include "odbc/KxDbConnectImpl.h"
@@ -25,9 +28,30 @@
 using zaroruntime::RuntimeError;
 using zaroruntime::throwingText;
 
+namespace {
+
+// What the pools of the process have in common.
+struct Pools {
+  struct Connecting {
+    int timeOut;
+    int trials;
+  };
+  std::mutex mutex;
+  std::map<const void*, std::function<void()>> closing;  // how to close each
+  std::optional<Connecting> connecting;                  // if not as each pool says
+};
+
+Pools& pools() {
+  static Pools* const all = new Pools;  // outlives the pools, which need not be destroyed at all
+  return *all;
+}
+
+}  // namespace
+
 struct KxDataAccess::Impl {
  public:
-  Impl(KxDataAccess& owner, std::size_t poolSize) : m_pool(owner), m_size(poolSize) {}
+  Impl(KxDataAccess& owner, std::size_t poolSize);
+  ~Impl();
 
   // A connection on loan to this thread, connected when it could be.
   KxDbConnect* lend();
@@ -59,6 +83,16 @@ struct KxDataAccess::Impl {
   std::map<KxDbConnect*, Loan> m_loans;
   unsigned int m_generation = 0;
 };
+
+KxDataAccess::Impl::Impl(KxDataAccess& owner, std::size_t poolSize) : m_pool(owner), m_size(poolSize) {
+  const std::lock_guard<std::mutex> lock(pools().mutex);
+  pools().closing[this] = [this] { closeAll(); };
+}
+
+KxDataAccess::Impl::~Impl() {
+  const std::lock_guard<std::mutex> lock(pools().mutex);
+  pools().closing.erase(this);
+}
 
 KxDbConnect* KxDataAccess::Impl::lend() {
   const auto [connection, isNew] = _borrow();
@@ -156,9 +190,14 @@ std::pair<KxDbConnect*, bool> KxDataAccess::Impl::_borrow() {
 }
 
 void KxDataAccess::Impl::_tuneAndConnect(KxDbConnect& connection) const {
-  connection.setDbConnectTimeOut(m_pool.m_connectTimeOut);
+  Pools::Connecting connecting = {m_pool.m_connectTimeOut, m_pool.m_reconnectTrials};
+  {
+    const std::lock_guard<std::mutex> lock(pools().mutex);
+    connecting = pools().connecting.value_or(connecting);
+  }
+  connection.setDbConnectTimeOut(connecting.timeOut);
   connection.setDbRetrialTimeOut(m_pool.m_retryTimeOut);
-  connection.setDbReconnectTrial(m_pool.m_reconnectTrials);
+  connection.setDbReconnectTrial(connecting.trials);
   connection.m_impl->connect(m_pool.m_initString.c_str(), m_pool.m_dsn.c_str(), m_pool.m_user.c_str(),
                              m_pool.m_pass.c_str());
 }
@@ -166,6 +205,22 @@ void KxDataAccess::Impl::_tuneAndConnect(KxDbConnect& connection) const {
 bool KxDataAccess::Impl::_isBorrower(std::thread::id thread) const {
   return std::any_of(m_loans.begin(), m_loans.end(), [&](const auto& loan) { return loan.second.borrower == thread; });
 }
+
+namespace zaroruntime {
+
+void setPoolConnecting(int timeOut, int trials) {
+  const std::lock_guard<std::mutex> lock(pools().mutex);
+  pools().connecting = {timeOut, trials};
+}
+
+void closePools() {
+  const std::lock_guard<std::mutex> lock(pools().mutex);
+  for (const auto& [pool, close] : pools().closing) {
+    close();
+  }
+}
+
+}  // namespace zaroruntime
 
 KxDataAccess::~KxDataAccess() {
   if (m_impl != nullptr) {

@@ -8,7 +8,6 @@
 #include "console/Text.h"
 #include "console/UsageError.h"
 #include "miscUtils.h"
-#include "store/Database.h"
 
 using zaroruntime::RuntimeError;
 
@@ -27,11 +26,6 @@ constexpr TypeRow kTypes[] = {
 };
 
 }  // namespace
-
-void requireLibrary() {
-  static const bool ready = connectToDatabase() != nullptr;
-  static_cast<void>(ready);
-}
 
 unsigned int idIn(const zaroruntime::SqlSession::Row& row, std::size_t column) {
   return static_cast<unsigned int>(std::stoul(row[column].value_or("0")));

@@ -11,15 +11,13 @@
 #include "ZaroRuntime/RuntimeError.h"
 #include "ZaroRuntime/SqlSession.h"
 #include "console/Output.h"
+#include "store/Database.h"
 
 // Whom or what a command names is not there.
 class NotThere : public zaroruntime::RuntimeError {
  public:
   using RuntimeError::RuntimeError;
 };
-
-// Makes the library ready, once: afterwards what it last failed in is for `databaseFailure` to tell.
-void requireLibrary();
 
 // An identifier in a row, and one on the command line; UsageError, naming `argument`, for a text that is none.
 unsigned int idIn(const zaroruntime::SqlSession::Row& row, std::size_t column);

@@ -1,34 +1,62 @@
 #include "store/Database.h"
 
-#include "ZaroRuntime/DataSource.h"
+#include "ZaroRuntime/ConnectionPool.h"
 #include "ZaroRuntime/Installation.h"
 #include "ZaroRuntime/LastFailure.h"
-#include "ZaroRuntime/RuntimeError.h"
 
+using zaroruntime::Dialect;
 using zaroruntime::RuntimeError;
 
 namespace {
 
 // Seconds; somebody waits at the terminal.
 constexpr int kConnectTimeOut = 10;
+// More than a program's units of work that are open at a time. A connection is made when it is needed.
+constexpr int kPoolSize = 4;
+
+Dialect& dialectInUse() {
+  static Dialect dialect = Dialect::Other;
+  return dialect;
+}
+
+struct PoolClosing {
+  ~PoolClosing() { zaroruntime::closePools(); }
+};
+
+// What an operation of the platform throws comes out as a DatabaseError.
+template <typename Operation>
+auto throwingErrors(Operation operation) -> decltype(operation()) {
+  try {
+    return operation();
+  } catch (const char* thrown) {
+    throw DatabaseError(thrown, zaroruntime::lastFailureKind());
+  }
+}
 
 }  // namespace
+
+DatabaseError DatabaseError::because(const std::string& what) {
+  return DatabaseError(what + ": " + databaseFailure(), zaroruntime::lastFailureKind());
+}
 
 std::unique_ptr<ZARO::RdbmsInterface> connectToDatabase() {
   // The library answers true or false and leaves the reason to the log, so the settings are read here first.
   const auto installation = zaroruntime::Installation::fromEnvironment();
   const auto settings = zaroruntime::readDatabaseSettings(installation);
-  zaroruntime::readDataSource(installation, settings.dataSource);
-  ZARO::RdbmsInterface::setDbConnectTimeOut(kConnectTimeOut);
-  if (!ZARO::RdbmsInterface::Init(nullptr, nullptr, nullptr, nullptr)) {
-    throw RuntimeError("the library could not be initialised; run with -v for its messages");
+  dialectInUse() = zaroruntime::readDataSource(installation, settings.dataSource).dialect;
+  zaroruntime::setPoolConnecting(kConnectTimeOut, 0);
+  zaroruntime::forgetFailures();
+  if (!ZARO::RdbmsInterface::Init(kPoolSize, nullptr, nullptr, nullptr, nullptr, nullptr)) {
+    throw RuntimeError(databaseFailure());
   }
-  auto db = std::make_unique<ZARO::RdbmsInterface>();
-  // The object is there even when it could not connect, and its first statement would wait for the server once more.
-  if (!zaroruntime::lastFailure().empty()) {
-    throw RuntimeError(zaroruntime::lastFailure());
-  }
-  return db;
+  // Made after the driver was loaded, and so gone before what the driver leaves to the end of the program.
+  static const PoolClosing closing;
+  return std::make_unique<ZARO::RdbmsInterface>();
+}
+
+void requireLibrary() {
+  static const bool ready = connectToDatabase() != nullptr;
+  static_cast<void>(ready);
 }
 
 std::unique_ptr<zaroruntime::SqlSession> openSession() {
@@ -40,5 +68,49 @@ std::unique_ptr<zaroruntime::SqlSession> openSession() {
 
 std::string databaseFailure() {
   const std::string reason = zaroruntime::lastFailure();
-  return reason.empty() ? "the database failed; run with -v for its messages" : reason;
+  return reason.empty() ? "the database did not hold what the library reads; see zaroctl check" : reason;
+}
+
+StoreConnection::Ready::Ready() {
+  requireLibrary();
+}
+
+Dialect StoreConnection::dialect() const {
+  return dialectInUse();
+}
+
+void StoreConnection::run(const std::string& statement) {
+  throwingErrors([&] { m_library.executeSQL(statement.c_str()); });
+}
+
+std::vector<StoreConnection::Row> StoreConnection::rows(const std::string& query,
+                                                        const std::vector<const char*>& columns) {
+  return throwingErrors([&] {
+    std::vector<Row> rows;
+    m_library.executeSQL(query.c_str());
+    while (m_library.fetchNextRow() == 0) {
+      Row& row = rows.emplace_back();
+      row.reserve(columns.size());
+      for (const char* column : columns) {
+        const char* text = m_library.getColVal(column);
+        row.push_back(text != nullptr ? std::optional<std::string>(text) : std::nullopt);
+      }
+    }
+    return rows;
+  });
+}
+
+std::optional<std::string> StoreConnection::value(const std::string& query, const char* column) {
+  const auto found = rows(query, {column});
+  return found.empty() ? std::nullopt : found.front().front();
+}
+
+void StoreConnection::lockTable(const char* table) {
+  if (dialect() == Dialect::PostgreSQL) {
+    run(std::string("LOCK TABLE ") + table + " IN SHARE ROW EXCLUSIVE MODE");
+  }
+}
+
+const char* StoreConnection::forUpdate() const {
+  return dialect() == Dialect::PostgreSQL ? " FOR UPDATE" : "";
 }

@@ -1,18 +1,74 @@
-// The library's connection to the database of the installation.
+// The database of the installation.
+//
+// A process has one pool of connections. A unit of work is a StoreConnection: the library's operations take its
+// `library()`, and SQL of the program's own goes over the same connection, so that both see the same transaction.
+// Changes go through `inTransaction` (Transaction.h).
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "RdbmsInterface.h"
+#include "ZaroRuntime/DataSource.h"
+#include "ZaroRuntime/RuntimeError.h"
 #include "ZaroRuntime/SqlSession.h"
 
-// Initialises the library for the installation that ZARO_HOME names, and connects. Throws RuntimeError naming the file,
-// section or key that is wrong, or saying why the database does not answer.
+// The database did not do its work, and the text says why.
+class DatabaseError : public zaroruntime::RuntimeError {
+ public:
+  using RuntimeError::RuntimeError;
+  // `what` could not be done, because of what the platform failed in last.
+  static DatabaseError because(const std::string& what);
+};
+
+// Initialises the library for the installation that ZARO_HOME names, with a pool that is closed when the program ends,
+// and connects. Throws RuntimeError naming the file, section or key that is wrong, or saying why the database does not
+// answer.
 std::unique_ptr<ZARO::RdbmsInterface> connectToDatabase();
 
-// Another connection to the same database, for what the library does not do. Throws RuntimeError.
+// The same, once: afterwards what the library last failed in is for `databaseFailure` to tell.
+void requireLibrary();
+
+// Another connection beside the pool, with a transaction of its own; it does not see what an open one has changed.
+// Throws RuntimeError.
 std::unique_ptr<zaroruntime::SqlSession> openSession();
 
 // Why the library could not do its work, for a status code that says it failed in the database.
 std::string databaseFailure();
+
+// A connection out of the pool. Everything throws DatabaseError.
+class StoreConnection {
+ public:
+  using Row = std::vector<std::optional<std::string>>;  // nothing for NULL
+
+  // Makes the library ready; throws RuntimeError when that fails.
+  StoreConnection() = default;
+  StoreConnection(const StoreConnection&) = delete;
+  StoreConnection& operator=(const StoreConnection&) = delete;
+
+  ZARO::RdbmsInterface& library() { return m_library; }
+  zaroruntime::Dialect dialect() const;
+
+  // Runs a statement; its rows, if it has any, are dropped.
+  void run(const std::string& statement);
+  // Every row, with the columns in the order given. They are found by the names that they have in the result.
+  std::vector<Row> rows(const std::string& query, const std::vector<const char*>& columns);
+  // That column of the first row; nothing for no row or NULL.
+  std::optional<std::string> value(const std::string& query, const char* column);
+
+  // In a transaction: has everybody else wait who wants to change the table or lock it, to its end. SQLite has no need
+  // of it, since its transactions exclude each other.
+  void lockTable(const char* table);
+  // What stands behind a query to do the same with the rows that it finds; empty on SQLite.
+  const char* forUpdate() const;
+
+ private:
+  struct Ready {
+    Ready();
+  };
+
+  Ready m_ready;  // before the first object of the library
+  ZARO::RdbmsInterface m_library;
+};

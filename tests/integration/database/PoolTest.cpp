@@ -1,6 +1,7 @@
 // The connection pool, on each database.
 #include <gmock/gmock.h>
 
+#include <filesystem>
 #include <future>
 #include <set>
 #include <string>
@@ -9,6 +10,7 @@
 
 #include "KxDataAccess.h"
 #include "KxDbConnect.h"
+#include "ZaroRuntime/ConnectionPool.h"
 #include "ZaroRuntime/IniFile.h"
 #include "support/TestInstallation.h"
 #include "support/Thrown.h"
@@ -167,6 +169,31 @@ TEST_P(Pool, rebuildingWorksWithConnectionsOnLoan) {
   }
   m_pool.returnConnect(one);
   m_pool.returnConnect(two);
+}
+
+TEST_P(Pool, closingLeavesNothingOpenAndAPoolThatConnectsAnew) {
+  const auto isOpen = [&] {
+    return GetParam() == Dialect::SQLite
+               ? std::filesystem::exists(home().directory().path(home().settings().database + "-wal"))
+               : home().value(
+                     "SELECT count(*) FROM pg_stat_activity WHERE datname = current_database() AND pid <> "
+                     "pg_backend_pid() AND backend_type = 'client backend'") != "0";
+  };
+  open(2);
+  KxDbConnect* onLoan = m_pool.getConnect();
+  m_pool.returnConnect(m_pool.getConnect());
+  execute(onLoan, "INSERT INTO administrator (name) VALUES ('alice')");
+  EXPECT_TRUE(isOpen());
+  zaroruntime::closePools();
+  EXPECT_EQ(first(onLoan, "SELECT count(*) AS \"v\" FROM administrator"), "1") << "a loan lasts until it comes back";
+  m_pool.returnConnect(onLoan);
+  for (int trial = 0; trial < 1000 && isOpen(); ++trial) {  // the server takes a moment to notice
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  EXPECT_FALSE(isOpen());
+  KxDbConnect* again = m_pool.getConnect();
+  EXPECT_EQ(first(again, "SELECT 1 AS \"v\""), "1");
+  m_pool.returnConnect(again);
 }
 
 TEST_P(Pool, rebuildingTellsWhetherTheDatabaseIsThere) {

@@ -1,0 +1,108 @@
+#include "store/Transaction.h"
+
+#include <algorithm>
+#include <chrono>
+#include <random>
+#include <string>
+#include <thread>
+
+#include "ZaroRuntime/LastFailure.h"
+
+using zaroruntime::FailureKind;
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+namespace {
+
+constexpr std::chrono::seconds kLastBegin{15};
+constexpr const char* kLockTimeOut = "SET LOCAL lock_timeout = '5s'";  // the data source says so for SQLite
+constexpr milliseconds kFirstPause{10};
+constexpr milliseconds kLongestPause{1000};
+
+// Pauses that grow, at random, so that two programs in each other's way do not meet again.
+class Pauses {
+ public:
+  void wait() {
+    std::uniform_int_distribution<milliseconds::rep> some(m_next.count() / 2, m_next.count());
+    std::this_thread::sleep_for(milliseconds(some(m_random)));
+    m_next = std::min(2 * m_next, kLongestPause);
+  }
+
+ private:
+  std::mt19937 m_random{std::random_device()()};
+  milliseconds m_next = kFirstPause;
+};
+
+void begin(StoreConnection& db) {
+  if (!db.library().startTransaction()) {
+    throw DatabaseError::because("the change could not begin");
+  }
+  if (db.dialect() == zaroruntime::Dialect::PostgreSQL) {
+    db.run(kLockTimeOut);
+  }
+}
+
+void commit(StoreConnection& db) {
+  if (db.library().commitTransaction()) {
+    return;
+  }
+  const std::string reason = zaroruntime::lastFailure();
+  const FailureKind kind = zaroruntime::lastFailureKind();
+  if (kind == FailureKind::CommitInDoubt) {
+    throw DatabaseError(
+        "the connection was lost while the change was committed, and whether it is stored is not known; "
+        "look before you repeat it: " +
+            reason,
+        kind);
+  }
+  throw DatabaseError("the change was not committed, and nothing is changed: " + reason, kind);
+}
+
+// A failure that the change did not notice, or gave another reason for.
+void throwUnnoticedFailure() {
+  if (zaroruntime::lastFailureKind() != FailureKind::None) {
+    throw DatabaseError(zaroruntime::lastFailure(), zaroruntime::lastFailureKind());
+  }
+}
+
+void runOnce(const std::function<void(StoreConnection&)>& change) {
+  zaroruntime::forgetFailures();
+  StoreConnection db;
+  begin(db);
+  try {
+    change(db);
+  } catch (const DatabaseError&) {
+    throw;
+  } catch (...) {
+    throwUnnoticedFailure();
+    throw;
+  }
+  throwUnnoticedFailure();
+  commit(db);
+}
+
+}  // namespace
+
+void runInTransaction(const std::function<void(StoreConnection&)>& change) {
+  const auto end = Clock::now() + kLastBegin;
+  Pauses pauses;
+  bool refused = false;
+  for (;;) {
+    try {
+      runOnce(change);
+      return;
+    } catch (const DatabaseError& failure) {
+      const bool again = failure.kind() == FailureKind::Contention && Clock::now() < end;
+      if (!again && (failure.kind() != FailureKind::Constraint || refused)) {
+        if (failure.kind() == FailureKind::Contention) {
+          throw DatabaseError(
+              std::string("other programs kept the database busy, and nothing is changed: ") + failure.what(),
+              failure.kind());
+        }
+        throw;
+      }
+      refused = refused || failure.kind() == FailureKind::Constraint;
+    }
+    pauses.wait();
+  }
+}
