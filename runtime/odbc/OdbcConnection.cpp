@@ -172,7 +172,7 @@ void OdbcConnection::_checkBackslashesArePlain() {
   const bool plain = fetch() && value(0) == "\\\\";
   closeResult();
   if (!plain) {
-    throw OdbcError("0A000",
+    throw OdbcError("0A000", 0,
                     "the server takes a backslash in a text for an escape, so that a name could end the text it stands "
                     "in; have it read backslashes as any other character (such as by sql_mode NO_BACKSLASH_ESCAPES)",
                     false);
