@@ -148,7 +148,7 @@ class MatcherComparison {
     const char* const addresses[] = {address.c_str(), "a@b", address.c_str()};
     KxMatchResult results[3];
     KxWildcardEmail::matchEmailAddressBatch(addresses, 3, trees, results);
-    for (const std::size_t i : {0, 2}) {
+    for (const std::size_t i : {std::size_t{0}, std::size_t{2}}) {
       const KxMatchResult& result = results[i];
       got = {result.code, result.treeIndex, result.name != nullptr ? result.name : "", result.belongsTo};
       expectEqual(shown(want), shown(got), "decision on \"" + address + "\" in a batch" + how);
