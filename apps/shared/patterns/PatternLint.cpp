@@ -10,7 +10,8 @@
 #include "KxWildcardEmail.h"
 #include "console/Text.h"
 #include "patterns/MatchExplanation.h"
-#include "patterns/PatternText.h"
+#include "patterns/PatternMeaning.h"
+#include "patterns/PatternMistakes.h"
 
 namespace {
 
@@ -18,85 +19,153 @@ std::string kindText(KxEmailBelongsTo kind) {
   return "kind " + std::to_string(kind);
 }
 
-// The leaf that holds a pattern which has just been added: of all that contain the pattern it is the most specific.
-const KxListedEmailAddress& leafOf(KxWildcardNode& tree, const std::string& pattern) {
-  std::vector<KxListedEmailAddress*> leaves;
-  if (!tree.findAllMatches(pattern.c_str(), leaves) || leaves.empty()) {
-    throw std::bad_alloc();
+std::string joined(const std::vector<std::string>& patterns) {
+  std::string text;
+  for (const std::string& pattern : patterns) {
+    text += (text.empty() ? "" : " and ") + pattern;
   }
-  return *leaves.front();
+  return text;
 }
 
 }  // namespace
 
 void PatternLint::load(const TreeSource& source, Progress& progress) {
   const auto badLine = [this](const std::string& file, std::size_t line, const BadLine& bad) {
-    if (m_files.empty() || m_files.back() != file) {
-      m_files.push_back(file);
-    }
-    _report({0, m_files.size() - 1, line, ""}, "bad-line", bad.problem(), "PATTERN, or PATTERN, a tab and a number");
+    const unsigned int place = _placeOf(file);
+    _report(place, {file, line, "", "bad-line", bad.problem(), "PATTERN, or PATTERN, a tab and a number", {}});
   };
   m_trees.load(
       source, [this](const PatternOrigin& origin) { _add(origin); }, badLine, progress);
 }
 
-void PatternLint::_add(const PatternOrigin& origin) {
-  if (m_files.empty() || m_files.back() != origin.file) {
-    m_files.push_back(origin.file);
+unsigned int PatternLint::_placeOf(const std::string& file) {
+  if (m_files.empty() || m_files.back() != file) {
+    m_files.push_back(file);
   }
-  const Line line = {origin.tree, m_files.size() - 1, origin.line, origin.pattern};
-  for (TextFinding& finding : checkPatternText(origin.pattern)) {
-    _report(line, finding.rule, finding.reason, std::move(finding.suggestion));
+  return static_cast<unsigned int>(m_files.size() - 1);
+}
+
+// Only takes the line in: whoever asks a tree while it is filled has it sort what it holds.
+void PatternLint::_add(const PatternOrigin& origin) {
+  const unsigned int file = _placeOf(origin.file);
+  const std::vector<PatternMistake> mistakes = mistakesIn(origin.pattern);
+  const std::vector<std::string> patterns =
+      mistakes.empty() ? std::vector<std::string>() : patternsMeantBy(origin.pattern);
+  for (const PatternMistake& mistake : mistakes) {
+    _report(file, {origin.file, origin.line, origin.pattern, mistake.rule, mistake.reason,
+                   patterns.empty() ? mistake.advice : joined(patterns), patterns});
   }
 
   const bool added = origin.root.addAddressPattern(origin.pattern.c_str(), origin.kind, nullptr, nullptr);
-  const KxListedEmailAddress& leaf = leafOf(origin.root, origin.pattern);
-  const auto inserted = m_leaves.insert({&leaf, {line, line, leaf.getState(), !added}});
-  if (!inserted.second) {
-    _checkKnown(inserted.first->second, leaf, line, origin.kind, added);
-    return;
+  // Kind 0 is never refused, and so tells whether it was the kind or the memory.
+  if (!added && !origin.root.addAddressPattern(origin.pattern.c_str(), 0, nullptr, nullptr)) {
+    throw std::bad_alloc();
   }
-  m_order.push_back(&leaf);
-  if (!added) {
-    _report(line, "refused-kind", kindText(origin.kind) + " is refused: no pattern may have it",
+  m_lines.push_back(
+      {static_cast<unsigned int>(origin.tree), file, origin.line, m_texts.size(), origin.kind, added, nullptr});
+  m_texts.append(origin.pattern).push_back('\0');
+}
+
+// Of all that contain a pattern its own leaf is the most specific.
+void PatternLint::_findLeaves() {
+  constexpr std::size_t kTogether = 512;
+  std::vector<const char*> patterns;
+  std::vector<KxListedEmailAddress*> matches;
+  std::vector<std::size_t> ends;
+  for (std::size_t begin = 0; begin != m_lines.size(); begin += patterns.size()) {
+    const unsigned int tree = m_lines[begin].tree;
+    patterns.clear();
+    for (std::size_t at = begin; at != m_lines.size() && m_lines[at].tree == tree && patterns.size() != kTogether; ++at) {
+      patterns.push_back(_textOf(m_lines[at]));
+    }
+    KxWildcardEmail::findMatchesBatch(*m_trees.roots()[tree], patterns.data(), patterns.size(), matches, ends);
+    if (ends.size() != patterns.size()) {
+      throw std::bad_alloc();
+    }
+    std::size_t first = 0;
+    for (std::size_t i = 0; i != ends.size(); ++i) {
+      if (first == ends[i]) {
+        throw std::bad_alloc();
+      }
+      m_lines[begin + i].leaf = matches[first];
+      first = ends[i];
+    }
+  }
+}
+
+void PatternLint::_settle(std::size_t position) {
+  const Line& line = m_lines[position];
+  const auto inserted = m_leaves.insert({line.leaf, {position, position, 0, !line.added}});
+  Leaf& leaf = inserted.first->second;
+  const bool added = KxListedEmailAddress::isStateAllowed(leaf.state | line.kind);
+  if (added != line.added) {
+    throw std::bad_alloc();  // what the tree lacked while it took the line in
+  }
+  if (!inserted.second) {
+    _checkKnown(leaf, line, added);
+  } else if (added) {
+    leaf.state = line.kind;
+  } else {
+    _report(line, "refused-kind", kindText(line.kind) + " is refused: no pattern may have it",
             "one of 1, 2, 4, 8, 16, 32");
   }
 }
 
-void PatternLint::_checkKnown(Leaf& known, const KxListedEmailAddress& leaf, const Line& line, KxEmailBelongsTo kind,
-                              bool added) {
-  const std::string text = leaf.getFullAddressAsStr();
-  if (strcasecmp(text.c_str(), line.pattern.c_str()) != 0) {
+void PatternLint::_checkKnown(Leaf& known, const Line& line, bool added) {
+  const std::string text = line.leaf->getFullAddressAsStr();
+  const KxEmailBelongsTo state = added ? known.state | line.kind : known.state;
+  if (strcasecmp(text.c_str(), _textOf(line)) != 0) {
     _report(line, "two-texts",
-            "the same pattern as " + quoted(text) + " of " + _where(known.first) + ", whose text stays",
+            "the same pattern as " + quoted(text) + " of " + _where(m_lines[known.first]) + ", whose text stays",
             "one text for both");
-  } else if (added && leaf.getState() == known.state) {
-    _report(line, "given-twice", "given before, in " + _where(known.first), "remove one of the two lines");
+  } else if (added && state == known.state) {
+    _report(line, "given-twice", "given before, in " + _where(m_lines[known.first]), "remove one of the two lines");
   }
   if (!added) {
-    _report(line, "refused-kind",
-            kindText(kind) + " is refused: the pattern has " + kindText(leaf.getState()) + " from " + _where(known.last),
-            "remove one of the two lines, or put one of them into another tree");
-  } else if (leaf.getState() != known.state) {
-    known.last = line;
-    known.state = leaf.getState();
+    _report(
+        line, "refused-kind",
+        kindText(line.kind) + " is refused: the pattern has " + kindText(state) + " from " + _where(m_lines[known.last]),
+        "remove one of the two lines, or put one of them into another tree");
+  } else if (state != known.state) {
+    known.last = static_cast<std::size_t>(&line - m_lines.data());
+    known.state = state;
   }
 }
 
 std::vector<LintFinding> PatternLint::findings() {
   KxWildcardEmail::initScanTimeMode();
-  for (const KxListedEmailAddress* leaf : m_order) {
-    _checkDecision(*leaf);
+  _findLeaves();
+  m_leaves.reserve(m_lines.size());
+  for (std::size_t position = 0; position != m_lines.size(); ++position) {
+    _settle(position);
+  }
+  for (std::size_t position = 0; position != m_lines.size(); ++position) {
+    const KxListedEmailAddress& leaf = *m_lines[position].leaf;
+    const Leaf& known = m_leaves.at(&leaf);
+    if (known.first == position) {
+      _checkDecision(leaf);
+      _checkCatchAll(leaf, m_lines[known.last]);
+    }
   }
   std::stable_sort(m_findings.begin(), m_findings.end(), [](const auto& one, const auto& other) {
     return std::make_pair(one.first, one.second.line) < std::make_pair(other.first, other.second.line);
   });
   std::vector<LintFinding> findings;
+  findings.reserve(m_findings.size());
   for (auto& [file, finding] : m_findings) {
     findings.push_back(std::move(finding));
   }
   m_findings.clear();
   return findings;
+}
+
+void PatternLint::_checkCatchAll(const KxListedEmailAddress& leaf, const Line& line) {
+  const KxEmailBelongsTo kind = leaf.getState();
+  const bool isSingle = (kind & (kind - 1)) == 0;  // others decide nothing
+  if (isSingle && (kind & m_passing) != 0 && isCatchAll(leaf.getFullAddressAsStr())) {
+    _report(line, "catch-all", "matches every address, and " + kindText(kind) + " lets mail pass",
+            "the addresses and domains that are to pass");
+  }
 }
 
 // Every pattern that contains this one matches whatever this one matches. So what becomes of this one when its own text
@@ -109,11 +178,12 @@ void PatternLint::_checkDecision(const KxListedEmailAddress& leaf) {
   if (own == explanation.candidates.end()) {
     throw std::bad_alloc();  // the explanation is not complete
   }
-  const Line& line = m_leaves.at(&leaf).last;
+  const Leaf& known = m_leaves.at(&leaf);
+  const Line& line = m_lines[known.last];
   const auto other = [&](std::size_t position) { return _named(explanation.candidates[position].leaf); };
   switch (own->fate) {
     case KxMatchCandidate::Ignored:
-      if (m_leaves.at(&leaf).startedRefused && own->state == 0) {
+      if (known.startedRefused && own->state == 0) {
         break;  // reported at the line that was refused
       }
       _report(line, "no-single-kind", "never decides; " + fateText(*own), "one kind a tree; further ones in other trees");
@@ -125,7 +195,7 @@ void PatternLint::_checkDecision(const KxListedEmailAddress& leaf) {
       break;
     case KxMatchCandidate::Outranked:
       _report(line, "never-decides", "the first tier always decides, by " + other(own->other) + " or a narrower pattern",
-              "remove it, or give it kind 1 or 2");
+              "remove it, or give it " + kindText(own->state == 8 ? 1 : 2));
       break;
     case KxMatchCandidate::Decided:
       if (const KxMatchCandidate* tied = _tied(explanation)) {
@@ -190,10 +260,14 @@ std::string PatternLint::_where(const Line& line) const {
 }
 
 std::string PatternLint::_named(const KxListedEmailAddress* leaf) const {
-  return quoted(leaf->getFullAddressAsStr()) + " (" + _where(m_leaves.at(leaf).last) + ")";
+  return quoted(leaf->getFullAddressAsStr()) + " (" + _where(m_lines[m_leaves.at(leaf).last]) + ")";
 }
 
 void PatternLint::_report(const Line& line, const char* rule, std::string reason, std::string suggestion) {
-  m_findings.push_back(
-      {line.file, {m_files[line.file], line.number, line.pattern, rule, std::move(reason), std::move(suggestion)}});
+  _report(line.file,
+          {m_files[line.file], line.number, _textOf(line), rule, std::move(reason), std::move(suggestion), {}});
+}
+
+void PatternLint::_report(std::size_t file, LintFinding finding) {
+  m_findings.emplace_back(file, std::move(finding));
 }

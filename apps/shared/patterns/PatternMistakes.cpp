@@ -1,138 +1,197 @@
-#include "patterns/PatternText.h"
+#include "patterns/PatternMistakes.h"
 
 #include <algorithm>
-#include <memory>
 
-#include "KxWildcardEmail.h"
+#include "patterns/PatternPieces.h"
 
 namespace {
 
-constexpr const char* kWildcard = "*";
+constexpr std::string_view kWildcard = "*";
 
-struct Pieces {
-  std::string localPart;
-  std::vector<std::string> labels;  // from left to right
-};
+constexpr PatternMistake kComment = {"comment", "a comment behind a pattern is a part of the pattern",
+                                     "comments on lines of their own, which begin with #"};
+constexpr PatternMistake kBrackets = {"brackets", "angle brackets and quotes are parts of the pattern",
+                                      "the address alone"};
+constexpr PatternMistake kEmptySender = {"brackets", "angle brackets are parts of the pattern",
+                                         "no pattern says it: the empty sender has no address"};
+constexpr PatternMistake kRegularExpression = {
+    "regular-expression", "there are no regular expressions: slashes, ^, $ and backslashes are taken literally",
+    "no pattern says it: write out the addresses or domains"};
+constexpr PatternMistake kBlank = {"blank",
+                                   "a blank or control character is part of the pattern; no mail address has one there",
+                                   "one pattern a line, with a tab before a kind"};
+constexpr PatternMistake kNonAsciiDomain = {
+    "non-ascii", "characters beyond ASCII: the letter case counts, and domains travel in their ASCII form",
+    "the domain in its ASCII form (xn--...)"};
+constexpr PatternMistake kNonAsciiName = {"non-ascii", "characters beyond ASCII: the letter case counts",
+                                          "a line for each letter case that occurs"};
+constexpr PatternMistake kQuestionMark = {"literal-question-mark", "a ? is taken literally",
+                                          "no pattern says it: write out each address"};
+constexpr PatternMistake kNoAt = {"no-at",
+                                  "without an @ it never matches mail; *@DOMAIN is a domain, *@*.DOMAIN its sub-domains",
+                                  "the name and the domain that are meant, NAME@DOMAIN"};
+constexpr PatternMistake kEmptyName = {"empty-name",
+                                       "nothing before the @: it matches only addresses that have nothing there either",
+                                       "the name that is meant before the @"};
+constexpr PatternMistake kStarInName = {
+    "literal-star", "a * among other characters is taken literally",
+    "no pattern says it, since none stands for a part of a name: write out each name"};
+constexpr PatternMistake kStarInLabel = {
+    "literal-star", "a * among other characters of a label is taken literally",
+    "no pattern says it, since none stands for a part of a label: write out each domain"};
+constexpr PatternMistake kLeftOfStar = {"left-of-star",
+                                        "labels left of a * are ignored: the * stands for them and any others",
+                                        "no pattern says it, since none has a label left of a *: write out each domain"};
+constexpr PatternMistake kEmptyLabel = {"empty-label", "an empty label: no mail address has one",
+                                        "the domain that is meant"};
+constexpr PatternMistake kSecondAt = {"second-at", "the domain begins at the first @, so a label has one in it",
+                                      "one pattern a line"};
+constexpr PatternMistake kOddCharacter = {"odd-character", "a character that no mail address has there",
+                                          "the address alone, one a line"};
 
-// As the library splits it.
-Pieces split(const std::string& pattern) {
-  const std::unique_ptr<char[]> scratch(KxWildcardEmail::allocateNewEmailAddressString(pattern.c_str()));
-  KxWildcardNode::LabelStack stack;
-  KxWildcardNode::parseAddress(nullptr, pattern.c_str(), scratch.get(), stack);
-  Pieces pieces;
-  const KxIndexedString* localPart = KxWildcardNode::getEmailAddressName(stack);
-  pieces.localPart = localPart->getString();
-  KxStringtable::cleanupReference(localPart);
-  while (const KxIndexedString* label = KxWildcardNode::getEmailAddressName(stack)) {
-    pieces.labels.emplace_back(label->getString());
-    KxStringtable::cleanupReference(label);
-  }
-  std::reverse(pieces.labels.begin(), pieces.labels.end());
-  return pieces;
+bool hasStarAmongOthers(std::string_view piece) {
+  return piece != kWildcard && piece.find('*') != std::string_view::npos;
 }
 
-bool hasStarAmongOthers(const std::string& piece) {
-  return piece != kWildcard && piece.find('*') != std::string::npos;
+bool isQuoted(std::string_view text) {
+  return text.size() >= 2 && (text.front() == '"' || text.front() == '\'') && text.back() == text.front();
 }
 
-bool isBlankOrControl(char character) {
-  const auto byte = static_cast<unsigned char>(character);
-  return byte <= ' ' || byte == 0x7f;
+// What has a rule of its own is nothing odd.
+bool isOdd(char character, bool (*isOrdinary)(char)) {
+  constexpr std::string_view kOwnRule = "*?@";
+  return !isOrdinary(character) && !isBlankOrControl(character) && !isBeyondAscii(character) &&
+         kOwnRule.find(character) == std::string_view::npos;
 }
 
-bool isBeyondAscii(char character) {
-  return static_cast<unsigned char>(character) >= 0x80;
+bool hasOddCharacter(const PatternPieces& pieces, std::size_t firstLabel) {
+  const auto isOddInName = [](char character) { return isOdd(character, isNameCharacter); };
+  if (!isQuoted(pieces.name) && std::any_of(pieces.name.begin(), pieces.name.end(), isOddInName)) {
+    return true;
+  }
+  const std::string_view domain = pieces.domain();
+  if (!domain.empty() && domain.front() == '[' && domain.back() == ']') {
+    return false;
+  }
+  const auto isOddInLabel = [](char character) { return isOdd(character, isLabelCharacter); };
+  return std::any_of(pieces.labels.begin() + static_cast<std::ptrdiff_t>(firstLabel), pieces.labels.end(),
+                     [&](std::string_view label) { return std::any_of(label.begin(), label.end(), isOddInLabel); });
 }
 
-std::string without(std::string text, bool (*unwanted)(char)) {
-  text.erase(std::remove_if(text.begin(), text.end(), unwanted), text.end());
-  return text;
-}
-
-// What somebody who left the @ out may have meant.
-std::string withAt(const std::string& text) {
-  const std::size_t begin = text.find_first_not_of("*.");
-  if (begin == std::string::npos) {
-    return "*@*";
+// The text before and behind the "@", which is there.
+void addMistakesOfPieces(const PatternPieces& pieces, std::vector<PatternMistake>& mistakes) {
+  if (pieces.name.empty()) {
+    mistakes.push_back(kEmptyName);
   }
-  const std::string rest = text.substr(begin);
-  if (begin != 0) {
-    return "*@*." + rest;
+  if (hasStarAmongOthers(pieces.name)) {
+    mistakes.push_back(kStarInName);
   }
-  if (rest.find('.') == std::string::npos) {
-    return "*@" + rest + " or " + rest + "@*";
+  const std::size_t first = pieces.firstCounting();
+  const auto begin = pieces.labels.begin() + static_cast<std::ptrdiff_t>(first);
+  const auto hasAt = [](std::string_view label) { return label.find('@') != std::string_view::npos; };
+  if (first != 0) {
+    mistakes.push_back(kLeftOfStar);
   }
-  return "*@" + rest + " for the domain, *@*." + rest + " for its sub-domains";
-}
-
-std::string mended(const std::string& pattern) {
-  const std::string text = without(pattern, isBlankOrControl);
-  if (text.find('@') == std::string::npos) {
-    return withAt(text);
+  if (std::any_of(begin, pieces.labels.end(), hasStarAmongOthers)) {
+    mistakes.push_back(kStarInLabel);
   }
-  const Pieces pieces = split(text);
-  const bool anyName = pieces.localPart.empty() || hasStarAmongOthers(pieces.localPart);
-  std::string domain;
-  for (auto label = pieces.labels.rbegin(); label != pieces.labels.rend(); ++label) {
-    const std::string dot = domain.empty() ? "" : ".";
-    if (label->find('*') != std::string::npos) {
-      // "*example" mostly means every label before "example".
-      const std::string tail = label->substr(label->rfind('*') + 1);
-      domain = (tail.empty() ? kWildcard : "*." + tail) + dot + domain;
-      break;
-    }
-    if (!label->empty()) {
-      domain = *label + dot + domain;
-    }
+  if (std::any_of(begin, pieces.labels.end(), [](std::string_view label) { return label.empty(); })) {
+    mistakes.push_back(kEmptyLabel);
   }
-  return (anyName ? kWildcard : pieces.localPart) + "@" + (domain.empty() ? kWildcard : domain);
+  if (std::any_of(begin, pieces.labels.end(), hasAt)) {
+    mistakes.push_back(kSecondAt);
+  } else if (hasOddCharacter(pieces, first)) {
+    mistakes.push_back(kOddCharacter);
+  }
 }
 
 }  // namespace
 
-std::vector<TextFinding> checkPatternText(const std::string& pattern) {
-  std::vector<TextFinding> findings;
-  if (pattern == kWildcard) {
-    return findings;
+std::vector<PatternMistake> mistakesIn(std::string_view pattern) {
+  // What is in brackets, a regular expression or several words says nothing more by its pieces.
+  if (looksLikeRegularExpression(pattern)) {
+    return {kRegularExpression};
   }
-  const auto report = [&](const char* rule, const char* reason) {
-    findings.push_back({rule, reason, mended(pattern)});
-  };
-
-  if (std::any_of(pattern.begin(), pattern.end(), isBlankOrControl)) {
-    report("blank", "a blank or control character is part of the pattern; no mail address has one there");
+  std::vector<PatternMistake> mistakes;
+  std::string_view text = pattern;
+  const std::string_view commented = withoutComment(pattern);
+  if (commented.size() != pattern.size()) {
+    mistakes.push_back(kComment);
+    text = commented;
   }
-  if (std::any_of(pattern.begin(), pattern.end(), isBeyondAscii)) {
-    findings.push_back({"non-ascii",
-                        "characters beyond ASCII: the letter case counts, and domains travel in their ASCII form",
-                        "the domain in its ASCII form (xn--...)"});
+  if ((text.empty() && !mistakes.empty()) || text == kWildcard) {
+    return mistakes;
   }
-  if (pattern.find('@') == std::string::npos) {
-    report("no-at", "without an @ it never matches mail");
-    return findings;
+  if (hasBrackets(trimmed(text))) {
+    mistakes.push_back(trimmed(text) == "<>" ? kEmptySender : kBrackets);
+    return mistakes;
   }
 
-  const Pieces pieces = split(pattern);
-  if (pieces.localPart.empty()) {
-    report("empty-name", "nothing before the @: it matches only addresses that have nothing there either");
+  const std::size_t at = text.find('@');
+  if (std::any_of(text.begin(), text.end(), isBlankOrControl)) {
+    mistakes.push_back(kBlank);
   }
-  if (hasStarAmongOthers(pieces.localPart)) {
-    report("literal-star", "a * among other characters is taken literally");
+  const std::string_view words = trimmed(text);
+  if (std::any_of(words.begin(), words.end(), isBlankOrControl)) {
+    return mistakes;
   }
-  // Labels count from the right up to the first wildcard.
-  const auto wildcard = std::find(pieces.labels.rbegin(), pieces.labels.rend(), kWildcard);
-  if (wildcard != pieces.labels.rend() && wildcard + 1 != pieces.labels.rend()) {
-    report("left-of-star", "labels left of a * are ignored");
+  if (std::any_of(text.begin(), text.end(), isBeyondAscii)) {
+    const std::string_view domain = at == std::string_view::npos ? text : text.substr(at);
+    mistakes.push_back(std::any_of(domain.begin(), domain.end(), isBeyondAscii) ? kNonAsciiDomain : kNonAsciiName);
   }
-  if (std::any_of(pieces.labels.rbegin(), wildcard, hasStarAmongOthers)) {
-    report("literal-star", "a * among other characters of a label is taken literally");
+  if (text.find('?') != std::string_view::npos) {
+    mistakes.push_back(kQuestionMark);
   }
-  if (std::any_of(pieces.labels.rbegin(), wildcard, [](const std::string& label) { return label.empty(); })) {
-    report("empty-label", "an empty label: no mail address has one");
+  if (at == std::string_view::npos) {
+    mistakes.push_back(kNoAt);
+  } else {
+    addMistakesOfPieces(piecesOf(text), mistakes);
   }
-  if (std::any_of(pieces.labels.rbegin(), wildcard,
-                  [](const std::string& label) { return label.find('@') != std::string::npos; })) {
-    findings.push_back({"second-at", "the domain begins at the first @, so a label has one in it", "one pattern a line"});
+  return mistakes;
+}
+
+bool isCatchAll(std::string_view pattern) {
+  if (pattern.find('@') == std::string_view::npos) {
+    return pattern == kWildcard;
   }
-  return findings;
+  const PatternPieces pieces = piecesOf(pattern);
+  return pieces.name == kWildcard && pieces.labels.back() == kWildcard;
+}
+
+std::string_view withoutComment(std::string_view text) {
+  const std::size_t domain = text.find('@');
+  for (std::size_t at = 0; at != text.size(); ++at) {
+    const bool begins = at == 0 || isBlankOrControl(text[at - 1]);
+    const bool isHash = text[at] == '#' && at != 0 && (begins || at > domain);
+    if (isHash || (begins && (text[at] == ';' || text.substr(at, 2) == "//"))) {
+      return trimmed(text.substr(0, at));
+    }
+  }
+  return text;
+}
+
+bool hasBrackets(std::string_view text) {
+  return text.find_first_of("<>") != std::string_view::npos || isQuoted(text);
+}
+
+std::string_view insideBrackets(std::string_view text) {
+  const char closing = isQuoted(text) ? text.front() : '>';
+  const char opening = isQuoted(text) ? text.front() : '<';
+  const std::size_t begin = text.find(opening);
+  const std::size_t end = text.find(closing, begin + 1);
+  if (begin == std::string_view::npos || end + 1 != text.size()) {
+    return {};
+  }
+  const std::string_view inside = text.substr(begin + 1, end - begin - 1);
+  return inside.find_first_of("<>\"") == std::string_view::npos ? trimmed(inside) : std::string_view();
+}
+
+bool looksLikeRegularExpression(std::string_view line) {
+  const std::string_view whole = trimmed(line);
+  // Between slashes a "#" begins no comment.
+  if (!whole.empty() && whole.front() == '/' && whole.find('/', 1) > 1 && whole.find('/', 1) != std::string_view::npos) {
+    return true;
+  }
+  const std::string_view text = trimmed(withoutComment(line));
+  return !text.empty() && (text.front() == '^' || text.back() == '$' || text.find('\\') != std::string_view::npos);
 }

@@ -10,7 +10,7 @@
 #include "commands/EntityArgument.h"
 #include "console/Text.h"
 #include "console/UsageError.h"
-#include "patterns/PatternText.h"
+#include "patterns/PatternMistakes.h"
 #include "store/Administration.h"
 #include "store/Database.h"
 #include "store/EntityTree.h"
@@ -72,8 +72,8 @@ std::string patternName(const std::string& name) {
     diagnose(quoted(name) + " is stored in lower case, as " + ::quoted(lower));
   }
   // Every text is a pattern, but hardly what was meant.
-  for (const TextFinding& finding : checkPatternText(lower)) {
-    diagnose(::quoted(lower) + ": " + finding.reason);
+  for (const PatternMistake& mistake : mistakesIn(lower)) {
+    diagnose(::quoted(lower) + ": " + mistake.reason);
   }
   return lower;
 }

@@ -1,4 +1,5 @@
 // lint FILE...
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -9,9 +10,17 @@
 
 namespace {
 
-ExitCode lint(Output& out, const std::vector<std::string>& sources) {
-  const std::vector<TreeSource> parsed = parseTreeSources(sources);
-  PatternLint lint;
+struct Arguments {
+  std::vector<std::string> sources;
+  std::string passing = "A";
+};
+
+// The kinds that let mail pass, by what the command line calls them.
+const std::map<std::string, KxEmailBelongsTo> kPassing = {{"A", 1 | 8}, {"B", 2 | 4}, {"none", 0}};
+
+ExitCode lint(Output& out, const Arguments& arguments) {
+  const std::vector<TreeSource> parsed = parseTreeSources(arguments.sources);
+  PatternLint lint(kPassing.at(arguments.passing));
   Progress progress;
   for (const TreeSource& source : parsed) {
     lint.load(source, progress);
@@ -26,7 +35,8 @@ ExitCode lint(Output& out, const std::vector<std::string>& sources) {
                     {"pattern", finding.pattern},
                     {"rule", finding.rule},
                     {"reason", finding.reason},
-                    {"suggestion", finding.suggestion}});
+                    {"suggestion", finding.suggestion},
+                    {"patterns", finding.patterns}});
   }
   out.rows(
       {{"place", "PLACE"}, {"pattern", "PATTERN"}, {"rule", "RULE"}, {"reason", "REASON"}, {"suggestion", "SUGGESTION"}},
@@ -37,13 +47,18 @@ ExitCode lint(Output& out, const std::vector<std::string>& sources) {
 }  // namespace
 
 void addLint(CommandTree& tree) {
-  const auto sources = std::make_shared<std::vector<std::string>>();
+  const auto arguments = std::make_shared<Arguments>();
   CLI::App* command =
       tree.add("lint", "Find what is wrong in lists of address patterns",
-               {"zaroctl lint block.txt", "zaroctl lint allow.txt:1 block.txt:2,more.txt:2 exceptions.txt:16"},
-               [sources](Output& out) { return lint(out, *sources); });
+               {"zaroctl lint block.txt:2", "zaroctl lint allow.txt:1 block.txt:2,more.txt:2 exceptions.txt:16"},
+               [arguments](Output& out) { return lint(out, *arguments); });
   command
-      ->add_option("FILE", *sources,
+      ->add_option("--passing", arguments->passing,
+                   "Which kinds let mail pass: A is 1 and 8, B is 2 and 4 (A unless given); their catch-alls are told")
+      ->type_name("SIDE")
+      ->check(CLI::IsMember({"A", "B", "none"}));
+  command
+      ->add_option("FILE", arguments->sources,
                    "Trees in order of precedence, each FILE[:KIND][,FILE[:KIND]...] or group:NAME[:KIND]; without KIND "
                    "the kind is 1")
       ->required();

@@ -36,52 +36,115 @@ struct LintCase {
   std::vector<Wanted> want;
 };
 
+constexpr const char* kNameAndDomain = "the name and the domain that are meant, NAME@DOMAIN";
+constexpr const char* kNoPartOfAName = "none stands for a part of a name: write out each name";
+constexpr const char* kNoPartOfALabel = "none stands for a part of a label: write out each domain";
+constexpr const char* kNothingLeftOfAStar = "none has a label left of a *: write out each domain";
+
 const LintCase kLintCases[] = {
     {"nothing wrong",
      {"# fine\nuser@example.test\n*@a.test\nuser@*.a.test\n*@*.b.test\nuser@*\n*\n", "*@*.c.test\t8\n"},
      // The first tree's "*" always decides.
-     {{1, 1, "never-decides", "an earlier tree always decides, by \"*\" (", "put its tree first"}}},
+     {{0, 7, "catch-all", "matches every address, and kind 1 lets mail pass", "are to pass"},
+      {1, 1, "never-decides", "an earlier tree always decides, by \"*\" (", "put its tree first"}}},
     {"nothing wrong in several trees",
      {"user@example.test\n", "*@example.test\t2\n", "*@*.test\t8\n", "*@*.test\t16\n"},
      {}},
-    {"no at",
-     {"example.test\n"},
-     {{0, 1, "no-at", "never matches mail", "*@example.test for the domain, *@*.example.test for its sub-domains"}}},
+    {"no at", {"example.test\n"}, {{0, 1, "no-at", "*@DOMAIN is a domain, *@*.DOMAIN its sub-domains", "*@example.test"}}},
     {"no at, leading dot", {".example.test\n"}, {{0, 1, "no-at", "never matches mail", "*@*.example.test"}}},
     {"no at, wildcard", {"*.example.test\n"}, {{0, 1, "no-at", "never matches mail", "*@*.example.test"}}},
-    {"no at, one word", {"user\n"}, {{0, 1, "no-at", "never matches mail", "*@user or user@*"}}},
-    {"no at, stars only", {"**\n"}, {{0, 1, "no-at", "never matches mail", "*@*"}}},
+    {"no at, star before a label",
+     {"*example.test\n"},
+     {{0, 1, "no-at", "never matches mail", "*@example.test and *@*.example.test"}}},
+    {"no at, one word", {"user\n"}, {{0, 1, "no-at", "never matches mail", kNameAndDomain}}},
+    {"no at, stars only", {"**\n"}, {{0, 1, "no-at", "never matches mail", kNameAndDomain}}},
+    {"no at, a host's number", {"192.0.2.1\n"}, {{0, 1, "no-at", "never matches mail", kNameAndDomain}}},
     {"no name", {"@example.test\n"}, {{0, 1, "empty-name", "nothing before the @", "*@example.test"}}},
-    {"star in a name", {"us*@example.test\n"}, {{0, 1, "literal-star", "taken literally", "*@example.test"}}},
+    {"no name, leading dot",
+     {"@.example.test\n"},
+     {{0, 1, "empty-name", "nothing", "*@*.example.test"}, {0, 1, "empty-label", "", "*@*.example.test"}}},
+    {"no name at any domain", {"@*\n"}, {{0, 1, "empty-name", "nothing before the @", "the name that is meant"}}},
+    {"star in a name", {"us*@example.test\n"}, {{0, 1, "literal-star", "taken literally", kNoPartOfAName}}},
+    {"star behind a name", {"user+*@a.test\n"}, {{0, 1, "literal-star", "taken literally", kNoPartOfAName}}},
+    {"star before a name", {"*=pkginfo@ups.test\n"}, {{0, 1, "literal-star", "taken literally", kNoPartOfAName}}},
+    {"two stars for a name", {"**@example.test\n"}, {{0, 1, "literal-star", "taken literally", "*@example.test"}}},
     {"star in a label",
      {"user@*example.test\n"},
-     {{0, 1, "literal-star", "of a label is taken literally", "user@*.example.test"}}},
-    {"star behind a label", {"user@a*.test\n"}, {{0, 1, "literal-star", "of a label is taken literally", "user@*.test"}}},
-    {"left of a star", {"user@a.*.test\n"}, {{0, 1, "left-of-star", "labels left of a * are ignored", "user@*.test"}}},
-    {"two stars", {"user@*.*.test\n"}, {{0, 1, "left-of-star", "labels left of a * are ignored", "user@*.test"}}},
-    {"whatever is left of a star", {"user@a*..b.*.test\n"}, {{0, 1, "left-of-star", "ignored", "user@*.test"}}},
-    {"empty label", {"user@a..test\n"}, {{0, 1, "empty-label", "an empty label", "user@a.test"}}},
+     {{0, 1, "literal-star", "of a label is taken literally", "user@example.test and user@*.example.test"}}},
+    {"star behind a label", {"user@a*.test\n"}, {{0, 1, "literal-star", "of a label is taken literally", kNoPartOfALabel}}},
+    {"left of a star",
+     {"user@a.*.test\n"},
+     {{0, 1, "left-of-star", "labels left of a * are ignored", kNothingLeftOfAStar}}},
+    {"two stars", {"user@*.*.test\n"}, {{0, 1, "left-of-star", "labels left of a * are ignored", kNothingLeftOfAStar}}},
+    {"whatever is left of a star", {"user@a*..b.*.test\n"}, {{0, 1, "left-of-star", "ignored", kNothingLeftOfAStar}}},
+    {"empty label", {"user@a..test\n"}, {{0, 1, "empty-label", "an empty label", "the domain that is meant"}}},
     {"trailing dot", {"user@a.test.\n"}, {{0, 1, "empty-label", "an empty label", "user@a.test"}}},
-    {"no domain", {"user@\n"}, {{0, 1, "empty-label", "an empty label", "user@*"}}},
+    {"leading dot", {"user@.a.test\n"}, {{0, 1, "empty-label", "an empty label", "user@*.a.test"}}},
+    {"no domain", {"user@\n"}, {{0, 1, "empty-label", "an empty label", "the domain that is meant"}}},
     {"blank",
      {"user@a.test \n user@b.test\n"},
      {{0, 1, "blank", "a blank", "user@a.test"}, {0, 2, "blank", "a blank", "user@b.test"}}},
-    {"second at", {"user@a.test,user@b.test\n"}, {{0, 1, "second-at", "at the first @", "one pattern a line"}}},
+    {"blank inside", {"user @a.test\n"}, {{0, 1, "blank", "a blank", "one pattern a line"}}},
+    {"kind behind a blank", {"user@a.test 2\n"}, {{0, 1, "blank", "a blank", "a tab before a kind"}}},
+    {"word behind a blank", {"user@a.test REJECT\n"}, {{0, 1, "blank", "a blank", "one pattern a line"}}},
+    {"two patterns with a blank", {"user@a.test *@b.test\n"}, {{0, 1, "blank", "a blank", "user@a.test and *@b.test"}}},
+    {"comment", {"user@a.test # comment\n"}, {{0, 1, "comment", "a comment behind a pattern", "user@a.test"}}},
+    {"comment without a blank", {"user@a.test#comment\n"}, {{0, 1, "comment", "a comment behind", "user@a.test"}}},
+    {"comment of another list", {"; *@a.test\n"}, {{0, 1, "comment", "a comment behind", "begin with #"}}},
+    {"comments of other lists",
+     {"user@a.test // one\n*@b.test ; two\n"},
+     {{0, 1, "comment", "a comment behind", "user@a.test"}, {0, 2, "comment", "a comment behind", "*@b.test"}}},
+    {"comment behind a mistake",
+     {"example.test # a domain\n"},
+     {{0, 1, "comment", "a comment behind", "*@example.test"}, {0, 1, "no-at", "", "*@example.test"}}},
+    {"hash in a name", {"a#b@example.test\n"}, {}},
+    {"angle brackets", {"<user@a.test>\n"}, {{0, 1, "brackets", "parts of the pattern", "user@a.test"}}},
+    {"display name", {"Some Body <user@a.test>\n"}, {{0, 1, "brackets", "parts of the pattern", "user@a.test"}}},
+    {"quotes", {"\"user@a.test\"\n"}, {{0, 1, "brackets", "parts of the pattern", "user@a.test"}}},
+    {"empty sender", {"<>\n"}, {{0, 1, "brackets", "parts of the pattern", "no pattern says it: the empty sender"}}},
+    {"half a pair of brackets", {"user@<a.test\n"}, {{0, 1, "brackets", "parts of the pattern", "the address alone"}}},
+    {"regular expression",
+     {"/^.*@spam\\.test$/\n"},
+     {{0, 1, "regular-expression", "no regular expressions", "no pattern says it"}}},
+    {"regular expression with a flag", {"/spam/i\n"}, {{0, 1, "regular-expression", "no regular", "no pattern says it"}}},
+    {"regular expression without slashes",
+     {"user@a\\.test\n^user@a.test\n"},
+     {{0, 1, "regular-expression", "no regular", "no pattern"}, {0, 2, "regular-expression", "no regular", "no pattern"}}},
+    {"question mark", {"us?r@a.test\n"}, {{0, 1, "literal-question-mark", "taken literally", "no pattern says it"}}},
+    {"question mark in a domain",
+     {"user@?.test\n"},
+     {{0, 1, "literal-question-mark", "taken literally", "no pattern says it"}}},
+    {"second at", {"user@a.test,user@b.test\n"}, {{0, 1, "second-at", "at the first @", "user@a.test and user@b.test"}}},
+    {"second at of one pattern", {"user@a@b.test\n"}, {{0, 1, "second-at", "at the first @", "one pattern a line"}}},
+    {"comma at the end", {"user@a.test,\n"}, {{0, 1, "odd-character", "no mail address", "user@a.test"}}},
+    {"odd character in a name",
+     {"mailto:user@a.test\n"},
+     {{0, 1, "odd-character", "no mail address", "the address alone"}}},
+    {"address of a host", {"user@[192.0.2.1]\n"}, {}},
     {"beyond ASCII",
      {"user@b\xc3\xbc"
       "cher.test\n"},
      {{0, 1, "non-ascii", "beyond ASCII", "xn--"}}},
+    {"beyond ASCII in a name", {"b\xc3\xbc@a.test\n"}, {{0, 1, "non-ascii", "beyond ASCII", "each letter case"}}},
     {"several things",
      {"@a..t*st \n"},
-     {{0, 1, "blank", "a blank", "*@*.st"},
-      {0, 1, "empty-name", "nothing before", "*@*.st"},
-      {0, 1, "literal-star", "of a label", "*@*.st"},
-      {0, 1, "empty-label", "an empty label", "*@*.st"}}},
+     {{0, 1, "blank", "a blank", "one pattern a line"},
+      {0, 1, "empty-name", "nothing before", "the name that is meant"},
+      {0, 1, "literal-star", "of a label", kNoPartOfALabel},
+      {0, 1, "empty-label", "an empty label", "the domain that is meant"}}},
+    {"catch-alls that let pass",
+     {"*@*\n", "*@*.*\t8\n"},
+     {{0, 1, "catch-all", "matches every address, and kind 1 lets", ""},
+      {1, 1, "left-of-star", "", ""},
+      {1, 1, "never-decides", "", ""},
+      {1, 1, "catch-all", "matches every address, and kind 8 lets", ""}}},
+    {"catch-alls that stop mail", {"*\t2\n", "*@*\t4\n"}, {{1, 1, "never-decides", "", ""}}},
+    {"catch-all of no kind", {"*\t0\n"}, {{0, 1, "no-single-kind", "", ""}}},
     {"given twice", {"user@a.test\nUSER@a.test\n"}, {{0, 2, "given-twice", "given before, in ", "remove one"}}},
-    {"two texts", {"*\n*@*\n"}, {{0, 2, "two-texts", "the same pattern as \"*\" of ", "one text for both"}}},
+    {"two texts", {"*\t2\n*@*\t2\n"}, {{0, 2, "two-texts", "the same pattern as \"*\" of ", "one text for both"}}},
     {"two texts, ignored labels",
      {"user@*.test\nuser@a.*.test\n"},
-     {{0, 2, "left-of-star", "ignored", "user@*.test"},
+     {{0, 2, "left-of-star", "ignored", kNothingLeftOfAStar},
       {0, 2, "two-texts", "the same pattern as \"user@*.test\" of ", "one text for both"}}},
     {"refused second kind",
      {"user@a.test\nuser@a.test\t2\n"},
@@ -105,22 +168,24 @@ const LintCase kLintCases[] = {
     {"kind without a pattern",
      {"\t1\n  \t2\nuser@b.test\n"},
      {{0, 1, "bad-line", "a kind without a pattern", "PATTERN"}, {0, 2, "bad-line", "a kind without", "PATTERN"}}},
-    {"byte order mark", {"\xEF\xBB\xBFuser@b.test\n\xEF\xBB\xBFu@a.test\n"}, {{0, 2, "non-ascii", "beyond ASCII", "xn--"}}},
+    {"byte order mark",
+     {"\xEF\xBB\xBFuser@b.test\n\xEF\xBB\xBFu@a.test\n"},
+     {{0, 2, "non-ascii", "beyond ASCII", "each letter case"}}},
     {"lighter, of the other kind",
      {"u@p.q.*.test\t1\nu@*.example.test\t2\n"},
-     {{0, 1, "left-of-star", "ignored", "u@*.test"},
+     {{0, 1, "left-of-star", "ignored", kNothingLeftOfAStar},
       {0, 2, "never-decides", "of the other kind; it only adds 128 to the code", "keep it where that is wanted"}}},
     {"lighter, of the same kind",
      {"u@p.q.*.test\t1\nu@*.example.test\t1\n"},
-     {{0, 1, "left-of-star", "ignored", "u@*.test"},
+     {{0, 1, "left-of-star", "ignored", kNothingLeftOfAStar},
       {0, 2, "never-decides", "always behind \"u@p.q.*.test\" (", "remove it"}}},
     {"as heavy, of the other kind",
      {"u@p.*.test\t1\nu@*.example.test\t2\n"},
-     {{0, 1, "left-of-star", "ignored", "u@*.test"},
+     {{0, 1, "left-of-star", "ignored", kNothingLeftOfAStar},
       {0, 2, "always-tied", "always as heavy as \"u@p.*.test\" (", "one of the two kinds"}}},
     {"as heavy, of the other kind, and giving the data",
      {"u@p.*.test\t2\nu@*.example.test\t1\n"},
-     {{0, 1, "left-of-star", "ignored", "u@*.test"},
+     {{0, 1, "left-of-star", "ignored", kNothingLeftOfAStar},
       {0, 2, "always-tied", "always as heavy as \"u@p.*.test\" (", "one of the two kinds"}}},
     {"as heavy in the second tier",
      {"*@a.test\t8\n", "*@a.test\t4\n"},
@@ -133,7 +198,7 @@ const LintCase kLintCases[] = {
      {{0, 1, "idle-exception", "takes nothing back", "in a later tree"}}},
     {"exception with another text for the same leaf",
      {"user@*.test\t4\n", "user@a.*.test\t32\n"},
-     {{1, 1, "left-of-star", "ignored", "user@*.test"}, {1, 1, "idle-exception", "same text", "the very text"}}},
+     {{1, 1, "left-of-star", "ignored", kNothingLeftOfAStar}, {1, 1, "idle-exception", "same text", "the very text"}}},
     {"earlier tree",
      {"*@example.test\t2\n", "user@example.test\t1\n"},
      {{1, 1, "never-decides", "an earlier tree always decides, by \"*@example.test\" (", "remove it"}}},
@@ -142,7 +207,7 @@ const LintCase kLintCases[] = {
      {{1, 1, "never-decides", "an earlier tree always decides", "remove it"}}},
     {"first tier of a later tree",
      {"user@example.test\t8\n", "*@example.test\t2\n"},
-     {{0, 1, "never-decides", "the first tier always decides, by \"*@example.test\" (", "give it kind 1 or 2"}}},
+     {{0, 1, "never-decides", "the first tier always decides, by \"*@example.test\" (", "remove it, or give it kind 1"}}},
     {"same weight before",
      {"*@example.test\t8\n", "*@example.test\t8\n"},
      {{1, 1, "never-decides", "always behind \"*@example.test\" (", "remove it"}}},
@@ -165,8 +230,8 @@ TEST_F(Lint, everyMistakeIsFoundWithItsPlaceReasonAndSuggestion) {
     EXPECT_EQ(result.status, test.want.empty() ? 0 : 1) << test.label;
     EXPECT_EQ(result.err, "") << test.label;
     const Json found = Json::parse(result.out);
-    ASSERT_EQ(found.size(), test.want.size()) << test.label << result.out;
-    for (std::size_t i = 0; i != test.want.size(); ++i) {
+    EXPECT_EQ(found.size(), test.want.size()) << test.label << result.out;
+    for (std::size_t i = 0; i != std::min(found.size(), test.want.size()); ++i) {
       const Wanted& want = test.want[i];
       EXPECT_EQ(found[i]["file"], files[want.tree]) << test.label;
       EXPECT_EQ(found[i]["line"], want.line) << test.label;
@@ -185,7 +250,7 @@ TEST_F(Lint, printsOneLineForEachFinding) {
       linesOf(result.out),
       ElementsAre(
           file +
-          ":2\texample.test\tno-at\twithout an @ it never matches mail\t*@example.test for the domain, *@*.example.test for its sub-domains"));
+          ":2\texample.test\tno-at\twithout an @ it never matches mail; *@DOMAIN is a domain, *@*.DOMAIN its sub-domains\t*@example.test"));
 }
 
 TEST_F(Lint, findingsAreInTheOrderOfTheFiles) {
@@ -200,17 +265,36 @@ TEST_F(Lint, findingsAreInTheOrderOfTheFiles) {
                                   first + ":2", first + ":3", first + ":3"));
 }
 
-// What is suggested in place of a pattern has nothing wrong with it.
-TEST_F(Lint, suggestedPatternsAreClean) {
-  for (const char* pattern : {"@example.test", "us*@example.test", "user@*example.test", "user@a.*.test", "user@a..test",
-                              "user@", "user@a.test ", "@a..t*st ", ".example.test", "**", "*x*@y*z*.a..b"}) {
-    const std::string file = m_directory.write("list", std::string(pattern) + "\n");
-    const Json found = Json::parse(zaroctl({"--json", "lint", file}).out);
-    ASSERT_FALSE(found.empty()) << pattern;
-    m_directory.write("list", found[0]["suggestion"].get<std::string>() + "\n");
-    const ProgramResult again = zaroctl({"lint", file});
-    EXPECT_EQ(again.status, 0) << pattern << " -> " << found[0]["suggestion"] << "\n" << again.out;
+TEST_F(Lint, suggestedPatternsAreListedForPrograms) {
+  const std::string file = m_directory.write("list", "user@*example.test\nus*@example.test\nuser@a.test\nuser@a.test\n");
+  const Json found = Json::parse(zaroctl({"lint", "--json", file}).out);
+  ASSERT_EQ(found.size(), 3u);
+  EXPECT_EQ(found[0]["patterns"], (Json{"user@example.test", "user@*.example.test"}));
+  EXPECT_EQ(found[1]["patterns"], Json::array());
+  EXPECT_EQ(found[2]["patterns"], Json::array());
+}
+
+TEST_F(Lint, commandLineSaysWhichKindsLetPass) {
+  const std::string file = m_directory.write("list", "*\n");
+  struct Case {
+    const char* passing;
+    const char* kind;
+    int status;
+  };
+  for (const Case& test : {Case{"A", "1", 1},
+                           {"A", "8", 1},
+                           {"A", "2", 0},
+                           {"A", "4", 0},
+                           {"B", "2", 1},
+                           {"B", "4", 1},
+                           {"B", "1", 0},
+                           {"B", "8", 0},
+                           {"none", "1", 0},
+                           {"none", "2", 0}}) {
+    const ProgramResult result = zaroctl({"lint", "--passing", test.passing, file + ":" + test.kind});
+    EXPECT_EQ(result.status, test.status) << test.passing << " " << test.kind << result.out << result.err;
   }
+  EXPECT_EQ(zaroctl({"lint", "--passing", "C", file}).status, 2);
 }
 
 // A call for each label would need megabytes of it.
