@@ -38,7 +38,7 @@ bool FrozenIndex::find(const char* address, Matches& out) const {
   ShortQuery query;
   const Kind kind = split(address, query);
   if (kind == Kind::Split) {
-    prefetchPlaces(query);
+    prefetchPilots(query);
     locate(query);
     dropAbsent(query);
     resolve(query, out);
@@ -61,7 +61,7 @@ std::size_t FrozenIndex::findEach(const char* const* addresses, std::size_t coun
         break;
       }
       if (kinds[size] == Kind::Split) {
-        prefetchPlaces(queries[size]);
+        prefetchPilots(queries[size]);
       }
     }
     for (std::size_t i = 0; i != size; ++i) {
@@ -171,13 +171,13 @@ inline void FrozenIndex::hashPieces(Query& query, NextDot nextDot) const {
 }
 
 // Has the processor fetch what tells the places.
-inline void FrozenIndex::prefetchPlaces(const Query& query) const {
-  m_domains.places.prefetch(query.domainHash);
-  m_names.places.prefetch(query.fullHash);
+inline void FrozenIndex::prefetchPilots(const Query& query) const {
+  m_domains.hash.prefetch(query.domainHash);
+  m_names.hash.prefetch(query.fullHash);
   m_filterOfWildcards.prefetch(query.belowRootHash);
   for (std::size_t i = 0; i != query.suffixCount; ++i) {
     m_filterOfWildcards.prefetch(query.suffixes[i].hash);
-    m_domains.places.prefetch(query.suffixes[i].hash);
+    m_domains.hash.prefetch(query.suffixes[i].hash);
   }
 }
 

@@ -12,7 +12,7 @@
 
 #include "KxListedEmailAddress.h"
 #include "addressmatch/index/HashFilter.h"
-#include "addressmatch/index/PerfectPlaces.h"
+#include "addressmatch/index/PerfectHash.h"
 #include "addressmatch/text/LoweredWords.h"
 #include "addressmatch/text/TextHash.h"
 
@@ -81,10 +81,10 @@ class FrozenIndex {
 
   template <typename Slot>
   struct Table {
-    PerfectPlaces places;
+    PerfectHash hash;
     std::vector<Slot> slots = std::vector<Slot>(1);
 
-    const Slot* at(std::uint64_t hash) const { return slots.data() + places(hash); }
+    const Slot* at(std::uint64_t key) const { return slots.data() + hash(key); }
   };
 
   // The end of a domain, from a label on, below which the tree may have something.
@@ -125,7 +125,7 @@ class FrozenIndex {
   Kind split(const char* address, ShortQuery& query) const;
   template <typename NextDot>
   void hashPieces(Query& query, NextDot nextDot) const;
-  void prefetchPlaces(const Query& query) const;
+  void prefetchPilots(const Query& query) const;
   void locate(Query& query) const;
   void dropAbsent(Query& query) const;
   void resolve(const Query& query, Matches& out) const;

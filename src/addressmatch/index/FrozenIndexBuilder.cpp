@@ -70,12 +70,12 @@ bool FrozenIndexBuilder::placeDomains() {
     hashes.push_back(domain.hash);
   }
   FrozenIndex::Table<FrozenIndex::DomainSlot>& table = m_index->m_domains;
-  if (!table.places.assign(hashes)) {
+  if (!table.hash.build(hashes)) {
     return false;
   }
-  table.slots.resize(table.places.count());
+  table.slots.resize(table.hash.slotCount());
   for (std::size_t i = 0; i != m_domains.size(); ++i) {
-    fill(table.slots[table.places(hashes[i])], m_domains[i], static_cast<std::uint32_t>(i + 1));
+    fill(table.slots[table.hash(hashes[i])], m_domains[i], static_cast<std::uint32_t>(i + 1));
   }
   return true;
 }
@@ -100,12 +100,12 @@ void FrozenIndexBuilder::fill(FrozenIndex::DomainSlot& slot, const Domain& domai
 // The slots are moved to their places within the table's own memory. Each that comes to its place turns another out,
 // which goes on; several are on their way side by side, so that the processor fetches their places side by side.
 bool FrozenIndexBuilder::place(FrozenIndex::Table<FrozenIndex::NameSlot>& table, Names& names) {
-  if (!table.places.assign(names.hashes)) {
+  if (!table.hash.build(names.hashes)) {
     return false;
   }
   std::vector<FrozenIndex::NameSlot>& slots = table.slots;
   slots.swap(names.slots);
-  slots.resize(table.places.count());
+  slots.resize(table.hash.slotCount());
   std::vector<bool> waits(names.hashes.size(), true);
 
   struct Mover {
@@ -113,7 +113,7 @@ bool FrozenIndexBuilder::place(FrozenIndex::Table<FrozenIndex::NameSlot>& table,
     std::size_t place;
   };
   const auto send = [&](Mover& mover, std::size_t from) {
-    mover.place = table.places(names.hashes[from]);
+    mover.place = table.hash(names.hashes[from]);
     prefetchLine(&slots[mover.place]);
     prefetchLine(mover.place < waits.size() ? &names.hashes[mover.place] : nullptr);
   };
@@ -159,7 +159,7 @@ bool FrozenIndexBuilder::place(FrozenIndex::Table<FrozenIndex::NameSlot>& table,
 }
 
 bool FrozenIndexBuilder::collectNames() {
-  m_names.slots.reserve(PerfectPlaces::countFor(m_nameCount));
+  m_names.slots.reserve(PerfectHash::slotCountFor(m_nameCount));
   m_names.hashes.reserve(m_nameCount);
   m_index->m_anyAtAll = m_belowRoot.anyName;
   m_index->m_hasNamesBelowRoot = !m_belowRoot.names.empty();

@@ -1,4 +1,4 @@
-#include "addressmatch/index/PerfectPlaces.h"
+#include "addressmatch/index/PerfectHash.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@ namespace {
 
 using zaro_addressmatch::HashSeed;
 using zaro_addressmatch::hashText;
-using zaro_addressmatch::PerfectPlaces;
+using zaro_addressmatch::PerfectHash;
 using zaro_addressmatch::processHashSeed;
 
 std::vector<std::uint64_t> randomHashes(std::size_t count) {
@@ -22,47 +22,47 @@ std::vector<std::uint64_t> randomHashes(std::size_t count) {
   return hashes;
 }
 
-TEST(PerfectPlaces, everyKeyHasAPlaceOfItsOwn) {
+TEST(PerfectHash, everyKeyHasAPlaceOfItsOwn) {
   for (const std::size_t count : {0u, 1u, 2u, 3u, 10u, 1000u, 200000u}) {
     const std::vector<std::uint64_t> hashes = randomHashes(count);
-    PerfectPlaces places;
-    ASSERT_TRUE(places.assign(hashes)) << count;
-    EXPECT_EQ(places.count(), PerfectPlaces::countFor(count));
+    PerfectHash hash;
+    ASSERT_TRUE(hash.build(hashes)) << count;
+    EXPECT_EQ(hash.slotCount(), PerfectHash::slotCountFor(count));
     if (count == 200000u) {
-      EXPECT_GT(places.mostTries(), 256u) << "no pilot that does not fit into a byte is tried here";
+      EXPECT_GT(hash.mostTries(), 256u) << "no pilot that does not fit into a byte is tried here";
     }
-    std::vector<bool> taken(places.count());
+    std::vector<bool> taken(hash.slotCount());
     for (const std::uint64_t hash : hashes) {
-      const std::size_t place = places(hash);
-      ASSERT_LT(place, places.count());
+      const std::size_t place = hash(hash);
+      ASSERT_LT(place, hash.slotCount());
       ASSERT_FALSE(taken[place]);
       taken[place] = true;
     }
   }
 }
 
-TEST(PerfectPlaces, otherKeysHaveSomePlace) {
-  PerfectPlaces places;
-  EXPECT_EQ(places(0), 0u);
-  EXPECT_EQ(places(~std::uint64_t{0}), 0u);
-  ASSERT_TRUE(places.assign(randomHashes(1000)));
+TEST(PerfectHash, otherKeysHaveSomePlace) {
+  PerfectHash hash;
+  EXPECT_EQ(hash(0), 0u);
+  EXPECT_EQ(hash(~std::uint64_t{0}), 0u);
+  ASSERT_TRUE(hash.build(randomHashes(1000)));
   for (const std::uint64_t hash : randomHashes(5000)) {
-    ASSERT_LT(places(hash), places.count());
+    ASSERT_LT(hash(hash), hash.slotCount());
   }
 }
 
-TEST(PerfectPlaces, sameHashTwiceHasNoPlaces) {
-  PerfectPlaces places;
-  EXPECT_FALSE(places.assign({1, 2, 1}));
+TEST(PerfectHash, sameHashTwiceHasNoPlaces) {
+  PerfectHash hash;
+  EXPECT_FALSE(hash.build({1, 2, 1}));
 }
 
-TEST(PerfectPlaces, keysThatAreNotScatteredHaveNoPlaces) {
+TEST(PerfectHash, keysThatAreNotScatteredHaveNoPlaces) {
   std::vector<std::uint64_t> hashes = randomHashes(1000);
   for (std::uint64_t& hash : hashes) {
     hash &= 0xFFFFFFFFu;  // all in the first group
   }
-  PerfectPlaces places;
-  EXPECT_FALSE(places.assign(hashes));
+  PerfectHash hash;
+  EXPECT_FALSE(hash.build(hashes));
 }
 
 // Domains that fall together under a seed that is known.
@@ -77,7 +77,7 @@ std::vector<std::string> collidingDomains(const HashSeed& known, std::size_t cou
   return domains;
 }
 
-TEST(PerfectPlaces, domainsThatCollideUnderAnotherSeedAreAsGoodAsAny) {
+TEST(PerfectHash, domainsThatCollideUnderAnotherSeedAreAsGoodAsAny) {
   const HashSeed known = {{1, 2, 3, 4}};
   const auto hashed = [](const HashSeed& seed, const std::vector<std::string>& domains) {
     std::vector<std::uint64_t> hashes;
@@ -87,12 +87,12 @@ TEST(PerfectPlaces, domainsThatCollideUnderAnotherSeedAreAsGoodAsAny) {
     return hashes;
   };
   const std::vector<std::string> domains = collidingDomains(known, 10000);
-  EXPECT_FALSE(PerfectPlaces().assign(hashed(known, domains)));
+  EXPECT_FALSE(PerfectHash().build(hashed(known, domains)));
 
-  PerfectPlaces crafted;
-  ASSERT_TRUE(crafted.assign(hashed(processHashSeed(), domains)));
-  PerfectPlaces any;
-  ASSERT_TRUE(any.assign(randomHashes(domains.size())));
+  PerfectHash crafted;
+  ASSERT_TRUE(crafted.build(hashed(processHashSeed(), domains)));
+  PerfectHash any;
+  ASSERT_TRUE(any.build(randomHashes(domains.size())));
   EXPECT_LT(crafted.mostTries(), 20 * any.mostTries());
 }
 
