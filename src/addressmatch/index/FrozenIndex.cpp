@@ -174,9 +174,9 @@ inline void FrozenIndex::hashPieces(Query& query, NextDot nextDot) const {
 inline void FrozenIndex::prefetchPilots(const Query& query) const {
   m_domains.hash.prefetch(query.domainHash);
   m_names.hash.prefetch(query.fullHash);
-  m_filterOfWildcards.prefetch(query.belowRootHash);
+  m_wildcardFilter.prefetch(query.belowRootHash);
   for (std::size_t i = 0; i != query.suffixCount; ++i) {
-    m_filterOfWildcards.prefetch(query.suffixes[i].hash);
+    m_wildcardFilter.prefetch(query.suffixes[i].hash);
     m_domains.hash.prefetch(query.suffixes[i].hash);
   }
 }
@@ -189,13 +189,13 @@ inline void FrozenIndex::locate(Query& query) const {
   prefetchLine(query.name);
   query.mayBeName = true;
   query.mayBeAtDomain = true;
-  query.mayBeBelowRoot = m_hasNamesBelowRoot && m_filterOfWildcards.mayHave(query.belowRootHash);
+  query.mayBeBelowRoot = m_hasNamesBelowRoot && m_wildcardFilter.mayContain(query.belowRootHash);
   if (query.mayBeBelowRoot) {
     prefetchLine(m_namesBelow.at(query.belowRootHash));
   }
   std::size_t kept = 0;
   for (std::size_t i = 0; i != query.suffixCount; ++i) {
-    if (m_filterOfWildcards.mayHave(query.suffixes[i].hash)) {
+    if (m_wildcardFilter.mayContain(query.suffixes[i].hash)) {
       query.suffixes[kept++] = query.suffixes[i];
       prefetchLine(m_domains.at(query.suffixes[i].hash));
     }
@@ -206,8 +206,8 @@ inline void FrozenIndex::locate(Query& query) const {
 // Drops the domain if it has neither the name nor any name. The filter answers sooner than the places, so that a wrong
 // guess of the processor's at the branches to come costs less. Pays only where addresses come one by one.
 inline void FrozenIndex::dropAbsent(Query& query) const {
-  query.mayBeName = m_filterOfNames.mayHave(query.fullHash);
-  const bool mayBeAnyName = m_filterOfWildcards.mayHave(anyNameHash(query.domainHash));
+  query.mayBeName = m_nameFilter.mayContain(query.fullHash);
+  const bool mayBeAnyName = m_wildcardFilter.mayContain(anyNameHash(query.domainHash));
   query.mayBeAtDomain = query.mayBeName | mayBeAnyName;  // another branch would be guessed wrong half of the time
 }
 
@@ -228,7 +228,7 @@ inline void FrozenIndex::resolve(const Query& query, Matches& out) const {
     }
     if (domain.hasNamesBelow) {
       const std::uint64_t hash = nameHashAt(query.nameHash, suffix.hash);
-      if (m_filterOfWildcards.mayHave(hash)) {
+      if (m_wildcardFilter.mayContain(hash)) {
         takeName(*m_namesBelow.at(hash), query, domain.number, out);
       }
     }

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "KxListedEmailAddress.h"
-#include "addressmatch/index/HashFilter.h"
+#include "addressmatch/index/BloomFilter.h"
 #include "addressmatch/index/PerfectHash.h"
 #include "addressmatch/text/LoweredWords.h"
 #include "addressmatch/text/TextHash.h"
@@ -147,8 +147,8 @@ class FrozenIndex {
   Table<NameSlot> m_names;       // NAME@DOMAIN
   Table<NameSlot> m_namesBelow;  // NAME@*.DOMAIN and NAME@*
   // Apart, since there are far fewer wildcards than names, and nearer caches hold their filter.
-  HashFilter m_filterOfNames;      // NAME@DOMAIN
-  HashFilter m_filterOfWildcards;  // *@DOMAIN, suffixes that have something below, and names there
+  BloomFilter m_nameFilter;      // NAME@DOMAIN
+  BloomFilter m_wildcardFilter;  // *@DOMAIN, suffixes that have something below, and names there
   // A bit for each number of labels that such a suffix has, from 1 on.
   std::uint64_t m_belowDepths = 0;
   // Below the root: NAME@* and *@*.

@@ -59,8 +59,8 @@ std::unique_ptr<const FrozenIndex> FrozenIndexBuilder::build() {
 }
 
 void FrozenIndexBuilder::makeFilters() {
-  m_index->m_filterOfNames.resize(m_nameCount);
-  m_index->m_filterOfWildcards.resize(m_anyNameCount + m_belowCount + m_nameBelowCount);
+  m_index->m_nameFilter.resize(m_nameCount);
+  m_index->m_wildcardFilter.resize(m_anyNameCount + m_belowCount + m_nameBelowCount);
 }
 
 bool FrozenIndexBuilder::placeDomains() {
@@ -169,10 +169,10 @@ bool FrozenIndexBuilder::collectNames() {
     const Domain& domain = m_domains[i];
     const auto number = static_cast<std::uint32_t>(i + 1);
     if (domain.hasBelow) {
-      m_index->m_filterOfWildcards.add(domain.hash);
+      m_index->m_wildcardFilter.add(domain.hash);
     }
     if (domain.at.anyName != nullptr) {
-      m_index->m_filterOfWildcards.add(FrozenIndex::anyNameHash(domain.hash));
+      m_index->m_wildcardFilter.add(FrozenIndex::anyNameHash(domain.hash));
     }
     takeNames(domain.at, domain.hash, number, false);
     takeNames(domain.below, domain.hash, number, true);
@@ -220,8 +220,8 @@ void FrozenIndexBuilder::flushNames() {
   m_waiting.clear();
 }
 
-HashFilter& FrozenIndexBuilder::filterOf(const Name& name) const {
-  return name.below ? m_index->m_filterOfWildcards : m_index->m_filterOfNames;
+BloomFilter& FrozenIndexBuilder::filterOf(const Name& name) const {
+  return name.below ? m_index->m_wildcardFilter : m_index->m_nameFilter;
 }
 
 void FrozenIndexBuilder::addName(const Name& name) {

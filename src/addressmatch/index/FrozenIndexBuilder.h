@@ -70,7 +70,7 @@ class FrozenIndexBuilder {
   void prefetchNames(std::size_t next) const;
   void takeNames(const LevelLeaves& leaves, std::uint64_t domainHash, std::uint32_t number, bool below);
   void flushNames();
-  HashFilter& filterOf(const Name& name) const;
+  BloomFilter& filterOf(const Name& name) const;
   void addName(const Name& name);
   static bool place(FrozenIndex::Table<FrozenIndex::NameSlot>& table, Names& names);
 

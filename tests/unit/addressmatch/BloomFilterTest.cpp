@@ -1,4 +1,4 @@
-#include "addressmatch/index/HashFilter.h"
+#include "addressmatch/index/BloomFilter.h"
 
 #include <gtest/gtest.h>
 
@@ -6,23 +6,23 @@
 
 namespace {
 
-using zaro_addressmatch::HashFilter;
+using zaro_addressmatch::BloomFilter;
 
-TEST(HashFilter, hasNothingAtFirst) {
+TEST(BloomFilter, hasNothingAtFirst) {
   std::mt19937_64 random;
-  const HashFilter empty;
-  HashFilter sized;
+  const BloomFilter empty;
+  BloomFilter sized;
   sized.resize(10);
   for (int i = 0; i != 1000; ++i) {
-    ASSERT_FALSE(empty.mayHave(random()));
-    ASSERT_FALSE(sized.mayHave(random()));
+    ASSERT_FALSE(empty.mayContain(random()));
+    ASSERT_FALSE(sized.mayContain(random()));
   }
 }
 
-TEST(HashFilter, hasAllThatWasAddedAndLittleElse) {
+TEST(BloomFilter, hasAllThatWasAddedAndLittleElse) {
   constexpr int kOthers = 100000;
   for (const int count : {1, 10, 1000, 200000}) {
-    HashFilter filter;
+    BloomFilter filter;
     filter.resize(static_cast<std::size_t>(count));
     std::mt19937_64 random(1);
     for (int i = 0; i != count; ++i) {
@@ -30,13 +30,13 @@ TEST(HashFilter, hasAllThatWasAddedAndLittleElse) {
     }
     int passed = 0;
     for (int i = 0; i != kOthers; ++i) {
-      passed += filter.mayHave(random()) ? 1 : 0;
+      passed += filter.mayContain(random()) ? 1 : 0;
     }
     EXPECT_LT(passed, kOthers / 10) << count;
 
     random.seed(1);
     for (int i = 0; i != count; ++i) {
-      ASSERT_TRUE(filter.mayHave(random())) << i << " of " << count;
+      ASSERT_TRUE(filter.mayContain(random())) << i << " of " << count;
     }
   }
 }
