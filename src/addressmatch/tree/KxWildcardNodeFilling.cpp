@@ -470,8 +470,8 @@ KxListedEmailAddress* KxWildcardNode::leafOf(KxWildcardNode& level, const KxStri
     }
   }
   prefetchLine(level._leaves.data() + level._leaves.size());
-  auto* leaf = new (_tree->leafRoom.take()) KxListedEmailAddress(*_stringtable, *fullAddress.entry, *name.entry,
-                                                                 isConcrete ? pattern.domain.key.labelCount() : 0);
+  auto* leaf = new (_tree->leafArena.allocate()) KxListedEmailAddress(*_stringtable, *fullAddress.entry, *name.entry,
+                                                                      isConcrete ? pattern.domain.key.labelCount() : 0);
   if (!level.takeLeaf(leaf)) {
     destroyLeaf(leaf);
     return nullptr;

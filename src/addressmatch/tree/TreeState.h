@@ -5,7 +5,7 @@
 
 #include "KxWildcardNode.h"
 #include "addressmatch/index/FrozenIndex.h"
-#include "addressmatch/leaf/LeafRoom.h"
+#include "addressmatch/leaf/LeafArena.h"
 #include "addressmatch/tree/KnownDomains.h"
 
 namespace zaro_addressmatch {
@@ -50,7 +50,7 @@ struct TreeState {
   // key is among the domains, and the address of a leaf there is its local part at that domain.
   bool hasOnlyPatterns = true;
   KnownDomains domains;  // of no use after the freeze
-  LeafRoom leafRoom;
+  LeafArena leafArena;
   std::unique_ptr<const FrozenIndex> index;
 };
 

@@ -1,4 +1,10 @@
-// Where a tree that is being filled keeps its leaves: side by side, each in one cache line.
+// Arena of a tree's leaves: they lie side by side, each in one cache line, and their memory goes all at once.
+//
+// Hanson, "Fast Allocation and Deallocation of Memory Based on Object Lifetimes", Software: Practice and Experience 1990.
+//
+//   invariant   a leaf stays where it is; a cache line holds one leaf (64 bit) or two (32 bit)
+//   cost        a leaf takes a pointer increment, and one allocation for 256 of them
+//   memory      64 bytes a leaf (32 bit: 32); blocks grow from 4 leaves to 256, so that small trees stay small
 #pragma once
 
 #include <algorithm>
@@ -11,23 +17,23 @@
 
 namespace zaro_addressmatch {
 
-// Goes with its tree; the leaves have to be destroyed before.
-class LeafRoom {
+// The tree destroys its leaves before it destroys their arena.
+class LeafArena {
  public:
-  // Memory for one leaf. Throws std::bad_alloc, everything then as it was.
-  void* take() {
+  // Returns memory for one leaf. Throws std::bad_alloc (strong guarantee).
+  void* allocate() {
     if (m_left == 0) {
       addBlock();
     }
-    void* const room = m_next;
+    void* const memory = m_next;
     m_next += kLeaf;
     --m_left;
-    return room;
+    return memory;
   }
 
  private:
   static constexpr std::size_t kLeaf = sizeof(void*) == 8 ? 64 : 32;
-  static_assert(sizeof(KxListedEmailAddress) <= kLeaf, "a leaf has room");
+  static_assert(sizeof(KxListedEmailAddress) <= kLeaf, "a leaf fits");
 
   void addBlock() {
     constexpr std::size_t kFirst = 4;
@@ -43,7 +49,7 @@ class LeafRoom {
 
   std::vector<std::unique_ptr<unsigned char[]>> m_blocks;
   std::size_t m_count = 0;  // leaves of the last block
-  std::size_t m_left = 0;   // and its free places
+  std::size_t m_left = 0;   // of them free
   unsigned char* m_next = nullptr;
 };
 
