@@ -51,12 +51,12 @@ InternedTexts::Found InternedTexts::findOrAdd(const TextKey& key) {
     ++part->used;
     return {&entryAt(position), true, lacksText};
   };
-  TextBlocks::Position position = 0;
-  if (m_entries.size() >= kFew && withinMemory([&] { position = m_blocks.add(key.text, key.size); })) {
-    ++m_inBlocks;
-    return taken(position | kInBlocks, false);
+  TextArena::Position position = 0;
+  if (m_entries.size() >= kFew && withinMemory([&] { position = m_arena.add(key.text, key.size); })) {
+    ++m_inArena;
+    return taken(position | kInArena, false);
   }
-  if (m_entries.size() >= kInBlocks - 1) {
+  if (m_entries.size() >= kInArena - 1) {
     throw std::bad_alloc();
   }
   m_borrowed.reserve(m_borrowed.size() + 1);
@@ -156,7 +156,7 @@ bool InternedTexts::rank(unsigned int limit) {
   std::vector<Item> items;
   items.reserve(size());
   forEachOfTable([&](KxIndexedString& entry) { items.push_back({orderingWord(textOf(entry)), &entry}); });
-  m_blocks.forEach([&items](KxIndexedString& entry, const char* text) {
+  m_arena.forEach([&items](KxIndexedString& entry, const char* text) {
     items.push_back({orderingWord(load8(text)), &entry});
   });
   sortByKeyAndText(items.data(), items.data() + items.size(), textOf, 0);

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "KxStringtable.h"
-#include "addressmatch/intern/TextBlocks.h"
+#include "addressmatch/intern/TextArena.h"
 #include "addressmatch/text/Prefetch.h"
 #include "addressmatch/text/TextHash.h"
 
@@ -34,7 +34,7 @@ class InternedTexts {
   }
   TextKey keyOf(const char* text) const { return keyOf(text, std::strlen(text)); }
 
-  std::size_t size() const { return m_inBlocks + m_entries.size() - m_removed; }
+  std::size_t size() const { return m_inArena + m_entries.size() - m_removed; }
 
   // The entry of a text, or null.
   KxIndexedString* find(const TextKey& key) const;
@@ -68,7 +68,7 @@ class InternedTexts {
   template <typename Visit>
   void forEach(Visit visit) {
     forEachOfTable(visit);
-    m_blocks.forEach([&visit](KxIndexedString& entry, const char* /*text*/) { visit(entry); });
+    m_arena.forEach([&visit](KxIndexedString& entry, const char* /*text*/) { visit(entry); });
   }
 
   // Gives the entries their ranks in text order, as `assignRanks` does. Throws std::bad_alloc, everything then as it was.
@@ -83,7 +83,7 @@ class InternedTexts {
   // So many entries leave their texts to the table.
   static constexpr std::size_t kFew = 1024;
   // What a position in the blocks has beside it.
-  static constexpr std::uint32_t kInBlocks = TextBlocks::kPositions;
+  static constexpr std::uint32_t kInArena = TextArena::kPositions;
 
   // A place follows from the tag alone, so that slots can be moved without a look at the texts.
   struct Slot {
@@ -107,8 +107,8 @@ class InternedTexts {
   }
   KxIndexedString& entryAt(std::uint32_t position) const {
     // What the table hands out is not to be changed by others, but it is not constant.
-    return (position & kInBlocks) != 0 ? m_blocks.at(position ^ kInBlocks)
-                                       : const_cast<KxIndexedString&>(m_entries[position - 1]);
+    return (position & kInArena) != 0 ? m_arena.at(position ^ kInArena)
+                                      : const_cast<KxIndexedString&>(m_entries[position - 1]);
   }
   // The place of a text, or the free one where the search for it ends; not all of the part's places are taken.
   std::size_t search(const Part& part, const TextKey& key) const;
@@ -122,8 +122,8 @@ class InternedTexts {
   HashSeed m_seed = processHashSeed();
   std::deque<KxIndexedString> m_entries;  // those that were taken out have the text kTakenOut itself
   std::size_t m_removed = 0;
-  TextBlocks m_blocks;
-  std::size_t m_inBlocks = 0;
+  TextArena m_arena;
+  std::size_t m_inArena = 0;
   std::vector<const KxIndexedString*> m_borrowed;
   unsigned int m_partBits = 0;
   std::vector<Part> m_parts = std::vector<Part>(1);  // as many as the bits tell
