@@ -7,7 +7,7 @@
 #include "addressmatch/intern/InternedTexts.h"
 #include "addressmatch/text/AddressText.h"
 #include "addressmatch/text/LoweredText.h"
-#include "addressmatch/tree/KnownDomains.h"
+#include "addressmatch/tree/DomainMap.h"
 
 namespace zaro_addressmatch {
 

@@ -273,7 +273,7 @@ KxWildcardNode* KxWildcardNode::childOf(const DomainKey& domain, const char* lab
   if (!domain.isThere()) {
     return childFor(KxIndexedString(label));
   }
-  KnownDomains& known = _tree->domains;
+  DomainMap& known = _tree->domains;
   KxWildcardNode* child = known.find(domain);
   if (child == nullptr) {
     known.makeRoom();

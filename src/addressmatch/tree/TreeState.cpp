@@ -10,7 +10,7 @@ void TreeState::freeze() {
     return;
   }
   isFrozen = true;
-  domains = KnownDomains();
+  domains = DomainMap();
   const KxStringtable* table = root->_stringtable;
   const bool isOrdinary = isExactly<KxWildcardRootNode>(*root);
   if (!needsWalk && isOrdinary && table != nullptr && table->isLocked() && !table->_hasForeignHolders) {

@@ -6,7 +6,7 @@
 #include "KxWildcardNode.h"
 #include "addressmatch/index/FrozenIndex.h"
 #include "addressmatch/leaf/LeafArena.h"
-#include "addressmatch/tree/KnownDomains.h"
+#include "addressmatch/tree/DomainMap.h"
 
 namespace zaro_addressmatch {
 
@@ -49,7 +49,7 @@ struct TreeState {
   // Whether nothing came in while filling but whole patterns other than bare texts. Then every level whose domain has a
   // key is among the domains, and the address of a leaf there is its local part at that domain.
   bool hasOnlyPatterns = true;
-  KnownDomains domains;  // of no use after the freeze
+  DomainMap domains;  // of no use after the freeze
   LeafArena leafArena;
   std::unique_ptr<const FrozenIndex> index;
 };

@@ -40,11 +40,11 @@ class DomainKey {
   }
 
  private:
-  friend class KnownDomains;
+  friend class DomainMap;
   std::array<std::uint64_t, 3> m_words;  // zeros behind the text
 };
 
-class KnownDomains {
+class DomainMap {
  public:
   // Has the processor fetch what `find` begins with.
   void prefetch(const DomainKey& key) const {
