@@ -13,7 +13,7 @@
 #include "KxListedEmailAddress.h"
 #include "addressmatch/index/BloomFilter.h"
 #include "addressmatch/index/PerfectHash.h"
-#include "addressmatch/text/LoweredWords.h"
+#include "addressmatch/text/Swar.h"
 #include "addressmatch/text/TextHash.h"
 
 namespace zaro_addressmatch {

@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "KxStringtable.h"
-#include "addressmatch/text/LoweredWords.h"
+#include "addressmatch/text/Swar.h"
 
 namespace zaro_addressmatch {
 

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "addressmatch/text/LoweredWords.h"
+#include "addressmatch/text/Swar.h"
 
 namespace zaro_addressmatch {
 

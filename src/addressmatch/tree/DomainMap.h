@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "KxWildcardNode.h"
-#include "addressmatch/text/LoweredWords.h"
 #include "addressmatch/text/Prefetch.h"
+#include "addressmatch/text/Swar.h"
 #include "addressmatch/text/TextHash.h"
 
 namespace zaro_addressmatch {

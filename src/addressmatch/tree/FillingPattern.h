@@ -6,14 +6,14 @@
 
 #include "addressmatch/intern/InternedTexts.h"
 #include "addressmatch/text/AddressText.h"
-#include "addressmatch/text/LoweredText.h"
+#include "addressmatch/text/LowerCaseText.h"
 #include "addressmatch/tree/DomainMap.h"
 
 namespace zaro_addressmatch {
 
 // The domain of a pattern: all of the text from a byte on.
 struct PatternDomain {
-  PatternDomain(const LoweredText& ofPattern, std::size_t from) : pattern(ofPattern), begin(from) {
+  PatternDomain(const LowerCaseText& ofPattern, std::size_t from) : pattern(ofPattern), begin(from) {
     const char* domain = pattern.get() + from;
     const std::size_t concrete = domain[0] == '*' && domain[1] == '.' ? from + 2 : from;
     if (std::memchr(pattern.get() + concrete, '*', pattern.size() - concrete) == nullptr) {
@@ -28,7 +28,7 @@ struct PatternDomain {
   // Of the labels that begin at a byte of the text, none of which is a wildcard.
   DomainKey keyFrom(std::size_t byte) const { return {pattern.words(), begin + byte, pattern.size() - begin - byte}; }
 
-  const LoweredText& pattern;
+  const LowerCaseText& pattern;
   std::size_t begin;
   DomainKey key;                    // none for a domain that is too long, or has another wildcard
   bool isBelow = false;             // the level is the wildcard's below the key's
@@ -47,7 +47,7 @@ struct FillingPattern {
 
   bool isAnyName() const { return !isBare && nameSize == 1 && text.get()[0] == '*'; }
 
-  LoweredText text;
+  LowerCaseText text;
   char* at;     // null for a text without one
   bool isBare;  // such a text, but for "*"
   std::size_t nameSize;

@@ -9,7 +9,7 @@
 #include "addressmatch/intern/Handles.h"
 #include "addressmatch/intern/LibraryLifetime.h"
 #include "addressmatch/intern/ParsedAddress.h"
-#include "addressmatch/text/LoweredText.h"
+#include "addressmatch/text/LowerCaseText.h"
 #include "addressmatch/text/Memory.h"
 #include "addressmatch/text/Prefetch.h"
 #include "addressmatch/tree/Descent.h"
@@ -225,7 +225,7 @@ void KxWildcardNode::walk(const char* address, std::vector<KxListedEmailAddress*
   if (address == nullptr || isGone(_stringtable)) {
     return;
   }
-  LoweredText text(address);
+  LowerCaseText text(address);
   ParsedAddress parsed(_stringtable, text.get());
   if (!parsed.isComplete()) {
     throw std::bad_alloc();

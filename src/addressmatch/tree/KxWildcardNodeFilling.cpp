@@ -12,7 +12,7 @@
 #include "addressmatch/intern/LibraryLifetime.h"
 #include "addressmatch/intern/ParsedAddress.h"
 #include "addressmatch/text/AddressText.h"
-#include "addressmatch/text/LoweredText.h"
+#include "addressmatch/text/LowerCaseText.h"
 #include "addressmatch/text/Memory.h"
 #include "addressmatch/text/Prefetch.h"
 #include "addressmatch/tree/Descent.h"
@@ -125,7 +125,7 @@ bool KxWildcardNode::addAddressPattern(const char* address, KxEmailBelongsTo kin
       added = add(pattern, kind, annotation, owner);
       return;
     }
-    LoweredText text(address);
+    LowerCaseText text(address);
     const KxIndexedString fullAddress(text.get());
     ParsedAddress parsed(_stringtable, text.get());
     added = parsed.isComplete() &&
@@ -181,7 +181,7 @@ void KxWildcardNode::prepare(FillingPattern& pattern) {
     return;
   }
   const InternedTexts& entries = _stringtable->ownEntries();
-  const LoweredText& text = pattern.text;
+  const LowerCaseText& text = pattern.text;
   pattern.fullAddress = entries.keyOf(text.get(), text.size(), text.words());
   entries.prefetch(pattern.fullAddress);
   if (!pattern.isBare && !pattern.isAnyName()) {
@@ -253,7 +253,7 @@ KxWildcardNode* KxWildcardNode::levelOf(const PatternDomain& domain) {
 
 // The level that the domain's key tells, or of all of a domain without a key; by a walk.
 KxWildcardNode* KxWildcardNode::levelBelow(const PatternDomain& domain) {
-  LoweredText pieces(domain.text());
+  LowerCaseText pieces(domain.text());
   KxWildcardNode* node = this;
   for (char* end = pieces.get() + pieces.size(); node != nullptr;) {
     const char* label = cutLastLabel(pieces.get(), end);

@@ -4,22 +4,22 @@
 #include <cstring>
 #include <memory>
 
-#include "addressmatch/text/LoweredWords.h"
+#include "addressmatch/text/Swar.h"
 
 namespace zaro_addressmatch {
 
 // Beside the stack if the text is long. Making one throws std::bad_alloc.
-class LoweredText {
+class LowerCaseText {
  public:
-  explicit LoweredText(const char* text) : m_words(m_room), m_size(std::strlen(text)) {
+  explicit LowerCaseText(const char* text) : m_words(m_room), m_size(std::strlen(text)) {
     if (m_size > kShort) {
       m_long.reset(new std::uint64_t[wordsFor(m_size)]);
       m_words = m_long.get();
     }
     lower(text, m_size, m_words);
   }
-  LoweredText(const LoweredText&) = delete;
-  LoweredText& operator=(const LoweredText&) = delete;
+  LowerCaseText(const LowerCaseText&) = delete;
+  LowerCaseText& operator=(const LowerCaseText&) = delete;
 
   char* get() { return reinterpret_cast<char*>(m_words); }
   const char* get() const { return reinterpret_cast<const char*>(m_words); }

@@ -1,5 +1,13 @@
-// Texts in lower case, eight characters at a time. (Writing sixteen at once is slower: what follows reads words that
-// are then still on their way to memory.)
+// SWAR (SIMD within a register): texts in lower case, searched and cut eight characters at a time.
+//
+// Lamport, "Multiple Byte Processing with Full-Word Instructions", CACM 1975; Warren, "Hacker's Delight", 2002. Only the
+// letters A to Z have a case, as RFC 4343, "Domain Name System (DNS) Case Insensitivity Clarification", 2006, has it.
+//
+//   invariant   a text in words ends with at least one zero byte, and `kPadding` zero bytes follow its last word, so that
+//               whole words can be read from any byte of the text; nothing outside the source text is ever read
+//   cost        some ten instructions for eight characters; no branch depends on a character
+//
+// Writing sixteen bytes at once is slower: the reads that follow would have to wait for the write to reach memory.
 #pragma once
 
 #include <cstddef>

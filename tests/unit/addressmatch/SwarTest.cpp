@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "addressmatch/text/LoweredWords.h"
+#include "addressmatch/text/Swar.h"
 #include "addressmatch/text/TextHash.h"
 #include "addressmatch/text/TextOrder.h"
 
@@ -33,7 +33,7 @@ std::unique_ptr<char[]> exactCopy(const std::string& text) {
   return copy;
 }
 
-TEST(LoweredWords, onlyCapitalsOfAsciiChange) {
+TEST(Swar, onlyCapitalsOfAsciiChange) {
   std::mt19937 random(1);
   for (int i = 0; i < 5000; ++i) {
     const std::string text = randomText(random, static_cast<std::size_t>(i) % 150);
@@ -51,7 +51,7 @@ TEST(LoweredWords, onlyCapitalsOfAsciiChange) {
   }
 }
 
-TEST(LoweredWords, marksTellEveryAtAndDot) {
+TEST(Swar, marksTellEveryAtAndDot) {
   std::mt19937 random(2);
   for (int i = 0; i < 5000; ++i) {
     const std::string text = randomText(random, static_cast<std::size_t>(i) % 64);
