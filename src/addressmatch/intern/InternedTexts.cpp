@@ -7,7 +7,7 @@
 #include "addressmatch/intern/Ranks.h"
 #include "addressmatch/text/Memory.h"
 #include "addressmatch/text/Prefetch.h"
-#include "addressmatch/text/TextOrder.h"
+#include "addressmatch/text/RadixSort.h"
 
 namespace zaro_addressmatch {
 

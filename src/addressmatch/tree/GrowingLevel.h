@@ -16,8 +16,8 @@
 #include "KxStringtable.h"
 #include "addressmatch/text/Memory.h"
 #include "addressmatch/text/Prefetch.h"
+#include "addressmatch/text/RadixSort.h"
 #include "addressmatch/text/TextHash.h"
-#include "addressmatch/text/TextOrder.h"
 
 namespace zaro_addressmatch {
 

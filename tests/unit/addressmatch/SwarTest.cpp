@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "addressmatch/text/RadixSort.h"
 #include "addressmatch/text/Swar.h"
 #include "addressmatch/text/TextHash.h"
-#include "addressmatch/text/TextOrder.h"
 
 namespace {
 
@@ -95,7 +95,7 @@ TEST(TextHash, placesAreSpreadOverAllOfThem) {
   EXPECT_EQ(placeOf(std::uint64_t{1} << 63, 10), 5u);
 }
 
-TEST(TextOrder, isThatOfTheBytes) {
+TEST(RadixSort, isThatOfTheBytes) {
   std::mt19937 random(3);
   const std::string common(200, 'x');
   std::set<std::string> wanted;

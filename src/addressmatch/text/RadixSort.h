@@ -1,4 +1,11 @@
-// Sorting many texts: by eight bytes at a time, since comparing two texts means fetching both.
+// In-place radix sort of texts, eight bytes at a time, from the most significant byte on (American flag sort).
+//
+// McIlroy, Bostic, McIlroy, "Engineering Radix Sort", Computing Systems 1993. The key of an item holds the next eight bytes
+// of its text, so that most comparisons need no look at the text, which would be a cache miss.
+//
+//   invariant   items with different keys are in the order of their texts; those with equal keys are sorted by what follows
+//   cost        one pass over the items for each byte that tells them apart; std::sort where few are left
+//   memory      16 bytes an item, which the caller holds, and a fixed depth of calls: whole texts are compared beyond it
 #pragma once
 
 #include <algorithm>
@@ -26,15 +33,15 @@ inline std::uint64_t orderingWord(const char* text) {
   return word;
 }
 
-// What is sorted, and by what. The key is for the use of the sorting.
+// An item to sort. The sort overwrites the key.
 template <typename Owner>
 struct Keyed {
   std::uint64_t key;
   Owner* owner;
 };
 
-// Sorts by key, in place. By the key's bytes from the highest on, which foresees nothing and so is never wrong about
-// it; `byte` is the one to begin with.
+// Sorts by key, in place, byte by byte from byte number `byte` on, the highest being number 8. No data-dependent
+// branches, so none are mispredicted.
 template <typename Item>
 void sortByKey(Item* first, Item* last, unsigned int byte = sizeof(std::uint64_t)) {
   constexpr std::ptrdiff_t kMany = 512;
@@ -56,7 +63,7 @@ void sortByKey(Item* first, Item* last, unsigned int byte = sizeof(std::uint64_t
     place += counts[value];
     ends[value] = place;
   }
-  // Each item goes to the head of its part, and what stood there goes on.
+  // Each item goes to the head of its bucket, and the item that stood there goes on to its own.
   for (std::size_t value = 0; value != kDigits; ++value) {
     while (heads[value] != ends[value]) {
       Item item = *heads[value];
