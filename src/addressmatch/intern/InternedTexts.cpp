@@ -13,42 +13,41 @@ namespace zaro_addressmatch {
 
 KxIndexedString* InternedTexts::find(const TextKey& key) const {
   const Part& part = m_parts[partOf(key.tag)];
-  const Slot* slot = part.used != 0 ? part.slots.data() + search(part, key) : nullptr;
-  return slot != nullptr && slot->position != 0 ? &entryAt(slot->position) : nullptr;
+  if (part.used() == 0) {
+    return nullptr;
+  }
+  const Slot& slot = part[search(part, key)];
+  return slot.isFree() ? nullptr : &entryAt(slot.position);
 }
 
 std::size_t InternedTexts::search(const Part& part, const TextKey& key) const {
-  std::size_t place = part.homeOf(key.tag, m_partBits);
-  for (; part.slots[place].position != 0; place = part.next(place)) {
-    if (part.slots[place].tag == key.tag) {
-      const KxIndexedString& entry = entryAt(part.slots[place].position);
-      const char* text = entry.getString() != nullptr ? entry.getString() : "";
-      if (std::strncmp(text, key.text, key.size) == 0 && text[key.size] == '\0') {
-        break;
-      }
+  return part.search(homeOf(key.tag, m_partBits, part.slotCount()), [this, &key](const Slot& slot) {
+    if (slot.tag != key.tag) {
+      return false;
     }
-  }
-  return place;
+    const KxIndexedString& entry = entryAt(slot.position);
+    const char* text = entry.getString() != nullptr ? entry.getString() : "";
+    return std::strncmp(text, key.text, key.size) == 0 && text[key.size] == '\0';
+  });
 }
 
 InternedTexts::Found InternedTexts::findOrAdd(const TextKey& key) {
   Part* part = &m_parts[partOf(key.tag)];
   std::size_t place = 0;
   // Looked for first: what is there is found whether or not memory suffices for more.
-  if (!part->slots.empty()) {
+  if (part->slotCount() != 0) {
     place = search(*part, key);
-    if (part->slots[place].position != 0) {
-      return {&entryAt(part->slots[place].position), false, false};
+    if (!(*part)[place].isFree()) {
+      return {&entryAt((*part)[place].position), false, false};
     }
   }
-  if (lacksRoom(*part)) {
-    makeRoom(key.tag);
+  if (isFull(*part)) {
+    reserveOne(key.tag);
     part = &m_parts[partOf(key.tag)];
     place = search(*part, key);
   }
   const auto taken = [&](std::uint32_t position, bool lacksText) -> Found {
-    part->slots[place] = {position, key.tag};
-    ++part->used;
+    part->put(place, {position, key.tag});
     return {&entryAt(position), true, lacksText};
   };
   TextArena::Position position = 0;
@@ -64,35 +63,33 @@ InternedTexts::Found InternedTexts::findOrAdd(const TextKey& key) {
   return taken(static_cast<std::uint32_t>(m_entries.size()), true);
 }
 
-bool InternedTexts::lacksRoom(const Part& part) const {
-  return (m_partBits == 0 && part.used == kBigWhole) || (part.used + 1) * 100 > part.slots.size() * kFullPercent;
+bool InternedTexts::isFull(const Part& part) const {
+  return (m_partBits == 0 && part.used() == kBigWhole) || part.isFullAt(kLoadPercent);
 }
 
-void InternedTexts::makeRoom(std::uint32_t tag) {
-  if (m_partBits == 0 && m_parts[0].used == kBigWhole) {
+void InternedTexts::reserveOne(std::uint32_t tag) {
+  if (m_partBits == 0 && m_parts[0].used() == kBigWhole) {
     split();
   }
   Part& part = m_parts[partOf(tag)];
-  if (lacksRoom(part)) {
-    constexpr std::size_t kFirstSlots = 32;
-    resize(part, std::max(kFirstSlots, part.slots.size() * 2), m_partBits);
+  if (isFull(part)) {
+    part.resize(std::max(kFirstSlots, part.slotCount() * 2), home(m_partBits));
   }
 }
 
 void InternedTexts::split() {
   constexpr unsigned int kPartBits = 9;
-  constexpr std::size_t kFirstSlots = 32;
   std::vector<Part> parts(std::size_t{1} << kPartBits);
   for (Part& part : parts) {
-    part.slots.resize(kFirstSlots);
+    part.resize(kFirstSlots, home(kPartBits));
   }
   parts.swap(m_parts);
   m_partBits = kPartBits;
   try {
-    for (const Slot& slot : parts[0].slots) {
-      if (slot.position != 0) {
-        makeRoom(slot.tag);
-        take(m_parts[partOf(slot.tag)], slot, m_partBits);
+    for (const Slot& slot : parts[0]) {
+      if (!slot.isFree()) {
+        reserveOne(slot.tag);
+        m_parts[partOf(slot.tag)].add(slot, home(m_partBits));
       }
     }
   } catch (...) {
@@ -102,45 +99,12 @@ void InternedTexts::split() {
   }
 }
 
-void InternedTexts::resize(Part& part, std::size_t slots, unsigned int partBits) {
-  Part other;
-  other.slots.resize(slots);
-  for (const Slot& slot : part.slots) {
-    if (slot.position != 0) {
-      take(other, slot, partBits);
-    }
-  }
-  part = std::move(other);
-}
-
-void InternedTexts::take(Part& part, const Slot& slot, unsigned int partBits) {
-  std::size_t place = part.homeOf(slot.tag, partBits);
-  while (part.slots[place].position != 0) {
-    place = part.next(place);
-  }
-  part.slots[place] = slot;
-  ++part.used;
-}
-
 void InternedTexts::remove(KxIndexedString* entry) {
   const std::uint32_t tag = keyOf(entry->getString()).tag;
   Part& part = m_parts[partOf(tag)];
-  std::size_t gap = part.homeOf(tag, m_partBits);
-  while (part.slots[gap].position == 0 || &entryAt(part.slots[gap].position) != entry) {
-    gap = part.next(gap);
-  }
-  // Whatever the gap would hide from a search moves into it.
-  const auto distance = [&part](std::size_t from, std::size_t to) {
-    return to >= from ? to - from : to + part.slots.size() - from;
-  };
-  for (std::size_t place = part.next(gap); part.slots[place].position != 0; place = part.next(place)) {
-    if (distance(part.homeOf(part.slots[place].tag, m_partBits), place) >= distance(gap, place)) {
-      part.slots[gap] = part.slots[place];
-      gap = place;
-    }
-  }
-  part.slots[gap] = Slot();
-  --part.used;
+  const std::size_t slot = part.search(homeOf(tag, m_partBits, part.slotCount()),
+                                       [this, entry](const Slot& one) { return &entryAt(one.position) == entry; });
+  part.remove(slot, home(m_partBits));
   m_borrowed.erase(std::remove(m_borrowed.begin(), m_borrowed.end(), entry), m_borrowed.end());
   *entry = KxIndexedString(kTakenOut);
   ++m_removed;

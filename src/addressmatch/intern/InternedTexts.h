@@ -9,6 +9,7 @@
 #include "KxStringtable.h"
 #include "addressmatch/intern/TextArena.h"
 #include "addressmatch/text/Prefetch.h"
+#include "addressmatch/text/ProbingTable.h"
 #include "addressmatch/text/TextHash.h"
 
 namespace zaro_addressmatch {
@@ -40,7 +41,7 @@ class InternedTexts {
   KxIndexedString* find(const TextKey& key) const;
   void prefetch(const TextKey& key) const {
     const Part& part = m_parts[partOf(key.tag)];
-    prefetchLine(part.slots.data() + part.homeOf(key.tag, m_partBits));
+    prefetchLine(part.data() + homeOf(key.tag, m_partBits, part.slotCount()));
   }
   struct Found {
     KxIndexedString* entry;
@@ -76,7 +77,8 @@ class InternedTexts {
 
  private:
   static constexpr char kTakenOut[] = "";
-  static constexpr std::size_t kFullPercent = 80;
+  static constexpr std::size_t kLoadPercent = 80;
+  static constexpr std::size_t kFirstSlots = 32;
   // From so many on in one part it is split into many.
   static constexpr std::size_t kBigWhole = 32768;
 
@@ -85,39 +87,37 @@ class InternedTexts {
   // What a position in the blocks has beside it.
   static constexpr std::uint32_t kInArena = TextArena::kPositions;
 
-  // A place follows from the tag alone, so that slots can be moved without a look at the texts.
+  // A home follows from the tag alone, so that slots can be moved without a look at the texts.
   struct Slot {
-    std::uint32_t position;  // of the entry, from 1 on or in the blocks; 0: free
+    std::uint32_t position;  // of the entry, from 1 on or in the arena; 0: free
     std::uint32_t tag;
+    bool isFree() const { return position == 0; }
   };
-  // A part of the slots. Many small parts grow by turns, and what one leaves another takes; a big whole would have the
-  // system find new memory each time.
-  struct Part {
-    std::vector<Slot> slots;
-    std::size_t used = 0;
-
-    std::size_t homeOf(std::uint32_t tag, unsigned int partBits) const {
-      return static_cast<std::size_t>(std::uint64_t{tag << partBits} * slots.size() >> 32);
-    }
-    std::size_t next(std::size_t place) const { return place + 1 != slots.size() ? place + 1 : 0; }
-  };
+  // One of the tables that the texts are divided among by the highest bits of their tags. Many small tables grow by
+  // turns, and one takes the memory that another gave up; a single big one would need fresh memory each time.
+  using Part = ProbingTable<Slot>;
 
   std::size_t partOf(std::uint32_t tag) const {
     return static_cast<std::size_t>(std::uint64_t{tag} << m_partBits >> 32);
+  }
+  static std::size_t homeOf(std::uint32_t tag, unsigned int partBits, std::size_t slotCount) {
+    return static_cast<std::size_t>(std::uint64_t{tag << partBits} * slotCount >> 32);
+  }
+  // The home of a slot's text, for the table.
+  static auto home(unsigned int partBits) {
+    return [partBits](const Slot& slot, std::size_t slotCount) { return homeOf(slot.tag, partBits, slotCount); };
   }
   KxIndexedString& entryAt(std::uint32_t position) const {
     // What the table hands out is not to be changed by others, but it is not constant.
     return (position & kInArena) != 0 ? m_arena.at(position ^ kInArena)
                                       : const_cast<KxIndexedString&>(m_entries[position - 1]);
   }
-  // The place of a text, or the free one where the search for it ends; not all of the part's places are taken.
+  // The slot of a text, or the free one where the search for it ends; not all of the part's slots are used.
   std::size_t search(const Part& part, const TextKey& key) const;
-  bool lacksRoom(const Part& part) const;
-  // These throw std::bad_alloc, everything then as it was.
-  void makeRoom(std::uint32_t tag);
+  bool isFull(const Part& part) const;
+  // These throw std::bad_alloc (strong guarantee).
+  void reserveOne(std::uint32_t tag);
   void split();
-  static void resize(Part& part, std::size_t slots, unsigned int partBits);
-  static void take(Part& part, const Slot& slot, unsigned int partBits);
 
   HashSeed m_seed = processHashSeed();
   std::deque<KxIndexedString> m_entries;  // those that were taken out have the text kTakenOut itself

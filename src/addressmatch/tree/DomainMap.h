@@ -2,13 +2,14 @@
 // domain come in any order.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <vector>
 
 #include "KxWildcardNode.h"
 #include "addressmatch/text/Prefetch.h"
+#include "addressmatch/text/ProbingTable.h"
 #include "addressmatch/text/Swar.h"
 #include "addressmatch/text/TextHash.h"
 
@@ -45,67 +46,52 @@ class DomainKey {
 };
 
 class DomainMap {
+ private:
+  static constexpr std::size_t kLoadPercent = 66;
+
+  struct Slot {
+    Slot() : node(nullptr) {}
+    Slot(KxWildcardNode* ofNode, const DomainKey& ofKey) : node(ofNode), key(ofKey) {}
+    bool isFree() const { return node == nullptr; }
+    KxWildcardNode* node;
+    DomainKey key;
+  };
+
+  std::size_t homeOf(const DomainKey& key, std::size_t slotCount) const {
+    const std::uint64_t state = mixed(key.m_words[0] ^ m_seed.words[0], key.m_words[1] ^ m_seed.words[1]);
+    return placeOf(mixed(state, key.m_words[2] ^ m_seed.words[2]), slotCount);
+  }
+  auto home() const {
+    return [this](const Slot& slot, std::size_t slotCount) { return homeOf(slot.key, slotCount); };
+  }
+
  public:
-  // Has the processor fetch what `find` begins with.
+  // Prefetches the slot where `find` begins.
   void prefetch(const DomainKey& key) const {
-    if (!m_slots.empty()) {
-      prefetchLine(&m_slots[homeOf(key)]);
+    if (m_table.slotCount() != 0) {
+      prefetchLine(&m_table[homeOf(key, m_table.slotCount())]);
     }
   }
   // The level of a domain, or null.
   KxWildcardNode* find(const DomainKey& key) const {
-    if (m_slots.empty()) {
+    if (m_table.slotCount() == 0) {
       return nullptr;
     }
-    std::size_t place = homeOf(key);
-    while (m_slots[place].node != nullptr && !(m_slots[place].key == key)) {
-      place = next(place);
-    }
-    return m_slots[place].node;
+    const std::size_t home = homeOf(key, m_table.slotCount());
+    return m_table[m_table.search(home, [&key](const Slot& slot) { return slot.key == key; })].node;
   }
-  // To be called before a level is added. Throws std::bad_alloc, everything then as it was.
-  void makeRoom() {
+  // Makes sure of a free slot for `add`. Throws std::bad_alloc (strong guarantee).
+  void reserveOne() {
     constexpr std::size_t kFirstSlots = 64;
-    if (3 * (m_count + 1) > 2 * m_slots.size()) {
-      std::vector<Slot> slots(m_slots.empty() ? kFirstSlots : 2 * m_slots.size());
-      slots.swap(m_slots);
-      for (const Slot& slot : slots) {
-        if (slot.node != nullptr) {
-          take(slot);
-        }
-      }
+    if (m_table.isFullAt(kLoadPercent)) {
+      m_table.resize(std::max(kFirstSlots, 2 * m_table.slotCount()), home());
     }
   }
-  void add(const DomainKey& key, KxWildcardNode* node) {
-    take({node, key});
-    ++m_count;
-  }
+  void add(const DomainKey& key, KxWildcardNode* node) { m_table.add({node, key}, home()); }
 
  private:
-  struct Slot {
-    Slot() : node(nullptr) {}
-    Slot(KxWildcardNode* ofNode, const DomainKey& ofKey) : node(ofNode), key(ofKey) {}
-    KxWildcardNode* node;  // null: free
-    DomainKey key;
-  };
-
-  std::size_t homeOf(const DomainKey& key) const {
-    const HashSeed& seed = m_seed;
-    const std::uint64_t state = mixed(key.m_words[0] ^ seed.words[0], key.m_words[1] ^ seed.words[1]);
-    return placeOf(mixed(state, key.m_words[2] ^ seed.words[2]), m_slots.size());
-  }
-  std::size_t next(std::size_t place) const { return place + 1 != m_slots.size() ? place + 1 : 0; }
-  void take(const Slot& slot) {
-    std::size_t place = homeOf(slot.key);
-    while (m_slots[place].node != nullptr) {
-      place = next(place);
-    }
-    m_slots[place] = slot;
-  }
-
   HashSeed m_seed = processHashSeed();
-  std::size_t m_count = 0;
-  std::vector<Slot> m_slots;
+  ProbingTable<Slot> m_table;
 };
 
 }  // namespace zaro_addressmatch

@@ -16,6 +16,7 @@
 #include "KxStringtable.h"
 #include "addressmatch/text/Memory.h"
 #include "addressmatch/text/Prefetch.h"
+#include "addressmatch/text/ProbingTable.h"
 #include "addressmatch/text/RadixSort.h"
 #include "addressmatch/text/TextHash.h"
 
@@ -26,60 +27,44 @@ namespace zaro_addressmatch {
 template <typename Named>
 class NameIndex {
  public:
-  explicit NameIndex(bool byText) : m_byText(byText), m_count(0) {}
+  explicit NameIndex(bool byText) : m_byText(byText) {}
 
+  // The element of a name, or null. The index is not empty.
   Named* find(const KxIndexedString& name) const {
-    for (std::size_t place = homeOf(name);; place = next(place)) {
-      const Slot& slot = m_slots[place];
-      if (slot.element == nullptr || slot.name == &name || (m_byText && *slot.name == name)) {
-        return slot.element;
-      }
-    }
+    return m_table[m_table.search(homeOf(name, m_table.slotCount()),
+                                  [this, &name](const Slot& slot) {
+                                    return slot.name == &name || (m_byText && *slot.name == name);
+                                  })]
+        .element;
   }
-  // Throws std::bad_alloc, the index then as it was.
+  // Throws std::bad_alloc (strong guarantee).
   void add(Named* element) {
-    if ((m_count + 1) * 2 > m_slots.size()) {
-      grow();
+    const auto home = [this](const Slot& slot, std::size_t slotCount) { return homeOf(*slot.name, slotCount); };
+    constexpr std::size_t kFirstSlots = 64;
+    if (m_table.isFullAt(kLoadPercent)) {
+      m_table.resize(std::max(kFirstSlots, m_table.slotCount() * 2), home);
     }
-    take({element->getNameAsPtr(), element});
-    ++m_count;
+    m_table.add({element->getNameAsPtr(), element}, home);
   }
 
  private:
+  static constexpr std::size_t kLoadPercent = 50;
+
   struct Slot {
     const KxIndexedString* name;
-    Named* element;  // null: free
+    Named* element;
+    bool isFree() const { return element == nullptr; }
   };
 
-  static constexpr std::size_t kFirstSlots = 64;
-
-  std::size_t homeOf(const KxIndexedString& name) const {
+  std::size_t homeOf(const KxIndexedString& name, std::size_t slotCount) const {
     const HashSeed& seed = processHashSeed();
     const std::uint64_t hash = m_byText ? hashText(seed, name.getString(), std::strlen(name.getString()))
                                         : mixed(reinterpret_cast<std::uintptr_t>(&name) ^ seed.words[0], seed.words[1]);
-    return placeOf(hash, m_slots.size());
-  }
-  std::size_t next(std::size_t place) const { return place + 1 != m_slots.size() ? place + 1 : 0; }
-  void take(const Slot& slot) {
-    std::size_t place = homeOf(*slot.name);
-    while (m_slots[place].element != nullptr) {
-      place = next(place);
-    }
-    m_slots[place] = slot;
-  }
-  void grow() {
-    std::vector<Slot> slots(std::max(kFirstSlots, m_slots.size() * 2));
-    slots.swap(m_slots);
-    for (const Slot& slot : slots) {
-      if (slot.element != nullptr) {
-        take(slot);
-      }
-    }
+    return placeOf(hash, slotCount);
   }
 
   bool m_byText;
-  std::size_t m_count;
-  std::vector<Slot> m_slots;
+  ProbingTable<Slot> m_table;
 };
 
 // The vector of a level, sorted but for its end; what it consists of is kept in the level.

@@ -276,7 +276,7 @@ KxWildcardNode* KxWildcardNode::childOf(const DomainKey& domain, const char* lab
   DomainMap& known = _tree->domains;
   KxWildcardNode* child = known.find(domain);
   if (child == nullptr) {
-    known.makeRoom();
+    known.reserveOne();
     child = _tree->hasOnlyPatterns ? newChild(KxIndexedString(label)) : childFor(KxIndexedString(label));
     if (child != nullptr) {
       known.add(domain, child);

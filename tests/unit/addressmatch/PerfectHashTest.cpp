@@ -32,8 +32,8 @@ TEST(PerfectHash, everyKeyHasAPlaceOfItsOwn) {
       EXPECT_GT(hash.mostTries(), 256u) << "no pilot that does not fit into a byte is tried here";
     }
     std::vector<bool> taken(hash.slotCount());
-    for (const std::uint64_t hash : hashes) {
-      const std::size_t place = hash(hash);
+    for (const std::uint64_t key : hashes) {
+      const std::size_t place = hash(key);
       ASSERT_LT(place, hash.slotCount());
       ASSERT_FALSE(taken[place]);
       taken[place] = true;
@@ -46,8 +46,8 @@ TEST(PerfectHash, otherKeysHaveSomePlace) {
   EXPECT_EQ(hash(0), 0u);
   EXPECT_EQ(hash(~std::uint64_t{0}), 0u);
   ASSERT_TRUE(hash.build(randomHashes(1000)));
-  for (const std::uint64_t hash : randomHashes(5000)) {
-    ASSERT_LT(hash(hash), hash.slotCount());
+  for (const std::uint64_t key : randomHashes(5000)) {
+    ASSERT_LT(hash(key), hash.slotCount());
   }
 }
 
