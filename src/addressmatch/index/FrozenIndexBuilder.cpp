@@ -189,7 +189,8 @@ void FrozenIndexBuilder::prefetchNames(std::size_t next) const {
   }
 }
 
-void FrozenIndexBuilder::takeNames(const LevelLeaves& leaves, std::uint64_t domainHash, std::uint32_t number, bool below) {
+inline void FrozenIndexBuilder::takeNames(const LevelLeaves& leaves, std::uint64_t domainHash, std::uint32_t number,
+                                          bool below) {
   for (KxListedEmailAddress* leaf : leaves.names) {
     prefetchLine(leaf);
     m_waiting.push_back({leaf, nullptr, domainHash, number, below, leaves.onlyRanked, 0});
@@ -197,6 +198,19 @@ void FrozenIndexBuilder::takeNames(const LevelLeaves& leaves, std::uint64_t doma
       flushNames();
     }
   }
+}
+
+inline BloomFilter& FrozenIndexBuilder::filterOf(const Name& name) const {
+  return name.below ? m_index->m_wildcardFilter : m_index->m_nameFilter;
+}
+
+inline void FrozenIndexBuilder::addName(const Name& name) {
+  std::uint64_t words[3] = {};
+  std::memcpy(words, textOf(*name.leaf), std::min(name.size, sizeof words));
+  Names& names = name.below ? m_namesBelow : m_names;
+  names.slots.push_back({name.leaf, FrozenIndex::NameKey::of(words, name.size).at(name.number)});
+  names.hashes.push_back(name.hash);
+  filterOf(name).add(name.hash);
 }
 
 void FrozenIndexBuilder::flushNames() {
@@ -218,19 +232,6 @@ void FrozenIndexBuilder::flushNames() {
     addName(name);
   }
   m_waiting.clear();
-}
-
-BloomFilter& FrozenIndexBuilder::filterOf(const Name& name) const {
-  return name.below ? m_index->m_wildcardFilter : m_index->m_nameFilter;
-}
-
-void FrozenIndexBuilder::addName(const Name& name) {
-  std::uint64_t words[3] = {};
-  std::memcpy(words, textOf(*name.leaf), std::min(name.size, sizeof words));
-  Names& names = name.below ? m_namesBelow : m_names;
-  names.slots.push_back({name.leaf, FrozenIndex::NameKey::of(words, name.size).at(name.number)});
-  names.hashes.push_back(name.hash);
-  filterOf(name).add(name.hash);
 }
 
 }  // namespace zaro_addressmatch
