@@ -1,6 +1,7 @@
 #include "sql/SqlText.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "ZaroRuntime/RuntimeError.h"
@@ -103,17 +104,19 @@ const char* nameOf(SqlPiece piece) {
   }
 }
 
-// Words of code in capitals, one after the other.
+// Words of code in capitals, one after the other; comments are passed over.
 class Words {
  public:
   explicit Words(std::string_view text) : m_text(text) {}
 
+  // Empty at the end, and at a literal or quoted name.
   std::string next() {
     while (m_at < m_text.size() && !isWord(m_text[m_at])) {
-      if (m_text[m_at] == '\'' || m_text[m_at] == '"') {
+      const char sign = m_text[m_at];
+      if (sign == '\'' || sign == '"') {
         return {};
       }
-      ++m_at;
+      m_at = isCommentAt(m_at) ? segmentAt(m_text, m_at).end : m_at + 1;
     }
     std::string word;
     for (; m_at < m_text.size() && isWord(m_text[m_at]); ++m_at) {
@@ -123,9 +126,34 @@ class Words {
   }
 
  private:
+  bool isCommentAt(std::size_t at) const { return startsWith(m_text, at, "--") || startsWith(m_text, at, "/*"); }
+
   std::string_view m_text;
   std::size_t m_at = 0;
 };
+
+// The text behind the mark that some editors put before UTF-8; SQLite takes the mark for a blank.
+std::string_view withoutMark(std::string_view text) {
+  constexpr std::string_view kMark = "\xEF\xBB\xBF";
+  return startsWith(text, 0, kMark) ? text.substr(kMark.size()) : text;
+}
+
+// The code of a statement that stands in no parentheses, with a sign of its own for every literal and quoted name.
+std::string outsideParentheses(std::string_view statement) {
+  std::string outside;
+  int depth = 0;
+  for (const SqlSegment& segment : scanSql(statement)) {
+    if (segment.piece != SqlPiece::Code) {
+      outside += segment.piece == SqlPiece::Comment ? ' ' : '?';
+      continue;
+    }
+    for (const char sign : statement.substr(segment.begin, segment.end - segment.begin)) {
+      depth += sign == '(' ? 1 : sign == ')' ? -1 : 0;
+      outside += depth == 0 ? sign : ' ';
+    }
+  }
+  return outside;
+}
 
 // Tells where the statements of a script end.
 class StatementEnd {
@@ -206,26 +234,43 @@ std::string whyNotOneStatement(std::string_view text) {
 
 TransactionVerb transactionVerb(std::string_view statement) {
   struct VerbRow {
-    const char* word;
+    const char* first;
+    const char* second;  // "" for the end; null for any
     TransactionVerb verb;
   };
+  // On some servers BEGIN and END with other words around them are the braces of a block.
   static constexpr VerbRow kVerbs[] = {
-      {"BEGIN", TransactionVerb::Begin},         {"START", TransactionVerb::Begin},
-      {"COMMIT", TransactionVerb::Commit},       {"END", TransactionVerb::Commit},
-      {"ROLLBACK", TransactionVerb::Rollback},   {"ABORT", TransactionVerb::Rollback},
-      {"SAVEPOINT", TransactionVerb::Savepoint}, {"RELEASE", TransactionVerb::Savepoint},
+      {"BEGIN", "", TransactionVerb::Begin},
+      {"BEGIN", "TRANSACTION", TransactionVerb::Begin},
+      {"BEGIN", "TRAN", TransactionVerb::Begin},
+      {"BEGIN", "DISTRIBUTED", TransactionVerb::Begin},
+      {"BEGIN", "WORK", TransactionVerb::Begin},
+      {"BEGIN", "DEFERRED", TransactionVerb::Begin},
+      {"BEGIN", "IMMEDIATE", TransactionVerb::Begin},
+      {"BEGIN", "EXCLUSIVE", TransactionVerb::Begin},
+      {"BEGIN", "ISOLATION", TransactionVerb::Begin},
+      {"BEGIN", "READ", TransactionVerb::Begin},
+      {"BEGIN", "NOT", TransactionVerb::Begin},
+      {"BEGIN", "DEFERRABLE", TransactionVerb::Begin},
+      {"START", "TRANSACTION", TransactionVerb::Begin},
+      {"COMMIT", nullptr, TransactionVerb::Commit},
+      {"END", "", TransactionVerb::Commit},
+      {"END", "TRANSACTION", TransactionVerb::Commit},
+      {"END", "WORK", TransactionVerb::Commit},
+      {"END", "AND", TransactionVerb::Commit},
+      {"ROLLBACK", nullptr, TransactionVerb::Rollback},
+      {"ABORT", nullptr, TransactionVerb::Rollback},
+      {"SAVEPOINT", nullptr, TransactionVerb::Savepoint},
+      {"RELEASE", nullptr, TransactionVerb::Savepoint},
+      {"PREPARE", "TRANSACTION", TransactionVerb::Unsupported},
   };
-  constexpr std::size_t kLongestControl = 128;
-  Words words(statement.substr(0, kLongestControl));
+  Words words(withoutMark(statement));
   const std::string first = words.next();
   const std::string second = words.next();
-  if (first == "PREPARE" && second == "TRANSACTION") {
-    return TransactionVerb::Unsupported;
-  }
-  TransactionVerb verb = TransactionVerb::None;
-  for (const VerbRow& row : kVerbs) {
-    verb = first == row.word ? row.verb : verb;
-  }
+  const auto* const row = std::find_if(std::begin(kVerbs), std::end(kVerbs), [&](const VerbRow& verb) {
+    return first == verb.first && (verb.second == nullptr || second == verb.second);
+  });
+  const TransactionVerb verb = row != std::end(kVerbs) ? row->verb : TransactionVerb::None;
   if (verb != TransactionVerb::Commit && verb != TransactionVerb::Rollback) {
     return verb;
   }
@@ -239,6 +284,27 @@ TransactionVerb transactionVerb(std::string_view statement) {
     }
   }
   return verb;
+}
+
+bool isPlainData(std::string_view statement) {
+  static constexpr const char* kVerbs[] = {"SELECT", "VALUES", "WITH", "INSERT", "REPLACE", "UPDATE", "DELETE"};
+  const std::string first = Words(withoutMark(statement)).next();
+  return std::any_of(std::begin(kVerbs), std::end(kVerbs), [&](const char* verb) { return first == verb; });
+}
+
+bool copiesThroughClient(std::string_view statement) {
+  if (Words(withoutMark(statement)).next() != "COPY") {
+    return false;
+  }
+  const std::string clauses = outsideParentheses(statement);
+  Words words(clauses);
+  std::string last;
+  for (std::string word = words.next(); !word.empty(); last = std::exchange(word, words.next())) {
+    if ((last == "FROM" && word == "STDIN") || (last == "TO" && word == "STDOUT")) {
+      return true;
+    }
+  }
+  return false;
 }
 
 std::vector<ScriptStatement> splitScript(std::string_view script) {

@@ -40,8 +40,16 @@ enum class TransactionVerb {
   Unsupported,  // chained and prepared transactions, which would outlive their connection's loan
 };
 
-// What a statement does to the connection's transaction, told from its words outside literals.
+// What a statement does to the connection's transaction, told from its words outside literals. A statement that does it
+// in a way of its server's (a procedure, a block of statements) is None.
 TransactionVerb transactionVerb(std::string_view statement);
+
+// Whether a statement reads and writes rows and nothing else, so that the session is afterwards as it was. What is not
+// known to do so counts as one that does not.
+bool isPlainData(std::string_view statement);
+
+// Whether a statement is a COPY that wants the client to send or take rows.
+bool copiesThroughClient(std::string_view statement);
 
 struct ScriptStatement {
   std::string text;

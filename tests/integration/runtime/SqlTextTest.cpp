@@ -7,6 +7,8 @@
 namespace {
 
 using testing::HasSubstr;
+using zaroruntime::copiesThroughClient;
+using zaroruntime::isPlainData;
 using zaroruntime::splitScript;
 using zaroruntime::TransactionVerb;
 using zaroruntime::transactionVerb;
@@ -69,6 +71,17 @@ const VerbCase kVerbCases[] = {
     {"begin immediate", TransactionVerb::Begin},
     {" \n\tBegin;", TransactionVerb::Begin},
     {"START TRANSACTION", TransactionVerb::Begin},
+    {"START SLAVE", TransactionVerb::None},
+    {"BEGIN TRAN", TransactionVerb::Begin},
+    {"BEGIN ISOLATION LEVEL SERIALIZABLE", TransactionVerb::Begin},
+    {"BEGIN UPDATE t SET a=1 DELETE FROM u END", TransactionVerb::None},
+    {"BEGIN TRY SELECT 1 END TRY BEGIN CATCH END CATCH", TransactionVerb::None},
+    {"END CONVERSATION", TransactionVerb::None},
+    {"/* one */ -- two\n BEGIN", TransactionVerb::Begin},
+    {"COMMIT /* CHAIN */ WORK", TransactionVerb::Commit},
+    {"\xEF\xBB\xBF"
+     "BEGIN",
+     TransactionVerb::Begin},
     {"COMMIT", TransactionVerb::Commit},
     {"commit;", TransactionVerb::Commit},
     {"END", TransactionVerb::Commit},
@@ -95,6 +108,57 @@ const VerbCase kVerbCases[] = {
 TEST(SqlText, transactionVerbsAreTold) {
   for (const VerbCase& test : kVerbCases) {
     EXPECT_EQ(transactionVerb(test.statement), test.verb) << test.statement;
+  }
+}
+
+TEST(SqlText, whatComesBeforeAVerbMayBeOfAnyLength) {
+  EXPECT_EQ(transactionVerb(std::string(100000, '\n') + "BEGIN"), TransactionVerb::Begin);
+  EXPECT_EQ(transactionVerb("/*" + std::string(100000, 'x') + "*/COMMIT"), TransactionVerb::Commit);
+  EXPECT_EQ(transactionVerb("ROLLBACK" + std::string(100000, ' ') + "TO a"), TransactionVerb::Savepoint);
+}
+
+struct YesNoCase {
+  const char* statement;
+  bool answer;
+};
+
+const YesNoCase kPlainDataCases[] = {
+    {"SELECT 1", true},
+    {" with x as (select 1) insert into t select * from x", true},
+    {"INSERT INTO t VALUES(1)", true},
+    {"update t set a=1", true},
+    {"DELETE FROM t", true},
+    {"(SELECT 1)", true},
+    {"PRAGMA query_only=1", false},
+    {"CREATE TEMP TABLE t(a)", false},
+    {"SET a=1", false},
+    {"ATTACH 'x' AS y", false},
+    {"BEGIN UPDATE t SET a=1 END", false},
+    {"", false},
+};
+
+TEST(SqlText, plainDataIsTold) {
+  for (const YesNoCase& test : kPlainDataCases) {
+    EXPECT_EQ(isPlainData(test.statement), test.answer) << test.statement;
+  }
+}
+
+const YesNoCase kCopyCases[] = {
+    {"COPY t TO STDOUT", true},
+    {"copy t (a, b) from stdin", true},
+    {"COPY \"t\" FROM STDIN WITH (FORMAT csv)", true},
+    {"COPY (SELECT ')' FROM t) TO STDOUT", true},
+    {"COPY t TO '/tmp/STDOUT'", false},
+    {"COPY t FROM 'STDIN'", false},
+    {"COPY (SELECT * FROM stdin) TO '/tmp/x'", false},
+    {"COPY stdin FROM '/tmp/x'", false},
+    {"COPY t TO PROGRAM 'cat'", false},
+    {"SELECT 'COPY t TO STDOUT'", false},
+};
+
+TEST(SqlText, copyThroughTheClientIsTold) {
+  for (const YesNoCase& test : kCopyCases) {
+    EXPECT_EQ(copiesThroughClient(test.statement), test.answer) << test.statement;
   }
 }
 
