@@ -23,9 +23,10 @@ struct Option {
   const char* value;
 };
 
-// WAL lets readers go on beside a writer; writers wait for each other; foreign keys count; texts are bytes.
+// WAL lets readers go on beside a writer; a commit is on the disk before it is acknowledged; writers wait for each other;
+// foreign keys count; texts are bytes.
 const std::vector<Option> kSqliteDefaults = {
-    {"JournalMode", "WAL"}, {"SyncPragma", "NORMAL"}, {"Timeout", "5000"}, {"FKSupport", "1"}, {"NoWCHAR", "1"},
+    {"JournalMode", "WAL"}, {"SyncPragma", "FULL"}, {"Timeout", "5000"}, {"FKSupport", "1"}, {"NoWCHAR", "1"},
 };
 
 // Protocol 7.4-2 makes a failed statement roll back alone; with the others a COMMIT after it claims success although it

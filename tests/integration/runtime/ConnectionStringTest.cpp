@@ -43,7 +43,7 @@ class ConnectionString : public testing::Test {
 
 TEST_F(ConnectionString, sqliteGetsFileAndSafeOptionsButNoCredentials) {
   EXPECT_EQ(sqlite("", "data/zaro.db"), "DRIVER=libsqlite3odbc.so;Database=" + m_directory.path("data/zaro.db") +
-                                            ";JournalMode=WAL;SyncPragma=NORMAL;Timeout=5000;FKSupport=1;NoWCHAR=1;");
+                                            ";JournalMode=WAL;SyncPragma=FULL;Timeout=5000;FKSupport=1;NoWCHAR=1;");
 }
 
 TEST_F(ConnectionString, sqliteFileMayBeAbsoluteOrNamedByTheDataSource) {
