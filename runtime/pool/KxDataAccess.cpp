@@ -121,6 +121,7 @@ void KxDataAccess::Impl::openOne() {
 }
 
 void KxDataAccess::Impl::takeBack(KxDbConnect* connection) {
+  std::unique_ptr<KxDbConnect> closed;  // once the mutex is free: that may take the network a while
   {
     const Lock lock(m_mutex);
     const auto& pooled = m_pool.m_connections;
@@ -128,14 +129,13 @@ void KxDataAccess::Impl::takeBack(KxDbConnect* connection) {
       if (std::find(pooled.begin(), pooled.end(), connection) != pooled.end()) {
         PolicyLog::log(LogLevel::Error, "KxDataAccess: a connection was returned twice");
       } else {
-        delete connection;  // made by its user before there was a pool
+        closed.reset(connection);  // made by its user before there was a pool
       }
       return;
     }
   }
   connection->m_impl->checkIn();
 
-  std::unique_ptr<KxDbConnect> closed;
   const Lock lock(m_mutex);
   const auto found = m_loans.find(connection);
   if (found == m_loans.end()) {
