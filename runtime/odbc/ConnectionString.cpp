@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <initializer_list>
+#include <iterator>
 #include <vector>
 
 #include "ZaroRuntime/RuntimeError.h"
@@ -23,8 +24,8 @@ struct Option {
   const char* value;
 };
 
-// WAL lets readers go on beside a writer; a commit is on the disk before it is acknowledged; writers wait for each other;
-// foreign keys count; texts are bytes.
+// WAL lets readers go on beside a writer; a commit is on the disk before it is acknowledged; writers wait for each
+// other; foreign keys count; texts are bytes.
 const std::vector<Option> kSqliteDefaults = {
     {"JournalMode", "WAL"}, {"SyncPragma", "FULL"}, {"Timeout", "5000"}, {"FKSupport", "1"}, {"NoWCHAR", "1"},
 };
@@ -54,7 +55,10 @@ constexpr RequiredOption kPostgresqlRequired[] = {
 };
 
 // The only keys whose values the PostgreSQL driver takes out of their braces; for the others they are part of the value.
-const std::vector<std::string> kPostgresqlBraces = {"PWD", "ConnSettings", "pqopt"};
+const std::vector<std::string> kPostgresqlBraces = {"PWD", "ConnSettings", "A6", "pqopt"};
+
+// The option with statements to execute after connecting, and its short name.
+constexpr const char* kSessionSettings[] = {"ConnSettings", "A6"};
 
 // Builds "KEY=value;..." with values in the driver's quoting.
 class Builder {
@@ -213,6 +217,18 @@ std::string connectionString(const DataSource& source, const DatabaseSettings& s
       break;
   }
   return serverString(source, settings, Builder::Quoting::Braces, {});
+}
+
+std::string sessionSettings(const DataSource& source) {
+  if (source.dialect == Dialect::PostgreSQL) {
+    for (const auto& option : source.options) {
+      if (std::any_of(std::begin(kSessionSettings), std::end(kSessionSettings),
+                      [&](const char* key) { return equalsIgnoringCase(option.first, key); })) {
+        return option.second + ';';
+      }
+    }
+  }
+  return {};
 }
 
 }  // namespace zaroruntime

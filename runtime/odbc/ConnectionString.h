@@ -14,4 +14,8 @@ namespace zaroruntime {
 std::string connectionString(const DataSource& source, const DatabaseSettings& settings,
                              const Installation& installation);
 
+// Statements that the driver executes after connecting because the data source says so, ended with a semicolon; empty
+// when it does not.
+std::string sessionSettings(const DataSource& source);
+
 }  // namespace zaroruntime

@@ -55,13 +55,17 @@ void KxDbConnect::Impl::connect(const char* initString, const char* dsn, const c
 }
 
 void KxDbConnect::Impl::reconnect(bool withTrials) {
-  m_executed = m_hasRow = m_inTransaction = m_transactionLost = false;
+  m_result = Result::None;
+  m_transaction.rolledBack();  // whatever the old connection had open
+  m_sessionTouched = false;
   if (!m_refusal.empty()) {
     throw RuntimeError(m_refusal);
   }
   // Read anew each time, so that a corrected configuration is taken up.
   const auto installation = zaroruntime::Installation::fromEnvironment();
   const auto source = zaroruntime::readDataSource(installation, m_settings.dataSource);
+  m_dialect = source.dialect;
+  m_sessionSettings = zaroruntime::sessionSettings(source);
   const std::string target = zaroruntime::connectionString(source, m_settings, installation);
   const int trials = withTrials ? std::max(reconnectTrials, 0) : 0;
   const auto retryTime = std::chrono::milliseconds(1000LL * std::max(retryTimeOut, 0));
@@ -84,68 +88,67 @@ void KxDbConnect::Impl::reconnect(bool withTrials) {
 
 void KxDbConnect::Impl::execute(const char* statement, SQL_TYPE type) {
   const std::string text = orEmpty(statement);
-  m_executed = m_hasRow = false;
+  m_result = Result::None;
   const TransactionVerb verb = zaroruntime::transactionVerb(text);
-  if (m_transactionLost && verb == TransactionVerb::Rollback) {
-    m_transactionLost = m_inTransaction = false;  // the server has rolled back
+  _requireExecutable(text, verb);
+  if (m_transaction.isOver()) {
+    m_transaction.rolledBack();  // by the database; there is nothing left to send a ROLLBACK for
     return;
   }
-  _requireExecutable(text, verb);
   if (!odbc.isConnected()) {
     reconnect(false);
   }
-  if (verb == TransactionVerb::Commit && !m_inTransaction) {
-    // Nothing was begun, so nothing is left to commit. SQLite calls that an error; ignoring its answer instead would
-    // hide that it had rolled back by itself.
-    odbc.closeResult();
-    m_executed = true;
-    return;
+  m_sessionTouched = m_sessionTouched || (verb == TransactionVerb::None && !zaroruntime::isPlainData(text));
+  switch (verb) {
+    case TransactionVerb::Commit:
+      _commit(text);
+      break;
+    case TransactionVerb::Rollback:
+      _rollBack(text, type);
+      break;
+    default:
+      _send(text, type);
+      if (verb == TransactionVerb::Begin) {
+        m_transaction.begun();
+      }
   }
-  try {
-    odbc.execute(text);
-    // Batches for Microsoft SQL Server report row counts as results of their own before the rows.
-    while (type == SQL_TYPE_MSSQL && !odbc.hasColumns() && odbc.nextResult()) {
-    }
-  } catch (const OdbcError& failure) {
-    // Never sent again: it may have been executed. The next statement outside a transaction connects anew.
-    _noteLoss(failure);
-    if (m_transactionLost && verb == TransactionVerb::Commit) {
-      throw RuntimeError(std::string(failure.what()) + "; whether the transaction was committed is not known",
-                         zaroruntime::FailureKind::CommitInDoubt);
-    }
-    throw;
-  }
-  m_executed = true;
-  if (verb == TransactionVerb::Begin || verb == TransactionVerb::Commit || verb == TransactionVerb::Rollback) {
-    m_inTransaction = verb == TransactionVerb::Begin;
-  }
+  m_result = Result::Open;
 }
 
 int KxDbConnect::Impl::fetch() {
-  m_hasRow = false;
-  if (!m_executed) {
+  if (m_result == Result::None) {
     return -1;
   }
+  m_result = Result::Open;
   try {
-    m_hasRow = odbc.fetch();
+    if (!odbc.fetch()) {
+      return 1;
+    }
   } catch (const OdbcError& failure) {
-    m_executed = false;
-    _noteLoss(failure);
+    m_result = Result::None;
+    _noteFailure(failure);
     throw;
   }
-  return m_hasRow ? 0 : 1;
+  m_result = Result::AtRow;
+  return 0;
 }
 
 int KxDbConnect::Impl::nextResult() {
-  m_hasRow = false;
-  if (!m_executed) {
+  if (m_result == Result::None) {
     return -1;
   }
-  return odbc.isConnected() && odbc.nextResult() ? 0 : 1;
+  m_result = Result::Open;
+  try {
+    return odbc.isConnected() && odbc.nextResult() ? 0 : 1;
+  } catch (const OdbcError& failure) {
+    m_result = Result::None;
+    _noteFailure(failure);
+    throw;
+  }
 }
 
 const char* KxDbConnect::Impl::text(const char* column) {
-  if (!m_hasRow || column == nullptr) {
+  if (m_result != Result::AtRow || column == nullptr) {
     return nullptr;
   }
   const auto index = odbc.findColumn(column);
@@ -162,12 +165,11 @@ const char* KxDbConnect::Impl::text(const char* column) {
 void KxDbConnect::Impl::checkOut() {
   if (odbc.isConnected()) {
     try {
-      odbc.execute("SELECT 1");
-      odbc.closeResult();
+      odbc.resetSession(m_sessionSettings);
+      m_sessionTouched = false;
       return;
     } catch (const OdbcError& failure) {
-      PolicyLog::log(LogLevel::Warning, "KxDbConnect: data source %s: idle connection is dead: %s",
-                     m_settings.dataSource.c_str(), failure.what());
+      _logProblem("idle connection is dead", failure);
       odbc.disconnect();
     }
   }
@@ -175,18 +177,16 @@ void KxDbConnect::Impl::checkOut() {
 }
 
 void KxDbConnect::Impl::checkIn() {
-  m_executed = m_hasRow = false;
+  m_result = Result::None;
   odbc.closeResult();
-  if (m_inTransaction && odbc.isConnected()) {
-    try {
-      odbc.execute("ROLLBACK");
-    } catch (const OdbcError& failure) {
-      PolicyLog::log(LogLevel::Error, "KxDbConnect: data source %s: an open transaction could not be rolled back: %s",
-                     m_settings.dataSource.c_str(), failure.what());
-      odbc.disconnect();  // which ends the transaction
-    }
+  // Servers that we do not know may have begun one that we did not see.
+  if (odbc.isConnected() && (m_transaction.isOpen() || m_dialect == zaroruntime::Dialect::Other)) {
+    _endTransaction();
   }
-  m_inTransaction = m_transactionLost = false;
+  m_transaction.rolledBack();
+  if (m_sessionTouched && !odbc.canResetSession()) {
+    odbc.disconnect();
+  }
 }
 
 void KxDbConnect::Impl::_requireExecutable(const std::string& statement, TransactionVerb verb) const {
@@ -195,23 +195,111 @@ void KxDbConnect::Impl::_requireExecutable(const std::string& statement, Transac
   if (!wrong.empty()) {
     throw RuntimeError(wrong);
   }
+  if (zaroruntime::copiesThroughClient(statement)) {
+    throw RuntimeError("COPY from STDIN and to STDOUT are not supported: the rows would go past ODBC");
+  }
+  if (m_transaction.isOver()) {
+    if (verb != TransactionVerb::Rollback) {
+      m_transaction.refuse();
+    }
+    return;
+  }
   if (verb == TransactionVerb::Unsupported) {
     throw RuntimeError("chained and prepared transactions are not supported");
   }
-  if (verb == TransactionVerb::Savepoint && !m_inTransaction) {
+  if (verb == TransactionVerb::Savepoint && !m_transaction.isOpen()) {
     throw RuntimeError("a savepoint needs a transaction");
-  }
-  if (m_transactionLost) {
-    throw RuntimeError("the connection was lost in a transaction, which was rolled back",
-                       zaroruntime::FailureKind::ConnectionLost);
   }
 }
 
-void KxDbConnect::Impl::_noteLoss(const OdbcError& failure) {
+// Never sent again when the connection is lost: it may have been executed. The next statement outside a transaction
+// connects anew.
+void KxDbConnect::Impl::_send(const std::string& statement, SQL_TYPE type) {
+  try {
+    odbc.execute(statement);
+    // Batches for Microsoft SQL Server report row counts as results of their own before the rows.
+    while (type == SQL_TYPE_MSSQL && !odbc.hasColumns() && odbc.nextResult()) {
+    }
+  } catch (const OdbcError& failure) {
+    _noteFailure(failure);
+    throw;
+  }
+}
+
+// Sent even when no BEGIN was seen, and then a database that calls that an error has nothing to commit.
+void KxDbConnect::Impl::_commit(const std::string& statement) {
+  try {
+    odbc.execute(statement);
+  } catch (const OdbcError& failure) {
+    if (m_transaction.isNone() && failure.saysNoTransaction()) {
+      odbc.closeResult();
+      return;
+    }
+    const bool open = m_transaction.isOpen();
+    if (failure.isConnectionLost()) {
+      odbc.disconnect();
+      if (open) {
+        m_transaction.leftInDoubt();
+      }
+      throw RuntimeError(std::string(failure.what()) + "; whether the transaction was committed is not known",
+                         zaroruntime::FailureKind::CommitInDoubt);
+    }
+    // PostgreSQL has rolled back; SQLite leaves it open, with its locks.
+    _endTransaction();
+    if (open) {
+      m_transaction.undone(failure);
+    }
+    throw;
+  }
+  m_transaction.committed();
+}
+
+void KxDbConnect::Impl::_rollBack(const std::string& statement, SQL_TYPE type) {
+  if (!m_transaction.isOpen()) {
+    _send(statement, type);
+    return;
+  }
+  try {
+    odbc.execute(statement);
+  } catch (const OdbcError& failure) {
+    _logProblem("a transaction is rolled back by closing the connection", failure);
+    odbc.disconnect();
+  }
+  m_transaction.rolledBack();
+}
+
+// A statement that fails may take the transaction with it. SQLite rolls back by itself when the disk is full, a file
+// cannot be read or written, or memory runs out; PostgreSQL refuses the rest, and then answers a COMMIT with success.
+void KxDbConnect::Impl::_noteFailure(const OdbcError& failure) {
   if (failure.isConnectionLost()) {
     odbc.disconnect();
-    m_transactionLost = m_inTransaction;
+    if (m_transaction.isOpen()) {
+      m_transaction.lostWithConnection();
+    }
+    return;
   }
+  if (m_transaction.isOpen() && !odbc.isTransactionOpenAfter(failure)) {
+    _endTransaction();
+    m_transaction.undone(failure);
+  }
+}
+
+// Rolls back whatever is open; closing the connection does so too.
+void KxDbConnect::Impl::_endTransaction() noexcept {
+  try {
+    odbc.execute("ROLLBACK");
+    odbc.closeResult();
+  } catch (const OdbcError& failure) {
+    if (!failure.saysNoTransaction()) {
+      _logProblem("a transaction is rolled back by closing the connection", failure);
+      odbc.disconnect();
+    }
+  }
+}
+
+void KxDbConnect::Impl::_logProblem(const char* problem, const OdbcError& failure) const {
+  PolicyLog::log(LogLevel::Warning, "KxDbConnect: data source %s: %s: %s", m_settings.dataSource.c_str(), problem,
+                 failure.what());
 }
 
 KxDbConnect::KxDbConnect() : m_impl(throwingText([] { return new Impl; })) {}

@@ -8,6 +8,7 @@
 #include "ZaroRuntime/Installation.h"
 #include "odbc/OdbcConnection.h"
 #include "odbc/OdbcError.h"
+#include "odbc/TransactionState.h"
 #include "sql/SqlText.h"
 
 // Failures are thrown as std::exception; KxDbConnect turns them into texts.
@@ -29,7 +30,7 @@ struct KxDbConnect::Impl {
   // Text of a column of the current row; null for NULL, without a row, and, logged, for a column that the result lacks.
   const char* text(const char* column);
 
-  // Makes an idle connection fit for its next user: pings it, and reconnects with trials when it is dead.
+  // Makes an idle connection fit for its next user: resets its session, and reconnects with trials when it is dead.
   void checkOut();
   // Ends what the last user left open: result and transaction.
   void checkIn();
@@ -37,13 +38,25 @@ struct KxDbConnect::Impl {
   zaroruntime::OdbcConnection odbc;
 
  private:
+  enum class Result {
+    None,  // nothing was executed, or it failed
+    Open,  // rows may be fetched
+    AtRow  // the last fetch gave a row
+  };
+
   void _requireExecutable(const std::string& statement, zaroruntime::TransactionVerb verb) const;
-  void _noteLoss(const zaroruntime::OdbcError& failure);
+  void _send(const std::string& statement, SQL_TYPE type);
+  void _commit(const std::string& statement);
+  void _rollBack(const std::string& statement, SQL_TYPE type);
+  void _noteFailure(const zaroruntime::OdbcError& failure);
+  void _endTransaction() noexcept;
+  void _logProblem(const char* problem, const zaroruntime::OdbcError& failure) const;
 
   zaroruntime::DatabaseSettings m_settings;
+  zaroruntime::Dialect m_dialect = zaroruntime::Dialect::Other;
+  std::string m_sessionSettings;                                    // what the data source executes after connecting
   std::string m_refusal = "not connected: connect was not called";  // why there is nothing to connect to; or empty
-  bool m_executed = false;                                          // something was executed since connecting
-  bool m_hasRow = false;                                            // the last fetch gave a row
-  bool m_inTransaction = false;    // a BEGIN went through, and no COMMIT or ROLLBACK since
-  bool m_transactionLost = false;  // the connection died in it
+  Result m_result = Result::None;
+  zaroruntime::TransactionState m_transaction;
+  bool m_sessionTouched = false;  // a statement may have left something in the session since it was reset
 };

@@ -12,6 +12,16 @@ namespace {
 
 constexpr std::size_t kFirstPiece = 16 * 1024;
 
+// Texts get their quotes doubled and nothing else, so a backslash must not escape a quote, whatever the role, the
+// database or the data source has set.
+constexpr char kPlainBackslashes[] = "SET standard_conforming_strings=on";
+
+// What DISCARD ALL does, which itself cannot stand beside other statements, but for cached plans, which nobody can
+// tell. RESET ROLE puts back a role that is set for the user or database.
+constexpr char kResetSession[] =
+    "CLOSE ALL;SET SESSION AUTHORIZATION DEFAULT;RESET ROLE;RESET ALL;DEALLOCATE ALL;UNLISTEN *;"
+    "SELECT pg_advisory_unlock_all();DISCARD TEMP;DISCARD SEQUENCES;";
+
 OdbcHandle newEnvironment() {
   OdbcHandle environment(SQL_HANDLE_ENV, SQL_NULL_HANDLE);
   SQLSetEnvAttr(environment.get(), SQL_ATTR_ODBC_VERSION, reinterpret_cast<SQLPOINTER>(SQL_OV_ODBC3), 0);
@@ -38,6 +48,7 @@ OdbcConnection::~OdbcConnection() {
 
 void OdbcConnection::connect(const std::string& connectionString, Dialect dialect, int timeOut) {
   disconnect();
+  m_dialect = dialect;
   if (m_environment.get() == SQL_NULL_HANDLE) {
     m_environment = newEnvironment();
   }
@@ -63,7 +74,7 @@ void OdbcConnection::connect(const std::string& connectionString, Dialect dialec
     if (dialect == Dialect::SQLite) {
       _checkDatabaseIsFile();
     } else if (dialect == Dialect::PostgreSQL) {
-      _makeBackslashesPlain();
+      _prepareSession();
     } else {
       _checkBackslashesArePlain();
     }
@@ -76,6 +87,37 @@ void OdbcConnection::connect(const std::string& connectionString, Dialect dialec
 void OdbcConnection::setStatementTimeOut(int seconds) {
   // Drivers without it have a limit of their own in the data source.
   SQLSetStmtAttr(m_statement.get(), SQL_ATTR_QUERY_TIMEOUT, attribute(static_cast<SQLULEN>(seconds)), 0);
+}
+
+void OdbcConnection::resetSession(const std::string& settings) {
+  switch (m_dialect) {
+    case Dialect::SQLite:
+      return;  // nothing that could be dead
+    case Dialect::PostgreSQL:
+      execute(kResetSession + m_driverSettings + settings + kPlainBackslashes);
+      break;
+    case Dialect::Other:
+      execute("SELECT 1");
+  }
+  closeResult();
+}
+
+bool OdbcConnection::isTransactionOpenAfter(const OdbcError& failure) noexcept {
+  try {
+    switch (m_dialect) {
+      case Dialect::SQLite:
+        // Within a transaction, and nowhere else, a BEGIN is refused for that reason. A deferred one takes no lock.
+        return _refusalOf("BEGIN").value_or("").find("within a transaction") != std::string::npos;
+      case Dialect::PostgreSQL:
+        // Refused without a transaction, and in one that can only be rolled back.
+        return !_refusalOf("SAVEPOINT zaro_probe;RELEASE zaro_probe").has_value();
+      case Dialect::Other:
+        break;
+    }
+    return failure.state().compare(0, 2, "40") != 0;  // transaction rollback
+  } catch (const std::exception&) {
+    return false;
+  }
 }
 
 void OdbcConnection::disconnect() noexcept {
@@ -159,10 +201,13 @@ void OdbcConnection::_checkDatabaseIsFile() {
   }
 }
 
-// Texts get their quotes doubled and nothing else, so a backslash must not escape a quote, whatever the role, the
-// database or the data source has set.
-void OdbcConnection::_makeBackslashesPlain() {
-  execute("SET standard_conforming_strings=on");
+// Remembers what the driver has set for itself, so that a reset can set it again, and makes backslashes plain.
+void OdbcConnection::_prepareSession() {
+  execute(
+      "SELECT format('SET DateStyle=%L;SET extra_float_digits=%L;SET client_encoding=%L;',current_setting('DateStyle'),"
+      "current_setting('extra_float_digits'),current_setting('client_encoding'))");
+  m_driverSettings = fetch() ? value(0).value_or("") : "";
+  execute(kPlainBackslashes);
   closeResult();
 }
 
@@ -177,6 +222,16 @@ void OdbcConnection::_checkBackslashesArePlain() {
                     "in; have it read backslashes as any other character (such as by sql_mode NO_BACKSLASH_ESCAPES)",
                     false);
   }
+}
+
+// Why a statement is refused; nothing when it is not. It has a handle of its own, so that the diagnostics of the
+// statement before stay.
+std::optional<std::string> OdbcConnection::_refusalOf(const std::string& statement) {
+  const OdbcHandle handle(SQL_HANDLE_STMT, m_connection.get());
+  if (SQL_SUCCEEDED(SQLExecDirect(handle.get(), input(statement), SQL_NTS))) {
+    return std::nullopt;
+  }
+  return readDiagnostics(SQL_HANDLE_STMT, handle.get()).text;
 }
 
 void OdbcConnection::_describeColumns() {

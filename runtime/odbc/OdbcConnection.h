@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "ZaroRuntime/DataSource.h"
+#include "odbc/OdbcError.h"
 #include "odbc/OdbcHandle.h"
 
 namespace zaroruntime {
@@ -24,6 +25,16 @@ class OdbcConnection {
   // From now on statements of this connection fail after `seconds`; 0 waits as long as the driver does.
   void setStatementTimeOut(int seconds);
   bool isConnected() const { return m_connected; }
+
+  // Whether a session can be reset on this database; otherwise a new connection has to do.
+  bool canResetSession() const { return m_dialect == Dialect::PostgreSQL; }
+  // Finds out whether the connection lives, and where a session can be reset, makes it what it was after connecting, in
+  // the same round trip. No transaction may be open.
+  //   settings   a statement, or several, that are executed as part of it; may be empty
+  void resetSession(const std::string& settings);
+  // Whether the transaction that was open is still open after a statement of it has failed, and can go on. The
+  // statement's diagnostics stay.
+  bool isTransactionOpenAfter(const OdbcError& failure) noexcept;
 
   // Runs a statement; rows are then fetched.
   void execute(const std::string& statement);
@@ -46,8 +57,9 @@ class OdbcConnection {
 
  private:
   void _checkDatabaseIsFile();
-  void _makeBackslashesPlain();
+  void _prepareSession();
   void _checkBackslashesArePlain();
+  std::optional<std::string> _refusalOf(const std::string& statement);
   void _describeColumns();
   bool _readColumn(std::size_t column, std::string& value);
   void _test(SQLRETURN result, const char* call);
@@ -56,6 +68,8 @@ class OdbcConnection {
   OdbcHandle m_connection;
   OdbcHandle m_statement;
   bool m_connected = false;
+  Dialect m_dialect = Dialect::Other;
+  std::string m_driverSettings;  // statements that set again what PostgreSQL's driver set when it connected
   std::vector<std::string> m_columns;
   std::vector<std::optional<std::string>> m_row;
   std::vector<char> m_buffer;  // first piece of every column

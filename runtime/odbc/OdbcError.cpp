@@ -15,6 +15,15 @@ constexpr const char* kPermanentRefusals[] = {
     "is not permitted to log in",     "permission denied for database", "no password supplied",
 };
 
+// SQLite's, and Microsoft SQL Server's.
+constexpr const char* kNoTransaction[] = {"no transaction is active", "has no corresponding BEGIN TRANSACTION"};
+
+template <std::size_t Count>
+bool holdsAny(const std::string& text, const char* const (&parts)[Count]) {
+  return std::any_of(std::begin(parts), std::end(parts),
+                     [&](const char* part) { return text.find(part) != std::string::npos; });
+}
+
 bool hasClass(const std::string& state, const char* stateClass) {
   return state.compare(0, 2, stateClass) == 0;
 }
@@ -54,11 +63,12 @@ OdbcError::OdbcError(std::string state, int native, const std::string& text, boo
     : RuntimeError(text, kindOf(state, native, text, connectionDead)), m_state(std::move(state)) {}
 
 bool OdbcError::mayConnectLater() const {
-  const std::string text = what();
-  const bool refused = std::any_of(std::begin(kPermanentRefusals), std::end(kPermanentRefusals),
-                                   [&](const char* refusal) { return text.find(refusal) != std::string::npos; });
-  return !refused &&
+  return !holdsAny(what(), kPermanentRefusals) &&
          (hasClass(m_state, "08") || m_state == "HYT00" || m_state == "HYT01" || m_state.compare(0, 3, "57P") == 0);
+}
+
+bool OdbcError::saysNoTransaction() const {
+  return holdsAny(what(), kNoTransaction);
 }
 
 }  // namespace zaroruntime

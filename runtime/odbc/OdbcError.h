@@ -18,6 +18,10 @@ class OdbcError : public RuntimeError {
   bool isConnectionLost() const { return kind() == FailureKind::ConnectionLost; }
   // Another attempt to connect may succeed: the server could not be reached, or is starting or stopping.
   bool mayConnectLater() const;
+  // A COMMIT or ROLLBACK met no transaction. Not every database calls that a failure.
+  bool saysNoTransaction() const;
+  // First SQLSTATE.
+  const std::string& state() const { return m_state; }
 
  private:
   std::string m_state;

@@ -34,13 +34,29 @@ struct SqlSession::Impl {
   OdbcConnection odbc;
   const char* begin;  // how this dialect begins a transaction that will write
 
+  void run(const std::string& statement) {
+    odbc.execute(statement);
+    odbc.closeResult();
+  }
+
+  // Runs `operation` as one transaction.
+  template <typename Operation>
+  void together(Operation operation) {
+    run(begin);
+    try {
+      operation();
+      run("COMMIT");
+    } catch (...) {
+      odbc.disconnect();  // rolls back
+      throw;
+    }
+  }
+
   void runAll(const Script& script) {
     for (const ScriptStatement& statement : script.statements) {
       try {
-        odbc.execute(statement.text);
-        odbc.closeResult();
+        run(statement.text);
       } catch (const OdbcError& failure) {
-        odbc.disconnect();  // rolls back
         throw RuntimeError(script.path + ": line " + std::to_string(statement.line) + ": " + failure.what(),
                            failure.kind());
       }
@@ -68,21 +84,15 @@ void SqlSession::setStatementTimeOut(int seconds) {
 }
 
 void SqlSession::run(const std::string& statement) {
-  m_impl->odbc.execute(statement);
-  m_impl->odbc.closeResult();
+  m_impl->run(statement);
 }
 
 void SqlSession::runTogether(const std::vector<std::string>& statements) {
-  run(m_impl->begin);
-  try {
+  m_impl->together([&] {
     for (const std::string& statement : statements) {
       run(statement);
     }
-    run("COMMIT");
-  } catch (const OdbcError&) {
-    m_impl->odbc.disconnect();  // rolls back
-    throw;
-  }
+  });
 }
 
 std::optional<std::string> SqlSession::value(const std::string& query) {
@@ -123,19 +133,14 @@ void SqlSession::runScripts(const std::vector<std::string>& paths, const std::fu
   for (const std::string& path : paths) {
     scripts.push_back(readScript(path));
   }
-  run(m_impl->begin);
-  for (const Script& script : scripts) {
-    m_impl->runAll(script);
-  }
-  if (beforeCommit) {
-    try {
-      beforeCommit();
-    } catch (...) {
-      m_impl->odbc.disconnect();  // rolls back
-      throw;
+  m_impl->together([&] {
+    for (const Script& script : scripts) {
+      m_impl->runAll(script);
     }
-  }
-  run("COMMIT");
+    if (beforeCommit) {
+      beforeCommit();
+    }
+  });
 }
 
 std::string sqlLiteral(const std::string& text) {

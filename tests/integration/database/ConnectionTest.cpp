@@ -1,6 +1,7 @@
 // One connection of the platform, on each database.
 #include <gmock/gmock.h>
 #include <sql.h>
+#include <sqlext.h>
 
 #include <filesystem>
 #include <fstream>
@@ -216,6 +217,64 @@ TEST_P(Connection, commitWithoutTransactionSucceeds) {
   execute("commit;");
 }
 
+// Statements of an installation may be laid out by its administrator.
+TEST_P(Connection, beginIsSeenBehindBlanksOfAnyLength) {
+  execute("CREATE TABLE t(a INTEGER)");
+  execute(std::string(130, '\n') + "begin");
+  execute("INSERT INTO t VALUES(1)");
+  EXPECT_EQ(home().value("SELECT count(*) FROM t"), "0");
+  execute("COMMIT");
+  EXPECT_EQ(home().value("SELECT count(*) FROM t"), "1");
+}
+
+TEST_P(Connection, transactionThatWasBegunUnseenIsCommitted) {
+  execute("CREATE TABLE t(a INTEGER)");
+  SQLCHAR begin[] = "BEGIN";
+  ASSERT_TRUE(SQL_SUCCEEDED(SQLExecDirect(m_connection.getStmtHandle(), begin, SQL_NTS)));
+  execute("INSERT INTO t VALUES(1)");
+  execute("COMMIT");
+  EXPECT_EQ(home().value("SELECT count(*) FROM t"), "1");
+}
+
+TEST_P(Connection, failedCommitLeavesNothingButTheRollback) {
+  execute("CREATE TABLE t(a INTEGER PRIMARY KEY)");
+  execute("CREATE TABLE child(a INTEGER REFERENCES t(a) DEFERRABLE INITIALLY DEFERRED)");
+  const std::string begin = home().dialect() == Dialect::SQLite ? "BEGIN IMMEDIATE" : "BEGIN";
+  execute(begin);
+  execute("INSERT INTO t VALUES(1)");
+  execute("INSERT INTO child VALUES(77)");
+  EXPECT_THAT(thrown("COMMIT"), AnyOf(HasSubstr("FOREIGN KEY"), HasSubstr("foreign key")));
+  for (const std::string& statement : {begin, std::string("INSERT INTO t VALUES(2)"), std::string("COMMIT")}) {
+    EXPECT_THAT(thrown(statement), AllOf(HasSubstr("the transaction was rolled back after a failure: "),
+                                         AnyOf(HasSubstr("FOREIGN KEY"), HasSubstr("foreign key"))))
+        << statement;
+  }
+  home().sql("INSERT INTO t VALUES(3)");  // nobody waits for the transaction's locks meanwhile
+  execute("ROLLBACK");
+  EXPECT_EQ(first("SELECT max(a) AS \"v\" FROM t"), "3");
+  EXPECT_EQ(home().value("SELECT count(*) FROM t"), "1");
+  execute(begin);
+  execute("INSERT INTO t VALUES(4)");
+  execute("COMMIT");
+  EXPECT_EQ(home().value("SELECT count(*) FROM t"), "2");
+}
+
+TEST_P(Connection, diagnosticsOutlastTheQuestionWhetherTheTransactionIsOpen) {
+  execute("BEGIN");
+  thrown("SELECT * FROM nowhere");
+  char text[512] = "";
+  EXPECT_EQ(m_connection.getError(SQL_HANDLE_STMT, m_connection.getStmtHandle(), text, sizeof text), 0);
+  EXPECT_THAT(text, HasSubstr("nowhere"));
+  execute("COMMIT");
+}
+
+TEST_P(Connection, copyThroughTheClientIsRefused) {
+  for (const char* statement :
+       {"COPY administrator TO STDOUT", "copy administrator from stdin", "COPY (SELECT 1) TO STDOUT"}) {
+    EXPECT_THAT(thrown(statement), HasSubstr("COPY from STDIN and to STDOUT are not supported")) << statement;
+  }
+}
+
 TEST_P(Connection, failedStatementDoesNotSilentlyUndoTheTransaction) {
   execute("CREATE TABLE t(a INTEGER PRIMARY KEY)");
   execute(home().dialect() == Dialect::SQLite ? "BEGIN IMMEDIATE" : "BEGIN");
@@ -367,6 +426,48 @@ TEST_P(SqliteConnection, failingHalfwayThroughTheRowsIsThrown) {
                 }
               }),
               HasSubstr("integer overflow"));
+}
+
+struct FailureCase {
+  const char* label;
+  const char* statement;
+  const char* text;
+};
+
+const FailureCase kFatalFailures[] = {
+    {"full database", "INSERT INTO t VALUES(hex(zeroblob(500000)))", "database or disk is full"},
+    {"conflict that rolls back", "INSERT OR ROLLBACK INTO t VALUES('seed')", "UNIQUE"},
+    {"trigger that rolls back", "DELETE FROM t", "not to be deleted"},
+};
+
+TEST_P(SqliteConnection, transactionThatTheDatabaseRolledBackIsLost) {
+  execute("CREATE TABLE t(a TEXT UNIQUE)");
+  execute("INSERT INTO t VALUES('seed')");
+  home().sql("CREATE TRIGGER kept BEFORE DELETE ON t BEGIN SELECT RAISE(ROLLBACK, 'not to be deleted'); END");
+  execute("PRAGMA max_page_count=" +
+          std::to_string(std::stoi(first("SELECT page_count AS \"v\" FROM pragma_page_count")) + 4));
+  for (const FailureCase& test : kFatalFailures) {
+    execute("BEGIN IMMEDIATE");
+    execute("INSERT INTO t VALUES('a')");
+    EXPECT_THAT(thrown(test.statement), HasSubstr(test.text)) << test.label;
+    EXPECT_THAT(thrown("INSERT INTO t VALUES('b')"),
+                AllOf(HasSubstr("the transaction was rolled back after a failure: "), HasSubstr(test.text)))
+        << test.label;
+    EXPECT_THAT(thrown("COMMIT"), HasSubstr("the transaction was rolled back")) << test.label;
+    EXPECT_EQ(home().value("SELECT count(*) FROM t"), "1") << test.label;
+    execute("ROLLBACK");
+    execute("UPDATE t SET a='seed'");
+  }
+}
+
+TEST_P(SqliteConnection, commitsAreOnTheDiskUnlessTheDataSourceSaysOtherwise) {
+  EXPECT_EQ(first("SELECT synchronous AS \"v\" FROM pragma_synchronous"), "2");
+  const std::string path = home().directory().path("config/odbc.ini");
+  zaroruntime::IniFile ini(path);
+  ini.set("zaro", "SyncPragma", "NORMAL");
+  ini.write(path, 0644);
+  connect(m_connection);
+  EXPECT_EQ(first("SELECT synchronous AS \"v\" FROM pragma_synchronous"), "1");
 }
 
 INSTANTIATE_TEST_SUITE_P(, SqliteConnection, testing::Values(Dialect::SQLite), zarotest::dialectTestName);
@@ -561,6 +662,35 @@ TEST_P(PostgresqlConnection, lostTransactionIsNeitherRepeatedNorCommitted) {
   EXPECT_EQ(first("SELECT count(*) AS \"v\" FROM t"), "0") << "and the connection is a new one";
 }
 
+// The driver does not run it under a savepoint, so the server refuses the rest and answers COMMIT, though it rolls
+// back, with success.
+TEST_P(PostgresqlConnection, transactionThatTheServerWillNotCommitIsLost) {
+  execute("CREATE TABLE t(a INTEGER)");
+  execute("BEGIN");
+  execute("INSERT INTO t VALUES(1)");
+  EXPECT_THAT(thrown("ROLLBACK TO nowhere"), HasSubstr("does not exist"));
+  EXPECT_THAT(thrown("INSERT INTO t VALUES(2)"), HasSubstr("the transaction was rolled back after a failure: "));
+  EXPECT_THAT(thrown("COMMIT"), HasSubstr("the transaction was rolled back after a failure: "));
+  execute("ROLLBACK");
+  EXPECT_EQ(first("SELECT count(*) AS \"v\" FROM t"), "0");
+}
+
+TEST_P(PostgresqlConnection, rollbackThatMeetsADeadConnectionHasRolledBack) {
+  execute("CREATE TABLE t(a INTEGER)");
+  const std::string pid = first("SELECT pg_backend_pid() AS \"v\"");
+  execute("BEGIN");
+  execute("INSERT INTO t VALUES(1)");
+  home().sql("SELECT pg_terminate_backend(" + pid + ", 5000)");
+  execute("ROLLBACK");
+  EXPECT_EQ(first("SELECT count(*) AS \"v\" FROM t"), "0");
+}
+
+TEST_P(PostgresqlConnection, copyOfAFileOfTheServerWorks) {
+  execute("CREATE TABLE t(stdin INTEGER)");
+  execute("COPY t(stdin) FROM '/dev/null'");
+  execute("COPY (SELECT stdin FROM t) TO '/dev/null'");
+}
+
 TEST_P(PostgresqlConnection, statementThatMetADeadConnectionIsNotSentAgain) {
   execute("CREATE TABLE t(a INTEGER)");
   const std::string pid = first("SELECT pg_backend_pid() AS \"v\"");
@@ -590,6 +720,10 @@ TEST_P(PostgresqlConnection, commitWhoseAnswerIsLostIsInDoubt) {
   home().sql("SELECT pg_terminate_backend(" + pid + ", 5000)");
   EXPECT_THAT(thrown("COMMIT"), HasSubstr("whether the transaction was committed is not known"));
   EXPECT_EQ(zaroruntime::lastFailureKind(), FailureKind::CommitInDoubt);
+  EXPECT_EQ(thrown("INSERT INTO t VALUES(2)"), "whether the transaction was committed is not known");
+  EXPECT_EQ(thrown("COMMIT"), "whether the transaction was committed is not known");
+  execute("ROLLBACK");
+  execute("INSERT INTO t VALUES(3)");
 }
 
 INSTANTIATE_TEST_SUITE_P(, PostgresqlConnection, testing::Values(Dialect::PostgreSQL), zarotest::dialectTestName);

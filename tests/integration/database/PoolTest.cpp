@@ -146,6 +146,75 @@ TEST_P(Pool, nextUserSeesNothingOfTheLastResult) {
   m_pool.returnConnect(connection);
 }
 
+// What one user of a connection does, and a query with which the next would notice, and its answer to who does not.
+struct RemainsCase {
+  const char* label;
+  std::vector<const char*> statements;
+  const char* query;
+  const char* answer;
+};
+
+const RemainsCase kSqliteRemains[] = {
+    {"read-only mode", {"PRAGMA query_only=1"}, "SELECT query_only AS \"v\" FROM pragma_query_only", "0"},
+    {"foreign keys off", {"PRAGMA foreign_keys=0"}, "SELECT foreign_keys AS \"v\" FROM pragma_foreign_keys", "1"},
+    {"temporary table",
+     {"CREATE TEMPORARY TABLE administrator AS SELECT 'mallory' AS name"},
+     "SELECT count(*) AS \"v\" FROM administrator",
+     "0"},
+    {"temporary view", {"CREATE VIEW temp.administrator AS SELECT 1"}, "SELECT count(*) AS \"v\" FROM administrator", "0"},
+    {"further database", {"ATTACH ':memory:' AS more"}, "SELECT count(*) AS \"v\" FROM pragma_database_list", "1"},
+    {"temporary table in a transaction",
+     {"BEGIN", "CREATE TEMP TABLE administrator AS SELECT 'mallory' AS name", "COMMIT"},
+     "SELECT count(*) AS \"v\" FROM administrator",
+     "0"},
+};
+
+const RemainsCase kPostgresqlRemains[] = {
+    {"backslashes that escape",
+     {"SET standard_conforming_strings=off"},
+     "SELECT current_setting('standard_conforming_strings') AS \"v\"",
+     "on"},
+    {"temporary table",
+     {"CREATE TEMPORARY TABLE administrator AS SELECT 'mallory' AS name"},
+     "SELECT count(*) AS \"v\" FROM administrator",
+     "0"},
+    {"read-only mode",
+     {"SET SESSION CHARACTERISTICS AS TRANSACTION READ ONLY"},
+     "SELECT current_setting('transaction_read_only') AS \"v\"",
+     "off"},
+    {"advisory lock", {"SELECT pg_advisory_lock(7)"}, "SELECT count(*) AS \"v\" FROM pg_locks WHERE locktype='advisory'", "0"},
+    {"search path", {"SET search_path TO pg_catalog"}, "SELECT count(*) AS \"v\" FROM administrator", "0"},
+    {"role", {"SET ROLE pg_monitor"}, "SELECT (current_user=session_user)::text AS \"v\"", "true"},
+    {"session user", {"SET SESSION AUTHORIZATION pg_monitor"}, "SELECT (current_user LIKE 'pg_%')::text AS \"v\"", "false"},
+    {"dates in another form", {"SET DateStyle TO German"}, "SELECT DATE '2026-11-21'::text AS \"v\"", "2026-11-21"},
+    {"encoding", {"SET client_encoding TO LATIN1"}, "SELECT current_setting('client_encoding') AS \"v\"", "UTF8"},
+    {"variable of its own", {"SET zaro.tenant='mallory'"}, "SELECT current_setting('zaro.tenant',true) AS \"v\"", ""},
+    {"prepared statement", {"PREPARE mine AS SELECT 1"}, "SELECT count(*) AS \"v\" FROM pg_prepared_statements", "0"},
+    {"cursor",
+     {"DECLARE mine CURSOR WITH HOLD FOR SELECT 1"},
+     "SELECT count(*) AS \"v\" FROM pg_cursors WHERE name='mine'",
+     "0"},
+    {"channel", {"LISTEN mine"}, "SELECT count(*) AS \"v\" FROM pg_listening_channels()", "0"},
+};
+
+TEST_P(Pool, nothingOfASessionReachesItsNextUser) {
+  open(1);
+  const bool sqlite = home().dialect() == Dialect::SQLite;
+  const std::vector<RemainsCase> cases =
+      sqlite ? std::vector<RemainsCase>(std::begin(kSqliteRemains), std::end(kSqliteRemains))
+             : std::vector<RemainsCase>(std::begin(kPostgresqlRemains), std::end(kPostgresqlRemains));
+  for (const RemainsCase& test : cases) {
+    KxDbConnect* connection = m_pool.getConnect();
+    for (const char* statement : test.statements) {
+      execute(connection, statement);
+    }
+    m_pool.returnConnect(connection);
+    connection = m_pool.getConnect();
+    EXPECT_EQ(first(connection, test.query), test.answer) << test.label;
+    m_pool.returnConnect(connection);
+  }
+}
+
 TEST_P(Pool, rebuildingWorksWithConnectionsOnLoan) {
   open(2);
   // Sessions of the server tell connections apart; the embedded database has none.
@@ -277,6 +346,26 @@ TEST_P(PostgresqlPool, deadConnectionIsReplacedAtCheckout) {
   }
   for (KxDbConnect* loan : loans) {
     m_pool.returnConnect(loan);
+  }
+}
+
+TEST_P(PostgresqlPool, whatTheDataSourceHasSetOutlastsTheReset) {
+  const std::string path = home().directory().path("config/odbc.ini");
+  zaroruntime::IniFile ini(path);
+  ini.set("zaro", "ConnSettings", "SET search_path TO zaro_own,public;SET zaro.tenant='it''s 7'");
+  ini.write(path, 0644);
+  home().sql("ALTER DATABASE " + home().settings().database + " SET role TO pg_monitor");
+  open(1);
+  std::string session;
+  for (int loan = 0; loan < 3; ++loan) {
+    KxDbConnect* connection = m_pool.getConnect();
+    EXPECT_EQ(first(connection, "SELECT current_setting('search_path') AS \"v\""), "zaro_own, public");
+    EXPECT_EQ(first(connection, "SELECT current_setting('zaro.tenant') AS \"v\""), "it's 7");
+    EXPECT_EQ(first(connection, "SELECT current_user AS \"v\""), "pg_monitor");
+    const std::string now = first(connection, "SELECT pg_backend_pid() AS \"v\"");
+    EXPECT_TRUE(session.empty() || now == session) << "it is the same connection, reset";
+    session = now;
+    m_pool.returnConnect(connection);
   }
 }
 
