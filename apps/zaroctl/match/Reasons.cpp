@@ -1,0 +1,73 @@
+#include "match/Reasons.h"
+
+#include <cstddef>
+#include <utility>
+
+#include "KxWildcardEmail.h"
+#include "match/Rows.h"
+#include "patterns/MatchExplanation.h"
+
+bool Reasons::answer(const Addresses& addresses) {
+  bool all = true;
+  for (const std::string& address : addresses) {
+    all = explain(address) && all;
+  }
+  return all;
+}
+
+bool Reasons::explain(const std::string& address) {
+  KxMatchExplanation explanation;
+  KxWildcardEmail::explainEmailAddress(address.c_str(), m_trees.roots(), explanation);
+  const Json candidates = candidatesOf(explanation);
+  if (m_out.isDocument()) {
+    m_out.next({}, documentOf(address, explanation, candidates));
+  } else {
+    m_out.remark(address);
+    m_out.rows({{"n", "N"},
+                {"pattern", "PATTERN"},
+                {"kind", "KIND"},
+                {"weight", "WEIGHT"},
+                {"tree", "TREE"},
+                {"text", "WHAT BECAME OF IT"}},
+               candidates);
+    m_out.remark(codeText(explanation));
+  }
+  return explanation.code != 0;
+}
+
+Json Reasons::candidatesOf(const KxMatchExplanation& explanation) const {
+  Json rows = Json::array();
+  for (const KxMatchCandidate& candidate : explanation.candidates) {
+    Json row = {{"n", rows.size() + 1},
+                {"pattern", candidate.leaf->getFullAddressAsStr()},
+                {"kind", candidate.state},
+                {"weight", candidate.weight},
+                {"tree", m_trees.name(candidate.tree)},
+                {"treeIndex", candidate.tree},
+                {"fate", fateWord(candidate.fate)}};
+    if (candidate.other != KxMatchCandidate::kNone) {
+      row["other"] = candidate.other + 1;
+    }
+    if (candidate.fate == KxMatchCandidate::Exception) {
+      row["removed"] = candidate.removed;
+    }
+    row["text"] = fateText(candidate);
+    rows.push_back(std::move(row));
+  }
+  return rows;
+}
+
+Json Reasons::documentOf(const std::string& address, const KxMatchExplanation& explanation, const Json& candidates) const {
+  Json document = {{"address", address}};
+  describe({explanation.code, explanation.treeIndex, explanation.name, explanation.belongsTo}, m_trees, "", document);
+  document["tier"] = tierWord(explanation.tier);
+  document["weightA"] = explanation.weightA;
+  document["weightB"] = explanation.weightB;
+  document["bothKinds"] = explanation.bothKinds;
+  document["baseCode"] = explanation.baseCode;
+  document["addedCode"] = explanation.addedCode;
+  document["treesSearched"] = explanation.treesSearched;
+  document["candidates"] = candidates;
+  document["text"] = codeText(explanation);
+  return document;
+}
