@@ -1,3 +1,4 @@
+// zaroctl action: the known actions, and the display string of a bitmap.
 #include <gmock/gmock.h>
 
 #include <filesystem>

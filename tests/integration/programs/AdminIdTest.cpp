@@ -1,3 +1,4 @@
+// zaroctl admin id: an identifier for a name, whatever the name, and the truth when the database fails.
 #include <nlohmann/json.hpp>
 
 #include "programs/ProgramTest.h"

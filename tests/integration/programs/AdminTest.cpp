@@ -1,3 +1,4 @@
+// zaroctl admin: administrators are listed, added, assigned to groups and removed.
 #include <nlohmann/json.hpp>
 
 #include "programs/ProgramTest.h"

@@ -1,3 +1,4 @@
+// zaroctl base64: bytes to text and back, from files and standard input.
 #include <gmock/gmock.h>
 
 #include "programs/Program.h"

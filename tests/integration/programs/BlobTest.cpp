@@ -1,3 +1,4 @@
+// zaroctl blob: records of fields are shown and written.
 #include <gmock/gmock.h>
 
 #include <nlohmann/json.hpp>

@@ -1,3 +1,4 @@
+// zaroctl check: each thing that can be wrong in an installation is found and told.
 #include <sys/stat.h>
 #include <unistd.h>
 

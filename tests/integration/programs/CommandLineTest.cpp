@@ -1,3 +1,4 @@
+// What every command of zaroctl has alike: refusals of the command line, help, version, global options.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// zaroctl entity: entities are listed, shown, added and removed, and their patterns compared.
 #include <nlohmann/json.hpp>
 
 #include "programs/ProgramTest.h"

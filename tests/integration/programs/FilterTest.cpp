@@ -1,3 +1,4 @@
+// zaroctl filter list: a line for each filter.
 #include <gmock/gmock.h>
 
 #include <nlohmann/json.hpp>

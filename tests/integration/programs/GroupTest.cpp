@@ -1,3 +1,4 @@
+// zaroctl group: address groups and their members, with import and export.
 #include <nlohmann/json.hpp>
 
 #include "programs/ProgramTest.h"

@@ -1,3 +1,4 @@
+// zaroctl init: what a new installation holds, and that one which fails leaves nothing.
 #include <signal.h>
 #include <sys/stat.h>
 

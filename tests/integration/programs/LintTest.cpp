@@ -1,3 +1,4 @@
+// zaroctl lint: each mistake is found, and what is suggested is what was meant.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// zaroctl match: decisions, their reasons, totals and differences, from files, groups and standard input.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>

@@ -1,3 +1,4 @@
+// zaroctl object and quarantine: who sees, changes and removes which named object.
 #include <nlohmann/json.hpp>
 
 #include "programs/ProgramTest.h"

@@ -1,3 +1,4 @@
+// zaroctl password: a password takes the place of another, and nothing else in the installation changes.
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>

@@ -1,3 +1,4 @@
+// How zaroctl takes passwords in: every one of them works, and none is shown.
 #include <filesystem>
 
 #include "programs/ProgramTest.h"

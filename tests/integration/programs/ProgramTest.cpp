@@ -1,3 +1,4 @@
+// How tests run the program in an installation.
 #include "programs/ProgramTest.h"
 
 #include <sys/stat.h>

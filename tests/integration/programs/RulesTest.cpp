@@ -1,3 +1,4 @@
+// zaroctl rules: the order of rule filters is shown, verified and set.
 #include <nlohmann/json.hpp>
 
 #include "programs/ProgramTest.h"

@@ -1,3 +1,4 @@
+// The sample organisation is whole and agrees with itself.
 #include <map>
 
 #include "programs/ProgramTest.h"

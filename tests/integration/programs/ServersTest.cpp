@@ -1,3 +1,4 @@
+// zaroctl servers: policy servers are listed, added and removed.
 #include <nlohmann/json.hpp>
 
 #include "programs/ProgramTest.h"

@@ -1,3 +1,4 @@
+// zaroctl settings: values with their origin and reason, and what setting them writes.
 #include <sys/stat.h>
 
 #include <filesystem>

@@ -1,3 +1,4 @@
+// What a driver is told to connect with, from data sources and credentials.
 #include "odbc/ConnectionString.h"
 
 #include <gmock/gmock.h>

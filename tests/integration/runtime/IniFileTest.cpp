@@ -1,3 +1,4 @@
+// Ini files are read as they stand, and written without loss.
 #include "ZaroRuntime/IniFile.h"
 
 #include <gmock/gmock.h>

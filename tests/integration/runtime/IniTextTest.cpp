@@ -1,3 +1,4 @@
+// One value in the text of an ini file changes one line.
 #include "config/IniText.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// Display strings are taken from languages and locales.
 #include "KxResbundle.h"
 
 #include <gmock/gmock.h>

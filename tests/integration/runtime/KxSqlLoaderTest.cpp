@@ -1,3 +1,4 @@
+// Statement files are filled in, and refused rather than cut or opened to injection.
 #include "KxSqlLoader.h"
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// Log lines hide passwords, and no text forges or floods them.
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 

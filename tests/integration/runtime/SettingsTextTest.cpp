@@ -1,3 +1,4 @@
+// Which texts are numbers and ports.
 #include "SettingsText.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// The lexical analysis of SQL: literals, comments, statements and transactions.
 #include "sql/SqlText.h"
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// Passwords are encrypted and come back, and what was tampered with does not.
 #include "ZaroRuntime/StoredPassword.h"
 
 #include <gmock/gmock.h>

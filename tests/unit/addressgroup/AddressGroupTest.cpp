@@ -1,3 +1,4 @@
+// Address groups: statements, member lists, codes and messages.
 #include "AddressGroup.h"
 
 #include "NothrowAllocationFailure.h"

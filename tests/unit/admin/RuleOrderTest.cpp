@@ -1,3 +1,4 @@
+// The administrators' order of rule filters, and its verification.
 #include <string>
 #include <vector>
 

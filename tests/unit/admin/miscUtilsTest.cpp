@@ -1,3 +1,4 @@
+// The look-up of an administrator's identifier.
 #include "miscUtils.h"
 
 #include <string>

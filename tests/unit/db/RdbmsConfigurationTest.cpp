@@ -1,3 +1,4 @@
+// Configuration: what Init reads, builds and hands on, and how it fails.
 #include <array>
 #include <optional>
 #include <string>

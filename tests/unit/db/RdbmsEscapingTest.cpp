@@ -1,3 +1,4 @@
+// Quotes and percentage signs in texts for statements.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

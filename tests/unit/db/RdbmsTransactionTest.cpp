@@ -1,3 +1,4 @@
+// Transactions: begun, committed, rolled back, and what happens to those left open.
 #include <memory>
 #include <string>
 #include <vector>

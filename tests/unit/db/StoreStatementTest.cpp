@@ -1,3 +1,4 @@
+// The frame of every store operation: buffers, escaped texts and failures.
 #include "db/StoreStatement.h"
 
 #include <climits>

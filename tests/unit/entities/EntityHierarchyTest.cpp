@@ -1,3 +1,4 @@
+// Which entities contain which, walked both ways.
 #include <algorithm>
 
 #include "EntityTest.h"

@@ -1,3 +1,4 @@
+// The entities of an administrator, and who is the root.
 #include "EntityTest.h"
 
 namespace {

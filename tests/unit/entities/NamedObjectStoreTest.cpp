@@ -1,3 +1,4 @@
+// The store of named objects: statements, codes and messages of each operation.
 #include "EntityTest.h"
 #include "ZaroNamedObj.h"
 

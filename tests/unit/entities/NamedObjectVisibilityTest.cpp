@@ -1,3 +1,4 @@
+// Which objects an administrator sees, edits and deletes.
 #include "EntityTest.h"
 #include "ZaroNamedObj.h"
 

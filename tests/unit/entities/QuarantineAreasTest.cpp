@@ -1,3 +1,4 @@
+// Quarantine areas: which are shown, which may be edited, and the reserved one.
 #include "EntityTest.h"
 #include "ZaroNamedObj.h"
 

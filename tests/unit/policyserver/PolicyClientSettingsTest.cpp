@@ -1,3 +1,4 @@
+// Settings of policy clients: what is read, corrected and reported.
 #include <string>
 #include <vector>
 

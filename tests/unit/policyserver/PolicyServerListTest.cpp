@@ -1,3 +1,4 @@
+// The list of registered policy servers.
 #include <string>
 #include <vector>
 

@@ -1,3 +1,4 @@
+// Settings of policy servers: what is read, corrected, written and reported.
 #include <climits>
 #include <string>
 #include <vector>

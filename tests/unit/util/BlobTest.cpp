@@ -1,3 +1,4 @@
+// Blob records, read and written.
 #include "Blob.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// The text form of named objects for the policy.
 #include "NamedObjMgr.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// Numbers to texts and back, and trimming.
 #include "TextConversions.h"
 
 #include <gtest/gtest.h>

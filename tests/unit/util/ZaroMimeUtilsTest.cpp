@@ -1,3 +1,4 @@
+// Base64, also of texts that are none.
 #include "ZaroMimeUtils.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// The display string of an action bitmap.
 #include <gmock/gmock.h>
 
 #include <iterator>

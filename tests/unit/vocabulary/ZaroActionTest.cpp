@@ -1,3 +1,4 @@
+// Actions: names, ranks and properties.
 #include "ZaroAction.h"
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// Filters: names, ranks and properties.
 #include "ZaroFilter.h"
 
 #include <climits>
