@@ -4,6 +4,8 @@
 #include <climits>
 #include <cstddef>
 #include <iterator>
+#include <map>
+#include <utility>
 
 #include "ZaroErrC.h"
 #include "ZaroRuntime/Installation.h"
@@ -11,9 +13,9 @@
 #include "console/UsageError.h"
 #include "installation/StatementCatalog.h"
 #include "store/Database.h"
+#include "store/Transaction.h"
 
 using zaroruntime::RuntimeError;
-using zaroruntime::SqlSession;
 
 namespace {
 
@@ -26,17 +28,24 @@ constexpr TypeRow kTypes[] = {
     {ZaroNamedObj::GroupOfAddresses, "group"},
 };
 
-ZaroNamedObj::NaObjType typeIn(const SqlSession::Row& row, std::size_t column) {
+constexpr const char* kReservedPrefix = "OPP:";
+// Every character counts, and case too, which LIKE of SQLite does not see.
+constexpr const char* kIsReserved = "substr(name, 1, 4) = 'OPP:'";
+
+ZaroNamedObj::NaObjType typeIn(const StoreConnection::Row& row, std::size_t column) {
   return static_cast<ZaroNamedObj::NaObjType>(std::stoi(row[column].value_or("0")));
 }
 
-std::vector<StoredObject> objectsWhere(const std::string& condition) {
+std::vector<StoredObject> objectsWhere(StoreConnection& db, const std::string& condition) {
   std::vector<StoredObject> objects;
-  for (const auto& row :
-       openSession()->rows("SELECT id, type, name FROM named_object WHERE " + condition + " ORDER BY id")) {
+  for (const auto& row : db.rows("SELECT id, type, name FROM named_object WHERE " + condition, {"id", "type", "name"})) {
     objects.push_back({idIn(row, 0), typeIn(row, 1), row[2].value_or("")});
   }
   return objects;
+}
+
+std::string whereId(unsigned int id) {
+  return "id = " + std::to_string(id);
 }
 
 std::string nameOf(const StoredObject& object) {
@@ -81,11 +90,20 @@ void refuseWhatDoesNotFit(const char* file, const std::string& name, const std::
   }
 }
 
-void requireStored(const StoredObject& object, const std::string& content) {
-  const auto found = objectsWhere("id = " + std::to_string(object.id));
+std::string contentOf(StoreConnection& db, const StoredObject& object) {
+  std::string content;
+  std::string name;
+  if (!ZaroNamedObj::getBlob(db.library(), object.id, content, name)) {
+    throw DatabaseError::because("cannot read " + nameOf(object));
+  }
+  return content;
+}
+
+void requireStored(StoreConnection& db, const StoredObject& object, const std::string& content) {
+  const auto found = objectsWhere(db, whereId(object.id));
   if (found.size() != 1 || found.front().type != object.type || found.front().name != object.name ||
-      contentOf(object) != content) {
-    throw RuntimeError(nameOf(object) + " was written, but does not come back so");
+      contentOf(db, object) != content) {
+    throw RuntimeError(nameOf(object) + " was written, but does not come back so; nothing is changed");
   }
 }
 
@@ -93,9 +111,103 @@ std::string numberOf(ZaroNamedObj::NaObjType type) {
   return std::to_string(static_cast<int>(type));
 }
 
+std::vector<SummaryNamedObject> visibleObjects(ZARO::RdbmsInterface& library, const Viewer& viewer,
+                                               ZaroNamedObj::NaObjType type) {
+  std::vector<SummaryNamedObject> objects;
+  if (!ZaroNamedObj::getIds(library, viewer.id, type, objects)) {
+    throw DatabaseError::because("cannot list the objects of " + quoted(viewer.name));
+  }
+  return objects;
+}
+
+bool isReserved(const std::string& name) {
+  return name.rfind(kReservedPrefix, 0) == 0;
+}
+
+// Whether this is the area that the library takes for the system's.
+bool isSystemArea(StoreConnection& db, const StoredObject& object) {
+  const auto first =
+      db.value("SELECT min(id) AS first FROM named_object WHERE type = " + numberOf(ZaroNamedObj::QuarantineArea) +
+                   " AND " + kIsReserved,
+               "first");
+  return first == std::to_string(object.id);
+}
+
 [[noreturn]] void refuseEditing(const Viewer& viewer, const StoredObject& object) {
   throw RuntimeError(quoted(viewer.name) + " may not edit " + nameOf(object) +
                      " (code 6024): not every owner is a managing group of the administrator's; see zaroctl object why");
+}
+
+// Locks an object for a change to its end. NotThere for what the viewer does not see; RuntimeError for what the viewer
+// may not edit.
+StoredObject lockForChange(StoreConnection& db, const Viewer& viewer, unsigned int id) {
+  const auto found = objectsWhere(db, whereId(id) + db.forUpdate());
+  if (found.empty()) {
+    throwNotSeen(viewer, id);
+  }
+  const StoredObject& object = found.front();
+  if (isReserved(object.name) && viewer.isRoot) {
+    return object;  // which is in no list, not even the root's
+  }
+  const auto visible = visibleObjects(db.library(), viewer, object.type);
+  if (std::none_of(visible.begin(), visible.end(), [&](const SummaryNamedObject& seen) { return seen.id == id; })) {
+    throwNotSeen(viewer, id);
+  }
+  // The library changes whatever it is told to.
+  if (!ZaroNamedObj::isEditable(db.library(), viewer.id, id)) {
+    refuseEditing(viewer, object);
+  }
+  return object;
+}
+
+void refuseOtherType(StoreConnection& db, const StoredObject& object, ZaroNamedObj::NaObjType type) {
+  if (object.type == ZaroNamedObj::GroupOfAddresses && type != object.type &&
+      db.value("SELECT count(*) AS members FROM address_group_member WHERE group_id = " + std::to_string(object.id),
+               "members") != "0") {
+    throw RuntimeError(nameOf(object) + " was not changed: an address group with members stays one");
+  }
+}
+
+std::vector<std::string> rulesThatUse(StoreConnection& db, unsigned int objectId) {
+  const std::string id = std::to_string(objectId);
+  std::vector<std::string> names;
+  for (const auto& row : db.rows("SELECT name FROM policy_rule WHERE quarantine_id = " + id +
+                                     " OR EXISTS (SELECT 1 FROM policy_rule_object WHERE rule_id = "
+                                     "policy_rule.id AND object_id = " +
+                                     id + ") ORDER BY name",
+                                 {"name"})) {
+    names.push_back(row[0].value_or(""));
+  }
+  return names;
+}
+
+std::vector<ObjectText> textsWhere(const std::string& condition) {
+  StoreConnection db;
+  std::vector<ObjectText> texts;
+  std::map<unsigned int, std::string*> groups;
+  for (auto& row : db.rows("SELECT id, type, name, content FROM named_object WHERE " + condition + " ORDER BY id",
+                           {"id", "type", "name", "content"})) {
+    texts.push_back({{idIn(row, 0), typeIn(row, 1), std::move(row[2]).value_or("")}, std::move(row[3]).value_or("")});
+  }
+  for (ObjectText& text : texts) {
+    if (text.object.type == ZaroNamedObj::GroupOfAddresses) {
+      text.text.clear();
+      groups[text.object.id] = &text.text;
+    }
+  }
+  if (groups.empty()) {
+    return texts;
+  }
+  for (const auto& row : db.rows("SELECT group_id, address FROM address_group_member WHERE group_id IN (SELECT id FROM "
+                                 "named_object WHERE " +
+                                     condition + ") ORDER BY group_id, position",
+                                 {"group_id", "address"})) {
+    const auto group = groups.find(idIn(row, 0));
+    if (group != groups.end()) {
+      group->second->append(group->second->empty() ? "" : "\n").append(row[1].value_or(""));
+    }
+  }
+  return texts;
 }
 
 std::string listed(const std::vector<std::string>& names) {
@@ -129,51 +241,69 @@ ZaroNamedObj::NaObjType objectType(const std::string& text) {
 
 std::vector<ZaroNamedObj::NaObjType> usedTypes() {
   std::vector<ZaroNamedObj::NaObjType> types;
-  for (const auto& row : openSession()->rows("SELECT DISTINCT type FROM named_object ORDER BY type")) {
+  for (const auto& row : StoreConnection().rows("SELECT DISTINCT type FROM named_object ORDER BY type", {"type"})) {
     types.push_back(typeIn(row, 0));
   }
   return types;
 }
 
-StoredObject findObject(unsigned int id) {
-  const auto objects = objectsWhere("id = " + std::to_string(id));
-  if (objects.empty()) {
-    throw NotThere("no object " + std::to_string(id));
+void refuseReservedName(const char* argument, const std::string& name) {
+  if (isReserved(name)) {
+    throw UsageError(std::string(argument) + ": " + quoted(name) + " begins with " + quoted(kReservedPrefix) +
+                     ", as only the system's quarantine area does");
   }
-  return objects.front();
 }
 
-std::vector<StoredObject> objectsOfType(ZaroNamedObj::NaObjType type) {
-  return objectsWhere("type = " + numberOf(type));
+std::optional<StoredObject> findStored(unsigned int id) {
+  StoreConnection db;
+  const auto objects = objectsWhere(db, whereId(id));
+  return objects.empty() ? std::nullopt : std::make_optional(objects.front());
+}
+
+StoredObject findObject(unsigned int id) {
+  const auto object = findStored(id);
+  if (!object) {
+    throw NotThere("no object " + std::to_string(id));
+  }
+  return *object;
 }
 
 std::string contentOf(const StoredObject& object) {
-  requireLibrary();
-  ZARO::RdbmsInterface db;
-  std::string content;
-  std::string name;
-  if (!ZaroNamedObj::getBlob(db, object.id, content, name)) {
-    throw RuntimeError("cannot read " + nameOf(object) + ": " + databaseFailure());
-  }
-  return content;
+  StoreConnection db;
+  return contentOf(db, object);
 }
 
 std::vector<std::string> rulesThatUse(unsigned int objectId) {
-  const std::string id = std::to_string(objectId);
-  std::vector<std::string> names;
-  for (const auto& row : openSession()->rows("SELECT name FROM policy_rule WHERE quarantine_id = " + id +
-                                             " OR EXISTS (SELECT 1 FROM policy_rule_object WHERE rule_id = "
-                                             "policy_rule.id AND object_id = " +
-                                             id + ") ORDER BY name")) {
-    names.push_back(row[0].value_or(""));
+  StoreConnection db;
+  return rulesThatUse(db, objectId);
+}
+
+std::vector<ObjectText> textsOfType(ZaroNamedObj::NaObjType type) {
+  return textsWhere("type = " + numberOf(type));
+}
+
+std::vector<ObjectText> textsOf(const std::vector<unsigned int>& ids) {
+  std::string list;
+  for (const unsigned int id : ids) {
+    list.append(list.empty() ? "" : ", ").append(std::to_string(id));
   }
-  return names;
+  const auto found = list.empty() ? std::vector<ObjectText>() : textsWhere("id IN (" + list + ")");
+  std::vector<ObjectText> texts;
+  for (const unsigned int id : ids) {
+    const auto text =
+        std::find_if(found.begin(), found.end(), [&](const ObjectText& one) { return one.object.id == id; });
+    if (text == found.end()) {
+      throw NotThere("no object " + std::to_string(id));
+    }
+    texts.push_back(*text);
+  }
+  return texts;
 }
 
 Viewer findViewer(const std::string& adminName) {
   const unsigned int id = adminIdOf(adminName);
-  ZARO::RdbmsInterface db;
-  Viewer viewer = {adminName, id, EntityUtils::isAdminRoot(db, id), entitiesOf(id)};
+  StoreConnection db;
+  Viewer viewer = {adminName, id, EntityUtils::isAdminRoot(db.library(), id), entitiesOf(id)};
   if (!viewer.isRoot && viewer.entities.empty()) {
     throw NotThere(quoted(adminName) + " is assigned to no managing group, and sees no object");
   }
@@ -181,12 +311,17 @@ Viewer findViewer(const std::string& adminName) {
 }
 
 std::vector<SummaryNamedObject> visibleObjects(const Viewer& viewer, ZaroNamedObj::NaObjType type) {
-  ZARO::RdbmsInterface db;
-  std::vector<SummaryNamedObject> objects;
-  if (!ZaroNamedObj::getIds(db, viewer.id, type, objects)) {
-    throw RuntimeError("cannot list the objects of " + quoted(viewer.name) + ": " + databaseFailure());
-  }
-  return objects;
+  StoreConnection db;
+  return visibleObjects(db.library(), viewer, type);
+}
+
+bool isModifiable(const Viewer& viewer, unsigned int id) {
+  StoreConnection db;
+  return ZaroNamedObj::isEditable(db.library(), viewer.id, id);
+}
+
+void throwNotSeen(const Viewer& viewer, unsigned int id) {
+  throw NotThere(quoted(viewer.name) + " sees no object " + std::to_string(id) + "; see zaroctl object why");
 }
 
 StoredObject addObject(const Viewer& viewer, ZaroNamedObj::NaObjType type, const std::string& name,
@@ -196,47 +331,60 @@ StoredObject addObject(const Viewer& viewer, ZaroNamedObj::NaObjType type, const
     throw RuntimeError(quoted(viewer.name) + " is assigned to no managing group that could own the object");
   }
   refuseWhatDoesNotFit("ui_AddNamedObj.sql", name, content, {numberOf(type)});
-  ZARO::RdbmsInterface db;
-  StoredObject object = {0, type, name};
-  if (!ZaroNamedObj::add(db, viewer.id, name.c_str(), content.c_str(), type, object.id)) {
-    throw RuntimeError("the object " + quoted(name) + " was not added, or has not got its owners: " + databaseFailure());
-  }
-  requireStored(object, content);
-  return object;
+  return inTransaction([&](StoreConnection& db) {
+    StoredObject object = {0, type, name};
+    if (!ZaroNamedObj::add(db.library(), viewer.id, name.c_str(), content.c_str(), type, object.id)) {
+      throw DatabaseError::because("the object " + quoted(name) + " was not added");
+    }
+    requireStored(db, object, content);
+    return object;
+  });
 }
 
-void changeObject(const Viewer& viewer, const StoredObject& changed, const std::string& content) {
-  refuseWrongContent(content);
-  refuseWhatDoesNotFit("ui_ModifyNamedObj.sql", changed.name, content,
-                       {numberOf(changed.type), std::to_string(changed.id)});
-  ZARO::RdbmsInterface db;
-  // The library changes whatever it is told to.
-  if (!ZaroNamedObj::isEditable(db, viewer.id, changed.id)) {
-    refuseEditing(viewer, changed);
+StoredObject changeObject(const Viewer& viewer, unsigned int id, const ObjectChange& change) {
+  if (change.content) {
+    refuseWrongContent(*change.content);
   }
-  if (!ZaroNamedObj::modify(db, changed.id, viewer.id, changed.name.c_str(), content.c_str(), changed.type)) {
-    throw RuntimeError(nameOf(changed) + " was not changed: " + databaseFailure());
-  }
-  requireStored(changed, content);
+  return inTransaction([&](StoreConnection& db) {
+    const StoredObject stored = lockForChange(db, viewer, id);
+    if ((change.name || change.type) && isSystemArea(db, stored)) {
+      throw RuntimeError(nameOf(stored) + " is the system's: it keeps its name and type");
+    }
+    const StoredObject changed = {id, change.type.value_or(stored.type), change.name.value_or(stored.name)};
+    refuseOtherType(db, stored, changed.type);
+    const std::string content = change.content ? *change.content : contentOf(db, stored);
+    refuseWhatDoesNotFit("ui_ModifyNamedObj.sql", changed.name, content, {numberOf(changed.type), std::to_string(id)});
+    if (!ZaroNamedObj::modify(db.library(), id, viewer.id, changed.name.c_str(), content.c_str(), changed.type)) {
+      throw DatabaseError::because(nameOf(stored) + " was not changed");
+    }
+    requireStored(db, changed, content);
+    return changed;
+  });
 }
 
-void removeObject(const Viewer& viewer, const StoredObject& object) {
-  ZARO::RdbmsInterface db;
-  switch (ZaroNamedObj::remove(db, object.id, viewer.id)) {
-    case ZaroErrC::Success:
-      break;
-    case ZaroErrC::NoSuchObject:
-      throw NotThere(nameOf(object) + " is gone already (code 6022)");
-    case ZaroErrC::ObjectCameIntoUse:
-      throw RuntimeError(nameOf(object) + " was not removed: a rule came to use it meanwhile (code 6023)");
-    case ZaroErrC::ObjectNotEditable:
-      refuseEditing(viewer, object);
-    case ZaroErrC::ObjectInUse:
-      throw RuntimeError(nameOf(object) + " was not removed: in use (code 6025) by " + listed(rulesThatUse(object.id)));
-    default:
-      throw RuntimeError(nameOf(object) + " was not removed: " + databaseFailure());
-  }
-  if (!objectsWhere("id = " + std::to_string(object.id)).empty()) {
-    throw RuntimeError(nameOf(object) + " was not removed, though the database said so");
-  }
+StoredObject removeObject(const Viewer& viewer, unsigned int id) {
+  return inTransaction([&](StoreConnection& db) {
+    StoredObject object = lockForChange(db, viewer, id);
+    if (isSystemArea(db, object)) {
+      throw RuntimeError(nameOf(object) + " is the system's, and is not removed");
+    }
+    switch (ZaroNamedObj::remove(db.library(), id, viewer.id)) {
+      case ZaroErrC::Success:
+        break;
+      case ZaroErrC::NoSuchObject:
+        throw NotThere(nameOf(object) + " is gone already (code 6022)");
+      case ZaroErrC::ObjectCameIntoUse:
+        throw RuntimeError(nameOf(object) + " was not removed: a rule came to use it meanwhile (code 6023)");
+      case ZaroErrC::ObjectNotEditable:
+        refuseEditing(viewer, object);
+      case ZaroErrC::ObjectInUse:
+        throw RuntimeError(nameOf(object) + " was not removed: in use (code 6025) by " + listed(rulesThatUse(db, id)));
+      default:
+        throw DatabaseError::because(nameOf(object) + " was not removed");
+    }
+    if (!objectsWhere(db, whereId(id)).empty()) {
+      throw RuntimeError(nameOf(object) + " was not removed, though the database said so");
+    }
+    return object;
+  });
 }

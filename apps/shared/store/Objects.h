@@ -1,8 +1,15 @@
 // Named objects of the installation, as commands need them.
 //
+// 1. A change is one transaction that locks the object first, and changes only what it names.
+// 2. An administrator changes what is visible in `visibleObjects` and editable by `ZaroNamedObj::isEditable`. What is not
+//    visible is not there: a refusal shows nothing of it.
+// 3. Names that begin with "OPP:" are the system's. Nobody gives an object such a name. The quarantine area that has one
+//    (of several the oldest) keeps its name and type and is not removed; the administration root may change its content.
+//
 // Everything here throws RuntimeError when the database fails, and NotThere for what is not there.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,6 +22,9 @@ ZaroNamedObj::NaObjType objectType(const std::string& text);
 // Every type of which there are objects.
 std::vector<ZaroNamedObj::NaObjType> usedTypes();
 
+// UsageError, naming `argument`, for a name that is the system's.
+void refuseReservedName(const char* argument, const std::string& name);
+
 struct StoredObject {
   unsigned int id;
   ZaroNamedObj::NaObjType type;
@@ -22,11 +32,22 @@ struct StoredObject {
 };
 
 StoredObject findObject(unsigned int id);
-// Every object of a type, by identifier.
-std::vector<StoredObject> objectsOfType(ZaroNamedObj::NaObjType type);
+// Nothing when there is none.
+std::optional<StoredObject> findStored(unsigned int id);
 std::string contentOf(const StoredObject& object);
 // The names of the rules that use an object.
 std::vector<std::string> rulesThatUse(unsigned int objectId);
+
+// An object with the text that policies read for it: its content, or the members of an address group, one a line.
+struct ObjectText {
+  StoredObject object;
+  std::string text;
+};
+
+// Those of a type, by identifier.
+std::vector<ObjectText> textsOfType(ZaroNamedObj::NaObjType type);
+// Those of some identifiers, in the order given.
+std::vector<ObjectText> textsOf(const std::vector<unsigned int>& ids);
 
 // An administrator who looks at objects. One who is not root has at least one managing group.
 struct Viewer {
@@ -39,10 +60,23 @@ struct Viewer {
 // NotThere also for one who could not see anything.
 Viewer findViewer(const std::string& adminName);
 std::vector<SummaryNamedObject> visibleObjects(const Viewer& viewer, ZaroNamedObj::NaObjType type);
+// Whether `changeObject` would change an object that is visible. Removing also wants that no rule uses it.
+bool isModifiable(const Viewer& viewer, unsigned int id);
+// NotThere for what the viewer does not see, whether it is there or not.
+[[noreturn]] void throwNotSeen(const Viewer& viewer, unsigned int id);
 
 // What the library does with an object, or RuntimeError saying in words why it did not, or would not. The object is
-// read back and compared.
+// read back and compared before the change is committed.
 StoredObject addObject(const Viewer& viewer, ZaroNamedObj::NaObjType type, const std::string& name,
                        const std::string& content);
-void changeObject(const Viewer& viewer, const StoredObject& changed, const std::string& content);
-void removeObject(const Viewer& viewer, const StoredObject& object);
+
+struct ObjectChange {
+  std::optional<ZaroNamedObj::NaObjType> type;
+  std::optional<std::string> name;
+  std::optional<std::string> content;
+};
+
+// As it is afterwards; what the change does not name stays.
+StoredObject changeObject(const Viewer& viewer, unsigned int id, const ObjectChange& change);
+// As it was.
+StoredObject removeObject(const Viewer& viewer, unsigned int id);

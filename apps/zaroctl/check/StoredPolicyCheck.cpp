@@ -19,6 +19,7 @@ class StoredPolicyCheck {
     if (_checkSchema()) {
       _checkEntities();
       _checkOwners();
+      _checkSystemArea();
     }
   }
 
@@ -56,7 +57,36 @@ class StoredPolicyCheck {
     _checkRows("objects",
                "SELECT name FROM named_object WHERE NOT EXISTS (SELECT 1 FROM named_object_owner WHERE object_id = id) "
                "ORDER BY name",
-               "every one has an owner", "without an owner, so that nobody but the root sees them: ");
+               "every one has an owner",
+               "without an owner, so that nobody but the root sees them, while whoever has a managing group may change and "
+               "remove them through the library: ");
+  }
+
+  // The library takes the first that it finds.
+  void _checkSystemArea() {
+    m_findings.check("quarantine", [&] {
+      const auto rows = m_database.session->rows(
+          "SELECT id, name FROM named_object WHERE type = 3 AND substr(name, 1, 4) = 'OPP:' ORDER BY id");
+      if (rows.empty()) {
+        return std::string(
+            "no quarantine area has the system's name (\"OPP:\"): administrators are offered none but their own");
+      }
+      if (rows.size() == 1) {
+        return "one area has the system's name: " + _objectName(rows.front());
+      }
+      std::string names;
+      for (const auto& row : rows) {
+        names.append(names.empty() ? "" : ", ").append(_objectName(row));
+      }
+      throw RuntimeError("database " + m_database.name +
+                         ": more than one with the system's name (\"OPP:\"), of which the oldest counts and the "
+                         "administration root may remove the others: " +
+                         names);
+    });
+  }
+
+  static std::string _objectName(const zaroruntime::SqlSession::Row& row) {
+    return "object " + row[0].value_or("") + " (" + quoted(row[1].value_or("")) + ")";
   }
 
   // Names that a query must not find.

@@ -8,8 +8,6 @@
 #include "commands/CommandTree.h"
 #include "commands/Commands.h"
 #include "console/Input.h"
-#include "console/Text.h"
-#include "console/UsageError.h"
 #include "store/Objects.h"
 
 namespace {
@@ -30,10 +28,16 @@ ExitCode list(Output& out, const std::string& admin, const std::string& type) {
                       {"type", nameOfType(wanted)},
                       {"name", object.name},
                       {"editable", object.editable},
+                      {"modifiable", object.editable && isModifiable(viewer, object.id)},
                       {"deletable", object.deletable}});
     }
   }
-  out.rows({{"id", "ID"}, {"type", "TYPE"}, {"name", "NAME"}, {"editable", "EDITABLE"}, {"deletable", "DELETABLE"}},
+  out.rows({{"id", "ID"},
+            {"type", "TYPE"},
+            {"name", "NAME"},
+            {"editable", "EDITABLE"},
+            {"modifiable", "MODIFIABLE"},
+            {"deletable", "DELETABLE"}},
            rows);
   return ExitCode::Found;
 }
@@ -41,19 +45,20 @@ ExitCode list(Output& out, const std::string& admin, const std::string& type) {
 ExitCode show(Output& out, const std::string& admin, const std::string& idText) {
   const unsigned int id = idArgument("ID", idText);
   const Viewer viewer = findViewer(admin);
-  const StoredObject object = findObject(id);
-  const auto visible = visibleObjects(viewer, object.type);
+  const auto object = findStored(id);
+  const auto visible = object ? visibleObjects(viewer, object->type) : std::vector<SummaryNamedObject>();
   const SummaryNamedObject* summary = findVisible(visible, id);
   if (summary == nullptr) {
-    throw NotThere(quoted(admin) + " does not see object " + std::to_string(id) + "; see zaroctl object why");
+    throwNotSeen(viewer, id);
   }
   out.record({{"id", id},
-              {"type", nameOfType(object.type)},
-              {"name", object.name},
+              {"type", nameOfType(object->type)},
+              {"name", object->name},
               {"editable", summary->editable},
+              {"modifiable", summary->editable && isModifiable(viewer, id)},
               {"deletable", summary->deletable},
               {"rules", rulesThatUse(id)},
-              {"content", contentOf(object)}});
+              {"content", contentOf(*object)}});
   return ExitCode::Found;
 }
 
@@ -86,11 +91,12 @@ ExitCode printObject(Output& out, const StoredObject& object) {
 ExitCode add(Output& out, const NewObject& wanted) {
   const auto type = objectType(wanted.type);
   refuseWrongName("NAME", wanted.name);
+  refuseReservedName("NAME", wanted.name);
   const Viewer viewer = findViewer(wanted.admin);
   return printObject(out, addObject(viewer, type, wanted.name, wanted.content.read().value_or("")));
 }
 
-struct ObjectChange {
+struct WantedChange {
   std::string admin;
   std::string id;
   std::optional<std::string> type;
@@ -98,33 +104,25 @@ struct ObjectChange {
   Content content;
 };
 
-ExitCode modify(Output& out, const ObjectChange& change) {
-  const unsigned int id = idArgument("ID", change.id);
-  if (change.name) {
-    refuseWrongName("--name", *change.name);
+ExitCode modify(Output& out, const WantedChange& wanted) {
+  const unsigned int id = idArgument("ID", wanted.id);
+  if (wanted.name) {
+    refuseWrongName("--name", *wanted.name);
+    refuseReservedName("--name", *wanted.name);
   }
-  std::optional<ZaroNamedObj::NaObjType> type;
-  if (change.type) {
-    type = objectType(*change.type);
+  ObjectChange change;
+  change.name = wanted.name;
+  if (wanted.type) {
+    change.type = objectType(*wanted.type);
   }
-  const Viewer viewer = findViewer(change.admin);
-  StoredObject object = findObject(id);
-  const auto content = change.content.read();
-  const std::string newContent = content ? *content : contentOf(object);
-  if (type) {
-    object.type = *type;
-  }
-  object.name = change.name.value_or(object.name);
-  changeObject(viewer, object, newContent);
-  return printObject(out, object);
+  const Viewer viewer = findViewer(wanted.admin);
+  change.content = wanted.content.read();
+  return printObject(out, changeObject(viewer, id, change));
 }
 
 ExitCode remove(Output& out, const std::string& admin, const std::string& idText) {
   const unsigned int id = idArgument("ID", idText);
-  const Viewer viewer = findViewer(admin);
-  const StoredObject object = findObject(id);
-  removeObject(viewer, object);
-  return printObject(out, object);
+  return printObject(out, removeObject(findViewer(admin), id));
 }
 
 void addAdminOption(CLI::App& command, std::string& admin) {
@@ -170,7 +168,7 @@ void addObjectAdd(CommandTree& tree) {
 }
 
 void addObjectModify(CommandTree& tree) {
-  const auto change = std::make_shared<ObjectChange>();
+  const auto change = std::make_shared<WantedChange>();
   CLI::App* command = tree.add("object modify", "Change an object",
                                {"zaroctl object modify --as sales-admin 3 --name 'Sales area' --content 'days=9'"},
                                tellingNotThere([change](Output& out) { return modify(out, *change); }));

@@ -1,6 +1,7 @@
 // object policy-text, quarantine list
 #include <algorithm>
 #include <climits>
+#include <iterator>
 #include <list>
 #include <memory>
 #include <string>
@@ -11,7 +12,6 @@
 #include "commands/Commands.h"
 #include "console/Text.h"
 #include "console/UsageError.h"
-#include "store/AddressGroups.h"
 #include "store/Database.h"
 #include "store/Objects.h"
 
@@ -19,39 +19,23 @@ using zaroruntime::RuntimeError;
 
 namespace {
 
-// An address group's content is its members, one a line.
-std::string textOf(const StoredObject& object) {
-  if (object.type != ZaroNamedObj::GroupOfAddresses) {
-    return contentOf(object);
-  }
-  std::string text;
-  for (const std::string& address : membersOf(findGroup(object.id))) {
-    text.append(text.empty() ? "" : "\n").append(address);
-  }
-  return text;
-}
-
 struct PolicyTextOptions {
   std::string type;
   int lead = 0;
   std::vector<std::string> ids;
 
-  std::vector<StoredObject> find() const {
-    std::vector<unsigned int> numbers(ids.size());
-    std::transform(ids.begin(), ids.end(), numbers.begin(), [](const std::string& id) { return idArgument("ID", id); });
-    std::vector<StoredObject> objects;
-    objects.reserve(numbers.size());
-    for (const unsigned int id : numbers) {
-      objects.push_back(findObject(id));
+  std::vector<ObjectText> find() const {
+    if (!ids.empty()) {
+      std::vector<unsigned int> numbers(ids.size());
+      std::transform(ids.begin(), ids.end(), numbers.begin(), [](const std::string& id) { return idArgument("ID", id); });
+      return textsOf(numbers);
     }
-    if (ids.empty()) {
-      const auto types = type.empty() ? usedTypes() : std::vector{objectType(type)};
-      for (const auto wanted : types) {
-        const auto some = objectsOfType(wanted);
-        objects.insert(objects.end(), some.begin(), some.end());
-      }
+    std::vector<ObjectText> texts;
+    for (const auto wanted : type.empty() ? usedTypes() : std::vector{objectType(type)}) {
+      auto some = textsOfType(wanted);
+      texts.insert(texts.end(), std::make_move_iterator(some.begin()), std::make_move_iterator(some.end()));
     }
-    return objects;
+    return texts;
   }
 };
 
@@ -59,12 +43,11 @@ ExitCode printPolicyText(Output& out, const PolicyTextOptions& options) {
   NamedObjMgrForPolicy manager;
   std::list<PolicyObjectRecord> records;
   manager.leadValue = options.lead;
-  for (const StoredObject& object : options.find()) {
+  for (const auto& [object, text] : options.find()) {
     if (object.id > static_cast<unsigned int>(INT_MAX)) {
       throw RuntimeError("object " + std::to_string(object.id) + " has no place in the text: its keys end at " +
                          std::to_string(INT_MAX));
     }
-    const std::string text = textOf(object);
     records.push_back({object.type, text, object.name, static_cast<unsigned int>(text.size()),
                        static_cast<unsigned int>(object.name.size())});
     manager.records[static_cast<int>(object.id)] = &records.back();
@@ -82,16 +65,22 @@ ExitCode printPolicyText(Output& out, const PolicyTextOptions& options) {
 
 ExitCode listQuarantineAreas(Output& out, const std::string& admin) {
   const Viewer viewer = findViewer(admin);
-  ZARO::RdbmsInterface db;
+  StoreConnection db;
   std::vector<QuarantineData> areas;
-  if (!ZaroNamedObj::getEditableQuanantineData(db, viewer.id, areas)) {
+  if (!ZaroNamedObj::getEditableQuanantineData(db.library(), viewer.id, areas)) {
     throw RuntimeError("cannot list the quarantine areas of " + quoted(admin) + ": " + databaseFailure());
   }
   Json rows = Json::array();
   for (const QuarantineData& area : areas) {
-    rows.push_back({{"id", area.id}, {"name", area.name}, {"editable", area.editable}, {"content", area.content}});
+    rows.push_back({{"id", area.id},
+                    {"name", area.name},
+                    {"editable", area.editable},
+                    {"modifiable", (area.editable || viewer.isRoot) && isModifiable(viewer, area.id)},
+                    {"content", area.content}});
   }
-  out.rows({{"id", "ID"}, {"name", "NAME"}, {"editable", "EDITABLE"}, {"content", "CONTENT"}}, rows);
+  out.rows(
+      {{"id", "ID"}, {"name", "NAME"}, {"editable", "EDITABLE"}, {"modifiable", "MODIFIABLE"}, {"content", "CONTENT"}},
+      rows);
   return ExitCode::Found;
 }
 

@@ -1,1 +1,1 @@
-SELECT name AS "Name",id AS "ID",content AS "Content" FROM named_object WHERE type=%d ORDER BY name,id
+SELECT name AS "Name",id AS "ID",content AS "Content" FROM named_object WHERE type=%d ORDER BY id

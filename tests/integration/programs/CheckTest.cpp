@@ -294,7 +294,8 @@ TEST_P(Check, objectsWithoutAnOwnerAreNamedUpToFive) {
   }
   const auto found = wrongs();
   ASSERT_EQ(found.size(), 1u);
-  EXPECT_THAT(found[0], MatchesRegex("objects\tdatabase .+: without an owner, so that nobody but the root sees them: "
+  EXPECT_THAT(found[0], MatchesRegex("objects\tdatabase .+: without an owner, so that nobody but the root sees them, while "
+                                     "whoever has a managing group may change and remove them through the library: "
                                      "\"a\", \"b\", \"c\", \"d\", \"e\" and 2 more"));
 }
 

@@ -1,0 +1,210 @@
+// What changes of objects leave behind: several at a time, refused, failed half way, on the system's area.
+#include <nlohmann/json.hpp>
+#include <thread>
+
+#include "programs/ProgramTest.h"
+
+namespace {
+
+using testing::AllOf;
+using testing::Each;
+using testing::HasSubstr;
+using testing::Not;
+using zarotest::linesOf;
+using zarotest::ProgramResult;
+
+using Words = std::vector<std::string>;
+
+class ObjectChanges : public zarotest::ProgramTest {
+ protected:
+  void SetUp() override {
+    ProgramTest::SetUp();
+    if (!IsSkipped()) {
+      mustInit({"--sample"});
+    }
+  }
+
+  void expectDone(const Words& words) const {
+    const ProgramResult result = run(words);
+    EXPECT_EQ(result.status, 0) << result.err;
+  }
+  // In one line that holds none of what is hidden.
+  void expectRefused(const Words& words, int status, const std::string& told, const Words& hidden = {}) const {
+    const ProgramResult result = run(words);
+    EXPECT_EQ(result.status, status) << result.out << result.err;
+    EXPECT_THAT(result.err, HasSubstr(told));
+    EXPECT_EQ(linesOf(result.err).size(), 1u) << result.err;
+    for (const std::string& text : hidden) {
+      EXPECT_THAT(result.err, Not(HasSubstr(text)));
+    }
+  }
+  std::string object(unsigned int id) const {
+    return value("SELECT type || ' ' || name || ' ' || content FROM named_object WHERE id = " + std::to_string(id));
+  }
+
+  // Runs commands side by side, `rounds` of each, and answers the last words of each that was acknowledged.
+  std::vector<Words> runSideBySide(std::size_t count, int rounds,
+                                   const std::function<Words(std::size_t which, int round)>& command) const {
+    std::vector<Words> acknowledged(count);
+    std::vector<std::thread> threads;
+    for (std::size_t which = 0; which < count; ++which) {
+      threads.emplace_back([&, which] {
+        for (int round = 0; round < rounds; ++round) {
+          const Words words = command(which, round);
+          if (run(words).status == 0) {
+            acknowledged[which].push_back(words.back());
+          }
+        }
+      });
+    }
+    for (std::thread& thread : threads) {
+      thread.join();
+    }
+    return acknowledged;
+  }
+};
+
+TEST_P(ObjectChanges, changesOfDifferentPartsAtATimeAreAllKept) {
+  const char* const options[] = {"--name", "--content"};
+  const auto last = runSideBySide(2, 15, [&](std::size_t which, int round) {
+    return Words{"object", "modify", "--as", "sales-admin", "3", options[which], "x" + std::to_string(round)};
+  });
+  ASSERT_EQ(last[0].size(), 15u);
+  ASSERT_EQ(last[1].size(), 15u);
+  EXPECT_EQ(object(3), "3 x14 x14");
+}
+
+TEST_P(ObjectChanges, addingAtATimeGivesEveryObjectItsOwners) {
+  runSideBySide(3, 5, [&](std::size_t which, int round) {
+    return Words{"object",      "add",    "--as",
+                 "sales-admin", "--type", "1",
+                 "--content",   "",       "n" + std::to_string(which) + "." + std::to_string(round)};
+  });
+  EXPECT_EQ(value("SELECT count(*) FROM named_object WHERE name LIKE 'n%.%'"), "15");
+  EXPECT_EQ(value("SELECT count(*) FROM named_object_owner WHERE object_id > 11"), "45");
+}
+
+TEST_P(ObjectChanges, objectWhoseOwnersFailIsNotStored) {
+  writeFile("sql/ui_AddEntityNamedObj.sql", "INSERT INTO nowhere VALUES(%u,%u,%d)");
+  expectRefused({"object", "add", "--as", "sales-admin", "--type", "1", "n"}, 75, "the object \"n\" was not added: ");
+  EXPECT_EQ(value("SELECT count(*) FROM named_object"), "11");
+}
+
+TEST_P(ObjectChanges, failedReadBackStoresNothing) {
+  writeFile("sql/ui_GetNamedObjBlob.sql", "SELECT 'x' AS \"Content\", 'y' AS \"Name\" FROM named_object WHERE id=%u");
+  const std::string before = object(3);
+  expectRefused({"object", "modify", "--as", "sales-admin", "3", "--content", "z"}, 75,
+                "does not come back so; nothing is changed");
+  expectRefused({"object", "add", "--as", "sales-admin", "--type", "1", "--content", "z", "n"}, 75,
+                "does not come back so; nothing is changed");
+  EXPECT_EQ(object(3), before);
+  EXPECT_EQ(value("SELECT count(*) FROM named_object"), "11");
+}
+
+TEST_P(ObjectChanges, nobodyEntersTheNamesOfTheSystem) {
+  const std::string told = "begins with \"OPP:\", as only the system's quarantine area does";
+  for (const char* admin : {"admin", "postmaster", "sales-admin"}) {
+    for (const char* type : {"quarantine", "group", "1"}) {
+      expectRefused({"object", "add", "--as", admin, "--type", type, "OPP:A"}, 2, told);
+    }
+    expectRefused({"object", "modify", "--as", admin, "3", "--name", "OPP:A"}, 2, told);
+    expectRefused({"object", "modify", "--as", admin, "1", "--name", "OPP:B"}, 2, told);
+  }
+  expectDone({"object", "add", "--as", "sales-admin", "--type", "quarantine", "opp:a"});
+  EXPECT_EQ(value("SELECT count(*) FROM named_object WHERE substr(name, 1, 4) = 'OPP:'"), "1");
+}
+
+TEST_P(ObjectChanges, systemAreaIsTheRootsAndOnlyItsContentChanges) {
+  const Words changes[] = {
+      {"modify", "--content", "days=1"}, {"modify", "--name", "Area"}, {"modify", "--type", "4"}, {"remove"}};
+  for (const char* admin : {"postmaster", "sales-admin"}) {  // the first belongs to the group that owns the area
+    for (const Words& change : changes) {
+      Words words = {"object", change.front(), "--as", admin, "1"};
+      words.insert(words.end(), change.begin() + 1, change.end());
+      expectRefused(words, 1, std::string("\"") + admin + "\" sees no object 1", {"OPP:", "System"});
+    }
+  }
+  EXPECT_EQ(object(1), "3 OPP:System quarantine days=30;notify=no");
+  expectRefused({"object", "modify", "--as", "admin", "1", "--name", "Area"}, 75, "keeps its name and type");
+  expectRefused({"object", "modify", "--as", "admin", "1", "--type", "4"}, 75, "keeps its name and type");
+  expectRefused({"object", "remove", "--as", "admin", "1"}, 75, "is the system's, and is not removed");
+  expectDone({"object", "modify", "--as", "admin", "1", "--content", "days=1"});
+  EXPECT_EQ(object(1), "3 OPP:System quarantine days=1");
+}
+
+TEST_P(ObjectChanges, oldestOfSeveralSystemAreasCountsAndTheRootRemovesTheOthers) {
+  session()->run("INSERT INTO named_object (type, name, content) VALUES (3, 'OPP:A false one', 'days=0')");
+  EXPECT_EQ(linesOf(run({"quarantine", "list", "--as", "postmaster"}).out).back(),
+            "1\tOPP:System quarantine\tno\tno\tdays=30;notify=no");
+  EXPECT_EQ(linesOf(run({"quarantine", "list", "--as", "admin"}).out).back(),
+            "1\tOPP:System quarantine\tno\tyes\tdays=30;notify=no");
+  const ProgramResult checked = run({"check"});
+  EXPECT_EQ(checked.status, 75);
+  EXPECT_THAT(checked.out, HasSubstr("more than one with the system's name (\"OPP:\"), of which the oldest counts and "
+                                     "the administration root may remove the others: object 1 (\"OPP:System quarantine\"), "
+                                     "object 12 (\"OPP:A false one\")"));
+  expectRefused({"object", "remove", "--as", "postmaster", "12"}, 1, "sees no object 12");
+  expectDone({"object", "remove", "--as", "admin", "12"});
+  EXPECT_EQ(run({"check"}).status, 0);
+  session()->run("DELETE FROM named_object WHERE id = 1");
+  EXPECT_THAT(run({"check"}).out, HasSubstr("no quarantine area has the system's name (\"OPP:\"): "));
+}
+
+TEST_P(ObjectChanges, refusalsShowNothingOfWhatIsNotSeen) {
+  const Words hidden = {"Company", "Hold confidential", "example.test", "does not", "code"};
+  for (const Words& words : {Words{"object", "show", "--as", "customer-admin", "2"},
+                             Words{"object", "modify", "--as", "customer-admin", "2", "--content", "x"},
+                             Words{"object", "remove", "--as", "customer-admin", "2"}}) {
+    expectRefused(words, 1, "\"customer-admin\" sees no object 2; see zaroctl object why", hidden);
+  }
+  expectRefused({"object", "remove", "--as", "customer-admin", "99"}, 1,
+                "\"customer-admin\" sees no object 99; see zaroctl object why");
+  session()->run("DELETE FROM named_object_owner WHERE object_id = 11");
+  expectRefused({"object", "remove", "--as", "sales-admin", "11"}, 1, "sees no object 11", {"Office"});
+}
+
+TEST_P(ObjectChanges, refusalsNameWhatIsStored) {
+  expectRefused({"object", "modify", "--as", "sales-admin", "10", "--name", "Another"}, 75,
+                "may not edit object 10 (\"Company disclaimer\") (code 6024)", {"Another"});
+  expectRefused({"object", "modify", "--as", "sales-admin", "6", "--name", "Another", "--type", "1"}, 75,
+                "object 6 (\"Sales team\") was not changed: an address group with members stays one", {"SQL"});
+  expectRefused({"object", "modify", "--as", "sales-admin", "3", "--name", std::string(513, 'x')}, 2,
+                "is longer than 512 characters", {"SQL"});
+}
+
+TEST_P(ObjectChanges, listTellsWhatTheOperationsWouldDo) {
+  const ProgramResult listed = run({"object", "list", "--as", "postmaster", "--json"});
+  ASSERT_EQ(listed.status, 0) << listed.err;
+  int differing = 0;
+  for (const auto& row : nlohmann::json::parse(listed.out)) {
+    const std::string id = row["id"].dump();
+    const ProgramResult modified = run({"object", "modify", "--as", "postmaster", id, "--content", "x"});
+    EXPECT_EQ(modified.status == 0, row["modifiable"].get<bool>()) << row << modified.err;
+    differing += row["editable"] != row["modifiable"] ? 1 : 0;
+  }
+  EXPECT_GT(differing, 0);
+}
+
+TEST_P(ObjectChanges, policyTextOfManyObjectsTakesFewConnections) {
+  std::string rows;
+  for (int i = 0; i < 300; ++i) {
+    rows += (i == 0 ? "" : ", ") + std::string("(1, 'n', 'c')");
+  }
+  session()->run("INSERT INTO named_object (type, name, content) VALUES " + rows);
+  if (GetParam() == zarotest::Dialect::SQLite) {
+    EXPECT_THAT(run({"object", "policy-text"}).out, testing::StartsWith("311;0;1;3;21;OPP:System quarantine;"));
+    return;
+  }
+  const auto connections = [this] {
+    const auto database = session();
+    database->run("SELECT pg_stat_force_next_flush()");
+    return std::stoi(value("SELECT sessions FROM pg_stat_database WHERE datname = current_database()"));
+  };
+  const int before = connections();
+  EXPECT_THAT(run({"object", "policy-text"}).out, testing::StartsWith("311;0;1;3;21;OPP:System quarantine;"));
+  EXPECT_LE(connections() - before, 5) << "with those that ask";
+}
+
+ZARO_ON_EVERY_DATABASE(ObjectChanges);
+
+}  // namespace
