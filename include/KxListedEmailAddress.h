@@ -16,6 +16,10 @@
 #include "KxStringtable.h"
 #include "ZaroPolicyExport.h"
 
+namespace zaro_addressmatch {
+class LeafArena;
+}  // namespace zaro_addressmatch
+
 // Kinds of list that a pattern belongs to, as bits.
 //   1, 2    first tier, kind A and B: the heaviest in the first tree that has any decides
 //   4, 8    second tier, kind B and A: collected over all trees, used when no first tier decided
@@ -105,11 +109,11 @@ class ZARO_POLICY_EXPORT KxListedEmailAddress : public KxLockableClass, public K
   void setOwnerless();
 
  private:
-  friend class KxWildcardNode;
+  friend class zaro_addressmatch::LeafArena;
 
-  struct Extras;  // what most of the millions of leaves have not
+  struct Extras;  // what few of the millions of leaves have
 
-  // For a leaf in its tree's own memory. Both texts are the table's entries, the local part is not "*".
+  // For a leaf in its tree's arena. Both texts are the table's entries, the local part is not "*".
   // `concreteLabels` are those of a domain without "*"; else 0.
   KxListedEmailAddress(KxStringtable& table, const KxIndexedString& fullAddress, const KxIndexedString& name,
                        unsigned int concreteLabels);
@@ -121,7 +125,7 @@ class ZARO_POLICY_EXPORT KxListedEmailAddress : public KxLockableClass, public K
   const KxIndexedString* _fullAddress;
   std::unique_ptr<Extras> _extras;
   unsigned int _weight : 31;
-  unsigned int _inTreesMemory : 1;
+  unsigned int _inArena : 1;
   KxEmailBelongsTo _state;
 };
 

@@ -6,21 +6,21 @@
 //    everything that touches the lock-on-init queue (making or destroying a table, a table-backed node or a
 //    table-backed listed address; `KxWildcardEmail::initScanTimeMode`), one thread at a time.
 // 3. Ownership. The table owns its entries and their texts; both stay where they are until it is destroyed. It must
-//    outlive everything that was built over it. Handles that are not entries belong to whoever asked for them.
+//    outlive everything that was built over it. Handles that are not entries belong to the caller that asked for them.
 // 4. Nothing here throws. A failure is logged at level 1 and answered with null, false or the argument itself.
 #pragma once
 
 #include <cstddef>
 #include <cstring>
 #include <memory>
-#include <queue>
 
 #include "ZaroPolicyExport.h"
 
+class KxLockOnInitQueue;
+
 namespace zaro_addressmatch {
 class InternedTexts;
-struct TextKey;
-struct TreeState;
+class Interner;
 }  // namespace zaro_addressmatch
 
 // A text and what is known about it; a plain value.
@@ -30,7 +30,7 @@ class ZARO_POLICY_EXPORT KxIndexedString {
   enum Marker : unsigned int {
     HighestIndex = 0xFFFFFFFCu,
     TableEntry = 0xFFFFFFFDu,  // entry of a table that is not locked (or whose ranks ran out); the table owns the text
-    Wrapper = 0xFFFFFFFEu,     // borrows somebody's text; in no table
+    Wrapper = 0xFFFFFFFEu,     // borrows a text of the caller's; in no table
     DeepCopy = 0xFFFFFFFFu,    // owns a private copy of the text; in no table
   };
 
@@ -60,8 +60,6 @@ class ZARO_POLICY_EXPORT KxIndexedString {
   static KxIndexedString* deepCopy(const KxIndexedString* source);
 
  private:
-  friend class KxStringtable;
-
   int _compareTexts(const KxIndexedString& other) const {
     return std::strcmp(_string != nullptr ? _string : "", other._string != nullptr ? other._string : "");
   }
@@ -85,63 +83,15 @@ class ZARO_POLICY_EXPORT KxLockableClass {
  protected:
   // lockOnInit   whether the next `KxWildcardEmail::initScanTimeMode` shall lock the object
   explicit KxLockableClass(bool lockOnInit);
-  // An entry that the queue still holds stays in its place and from now on means a static object whose `lock()` does
-  // nothing. Constant time.
+  // If the object still waits in the queue, a static object whose `lock()` does nothing takes its place. Constant time.
   ~KxLockableClass();
 
  private:
   friend class KxLockOnInitQueue;
 
-  // One word together: the place must not make the millions of leaves bigger.
+  // In one word, to keep the millions of leaves small.
   unsigned int _locked : 1;
-  unsigned int _place : 31;  // see KxLockOnInitQueue
-};
-
-// First in, first out; owns nothing, may hold null. It counts what goes through it, so that an object that goes finds its
-// entry at once. Entries that were moved, copied or swapped out and back behind its back, through a reference to the
-// base, are looked for one by one. It cannot know of entries that are elsewhere when their object goes, nor of an object
-// that nobody but the base was told of, unless the object registered itself; whoever does that takes them out himself.
-class ZARO_POLICY_EXPORT KxLockOnInitQueue : public std::queue<KxLockableClass*> {
- public:
-  KxLockOnInitQueue() : _front(0), _counted(0), _foreign(false) {}
-  KxLockOnInitQueue(const std::queue<KxLockableClass*>& entries)
-      : std::queue<KxLockableClass*>(entries), _front(0), _counted(0), _foreign(true) {}
-  KxLockOnInitQueue(const KxLockOnInitQueue& other)
-      : KxLockOnInitQueue(static_cast<const std::queue<KxLockableClass*>&>(other)) {}
-  KxLockOnInitQueue& operator=(const KxLockOnInitQueue& other);
-
-  void pop();
-  // Appends an object (null is taken as it is) and tells it its place.
-  void push(KxLockableClass* object);
-  reference emplace(KxLockableClass* object) {
-    push(object);
-    return back();
-  }
-  // The object so many places behind the front one, or null.
-  KxLockableClass* _ahead(std::size_t places) const { return places < c.size() ? c[places] : nullptr; }
-  // Puts `replacement` in the place of every entry that is `object`.
-  void replace(const KxLockableClass* object, KxLockableClass* replacement);
-
- private:
-  friend class KxLockableClass;
-
-  // What an object's `_place` says: nothing, or how many entries were queued before its own, counted from kFirstPlace
-  // on and beginning anew after kPlaces of them.
-  enum Place : unsigned int {
-    kNeverQueued = 0,
-    kQueuedTwice = 1,
-    kHandedOut = 2,
-    kFirstPlace = 3,
-    kPlaces = 0x7FFFFFFDu,
-    kPlaceBits = 0x7FFFFFFFu,
-  };
-
-  // Whether places can be relied on: nothing was added or taken through the base.
-  bool _isCounted() const { return !_foreign && _counted == c.size(); }
-
-  unsigned int _front;   // the count at the front entry
-  std::size_t _counted;  // entries that were pushed and not popped yet
-  bool _foreign;         // whether the entries came all at once, from another queue; until it runs empty
+  unsigned int _ticket : 31;  // see KxLockOnInitQueue
 };
 
 // A set of texts, each held once.
@@ -152,10 +102,10 @@ class ZARO_POLICY_EXPORT KxStringtable : public KxLockableClass {
   ~KxStringtable();
 
   // Filling: returns the entry of the text, made if need be. Frozen: answers as `getRef`.
-  // Returns the argument itself when it is null, wraps null, or cannot be taken in.
+  // Returns the argument itself when it is null, wraps null, or cannot be added.
   const KxIndexedString* getStringtableRef(const KxIndexedString* wanted);
   const KxIndexedString* getStringtableRef(const KxIndexedString& wanted);
-  // Returns null for null; a new wrapper that borrows `text` when it cannot be taken in. Release the answer with
+  // Returns null for null; a new wrapper that borrows `text` when it cannot be added. Release the answer with
   // `cleanupReference`.
   const KxIndexedString* getStringtableRef(const char* text);
 
@@ -169,8 +119,6 @@ class ZARO_POLICY_EXPORT KxStringtable : public KxLockableClass {
   // made nevertheless and borrows the caller's text from then on.
   const KxIndexedString* _addToStringtable(const KxIndexedString* wanted);
   const KxIndexedString* _addToStringtable(const char* text);
-  // Filling only. Takes an entry out again whose text the table could not copy, while its caller's text still exists.
-  void _dropBorrowed(const KxIndexedString& wanted);
   // Any phase. Returns the entry or null.
   const KxIndexedString* _findInStringtable(const KxIndexedString* wanted) const;
   const KxIndexedString* _findInStringtable(const char* text) const;
@@ -195,26 +143,10 @@ class ZARO_POLICY_EXPORT KxStringtable : public KxLockableClass {
   static KxIndexedString _theWildcardIndexedString;
 
  private:
-  friend class KxIndexedStringNamedClass;
-  friend class KxWildcardNode;
-  friend struct zaro_addressmatch::TreeState;
+  friend class zaro_addressmatch::Interner;
 
-  // An entry, null when memory ran out, and whether it was made.
-  struct Interned {
-    const KxIndexedString* entry;
-    bool isNew;
-  };
-  // Filling only. `wanted` has the key's text; it is what the log shows.
-  Interned intern(const zaro_addressmatch::TextKey& key, const KxIndexedString& wanted);
-  // Filling only. Throws std::bad_alloc.
-  zaro_addressmatch::InternedTexts& ownEntries();
-  void _release(KxIndexedString* entry) const;
-  const KxIndexedString* _existingEntry(const KxIndexedString& entry, const KxIndexedString& wanted) const;
-  const KxIndexedString* _ownText(KxIndexedString& entry, const KxIndexedString& wanted, std::size_t size);
-  KxIndexedString* _find(const char* text) const;
-
-  std::unique_ptr<zaro_addressmatch::InternedTexts> _entries;  // null as long as there was none
-  bool _hasForeignHolders;  // whether a handle with another table's rank was taken for a name over this one
+  std::unique_ptr<zaro_addressmatch::InternedTexts> _entries;  // null before the first entry
+  bool _hasForeignHolders;  // whether a name over this table kept a handle with another table's rank
 };
 
 // A counter for callers that count allocations; the library does not use it. True sets it to 0, false adds 1; returns

@@ -5,8 +5,8 @@
 // 2. Threads. `initScanTimeMode`, `makeNewTree`, `_addToLockOnInit`, adding patterns and destroying trees or tables use
 //    the queue and the default table without a lock: one thread at a time, and no matching meanwhile on the trees that
 //    they change. Matching on frozen trees: any number of threads.
-// 3. Ownership. Whoever makes a tree destroys it (`delete`), before or after the freeze; what the queue still holds of
-//    it then means nothing any more.
+// 3. Ownership. The caller owns the trees that it makes and destroys them (`delete`), before or after the freeze; what the
+//    queue still holds of a destroyed tree locks nothing.
 // 4. At exit. A program's static object that is older than a library loaded later outlives the queue and the default
 //    table. Then trees over that table match nothing, take no pattern and may be destroyed; `makeNewTree` answers with
 //    a floating tree; nothing is queued or locked any more. The queue and the table themselves must be left alone.
@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "KxListedEmailAddress.h"
+#include "KxLockOnInitQueue.h"
 #include "KxStringtable.h"
 #include "KxWildcardNode.h"
 #include "ZaroPolicyExport.h"
@@ -65,9 +66,8 @@ class ZARO_POLICY_EXPORT KxWildcardEmail {
   //   +128 added when the deciding tree had both kind 1 and kind 2 for the address
   static unsigned char matchEmailAddress(const char* address, std::vector<KxWildcardNode*>& trees,
                                          unsigned int* treeIndex, const char** name, KxEmailBelongsTo* belongsTo);
-  // Decides `count` addresses, each as a call of its own would, but several at a time, so that the processor fetches
-  // what they need side by side. `results` has room for as many. Addresses for which memory runs out are logged, and
-  // nothing decides them.
+  // Decides `count` addresses, each as a call of its own would, but several at a time, so that their cache misses overlap.
+  // `results` is an array of as many. Addresses for which memory runs out are logged, and nothing decides them.
   static void matchEmailAddressBatch(const char* const* addresses, std::size_t count,
                                      std::vector<KxWildcardNode*>& trees, KxMatchResult* results);
   // Finds what `tree.findMatches` finds for each of `count` addresses, several at a time as above.
@@ -76,7 +76,7 @@ class ZARO_POLICY_EXPORT KxWildcardEmail {
   //             stay empty.
   static void findMatchesBatch(KxWildcardNode& tree, const char* const* addresses, std::size_t count,
                                std::vector<KxListedEmailAddress*>& matches, std::vector<std::size_t>& ends);
-  // Decides an address by the same rules, and tells for every pattern that contains it what became of it. Slower: the
+  // Decides an address by the same rules, and reports for every pattern that contains it what became of it. Slower: the
   // trees after the deciding one are searched too, to show what they would have said. Returns the code.
   static unsigned char explainEmailAddress(const char* address, std::vector<KxWildcardNode*>& trees,
                                            KxMatchExplanation& explanation);

@@ -33,16 +33,9 @@
 #include "ZaroPolicyExport.h"
 
 namespace zaro_addressmatch {
-class FrozenIndex;
-template <typename Named>
-class GrowingLevel;
-class DomainKey;
-struct FillingPattern;
-struct LevelFilling;
-struct PatternDomain;
-struct TextKey;
-class TreeIndexing;
-struct TreeState;
+class Level;
+struct NameIndexes;
+class TreeState;
 }  // namespace zaro_addressmatch
 
 class ZARO_POLICY_EXPORT KxWildcardNode : public KxLockableClass, public KxIndexedStringNamedClass {
@@ -84,7 +77,7 @@ class ZARO_POLICY_EXPORT KxWildcardNode : public KxLockableClass, public KxIndex
   bool addAddressPattern(const char* address, KxEmailBelongsTo kind, const char* annotation, std::string* owner);
 
   // Filling: as the above for each of many patterns in turn, which is faster.
-  //   added   null, or an array that takes each pattern's result
+  //   added   null, or an array for the result of each pattern
   // Returns how many were added.
   std::size_t addAddressPatterns(const char* const* addresses, std::size_t count, KxEmailBelongsTo kind,
                                  const char* annotation = nullptr, std::string* owner = nullptr, bool* added = nullptr);
@@ -95,7 +88,7 @@ class ZARO_POLICY_EXPORT KxWildcardNode : public KxLockableClass, public KxIndex
   //             left as it was, which is logged at level 1.
   // Returns `out`.
   std::vector<KxListedEmailAddress*>& findMatches(const char* address, std::vector<KxListedEmailAddress*>& out);
-  // The same, and tells whether memory sufficed.
+  // The same; false when memory ran out.
   bool findAllMatches(const char* address, std::vector<KxListedEmailAddress*>& out);
   // The same for many addresses, faster than one by one: appends `out.size()` to `ends` after each.
   bool findAllMatches(const char* const* addresses, std::size_t count, std::vector<KxListedEmailAddress*>& out,
@@ -116,80 +109,21 @@ class ZARO_POLICY_EXPORT KxWildcardNode : public KxLockableClass, public KxIndex
   static const KxIndexedString* getEmailAddressName(LabelStack& labels);
 
  private:
-  // The child for a label, made if need be; null when it cannot be made.
-  KxWildcardNode* childFor(const KxIndexedString& label);
-  // The same for a label that no child has.
-  KxWildcardNode* newChild(const KxIndexedString& label);
-  // The leaf for a local part, made if need be; null when it cannot be made.
-  KxListedEmailAddress* leafFor(const KxIndexedString& name, const KxIndexedString& fullAddress);
-  // The same at a level below, while filling over a table.
-  KxListedEmailAddress* leafOf(KxWildcardNode& level, const KxStringtable::Interned& name,
-                               const zaro_addressmatch::FillingPattern& pattern);
-  KxListedEmailAddress* wildcardLeafFor(const KxIndexedString& fullAddress);
-  // What answers for the tree below this level; null for a walk.
-  const zaro_addressmatch::FrozenIndex* index() const;
-  // Both throw std::bad_alloc, the stack then as it was.
-  void walk(const char* address, std::vector<KxListedEmailAddress*>& out);
-  void search(const KxIndexedString& name, LabelStack& labels, std::vector<KxListedEmailAddress*>& out);
-  // What this level has apart from its concrete children.
-  void searchBesideChildren(const KxIndexedString& name, LabelStack& labels, std::vector<KxListedEmailAddress*>& out);
-  void destroyContents();
-  void destroyChildren();
-  static void destroyLeaf(KxListedEmailAddress* leaf);
+  friend class zaro_addressmatch::Level;
 
-  // To be called before the vectors are looked at.
-  void settle() {
-    if (_childrenSorted != _children.size() || _leavesSorted != _leaves.size()) {
-      sortIn();
-    }
-  }
-  void sortIn();
-  void noteSorted();
-  // Has the processor fetch what locking the objects at the front of a queue will look at. Called before each of them.
-  static void prefetchParts(const KxLockableClass& level);
-  static void prefetchForLock(const KxLockOnInitQueue& queue);
-  // Whether what comes can wait to be sorted in.
-  bool isFilling() const;
-  // Has the processor fetch what a pattern's pieces are looked for in. Throws std::bad_alloc.
-  void prepare(zaro_addressmatch::FillingPattern& pattern);
-  // The same for the level of its domain, which it notes if there is one.
-  void prefetchLevel(zaro_addressmatch::PatternDomain& domain) const;
-  // For the root while filling. Throws std::bad_alloc.
-  bool add(zaro_addressmatch::FillingPattern& pattern, KxEmailBelongsTo kind, const char* annotation, std::string* owner);
-  static bool addByHandles(KxWildcardNode& level, const zaro_addressmatch::FillingPattern& pattern,
-                           KxEmailBelongsTo kind, const char* annotation, std::string* owner);
-  // The table's entry of a text, null when memory runs out, and whether it was made. Filling over a table.
-  KxStringtable::Interned intern(const zaro_addressmatch::TextKey& key);
-  KxWildcardNode* levelOf(const zaro_addressmatch::PatternDomain& domain);
-  KxWildcardNode* levelBelow(const zaro_addressmatch::PatternDomain& domain);
-  KxWildcardNode* childOf(const zaro_addressmatch::DomainKey& domain, const char* label);
-  KxWildcardNode* storedChild(const KxIndexedString& label);
-  KxListedEmailAddress* storedLeaf(const KxIndexedString& name);
-  // Has the tree take in what it made itself.
-  bool takeChild(KxWildcardNode* child);
-  bool takeLeaf(KxListedEmailAddress* leaf);
-  zaro_addressmatch::GrowingLevel<KxWildcardNode> growingChildren();
-  zaro_addressmatch::GrowingLevel<KxListedEmailAddress> growingLeaves();
-
-  friend class KxWildcardEmail;
-  friend class KxWildcardRootNode;
-  friend class zaro_addressmatch::TreeIndexing;
-  friend struct zaro_addressmatch::LevelFilling;
-  friend struct zaro_addressmatch::TreeState;
-
-  std::vector<KxWildcardNode*> _children;      // concrete labels, sorted as far as is told here
-  std::vector<KxListedEmailAddress*> _leaves;  // concrete local parts, likewise
+  std::vector<KxWildcardNode*> _children;      // concrete labels; the first _childrenSorted are in order
+  std::vector<KxListedEmailAddress*> _leaves;  // concrete local parts; the first _leavesSorted are in order
   unsigned int _childrenSorted : 31;
   unsigned int _childrenIndexed : 1;
   unsigned int _leavesSorted : 31;
   unsigned int _leavesIndexed : 1;
   KxWildcardNode* _wildcardChild = nullptr;
   KxListedEmailAddress* _wildcardLeaf = nullptr;
-  std::unique_ptr<zaro_addressmatch::LevelFilling> _filling;  // of big levels that are being filled
-  zaro_addressmatch::TreeState* _tree = nullptr;              // the root's; null for a level of no tree
+  std::unique_ptr<zaro_addressmatch::NameIndexes> _indexes;  // of a big level that is being filled
+  zaro_addressmatch::TreeState* _tree = nullptr;             // the root's; null for a level of no tree
 };
 
-// The level of a label "*": it takes whatever labels are left.
+// The level of a label "*": it stands for all labels that are left.
 class ZARO_POLICY_EXPORT KxWildcardedWildcardNode : public KxWildcardNode {
  public:
   explicit KxWildcardedWildcardNode(KxStringtable* table);
@@ -214,8 +148,6 @@ class ZARO_POLICY_EXPORT KxWildcardRootNode : public KxWildcardNode {
   bool _matchesThisNode(LabelStack& labels, const KxIndexedString*& consumed) override;
 
  private:
-  friend class KxWildcardEmail;
-
   std::shared_ptr<zaro_addressmatch::TreeState> _ownTree;  // null when memory ran out
 };
 

@@ -1,4 +1,11 @@
-// The rules by which an address is decided. Fed with the leaves of one tree after the other; asked once at the end.
+// The rules by which an address is decided.
+//
+//   1. The first tree with a leaf of the first tier decides; the heaviest leaf of each kind, A and B, is compared.
+//   2. Without such a tree the leaves of the second tier of all trees decide, compared in the same way.
+//   3. An exception removes what was collected before it of its kind and with its text (`takeBack`).
+//
+// A decision gets the leaves of one tree after the other, and is asked for the outcome once, at the end. It reports the
+// fate of every leaf to its observer; NoObserver costs nothing. docs/address-matching.md has the rules for readers.
 #pragma once
 
 #include <cstddef>
@@ -29,7 +36,7 @@ struct Outcome {
   unsigned char addedCode = 0;
 };
 
-// Who only wants the outcome. An observer has these operations; `leaf` and the like are numbers of leaves.
+// Observes nothing. Every observer has these operations; `leaf` and the like are numbers of leaves.
 struct NoObserver {
   void fed(const LeafRange& /*leaves*/, unsigned int /*tree*/) {}
   void ignored(std::size_t /*leaf*/) {}

@@ -1,7 +1,6 @@
 #include "KxWildcardEmail.h"
 
 #include <algorithm>
-#include <memory>
 #include <new>
 #include <numeric>
 
@@ -12,8 +11,7 @@
 #include "addressmatch/intern/ParsedAddress.h"
 #include "addressmatch/text/Memory.h"
 #include "addressmatch/text/Prefetch.h"
-#include "addressmatch/tree/ExactType.h"
-#include "addressmatch/tree/TreeState.h"
+#include "addressmatch/tree/Freezing.h"
 
 using namespace zaro_addressmatch;
 
@@ -38,12 +36,12 @@ KxMatchResult resultOf(const Outcome& outcome) {
   return {outcome.code, outcome.winner.tree, outcome.winner.address->getString(), outcome.winner.state};
 }
 
-// Addresses that are decided side by side: tree after tree, as long as one of them is not decided.
+// Decides a group of addresses together: tree after tree, as long as one of them is undecided.
 class GroupDecision {
  public:
   static constexpr std::size_t kSize = 96;
 
-  // Throws std::bad_alloc, as the other one.
+  // Both operations throw std::bad_alloc.
   GroupDecision(const char* const* addresses, std::size_t count) : m_undecided(addresses, addresses + count) {
     m_positions.resize(count);
     std::iota(m_positions.begin(), m_positions.end(), std::size_t{0});
@@ -91,7 +89,7 @@ class GroupDecision {
   std::vector<std::size_t> m_ends;
 };
 
-// Writes down what the decision tells.
+// Records what the decision reports.
 class Recorder {
  public:
   explicit Recorder(std::vector<KxMatchCandidate>& candidates) : m_candidates(candidates) {}
@@ -126,28 +124,8 @@ class Recorder {
 }  // namespace
 
 void KxWildcardEmail::initScanTimeMode() {
-  if (isUnloaded()) {
-    return;
-  }
-  std::vector<std::shared_ptr<TreeState>> trees;
-  while (!_lockOnInit.empty()) {
-    KxLockableClass* object = _lockOnInit.front();
-    _lockOnInit.pop();
-    KxWildcardNode::prefetchForLock(_lockOnInit);
-    if (object == nullptr) {
-      PolicyLog::log(LogLevel::Error,
-                     "KxWildcardEmail::initScanTimeMode has found a NULL pointer on the _lockOnInit queue.");
-      continue;
-    }
-    if (isExactly<KxWildcardRootNode>(*object)) {
-      withinMemory([&] { trees.push_back(static_cast<KxWildcardRootNode*>(object)->_ownTree); });
-    }
-    object->lock();
-  }
-  for (const std::shared_ptr<TreeState>& tree : trees) {
-    if (tree != nullptr && !withinMemory([&] { tree->freeze(); })) {
-      PolicyLog::log(LogLevel::Error, "KxWildcardEmail::initScanTimeMode: out of memory; a tree will be searched slowly");
-    }
+  if (!isUnloaded()) {
+    freezeAll(_lockOnInit);
   }
 }
 

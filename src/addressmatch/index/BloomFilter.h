@@ -35,7 +35,7 @@ class BloomFilter {
 
   // From the low bits of the hash: the high ones choose the slot in a table, and a filter that depends on them too errs
   // together with it.
-  std::size_t wordOf(std::uint64_t hash) const { return placeOf(hash << 32, m_words.size()); }
+  std::size_t wordOf(std::uint64_t hash) const { return fastRange(hash << 32, m_words.size()); }
   static std::uint32_t bitsOf(std::uint64_t hash) {
     return std::uint32_t{1} << (hash >> 59) | std::uint32_t{1} << (hash >> 54 & 31);
   }

@@ -93,12 +93,12 @@ inline FrozenIndex::Kind FrozenIndex::split(const char* address, ShortQuery& que
   if (query.size >= kShort) {
     return Kind::Long;
   }
-  lower(address, query.size, query.room);
-  const Marks marks = marksOf(address, query.room, query.size);
+  lower(address, query.size, query.storage);
+  const Marks marks = marksOf(address, query.storage, query.size);
   if (marks.ats == 0) {
     return Kind::Bare;
   }
-  query.words = query.room;
+  query.words = query.storage;
   query.at = lowestBit(marks.ats);
   std::uint64_t dots = marks.dots & bitsAbove(lowestBit(marks.ats));
   hashPieces(query, [&dots](std::size_t /*end*/) {
@@ -138,7 +138,7 @@ bool FrozenIndex::findLong(const char* address, Matches& out) const {
   return true;
 }
 
-// `nextDot(end)` tells where the next dot of the domain before `end` is.
+// `nextDot(end)` is the position of the last dot of the domain before `end`, or kNoDot.
 template <typename NextDot>
 inline void FrozenIndex::hashPieces(Query& query, NextDot nextDot) const {
   const auto hashFrom = [&](std::size_t begin) {
@@ -170,7 +170,7 @@ inline void FrozenIndex::hashPieces(Query& query, NextDot nextDot) const {
   }
 }
 
-// Has the processor fetch what tells the places.
+// Prefetches the pilots, and the filter words that are read before the slots.
 inline void FrozenIndex::prefetchPilots(const Query& query) const {
   m_domains.hash.prefetch(query.domainHash);
   m_names.hash.prefetch(query.fullHash);
@@ -181,7 +181,7 @@ inline void FrozenIndex::prefetchPilots(const Query& query) const {
   }
 }
 
-// Has the processor fetch the places, and drops the suffixes that have nothing below.
+// Prefetches the slots, and drops the suffixes that have nothing below.
 inline void FrozenIndex::locate(Query& query) const {
   query.domain = m_domains.at(query.domainHash);
   prefetchLine(query.domain);
@@ -203,18 +203,18 @@ inline void FrozenIndex::locate(Query& query) const {
   query.suffixCount = kept;
 }
 
-// Drops the domain if it has neither the name nor any name. The filter answers sooner than the places, so that a wrong
-// guess of the processor's at the branches to come costs less. Pays only where addresses come one by one.
+// Drops the domain if it has neither the name nor any name. The filters answer before the slots arrive, so that a
+// mispredicted branch in `resolve` costs less. Pays only where addresses come one by one.
 inline void FrozenIndex::dropAbsent(Query& query) const {
   query.mayBeName = m_nameFilter.mayContain(query.fullHash);
   const bool mayBeAnyName = m_wildcardFilter.mayContain(anyNameHash(query.domainHash));
-  query.mayBeAtDomain = query.mayBeName | mayBeAnyName;  // another branch would be guessed wrong half of the time
+  query.mayBeAtDomain = query.mayBeName | mayBeAnyName;  // "||" would branch, and be mispredicted half of the time
 }
 
 inline void FrozenIndex::resolve(const Query& query, Matches& out) const {
   if (query.mayBeAtDomain && isDomain(*query.domain, query, query.at + 1)) {
     if (query.mayBeName) {
-      takeName(*query.name, query, query.domain->number, out);
+      appendNamed(*query.name, query, query.domain->number, out);
     }
     if (query.domain->anyName != nullptr) {
       out.push_back(query.domain->anyName);
@@ -229,7 +229,7 @@ inline void FrozenIndex::resolve(const Query& query, Matches& out) const {
     if (domain.hasNamesBelow) {
       const std::uint64_t hash = nameHashAt(query.nameHash, suffix.hash);
       if (m_wildcardFilter.mayContain(hash)) {
-        takeName(*m_namesBelow.at(hash), query, domain.number, out);
+        appendNamed(*m_namesBelow.at(hash), query, domain.number, out);
       }
     }
     if (domain.anyNameBelow != nullptr) {
@@ -237,19 +237,19 @@ inline void FrozenIndex::resolve(const Query& query, Matches& out) const {
     }
   }
   if (query.mayBeBelowRoot) {
-    takeName(*m_namesBelow.at(query.belowRootHash), query, 0, out);
+    appendNamed(*m_namesBelow.at(query.belowRootHash), query, 0, out);
   }
   if (m_anyAtAll != nullptr) {
     out.push_back(m_anyAtAll);
   }
 }
 
-// Appends the leaf of a place, if it is that of the local part at or below the domain of this number.
-inline void FrozenIndex::takeName(const NameSlot& slot, const Query& query, std::uint32_t number, Matches& out) {
+// Appends the leaf of a slot, if the slot is that of the local part at or below the domain of this number.
+inline void FrozenIndex::appendNamed(const NameSlot& slot, const Query& query, std::uint32_t number, Matches& out) {
   if (!(slot.key == query.key.at(number)) || slot.leaf == nullptr) {
     return;
   }
-  if (query.at > kNameRoom) {
+  if (query.at > kInlineName) {
     const char* name = slot.leaf->getNameAsStr();
     if (std::strncmp(name, query.text(), query.at) != 0 || name[query.at] != '\0') {
       return;
@@ -259,10 +259,10 @@ inline void FrozenIndex::takeName(const NameSlot& slot, const Query& query, std:
 }
 
 bool FrozenIndex::isLongDomain(const DomainSlot& slot, const char* text, std::size_t size) {
-  return slot.size == size && std::memcmp(size <= kDomainRoom ? slot.text() : slot.longText, text, size) == 0;
+  return slot.size == size && std::memcmp(size <= kInlineDomain ? slot.text() : slot.longText, text, size) == 0;
 }
 
-// Whether a place is that of the domain, or its suffix, from `begin` on.
+// Whether a slot is that of the domain, or its suffix, from `begin` on.
 inline bool FrozenIndex::isDomain(const DomainSlot& slot, const Query& query, std::size_t begin) {
   constexpr std::size_t kAtOnce = 24;
   const std::size_t size = query.size - begin;

@@ -12,7 +12,7 @@ namespace zaro_addressmatch {
 
 namespace {
 
-// So many leaves go side by side, so that the processor fetches their parts side by side.
+// So many leaves go through each step together, so that their cache misses overlap.
 constexpr std::size_t kTogether = 256;
 
 const char* textOf(const KxIndexedStringNamedClass& named) {
@@ -54,7 +54,7 @@ std::unique_ptr<const FrozenIndex> FrozenIndexBuilder::build() {
   if (m_collided || !collectNames()) {
     return nullptr;
   }
-  m_collided = !place(m_index->m_names, m_names) || !place(m_index->m_namesBelow, m_namesBelow);
+  m_collided = !moveToSlots(m_index->m_names, m_names) || !moveToSlots(m_index->m_namesBelow, m_namesBelow);
   return m_collided ? nullptr : std::move(m_index);
 }
 
@@ -87,7 +87,7 @@ void FrozenIndexBuilder::fill(FrozenIndex::DomainSlot& slot, const Domain& domai
   slot.hasNamesBelow = !domain.below.names.empty();
   slot.size = domain.textSize & 0x7FFFFFFFu;
   const char* text = m_texts.data() + domain.text;
-  if (domain.textSize <= FrozenIndex::kDomainRoom) {
+  if (domain.textSize <= FrozenIndex::kInlineDomain) {
     std::memcpy(slot.words, text, domain.textSize);
     return;
   }
@@ -97,9 +97,10 @@ void FrozenIndexBuilder::fill(FrozenIndex::DomainSlot& slot, const Domain& domai
   m_index->m_longTexts.push_back(std::move(copy));
 }
 
-// The slots are moved to their places within the table's own memory. Each that comes to its place turns another out,
-// which goes on; several are on their way side by side, so that the processor fetches their places side by side.
-bool FrozenIndexBuilder::place(FrozenIndex::Table<FrozenIndex::NameSlot>& table, Names& names) {
+// Moves the names to their slots within the table's own memory, cycle by cycle (Fich, Munro, Poblete, "Permuting in
+// Place", SIAM Journal on Computing 1995): a name that comes to its slot evicts the one there, which goes on to its
+// own. Twelve of them move in turns, so that their cache misses overlap.
+bool FrozenIndexBuilder::moveToSlots(FrozenIndex::Table<FrozenIndex::NameSlot>& table, Names& names) {
   if (!table.hash.build(names.hashes)) {
     return false;
   }
@@ -163,7 +164,7 @@ bool FrozenIndexBuilder::collectNames() {
   m_names.hashes.reserve(m_nameCount);
   m_index->m_anyAtAll = m_belowRoot.anyName;
   m_index->m_hasNamesBelowRoot = !m_belowRoot.names.empty();
-  takeNames(m_belowRoot, FrozenIndex::kNoDomainHash, 0, true);
+  addNames(m_belowRoot, FrozenIndex::kNoDomainHash, 0, true);
   for (std::size_t i = 0; i != m_domains.size(); ++i) {
     prefetchNames(i);
     const Domain& domain = m_domains[i];
@@ -174,11 +175,11 @@ bool FrozenIndexBuilder::collectNames() {
     if (domain.at.anyName != nullptr) {
       m_index->m_wildcardFilter.add(FrozenIndex::anyNameHash(domain.hash));
     }
-    takeNames(domain.at, domain.hash, number, false);
-    takeNames(domain.below, domain.hash, number, true);
+    addNames(domain.at, domain.hash, number, false);
+    addNames(domain.below, domain.hash, number, true);
   }
   flushNames();
-  return m_told;
+  return m_isRepresentable;
 }
 
 void FrozenIndexBuilder::prefetchNames(std::size_t next) const {
@@ -189,8 +190,8 @@ void FrozenIndexBuilder::prefetchNames(std::size_t next) const {
   }
 }
 
-inline void FrozenIndexBuilder::takeNames(const LevelLeaves& leaves, std::uint64_t domainHash, std::uint32_t number,
-                                          bool below) {
+inline void FrozenIndexBuilder::addNames(const LevelLeaves& leaves, std::uint64_t domainHash, std::uint32_t number,
+                                         bool below) {
   for (KxListedEmailAddress* leaf : leaves.names) {
     prefetchLine(leaf);
     m_waiting.push_back({leaf, nullptr, domainHash, number, below, leaves.onlyRanked, 0});
@@ -219,7 +220,7 @@ void FrozenIndexBuilder::flushNames() {
     prefetchLine(name.handle);
   }
   for (const Name& name : m_waiting) {
-    m_told = m_told && (!name.onlyRanked || name.handle->isIndexed());
+    m_isRepresentable = m_isRepresentable && (!name.onlyRanked || name.handle->isIndexed());
     prefetchLine(name.handle->getString());
   }
   for (Name& name : m_waiting) {

@@ -1,4 +1,8 @@
-// Makes an index of what a tree holds.
+// Makes an index of the leaves that a tree hands over.
+//
+//   cost     linear; the parts of a leaf (leaf, name, text) are prefetched for 256 leaves before the next part
+//   memory   while it works: 120 bytes a domain, and the hashes of the names. The slots of the names are permuted within
+//            their own memory
 #pragma once
 
 #include <cstddef>
@@ -68,11 +72,11 @@ class FrozenIndexBuilder {
   void makeFilters();
   bool collectNames();
   void prefetchNames(std::size_t next) const;
-  void takeNames(const LevelLeaves& leaves, std::uint64_t domainHash, std::uint32_t number, bool below);
+  void addNames(const LevelLeaves& leaves, std::uint64_t domainHash, std::uint32_t number, bool below);
   void flushNames();
   BloomFilter& filterOf(const Name& name) const;
   void addName(const Name& name);
-  static bool place(FrozenIndex::Table<FrozenIndex::NameSlot>& table, Names& names);
+  static bool moveToSlots(FrozenIndex::Table<FrozenIndex::NameSlot>& table, Names& names);
 
   std::unique_ptr<FrozenIndex> m_index;
   LevelLeaves m_belowRoot;
@@ -85,7 +89,7 @@ class FrozenIndexBuilder {
   std::vector<Name> m_waiting;
   Names m_names;
   Names m_namesBelow;
-  bool m_told = true;
+  bool m_isRepresentable = true;
   bool m_collided = false;
 };
 

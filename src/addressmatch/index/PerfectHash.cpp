@@ -62,12 +62,12 @@ std::uint32_t PerfectHash::bigPilot(std::size_t bucket) const {
 std::vector<std::uint64_t> PerfectHash::sortedByBucket(const std::vector<std::uint64_t>& hashes,
                                                        std::vector<std::size_t>& ends) const {
   for (const std::uint64_t hash : hashes) {
-    ++ends[placeOf(hash, m_bucketCount) + 1];
+    ++ends[fastRange(hash, m_bucketCount) + 1];
   }
   std::partial_sum(ends.begin(), ends.end(), ends.begin());
   std::vector<std::uint64_t> keys(hashes.size());
   for (const std::uint64_t hash : hashes) {
-    keys[ends[placeOf(hash, m_bucketCount)]++] = hash;
+    keys[ends[fastRange(hash, m_bucketCount)]++] = hash;
   }
   ends.pop_back();
   return keys;

@@ -35,13 +35,13 @@ class PerfectHash {
   std::size_t slotCount() const { return m_slotCount; }
   // The slot of a key of the set; any slot for another key.
   std::size_t operator()(std::uint64_t hash) const {
-    const std::size_t bucket = placeOf(hash, m_bucketCount);
+    const std::size_t bucket = fastRange(hash, m_bucketCount);
     const std::uint32_t pilot = m_pilots[bucket];
     return slotWith(pilot != kBig ? pilot : bigPilot(bucket), hash);
   }
 
   // Prefetches the pilot that the slot depends on.
-  void prefetch(std::uint64_t hash) const { prefetchLine(m_pilots.data() + placeOf(hash, m_bucketCount)); }
+  void prefetch(std::uint64_t hash) const { prefetchLine(m_pilots.data() + fastRange(hash, m_bucketCount)); }
 
   // The most pilots that were tried for a bucket.
   std::size_t mostTries() const { return m_mostTries; }
@@ -67,7 +67,7 @@ class PerfectHash {
   std::uint32_t bigPilot(std::size_t bucket) const;
   std::size_t slotWith(std::uint32_t pilot, std::uint64_t hash) const {
     constexpr std::uint64_t kOdd = 0x9E3779B97F4A7C15u;
-    return placeOf(hash * (((pilot + 1) * kOdd) | 1), m_slotCount);
+    return fastRange(hash * (((pilot + 1) * kOdd) | 1), m_slotCount);
   }
   std::vector<std::uint64_t> sortedByBucket(const std::vector<std::uint64_t>& hashes,
                                             std::vector<std::size_t>& ends) const;

@@ -31,7 +31,7 @@ std::size_t InternedTexts::search(const Part& part, const TextKey& key) const {
   });
 }
 
-InternedTexts::Found InternedTexts::findOrAdd(const TextKey& key) {
+InternedTexts::Found InternedTexts::intern(const TextKey& key) {
   Part* part = &m_parts[partOf(key.tag)];
   std::size_t place = 0;
   // Looked for first: what is there is found whether or not memory suffices for more.

@@ -1,4 +1,12 @@
-// The entries of a string table and where each is found.
+// String interning: every text is stored once, and its entry stands for it.
+//
+// A hash table with linear probing over entries that never move. The first 1024 entries lie in a deque and leave their texts
+// to the string table, so that small tables take no more memory than they need; later ones lie with their texts in an arena.
+//
+//   invariant   a text has one entry, which stays where it is; a slot holds 32 bits of the text's hash, so that most
+//               comparisons need no look at a text, and slots can be moved without one
+//   cost        one slot and one text for a look-up; at 32768 texts the table is divided into 512, which double one by one
+//   memory      8 bytes a slot at a load factor of at most 4/5, and the entries
 #pragma once
 
 #include <cstddef>
@@ -21,15 +29,13 @@ struct TextKey {
   std::uint32_t tag;
 };
 
-// Entries stay where they are; each text is there once. The texts of the first entries are the table's affair, but for
-// the note about those that are borrowed: a small table takes no more memory than they need. Later ones have blocks.
 class InternedTexts {
  public:
-  // Of a text of `size` characters; whoever adds it has a terminator behind them.
+  // Of the first `size` characters of a text. A text that is added has its terminator there.
   TextKey keyOf(const char* text, std::size_t size) const {
     return {text, size, static_cast<std::uint32_t>(hashText(m_seed, text, size))};
   }
-  // The same, where a copy of the text is at hand in words.
+  // The same, for a text in words.
   TextKey keyOf(const char* text, std::size_t size, const std::uint64_t* words) const {
     return {text, size, static_cast<std::uint32_t>(hashOfWords(m_seed, words, size))};
   }
@@ -39,6 +45,7 @@ class InternedTexts {
 
   // The entry of a text, or null.
   KxIndexedString* find(const TextKey& key) const;
+  KxIndexedString* find(const char* text) const { return find(keyOf(text)); }
   void prefetch(const TextKey& key) const {
     const Part& part = m_parts[partOf(key.tag)];
     prefetchLine(part.data() + homeOf(key.tag, m_partBits, part.slotCount()));
@@ -48,16 +55,16 @@ class InternedTexts {
     bool isNew;
     bool lacksText;  // it is a new one that wraps the key's text
   };
-  // The entry of a text, made if need be. Throws std::bad_alloc, everything then as it was.
-  Found findOrAdd(const TextKey& key);
-  // Takes an entry out that wraps somebody's text.
+  // The entry of a text, made if need be. Throws std::bad_alloc (strong guarantee).
+  Found intern(const TextKey& key);
+  // Removes an entry that borrows its text.
   void remove(KxIndexedString* entry);
 
   // Notes that an entry which was just made borrows its text.
-  void setBorrowed(const KxIndexedString* entry) { m_borrowed.push_back(entry); }  // room was made with the entry
+  void setBorrowed(const KxIndexedString* entry) { m_borrowed.push_back(entry); }  // `intern` has reserved it
   bool isBorrowed(const KxIndexedString* entry) const;
 
-  // Visits those whose texts are the table's affair.
+  // Visits the entries that leave their texts to the string table.
   template <typename Visit>
   void forEachOfTable(Visit visit) {
     for (KxIndexedString& entry : m_entries) {
@@ -72,7 +79,7 @@ class InternedTexts {
     m_arena.forEach([&visit](KxIndexedString& entry, const char* /*text*/) { visit(entry); });
   }
 
-  // Gives the entries their ranks in text order, as `assignRanks` does. Throws std::bad_alloc, everything then as it was.
+  // Gives the entries their ranks in text order, as `assignRanks` does. Throws std::bad_alloc (strong guarantee).
   bool rank(unsigned int limit);
 
  private:
@@ -126,7 +133,7 @@ class InternedTexts {
   std::size_t m_inArena = 0;
   std::vector<const KxIndexedString*> m_borrowed;
   unsigned int m_partBits = 0;
-  std::vector<Part> m_parts = std::vector<Part>(1);  // as many as the bits tell
+  std::vector<Part> m_parts = std::vector<Part>(1);  // 2^m_partBits
 };
 
 }  // namespace zaro_addressmatch

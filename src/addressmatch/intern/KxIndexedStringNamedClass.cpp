@@ -3,6 +3,7 @@
 #include "KxListedEmailAddress.h"
 #include "PolicyLog.h"
 #include "addressmatch/intern/Handles.h"
+#include "addressmatch/intern/Interner.h"
 #include "addressmatch/intern/LibraryLifetime.h"
 #include "addressmatch/text/Memory.h"
 
@@ -35,8 +36,8 @@ const KxIndexedString* KxIndexedStringNamedClass::_lookupAndCheckName(const KxIn
   }
   const KxIndexedString* kept = table->getStringtableRef(text);
   if (orEmpty(text).getIndex() < KxIndexedString::Wrapper) {
-    if (kept == text && table->isLocked() && (text->getString() == nullptr || table->_find(text->getString()) != text)) {
-      table->_hasForeignHolders = true;
+    if (kept == text && table->isLocked()) {
+      Interner(*table).noteHolderOf(*text);
     }
     return &orEmpty(kept);
   }
@@ -53,9 +54,9 @@ const KxIndexedString* KxIndexedStringNamedClass::_lookupAndCheckName(const KxIn
   if (kept != text) {
     return kept;
   }
-  // The table is locked and does not know the text, or could not take it in. The argument is somebody else's and may be
-  // gone tomorrow: neither this object nor the table may go on using it.
-  table->_dropBorrowed(*text);
+  // The table is locked and does not know the text, or could not add it. The argument is the caller's and may not live
+  // on: neither this object nor the table may keep it.
+  Interner(*table).dropBorrowed(*text);
   return &orEmpty(KxIndexedString::deepCopy(text));
 }
 

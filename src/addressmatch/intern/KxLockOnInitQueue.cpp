@@ -1,19 +1,20 @@
 // Objects that scan-time mode locks, and the queue in which they wait.
 #include <algorithm>
 
+#include "KxLockOnInitQueue.h"
 #include "KxStringtable.h"
 #include "addressmatch/intern/LibraryLifetime.h"
 
 using namespace zaro_addressmatch;
 
-KxLockableClass::KxLockableClass(bool lockOnInit) : _locked(0), _place(KxLockOnInitQueue::kNeverQueued) {
+KxLockableClass::KxLockableClass(bool lockOnInit) : _locked(0), _ticket(0) {
   if (lockOnInit) {
     registerForLock(this);
   }
 }
 
 KxLockableClass::~KxLockableClass() {
-  if (_place != KxLockOnInitQueue::kNeverQueued) {
+  if (_ticket != 0) {
     forgetLockOnInit(this);
   }
 }
@@ -28,43 +29,43 @@ void KxLockableClass::_lock() {
 
 KxLockOnInitQueue& KxLockOnInitQueue::operator=(const KxLockOnInitQueue& other) {
   std::queue<KxLockableClass*>::operator=(other);
-  _foreign = true;
+  _copied = true;
   return *this;
 }
 
 void KxLockOnInitQueue::pop() {
   KxLockableClass* object = front();
-  // A copy holds objects that the queue they were pushed to still holds: only that queue changes their place.
-  if (object != nullptr && _isCounted() && object->_place == kFirstPlace + _front) {
-    object->_place = kHandedOut;
+  // In a copy the object's ticket is another queue's.
+  if (object != nullptr && _ticketsHold() && object->_ticket == kFirst + _frontTicket) {
+    object->_ticket = kUsed;
   }
   std::queue<KxLockableClass*>::pop();
-  _front = (_front + 1) % kPlaces;
-  --_counted;
+  _frontTicket = (_frontTicket + 1) % kTickets;
+  --_ticketed;
   if (c.empty()) {
-    _counted = 0;
-    _foreign = false;
+    _ticketed = 0;
+    _copied = false;
   }
 }
 
 void KxLockOnInitQueue::push(KxLockableClass* object) {
   std::queue<KxLockableClass*>::push(object);
-  ++_counted;
+  ++_ticketed;
   if (object == nullptr) {
     return;
   }
-  const bool isElsewhere = object->_place != kNeverQueued && object->_place != kHandedOut;
-  const auto count = static_cast<unsigned int>((_front + c.size() - 1) % kPlaces);
-  object->_place = (isElsewhere ? kQueuedTwice : kFirstPlace + count) & kPlaceBits;
+  const bool mayWait = object->_ticket != kNone && object->_ticket != kUsed;
+  const auto ticket = static_cast<unsigned int>((_frontTicket + c.size() - 1) % kTickets);
+  object->_ticket = (mayWait ? kSeveral : kFirst + ticket) & kTicketBits;
 }
 
 void KxLockOnInitQueue::replace(const KxLockableClass* object, KxLockableClass* replacement) {
-  if (_isCounted()) {
-    if (object->_place == kHandedOut) {
+  if (_ticketsHold()) {
+    if (object->_ticket == kUsed) {
       return;
     }
-    if (object->_place >= kFirstPlace) {
-      const unsigned int position = (object->_place - kFirstPlace + kPlaces - _front) % kPlaces;
+    if (object->_ticket >= kFirst) {
+      const unsigned int position = (object->_ticket - kFirst + kTickets - _frontTicket) % kTickets;
       if (position < c.size() && c[position] == object) {
         c[position] = replacement;
         return;

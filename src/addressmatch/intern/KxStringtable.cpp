@@ -3,40 +3,30 @@
 #include <new>
 
 #include "PolicyLog.h"
+#include "addressmatch/intern/Handles.h"
 #include "addressmatch/intern/InternedTexts.h"
+#include "addressmatch/intern/Interner.h"
 #include "addressmatch/text/Memory.h"
 
 using namespace zaro_addressmatch;
 
 namespace {
 
-unsigned long shownIndex(const KxIndexedString& handle) {
-  return handle.getIndex();
-}
-
 bool isStaticHandle(const KxIndexedString* handle) {
   return handle == &KxStringtable::_theEmptyIndexedString || handle == &KxStringtable::_theWildcardIndexedString;
 }
 
-bool hasText(const KxIndexedString* handle) {
-  return handle != nullptr && handle->getString() != nullptr;
-}
-
-void logNoMemoryFor(const KxIndexedString& wanted) {
-  PolicyLog::log(
-      LogLevel::Error,
-      "KxStringtable::_addToStringtable: could not allocate memory for inserting %s , %lu into a stringtable. Insertion failed.",
-      wanted.getString(), shownIndex(wanted));
-}
-
-// An array for a text of `size` bytes, terminator included, or null.
-char* newSpace(std::size_t size) {
-  return new (std::nothrow) char[size];
-}
-
-// Copies `size` bytes, terminator included.
-bool copyText(char* to, const char* from, std::size_t size) {
-  return std::memcpy(to, from, size) == to;
+// The check for null is a net under the container, which has no null elements.
+void releaseText(const InternedTexts& entries, KxIndexedString* entry) {
+  if (entry == nullptr) {
+    PolicyLog::log(LogLevel::Error, "~KxStringtable: detected a NULL pointer in the underlying container!");
+    return;
+  }
+  if (!entries.isBorrowed(entry) && !entry->_explicitCleanupString()) {
+    PolicyLog::log(LogLevel::Error,
+                   "~KxStringtable: deallocating the KxIndexedString's private data copy failed: %s, %lu.", "NULL",
+                   shownIndex(*entry));  // it fails for no other text
+  }
 }
 
 }  // namespace
@@ -83,23 +73,10 @@ KxStringtable::KxStringtable() : KxLockableClass(true), _hasForeignHolders(false
 KxStringtable::~KxStringtable() {
   try {
     if (_entries != nullptr) {
-      _entries->forEachOfTable([this](KxIndexedString& entry) { _release(&entry); });
+      _entries->forEachOfTable([this](KxIndexedString& entry) { releaseText(*_entries, &entry); });
     }
   } catch (...) {
     PolicyLog::log(LogLevel::Error, "~KxStringtable: ERROR: Exception caught in destructor!");
-  }
-}
-
-// The check for null is a net under the container, which has no null elements.
-void KxStringtable::_release(KxIndexedString* entry) const {
-  if (entry == nullptr) {
-    PolicyLog::log(LogLevel::Error, "~KxStringtable: detected a NULL pointer in the underlying container!");
-    return;
-  }
-  if (!_entries->isBorrowed(entry) && !entry->_explicitCleanupString()) {
-    PolicyLog::log(LogLevel::Error,
-                   "~KxStringtable: deallocating the KxIndexedString's private data copy failed: %s, %lu.", "NULL",
-                   shownIndex(*entry));  // it fails for no other text
   }
 }
 
@@ -180,79 +157,12 @@ const KxIndexedString* KxStringtable::_addToStringtable(const KxIndexedString* w
     return nullptr;
   }
 
-  Interned interned = {nullptr, false};
-  if (!withinMemory([&] { interned = intern(ownEntries().keyOf(wanted->getString()), *wanted); })) {
+  const Interner interner(*this);
+  const KxIndexedString* entry = nullptr;
+  if (!withinMemory([&] { entry = interner.intern(interner.entries().keyOf(wanted->getString()), *wanted).entry; })) {
     logNoMemoryFor(*wanted);
   }
-  return interned.entry;
-}
-
-InternedTexts& KxStringtable::ownEntries() {
-  if (_entries == nullptr) {
-    _entries = std::make_unique<InternedTexts>();
-  }
-  return *_entries;
-}
-
-KxStringtable::Interned KxStringtable::intern(const TextKey& key, const KxIndexedString& wanted) {
-  InternedTexts::Found found = {nullptr, false, false};
-  if (!withinMemory([&] { found = _entries->findOrAdd(key); })) {
-    logNoMemoryFor(wanted);
-    return {nullptr, false};
-  }
-  if (!found.isNew) {
-    return {_existingEntry(*found.entry, wanted), false};
-  }
-  return {found.lacksText ? _ownText(*found.entry, wanted, key.size + 1) : found.entry, true};
-}
-
-// The checks for an entry that is the argument itself are a net under the container: it copies what it takes in.
-const KxIndexedString* KxStringtable::_existingEntry(const KxIndexedString& entry, const KxIndexedString& wanted) const {
-  if (&entry == &wanted && entry.getIndex() >= KxIndexedString::Wrapper) {
-    PolicyLog::log(
-        LogLevel::Error,
-        "KxStringtable::_addToStringtable: looking up the entry in the stringtable returned the original entry. However, the entry is not in the stringtable : %s, %lu. Insertion failed.",
-        wanted.getString(), shownIndex(wanted));
-  }
-  return &entry;
-}
-
-const KxIndexedString* KxStringtable::_ownText(KxIndexedString& entry, const KxIndexedString& wanted, std::size_t size) {
-  // Whatever becomes of the text, nobody but the table may release the entry.
-  const unsigned long index = shownIndex(wanted);
-  entry._index = KxIndexedString::TableEntry;
-
-  char* copy = newSpace(size);
-  if (copy == nullptr) {
-    _entries->setBorrowed(&entry);
-    logNoMemoryFor(wanted);
-    return nullptr;
-  }
-  if (!copyText(copy, wanted.getString(), size)) {
-    PolicyLog::log(
-        LogLevel::Error,
-        "KxStringtable::_addToStringtable: could not make a copy the data into allocated space: %s, %lu. Insertion failed.",
-        wanted.getString(), index);
-    _entries->setBorrowed(&entry);
-    delete[] copy;
-    return nullptr;
-  }
-  entry._string = copy;
-  if (&entry == &wanted) {
-    PolicyLog::log(
-        LogLevel::Error,
-        "KxStringtable::_addToStringtable: inserting into stringtable's underlying container resulted in an entry that was not distinct from the original pointer. Insertion of %s, %lu failed.",
-        wanted.getString(), index);
-    return nullptr;
-  }
-  return &entry;
-}
-
-void KxStringtable::_dropBorrowed(const KxIndexedString& wanted) {
-  KxIndexedString* entry = isLocked() || !hasText(&wanted) ? nullptr : _find(wanted.getString());
-  if (entry != nullptr && _entries->isBorrowed(entry)) {
-    _entries->remove(entry);
-  }
+  return entry;
 }
 
 const KxIndexedString* KxStringtable::_addToStringtable(const char* text) {
@@ -266,7 +176,7 @@ const KxIndexedString* KxStringtable::_findInStringtable(const KxIndexedString* 
                    "KxStringtable::_findInStringtable: the search argument (const KxIndexedString *) is NULL!");
     return nullptr;
   }
-  const KxIndexedString* entry = _find(wanted->getString());
+  const KxIndexedString* entry = _entries != nullptr ? _entries->find(wanted->getString()) : nullptr;
   if (!isLocked() || !wanted->isIndexed() || (entry != nullptr && entry->getIndex() == wanted->getIndex())) {
     return entry;
   }
@@ -277,10 +187,6 @@ const KxIndexedString* KxStringtable::_findInStringtable(const KxIndexedString* 
   }
   _entries->forEach([&entry, wanted](KxIndexedString& one) { entry = one == *wanted ? &one : entry; });
   return entry;
-}
-
-KxIndexedString* KxStringtable::_find(const char* text) const {
-  return _entries != nullptr ? _entries->find(_entries->keyOf(text)) : nullptr;
 }
 
 const KxIndexedString* KxStringtable::_findInStringtable(const char* text) const {

@@ -20,9 +20,10 @@ __attribute__((init_priority(101))) NothingToLock g_nothingToLock;
 // Constant-initialised and never destroyed, so they can be asked at any time.
 KxLockOnInitQueue* g_queue = nullptr;
 const KxStringtable* g_defaultTable = nullptr;
-bool g_unloaded = false;
 
 }  // namespace
+
+bool g_isUnloaded = false;
 
 LibraryObjects::LibraryObjects(KxLockOnInitQueue& queue, const KxStringtable& defaultTable) {
   g_queue = &queue;
@@ -31,7 +32,7 @@ LibraryObjects::LibraryObjects(KxLockOnInitQueue& queue, const KxStringtable& de
 
 LibraryObjects::~LibraryObjects() {
   g_queue = nullptr;
-  g_unloaded = true;
+  g_isUnloaded = true;
 }
 
 void registerForLock(KxLockableClass* object) {
@@ -47,12 +48,8 @@ void forgetLockOnInit(const KxLockableClass* object) {
   }
 }
 
-bool isUnloaded() {
-  return g_unloaded;
-}
-
-bool isGone(const KxStringtable* table) {
-  return g_unloaded && table == g_defaultTable;
+bool isDefaultTable(const KxStringtable* table) {
+  return table == g_defaultTable;
 }
 
 }  // namespace zaro_addressmatch

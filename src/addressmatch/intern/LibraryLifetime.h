@@ -4,6 +4,7 @@
 // locked any more.
 #pragma once
 
+#include "KxLockOnInitQueue.h"
 #include "KxStringtable.h"
 
 namespace zaro_addressmatch {
@@ -23,11 +24,18 @@ void registerForLock(KxLockableClass* object);
 // Removes a destroyed object from the queue: what the queue holds in its place from then on locks nothing.
 void forgetLockOnInit(const KxLockableClass* object);
 
-// Whether the queue and the default table have been destroyed.
-bool isUnloaded();
+// Set when the queue and the default table are destroyed. Constant-initialised, so that it can be read at any time;
+// inline, because every look-up reads it.
+extern bool g_isUnloaded;
+inline bool isUnloaded() {
+  return g_isUnloaded;
+}
 
 // Whether the table is the default one and has been destroyed, with its entries: a program may keep a tree in a static
 // object of its own that goes later than the library's, when it loads the library after it made that object.
-bool isGone(const KxStringtable* table);
+bool isDefaultTable(const KxStringtable* table);
+inline bool isGone(const KxStringtable* table) {
+  return isUnloaded() && isDefaultTable(table);
+}
 
 }  // namespace zaro_addressmatch

@@ -29,7 +29,7 @@ class ParsedAddress {
   bool isComplete() const { return m_complete; }
   // The empty handle when there is none.
   const KxIndexedString& localPart() const;
-  // The domain, top-level label on top; whoever takes labels off puts or releases them.
+  // The domain, top-level label on top. A caller that pops a label pushes it again or releases it.
   LabelStack& labels() { return m_labels; }
 
  private:

@@ -4,7 +4,7 @@
 namespace zaro_addressmatch {
 
 // Calls `assign(element, rank)` for the elements in order, ranks from 0 on, all below `limit`. True when `limit` ranks
-// were given: nobody then knows whether elements are left without one.
+// were assigned, so that elements may be left without one.
 template <typename Iterator, typename Assign>
 bool assignRanks(Iterator first, Iterator last, unsigned int limit, Assign assign) {
   unsigned int rank = 0;

@@ -7,7 +7,7 @@
 #include "addressmatch/intern/LibraryLifetime.h"
 #include "addressmatch/intern/ParsedAddress.h"
 #include "addressmatch/leaf/Kinds.h"
-#include "addressmatch/text/AddressText.h"
+#include "addressmatch/leaf/PatternWeight.h"
 #include "addressmatch/text/Memory.h"
 
 using namespace zaro_addressmatch;
@@ -22,46 +22,7 @@ bool sameText(const char* one, const char* other) {
   return one != nullptr && std::strcmp(one, other) == 0;
 }
 
-// What the two kinds of labels add to the weight of a pattern.
-struct Specificity {
-  bool concreteName;
-  bool wildcardDomain;
-  unsigned int concreteLabels;
-};
-
-// More than a text has labels.
-constexpr unsigned int kWeightBits = 0x7FFFFFFFu;
-
-unsigned int weightOf(const Specificity& pattern) {
-  // The bands are 1000 apart: up to 1000 labels, any exact domain is above any with a wildcard.
-  if (!pattern.wildcardDomain) {
-    return pattern.concreteLabels + (pattern.concreteName ? 5001 : 4001);
-  }
-  if (pattern.concreteLabels > 0) {
-    return pattern.concreteLabels + (pattern.concreteName ? 3001 : 2001);
-  }
-  return pattern.concreteName ? 1001 : 1;
-}
-
-Specificity specificityOf(const char* pattern) {
-  if (isWildcard(pattern)) {
-    pattern = kEveryAddress;
-  }
-  Specificity specificity = {true, false, 0};
-  splitAddress(pattern, [&specificity](Piece piece, const char* text, std::size_t size) {
-    const bool wildcard = size == 1 && *text == '*';
-    if (piece == Piece::LocalPart) {
-      specificity.concreteName = !wildcard;
-    } else if (wildcard) {
-      specificity.wildcardDomain = true;
-    } else {
-      ++specificity.concreteLabels;
-    }
-  });
-  return specificity;
-}
-
-// Gives a label of a split pattern back.
+// Releases a label of a split pattern.
 void releaseLabel(const KxIndexedString* label, const char* fullAddress) {
   const auto report = [fullAddress](const char* text, unsigned int index) {
     if (text == nullptr) {
@@ -109,8 +70,8 @@ KxListedEmailAddress::KxListedEmailAddress(KxStringtable* table, const char* ful
     : KxLockableClass(table != nullptr),
       KxIndexedStringNamedClass(table, name),
       _fullAddress(_lookupAndCheckName(fullAddress, table)),
-      _weight(weightOf(specificityOf(textOf(getFullAddress()))) & kWeightBits),
-      _inTreesMemory(0),
+      _weight(weightOf(textOf(getFullAddress())) & kWeightBits),
+      _inArena(0),
       _state(0) {}
 
 KxListedEmailAddress::KxListedEmailAddress(KxStringtable* table, const KxIndexedString* fullAddress,
@@ -118,8 +79,8 @@ KxListedEmailAddress::KxListedEmailAddress(KxStringtable* table, const KxIndexed
     : KxLockableClass(table != nullptr),
       KxIndexedStringNamedClass(table, name),
       _fullAddress(_lookupAndCheckName(fullAddress, table)),
-      _weight(weightOf(specificityOf(textOf(getFullAddress()))) & kWeightBits),
-      _inTreesMemory(0),
+      _weight(weightOf(textOf(getFullAddress())) & kWeightBits),
+      _inArena(0),
       _state(0) {}
 
 KxListedEmailAddress::KxListedEmailAddress(KxStringtable& table, const KxIndexedString& fullAddress,
@@ -127,10 +88,9 @@ KxListedEmailAddress::KxListedEmailAddress(KxStringtable& table, const KxIndexed
     : KxLockableClass(true),
       KxIndexedStringNamedClass(table, name),
       _fullAddress(&fullAddress),
-      _weight(weightOf(concreteLabels != 0 ? Specificity{true, false, concreteLabels}
-                                           : specificityOf(textOf(fullAddress))) &
+      _weight((concreteLabels != 0 ? weightOf(Specificity{true, false, concreteLabels}) : weightOf(textOf(fullAddress))) &
               kWeightBits),
-      _inTreesMemory(1),
+      _inArena(1),
       _state(0) {}
 
 KxListedEmailAddress::~KxListedEmailAddress() {
@@ -165,23 +125,17 @@ bool KxListedEmailAddress::matchName(const KxIndexedString& name) const {
   return *_name == name || (_fullAddress != nullptr && *_fullAddress == name);
 }
 
+// The labels are made and released as handles for the log's sake: it has lines for those that cannot be.
 void KxListedEmailAddress::_computeWeight() {
   const char* address = getFullAddress().getString();
   _weight = 0;
   withinMemory([&] {
     ParsedAddress parsed(_stringtable, address);
-    Specificity pattern = {!isWildcard(parsed.localPart().getString()), false, 0};
     for (LabelStack& labels = parsed.labels(); !labels.empty(); labels.pop()) {
-      const KxIndexedString* label = labels.top();
-      if (label != nullptr && isWildcard(label->getString())) {
-        pattern.wildcardDomain = true;
-      } else {
-        ++pattern.concreteLabels;
-      }
-      releaseLabel(label, address);
+      releaseLabel(labels.top(), address);
     }
     if (parsed.isComplete()) {
-      _weight = weightOf(pattern) & kWeightBits;
+      _weight = weightOf(address) & kWeightBits;
     }
   });
 }

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <memory>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -20,7 +21,24 @@ namespace zaro_addressmatch {
 // The tree destroys its leaves before it destroys their arena.
 class LeafArena {
  public:
-  // Returns memory for one leaf. Throws std::bad_alloc (strong guarantee).
+  // Makes a leaf; see its constructor. Throws std::bad_alloc (strong guarantee).
+  KxListedEmailAddress* make(KxStringtable& table, const KxIndexedString& fullAddress, const KxIndexedString& name,
+                             unsigned int concreteLabels) {
+    return new (allocate()) KxListedEmailAddress(table, fullAddress, name, concreteLabels);
+  }
+  // Destroys a leaf of an arena or of the heap. Leaves have no virtual destructor: those derived from them add nothing.
+  static void destroy(KxListedEmailAddress* leaf) {
+    const bool inArena = leaf->_inArena != 0;
+    leaf->KxListedEmailAddress::~KxListedEmailAddress();
+    if (!inArena) {
+      ::operator delete(leaf);
+    }
+  }
+
+ private:
+  static constexpr std::size_t kLeaf = sizeof(void*) == 8 ? 64 : 32;
+  static_assert(sizeof(KxListedEmailAddress) <= kLeaf, "a leaf fits");
+
   void* allocate() {
     if (m_left == 0) {
       addBlock();
@@ -30,11 +48,6 @@ class LeafArena {
     --m_left;
     return memory;
   }
-
- private:
-  static constexpr std::size_t kLeaf = sizeof(void*) == 8 ? 64 : 32;
-  static_assert(sizeof(KxListedEmailAddress) <= kLeaf, "a leaf fits");
-
   void addBlock() {
     constexpr std::size_t kFirst = 4;
     constexpr std::size_t kMost = 256;

@@ -24,7 +24,7 @@ class LowerCaseText {
   char* get() { return reinterpret_cast<char*>(m_words); }
   const char* get() const { return reinterpret_cast<const char*>(m_words); }
   const std::uint64_t* words() const { return m_words; }
-  // When it was made; whoever changes the text may have cut it.
+  // Of the original; a caller that cuts the text does not change it.
   std::size_t size() const { return m_size; }
 
  private:

@@ -4,7 +4,7 @@
 // of its text, so that most comparisons need no look at the text, which would be a cache miss.
 //
 //   invariant   items with different keys are in the order of their texts; those with equal keys are sorted by what follows
-//   cost        one pass over the items for each byte that tells them apart; std::sort where few are left
+//   cost        one pass over the items for each byte that distinguishes them; std::sort where few are left
 //   memory      16 bytes an item, which the caller holds, and a fixed depth of calls: whole texts are compared beyond it
 #pragma once
 

@@ -67,8 +67,8 @@ inline unsigned int countBytes(std::uint64_t word, unsigned char byte) {
   return static_cast<unsigned int>(equalBytes(word, byte) * everyByte(1) >> 56);
 }
 
-// The lowest `size - before` bytes of a word, where `size` is at most 16 and `before` 0 or 8. From a table, since sizes
-// of texts make branches that no processor foresees.
+// The lowest `size - before` bytes of a word, where `size` is at most 16 and `before` 0 or 8. From a table, because
+// branches on the sizes of texts are mispredicted.
 inline std::uint64_t bytesWithin(std::uint64_t word, std::size_t size, std::size_t before) {
   constexpr std::uint64_t kOnes = ~std::uint64_t{0};
   static constexpr std::uint64_t kMasks[] = {
@@ -78,8 +78,8 @@ inline std::uint64_t bytesWithin(std::uint64_t word, std::size_t size, std::size
   return word & kMasks[size + 8 - before];
 }
 
-// The eight bytes from `offset` on of a text in words. Put together from whole words, which the processor may still
-// have on their way to memory.
+// The eight bytes from `offset` on of a text in words. Combined from whole words: a read across two words that have
+// just been written would wait until both are in memory.
 inline std::uint64_t wordAt(const std::uint64_t* words, std::size_t offset) {
   const std::uint64_t* word = words + offset / 8;
   const unsigned int shift = offset % 8 * 8;

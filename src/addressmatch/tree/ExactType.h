@@ -5,8 +5,8 @@
 
 namespace zaro_addressmatch {
 
-// There is one description of such a class, so its address tells. (Comparing the descriptions themselves means
-// comparing their names, for every object that is of another class.)
+// The library has one description of such a class, so comparing addresses suffices. Comparing the descriptions would
+// compare their names for every object of another class.
 template <typename Class, typename Object>
 bool isExactly(const Object& object) {
   return &typeid(object) == &typeid(Class);

@@ -1,9 +1,12 @@
+// The walk: how a tree that has no index is searched. The levels are a trie (Fredkin, "Trie Memory", CACM 1960) over the
+// labels of the domain, from the last one on.
+//
+//   cost   a binary search for each label, another for the local part, and the splitting of the address; no deeper calls
+//          for more labels
 #include "KxWildcardNode.h"
 
-#include <algorithm>
 #include <memory>
 #include <string>
-#include <utility>
 
 #include "PolicyLog.h"
 #include "addressmatch/intern/Handles.h"
@@ -11,21 +14,77 @@
 #include "addressmatch/intern/ParsedAddress.h"
 #include "addressmatch/text/LowerCaseText.h"
 #include "addressmatch/text/Memory.h"
-#include "addressmatch/text/Prefetch.h"
 #include "addressmatch/tree/Descent.h"
-#include "addressmatch/tree/ExactType.h"
-#include "addressmatch/tree/GrowingLevel.h"
-#include "addressmatch/tree/LevelFilling.h"
+#include "addressmatch/tree/Level.h"
+#include "addressmatch/tree/SortedInsertion.h"
+#include "addressmatch/tree/TreeFilling.h"
 #include "addressmatch/tree/TreeState.h"
 
 using namespace zaro_addressmatch;
 
 namespace {
 
+using Leaves = std::vector<KxListedEmailAddress*>;
+
 // Entries of a locked table carry ranks, so a handle without one is no entry; "indexed" says that the vector holds only
 // entries, and then such a handle cannot be there.
 bool isUnknown(const KxIndexedString& key, bool indexed) {
   return indexed && key.getIndex() >= KxIndexedString::Wrapper;
+}
+
+// What a level has apart from its concrete children.
+void searchBesideChildren(Level level, const KxIndexedString& name, LabelStack& labels, Leaves& out);
+
+// Both throw std::bad_alloc, and leave the stack as it was.
+void search(KxWildcardNode& top, const KxIndexedString& name, LabelStack& labels, Leaves& out) {
+  Descent descent(labels);
+  for (KxWildcardNode* node = &top; node != nullptr;) {
+    if (!descent.enter(*node)) {
+      descent.climb();
+      break;
+    }
+    node = labels.empty() ? nullptr : node->_findMatchingChild(orEmpty(labels.top()));
+  }
+  while (!descent.isOut()) {
+    searchBesideChildren(Level(descent.deepest()), name, labels, out);
+    // The levels above go on with their own labels only while the stack is whole.
+    if (!descent.climb()) {
+      throw std::bad_alloc();
+    }
+  }
+}
+
+void walk(KxWildcardNode& top, const char* address, Leaves& out) {
+  KxStringtable* table = Level(top).table();
+  if (address == nullptr || isGone(table)) {
+    return;
+  }
+  LowerCaseText text(address);
+  ParsedAddress parsed(table, text.get());
+  if (!parsed.isComplete()) {
+    throw std::bad_alloc();
+  }
+  search(top, parsed.localPart(), parsed.labels(), out);
+}
+
+void searchBesideChildren(Level level, const KxIndexedString& name, LabelStack& labels, Leaves& out) {
+  KxWildcardNode& node = level.node();
+  const bool atEnd = labels.empty();
+  if (!atEnd && node._matchWildcard(orEmpty(labels.top()))) {
+    search(*level.wildcardChild(), name, labels, out);  // one level, no deeper
+  }
+  if (KxListedEmailAddress* leaf = node._findMatchingLeafNode(name, atEnd)) {
+    out.push_back(leaf);
+  }
+  if (node._matchLeafWildcard(name, atEnd)) {
+    out.push_back(level.wildcardLeaf());
+  }
+}
+
+// What answers for the tree below a node; null for a walk.
+const FrozenIndex* indexOf(Level level) {
+  TreeState* tree = level.tree();
+  return tree != nullptr && tree->root() == &level.node() && !isGone(level.table()) ? tree->index() : nullptr;
 }
 
 void logNoMemory(const char* address) {
@@ -44,93 +103,16 @@ KxWildcardNode::KxWildcardNode(KxStringtable* table, const KxIndexedString* labe
       _leavesIndexed(0) {}
 
 KxWildcardNode::~KxWildcardNode() {
-  destroyContents();
-}
-
-void KxWildcardNode::destroyContents() {
-  destroyChildren();
-  std::for_each(_leaves.begin(), _leaves.end(), destroyLeaf);
-  _leaves.clear();
-  if (_wildcardLeaf != nullptr) {
-    destroyLeaf(std::exchange(_wildcardLeaf, nullptr));
-  }
-}
-
-// The leaves have no virtual destructor, and their vector holds nothing but their base.
-void KxWildcardNode::destroyLeaf(KxListedEmailAddress* leaf) {
-  const bool inTreesMemory = leaf->_inTreesMemory != 0;
-  leaf->KxListedEmailAddress::~KxListedEmailAddress();
-  if (!inTreesMemory) {
-    ::operator delete(leaf);
-  }
-}
-
-// Neither calls nor memory may be spent on the depth. So a child's own wildcard child goes first, and its pointer then
-// leads back to the level above.
-void KxWildcardNode::destroyChildren() {
-  delete std::exchange(_wildcardChild, nullptr);
-  for (KxWildcardNode* node = this;;) {
-    if (!node->_children.empty()) {
-      KxWildcardNode* child = node->_children.back();
-      node->_children.pop_back();
-      delete std::exchange(child->_wildcardChild, node);
-      node = child;
-    } else if (node != this) {
-      KxWildcardNode* above = std::exchange(node->_wildcardChild, nullptr);
-      delete node;
-      node = above;
-    } else {
-      return;
-    }
-  }
+  Level(*this).destroyContents();
 }
 
 void KxWildcardNode::lock() {
   _lock();
-  _childrenIndexed = growingChildren().settle();
-  _leavesIndexed = growingLeaves().settle();
-  noteSorted();
-  _filling.reset();
-}
-
-// Has the processor fetch a level, or whatever else it is.
-void KxWildcardNode::prefetchParts(const KxLockableClass& level) {
-  const auto* begin = reinterpret_cast<const char*>(&level);
-  for (const std::size_t offset : {std::size_t{0}, sizeof(KxWildcardNode) / 2, sizeof(KxWildcardNode) - 1}) {
-    prefetchLine(begin + offset);
-  }
-}
-
-void KxWildcardNode::prefetchForLock(const KxLockOnInitQueue& queue) {
-  // Far enough apart for each step to find what the one before asked for.
-  constexpr std::size_t kObject = 24;
-  constexpr std::size_t kElements = 15;
-  constexpr std::size_t kEachElement = 9;
-  constexpr std::size_t kNames = 4;
-  const auto levelAhead = [&queue](std::size_t places) -> KxWildcardNode* {
-    KxLockableClass* object = queue._ahead(places);
-    return object != nullptr && isExactly<KxWildcardNode>(*object) ? static_cast<KxWildcardNode*>(object) : nullptr;
-  };
-  // Not known yet for a level, most leaves lie side by side.
-  if (const KxLockableClass* object = queue._ahead(kObject)) {
-    prefetchParts(*object);
-  }
-  if (const KxWildcardNode* level = levelAhead(kElements)) {
-    prefetchLine(level->_leaves.data());
-    prefetchLine(level->_children.data());
-  }
-  if (KxWildcardNode* level = levelAhead(kEachElement)) {
-    level->growingChildren().prefetchElements();
-    level->growingLeaves().prefetchElements();
-  }
-  if (KxWildcardNode* level = levelAhead(kNames)) {
-    level->growingChildren().prefetchNames();
-    level->growingLeaves().prefetchNames();
-  }
+  Level(*this).freeze();
 }
 
 KxWildcardNode* KxWildcardNode::_findMatchingChild(const KxIndexedString& label) {
-  settle();
+  Level(*this).settle();
   return isUnknown(label, _childrenIndexed) ? nullptr : binarySearchInPointerVector(_children, label);
 }
 
@@ -139,7 +121,7 @@ bool KxWildcardNode::_matchWildcard(const KxIndexedString& /*label*/) {
 }
 
 KxListedEmailAddress* KxWildcardNode::_findMatchingLeafNode(const KxIndexedString& name, bool atEnd) {
-  settle();
+  Level(*this).settle();
   return !atEnd || isUnknown(name, _leavesIndexed) ? nullptr : binarySearchInPointerVector(_leaves, name);
 }
 
@@ -170,7 +152,7 @@ void KxWildcardNode::findMatches(const KxIndexedString* name, LabelStack& labels
     return;
   }
   const std::size_t before = out.size();
-  if (!withinMemory([&] { search(orEmpty(name), labels, out); })) {
+  if (!withinMemory([&] { search(*this, orEmpty(name), labels, out); })) {
     logNoMemory(orEmpty(name).getString());
     out.resize(before);
   }
@@ -179,9 +161,9 @@ void KxWildcardNode::findMatches(const KxIndexedString* name, LabelStack& labels
 bool KxWildcardNode::findAllMatches(const char* address, std::vector<KxListedEmailAddress*>& out) {
   const std::size_t before = out.size();
   const bool complete = withinMemory([&] {
-    const FrozenIndex* frozen = index();
+    const FrozenIndex* frozen = indexOf(Level(*this));
     if (frozen == nullptr || !frozen->find(address, out)) {
-      walk(address, out);
+      walk(*this, address, out);
     }
   });
   if (!complete) {
@@ -197,7 +179,7 @@ bool KxWildcardNode::findAllMatches(const char* const* addresses, std::size_t co
   const std::size_t endsBefore = ends.size();
   const bool complete = withinMemory([&] {
     ends.reserve(endsBefore + count);
-    const FrozenIndex* frozen = index();
+    const FrozenIndex* frozen = indexOf(Level(*this));
     for (std::size_t i = 0; i != count; ++i) {
       if (frozen != nullptr) {
         i += frozen->findEach(addresses + i, count - i, out, ends);
@@ -205,7 +187,7 @@ bool KxWildcardNode::findAllMatches(const char* const* addresses, std::size_t co
           return;
         }
       }
-      walk(addresses[i], out);
+      walk(*this, addresses[i], out);
       ends.push_back(out.size());
     }
   });
@@ -217,52 +199,41 @@ bool KxWildcardNode::findAllMatches(const char* const* addresses, std::size_t co
   return complete;
 }
 
-const FrozenIndex* KxWildcardNode::index() const {
-  return _tree != nullptr && _tree->root == this && !isGone(_stringtable) ? _tree->index.get() : nullptr;
+bool KxWildcardNode::addAddressPattern(const char* address, KxEmailBelongsTo kind, const char* annotation,
+                                       std::string* owner) {
+  return TreeFilling(*this).add(address, {kind, annotation, owner});
 }
 
-void KxWildcardNode::walk(const char* address, std::vector<KxListedEmailAddress*>& out) {
-  if (address == nullptr || isGone(_stringtable)) {
-    return;
-  }
-  LowerCaseText text(address);
-  ParsedAddress parsed(_stringtable, text.get());
-  if (!parsed.isComplete()) {
-    throw std::bad_alloc();
-  }
-  search(parsed.localPart(), parsed.labels(), out);
+std::size_t KxWildcardNode::addAddressPatterns(const char* const* addresses, std::size_t count, KxEmailBelongsTo kind,
+                                               const char* annotation, std::string* owner, bool* added) {
+  return TreeFilling(*this).addEach(addresses, count, {kind, annotation, owner}, added);
 }
 
-void KxWildcardNode::search(const KxIndexedString& name, LabelStack& labels, std::vector<KxListedEmailAddress*>& out) {
-  Descent descent(labels);
-  for (KxWildcardNode* node = this; node != nullptr;) {
-    if (!descent.enter(*node)) {
-      descent.climb();
-      break;
-    }
-    node = labels.empty() ? nullptr : node->_findMatchingChild(orEmpty(labels.top()));
-  }
-  while (!descent.isOut()) {
-    descent.deepest().searchBesideChildren(name, labels, out);
-    // The levels above go on with their own labels only while the stack is whole.
-    if (!descent.climb()) {
-      throw std::bad_alloc();
-    }
-  }
+bool KxWildcardNode::addAddressPattern(const KxIndexedString* fullAddress, const KxIndexedString* name,
+                                       LabelStack& labels, KxEmailBelongsTo kind, const char* annotation,
+                                       std::string* owner) {
+  return TreeFilling(*this).addSplit(fullAddress, name, labels, {kind, annotation, owner});
 }
 
-void KxWildcardNode::searchBesideChildren(const KxIndexedString& name, LabelStack& labels,
-                                          std::vector<KxListedEmailAddress*>& out) {
-  const bool atEnd = labels.empty();
-  if (!atEnd && _matchWildcard(orEmpty(labels.top()))) {
-    _wildcardChild->search(name, labels, out);  // one level, no deeper
-  }
-  if (KxListedEmailAddress* leaf = _findMatchingLeafNode(name, atEnd)) {
-    out.push_back(leaf);
-  }
-  if (_matchLeafWildcard(name, atEnd)) {
-    out.push_back(_wildcardLeaf);
-  }
+bool KxWildcardNode::_addOrModifyLeaf(const KxIndexedString* name, const KxIndexedString* fullAddress,
+                                      KxEmailBelongsTo kind, const char* annotation, std::string* owner) {
+  return TreeFilling(*this).addLeaf(fullAddress, name, {kind, annotation, owner});
+}
+
+bool KxWildcardNode::_addToLeafVector(KxListedEmailAddress* leaf) {
+  return Level(*this).insert(leaf);
+}
+
+bool KxWildcardNode::_addToChildVector(KxWildcardNode* child) {
+  return Level(*this).insert(child);
+}
+
+unsigned int findInsertPosi(const std::vector<KxWildcardNode*>& sorted, KxWildcardNode* item) {
+  return insertPosition(sorted, item);
+}
+
+unsigned int findInsertPosi(const std::vector<KxListedEmailAddress*>& sorted, KxListedEmailAddress* item) {
+  return insertPosition(sorted, item);
 }
 
 KxWildcardNode::LabelStack& KxWildcardNode::parseAddress(KxStringtable* table, const char* emailAddress,
@@ -316,13 +287,13 @@ bool KxWildcardedWildcardNode::_matchesThisNode(LabelStack& /*labels*/, const Kx
 KxWildcardRootNode::KxWildcardRootNode(KxStringtable* table)
     : KxWildcardNode(table, &KxStringtable::_theEmptyIndexedString) {
   withinMemory([this] { _ownTree = std::make_shared<TreeState>(this); });
-  _tree = _ownTree.get();
+  Level(*this).setTree(_ownTree.get());
 }
 
 KxWildcardRootNode::~KxWildcardRootNode() {
-  destroyContents();  // while the memory of the leaves is there
+  Level(*this).destroyContents();  // before the arena of the leaves goes
   if (_ownTree != nullptr) {
-    _ownTree->root = nullptr;
+    _ownTree->rootIsGone();
   }
 }
 

@@ -8,20 +8,20 @@ namespace zaro_addressmatch {
 
 namespace {
 
-const char* labelOf(const KxWildcardNode& level) {
-  const char* text = level.getName().getString();
+const char* labelOf(Level level) {
+  const char* text = level.node().getName().getString();
   return text != nullptr ? text : "";
 }
 
 }  // namespace
 
-std::unique_ptr<const FrozenIndex> TreeIndexing::indexOf(const KxWildcardNode& root) {
+std::unique_ptr<const FrozenIndex> TreeIndexing::indexOf(KxWildcardNode& root) {
   // Equal hashes of 64 bits are most improbable; another seed keeps even them from making a tree slow.
   constexpr int kAttempts = 3;
   HashSeed seed = processHashSeed();
   for (int attempt = 0; attempt != kAttempts; ++attempt, ++seed.words[0]) {
     FrozenIndexBuilder builder(seed);
-    if (!TreeIndexing(root, builder).addAll()) {
+    if (!TreeIndexing(Level(root), builder).addAll()) {
       return nullptr;
     }
     std::unique_ptr<const FrozenIndex> index = builder.build();
@@ -33,24 +33,24 @@ std::unique_ptr<const FrozenIndex> TreeIndexing::indexOf(const KxWildcardNode& r
 }
 
 bool TreeIndexing::addAll() {
-  if (m_root._wildcardChild != nullptr) {
-    m_builder.addBelowRoot(leavesOf(*m_root._wildcardChild));
+  if (m_root.wildcardChild() != nullptr) {
+    m_builder.addBelowRoot(leavesOf(Level(*m_root.wildcardChild())));
   }
-  m_path.push_back({&m_root, 0});
+  m_path.push_back({m_root, 0});
   while (!m_path.empty()) {
     Step& above = m_path.back();
-    if (above.nextChild == above.node->_children.size()) {
+    if (above.nextChild == above.level.children().size()) {
       m_path.pop_back();
       continue;
     }
-    prefetchChildren(*above.node, above.nextChild);
-    const KxWildcardNode& child = *above.node->_children[above.nextChild++];
-    if (child._tree != m_root._tree || (above.node->_childrenIndexed && !child.getName().isIndexed())) {
+    prefetchChildren(above.level, above.nextChild);
+    const Level child(*above.level.children()[above.nextChild++]);
+    if (child.tree() != m_root.tree() || (above.level.findsOnlyRankedChildren() && !child.node().getName().isIndexed())) {
       return false;
     }
     // Only a text without "@" gives a label with a dot, and only the walk splits such texts.
     if (std::strchr(labelOf(child), '.') == nullptr) {
-      m_path.push_back({&child, 0});
+      m_path.push_back({child, 0});
       if (holdsSomething(child) && !add(child)) {
         return false;
       }
@@ -59,39 +59,38 @@ bool TreeIndexing::addAll() {
   return true;
 }
 
-bool TreeIndexing::add(const KxWildcardNode& level) {
+bool TreeIndexing::add(Level level) {
   m_domain.clear();
   for (std::size_t depth = m_path.size() - 1; depth != 0; --depth) {
-    m_domain += labelOf(*m_path[depth].node);
+    m_domain += labelOf(m_path[depth].level);
     m_domain += '.';
   }
   m_domain.pop_back();
   const std::size_t labelCount = m_path.size() - 1;
-  if (level._wildcardChild == nullptr) {
+  if (level.wildcardChild() == nullptr) {
     return m_builder.addDomain(m_domain, labelCount, leavesOf(level), nullptr);
   }
-  const LevelLeaves below = leavesOf(*level._wildcardChild);
+  const LevelLeaves below = leavesOf(Level(*level.wildcardChild()));
   return m_builder.addDomain(m_domain, labelCount, leavesOf(level), &below);
 }
 
-LevelLeaves TreeIndexing::leavesOf(const KxWildcardNode& level) {
-  return {LeafRange::of(level._leaves), level._wildcardLeaf, level._leavesIndexed != 0};
+LevelLeaves TreeIndexing::leavesOf(Level level) {
+  return {LeafRange::of(level.leaves()), level.wildcardLeaf(), level.findsOnlyRankedLeaves()};
 }
 
-bool TreeIndexing::holdsSomething(const KxWildcardNode& level) {
-  return !level._leaves.empty() || level._wildcardLeaf != nullptr || level._wildcardChild != nullptr;
+bool TreeIndexing::holdsSomething(Level level) {
+  return !level.leaves().empty() || level.wildcardLeaf() != nullptr || level.wildcardChild() != nullptr;
 }
 
 // Prefetches what later children consist of, one part after the other.
-void TreeIndexing::prefetchChildren(const KxWildcardNode& level, std::size_t next) {
+void TreeIndexing::prefetchChildren(Level level, std::size_t next) {
   constexpr std::size_t kStep = 4;
-  const auto at = [&](std::size_t steps) -> const KxWildcardNode* {
+  const auto at = [&](std::size_t steps) -> KxWildcardNode* {
     const std::size_t child = next + steps * kStep;
-    return child < level._children.size() ? level._children[child] : nullptr;
+    return child < level.children().size() ? level.children()[child] : nullptr;
   };
   if (const KxWildcardNode* child = at(3)) {
-    prefetchLine(child);
-    prefetchLine(&child->_wildcardLeaf);
+    Level::prefetchNode(*child);
   }
   if (const KxWildcardNode* child = at(2)) {
     prefetchLine(child->getNameAsPtr());

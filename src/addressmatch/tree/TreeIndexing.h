@@ -8,6 +8,7 @@
 #include "KxWildcardNode.h"
 #include "addressmatch/index/FrozenIndex.h"
 #include "addressmatch/index/FrozenIndexBuilder.h"
+#include "addressmatch/tree/Level.h"
 
 namespace zaro_addressmatch {
 
@@ -16,24 +17,24 @@ namespace zaro_addressmatch {
 class TreeIndexing {
  public:
   // Null when the tree holds something that only a walk treats right. Throws std::bad_alloc.
-  static std::unique_ptr<const FrozenIndex> indexOf(const KxWildcardNode& root);
+  static std::unique_ptr<const FrozenIndex> indexOf(KxWildcardNode& root);
 
  private:
   struct Step {
-    const KxWildcardNode* node;
+    Level level;
     std::size_t nextChild;
   };
 
-  TreeIndexing(const KxWildcardNode& root, FrozenIndexBuilder& builder) : m_root(root), m_builder(builder) {}
+  TreeIndexing(Level root, FrozenIndexBuilder& builder) : m_root(root), m_builder(builder) {}
 
   // False as above.
   bool addAll();
-  bool add(const KxWildcardNode& level);
-  static LevelLeaves leavesOf(const KxWildcardNode& level);
-  static bool holdsSomething(const KxWildcardNode& level);
-  static void prefetchChildren(const KxWildcardNode& level, std::size_t next);
+  bool add(Level level);
+  static LevelLeaves leavesOf(Level level);
+  static bool holdsSomething(Level level);
+  static void prefetchChildren(Level level, std::size_t next);
 
-  const KxWildcardNode& m_root;
+  Level m_root;
   FrozenIndexBuilder& m_builder;
   std::vector<Step> m_path;
   std::string m_domain;

@@ -90,9 +90,9 @@ TEST(TextHash, dependsOnEveryByteSizeAndSeed) {
 }
 
 TEST(TextHash, placesAreSpreadOverAllOfThem) {
-  EXPECT_EQ(placeOf(0, 10), 0u);
-  EXPECT_EQ(placeOf(~std::uint64_t{0}, 10), 9u);
-  EXPECT_EQ(placeOf(std::uint64_t{1} << 63, 10), 5u);
+  EXPECT_EQ(fastRange(0, 10), 0u);
+  EXPECT_EQ(fastRange(~std::uint64_t{0}, 10), 9u);
+  EXPECT_EQ(fastRange(std::uint64_t{1} << 63, 10), 5u);
 }
 
 TEST(RadixSort, isThatOfTheBytes) {

@@ -1,4 +1,4 @@
-// A pattern on its way into a tree that is being filled.
+// A pattern that is added by its text: its pieces, and what they are looked up by.
 #pragma once
 
 #include <cstddef>
@@ -35,10 +35,10 @@ struct PatternDomain {
   KxWildcardNode* level = nullptr;  // the key's, if it is known
 };
 
-// Its text and where it is cut into pieces. It must stay where it is made.
-struct FillingPattern {
+// Not movable: the domain refers to the text.
+struct PatternPieces {
   // Throws std::bad_alloc.
-  explicit FillingPattern(const char* address)
+  explicit PatternPieces(const char* address)
       : text(address),
         at(static_cast<char*>(std::memchr(text.get(), '@', text.size()))),
         isBare(at == nullptr && !isWildcard(text.get())),
@@ -52,7 +52,7 @@ struct FillingPattern {
   bool isBare;  // such a text, but for "*"
   std::size_t nameSize;
   PatternDomain domain;
-  // What the table is asked for. Null texts without a table, and for the name of a bare text and for "*".
+  // Keys of the table. Their texts are null without a table; the name's also for a bare text and for "*".
   TextKey fullAddress = {};
   TextKey name = {};
 };

@@ -1,5 +1,10 @@
-// The children or leaves of a level that is being filled: new ones go to the end and are sorted in when somebody looks,
-// so that a big level takes no longer for each than a small one.
+// The children or leaves of a level while it is filled: a vector that is sorted but for its tail.
+//
+//   invariant   the first elements, as many as the level has noted, are sorted by name; new ones lie behind them unsorted.
+//               the vector is settled before it is read
+//   cost        appending is constant; settling sorts all elements once (radix sort), or moves each of a few into its place,
+//               so that n elements take O(n log n) and not the O(n^2) of an insertion each
+//   memory      that of the vector; more than kMany elements get a name index as soon as one is looked for
 #pragma once
 
 #include <algorithm>
@@ -16,77 +21,31 @@
 #include "KxStringtable.h"
 #include "addressmatch/text/Memory.h"
 #include "addressmatch/text/Prefetch.h"
-#include "addressmatch/text/ProbingTable.h"
 #include "addressmatch/text/RadixSort.h"
-#include "addressmatch/text/TextHash.h"
+#include "addressmatch/tree/NameIndex.h"
 
 namespace zaro_addressmatch {
 
-// Where the elements of a level are found by name. Over a table names are the table's entries, and compared as such;
-// without one they are compared as texts.
+// A view of a vector that a level keeps, with its number of sorted elements and its index.
 template <typename Named>
-class NameIndex {
- public:
-  explicit NameIndex(bool byText) : m_byText(byText) {}
-
-  // The element of a name, or null. The index is not empty.
-  Named* find(const KxIndexedString& name) const {
-    return m_table[m_table.search(homeOf(name, m_table.slotCount()),
-                                  [this, &name](const Slot& slot) {
-                                    return slot.name == &name || (m_byText && *slot.name == name);
-                                  })]
-        .element;
-  }
-  // Throws std::bad_alloc (strong guarantee).
-  void add(Named* element) {
-    const auto home = [this](const Slot& slot, std::size_t slotCount) { return homeOf(*slot.name, slotCount); };
-    constexpr std::size_t kFirstSlots = 64;
-    if (m_table.isFullAt(kLoadPercent)) {
-      m_table.resize(std::max(kFirstSlots, m_table.slotCount() * 2), home);
-    }
-    m_table.add({element->getNameAsPtr(), element}, home);
-  }
-
- private:
-  static constexpr std::size_t kLoadPercent = 50;
-
-  struct Slot {
-    const KxIndexedString* name;
-    Named* element;
-    bool isFree() const { return element == nullptr; }
-  };
-
-  std::size_t homeOf(const KxIndexedString& name, std::size_t slotCount) const {
-    const HashSeed& seed = processHashSeed();
-    const std::uint64_t hash = m_byText ? hashText(seed, name.getString(), std::strlen(name.getString()))
-                                        : mixed(reinterpret_cast<std::uintptr_t>(&name) ^ seed.words[0], seed.words[1]);
-    return placeOf(hash, slotCount);
-  }
-
-  bool m_byText;
-  ProbingTable<Slot> m_table;
-};
-
-// The vector of a level, sorted but for its end; what it consists of is kept in the level.
-template <typename Named>
-class GrowingLevel {
+class LazySorted {
  public:
   // `index` may be null, as long as there are few.
-  GrowingLevel(std::vector<Named*>& elements, std::size_t sorted, std::unique_ptr<NameIndex<Named>>* index)
+  LazySorted(std::vector<Named*>& elements, std::size_t sorted, std::unique_ptr<NameIndex<Named>>* index)
       : m_elements(elements), m_sorted(sorted), m_index(index) {}
 
   // From this size on a level needs an index.
   static constexpr std::size_t kMany = 16;
 
-  // Whether an element of a level over `table` (null: none) can wait to be sorted in: it has a name of its own kind,
-  // and that is compared as a text.
-  static bool canTake(const Named& element, const KxStringtable* table) {
+  // Whether an element of a level over `table` (null: none) may lie in the tail: its name is of the level's own kind,
+  // and is compared as a text.
+  static bool mayAppend(const Named& element, const KxStringtable* table) {
     return element.getName().getIndex() == (table != nullptr ? KxIndexedString::TableEntry : KxIndexedString::DeepCopy);
   }
 
-  // Throws std::bad_alloc, everything then as it was.
+  // Throws std::bad_alloc (strong guarantee).
   void append(Named* element) {
-    constexpr std::size_t kFirst = 24 / sizeof(Named*);  // what the smallest piece of memory has room for
+    constexpr std::size_t kFirst = 24 / sizeof(Named*);  // what fits into the smallest piece of heap memory
     if (m_elements.capacity() == 0) {
       m_elements.reserve(kFirst);
     }
@@ -101,8 +60,8 @@ class GrowingLevel {
     }
   }
 
-  // `name` is an entry of the table that the level is over, if it is over one. Makes the index of many elements, if
-  // memory suffices.
+  // The element of a name, or null. `name` is an entry of the level's table, if it has one. Makes the index of many
+  // elements, if memory suffices.
   Named* find(const KxIndexedString& name, bool byText) const {
     if (m_index != nullptr && *m_index == nullptr && m_elements.size() > kMany) {
       withinMemory([&] {
@@ -122,18 +81,18 @@ class GrowingLevel {
     return nullptr;
   }
 
-  // Sorts in what waits. Returns whether every name has a rank.
+  // Sorts the tail in. Returns whether every name has a rank.
   bool settle() {
     if (m_sorted == m_elements.size()) {
       return areRanked();
     }
-    if (m_elements.size() - m_sorted <= kFewWaiting && m_sorted > kFew) {
+    if (m_elements.size() - m_sorted <= kShortTail && m_sorted > kFew) {
       sortInEach();
       return areRanked();
     }
     if (m_elements.size() <= kFew) {
-      std::array<Keyed<Named>, kFew> room;
-      return settleWith(room.data());
+      std::array<Keyed<Named>, kFew> items;
+      return settleWith(items.data());
     }
     try {
       return settleWith(std::vector<Keyed<Named>>(m_elements.size()).data());
@@ -143,36 +102,36 @@ class GrowingLevel {
     }
   }
 
-  // Has the processor fetch what settling looks at first; elements, later their names.
+  // Prefetch what settling looks at: first the elements, later their names.
   void prefetchElements() const {
-    for (std::size_t i = 0; i != std::min(m_elements.size(), kFetched); ++i) {
+    for (std::size_t i = 0; i != std::min(m_elements.size(), kPrefetched); ++i) {
       prefetchLine(m_elements[i]);
     }
   }
   void prefetchNames() const {
-    for (std::size_t i = 0; i != std::min(m_elements.size(), kFetched); ++i) {
+    for (std::size_t i = 0; i != std::min(m_elements.size(), kPrefetched); ++i) {
       prefetchLine(m_elements[i]->getNameAsPtr());
     }
   }
 
  private:
   static constexpr std::size_t kFew = 16;
-  static constexpr std::size_t kFewWaiting = 4;
-  static constexpr std::size_t kFetched = 32;
+  static constexpr std::size_t kShortTail = 4;
+  static constexpr std::size_t kPrefetched = 32;
 
   static bool precedes(const Named* one, const Named* other) { return one->getName() < other->getName(); }
 
   bool areRanked() const {
     return std::all_of(m_elements.begin(), m_elements.end(), [](const Named* one) { return one->getName().isIndexed(); });
   }
-  // For a few that wait behind many, as when somebody adds and searches by turns.
+  // For a short tail behind many, as when a caller adds and searches by turns.
   void sortInEach() {
     const auto begin = m_elements.begin();
     for (auto element = begin + static_cast<std::ptrdiff_t>(m_sorted); element != m_elements.end(); ++element) {
       std::rotate(std::upper_bound(begin, element, *element, precedes), element, element + 1);
     }
   }
-  // `items` has room for all elements.
+  // `items` is as long as the vector.
   bool settleWith(Keyed<Named>* items) {
     bool ranked = true;
     for (std::size_t i = 0; i != m_elements.size(); ++i) {

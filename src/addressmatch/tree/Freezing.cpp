@@ -1,0 +1,69 @@
+#include "addressmatch/tree/Freezing.h"
+
+#include <memory>
+#include <vector>
+
+#include "KxWildcardNode.h"
+#include "PolicyLog.h"
+#include "addressmatch/text/Memory.h"
+#include "addressmatch/tree/ExactType.h"
+#include "addressmatch/tree/Level.h"
+#include "addressmatch/tree/TreeState.h"
+
+namespace zaro_addressmatch {
+
+namespace {
+
+// Prefetches what locking the objects at the front of the queue reads. Called before each of them: every object passes
+// all four distances, which are far enough apart for each step to find what the step before prefetched.
+void prefetchAhead(const KxLockOnInitQueue& queue) {
+  constexpr std::size_t kNode = 24;
+  constexpr std::size_t kVectors = 15;
+  constexpr std::size_t kElements = 9;
+  constexpr std::size_t kNames = 4;
+  const auto nodeAhead = [&queue](std::size_t places) -> KxWildcardNode* {
+    KxLockableClass* object = queue._ahead(places);
+    return object != nullptr && isExactly<KxWildcardNode>(*object) ? static_cast<KxWildcardNode*>(object) : nullptr;
+  };
+  // Its class is not read yet, so a leaf is prefetched as well.
+  if (const KxLockableClass* object = queue._ahead(kNode)) {
+    Level::prefetchNode(*object);
+  }
+  if (KxWildcardNode* node = nodeAhead(kVectors)) {
+    Level(*node).prefetchVectors();
+  }
+  if (KxWildcardNode* node = nodeAhead(kElements)) {
+    Level(*node).prefetchElements();
+  }
+  if (KxWildcardNode* node = nodeAhead(kNames)) {
+    Level(*node).prefetchNames();
+  }
+}
+
+}  // namespace
+
+void freezeAll(KxLockOnInitQueue& queue) {
+  std::vector<std::shared_ptr<TreeState>> trees;
+  while (!queue.empty()) {
+    KxLockableClass* object = queue.front();
+    queue.pop();
+    prefetchAhead(queue);
+    if (object == nullptr) {
+      PolicyLog::log(LogLevel::Error,
+                     "KxWildcardEmail::initScanTimeMode has found a NULL pointer on the _lockOnInit queue.");
+      continue;
+    }
+    if (isExactly<KxWildcardRootNode>(*object)) {
+      TreeState* tree = Level(*static_cast<KxWildcardRootNode*>(object)).tree();
+      withinMemory([&] { trees.push_back(tree != nullptr ? tree->shared_from_this() : nullptr); });
+    }
+    object->lock();
+  }
+  for (const std::shared_ptr<TreeState>& tree : trees) {
+    if (tree != nullptr && !withinMemory([&] { tree->freeze(); })) {
+      PolicyLog::log(LogLevel::Error, "KxWildcardEmail::initScanTimeMode: out of memory; a tree will be searched slowly");
+    }
+  }
+}
+
+}  // namespace zaro_addressmatch

@@ -1,0 +1,75 @@
+// One level of a tree, as the library itself reads and changes it: the only friend of its node.
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+#include "KxWildcardNode.h"
+#include "addressmatch/tree/LazySorted.h"
+#include "addressmatch/tree/TreeState.h"
+
+namespace zaro_addressmatch {
+
+// A reference to a node; as cheap to copy as a pointer.
+class Level {
+ public:
+  explicit Level(KxWildcardNode& node) : m_node(&node) {}
+
+  KxWildcardNode& node() const { return *m_node; }
+  KxStringtable* table() const { return m_node->_stringtable; }  // null for a floating level
+  TreeState* tree() const { return m_node->_tree; }              // null for a level of no tree
+  void setTree(TreeState* tree) const { m_node->_tree = tree; }
+
+  // Sorted once settled.
+  const std::vector<KxWildcardNode*>& children() const { return m_node->_children; }
+  const std::vector<KxListedEmailAddress*>& leaves() const { return m_node->_leaves; }
+  KxWildcardNode* wildcardChild() const { return m_node->_wildcardChild; }
+  void setWildcardChild(KxWildcardNode* child) const { m_node->_wildcardChild = child; }
+  KxListedEmailAddress* wildcardLeaf() const { return m_node->_wildcardLeaf; }
+  void setWildcardLeaf(KxListedEmailAddress* leaf) const { m_node->_wildcardLeaf = leaf; }
+  bool findsOnlyRankedChildren() const { return m_node->_childrenIndexed != 0; }
+  bool findsOnlyRankedLeaves() const { return m_node->_leavesIndexed != 0; }
+
+  // Whether new elements may lie in the tails of the vectors. Not in a level that may have a way of its own to find
+  // them: the root of a class derived from the library's.
+  bool isFilling() const;
+
+  // The child or leaf of a name, or null. `name` is an entry of the level's table, if it has one. While filling.
+  template <typename Named>
+  Named* find(const KxIndexedString& name) const;
+  // Adds a child or leaf; false for null and when memory runs out.
+  template <typename Named>
+  bool insert(Named* element) const;
+
+  // Sorts the vectors. To be called before they are read.
+  void settle() const {
+    if (m_node->_childrenSorted != m_node->_children.size() || m_node->_leavesSorted != m_node->_leaves.size()) {
+      sortTails();
+    }
+  }
+  // The same at the freeze: notes whether all names have ranks, and drops the indexes.
+  void freeze() const;
+
+  // Destroys everything below, without deeper calls for deeper levels.
+  void destroyContents() const;
+
+  // Prefetch the node, its vectors, its elements and their names, in this order and each well after the other.
+  static void prefetchNode(const KxLockableClass& node);
+  void prefetchVectors() const;
+  void prefetchElements() const;
+  void prefetchNames() const;
+
+ private:
+  template <typename Named>
+  std::vector<Named*>& elements() const;
+  template <typename Named>
+  LazySorted<Named> lazy() const;
+
+  void sortTails() const;
+  void noteSorted() const;
+  void destroyChildren() const;
+
+  KxWildcardNode* m_node;
+};
+
+}  // namespace zaro_addressmatch
