@@ -66,7 +66,8 @@ class ZARO_POLICY_EXPORT RdbmsInterface {
   RdbmsInterface& operator=(const RdbmsInterface&) = delete;
 
   // Runs one statement and opens its result, which stays readable until the next statement. The first form chooses the
-  // kind from ZARO_DB_TYPE, anew each time. Throws `const char*`; does nothing without a connection.
+  // kind from ZARO_DB_TYPE, anew each time. Throws `const char*`, also for a statement that is not UTF-8; does nothing
+  // without a connection.
   void executeSQL(const char* sql);
   void executeSQL(const char* sql, KxDbConnect::SQL_TYPE type);
 

@@ -9,7 +9,8 @@
 // 3. The areas whose names begin with "OPP:" are the system's: never listed, offered to everybody for reading.
 // 4. There is no state here. A call uses the database handle it is given, which belongs to one thread; `getIds` and
 //    `getEditableQuanantineData` belong to the thread that makes trees of patterns (see EntityUtils.h).
-// 5. Failures of the database layer are logged at level 1.
+// 5. Failures of the database layer are logged at level 1. Names and contents are UTF-8; storing or looking for anything
+//    else is such a failure.
 #pragma once
 
 #include <map>
@@ -137,7 +138,8 @@ class ZARO_POLICY_EXPORT ZaroNamedObj {
 
   // --- Quarantine areas ---
 
-  // Looks up the system's area over a connection of its own; `db` is not used. `area.editable` is untouched. Returns 0, or
+  // Looks up the system's area over a connection of its own; `db` is not used, and what a transaction on it has not
+  // committed is not seen. It never waits for that transaction. `area.editable` is untouched. Returns 0, or
   //   1002  there is none that can be used; `area` may then hold name and identifier of one without content
   //   1003  the database layer threw, or answers nothing but failures
   static int getOPPQuarantineArea(ZARO::RdbmsInterface& db, QuarantineData& area);

@@ -73,6 +73,7 @@ class ZARO_POLICY_EXPORT ZaroPolicyServerInterface {
                                             unsigned int threads, unsigned int maxThreads, unsigned int cacheTTLMins);
 
   // Lists the registered policy servers, over a database connection of its own: `RdbmsInterface::Init` must have run.
+  // Inside a transaction of the caller's, what that has not committed is not seen, and it is not waited for.
   //   servers   appended to
   // Returns 0, also without a connection, or (servers before it are in the list then)
   //   1002  a column is NULL

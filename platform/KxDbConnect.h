@@ -23,7 +23,8 @@ class KxDbConnect {
   // Connects; throws `const char*`.
   void connect(const char* initString, const char* dsn, const char* user, const char* pass);
 
-  // Runs one statement and opens its result, which ends the one before; throws `const char*`.
+  // Runs one statement and opens its result, which ends the one before; throws `const char*`, also for a statement that
+  // is not UTF-8 (overlong forms, surrogates and what lies beyond U+10FFFF are not).
   void executeSQL(const char* statement, SQL_TYPE type);
 
   // 0 a row; 1 no more rows or no columns; -1 nothing was executed; throws `const char*` on failure.

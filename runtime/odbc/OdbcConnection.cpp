@@ -1,8 +1,10 @@
 #include "odbc/OdbcConnection.h"
 
 #include <algorithm>
+#include <cstdio>
 
 #include "common/AsciiText.h"
+#include "common/Utf8.h"
 #include "odbc/ConnectTurn.h"
 #include "odbc/OdbcError.h"
 
@@ -36,6 +38,17 @@ SQLPOINTER attribute(SQLULEN value) {
 // The functions take their input as non-const.
 SQLCHAR* input(const std::string& text) {
   return reinterpret_cast<SQLCHAR*>(const_cast<char*>(text.c_str()));
+}
+
+// PostgreSQL stores nothing else, SQLite whatever it is given; so it is the same on both, and before anything is sent.
+void refuseWhatIsNotUtf8(const std::string& statement) {
+  const std::size_t at = findNotUtf8(statement);
+  if (at != std::string::npos) {
+    char text[96];
+    std::snprintf(text, sizeof text, "the statement is not text in UTF-8: its byte %zu is 0x%02x", at + 1,
+                  static_cast<unsigned int>(static_cast<unsigned char>(statement[at])));
+    throw OdbcError("22021", 0, text, false);
+  }
 }
 
 }  // namespace
@@ -133,6 +146,7 @@ void OdbcConnection::disconnect() noexcept {
 
 void OdbcConnection::execute(const std::string& statement) {
   closeResult();
+  refuseWhatIsNotUtf8(statement);
   const SQLRETURN result = SQLExecDirect(m_statement.get(), input(statement), static_cast<SQLINTEGER>(statement.size()));
   if (result != SQL_NO_DATA) {  // an update of nothing
     _test(result, "SQLExecDirect");

@@ -36,7 +36,7 @@ class OdbcConnection {
   // statement's diagnostics stay.
   bool isTransactionOpenAfter(const OdbcError& failure) noexcept;
 
-  // Runs a statement; rows are then fetched.
+  // Runs a statement, which must be UTF-8; rows are then fetched.
   void execute(const std::string& statement);
   // Closes the result, if any.
   void closeResult() noexcept;

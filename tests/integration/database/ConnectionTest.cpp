@@ -155,6 +155,49 @@ TEST_P(Connection, textsComeBackAsTheyWere) {
   }
 }
 
+// Texts that both databases store, and others that neither must.
+struct Bytes {
+  const char* label;
+  const char* text;
+};
+
+constexpr Bytes kNotUtf8[] = {
+    {"a byte that only goes on", "\x80"},           {"a letter of Latin-1", "caf\xe9"},
+    {"a character cut short", "\xe6\xbc"},          {"an overlong slash", "\xc0\xaf"},
+    {"an overlong quote", "\xe0\x80\xa7"},          {"an overlong NUL", "\xc0\x80"},
+    {"a half of a surrogate pair", "\xed\xa0\x80"}, {"U+110000", "\xf4\x90\x80\x80"},
+    {"a byte that UTF-8 has not", "\xff"},
+};
+
+TEST_P(Connection, textsThatAreNotUtf8AreRefused) {
+  execute("CREATE TABLE t(a TEXT)");
+  for (const Bytes& bytes : kNotUtf8) {
+    SCOPED_TRACE(bytes.label);
+    const std::string text = std::string("1234567") + bytes.text;
+    EXPECT_THAT(thrown("INSERT INTO t VALUES('" + text + "')"),
+                HasSubstr("the statement is not text in UTF-8: its byte "));
+  }
+  EXPECT_THAT(thrown("SELECT '\xc3\xa9\xff'"), HasSubstr("the statement is not text in UTF-8: its byte 11 is 0xff"));
+  EXPECT_EQ(first("SELECT count(*) AS \"v\" FROM t"), "0");
+}
+
+TEST_P(Connection, edgesOfUtf8AreStored) {
+  for (const char* text : {"\x01", "\x7f", "\xc2\x80", "\xdf\xbf", "\xe0\xa0\x80", "\xed\x9f\xbf", "\xee\x80\x80",
+                           "\xef\xbb\xbf", "\xef\xbf\xbf", "\xf0\x90\x80\x80", "\xf4\x8f\xbf\xbf"}) {
+    EXPECT_EQ(first(std::string("SELECT '") + text + "' AS \"v\""), text);
+  }
+}
+
+TEST_P(Connection, transactionGoesOnAfterATextThatIsNotUtf8) {
+  execute("CREATE TABLE t(a TEXT)");
+  execute("BEGIN");
+  execute("INSERT INTO t VALUES('a')");
+  EXPECT_THAT(thrown("INSERT INTO t VALUES('\xff')"), HasSubstr("not text in UTF-8"));
+  execute("INSERT INTO t VALUES('b')");
+  execute("COMMIT");
+  EXPECT_EQ(home().value("SELECT count(*) FROM t"), "2");
+}
+
 TEST_P(Connection, statementsWithoutColumnsHaveNoRows) {
   execute("CREATE TABLE t(a INTEGER)");
   EXPECT_EQ(m_connection.fetchNextRow(), 1);

@@ -13,6 +13,9 @@
 #include "EntityUtils.h"
 #include "RdbmsInterface.h"
 #include "ZaroNamedObj.h"
+#include "ZaroPolicyServerInterface.h"
+#include "ZaroRuntime/IniFile.h"
+#include "ZaroRuntime/LastFailure.h"
 #include "support/LibraryTest.h"
 
 namespace {
@@ -361,6 +364,63 @@ TEST_P(Entities, membersThatBreakOutOfTheirLiteralAreRefused) {
     EXPECT_THAT(membersOf(id), ElementsAre("o'brien@b.test"));
   });
   EXPECT_THAT(log(), HasSubstr("a quote that is not doubled"));
+}
+
+TEST_P(Entities, textsThatAreNotUtf8AreRefused) {
+  withLibrary([&] {
+    addGroup(2, "g", 0, {"kept@b.test"});
+    const unsigned int id = idOf("g");
+    changeGroup(id, "g", {"caf\xe9@b.test"});
+    EXPECT_THAT(zaroruntime::lastFailure(), HasSubstr("the statement is not text in UTF-8"));
+    changeGroup(id, "caf\xe9", {"other@b.test"});
+    EXPECT_THAT(membersOf(id), ElementsAre("kept@b.test"));
+    RdbmsInterface db;
+    unsigned int newId = 0;
+    EXPECT_FALSE(ZaroNamedObj::add(db, 2, "name", "\xed\xa0\x80", kWords, newId));
+    EXPECT_FALSE(ZaroNamedObj::add(db, 2, "\xc0\xaf", "content", kWords, newId));
+  });
+  EXPECT_THAT(log(), HasSubstr(" error: AddressGroup::addAddressGroup Exception \"the statement is not text in UTF-8: "));
+  EXPECT_EQ(home().value("SELECT count(*) FROM named_object"), "1");
+}
+
+// Operations with a connection of their own, called inside a transaction that has written. The database is told not to
+// wait long, since nobody else can end that transaction.
+TEST_P(Entities, ownConnectionsStayOutsideTheCallersTransaction) {
+  const bool isSqlite = home().dialect() == zarotest::Dialect::SQLite;
+  if (isSqlite) {
+    const std::string path = home().directory().path("config/odbc.ini");
+    zaroruntime::IniFile ini(path);
+    ini.set("zaro", "Timeout", "50");
+    ini.write(path, 0644);
+  } else {
+    home().sql("ALTER DATABASE " + home().settings().database + " SET lock_timeout=100");
+  }
+  withLibrary([&] {
+    addGroup(2, "touched", 0, {"kept@b.test"});
+    addGroup(2, "other", 0, {"kept@b.test"});
+    const unsigned int touched = idOf("touched");
+    const unsigned int other = idOf("other");
+    RdbmsInterface db;
+    ASSERT_TRUE(db.startTransaction());
+    db.executeSQL("INSERT INTO component (scanner_id, type, ip_addr, agent_port) VALUES (1, 'P', '192.0.2.1', 5060)");
+    db.executeSQL(("UPDATE named_object SET name='mine' WHERE id=" + std::to_string(touched)).c_str());
+    EXPECT_NE(ZaroNamedObj::addObj(db, "OPP:system", "s", ZaroNamedObj::QuarantineArea), kHighestId + 1);
+
+    std::vector<PolicyServerInfo> servers;
+    EXPECT_EQ(ZaroPolicyServerInterface::getPolicyServerInfo(servers), 0);
+    EXPECT_THAT(servers, IsEmpty()) << "what is not committed is not seen";
+    QuarantineData area;
+    EXPECT_EQ(ZaroNamedObj::getOPPQuarantineArea(db, area), 1002) << "whichever connection is handed over";
+    EXPECT_THAT(membersOf(touched), ElementsAre("kept@b.test"));
+
+    changeGroup(touched, "touched", {"new@b.test"});
+    EXPECT_THAT(membersOf(touched), ElementsAre("kept@b.test")) << "which waits for what never comes";
+    changeGroup(other, "other", {"new@b.test"});
+    EXPECT_THAT(membersOf(other), ElementsAre(isSqlite ? "kept@b.test" : "new@b.test")) << "SQLite has one writer";
+    EXPECT_TRUE(db.commitTransaction());
+    EXPECT_EQ(ZaroNamedObj::getOPPQuarantineArea(db, area), 0);
+  });
+  EXPECT_THAT(log(), HasSubstr(isSqlite ? "database is locked" : "due to lock timeout"));
 }
 
 TEST_P(Entities, hundredThousandMembersComeBackInOrder) {
