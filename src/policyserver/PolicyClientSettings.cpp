@@ -13,26 +13,27 @@ using namespace ZARO::settings;
 
 namespace {
 
-// What the settings are read into.
+// What the settings are read into, one after the other: what was read before a failure, also of a store that throws,
+// counts.
 struct Client {
-  std::string host;
-  unsigned int port;
-  bool keepAlive;
-  ZaroPolicyServerInterface::Protocol protocol;
-  unsigned int recvTimeout;
-  unsigned int sendTimeout;
+  std::string* host;
+  unsigned int* port;
+  bool* keepAlive;
+  ZaroPolicyServerInterface::Protocol* protocol;
+  unsigned int* recvTimeout;
+  unsigned int* sendTimeout;
 };
 
-void readKeepAlive(const std::string& text, Client& client) {
-  client.keepAlive = isKeepAlive(text);
+void readKeepAlive(const std::string& text, const Client& client) {
+  *client.keepAlive = isKeepAlive(text);
 }
 
-void readProtocol(const std::string& text, Client& client) {
-  client.protocol = protocolOf(text);
+void readProtocol(const std::string& text, const Client& client) {
+  *client.protocol = protocolOf(text);
 }
 
-void readHost(const std::string& text, Client& client) {
-  client.host = text;
+void readHost(const std::string& text, const Client& client) {
+  *client.host = text;
 }
 
 // What is logged about a missing key. Some are reported under the name of the server's operation; log watchers match
@@ -44,19 +45,19 @@ constexpr const char* kServersName =
 
 struct Row {
   NumberRule rule;
-  unsigned int Client::*number;  // null for a word
-  void (*readWord)(const std::string& text, Client& client);
+  unsigned int* Client::*number;  // null for a word
+  void (*readWord)(const std::string& text, const Client& client);
   const char* section;
   const char* whenMissing;
   unsigned int codeWhenMissing;
 };
 
-constexpr Row number(NumberRule rule, unsigned int Client::*member, const char* section, const char* whenMissing,
+constexpr Row number(NumberRule rule, unsigned int* Client::*member, const char* section, const char* whenMissing,
                      unsigned int codeWhenMissing = ZaroErrC::ClientSetting) {
   return {rule, member, nullptr, section, whenMissing, codeWhenMissing};
 }
 
-constexpr Row word(const char* key, void (*read)(const std::string& text, Client& client), const char* section,
+constexpr Row word(const char* key, void (*read)(const std::string& text, const Client& client), const char* section,
                    const char* whenMissing) {
   return {wordRule(key), nullptr, read, section, whenMissing, ZaroErrC::ClientSetting};
 }
@@ -108,7 +109,7 @@ class Store {
   std::optional<GlobalSettingIF> m_stored;
 };
 
-unsigned int readSettings(Store& store, Client& client) {
+unsigned int readSettings(Store& store, const Client& client) {
   if (!store.isUsable()) {
     return ZaroErrC::ClientSetting;
   }
@@ -125,7 +126,7 @@ unsigned int readSettings(Store& store, Client& client) {
       return row.codeWhenMissing;
     }
     if (row.number != nullptr) {
-      ZaroPolicyServerInterface::readNumber(row.rule, *text, client.*row.number);
+      ZaroPolicyServerInterface::readNumber(row.rule, *text, *(client.*row.number));
     } else {
       row.readWord(*text, client);
     }
@@ -141,15 +142,8 @@ unsigned int ZaroPolicyServerInterface::getClientSettingsFromDatabase(std::strin
                                                                       unsigned int& sendTimeoutSecs, bool bInMemory) {
   PolicyLog::log(LogLevel::Trace, "ZaroPolicyServerInterface: getClientSettingsFromDatabase() ...\n");
   Store store(bInMemory);
-  Client client = {host, port, bKeepAlive, protocol, recvTimeoutSecs, sendTimeoutSecs};
-  const unsigned int code = readSettings(store, client);
-  // Also after a failure: what was read before it counts.
-  host = client.host;
-  port = client.port;
-  bKeepAlive = client.keepAlive;
-  protocol = client.protocol;
-  recvTimeoutSecs = client.recvTimeout;
-  sendTimeoutSecs = client.sendTimeout;
+  const unsigned int code =
+      readSettings(store, {&host, &port, &bKeepAlive, &protocol, &recvTimeoutSecs, &sendTimeoutSecs});
   if (code == ZaroErrC::Success) {
     PolicyLog::log(LogLevel::Trace, "ZaroPolicyServerInterface: getClientSettingsFromDatabase() !!!\n");
   }

@@ -23,41 +23,41 @@ constexpr const char* kInvalid = "[ERROR]Value of '%s' is invalid, use default v
 constexpr const char* kInvalidPort = "[ERROR]Port value '%s' is invalid, use default value '%d'.";
 constexpr const char* kNothing = nullptr;
 
-// What the settings are read into.
+// What the settings are read into, one after the other: what was read before a failure counts.
 struct Server {
-  unsigned int backlog;
-  bool keepAlive;
-  unsigned int port;
-  ZaroPolicyServerInterface::Protocol protocol;
-  unsigned int recvTimeout;
-  unsigned int sendTimeout;
-  unsigned int threads;
-  unsigned int maxThreads;
-  unsigned int cacheTtl;
+  unsigned int* backlog;
+  bool* keepAlive;
+  unsigned int* port;
+  ZaroPolicyServerInterface::Protocol* protocol;
+  unsigned int* recvTimeout;
+  unsigned int* sendTimeout;
+  unsigned int* threads;
+  unsigned int* maxThreads;
+  unsigned int* cacheTtl;
 };
 
-void readKeepAlive(const std::string& text, Server& server) {
-  server.keepAlive = isKeepAlive(text);
+void readKeepAlive(const std::string& text, const Server& server) {
+  *server.keepAlive = isKeepAlive(text);
 }
 
-void readProtocol(const std::string& text, Server& server) {
-  server.protocol = protocolOf(text);
+void readProtocol(const std::string& text, const Server& server) {
+  *server.protocol = protocolOf(text);
   PolicyLog::log(LogLevel::Error, "Policy server will use protocal '%s'.",  // spelt as log watchers know it
-                 server.protocol == ZaroPolicyServerInterface::HTTPS ? "https" : "http");
+                 *server.protocol == ZaroPolicyServerInterface::HTTPS ? "https" : "http");
 }
 
 struct Row {
   NumberRule rule;
-  unsigned int Server::*number;  // null for a word
-  const char* whenNoNumber;      // logged then
-  void (*readWord)(const std::string& text, Server& server);
+  unsigned int* Server::*number;  // null for a word
+  const char* whenNoNumber;       // logged then
+  void (*readWord)(const std::string& text, const Server& server);
 };
 
-constexpr Row number(NumberRule rule, unsigned int Server::*member, const char* whenNoNumber) {
+constexpr Row number(NumberRule rule, unsigned int* Server::*member, const char* whenNoNumber) {
   return {rule, member, whenNoNumber, nullptr};
 }
 
-constexpr Row word(const char* key, void (*read)(const std::string& text, Server& server)) {
+constexpr Row word(const char* key, void (*read)(const std::string& text, const Server& server)) {
   return {wordRule(key), nullptr, kNothing, read};
 }
 
@@ -95,12 +95,12 @@ const char* complaint(Reading reading, const Row& row) {
   }
 }
 
-void readSetting(const Row& row, const std::string& text, Server& server) {
+void readSetting(const Row& row, const std::string& text, const Server& server) {
   if (row.number == nullptr) {
     row.readWord(text, server);
     return;
   }
-  unsigned int& value = server.*row.number;
+  unsigned int& value = *(server.*row.number);
   const char* message = complaint(ZaroPolicyServerInterface::readNumber(row.rule, text, value), row);
   if (message != kNothing) {
     PolicyLog::log(LogLevel::Error, message, text.c_str(), shownNumber(value));
@@ -117,7 +117,7 @@ std::string cacheSectionOf(GlobalSettingOnMem& store) {
                                                     serverKnown ? &enabledServer : nullptr);
 }
 
-unsigned int readSettings(Server& server) {
+unsigned int readSettings(const Server& server) {
   GlobalSettingOnMem* store = GlobalSettingOnMem::Instance(nullptr, true, nullptr, nullptr, nullptr, nullptr, true);
   if (store == nullptr || !store->isLoaded()) {
     return ZaroErrC::ServerSetting;
@@ -157,19 +157,8 @@ unsigned int ZaroPolicyServerInterface::getSettingsFromDatabase(unsigned int& ba
   if (!bPrioritizeINI) {
     return ZaroErrC::ServerSetting;
   }
-  Server server = {backlog,         bKeepAlive, port,       protocol,    recvTimeoutSecs,
-                   sendTimeoutSecs, threads,    maxThreads, cacheTTLMins};
-  const unsigned int code = readSettings(server);
-  // Also after a failure: what was read before it counts.
-  backlog = server.backlog;
-  bKeepAlive = server.keepAlive;
-  port = server.port;
-  protocol = server.protocol;
-  recvTimeoutSecs = server.recvTimeout;
-  sendTimeoutSecs = server.sendTimeout;
-  threads = server.threads;
-  maxThreads = server.maxThreads;
-  cacheTTLMins = server.cacheTtl;
+  const unsigned int code = readSettings({&backlog, &bKeepAlive, &port, &protocol, &recvTimeoutSecs, &sendTimeoutSecs,
+                                          &threads, &maxThreads, &cacheTTLMins});
   if (code != ZaroErrC::Success) {
     return code;
   }

@@ -302,6 +302,7 @@ TEST_P(PolicyClientSettings, timeoutsAreAtMost300AndZeroWithoutANumber) {
 TEST_P(PolicyClientSettings, exceptionsOfTheStorePass) {
   platform().faults.throwText(Point::SettingsRead, "lost", 2);
   EXPECT_THROW(read(), const char*);
+  EXPECT_EQ(m_client.shown(), "before 5070 no http 12 13") << "what was read before it counts";
   platform().faults.throwOther(Point::SettingsRead);
   EXPECT_THROW(read(), OtherFailure);
 }
