@@ -3,9 +3,11 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <thread>
 
 #include "ZaroRuntime/RuntimeError.h"
@@ -24,22 +26,36 @@ mode_t lockMode(mode_t mode) {
   return S_IRUSR | S_IWUSR | both(S_IWGRP, S_IRGRP) | both(S_IWOTH, S_IROTH);
 }
 
-int makeLockFile(const std::string& path, const std::string& lockPath) {
-  const int fd = ::open(lockPath.c_str(), O_RDONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR);
-  struct stat status = {};
-  if (fd >= 0 && ::stat(path.c_str(), &status) == 0) {
-    static_cast<void>(!::fchown(fd, status.st_uid, status.st_gid));  // root makes it for the owner too
-    static_cast<void>(!::fchmod(fd, lockMode(status.st_mode)));
+int openExisting(const std::string& lockPath) {
+  return ::open(lockPath.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+}
+
+// Made under another name, so that it is nobody's lock before it has its owner and mode: a process killed meanwhile,
+// root's above all, would leave a lock that the owner of `path` cannot open. False, with errno, when it cannot be made.
+bool makeLockFile(const std::string& path, const std::string& lockPath) {
+  std::string name = lockPath + ".XXXXXX";
+  const UniqueFd fd(::mkostemp(name.data(), O_CLOEXEC));
+  if (!fd.isOpen()) {
+    return false;
   }
-  return fd;
+  struct stat status = {};
+  if (::stat(path.c_str(), &status) == 0) {
+    static_cast<void>(!::fchown(fd.get(), status.st_uid, status.st_gid));  // root makes it for the owner too
+    static_cast<void>(!::fchmod(fd.get(), lockMode(status.st_mode)));
+  }
+  const bool linked = ::link(name.c_str(), lockPath.c_str()) == 0;
+  const int reason = errno;
+  ::unlink(name.c_str());
+  errno = reason;
+  return linked || reason == EEXIST;
 }
 
 int openLockFile(const std::string& path, const std::string& lockPath) {
-  const int fd = makeLockFile(path, lockPath);
-  if (fd >= 0 || errno != EEXIST) {
+  const int fd = openExisting(lockPath);
+  if (fd >= 0 || errno != ENOENT || !makeLockFile(path, lockPath)) {
     return fd;
   }
-  return ::open(lockPath.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+  return openExisting(lockPath);
 }
 
 }  // namespace
