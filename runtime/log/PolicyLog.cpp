@@ -169,19 +169,23 @@ std::string formatted(const char* format, va_list arguments) {
   return text;
 }
 
-}  // namespace
-
-void PolicyLog::log(LogLevel level, const char* format, ...) {
+void write(LogLevel level, const char* format, va_list arguments) {
   static const int enabled = levelOfEnvironment();
   if (static_cast<int>(level) > enabled || format == nullptr) {
     return;
   }
   // Never destroyed: static objects of other libraries may log while they go down.
   static Sink* const sink = sinkOfEnvironment().release();
+  sink->write(level, zaroruntime::asOneLine(zaroruntime::withoutPasswords(formatted(format, arguments))));
+}
+
+}  // namespace
+
+void PolicyLog::log(LogLevel level, const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);
   try {
-    sink->write(level, zaroruntime::asOneLine(zaroruntime::withoutPasswords(formatted(format, arguments))));
+    write(level, format, arguments);
   } catch (const std::exception&) {
     // Out of memory for a line: the caller's work goes on without it.
   }

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <new>
 #include <thread>
 #include <vector>
 
@@ -12,6 +13,29 @@
 #include "log/LogLine.h"
 #include "support/ProcessTest.h"
 #include "support/TemporaryDirectory.h"
+
+namespace {
+
+bool isMemoryOut = false;
+
+}  // namespace
+
+// In the place of the standard library's, for the whole program.
+void* operator new(std::size_t size) {
+  void* memory = isMemoryOut ? nullptr : std::malloc(size > 0 ? size : 1);
+  if (memory == nullptr) {
+    throw std::bad_alloc();
+  }
+  return memory;
+}
+
+void operator delete(void* memory) noexcept {
+  std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t) noexcept {
+  std::free(memory);
+}
 
 namespace {
 
@@ -80,6 +104,23 @@ PROCESS_TEST(PolicyLog, fileHasModeAndLines) {
   struct stat status = {};
   ASSERT_EQ(stat(path.c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 07777, 0600u);
+}
+
+PROCESS_TEST(PolicyLog, lackOfMemoryCostsTheLineAndNothingElse) {
+  const TemporaryDirectory directory;
+  const std::string path = directory.path("a name that no string keeps inside itself");
+  setenv("ZARO_LOG", path.c_str(), 1);
+  isMemoryOut = true;
+  bool thrown = false;
+  try {
+    PolicyLog::log(LogLevel::Error, "lost");
+  } catch (const std::bad_alloc&) {
+    thrown = true;
+  }
+  isMemoryOut = false;
+  EXPECT_FALSE(thrown);
+  PolicyLog::log(LogLevel::Error, "kept");
+  EXPECT_THAT(readFile(path), AllOf(HasSubstr(" error: kept\n"), Not(HasSubstr("lost"))));
 }
 
 PROCESS_TEST(PolicyLog, fileOpenToOthersIsClosedToThem) {
