@@ -1,5 +1,6 @@
 #include "odbc/ConnectionString.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -177,7 +178,7 @@ std::string databaseFile(const std::string& name, const Installation& installati
   // Readers too write to the files beside it that they share with writers.
   const std::string directory = path.substr(0, path.rfind('/') + 1);
   for (const std::string& needed : {path, directory}) {
-    if (::access(needed.c_str(), R_OK | W_OK) != 0) {
+    if (::faccessat(AT_FDCWD, needed.c_str(), R_OK | W_OK, AT_EACCESS) != 0) {
       throw RuntimeError("database file " + path + ": this user may not read and write " + needed);
     }
   }

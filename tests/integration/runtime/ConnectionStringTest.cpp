@@ -2,6 +2,8 @@
 #include "odbc/ConnectionString.h"
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "ZaroRuntime/RuntimeError.h"
 #include "support/ProcessTest.h"
@@ -76,6 +78,19 @@ TEST_F(ConnectionString, lettersAreAsciiWhateverTheLocale) {
 TEST_F(ConnectionString, sqliteFileMustBeThere) {
   EXPECT_THAT(sqlite("", "data/other.db"), HasSubstr("data/other.db: No such file or directory"));
   EXPECT_THAT(sqlite("", "data"), HasSubstr("data: not a regular file"));
+}
+
+TEST_F(ConnectionString, sqliteFileMustBeOpenToTheEffectiveUser) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "takes root, who can be somebody else for a while";
+  }
+  EXPECT_THAT(sqlite("", "data/zaro.db"), StartsWith("DRIVER="));
+  ASSERT_EQ(chmod(m_directory.path().c_str(), 0755), 0);
+  ASSERT_EQ(chmod(m_directory.path("data/zaro.db").c_str(), 0600), 0);
+  runInOwnProcess([&] {
+    ASSERT_EQ(seteuid(65534), 0);
+    EXPECT_THAT(sqlite("", "data/zaro.db"), HasSubstr("this user may not read and write"));
+  });
 }
 
 TEST_F(ConnectionString, semicolonsCannotReachSqlite) {
