@@ -106,7 +106,8 @@ CREATE TABLE address_group_member (
   CHECK (length(address) BETWEEN 1 AND 512)
 );
 
-CREATE INDEX address_group_member_by_address ON address_group_member (address);
+-- Letter case does not tell members apart.
+CREATE INDEX address_group_member_by_address ON address_group_member (lower(address));
 
 -- What the statement files call instead of writing to the tables: they have little room beside the data that they carry.
 
@@ -126,12 +127,16 @@ $$;
 
 -- Gives a group its members, which come as one text: <mas><ma>ADDRESS</ma>...</mas>.
 CREATE FUNCTION set_members (changed_group BIGINT, members TEXT) RETURNS VOID LANGUAGE plpgsql AS $$
+DECLARE
+  joined TEXT;
 BEGIN
   DELETE FROM address_group_member WHERE group_id = changed_group;
   IF members <> '<mas></mas>' THEN
+    joined := substr(members, 10, length(members) - 20);
+    -- An empty text is one empty member, which is refused; string_to_array would make none of it.
     INSERT INTO address_group_member (group_id, position, address)
       SELECT changed_group, position - 1, address
-      FROM unnest(string_to_array(substr(members, 10, length(members) - 20), '</ma><ma>'))
+      FROM unnest(CASE WHEN joined = '' THEN ARRAY[''] ELSE string_to_array(joined, '</ma><ma>') END)
         WITH ORDINALITY AS member (address, position);
   END IF;
 END

@@ -107,7 +107,8 @@ CREATE TABLE address_group_member (
   CHECK (length(address) BETWEEN 1 AND 512)
 ) STRICT, WITHOUT ROWID;
 
-CREATE INDEX address_group_member_by_address ON address_group_member (address);
+-- Letter case does not tell members apart.
+CREATE INDEX address_group_member_by_address ON address_group_member (lower(address));
 
 -- What the statement files write to instead of the tables: they have little room beside the data that they carry.
 --

@@ -334,6 +334,20 @@ TEST_P(Entities, groupsKeepTheirMembersInOrder) {
   EXPECT_EQ(home().value("SELECT count(*) FROM named_object"), "0");
 }
 
+TEST_P(Entities, emptyMembersAreRefused) {
+  const std::vector<std::string> lists[] = {{""}, {"", ""}, {"", "b@b.test"}, {"b@b.test", ""}};
+  withLibrary([&] {
+    addGroup(2, "sales", 0, {"a@a.test"});
+    const unsigned int id = idOf("sales");
+    for (const auto& list : lists) {
+      changeGroup(id, "changed", list);
+      addGroup(2, "added", 0, list);
+      EXPECT_THAT(membersOf(id), ElementsAre("a@a.test")) << list.size() << " members, the last " << list.back();
+    }
+  });
+  EXPECT_EQ(home().value("SELECT count(*) FROM named_object WHERE name <> 'sales'"), "0");
+}
+
 TEST_P(Entities, groupBelongsToOneEntityOrToAll) {
   withLibrary([&] {
     addGroup(2, "one", 4, {});
