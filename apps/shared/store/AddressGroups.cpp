@@ -1,77 +1,112 @@
 #include "store/AddressGroups.h"
 
 #include <algorithm>
-#include <iterator>
+#include <climits>
+#include <set>
 
 #include "AddressGroup.h"
 #include "ZaroErrC.h"
+#include "ZaroRuntime/LastFailure.h"
 #include "ZaroRuntime/RuntimeError.h"
+#include "ZaroRuntime/SqlSession.h"
 #include "console/Text.h"
 #include "store/Administration.h"
 #include "store/Database.h"
+#include "store/GroupEdit.h"
+#include "store/Transaction.h"
 
+using zaroruntime::FailureKind;
 using zaroruntime::RuntimeError;
 using zaroruntime::sqlLiteral;
 
 namespace {
 
-// The statement has this much room for the quotes of the name, which are doubled; see docs/statement-files.md.
+// The library's statements have this much room for the quotes of the name, which are doubled; see
+// docs/statement-files.md.
 constexpr std::ptrdiff_t kMostQuotes = 40;
-// They set members apart from each other on the way to the database.
-constexpr const char* kTags[] = {"<ma>", "</ma>", "<mas>", "</mas>"};
+constexpr unsigned int kNoId = UINT_MAX;
+constexpr auto kType = ZaroNamedObj::GroupOfAddresses;
 
-std::vector<GroupSummary> groupsWhere(const std::string& condition) {
-  requireLibrary();
-  std::vector<GroupSummary> groups;
-  const auto rows = openSession()->rows(
-      "SELECT id, name, (SELECT count(*) FROM address_group_member WHERE group_id = id) FROM named_object "
-      "WHERE type = 5 AND " +
-      condition + " ORDER BY name, id");
-  groups.reserve(rows.size());
-  for (const auto& row : rows) {
-    groups.push_back({static_cast<unsigned int>(std::stoul(row[0].value_or(""))), row[1].value_or(""),
-                      static_cast<std::size_t>(std::stoull(row[2].value_or("")))});
+std::vector<StoredGroup> groupsWhere(const std::string& condition) {
+  std::vector<StoredGroup> groups;
+  for (const auto& row : StoreConnection().rows(
+           "SELECT id AS \"ObjectID\", name AS \"Name\" FROM named_object WHERE type = 5 AND " + condition,
+           {"ObjectID", "Name"})) {
+    groups.push_back({idIn(row, 0), row[1].value_or("")});
   }
   return groups;
 }
 
-std::vector<AddressGroup::AddressGroupMember> forTheLibrary(const std::vector<std::string>& addresses) {
-  std::vector<AddressGroup::AddressGroupMember> members(addresses.size());
-  for (std::size_t i = 0; i < addresses.size(); ++i) {
-    for (const char character : addresses[i]) {
-      members[i].second.append(character == '\'' ? 2 : 1, character);
+template <typename Condition>
+std::vector<StoredGroup> visibleGroups(const Viewer& viewer, Condition isWanted) {
+  std::vector<StoredGroup> groups;
+  for (const SummaryNamedObject& object : visibleObjects(viewer, kType)) {
+    if (isWanted(object)) {
+      groups.push_back({object.id, object.name});
     }
   }
-  return members;
+  return groups;
 }
 
-void requireStored(unsigned int id, int code, const std::string& name, const std::vector<std::string>& members) {
-  const std::string begin = "the address group " + quoted(name) + " was not stored";
-  if (code != ZaroErrC::Success) {
-    throw RuntimeError(begin + " (code " + std::to_string(code) + ")");
-  }
-  const auto found = groupsWhere("id = " + std::to_string(id));
-  if (found.size() != 1 || found.front().name != name || membersOf(found.front()) != members) {
-    throw RuntimeError(begin + " as given: " + databaseFailure());
-  }
+[[noreturn]] void throwNotThere(const Actor& actor, const std::string& which) {
+  throw NotThere(actor ? quoted(actor->name) + " sees no address group " + which : "no address group " + which);
 }
 
-// 0 when there is none yet.
-unsigned int highestGroup() {
-  const auto id = openSession()->value("SELECT max(id) FROM named_object WHERE type = 5");
-  return id ? static_cast<unsigned int>(std::stoul(*id)) : 0;
+bool mayEdit(StoreConnection& db, const Viewer& viewer, unsigned int id) {
+  zaroruntime::forgetFailures();
+  const bool may = ZaroNamedObj::isEditable(db.library(), viewer.id, id);
+  if (zaroruntime::lastFailureKind() != FailureKind::None) {
+    throw DatabaseError::because("cannot read the owners of an address group");
+  }
+  return may;
+}
+
+// The managing groups that will own a group.
+std::vector<GroupEntity> ownersFor(StoreConnection& db, const Viewer& viewer, unsigned int entityId) {
+  std::vector<GroupEntity> owners = viewer.entities;
+  if (entityId != 0) {
+    owners.erase(
+        std::remove_if(owners.begin(), owners.end(), [&](const GroupEntity& owner) { return owner.id != entityId; }),
+        owners.end());
+  }
+  if (owners.empty() && viewer.isRoot && entityId != 0 &&
+      db.value("SELECT id AS \"EntityID\" FROM entity WHERE id = " + std::to_string(entityId), "EntityID")) {
+    owners.emplace_back();
+    owners.back().id = entityId;
+  }
+  return owners;
 }
 
 }  // namespace
 
-std::vector<GroupSummary> listGroups() {
-  return groupsWhere("1 = 1");
+std::vector<GroupSummary> listGroups(const Actor& actor) {
+  std::set<unsigned int> visible;
+  if (actor) {
+    for (const SummaryNamedObject& object : visibleObjects(*actor, kType)) {
+      visible.insert(object.id);
+    }
+  }
+  StoreConnection db;
+  std::vector<GroupSummary> groups;
+  for (const auto& row : db.rows(
+           "SELECT id AS \"ObjectID\", name AS \"Name\", (SELECT count(*) FROM address_group_member WHERE group_id = id) AS "
+           "\"Members\" FROM named_object WHERE type = 5 ORDER BY name, id",
+           {"ObjectID", "Name", "Members"})) {
+    const unsigned int id = idIn(row, 0);
+    if (!actor || visible.count(id) != 0) {
+      groups.push_back({id, row[1].value_or(""), static_cast<std::size_t>(std::stoull(row[2].value_or("0"))),
+                        !actor || mayEdit(db, *actor, id)});
+    }
+  }
+  return groups;
 }
 
-GroupSummary findGroup(const std::string& name) {
-  const auto groups = groupsWhere("name = " + sqlLiteral(name));
+StoredGroup findGroup(const std::string& name, const Actor& actor) {
+  const auto groups = actor
+                          ? visibleGroups(*actor, [&](const SummaryNamedObject& object) { return object.name == name; })
+                          : groupsWhere("name = " + sqlLiteral(name));
   if (groups.empty()) {
-    throw NotThere("no address group named " + quoted(name));
+    throwNotThere(actor, "named " + quoted(name));
   }
   if (groups.size() > 1) {
     throw RuntimeError(std::to_string(groups.size()) + " address groups are named " + quoted(name));
@@ -79,19 +114,26 @@ GroupSummary findGroup(const std::string& name) {
   return groups.front();
 }
 
-GroupSummary findGroup(unsigned int id) {
-  const auto groups = groupsWhere("id = " + std::to_string(id));
+StoredGroup findGroup(unsigned int id, const Actor& actor) {
+  const auto groups = actor ? visibleGroups(*actor, [&](const SummaryNamedObject& object) { return object.id == id; })
+                            : groupsWhere("id = " + std::to_string(id));
   if (groups.empty()) {
-    throw NotThere("no address group " + std::to_string(id));
+    throwNotThere(actor, std::to_string(id));
   }
   return groups.front();
 }
 
-std::vector<std::string> membersOf(const GroupSummary& group) {
+std::vector<std::string> membersOf(const StoredGroup& group) {
+  requireLibrary();
+  zaroruntime::forgetFailures();
   std::vector<AddressGroup::AddressGroupMember> members;
+  // The library answers success also when the database failed.
   const int code = AddressGroup::getAddressGroupMembersByID(group.id, members);
-  if (code != ZaroErrC::Success || members.size() != group.members) {
-    throw RuntimeError("cannot read the address group " + quoted(group.name) + ": " + databaseFailure());
+  if (code != ZaroErrC::Success || zaroruntime::lastFailureKind() != FailureKind::None) {
+    throw DatabaseError::because("cannot read the address group " + quoted(group.name));
+  }
+  if (members.empty()) {
+    findGroup(group.id);  // it may have gone meanwhile
   }
   std::vector<std::string> addresses;
   addresses.reserve(members.size());
@@ -99,21 +141,6 @@ std::vector<std::string> membersOf(const GroupSummary& group) {
     addresses.push_back(std::move(member.second));
   }
   return addresses;
-}
-
-std::string wrongMember(const std::string& address) {
-  std::string fault = wrongName(address);
-  if (!fault.empty()) {
-    return fault;
-  }
-  if (std::any_of(std::begin(kTags), std::end(kTags),
-                  [&](const char* tag) { return address.find(tag) != std::string::npos; })) {
-    return "holds a tag of the list of members";
-  }
-  if (address.find(' ') != std::string::npos) {
-    return "holds a blank";
-  }
-  return address.find('@') == std::string::npos ? "has no @" : "";
 }
 
 std::string wrongGroupName(const std::string& name) {
@@ -126,30 +153,50 @@ std::string wrongGroupName(const std::string& name) {
              : "";
 }
 
-GroupSummary addGroup(const std::string& adminName, unsigned int entityId, const std::string& name,
-                      const std::vector<std::string>& members) {
-  const unsigned int adminId = adminIdOf(adminName);
-  const unsigned int before = highestGroup();
-  auto list = forTheLibrary(members);
-  const int code = AddressGroup::addAddressGroup(adminId, name.c_str(), entityId, list);
-  // Identifiers grow, and one is not given away again; another program may have added a group as well.
-  const auto added = groupsWhere("id > " + std::to_string(before) + " AND name = " + sqlLiteral(name));
-  const auto isNew = [&](const GroupSummary& group) { return membersOf(group) == members; };
-  const auto found = std::find_if(added.begin(), added.end(), isNew);
-  if (code != ZaroErrC::Success || found == added.end()) {
-    throw RuntimeError("the address group " + quoted(name) + " was not added: " + databaseFailure());
-  }
-  return *found;
+StoredGroup addGroup(const Viewer& viewer, unsigned int entityId, const std::string& name,
+                     const std::vector<std::string>& members) {
+  return inTransaction([&](StoreConnection& db) {
+    auto owners = ownersFor(db, viewer, entityId);
+    if (owners.empty()) {
+      throw RuntimeError("the address group " + quoted(name) + " was not added: " + quoted(viewer.name) +
+                         (entityId == 0 ? " is assigned to no managing group that could own it"
+                                        : " has no managing group " + std::to_string(entityId)));
+    }
+    const unsigned int id = ZaroNamedObj::addObj(db.library(), name.c_str(), "", kType);
+    if (id == kNoId || !ZaroNamedObj::addEntityNamedObjIds(db.library(), id, kType, owners)) {
+      throw DatabaseError::because("the address group " + quoted(name) + " was not added");
+    }
+    GroupEdit edit(db, std::nullopt, {id, name});
+    edit.append(members);
+    return edit.group();
+  });
 }
 
-void changeGroup(const GroupSummary& group, const std::string& name, const std::vector<std::string>& members) {
-  auto list = forTheLibrary(members);
-  requireStored(group.id, AddressGroup::modifyAddressGroup(group.id, name.c_str(), list), name, members);
+ChangedGroup changeGroup(const Actor& actor, const StoredGroup& group, const GroupChange& change) {
+  return inTransaction([&](StoreConnection& db) {
+    GroupEdit edit(db, actor, group);
+    ChangedGroup changed = {group.id, "", 0, {}, 0};
+    if (change.name) {
+      edit.rename(*change.name);
+    }
+    if (change.replacesMembers) {
+      edit.removeAllMembers();
+    }
+    for (const std::string& address : change.removed) {
+      changed.removed += edit.removeMember(address);
+    }
+    changed.present = edit.append(change.added);
+    changed.members = change.countsMembers ? edit.countMembers() : 0;
+    changed.name = edit.group().name;
+    return changed;
+  });
 }
 
-void removeGroup(const GroupSummary& group) {
-  AddressGroup::deleteAddressGroupByID(group.id);
-  if (!groupsWhere("id = " + std::to_string(group.id)).empty()) {
-    throw RuntimeError("the address group " + quoted(group.name) + " was not removed: " + databaseFailure());
-  }
+GroupSummary removeGroup(const Actor& actor, const StoredGroup& group) {
+  return inTransaction([&](StoreConnection& db) {
+    GroupEdit edit(db, actor, group);
+    const GroupSummary removed = {group.id, edit.group().name, edit.countMembers(), true};
+    edit.removeGroup();
+    return removed;
+  });
 }

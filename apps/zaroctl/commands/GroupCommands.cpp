@@ -1,91 +1,82 @@
-// group list, group show, group add, group modify, group remove, group import, group export
-#include <unistd.h>
-
-#include <algorithm>
+// group list, group show, group add, group modify, group remove
 #include <memory>
+#include <optional>
 #include <string>
-#include <unordered_map>
+#include <utility>
 #include <vector>
 
-#include "ZaroRuntime/RuntimeError.h"
 #include "commands/CommandTree.h"
 #include "commands/Commands.h"
-#include "console/LineReader.h"
-#include "console/Progress.h"
+#include "commands/GroupArgument.h"
 #include "console/Text.h"
 #include "console/UsageError.h"
 #include "store/AddressGroups.h"
-#include "store/Administration.h"
-
-using zaroruntime::RuntimeError;
+#include "store/GroupMembers.h"
 
 namespace {
 
 using Addresses = std::vector<std::string>;
 
-// A group as the command line names it.
-struct WantedGroup {
-  std::string text;
-  bool isId = false;
-
-  GroupSummary find() const {
-    if (!isId) {
-      return findGroup(text);
-    }
-    return findGroup(idArgument("GROUP", text));
+void refuseWrongGroupName(const char* argument, const std::string& name) {
+  const std::string wrong = wrongGroupName(name);
+  if (!wrong.empty()) {
+    throw UsageError(std::string(argument) + ": " + quoted(name) + " " + wrong);
   }
-};
-
-void addGroupArgument(CLI::App& command, WantedGroup& group) {
-  command.add_option("GROUP", group.text, "The group's name, exactly as stored")->required()->type_name("");
-  command.add_flag("--id", group.isId, "GROUP is the group's identifier");
 }
 
-void refuseWrongMembers(const Addresses& addresses) {
-  for (const std::string& address : addresses) {
+void tellOfRepetition(const std::string& address) {
+  diagnose(quoted(address) + " is given twice");
+}
+
+// Members out of the command line, each once.
+Addresses newMembers(const Addresses& given) {
+  DistinctMembers members;
+  for (const std::string& address : given) {
     const std::string wrong = wrongMember(address);
     if (!wrong.empty()) {
       throw UsageError("ADDRESS: " + quoted(address) + " " + wrong);
     }
+    const std::size_t before = members.addresses().size();
+    if (members.add(address) != before) {
+      tellOfRepetition(address);
+    }
   }
+  return members.take();
 }
 
-void refuseWrongGroupName(const std::string& name) {
-  const std::string wrong = wrongGroupName(name);
-  if (!wrong.empty()) {
-    throw UsageError("NAME: " + quoted(name) + " " + wrong);
+// What is to go need not be fit for a member.
+Addresses goneMembers(const Addresses& given) {
+  DistinctMembers members;
+  for (const std::string& address : given) {
+    members.add(address);
   }
+  return members.take();
 }
 
-ExitCode printGroup(Output& out, unsigned int id, const std::string& name, std::size_t members) {
-  out.record({{"id", id}, {"name", name}, {"members", members}});
-  return ExitCode::Found;
-}
-
-ExitCode listAll(Output& out) {
+ExitCode listAll(Output& out, const WantedActor& as) {
+  const Actor actor = as.find();
+  std::vector<Output::Column> columns = {{"id", "ID"}, {"name", "NAME"}, {"members", "MEMBERS"}};
+  if (actor) {
+    columns.push_back({"modifiable", "MODIFIABLE"});
+  }
   Json rows = Json::array();
-  for (const GroupSummary& group : listGroups()) {
-    rows.push_back({{"id", group.id}, {"name", group.name}, {"members", group.members}});
+  for (const GroupSummary& group : listGroups(actor)) {
+    Json row = {{"id", group.id}, {"name", group.name}, {"members", group.members}};
+    if (actor) {
+      row["modifiable"] = group.modifiable;
+    }
+    rows.push_back(std::move(row));
   }
-  out.rows({{"id", "ID"}, {"name", "NAME"}, {"members", "MEMBERS"}}, rows);
+  out.rows(columns, rows);
   return ExitCode::Found;
 }
 
 ExitCode showMembers(Output& out, const WantedGroup& group) {
   Json rows = Json::array();
-  for (const std::string& address : membersOf(group.find())) {
+  for (const std::string& address : membersOf(group.find(group.as.find()))) {
     rows.push_back({{"address", address}});
   }
   out.rows({{"address", "ADDRESS"}}, rows);
-  return ExitCode::Found;
-}
-
-ExitCode exportMembers(Output& out, const WantedGroup& group) {
-  std::string text;
-  for (const std::string& address : membersOf(group.find())) {
-    text += address + '\n';
-  }
-  out.raw(text);
   return ExitCode::Found;
 }
 
@@ -97,135 +88,60 @@ struct NewGroup {
 };
 
 ExitCode add(Output& out, const NewGroup& wanted) {
-  refuseWrongGroupName(wanted.name);
-  refuseWrongMembers(wanted.members);
-  const GroupSummary added = addGroup(wanted.admin, wanted.entityId, wanted.name, wanted.members);
-  return printGroup(out, added.id, added.name, added.members);
+  refuseWrongGroupName("NAME", wanted.name);
+  const Addresses members = newMembers(wanted.members);
+  const StoredGroup added = addGroup(findViewer(wanted.admin), wanted.entityId, wanted.name, members);
+  out.record({{"id", added.id}, {"name", added.name}, {"members", members.size()}});
+  return ExitCode::Found;
 }
 
-struct GroupChange {
+struct Modification {
   WantedGroup group;
-  std::string name;
+  std::optional<std::string> name;
   Addresses added;
   Addresses removed;
 };
 
-ExitCode modify(Output& out, const GroupChange& change) {
-  refuseWrongMembers(change.added);
-  const GroupSummary group = change.group.find();
-  const std::string name = change.name.empty() ? group.name : change.name;
-  refuseWrongGroupName(name);
-  Addresses members = membersOf(group);
-  for (const std::string& address : change.removed) {
-    const auto gone = std::remove(members.begin(), members.end(), address);
-    if (gone == members.end()) {
-      throw RuntimeError(quoted(address) + " is no member of " + quoted(group.name) + "; nothing is changed");
-    }
-    members.erase(gone, members.end());
+GroupChange changeFor(const Modification& wanted) {
+  GroupChange change;
+  if (wanted.name) {
+    refuseWrongGroupName("--name", *wanted.name);
+    change.name = wanted.name;
   }
-  members.insert(members.end(), change.added.begin(), change.added.end());
-  changeGroup(group, name, members);
-  return printGroup(out, group.id, name, members.size());
+  change.removed = goneMembers(wanted.removed);
+  change.added = newMembers(wanted.added);
+  return change;
+}
+
+ExitCode modify(Output& out, const Modification& wanted) {
+  const GroupChange change = changeFor(wanted);
+  const Actor actor = wanted.group.as.find();
+  const ChangedGroup changed = changeGroup(actor, wanted.group.find(actor), change);
+  for (const std::size_t place : changed.present) {
+    diagnose(quoted(change.added[place]) + " is a member already");
+  }
+  out.record({{"id", changed.id},
+              {"name", changed.name},
+              {"removed", changed.removed},
+              {"added", change.added.size() - changed.present.size()}});
+  return ExitCode::Found;
 }
 
 ExitCode remove(Output& out, const WantedGroup& wanted) {
-  const GroupSummary group = wanted.find();
-  removeGroup(group);
-  return printGroup(out, group.id, group.name, group.members);
-}
-
-// Members out of files, one a line. Bad lines and those that came before are told and left out.
-class ImportedMembers {
- public:
-  explicit ImportedMembers(Addresses present) : m_members(std::move(present)) {
-    for (const std::string& member : m_members) {
-      m_seen.emplace(member, "a member already");
-    }
-  }
-
-  void read(const std::string& path) {
-    const bool isInput = path == "-";
-    const std::string name = isInput ? "standard input" : path;
-    const auto lines =
-        isInput ? std::make_unique<LineReader>(STDIN_FILENO, name, [] {}) : std::make_unique<LineReader>(path);
-    m_progress.startFile(name, lines->size());
-    std::string line;
-    for (bool more = true; more;) {
-      try {
-        more = lines->next(line);
-        withoutByteOrderMark(line, lines->lineNumber());
-        if (more && line.find_first_not_of(" \t") != std::string::npos && line.front() != '#') {
-          _take(line, name, lines->lineNumber());
-          m_progress.count(lines->bytesRead());
-        }
-      } catch (const BadLine& bad) {
-        _tell(bad.what());
-      }
-    }
-    m_progress.finish();
-  }
-
-  const Addresses& members() const { return m_members; }
-  std::size_t bad() const { return m_bad; }
-  std::size_t duplicates() const { return m_duplicates; }
-
- private:
-  void _take(const std::string& address, const std::string& file, std::size_t number) {
-    const std::string place = file + ":" + std::to_string(number);
-    const std::string wrong = wrongMember(address);
-    if (!wrong.empty()) {
-      throw BadLine(file, number, quoted(address) + " " + wrong);
-    }
-    const auto [seen, isNew] = m_seen.emplace(address, "given in " + place);
-    if (isNew) {
-      m_members.push_back(address);
-      return;
-    }
-    ++m_duplicates;
-    m_progress.finish();
-    diagnose(place + ": " + quoted(address) + " is " + seen->second);
-  }
-
-  void _tell(const std::string& text) {
-    ++m_bad;
-    m_progress.finish();
-    diagnose(text);
-  }
-
-  Addresses m_members;
-  std::unordered_map<std::string, std::string> m_seen;  // and where
-  Progress m_progress;
-  std::size_t m_bad = 0;
-  std::size_t m_duplicates = 0;
-};
-
-struct Import {
-  WantedGroup group;
-  bool append = false;
-  std::vector<std::string> files;
-};
-
-ExitCode importMembers(Output& out, const Import& import) {
-  const GroupSummary group = import.group.find();
-  ImportedMembers imported(import.append ? membersOf(group) : Addresses());
-  for (const std::string& file : import.files) {
-    imported.read(file);
-  }
-  if (imported.bad() != 0) {
-    throw RuntimeError("nothing is imported: " + std::to_string(imported.bad()) + " lines cannot be members");
-  }
-  changeGroup(group, group.name, imported.members());
-  out.record({{"id", group.id},
-              {"name", group.name},
-              {"members", imported.members().size()},
-              {"duplicates", imported.duplicates()}});
+  const Actor actor = wanted.as.find();
+  const GroupSummary removed = removeGroup(actor, wanted.find(actor));
+  out.record({{"id", removed.id}, {"name", removed.name}, {"members", removed.members}});
   return ExitCode::Found;
 }
 
 }  // namespace
 
 void addGroupList(CommandTree& tree) {
-  tree.add("group list", "List the address groups", {"zaroctl group list"}, listAll);
+  const auto as = std::make_shared<WantedActor>();
+  CLI::App* command =
+      tree.add("group list", "List the address groups", {"zaroctl group list", "zaroctl group list --as sales-admin"},
+               tellingNotThere([as](Output& out) { return listAll(out, *as); }));
+  addActorOption(*command, *as);
 }
 
 void addGroupShow(CommandTree& tree) {
@@ -233,14 +149,6 @@ void addGroupShow(CommandTree& tree) {
   CLI::App* command = tree.add("group show", "List the members of an address group",
                                {"zaroctl group show Board", "zaroctl group show --id 12"},
                                tellingNotThere([group](Output& out) { return showMembers(out, *group); }));
-  addGroupArgument(*command, *group);
-}
-
-void addGroupExport(CommandTree& tree) {
-  const auto group = std::make_shared<WantedGroup>();
-  CLI::App* command = tree.add("group export", "Print the members of an address group as group import reads them",
-                               {"zaroctl group export Board >board.txt"},
-                               tellingNotThere([group](Output& out) { return exportMembers(out, *group); }));
   addGroupArgument(*command, *group);
 }
 
@@ -259,7 +167,7 @@ void addGroupAdd(CommandTree& tree) {
 }
 
 void addGroupModify(CommandTree& tree) {
-  const auto change = std::make_shared<GroupChange>();
+  const auto change = std::make_shared<Modification>();
   CLI::App* command = tree.add("group modify", "Change an address group",
                                {"zaroctl group modify Board --add new@example.test --remove old@example.test",
                                 "zaroctl group modify Board --name 'Board of directors'"},
@@ -279,15 +187,4 @@ void addGroupRemove(CommandTree& tree) {
   CLI::App* command = tree.add("group remove", "Remove an address group", {"zaroctl group remove Friends"},
                                tellingNotThere([group](Output& out) { return remove(out, *group); }));
   addGroupArgument(*command, *group);
-}
-
-void addGroupImport(CommandTree& tree) {
-  const auto import = std::make_shared<Import>();
-  CLI::App* command =
-      tree.add("group import", "Replace the members of an address group by those of files, one a line",
-               {"zaroctl group import Board board.txt", "zaroctl group import --append Board - <more.txt"},
-               tellingNotThere([import](Output& out) { return importMembers(out, *import); }));
-  addGroupArgument(*command, import->group);
-  command->add_option("FILE", import->files, "Files, or - for standard input")->required()->type_name("");
-  command->add_flag("--append", import->append, "Keep the present members, in front");
 }
