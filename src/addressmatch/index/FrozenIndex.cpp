@@ -52,6 +52,7 @@ std::size_t FrozenIndex::findEach(const char* const* addresses, std::size_t coun
   constexpr std::size_t kTogether = 24;
   ShortQuery queries[kTogether];
   Kind kinds[kTogether];
+  // Three passes over each group: what one pass prefetches has arrived when the next pass reads it.
   for (std::size_t first = 0; first < count;) {
     const std::size_t most = std::min(count - first, kTogether);
     std::size_t size = 0;
@@ -93,12 +94,14 @@ inline FrozenIndex::Kind FrozenIndex::split(const char* address, ShortQuery& que
   if (query.size >= kShort) {
     return Kind::Long;
   }
+  // From here on no branch depends on a character: where "@" and the dots are is a bit mask of at most 64 bits.
   lower(address, query.size, query.storage);
   const Marks marks = marksOf(address, query.storage, query.size);
   if (marks.ats == 0) {
     return Kind::Bare;
   }
   query.words = query.storage;
+  // The first "@" counts, as in `splitAddress`; dots before it belong to the local part.
   query.at = lowestBit(marks.ats);
   std::uint64_t dots = marks.dots & bitsAbove(lowestBit(marks.ats));
   hashPieces(query, [&dots](std::size_t /*end*/) {
@@ -147,6 +150,8 @@ inline void FrozenIndex::hashPieces(Query& query, NextDot nextDot) const {
   };
   query.domainHash = hashFrom(query.at + 1);
 
+  // The local part's first 24 bytes with zeros behind its end, whatever follows in the address. Those are all that a
+  // slot holds; up to 16 they are also all that is hashed, so that most local parts take no second pass.
   const std::size_t inTwo = std::min<std::size_t>(query.at, 16);
   const std::uint64_t name[3] = {bytesWithin(query.words[0], inTwo, 0), bytesWithin(query.words[1], inTwo, 8),
                                  bytesWithin(query.words[2], std::min<std::size_t>(query.at - inTwo, 8), 0)};
@@ -157,6 +162,7 @@ inline void FrozenIndex::hashPieces(Query& query, NextDot nextDot) const {
   query.fullHash = nameHashAt(nameHash, query.domainHash);
   query.belowRootHash = nameHashAt(nameHash, kNoDomainHash);
 
+  // Suffixes from the top-level label on, as long as a longer one may have a wildcard below.
   query.suffixCount = 0;
   std::uint64_t depths = m_belowDepths;
   for (std::size_t end = query.size; depths != 0; depths >>= 1) {
@@ -220,6 +226,7 @@ inline void FrozenIndex::resolve(const Query& query, Matches& out) const {
       out.push_back(query.domain->anyName);
     }
   }
+  // The longest suffix is the most specific one, and comes first.
   for (std::size_t i = query.suffixCount; i-- != 0;) {
     const Suffix& suffix = query.suffixes[i];
     const DomainSlot& domain = *m_domains.at(suffix.hash);
@@ -249,6 +256,7 @@ inline void FrozenIndex::appendNamed(const NameSlot& slot, const Query& query, s
   if (!(slot.key == query.key.at(number)) || slot.leaf == nullptr) {
     return;
   }
+  // Longer than what the slot holds: the slot's comparison covered the first characters and the size (up to 255).
   if (query.at > kInlineName) {
     const char* name = slot.leaf->getNameAsStr();
     if (std::strncmp(name, query.text(), query.at) != 0 || name[query.at] != '\0') {

@@ -49,6 +49,7 @@ std::unique_ptr<const FrozenIndex> FrozenIndexBuilder::build() {
   if (m_domains.size() > std::numeric_limits<std::uint32_t>::max()) {
     return nullptr;
   }
+  // Domains first: their numbers are part of the names' keys.
   m_collided = !placeDomains();
   makeFilters();
   if (m_collided || !collectNames()) {
@@ -160,6 +161,7 @@ bool FrozenIndexBuilder::moveToSlots(FrozenIndex::Table<FrozenIndex::NameSlot>& 
 }
 
 bool FrozenIndexBuilder::collectNames() {
+  // As many as the table will have slots, so that the names can be permuted where they are.
   m_names.slots.reserve(PerfectHash::slotCountFor(m_nameCount));
   m_names.hashes.reserve(m_nameCount);
   m_index->m_anyAtAll = m_belowRoot.anyName;
@@ -206,6 +208,7 @@ inline BloomFilter& FrozenIndexBuilder::filterOf(const Name& name) const {
 }
 
 inline void FrozenIndexBuilder::addName(const Name& name) {
+  // Zeros behind the end, as the split address has them.
   std::uint64_t words[3] = {};
   std::memcpy(words, textOf(*name.leaf), std::min(name.size, sizeof words));
   Names& names = name.below ? m_namesBelow : m_names;

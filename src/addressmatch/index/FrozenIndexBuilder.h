@@ -1,7 +1,7 @@
 // Makes an index of the leaves that a tree hands over.
 //
 //   cost     linear; the parts of a leaf (leaf, name, text) are prefetched for 256 leaves before the next part
-//   memory   while it works: 120 bytes a domain, and the hashes of the names. The slots of the names are permuted within
+//   memory   while it works: 96 bytes a domain, and the hashes of the names. The slots of the names are permuted within
 //            their own memory
 #pragma once
 

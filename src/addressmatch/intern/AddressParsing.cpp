@@ -1,4 +1,5 @@
-// Addresses and patterns as stacks of handles.
+// Splits addresses and patterns into stacks of handles. Where a text is cut is `splitAddress`'s to say; here each piece gets a
+// handle, and ASCII capitals of labels become small (the local part stays as it is: callers lower it beforehand).
 #include <cstdint>
 #include <new>
 

@@ -77,6 +77,7 @@ void InternedTexts::reserveOne(std::uint32_t tag) {
   }
 }
 
+// Divides the one table among many by the highest bits of the tags. When memory runs out, the old table is put back.
 void InternedTexts::split() {
   constexpr unsigned int kPartBits = 9;
   std::vector<Part> parts(std::size_t{1} << kPartBits);
@@ -100,6 +101,7 @@ void InternedTexts::split() {
 }
 
 void InternedTexts::remove(KxIndexedString* entry) {
+  // Only entries that borrow their texts are removed, and those lie in the deque, where a mark takes their place.
   const std::uint32_t tag = keyOf(entry->getString()).tag;
   Part& part = m_parts[partOf(tag)];
   const std::size_t slot = part.search(homeOf(tag, m_partBits, part.slotCount()),
@@ -114,6 +116,8 @@ bool InternedTexts::isBorrowed(const KxIndexedString* entry) const {
   return !m_borrowed.empty() && std::find(m_borrowed.begin(), m_borrowed.end(), entry) != m_borrowed.end();
 }
 
+// Sorts keys of eight bytes beside pointers, not the entries: most texts differ within their first words, and the
+// entries have to stay where they are.
 bool InternedTexts::rank(unsigned int limit) {
   using Item = Keyed<KxIndexedString>;
   const auto textOf = [](const KxIndexedString& entry) { return entry.getString() != nullptr ? entry.getString() : ""; };

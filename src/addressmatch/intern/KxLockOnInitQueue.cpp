@@ -54,6 +54,7 @@ void KxLockOnInitQueue::push(KxLockableClass* object) {
   if (object == nullptr) {
     return;
   }
+  // A second ticket would lose the first entry: with several entries an object is searched for.
   const bool mayWait = object->_ticket != kNone && object->_ticket != kUsed;
   const auto ticket = static_cast<unsigned int>((_frontTicket + c.size() - 1) % kTickets);
   object->_ticket = (mayWait ? kSeveral : kFirst + ticket) & kTicketBits;
@@ -64,6 +65,7 @@ void KxLockOnInitQueue::replace(const KxLockableClass* object, KxLockableClass* 
     if (object->_ticket == kUsed) {
       return;
     }
+    // A ticket may be another queue's, so the entry is compared.
     if (object->_ticket >= kFirst) {
       const unsigned int position = (object->_ticket - kFirst + kTickets - _frontTicket) % kTickets;
       if (position < c.size() && c[position] == object) {

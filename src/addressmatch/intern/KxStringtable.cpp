@@ -1,3 +1,5 @@
+// The string table: the public operations with their checks and log lines. The entries themselves are InternedTexts,
+// their making is Interner's.
 #include "KxStringtable.h"
 
 #include <new>

@@ -1,3 +1,5 @@
+// Leaves: texts, kinds and weight of a stored pattern. There are millions of them, so that what few have (annotation,
+// owners) lies apart, and the weight shares its word with a flag.
 #include "KxListedEmailAddress.h"
 
 #include <cstring>

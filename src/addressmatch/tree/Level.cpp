@@ -62,6 +62,8 @@ bool Level::insert(Named* element) const {
   if (element == nullptr) {
     return false;
   }
+  // An object that the tree did not make itself, or that compares in another way, ends the filling: from then on only a
+  // walk finds what callers expect.
   if (tree() != nullptr) {
     tree()->admit(element);
     if (tree()->isFilling() && !LazySorted<Named>::mayAppend(*element, table())) {
@@ -72,6 +74,7 @@ bool Level::insert(Named* element) const {
   if (isFilling() && all.size() < kMostElements && withinMemory([&] { lazy<Named>().append(element); })) {
     return true;
   }
+  // The index is of no use from here on: the level is searched in order.
   settle();
   m_node->_indexes.reset();
   if (!insertSorted(all, element)) {

@@ -45,6 +45,7 @@ bool TreeIndexing::addAll() {
     }
     prefetchChildren(above.level, above.nextChild);
     const Level child(*above.level.children()[above.nextChild++]);
+    // A child that a caller made elsewhere, or one that its level would not find by its label.
     if (child.tree() != m_root.tree() || (above.level.findsOnlyRankedChildren() && !child.node().getName().isIndexed())) {
       return false;
     }
