@@ -15,6 +15,7 @@
 #include "odbc/OdbcConnection.h"
 #include "odbc/OdbcError.h"
 #include "support/LoopbackServer.h"
+#include "support/ProcessTest.h"
 #include "support/TestInstallation.h"
 #include "support/Thrown.h"
 
@@ -635,6 +636,27 @@ TEST_P(PostgresqlConnection, threadsThatConnectAtOnceTakeTurns) {
   EXPECT_THAT(texts[1], HasSubstr("another thread was still connecting"));
   EXPECT_THAT(texts[0], Not(HasSubstr("another thread")));
   EXPECT_EQ(server.accepted(), 1);
+}
+
+TEST_P(PostgresqlConnection, processForkedWhileAThreadConnectsConnectsToo) {
+  const LoopbackServer server(LoopbackServer::Manner::KeepSilent);
+  const std::string port = zarotest::postgresqlServer()->port;
+  setPort(server.port());
+  std::thread waiting([&] {
+    KxDbConnect connection;
+    connection.setDbConnectTimeOut(5);
+    thrownBy([&] { connect(connection); });
+  });
+  while (server.accepted() == 0) {
+    std::this_thread::yield();
+  }
+  setPort(port);
+  runInOwnProcess([&] {
+    KxDbConnect connection;
+    connection.setDbConnectTimeOut(2);
+    EXPECT_EQ(thrownBy([&] { connect(connection); }), "nothing thrown");
+  });
+  waiting.join();
 }
 
 TEST_P(PostgresqlConnection, noTrialBeginsAfterTheRetryTimeOut) {

@@ -74,6 +74,12 @@ class TransactionOrder : public zarotest::OnEveryDatabase {
     }
   }
 
+  // Steps of an order: as many as ZARO_STEPS says, or else what takes seconds.
+  std::size_t length() const {
+    const char* steps = std::getenv("ZARO_STEPS");
+    return steps != nullptr ? std::stoul(steps) : home().dialect() == Dialect::SQLite ? 4 : 3;
+  }
+
   // The order is followed from a fresh loan; every step is checked, so shorter orders need not be followed by themselves.
   void follow(const std::vector<Step>& order) {
     m_before = m_lastId;
@@ -268,10 +274,9 @@ TEST_P(TransactionOrder, whatIsAcknowledgedIsWhatAnotherConnectionSees) {
   if (home().dialect() == Dialect::PostgreSQL) {
     steps.push_back(Step::Loss);
   }
-  const char* length = std::getenv("ZARO_STEPS");
   std::vector<Step> order;
   int orders = 0;
-  eachOrder(steps, length != nullptr ? std::stoul(length) : 4, order, [&](const std::vector<Step>& next) {
+  eachOrder(steps, length(), order, [&](const std::vector<Step>& next) {
     if (HasFailure()) {
       return;  // the first tells enough
     }
