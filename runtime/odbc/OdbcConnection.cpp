@@ -215,14 +215,33 @@ void OdbcConnection::_checkDatabaseIsFile() {
   }
 }
 
-// Remembers what the driver has set for itself, so that a reset can set it again, and makes backslashes plain.
+// Makes backslashes plain, and finds out what a reset takes back of what the driver has set for itself when it connected.
 void OdbcConnection::_prepareSession() {
-  execute(
-      "SELECT format('SET DateStyle=%L;SET extra_float_digits=%L;SET client_encoding=%L;',current_setting('DateStyle'),"
-      "current_setting('extra_float_digits'),current_setting('client_encoding'))");
-  m_driverSettings = fetch() ? value(0).value_or("") : "";
+  const std::vector<std::string> set = _driverSettings();
+  execute("BEGIN");
+  execute("RESET ALL");
+  const std::vector<std::string> reset = _driverSettings();
+  execute("ROLLBACK");
+  m_driverSettings.clear();
+  for (std::size_t i = 0; i < set.size(); ++i) {
+    if (set[i] != reset.at(i)) {
+      m_driverSettings += set[i];
+    }
+  }
   execute(kPlainBackslashes);
   closeResult();
+}
+
+// The statements that would set anew what PostgreSQL's driver sets.
+std::vector<std::string> OdbcConnection::_driverSettings() {
+  execute(
+      "SELECT format('SET %s=%L;',name,current_setting(name)) FROM "
+      "unnest(ARRAY['DateStyle','extra_float_digits','client_encoding']) AS name");
+  std::vector<std::string> statements;
+  while (fetch()) {
+    statements.push_back(value(0).value_or(""));
+  }
+  return statements;
 }
 
 // What makes backslashes plain differs from server to server, so others are only asked how they read two of them.

@@ -58,6 +58,7 @@ class OdbcConnection {
  private:
   void _checkDatabaseIsFile();
   void _prepareSession();
+  std::vector<std::string> _driverSettings();
   void _checkBackslashesArePlain();
   std::optional<std::string> _refusalOf(const std::string& statement);
   void _describeColumns();
@@ -69,7 +70,7 @@ class OdbcConnection {
   OdbcHandle m_statement;
   bool m_connected = false;
   Dialect m_dialect = Dialect::Other;
-  std::string m_driverSettings;  // statements that set again what PostgreSQL's driver set when it connected
+  std::string m_driverSettings;  // statements that set again what PostgreSQL's driver had set
   std::vector<std::string> m_columns;
   std::vector<std::optional<std::string>> m_row;
   std::vector<char> m_buffer;  // first piece of every column

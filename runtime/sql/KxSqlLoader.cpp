@@ -36,7 +36,7 @@ void KxSqlLoader::loadSQL(char* buffer, int size, const char* fileName, ...) {
     if (std::strchr(fileName, '/') != nullptr) {
       throw RuntimeError(std::string(fileName) + ": a statement file is named without its directory");
     }
-    const auto file = zaroruntime::readStatementFile(m_impl->directory + '/' + fileName);
+    const auto& file = zaroruntime::statementFile(m_impl->directory + '/' + fileName);
     std::string statement;
     try {
       statement = file.format(arguments);

@@ -1,6 +1,10 @@
 #include "sql/StatementTemplate.h"
 
+#include <sys/stat.h>
+
 #include <cstring>
+#include <ctime>
+#include <map>
 #include <utility>
 
 #include "ZaroRuntime/RuntimeError.h"
@@ -29,6 +33,17 @@ bool hasUndoubledQuote(const char* text) {
     }
   }
   return false;
+}
+
+bool isUnchanged(const struct stat& before, const struct stat& now) {
+  return before.st_ino == now.st_ino && before.st_dev == now.st_dev && before.st_size == now.st_size &&
+         before.st_ctim.tv_sec == now.st_ctim.tv_sec && before.st_ctim.tv_nsec == now.st_ctim.tv_nsec;
+}
+
+// One that was just written may be written again within a tick of its clock, and then looks unchanged.
+bool isSettled(const struct stat& status) {
+  constexpr std::time_t kSeconds = 2;
+  return status.st_ctim.tv_sec + kSeconds <= std::time(nullptr);
 }
 
 }  // namespace
@@ -110,6 +125,28 @@ StatementTemplate readStatementFile(const std::string& path) {
   } catch (const RuntimeError& failure) {
     throw RuntimeError(path + ": " + failure.what());
   }
+}
+
+const StatementTemplate& statementFile(const std::string& path) {
+  struct Known {
+    struct stat status;
+    StatementTemplate statement;
+  };
+  thread_local std::map<std::string, Known> files;
+  struct stat now = {};
+  const bool exists = ::stat(path.c_str(), &now) == 0;
+  const auto found = files.find(path);
+  if (found != files.end() && exists && isUnchanged(found->second.status, now)) {
+    return found->second.statement;
+  }
+  if (found != files.end()) {
+    files.erase(found);
+  }
+  StatementTemplate statement = readStatementFile(path);
+  if (!exists || !isSettled(now)) {
+    now = {};  // to be read again next time
+  }
+  return files.insert_or_assign(path, Known{now, std::move(statement)}).first->second.statement;
 }
 
 std::string statementConversions(const std::string& path) {

@@ -34,5 +34,7 @@ class StatementTemplate {
 
 // The template in a file; throws RuntimeError naming the file.
 StatementTemplate readStatementFile(const std::string& path);
+// The same, but read again only when the file has changed since this thread read it. Good until this thread asks again.
+const StatementTemplate& statementFile(const std::string& path);
 
 }  // namespace zaroruntime
