@@ -52,15 +52,6 @@ std::vector<StoredGroup> visibleGroups(const Viewer& viewer, Condition isWanted)
   throw NotThere(actor ? quoted(actor->name) + " sees no address group " + which : "no address group " + which);
 }
 
-bool mayEdit(StoreConnection& db, const Viewer& viewer, unsigned int id) {
-  zaroruntime::forgetFailures();
-  const bool may = ZaroNamedObj::isEditable(db.library(), viewer.id, id);
-  if (zaroruntime::lastFailureKind() != FailureKind::None) {
-    throw DatabaseError::because("cannot read the owners of an address group");
-  }
-  return may;
-}
-
 // The managing groups that will own a group.
 std::vector<GroupEntity> ownersFor(StoreConnection& db, const Viewer& viewer, unsigned int entityId) {
   std::vector<GroupEntity> owners = viewer.entities;
@@ -86,16 +77,15 @@ std::vector<GroupSummary> listGroups(const Actor& actor) {
       visible.insert(object.id);
     }
   }
-  StoreConnection db;
   std::vector<GroupSummary> groups;
-  for (const auto& row : db.rows(
+  for (const auto& row : StoreConnection().rows(
            "SELECT id AS \"ObjectID\", name AS \"Name\", (SELECT count(*) FROM address_group_member WHERE group_id = id) AS "
            "\"Members\" FROM named_object WHERE type = 5 ORDER BY name, id",
            {"ObjectID", "Name", "Members"})) {
     const unsigned int id = idIn(row, 0);
     if (!actor || visible.count(id) != 0) {
       groups.push_back({id, row[1].value_or(""), static_cast<std::size_t>(std::stoull(row[2].value_or("0"))),
-                        !actor || mayEdit(db, *actor, id)});
+                        !actor || isModifiable(*actor, id)});
     }
   }
   return groups;

@@ -22,6 +22,7 @@ void refuseWrongGroupName(const char* argument, const std::string& name) {
   if (!wrong.empty()) {
     throw UsageError(std::string(argument) + ": " + quoted(name) + " " + wrong);
   }
+  refuseReservedName(argument, name);
 }
 
 void tellOfRepetition(const std::string& address) {
