@@ -27,7 +27,7 @@ constexpr TypeRow kTypes[] = {
 
 }  // namespace
 
-unsigned int idIn(const zaroruntime::SqlSession::Row& row, std::size_t column) {
+unsigned int idIn(const StoreConnection::Row& row, std::size_t column) {
   return static_cast<unsigned int>(std::stoul(row[column].value_or("0")));
 }
 
@@ -62,10 +62,9 @@ void refuseWrongName(const char* argument, const std::string& text) {
 }
 
 unsigned int adminIdOf(const std::string& name) {
-  requireLibrary();
-  ZARO::RdbmsInterface db;
+  StoreConnection db;
   unsigned int id = 0;
-  switch (miscUtils::getAdminId(db, name.c_str(), id)) {
+  switch (miscUtils::getAdminId(db.library(), name.c_str(), id)) {
     case ZaroErrC::Success:
       return id;
     case ZaroErrC::MissingData:
@@ -76,10 +75,9 @@ unsigned int adminIdOf(const std::string& name) {
 }
 
 std::vector<GroupEntity> entitiesOf(unsigned int adminId) {
-  requireLibrary();
-  ZARO::RdbmsInterface db;
+  StoreConnection db;
   std::vector<GroupEntity> entities;
-  const int code = EntityUtils::getEntity(db, adminId, entities);
+  const int code = EntityUtils::getEntity(db.library(), adminId, entities);
   if (code != ZaroErrC::Success && (code != ZaroErrC::MissingData || !entities.empty())) {
     throw RuntimeError("cannot read the managing groups of an administrator: " + databaseFailure());
   }
@@ -106,29 +104,52 @@ GroupEntity::EntityType entityType(const std::string& text) {
 }
 
 EntitySet entitiesOfType(GroupEntity::EntityType type) {
-  requireLibrary();
-  ZARO::RdbmsInterface db;
+  StoreConnection db;
+  return entitiesOfType(db, type);
+}
+
+EntitySet entitiesOfType(StoreConnection& db, GroupEntity::EntityType type) {
   EntitySet entities;
-  if (EntityUtils::_getAllEntitiesOfSameType(db, type, entities) != ZaroErrC::Success) {
-    throw RuntimeError("cannot read the managing groups: " + databaseFailure());
+  if (EntityUtils::_getAllEntitiesOfSameType(db.library(), type, entities) != ZaroErrC::Success) {
+    throw DatabaseError::because("cannot read the managing groups");
   }
   return entities;
 }
 
 std::vector<GroupEntity> allEntities() {
+  StoreConnection db;
+  return allEntities(db);
+}
+
+std::vector<GroupEntity> allEntities(StoreConnection& db) {
   // Type by type: in a set of all of them, groups of one name would be one.
   std::vector<GroupEntity> entities;
   for (int type = 0; type < kEntityTypes; ++type) {
-    const EntitySet some = entitiesOfType(static_cast<GroupEntity::EntityType>(type));
+    const EntitySet some = entitiesOfType(db, static_cast<GroupEntity::EntityType>(type));
     entities.insert(entities.end(), some.begin(), some.end());
   }
   return entities;
 }
 
 GroupEntity WantedEntity::find() const {
+  StoreConnection db;
+  return find(db);
+}
+
+GroupEntity WantedEntity::find(StoreConnection& db) const {
+  return _findAmong(allEntities(db));
+}
+
+GroupEntity WantedEntity::lock(StoreConnection& db) const {
+  const GroupEntity found = find(db);
+  db.rows("SELECT id FROM entity WHERE id = " + std::to_string(found.id) + db.forUpdate(), {"id"});
+  return find(db);  // whoever held the lock may have changed it
+}
+
+GroupEntity WantedEntity::_findAmong(const std::vector<GroupEntity>& entities) const {
   const unsigned int id = isId ? idArgument("ENTITY", text) : 0;
   std::vector<GroupEntity> found;
-  for (const GroupEntity& entity : allEntities()) {
+  for (const GroupEntity& entity : entities) {
     if (isId ? entity.id == id : entity.name == text) {
       found.push_back(entity);
     }

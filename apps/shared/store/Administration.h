@@ -9,7 +9,6 @@
 
 #include "EntityUtils.h"
 #include "ZaroRuntime/RuntimeError.h"
-#include "ZaroRuntime/SqlSession.h"
 #include "console/Output.h"
 #include "store/Database.h"
 
@@ -20,7 +19,7 @@ class NotThere : public zaroruntime::RuntimeError {
 };
 
 // An identifier in a row, and one on the command line; UsageError, naming `argument`, for a text that is none.
-unsigned int idIn(const zaroruntime::SqlSession::Row& row, std::size_t column);
+unsigned int idIn(const StoreConnection::Row& row, std::size_t column);
 unsigned int idArgument(const char* argument, const std::string& text);
 
 // Why a text cannot be a name; empty when it can.
@@ -43,8 +42,10 @@ std::string nameOfType(GroupEntity::EntityType type);
 GroupEntity::EntityType entityType(const std::string& text);
 
 EntitySet entitiesOfType(GroupEntity::EntityType type);
+EntitySet entitiesOfType(StoreConnection& db, GroupEntity::EntityType type);
 // Every managing group, by type and name.
 std::vector<GroupEntity> allEntities();
+std::vector<GroupEntity> allEntities(StoreConnection& db);
 
 // A managing group as the command line names it.
 struct WantedEntity {
@@ -53,6 +54,12 @@ struct WantedEntity {
 
   // It must be the only one of its name: groups of different types may have the same.
   GroupEntity find() const;
+  GroupEntity find(StoreConnection& db) const;
+  // The same in a transaction, locked to its end.
+  GroupEntity lock(StoreConnection& db) const;
+
+ private:
+  GroupEntity _findAmong(const std::vector<GroupEntity>& entities) const;
 };
 
 Json recordOf(const GroupEntity& entity);

@@ -1,45 +1,53 @@
 // admin list, admin add, admin remove, admin assign, admin unassign
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "ZaroRuntime/SqlSession.h"
 #include "commands/CommandTree.h"
 #include "commands/Commands.h"
 #include "commands/EntityArgument.h"
 #include "console/Text.h"
 #include "console/UsageError.h"
 #include "store/Administration.h"
-#include "store/Database.h"
+#include "store/Transaction.h"
 
 using zaroruntime::RuntimeError;
 using zaroruntime::sqlLiteral;
-using zaroruntime::SqlSession;
 
 namespace {
 
-Json recordOf(const SqlSession::Row& row) {
+Json recordOf(const StoreConnection::Row& row) {
   return {{"id", idIn(row, 0)}, {"name", row[1].value_or("")}, {"root", row[2] == "1"}, {"entities", idIn(row, 3)}};
 }
 
-std::vector<SqlSession::Row> adminsWhere(SqlSession& session, const std::string& condition) {
-  return session.rows(
-      "SELECT id, name, is_root, (SELECT count(*) FROM administrator_entity WHERE administrator_id = id) "
+std::vector<StoreConnection::Row> adminsWhere(StoreConnection& db, const std::string& condition) {
+  return db.rows(
+      "SELECT id, name, is_root, (SELECT count(*) FROM administrator_entity WHERE administrator_id = id) AS entities "
       "FROM administrator WHERE " +
-      condition + " ORDER BY name");
+          condition + " ORDER BY name",
+      {"id", "name", "is_root", "entities"});
 }
 
-SqlSession::Row findAdmin(SqlSession& session, const std::string& name) {
-  auto rows = adminsWhere(session, "name = " + sqlLiteral(name));
+StoreConnection::Row findAdmin(StoreConnection& db, const std::string& name) {
+  auto rows = adminsWhere(db, "name = " + sqlLiteral(name));
   if (rows.empty()) {
     throw NotThere("no administrator named " + quoted(name));
   }
   return rows.front();
 }
 
+// To the end of the transaction nobody else changes the administrator.
+StoreConnection::Row lockAdmin(StoreConnection& db, const std::string& name) {
+  db.rows("SELECT id FROM administrator WHERE name = " + sqlLiteral(name) + db.forUpdate(), {"id"});
+  return findAdmin(db, name);
+}
+
 ExitCode listAll(Output& out) {
   Json rows = Json::array();
-  const auto session = openSession();
-  for (const auto& row : adminsWhere(*session, "1 = 1")) {
+  StoreConnection db;
+  for (const auto& row : adminsWhere(db, "1 = 1")) {
     rows.push_back(recordOf(row));
   }
   out.rows({{"id", "ID"}, {"name", "NAME"}, {"root", "ROOT"}, {"entities", "ENTITIES"}}, rows);
@@ -48,21 +56,22 @@ ExitCode listAll(Output& out) {
 
 ExitCode add(Output& out, const std::string& name, bool isRoot) {
   refuseWrongName("NAME", name);
-  const auto session = openSession();
-  if (!adminsWhere(*session, "name = " + sqlLiteral(name)).empty()) {
-    throw RuntimeError("there is an administrator named " + quoted(name) + " already");
-  }
-  session->run("INSERT INTO administrator (name, is_root) VALUES (" + sqlLiteral(name) + ", " + (isRoot ? "1" : "0") +
-               ")");
-  out.record(recordOf(findAdmin(*session, name)));
+  out.record(inTransaction([&](StoreConnection& db) {
+    if (!adminsWhere(db, "name = " + sqlLiteral(name)).empty()) {
+      throw RuntimeError("there is an administrator named " + quoted(name) + " already");
+    }
+    db.run("INSERT INTO administrator (name, is_root) VALUES (" + sqlLiteral(name) + ", " + (isRoot ? "1" : "0") + ")");
+    return recordOf(findAdmin(db, name));
+  }));
   return ExitCode::Found;
 }
 
 ExitCode remove(Output& out, const std::string& name) {
-  const auto session = openSession();
-  const SqlSession::Row admin = findAdmin(*session, name);
-  session->run("DELETE FROM administrator WHERE id = " + std::to_string(idIn(admin, 0)));
-  out.record(recordOf(admin));
+  out.record(inTransaction([&](StoreConnection& db) {
+    const StoreConnection::Row admin = lockAdmin(db, name);
+    db.run("DELETE FROM administrator WHERE id = " + std::to_string(idIn(admin, 0)));
+    return recordOf(admin);
+  }));
   return ExitCode::Found;
 }
 
@@ -71,51 +80,55 @@ struct Assignment {
   std::vector<std::string> entities;
   bool areIds = false;
 
-  std::vector<GroupEntity> find() const {
-    std::vector<GroupEntity> found;
+  // Each once, by identifier; locked.
+  std::vector<GroupEntity> lock(StoreConnection& db) const {
+    std::map<unsigned int, GroupEntity> found;
     for (const std::string& text : entities) {
-      found.push_back(WantedEntity{text, areIds}.find());
+      const GroupEntity entity = WantedEntity{text, areIds}.find(db);
+      found.emplace(entity.id, entity);
     }
-    return found;
+    std::vector<GroupEntity> locked;
+    for (const auto& [id, entity] : found) {
+      locked.push_back(WantedEntity{std::to_string(id), true}.lock(db));
+    }
+    return locked;
   }
 };
-
-bool isAssigned(SqlSession& session, const std::string& condition) {
-  return session.value("SELECT count(*) FROM administrator_entity WHERE " + condition) != "0";
-}
 
 std::string pairCondition(unsigned int adminId, const GroupEntity& entity) {
   return "administrator_id = " + std::to_string(adminId) + " AND entity_id = " + std::to_string(entity.id);
 }
 
+bool isAssigned(StoreConnection& db, unsigned int adminId, const GroupEntity& entity) {
+  return db.value("SELECT count(*) AS pairs FROM administrator_entity WHERE " + pairCondition(adminId, entity),
+                  "pairs") != "0";
+}
+
 ExitCode assign(Output& out, const Assignment& wanted) {
-  const auto session = openSession();
-  const unsigned int adminId = idIn(findAdmin(*session, wanted.admin), 0);
-  std::vector<std::string> statements;
-  for (const GroupEntity& entity : wanted.find()) {
-    if (!isAssigned(*session, pairCondition(adminId, entity))) {
-      statements.push_back("INSERT INTO administrator_entity (administrator_id, entity_id) SELECT " +
-                           std::to_string(adminId) + ", " + std::to_string(entity.id) + " WHERE NOT EXISTS " +
-                           "(SELECT 1 FROM administrator_entity WHERE " + pairCondition(adminId, entity) + ")");
+  out.record(inTransaction([&](StoreConnection& db) {
+    const unsigned int adminId = idIn(lockAdmin(db, wanted.admin), 0);
+    for (const GroupEntity& entity : wanted.lock(db)) {
+      if (!isAssigned(db, adminId, entity)) {
+        db.run("INSERT INTO administrator_entity (administrator_id, entity_id) VALUES (" + std::to_string(adminId) +
+               ", " + std::to_string(entity.id) + ")");
+      }
     }
-  }
-  session->runTogether(statements);
-  out.record(recordOf(findAdmin(*session, wanted.admin)));
+    return recordOf(findAdmin(db, wanted.admin));
+  }));
   return ExitCode::Found;
 }
 
 ExitCode unassign(Output& out, const Assignment& wanted) {
-  const auto session = openSession();
-  const unsigned int adminId = idIn(findAdmin(*session, wanted.admin), 0);
-  std::vector<std::string> statements;
-  for (const GroupEntity& entity : wanted.find()) {
-    if (!isAssigned(*session, pairCondition(adminId, entity))) {
-      throw RuntimeError(quoted(wanted.admin) + " is not assigned to " + quoted(entity.name) + "; nothing is changed");
+  out.record(inTransaction([&](StoreConnection& db) {
+    const unsigned int adminId = idIn(lockAdmin(db, wanted.admin), 0);
+    for (const GroupEntity& entity : wanted.lock(db)) {
+      if (!isAssigned(db, adminId, entity)) {
+        throw RuntimeError(quoted(wanted.admin) + " is not assigned to " + quoted(entity.name) + "; nothing is changed");
+      }
+      db.run("DELETE FROM administrator_entity WHERE " + pairCondition(adminId, entity));
     }
-    statements.push_back("DELETE FROM administrator_entity WHERE " + pairCondition(adminId, entity));
-  }
-  session->runTogether(statements);
-  out.record(recordOf(findAdmin(*session, wanted.admin)));
+    return recordOf(findAdmin(db, wanted.admin));
+  }));
   return ExitCode::Found;
 }
 

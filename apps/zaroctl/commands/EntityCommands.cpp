@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "ZaroErrC.h"
+#include "ZaroRuntime/SqlSession.h"
 #include "commands/CommandTree.h"
 #include "commands/Commands.h"
 #include "commands/EntityArgument.h"
@@ -12,8 +13,8 @@
 #include "console/UsageError.h"
 #include "patterns/PatternMistakes.h"
 #include "store/Administration.h"
-#include "store/Database.h"
 #include "store/EntityTree.h"
+#include "store/Transaction.h"
 
 using zaroruntime::RuntimeError;
 using zaroruntime::sqlLiteral;
@@ -31,29 +32,31 @@ ExitCode listAll(Output& out) {
   return ExitCode::Found;
 }
 
-Json namesOf(const std::string& query) {
+Json namesOf(StoreConnection& db, const std::string& query) {
   Json names = Json::array();
-  for (const auto& row : openSession()->rows(query)) {
+  for (const auto& row : db.rows(query, {"name"})) {
     names.push_back(row[0].value_or(""));
   }
   return names;
 }
 
-Json administratorsOf(const GroupEntity& entity) {
-  return namesOf("SELECT name FROM administrator JOIN administrator_entity ON administrator_id = id WHERE entity_id = " +
-                 std::to_string(entity.id) + " ORDER BY name");
+Json administratorsOf(StoreConnection& db, const GroupEntity& entity) {
+  return namesOf(
+      db, "SELECT name FROM administrator JOIN administrator_entity ON administrator_id = id WHERE entity_id = " +
+              std::to_string(entity.id) + " ORDER BY name");
 }
 
-Json objectsOf(const GroupEntity& entity) {
-  return namesOf("SELECT name FROM named_object JOIN named_object_owner ON object_id = id WHERE entity_id = " +
-                 std::to_string(entity.id) + " ORDER BY name, id");
+Json objectsOf(StoreConnection& db, const GroupEntity& entity) {
+  return namesOf(db, "SELECT name FROM named_object JOIN named_object_owner ON object_id = id WHERE entity_id = " +
+                         std::to_string(entity.id) + " ORDER BY name, id");
 }
 
 ExitCode show(Output& out, const WantedEntity& wanted) {
-  const GroupEntity entity = wanted.find();
+  StoreConnection db;
+  const GroupEntity entity = wanted.find(db);
   Json record = recordOf(entity);
-  record["administrators"] = administratorsOf(entity);
-  record["objects"] = objectsOf(entity);
+  record["administrators"] = administratorsOf(db, entity);
+  record["objects"] = objectsOf(db, entity);
   out.record(record);
   return ExitCode::Found;
 }
@@ -82,31 +85,33 @@ ExitCode add(Output& out, const std::string& typeText, const std::string& given)
   const GroupEntity::EntityType type = entityType(typeText);
   refuseWrongName("NAME", given);
   const std::string name = type == GroupEntity::Wildcard ? patternName(given) : given;
-  const std::string same = "type = " + std::to_string(static_cast<int>(type)) + " AND name = " + sqlLiteral(name);
-  const auto session = openSession();
-  if (session->value("SELECT count(*) FROM entity WHERE " + same) != "0") {
-    throw RuntimeError("there is a managing group of this type named " + quoted(name) + " already");
-  }
-  session->run("INSERT INTO entity (type, name) VALUES (" + std::to_string(static_cast<int>(type)) + ", " +
-               sqlLiteral(name) + ")");
-  const auto rows = session->rows("SELECT id FROM entity WHERE " + same);
-  if (rows.size() != 1) {
-    throw RuntimeError(quoted(name) + " was written, but does not come back so");
-  }
-  out.record(recordOf(GroupEntity{name, type, idIn(rows.front(), 0)}));
+  const std::string number = std::to_string(static_cast<int>(type));
+  const std::string same = "SELECT id FROM entity WHERE type = " + number + " AND name = " + sqlLiteral(name);
+  out.record(inTransaction([&](StoreConnection& db) {
+    if (db.value(same, "id")) {
+      throw RuntimeError("there is a managing group of this type named " + quoted(name) + " already");
+    }
+    db.run("INSERT INTO entity (type, name) VALUES (" + number + ", " + sqlLiteral(name) + ")");
+    const auto rows = db.rows(same, {"id"});
+    if (rows.size() != 1) {
+      throw RuntimeError(quoted(name) + " was written, but does not come back so; nothing is changed");
+    }
+    return recordOf(GroupEntity{name, type, idIn(rows.front(), 0)});
+  }));
   return ExitCode::Found;
 }
 
 ExitCode remove(Output& out, const WantedEntity& wanted) {
-  const GroupEntity entity = wanted.find();
-  const std::size_t objects = objectsOf(entity).size();
-  if (objects != 0) {
-    throw RuntimeError(quoted(entity.name) + " owns " + std::to_string(objects) +
-                       " objects, which would be left to nobody; it is not removed");
-  }
-  // The schema refuses one that came to own an object meanwhile.
-  openSession()->run("DELETE FROM entity WHERE id = " + std::to_string(entity.id));
-  out.record(recordOf(entity));
+  out.record(inTransaction([&](StoreConnection& db) {
+    const GroupEntity entity = wanted.lock(db);
+    const std::size_t objects = objectsOf(db, entity).size();
+    if (objects != 0) {
+      throw RuntimeError(quoted(entity.name) + " owns " + std::to_string(objects) +
+                         " objects, which would be left to nobody; it is not removed");
+    }
+    db.run("DELETE FROM entity WHERE id = " + std::to_string(entity.id));
+    return recordOf(entity);
+  }));
   return ExitCode::Found;
 }
 

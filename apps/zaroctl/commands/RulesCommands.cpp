@@ -16,7 +16,7 @@
 #include "console/Text.h"
 #include "console/UsageError.h"
 #include "miscUtils.h"
-#include "store/Database.h"
+#include "store/Transaction.h"
 
 using Group = miscUtils::FilterGroup;
 using zaroruntime::RuntimeError;
@@ -32,12 +32,12 @@ struct Order {
   Filters filters;
 };
 
-Order readOrder(ZARO::RdbmsInterface& db, bool verify) {
+Order readOrder(StoreConnection& db, bool verify) {
   Order order{};
-  const int code = miscUtils::getUserDefinedRuleOrder(db, order.manual, order.filters, verify);
+  const int code = miscUtils::getUserDefinedRuleOrder(db.library(), order.manual, order.filters, verify);
   if (code == ZaroErrC::MissingData) {
     throw RuntimeError(
-        "cannot read the rule order (code 1002): whether it is on, or the number of a group, is missing (run with -v)");
+        "cannot read the rule order (code 1002): [email-scan] manualRuleOrder is missing, or a group has no number");
   }
   if (code != ZaroErrC::Success) {
     throw RuntimeError("cannot read the rule order (code " + std::to_string(code) + "): " + databaseFailure());
@@ -61,11 +61,11 @@ int groupNumber(const std::string& text) {
   return static_cast<int>(*number);
 }
 
-std::vector<StoredGroup> readGroups() {
+std::vector<StoredGroup> readGroups(StoreConnection& db) {
   std::vector<StoredGroup> groups;
   int position = 0;
-  for (const auto& row :
-       openSession()->rows("SELECT rule_order, filter_id, filter_type FROM manual_rule_order ORDER BY rule_order")) {
+  for (const auto& row : db.rows("SELECT rule_order, filter_id, filter_type FROM manual_rule_order ORDER BY rule_order",
+                                 {"rule_order", "filter_id", "filter_type"})) {
     groups.push_back({++position, row[0].value_or(""), groupNumber(row[1].value_or("0")), row[2].value_or("")});
   }
   return groups;
@@ -109,8 +109,9 @@ void refuseAnotherOrder(const Filters& filters, const std::vector<StoredGroup>& 
 }
 
 ExitCode printOrder(Output& out, bool verify) {
-  const Order order = readOrder(*connectToDatabase(), verify);
-  const std::vector<StoredGroup> groups = order.manual ? readGroups() : std::vector<StoredGroup>();
+  StoreConnection db;
+  const Order order = readOrder(db, verify);
+  const std::vector<StoredGroup> groups = order.manual ? readGroups(db) : std::vector<StoredGroup>();
   refuseAnotherOrder(order.filters, groups);
 
   bool sound = true;
@@ -171,40 +172,41 @@ std::string switchStatement(const char* value) {
          zaroruntime::sqlLiteral(value) + ") ON CONFLICT (section, name) DO UPDATE SET value = excluded.value";
 }
 
-void storeOrder(const std::vector<const Group*>& groups) {
-  std::vector<std::string> statements = {"DELETE FROM manual_rule_order"};
+void storeOrder(StoreConnection& db, const std::vector<const Group*>& groups) {
+  db.lockTable("manual_rule_order");
+  db.run("DELETE FROM manual_rule_order");
   int rank = 0;
   for (const Group* group : groups) {
-    statements.push_back("INSERT INTO manual_rule_order (rule_order, filter_id, filter_type) VALUES (" +
-                         std::to_string(++rank) + ", " + std::to_string(group->id) + ", " +
-                         zaroruntime::sqlLiteral(group->name) + ")");
+    db.run("INSERT INTO manual_rule_order (rule_order, filter_id, filter_type) VALUES (" + std::to_string(++rank) +
+           ", " + std::to_string(group->id) + ", " + zaroruntime::sqlLiteral(group->name) + ")");
   }
-  statements.push_back(switchStatement("on"));
-  openSession()->runTogether(statements);
+  db.run(switchStatement("on"));
 }
 
 ExitCode setOrder(Output& out, const std::vector<std::string>& arguments) {
   const std::vector<const Group*> groups = parseGroups(arguments);
-  const auto db = connectToDatabase();
-  storeOrder(groups);
-
   Filters wanted;
   for (const Group* group : groups) {
     wanted.insert(wanted.end(), group->filters.begin(), group->filters.end());
   }
-  const Order order = readOrder(*db, true);
-  if (!order.manual || order.filters != wanted) {
-    throw RuntimeError("the rule order was written, but does not come back so");
-  }
+  inTransaction([&](StoreConnection& db) {
+    storeOrder(db, groups);
+    const Order order = readOrder(db, true);
+    if (!order.manual || order.filters != wanted) {
+      throw RuntimeError("the rule order was written, but does not come back so; nothing is changed");
+    }
+  });
   return printOrder(out, true);
 }
 
 ExitCode switchOff(Output& out) {
-  const auto db = connectToDatabase();
-  openSession()->run(switchStatement("off"));
-  if (readOrder(*db, false).manual) {
-    throw RuntimeError("manual ordering was switched off, but is still on");
-  }
+  inTransaction([&](StoreConnection& db) {
+    db.lockTable("manual_rule_order");
+    db.run(switchStatement("off"));
+    if (readOrder(db, false).manual) {
+      throw RuntimeError("manual ordering was switched off, but is still on; nothing is changed");
+    }
+  });
   out.record({{"manual", false}});
   return ExitCode::Found;
 }

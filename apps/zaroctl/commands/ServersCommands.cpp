@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <climits>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,7 +16,7 @@
 #include "commands/Commands.h"
 #include "console/Text.h"
 #include "console/UsageError.h"
-#include "store/Database.h"
+#include "store/Transaction.h"
 
 using zaroruntime::RuntimeError;
 
@@ -24,7 +25,7 @@ namespace {
 constexpr int kHighestPort = 65535;
 
 std::vector<PolicyServerInfo> listServers() {
-  connectToDatabase();
+  requireLibrary();
   std::vector<PolicyServerInfo> servers;
   const int code = ZaroPolicyServerInterface::getPolicyServerInfo(servers);
   if (code == ZaroErrC::MissingData) {
@@ -70,16 +71,29 @@ ExitCode printServers(Output& out) {
   return ExitCode::Found;
 }
 
+// The server of a number, locked.
+std::optional<PolicyServerInfo> lockServer(StoreConnection& db, int id) {
+  const auto rows = db.rows("SELECT scanner_id, ip_addr, agent_port FROM component WHERE type = 'P' AND scanner_id = " +
+                                std::to_string(id) + db.forUpdate(),
+                            {"scanner_id", "ip_addr", "agent_port"});
+  if (rows.empty()) {
+    return std::nullopt;
+  }
+  const auto& row = rows.front();
+  return PolicyServerInfo{std::stoi(row[0].value_or("0")), row[1].value_or(""), std::stoi(row[2].value_or("0"))};
+}
+
 ExitCode addServer(Output& out, const PolicyServerInfo& server) {
   refuseWhatIsNoAddress(server.ipAddr);
-  const std::vector<PolicyServerInfo> before = listServers();
-  if (const PolicyServerInfo* same = findServer(before, server.scannerId)) {
-    throw RuntimeError(nameOf(server.scannerId) + " is registered already, at " + same->ipAddr + " port " +
-                       std::to_string(same->agentPort) + "; remove it first");
-  }
-  openSession()->run("INSERT INTO component (scanner_id, type, ip_addr, agent_port) VALUES (" +
-                     std::to_string(server.scannerId) + ", 'P', " + zaroruntime::sqlLiteral(server.ipAddr) + ", " +
-                     std::to_string(server.agentPort) + ")");
+  inTransaction([&](StoreConnection& db) {
+    if (const auto same = lockServer(db, server.scannerId)) {
+      throw RuntimeError(nameOf(server.scannerId) + " is registered already, at " + same->ipAddr + " port " +
+                         std::to_string(same->agentPort) + "; remove it first");
+    }
+    db.run("INSERT INTO component (scanner_id, type, ip_addr, agent_port) VALUES (" + std::to_string(server.scannerId) +
+           ", 'P', " + zaroruntime::sqlLiteral(server.ipAddr) + ", " + std::to_string(server.agentPort) + ")");
+  });
+  // The library reads the list over a connection of its own.
   const std::vector<PolicyServerInfo> after = listServers();
   const PolicyServerInfo* added = findServer(after, server.scannerId);
   if (added == nullptr || !isSame(*added, server)) {
@@ -90,13 +104,15 @@ ExitCode addServer(Output& out, const PolicyServerInfo& server) {
 }
 
 ExitCode removeServer(Output& out, int id) {
-  const std::vector<PolicyServerInfo> before = listServers();
-  const PolicyServerInfo* removed = findServer(before, id);
-  if (removed == nullptr) {
+  const auto removed = inTransaction([&](StoreConnection& db) {
+    const auto server = lockServer(db, id);
+    db.run("DELETE FROM component WHERE type = 'P' AND scanner_id = " + std::to_string(id));
+    return server;
+  });
+  if (!removed) {
     diagnose("no " + nameOf(id));
     return ExitCode::NotFound;
   }
-  openSession()->run("DELETE FROM component WHERE type = 'P' AND scanner_id = " + std::to_string(id));
   if (findServer(listServers(), id) != nullptr) {
     throw RuntimeError(nameOf(id) + " was removed, but is still in the list");
   }

@@ -1,6 +1,8 @@
 // zaroctl admin: administrators are listed, added, assigned to groups and removed.
 #include <nlohmann/json.hpp>
 
+#include <thread>
+
 #include "programs/ProgramTest.h"
 
 namespace {
@@ -77,6 +79,51 @@ TEST_P(Admin, unassignTakesOutAllOrNothing) {
   expectRefused({"unassign", "sales-admin", "*@sales.example.test", "Headquarters"}, 75,
                 "\"sales-admin\" is not assigned to \"Headquarters\"; nothing is changed");
   EXPECT_EQ(value("SELECT count(*) FROM administrator_entity WHERE administrator_id = 3"), "3");
+}
+
+TEST_P(Admin, ofSeveralWhoAddOrChangeTheSameAtATimeEachIsTold) {
+  mustInit({"--sample"});
+  const std::vector<std::vector<std::string>> commands = {
+      {"admin", "add", "twin"},
+      {"entity", "add", "*@twin.test"},
+      {"servers", "add", "77", "192.0.2.77", "15505"},
+  };
+  for (const auto& command : commands) {
+    zarotest::ProgramResult results[3];
+    std::vector<std::thread> threads;
+    for (auto& result : results) {
+      threads.emplace_back([&] { result = run(command); });
+    }
+    for (std::thread& thread : threads) {
+      thread.join();
+    }
+    int done = 0;
+    for (const auto& result : results) {
+      done += result.status == 0 ? 1 : 0;
+      EXPECT_THAT(result.err, testing::AnyOf("", testing::HasSubstr(" already"))) << command.front();
+      EXPECT_THAT(result.err, testing::Not(testing::HasSubstr("SQL"))) << command.front();
+    }
+    EXPECT_EQ(done, 1) << command.front();
+  }
+}
+
+TEST_P(Admin, orderOfRulesIsOneOfThoseThatWereAcknowledged) {
+  mustInit({"--sample"});
+  std::vector<std::thread> threads;
+  zarotest::ProgramResult results[4];
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([&, i] {
+      results[i] =
+          i % 2 == 0 ? run({"rules", "set-order", "spam", "virus", "size"}) : run({"rules", "set-order", "size"});
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  for (const auto& result : results) {
+    EXPECT_EQ(result.status, 0) << result.err;
+  }
+  EXPECT_THAT(value("SELECT count(*) FROM manual_rule_order"), testing::AnyOf("1", "3"));
 }
 
 ZARO_ON_EVERY_DATABASE(Admin);
