@@ -3,21 +3,10 @@
 
 #include "NothrowAllocationFailure.h"
 #include "RdbmsInterface.h"
-#include "scripted/Platform.h"
+#include "scripted/Prelude.h"
 
 namespace {
 
-using scripted::error;
-using scripted::kNull;
-using scripted::LogLines;
-using scripted::OtherFailure;
-using scripted::platform;
-using scripted::PlatformTest;
-using scripted::Point;
-using scripted::Reply;
-using scripted::Row;
-using testing::ElementsAre;
-using testing::IsEmpty;
 using Members = std::vector<AddressGroup::AddressGroupMember>;
 
 Members members(const std::vector<std::string>& addresses) {

@@ -6,21 +6,10 @@
 
 #include "RdbmsInterface.h"
 #include "ZaroErrC.h"
-#include "scripted/Platform.h"
+#include "scripted/Prelude.h"
 
 namespace {
 
-using scripted::error;
-using scripted::kNull;
-using scripted::LogLines;
-using scripted::OtherFailure;
-using scripted::platform;
-using scripted::PlatformTest;
-using scripted::Point;
-using scripted::Reply;
-using scripted::Row;
-using testing::ElementsAre;
-using testing::IsEmpty;
 using ZARO::RdbmsInterface;
 
 constexpr unsigned int kBefore = 77;  // what the caller's variable holds

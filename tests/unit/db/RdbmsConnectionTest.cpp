@@ -7,17 +7,10 @@
 #include "NothrowAllocationFailure.h"
 #include "ProcessTest.h"
 #include "RdbmsInterface.h"
+#include "scripted/Prelude.h"
 
 namespace {
 
-using scripted::error;
-using scripted::LogLines;
-using scripted::OtherFailure;
-using scripted::platform;
-using scripted::PlatformTest;
-using scripted::Point;
-using testing::ElementsAre;
-using testing::IsEmpty;
 using ZARO::RdbmsInterface;
 
 using Texts = std::vector<std::string>;

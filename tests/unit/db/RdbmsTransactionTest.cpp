@@ -4,19 +4,10 @@
 #include <vector>
 
 #include "RdbmsInterface.h"
-#include "scripted/Platform.h"
+#include "scripted/Prelude.h"
 
 namespace {
 
-using scripted::error;
-using scripted::LogLines;
-using scripted::OtherFailure;
-using scripted::platform;
-using scripted::PlatformTest;
-using scripted::Point;
-using scripted::Reply;
-using testing::ElementsAre;
-using testing::IsEmpty;
 using ZARO::RdbmsInterface;
 
 constexpr const char* kStart = "ui_StartTransaction.sql";

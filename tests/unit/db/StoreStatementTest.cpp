@@ -5,19 +5,10 @@
 #include <stdexcept>
 #include <string>
 
-#include "scripted/Platform.h"
+#include "scripted/Prelude.h"
 
 namespace {
 
-using scripted::error;
-using scripted::LogLines;
-using scripted::OtherFailure;
-using scripted::platform;
-using scripted::PlatformTest;
-using scripted::Point;
-using scripted::Reply;
-using testing::ElementsAre;
-using testing::IsEmpty;
 using ZARO::EscapedText;
 using ZARO::RdbmsInterface;
 

@@ -5,17 +5,10 @@
 #include "NothrowAllocationFailure.h"
 #include "ProcessTest.h"
 #include "TurkishLocales.h"
+#include "scripted/Prelude.h"
 
 namespace {
 
-using scripted::error;
-using scripted::LogLines;
-using scripted::platform;
-using scripted::PlatformTest;
-using scripted::trace;
-using scripted::warning;
-using testing::ElementsAre;
-using testing::IsEmpty;
 using zarotest::entity;
 using zarotest::EntitySet;
 using zarotest::shownAll;

@@ -1,20 +1,9 @@
 // The entities of an administrator, and who is the root.
 #include "EntityTest.h"
+#include "scripted/Prelude.h"
 
 namespace {
 
-using scripted::error;
-using scripted::kNull;
-using scripted::LogLines;
-using scripted::OtherFailure;
-using scripted::platform;
-using scripted::Point;
-using scripted::Reply;
-using scripted::Row;
-using scripted::trace;
-using scripted::Value;
-using testing::ElementsAre;
-using testing::IsEmpty;
 using zarotest::entity;
 using zarotest::EntitySet;
 using zarotest::shownAll;

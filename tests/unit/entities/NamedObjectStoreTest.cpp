@@ -1,19 +1,10 @@
 // The store of named objects: statements, codes and messages of each operation.
 #include "EntityTest.h"
 #include "ZaroNamedObj.h"
+#include "scripted/Prelude.h"
 
 namespace {
 
-using scripted::error;
-using scripted::kNull;
-using scripted::LogLines;
-using scripted::OtherFailure;
-using scripted::platform;
-using scripted::Point;
-using scripted::Reply;
-using scripted::Row;
-using testing::ElementsAre;
-using testing::IsEmpty;
 using zarotest::entity;
 
 constexpr auto kKind = static_cast<ZaroNamedObj::NaObjType>(9);

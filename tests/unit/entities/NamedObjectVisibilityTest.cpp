@@ -1,21 +1,10 @@
 // Which objects an administrator sees, edits and deletes.
 #include "EntityTest.h"
 #include "ZaroNamedObj.h"
+#include "scripted/Prelude.h"
 
 namespace {
 
-using scripted::error;
-using scripted::kNull;
-using scripted::LogLines;
-using scripted::OtherFailure;
-using scripted::platform;
-using scripted::PlatformTest;
-using scripted::Point;
-using scripted::Reply;
-using scripted::Row;
-using scripted::trace;
-using testing::ElementsAre;
-using testing::IsEmpty;
 using zarotest::entity;
 using zarotest::EntitySet;
 using Summaries = std::vector<SummaryNamedObject>;

@@ -1,19 +1,10 @@
 // Quarantine areas: which are shown, which may be edited, and the reserved one.
 #include "EntityTest.h"
 #include "ZaroNamedObj.h"
+#include "scripted/Prelude.h"
 
 namespace {
 
-using scripted::error;
-using scripted::kNull;
-using scripted::LogLines;
-using scripted::OtherFailure;
-using scripted::platform;
-using scripted::Point;
-using scripted::Reply;
-using scripted::Row;
-using testing::ElementsAre;
-using testing::IsEmpty;
 using zarotest::entity;
 
 constexpr const char* kByType = "ui_GetNamedObjByType.sql [3]";

@@ -8,12 +8,10 @@
 #include "EntityTest.h"
 #include "SlowMatcher.h"
 #include "ZaroNamedObj.h"
+#include "scripted/Prelude.h"
 
 namespace {
 
-using scripted::platform;
-using scripted::Reply;
-using scripted::Row;
 using zarotest::entity;
 
 constexpr auto kKind = static_cast<ZaroNamedObj::NaObjType>(9);

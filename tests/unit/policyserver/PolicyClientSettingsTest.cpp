@@ -3,18 +3,10 @@
 #include <vector>
 
 #include "ZaroPolicyServerInterface.h"
-#include "scripted/Platform.h"
+#include "scripted/Prelude.h"
 
 namespace {
 
-using scripted::error;
-using scripted::LogLines;
-using scripted::OtherFailure;
-using scripted::platform;
-using scripted::Point;
-using scripted::trace;
-using testing::ElementsAre;
-using testing::IsEmpty;
 using Interface = ZaroPolicyServerInterface;
 
 // A client's settings, at first as the caller of the tests has them.

@@ -5,21 +5,9 @@
 #include "ProcessTest.h"
 #include "ZaroPolicyServerInterface.h"
 #include "db/InstallationTest.h"
-#include "scripted/Platform.h"
+#include "scripted/Prelude.h"
 
 namespace {
-
-using scripted::error;
-using scripted::kNull;
-using scripted::LogLines;
-using scripted::OtherFailure;
-using scripted::platform;
-using scripted::PlatformTest;
-using scripted::Point;
-using scripted::Reply;
-using scripted::Row;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr const char* kStatement = "ui_GetComponentInfo.sql [P]";
 

@@ -4,20 +4,10 @@
 #include <vector>
 
 #include "ZaroPolicyServerInterface.h"
-#include "scripted/Platform.h"
+#include "scripted/Prelude.h"
 
 namespace {
 
-using scripted::error;
-using scripted::LogLines;
-using scripted::OtherFailure;
-using scripted::platform;
-using scripted::PlatformTest;
-using scripted::Point;
-using scripted::SettingWrite;
-using scripted::trace;
-using testing::ElementsAre;
-using testing::IsEmpty;
 using Interface = ZaroPolicyServerInterface;
 
 constexpr const char* kSection = "policy_server";

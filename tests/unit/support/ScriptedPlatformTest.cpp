@@ -12,18 +12,9 @@
 #include "KxSqlLoader.h"
 #include "NothrowAllocationFailure.h"
 #include "SettingsText.h"
-#include "scripted/Platform.h"
+#include "scripted/Prelude.h"
 
 namespace {
-
-using scripted::kNull;
-using scripted::OtherFailure;
-using scripted::platform;
-using scripted::PlatformTest;
-using scripted::Point;
-using scripted::Reply;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 class ScriptedPlatform : public PlatformTest {
  protected:

@@ -6,14 +6,9 @@
 #include <vector>
 
 #include "ZaroAction.h"
-#include "scripted/Platform.h"
+#include "scripted/Prelude.h"
 
-using scripted::error;
-using scripted::LogLines;
-using scripted::platform;
-using scripted::Point;
 using testing::Contains;
-using testing::ElementsAre;
 using testing::Not;
 
 namespace {

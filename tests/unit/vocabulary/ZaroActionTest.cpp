@@ -12,11 +12,8 @@
 #include <utility>
 #include <vector>
 
-#include "scripted/Platform.h"
+#include "scripted/Prelude.h"
 
-using scripted::error;
-using scripted::LogLines;
-using testing::ElementsAre;
 
 namespace {
 
