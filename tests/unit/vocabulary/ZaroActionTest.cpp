@@ -14,7 +14,6 @@
 
 #include "scripted/Prelude.h"
 
-
 namespace {
 
 static_assert(std::is_same_v<std::underlying_type_t<ZaroAction::ActionType>, int>, "holds every stored number");
