@@ -300,7 +300,8 @@ bool copiesThroughClient(std::string_view statement) {
   Words words(clauses);
   std::string last;
   for (std::string word = words.next(); !word.empty(); last = std::exchange(word, words.next())) {
-    if ((last == "FROM" && word == "STDIN") || (last == "TO" && word == "STDOUT")) {
+    // PostgreSQL takes either word in either direction.
+    if ((last == "FROM" || last == "TO") && (word == "STDIN" || word == "STDOUT")) {
       return true;
     }
   }

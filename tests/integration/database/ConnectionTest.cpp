@@ -316,7 +316,8 @@ TEST_P(Connection, diagnosticsOutlastTheQuestionWhetherTheTransactionIsOpen) {
 
 TEST_P(Connection, copyThroughTheClientIsRefused) {
   for (const char* statement :
-       {"COPY administrator TO STDOUT", "copy administrator from stdin", "COPY (SELECT 1) TO STDOUT"}) {
+       {"COPY administrator TO STDOUT", "copy administrator from stdin", "COPY (SELECT 1) TO STDOUT",
+        "COPY administrator TO STDIN", "COPY administrator FROM STDOUT"}) {
     EXPECT_THAT(thrown(statement), HasSubstr("COPY from STDIN and to STDOUT are not supported")) << statement;
   }
 }

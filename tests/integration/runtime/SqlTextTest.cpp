@@ -149,6 +149,8 @@ const YesNoCase kCopyCases[] = {
     {"copy t (a, b) from stdin", true},
     {"COPY \"t\" FROM STDIN WITH (FORMAT csv)", true},
     {"COPY (SELECT ')' FROM t) TO STDOUT", true},
+    {"COPY t TO STDIN", true},
+    {"COPY t FROM STDOUT", true},
     {"COPY t TO '/tmp/STDOUT'", false},
     {"COPY t FROM 'STDIN'", false},
     {"COPY (SELECT * FROM stdin) TO '/tmp/x'", false},
