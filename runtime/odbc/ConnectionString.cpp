@@ -225,7 +225,7 @@ std::string sessionSettings(const DataSource& source) {
     for (const auto& option : source.options) {
       if (std::any_of(std::begin(kSessionSettings), std::end(kSessionSettings),
                       [&](const char* key) { return equalsIgnoringCase(option.first, key); })) {
-        return option.second + ';';
+        return option.second + "\n;";  // it may end in a comment
       }
     }
   }

@@ -58,6 +58,7 @@ void KxDbConnect::Impl::reconnect(bool withTrials) {
   m_result = Result::None;
   m_transaction.rolledBack();  // whatever the old connection had open
   m_sessionTouched = false;
+  m_handleGiven = false;
   if (!m_refusal.empty()) {
     throw RuntimeError(m_refusal);
   }
@@ -162,6 +163,11 @@ const char* KxDbConnect::Impl::text(const char* column) {
   return value ? value->c_str() : nullptr;
 }
 
+void* KxDbConnect::Impl::giveHandle() {
+  m_handleGiven = odbc.isConnected();
+  return odbc.statement();
+}
+
 void KxDbConnect::Impl::checkOut() {
   if (odbc.isConnected()) {
     try {
@@ -184,7 +190,7 @@ void KxDbConnect::Impl::checkIn() {
     _endTransaction();
   }
   m_transaction.rolledBack();
-  if (m_sessionTouched && !odbc.canResetSession()) {
+  if (m_handleGiven || (m_sessionTouched && !odbc.canResetSession())) {
     odbc.disconnect();
   }
 }
@@ -347,7 +353,7 @@ int KxDbConnect::getColValInt(const char* column) {
 }
 
 void* KxDbConnect::getStmtHandle() {
-  return m_impl->odbc.statement();
+  return m_impl->giveHandle();
 }
 
 int KxDbConnect::getError(short handleType, void* handle, char* buffer, int bufferSize) {

@@ -30,9 +30,12 @@ struct KxDbConnect::Impl {
   // Text of a column of the current row; null for NULL, without a row, and, logged, for a column that the result lacks.
   const char* text(const char* column);
 
+  // The statement's handle. What is done through it goes unseen: transactions, settings, attributes of the handle itself.
+  void* giveHandle();
+
   // Makes an idle connection fit for its next user: resets its session, and reconnects with trials when it is dead.
   void checkOut();
-  // Ends what the last user left open: result and transaction.
+  // Ends what the last user left open: result and transaction. Closes a connection that no reset makes as new.
   void checkIn();
 
   zaroruntime::OdbcConnection odbc;
@@ -59,4 +62,5 @@ struct KxDbConnect::Impl {
   Result m_result = Result::None;
   zaroruntime::TransactionState m_transaction;
   bool m_sessionTouched = false;  // a statement may have left something in the session since it was reset
+  bool m_handleGiven = false;     // so that anything may have been done to the connection
 };

@@ -1,5 +1,7 @@
 // The connection pool, on each database.
 #include <gmock/gmock.h>
+#include <sql.h>
+#include <sqlext.h>
 
 #include <filesystem>
 #include <future>
@@ -215,6 +217,26 @@ TEST_P(Pool, nothingOfASessionReachesItsNextUser) {
   }
 }
 
+TEST_P(Pool, whatWasDoneThroughTheStatementHandleEndsWithTheLoan) {
+  home().sql("CREATE TABLE t(a INTEGER)");
+  open(1);
+  KxDbConnect* connection = m_pool.getConnect();
+  for (const char* text : {"BEGIN", "INSERT INTO t VALUES(1)"}) {
+    std::string statement = text;
+    ASSERT_TRUE(SQL_SUCCEEDED(
+        SQLExecDirect(connection->getStmtHandle(), reinterpret_cast<SQLCHAR*>(statement.data()), SQL_NTS)));
+  }
+  SQLSetStmtAttr(connection->getStmtHandle(), SQL_ATTR_MAX_ROWS, reinterpret_cast<SQLPOINTER>(1), 0);
+  m_pool.returnConnect(connection);
+  connection = m_pool.getConnect();
+  execute(connection, "INSERT INTO t VALUES(2)");
+  EXPECT_EQ(home().value("SELECT min(a) FROM t"), "2");
+  SQLULEN rows = 1;
+  SQLGetStmtAttr(connection->getStmtHandle(), SQL_ATTR_MAX_ROWS, &rows, 0, nullptr);
+  EXPECT_EQ(rows, 0u);
+  m_pool.returnConnect(connection);
+}
+
 TEST_P(Pool, rebuildingWorksWithConnectionsOnLoan) {
   open(2);
   // Sessions of the server tell connections apart; the embedded database has none.
@@ -365,6 +387,22 @@ TEST_P(PostgresqlPool, whatTheDataSourceHasSetOutlastsTheReset) {
     const std::string now = first(connection, "SELECT pg_backend_pid() AS \"v\"");
     EXPECT_TRUE(session.empty() || now == session) << "it is the same connection, reset";
     session = now;
+    m_pool.returnConnect(connection);
+  }
+}
+
+TEST_P(PostgresqlPool, commentInTheDataSourceDoesNotHideOurOwnSettings) {
+  const std::string path = home().directory().path("config/odbc.ini");
+  zaroruntime::IniFile ini(path);
+  ini.set("zaro", "ConnSettings", "SET work_mem='5MB' -- for the reports");
+  ini.write(path, 0644);
+  home().sql("ALTER ROLE " + home().settings().user + " IN DATABASE " + home().settings().database +
+             " SET standard_conforming_strings=off");
+  open(1);
+  for (int loan = 0; loan < 2; ++loan) {
+    KxDbConnect* connection = m_pool.getConnect();
+    EXPECT_EQ(first(connection, "SELECT current_setting('standard_conforming_strings') AS \"v\""), "on") << loan;
+    EXPECT_EQ(first(connection, "SELECT current_setting('work_mem') AS \"v\""), "5MB") << loan;
     m_pool.returnConnect(connection);
   }
 }
