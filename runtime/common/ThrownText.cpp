@@ -14,6 +14,7 @@ struct Ring {
   std::array<std::string, 8> texts;
   std::size_t last = 0;
   FailureKind kind = FailureKind::None;  // of the last
+  unsigned long count = 0;  // of all texts kept so far
 };
 
 Ring& ring() {
@@ -26,6 +27,7 @@ Ring& ring() {
 void keepFailure(const std::string& text, FailureKind kind) {
   Ring& texts = ring();
   texts.kind = kind;
+  ++texts.count;
   texts.last = (texts.last + 1) % texts.texts.size();
   try {
     texts.texts[texts.last] = text;
@@ -54,6 +56,10 @@ FailureKind lastFailureKind() {
 
 void forgetFailures() {
   ring().kind = FailureKind::None;
+}
+
+unsigned long failureCount() {
+  return ring().count;
 }
 
 }  // namespace zaroruntime

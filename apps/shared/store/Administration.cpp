@@ -64,22 +64,24 @@ void refuseWrongName(const char* argument, const std::string& text) {
 unsigned int adminIdOf(const std::string& name) {
   StoreConnection db;
   unsigned int id = 0;
-  switch (miscUtils::getAdminId(db.library(), name.c_str(), id)) {
+  const std::string failure = "cannot look up " + quoted(name);
+  switch (answerOf(failure, [&] { return miscUtils::getAdminId(db.library(), name.c_str(), id); })) {
     case ZaroErrC::Success:
       return id;
     case ZaroErrC::MissingData:
       throw NotThere("no administrator named " + quoted(name));
     default:
-      throw RuntimeError("cannot look up " + quoted(name) + ": " + databaseFailure());
+      throw RuntimeError(failure + ": " + databaseFailure());
   }
 }
 
 std::vector<GroupEntity> entitiesOf(unsigned int adminId) {
   StoreConnection db;
   std::vector<GroupEntity> entities;
-  const int code = EntityUtils::getEntity(db.library(), adminId, entities);
+  const std::string failure = "cannot read the managing groups of an administrator";
+  const int code = answerOf(failure, [&] { return EntityUtils::getEntity(db.library(), adminId, entities); });
   if (code != ZaroErrC::Success && (code != ZaroErrC::MissingData || !entities.empty())) {
-    throw RuntimeError("cannot read the managing groups of an administrator: " + databaseFailure());
+    throw RuntimeError(failure + ": " + databaseFailure());
   }
   return entities;
 }
@@ -110,8 +112,10 @@ EntitySet entitiesOfType(GroupEntity::EntityType type) {
 
 EntitySet entitiesOfType(StoreConnection& db, GroupEntity::EntityType type) {
   EntitySet entities;
-  if (EntityUtils::_getAllEntitiesOfSameType(db.library(), type, entities) != ZaroErrC::Success) {
-    throw DatabaseError::because("cannot read the managing groups");
+  const std::string failure = "cannot read the managing groups";
+  if (answerOf(failure, [&] { return EntityUtils::_getAllEntitiesOfSameType(db.library(), type, entities); }) !=
+      ZaroErrC::Success) {
+    throw DatabaseError::because(failure);
   }
   return entities;
 }

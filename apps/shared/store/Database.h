@@ -12,6 +12,7 @@
 
 #include "RdbmsInterface.h"
 #include "ZaroRuntime/DataSource.h"
+#include "ZaroRuntime/LastFailure.h"
 #include "ZaroRuntime/RuntimeError.h"
 #include "ZaroRuntime/SqlSession.h"
 
@@ -72,3 +73,26 @@ class StoreConnection {
   Ready m_ready;  // before the first object of the library
   ZARO::RdbmsInterface m_library;
 };
+
+// Has the library answer a question. It answers "no" and "nothing" also when it could not find out, so a failure of the
+// platform meanwhile is a DatabaseError: `failure`, such as "cannot list the objects", and the reason.
+template <typename Question>
+auto answerOf(const std::string& failure, Question question) -> decltype(question()) {
+  const unsigned long before = zaroruntime::failureCount();
+  auto answer = question();
+  if (zaroruntime::failureCount() != before) {
+    throw DatabaseError::because(failure);
+  }
+  return answer;
+}
+
+// Looks at what a change has come to. A failure of that is a RuntimeError that begins with `done`, such as "the policy
+// server was added": the change is there all the same.
+template <typename Look>
+auto afterChange(const std::string& done, Look look) -> decltype(look()) {
+  try {
+    return look();
+  } catch (const zaroruntime::RuntimeError& failure) {
+    throw zaroruntime::RuntimeError(done + ", but cannot be read back: " + failure.what());
+  }
+}

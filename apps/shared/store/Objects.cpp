@@ -114,8 +114,9 @@ std::string numberOf(ZaroNamedObj::NaObjType type) {
 std::vector<SummaryNamedObject> visibleObjects(ZARO::RdbmsInterface& library, const Viewer& viewer,
                                                ZaroNamedObj::NaObjType type) {
   std::vector<SummaryNamedObject> objects;
-  if (!ZaroNamedObj::getIds(library, viewer.id, type, objects)) {
-    throw DatabaseError::because("cannot list the objects of " + quoted(viewer.name));
+  const std::string failure = "cannot list the objects of " + quoted(viewer.name);
+  if (!answerOf(failure, [&] { return ZaroNamedObj::getIds(library, viewer.id, type, objects); })) {
+    throw DatabaseError::because(failure);
   }
   return objects;
 }
@@ -303,7 +304,9 @@ std::vector<ObjectText> textsOf(const std::vector<unsigned int>& ids) {
 Viewer findViewer(const std::string& adminName) {
   const unsigned int id = adminIdOf(adminName);
   StoreConnection db;
-  Viewer viewer = {adminName, id, EntityUtils::isAdminRoot(db.library(), id), entitiesOf(id)};
+  const bool isRoot = answerOf("cannot tell whether " + quoted(adminName) + " is the administration root",
+                               [&] { return EntityUtils::isAdminRoot(db.library(), id); });
+  Viewer viewer = {adminName, id, isRoot, entitiesOf(id)};
   if (!viewer.isRoot && viewer.entities.empty()) {
     throw NotThere(quoted(adminName) + " is assigned to no managing group, and sees no object");
   }
@@ -317,7 +320,8 @@ std::vector<SummaryNamedObject> visibleObjects(const Viewer& viewer, ZaroNamedOb
 
 bool isModifiable(const Viewer& viewer, unsigned int id) {
   StoreConnection db;
-  return ZaroNamedObj::isEditable(db.library(), viewer.id, id);
+  return answerOf("cannot tell whether " + quoted(viewer.name) + " may edit object " + std::to_string(id),
+                  [&] { return ZaroNamedObj::isEditable(db.library(), viewer.id, id); });
 }
 
 void throwNotSeen(const Viewer& viewer, unsigned int id) {

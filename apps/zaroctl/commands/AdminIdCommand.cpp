@@ -14,7 +14,8 @@ namespace {
 ExitCode printAdminId(Output& out, const std::string& name) {
   const auto db = connectToDatabase();
   unsigned int id = 0;
-  switch (miscUtils::getAdminId(*db, name.c_str(), id)) {
+  const std::string failure = "cannot look up " + quoted(name);
+  switch (answerOf(failure, [&] { return miscUtils::getAdminId(*db, name.c_str(), id); })) {
     case ZaroErrC::Success:
       out.value("id", {{"name", name}, {"id", id}});
       return ExitCode::Found;
@@ -22,7 +23,7 @@ ExitCode printAdminId(Output& out, const std::string& name) {
       diagnose("no administrator named " + quoted(name));
       return ExitCode::NotFound;
     default:
-      throw zaroruntime::RuntimeError("cannot look up " + quoted(name) + ": " + databaseFailure());
+      throw zaroruntime::RuntimeError(failure + ": " + databaseFailure());
   }
 }
 

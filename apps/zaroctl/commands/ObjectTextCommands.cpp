@@ -67,8 +67,9 @@ ExitCode listQuarantineAreas(Output& out, const std::string& admin) {
   const Viewer viewer = findViewer(admin);
   StoreConnection db;
   std::vector<QuarantineData> areas;
-  if (!ZaroNamedObj::getEditableQuanantineData(db.library(), viewer.id, areas)) {
-    throw RuntimeError("cannot list the quarantine areas of " + quoted(admin) + ": " + databaseFailure());
+  const std::string failure = "cannot list the quarantine areas of " + quoted(admin);
+  if (!answerOf(failure, [&] { return ZaroNamedObj::getEditableQuanantineData(db.library(), viewer.id, areas); })) {
+    throw RuntimeError(failure + ": " + databaseFailure());
   }
   Json rows = Json::array();
   for (const QuarantineData& area : areas) {

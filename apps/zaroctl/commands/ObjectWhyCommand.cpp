@@ -39,7 +39,7 @@ class Explanation {
       _inUse();
     }
     _compare();
-    m_directlyEditable = ZaroNamedObj::isEditable(m_db, m_viewer.id, m_object.id);
+    m_directlyEditable = isModifiable(m_viewer, m_object.id);
   }
 
   Json rows() const {
@@ -134,7 +134,10 @@ class Explanation {
     _add("ldap", nullptr, _gone(before));
   }
 
-  void _inUse() { m_deletable = _editable() && ZaroNamedObj::_isDeletability(m_db, m_object.id); }
+  void _inUse() {
+    m_deletable = _editable() && answerOf("cannot tell whether a rule uses the object",
+                                          [&] { return ZaroNamedObj::_isDeletability(m_db, m_object.id); });
+  }
 
   // The steps must come to what the whole comes to.
   void _compare() const {

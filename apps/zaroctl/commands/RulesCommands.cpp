@@ -34,7 +34,9 @@ struct Order {
 
 Order readOrder(StoreConnection& db, bool verify) {
   Order order{};
-  const int code = miscUtils::getUserDefinedRuleOrder(db.library(), order.manual, order.filters, verify);
+  const int code = answerOf("cannot read the rule order", [&] {
+    return miscUtils::getUserDefinedRuleOrder(db.library(), order.manual, order.filters, verify);
+  });
   if (code == ZaroErrC::MissingData) {
     throw RuntimeError(
         "cannot read the rule order (code 1002): [email-scan] manualRuleOrder is missing, or a group has no number");

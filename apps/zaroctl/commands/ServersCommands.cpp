@@ -27,7 +27,8 @@ constexpr int kHighestPort = 65535;
 std::vector<PolicyServerInfo> listServers() {
   requireLibrary();
   std::vector<PolicyServerInfo> servers;
-  const int code = ZaroPolicyServerInterface::getPolicyServerInfo(servers);
+  const int code = answerOf("cannot list the policy servers",
+                            [&] { return ZaroPolicyServerInterface::getPolicyServerInfo(servers); });
   if (code == ZaroErrC::MissingData) {
     throw RuntimeError("cannot list the policy servers (code 1002): a column of one is NULL");
   }
@@ -94,7 +95,7 @@ ExitCode addServer(Output& out, const PolicyServerInfo& server) {
            ", 'P', " + zaroruntime::sqlLiteral(server.ipAddr) + ", " + std::to_string(server.agentPort) + ")");
   });
   // The library reads the list over a connection of its own.
-  const std::vector<PolicyServerInfo> after = listServers();
+  const std::vector<PolicyServerInfo> after = afterChange(nameOf(server.scannerId) + " was added", listServers);
   const PolicyServerInfo* added = findServer(after, server.scannerId);
   if (added == nullptr || !isSame(*added, server)) {
     throw RuntimeError(nameOf(server.scannerId) + " was written, but does not come back from the list so");
@@ -113,7 +114,7 @@ ExitCode removeServer(Output& out, int id) {
     diagnose("no " + nameOf(id));
     return ExitCode::NotFound;
   }
-  if (findServer(listServers(), id) != nullptr) {
+  if (findServer(afterChange(nameOf(id) + " was removed", listServers), id) != nullptr) {
     throw RuntimeError(nameOf(id) + " was removed, but is still in the list");
   }
   out.record(recordOf(*removed));

@@ -15,4 +15,8 @@ FailureKind lastFailureKind();
 // From now on the platform has not failed on this thread. Texts that it threw before stay readable.
 void forgetFailures();
 
+// How many times the platform has failed so on this thread. It only grows: while it stands still, nothing that the
+// library answers stems from a failure of the platform.
+unsigned long failureCount();
+
 }  // namespace zaroruntime

@@ -22,6 +22,7 @@ using zaroruntime::SqlSession;
 namespace {
 
 constexpr int kConnectTimeOut = 30;  // seconds
+constexpr const char* kDatabaseFile = "data/zaro.db";
 
 std::string freshDatabaseName() {
   static std::atomic<int> count{0};
@@ -35,7 +36,22 @@ ServerDatabase::ServerDatabase() : m_server(*postgresqlServer()), m_name(freshDa
 }
 
 ServerDatabase::~ServerDatabase() {
-  _session(m_server.database)->run("DROP DATABASE " + m_name + " WITH (FORCE)");
+  const auto session = _session(m_server.database);
+  session->run("DROP DATABASE IF EXISTS " + m_name + " WITH (FORCE)");
+  if (!m_saved.empty()) {
+    session->run("DROP DATABASE " + m_saved);
+  }
+}
+
+void ServerDatabase::save() {
+  m_saved = m_name + "_saved";
+  _session(m_server.database)->run("CREATE DATABASE " + m_saved + " TEMPLATE " + m_name);
+}
+
+void ServerDatabase::restore() const {
+  const auto session = _session(m_server.database);
+  session->run("DROP DATABASE " + m_name + " WITH (FORCE)");
+  session->run("CREATE DATABASE " + m_name + " TEMPLATE " + m_saved);
 }
 
 std::unique_ptr<SqlSession> ServerDatabase::_session(const std::string& database) const {
@@ -104,8 +120,27 @@ std::unique_ptr<SqlSession> ProgramTest::session() const {
     return m_database->session();
   }
   const DataSource source{"test", "libsqlite3odbc.so", Dialect::SQLite, {}};
-  return std::make_unique<SqlSession>(source, zaroruntime::DatabaseSettings{"test", "", "", "data/zaro.db"},
+  return std::make_unique<SqlSession>(source, zaroruntime::DatabaseSettings{"test", "", "", kDatabaseFile},
                                       Installation(home()), kConnectTimeOut);
+}
+
+void ProgramTest::saveDatabase() {
+  if (m_database) {
+    m_database->save();
+  } else {
+    m_savedFile = readFile(homeFile(kDatabaseFile));
+  }
+}
+
+void ProgramTest::restoreDatabase() const {
+  if (m_database) {
+    m_database->restore();
+    return;
+  }
+  for (const char* beside : {"-wal", "-shm"}) {
+    fs::remove(homeFile(kDatabaseFile) + beside);
+  }
+  writeFile(kDatabaseFile, m_savedFile);
 }
 
 std::map<std::string, std::string> ProgramTest::rowCounts() const {

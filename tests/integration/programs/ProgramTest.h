@@ -29,11 +29,16 @@ class ServerDatabase {
   const PostgresqlServer& server() const { return m_server; }
   std::unique_ptr<zaroruntime::SqlSession> session() const { return _session(m_name); }
 
+  // Keeps a copy; and makes the database that copy again, closing every connection to it.
+  void save();
+  void restore() const;
+
  private:
   std::unique_ptr<zaroruntime::SqlSession> _session(const std::string& database) const;
 
   PostgresqlServer m_server;
   std::string m_name;
+  std::string m_saved;  // name of the copy; empty without one
 };
 
 class ProgramTest : public testing::TestWithParam<Dialect> {
@@ -56,6 +61,9 @@ class ProgramTest : public testing::TestWithParam<Dialect> {
   // A connection to the installation's database.
   std::unique_ptr<zaroruntime::SqlSession> session() const;
   std::string value(const std::string& query) const { return session()->value(query).value_or("NULL"); }
+  // Keeps a copy of the database; and makes the database that copy again. No program runs meanwhile.
+  void saveDatabase();
+  void restoreDatabase() const;
   // How many rows each table of the database has.
   std::map<std::string, std::string> rowCounts() const;
 
@@ -66,6 +74,7 @@ class ProgramTest : public testing::TestWithParam<Dialect> {
  private:
   TemporaryDirectory m_directory;
   std::unique_ptr<ServerDatabase> m_database;
+  std::string m_savedFile;  // content of the embedded database
 };
 
 // Names, permissions, owners and contents of everything below a directory.

@@ -1,0 +1,322 @@
+// What every command does on an installation that lacks something: what it does on a whole one, or a failure that says
+// what is wrong. No command takes a failed look-up for a "no" or for nothing.
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "programs/ProgramTest.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ContainsRegex;
+using testing::HasSubstr;
+using zarotest::linesOf;
+using zarotest::ProgramResult;
+using zarotest::zaroctl;
+
+struct CommandRow {
+  // In arguments, "{Board}" is the identifier of the object of that name, and "{home}" the installation.
+  std::vector<std::string> words;
+  std::vector<std::string> arguments;
+  std::string input;
+};
+
+// Every command, so that each reaches all it asks the library for.
+const std::vector<CommandRow> kCommands = {
+    {{"init"}, {"{home}.second"}, ""},
+    {{"check"}, {}, ""},
+    {{"password"}, {}, "secret\n"},
+    {{"admin", "id"}, {"postmaster"}, ""},
+    {{"admin", "list"}, {}, ""},
+    {{"admin", "add"}, {"helpdesk"}, ""},
+    {{"admin", "remove"}, {"auditor"}, ""},
+    {{"admin", "assign"}, {"auditor", "*@example.test"}, ""},
+    {{"admin", "unassign"}, {"postmaster", "*@example.test"}, ""},
+    {{"entity", "list"}, {}, ""},
+    {{"entity", "show"}, {"*@example.test"}, ""},
+    {{"entity", "add"}, {"*@new.example.test"}, ""},
+    {{"entity", "remove"}, {"*@*.example.test"}, ""},
+    {{"entity", "relatives"}, {"*@sales.example.test"}, ""},
+    {{"entity", "contains"}, {"*@*.example.test", "user@mail.example.test"}, ""},
+    {{"entity", "tree"}, {}, ""},
+    {{"action", "list"}, {}, ""},
+    {{"action", "show"}, {"11000000000000000"}, ""},
+    {{"filter", "list"}, {}, ""},
+    {{"blob", "read"}, {}, ""},
+    {{"blob", "write"}, {"name=value"}, ""},
+    {{"base64", "encode"}, {}, "text"},
+    {{"base64", "decode"}, {}, "dGV4dA=="},
+    {{"object", "list"}, {"--as", "admin"}, ""},
+    {{"object", "list"}, {"--as", "postmaster"}, ""},
+    {{"object", "list"}, {"--as", "auditor"}, ""},
+    {{"object", "show"}, {"--as", "postmaster", "{Company quarantine}"}, ""},
+    {{"object", "show"}, {"--as", "sales-admin", "{Sales quarantine}"}, ""},
+    {{"object", "add"}, {"--as", "postmaster", "--type", "quarantine", "--content", "days=1", "New"}, ""},
+    {{"object", "modify"}, {"--as", "sales-admin", "{Sales quarantine}", "--name", "Renamed"}, ""},
+    {{"object", "modify"}, {"--as", "admin", "{Sales quarantine}", "--content", "days=8"}, ""},
+    {{"object", "modify"}, {"--as", "sales-admin", "{Company quarantine}", "--name", "Renamed"}, ""},
+    {{"object", "remove"}, {"--as", "sales-admin", "{Sales quarantine}"}, ""},
+    {{"object", "remove"}, {"--as", "admin", "{Sales quarantine}"}, ""},
+    {{"object", "remove"}, {"--as", "admin", "{Company quarantine}"}, ""},
+    {{"object", "remove"}, {"--as", "sales-admin", "{Customer quarantine}"}, ""},
+    {{"object", "why"}, {"--as", "admin", "{Sales quarantine}"}, ""},
+    {{"object", "why"}, {"--as", "postmaster", "{Partners}"}, ""},
+    {{"object", "policy-text"}, {}, ""},
+    {{"quarantine", "list"}, {"--as", "admin"}, ""},
+    {{"quarantine", "list"}, {"--as", "sales-admin"}, ""},
+    {{"group", "list"}, {}, ""},
+    {{"group", "show"}, {"Board"}, ""},
+    {{"group", "add"}, {"--as", "postmaster", "Friends", "friend@example.test"}, ""},
+    {{"group", "modify"}, {"Board", "--add", "new@example.test"}, ""},
+    {{"group", "remove"}, {"Board"}, ""},
+    {{"group", "import"}, {"Board", "-"}, "new@example.test\n"},
+    {{"group", "export"}, {"Board"}, ""},
+    {{"match"}, {"--tree", "group:Board", "chair@example.test"}, ""},
+    {{"lint"}, {"group:Board"}, ""},
+    {{"settings", "server"}, {}, ""},
+    {{"settings", "client"}, {}, ""},
+    {{"settings", "set"}, {"threads=8"}, ""},
+    {{"servers", "list"}, {}, ""},
+    {{"servers", "add"}, {"9", "192.0.2.9", "15505"}, ""},
+    {{"servers", "remove"}, {"1"}, ""},
+    {{"rules", "order"}, {"--verify"}, ""},
+    {{"rules", "set-order"}, {"virus", "spam"}, ""},
+    {{"rules", "set-order"}, {"--off"}, ""},
+};
+
+// Files that changes of more than one step still read between the steps.
+const std::set<std::string> kReadBetweenSteps = {"ui_AddEntityNamedObj.sql", "ui_GetMemberAddressByAGId.sql"};
+
+// The commands that help tells of, down to the last word.
+void addCommands(std::vector<std::string> words, std::set<std::vector<std::string>>& commands) {
+  std::vector<std::string> arguments = words;
+  arguments.emplace_back("--help");
+  bool listed = false;
+  bool isGroup = false;
+  for (const std::string& line : linesOf(zaroctl(arguments).out)) {
+    listed = listed ? !line.empty() : line == "Subcommands:";
+    std::istringstream text(line);
+    std::string word;
+    if (listed && line != "Subcommands:" && text >> word) {
+      isGroup = true;
+      words.push_back(word);
+      addCommands(words, commands);
+      words.pop_back();
+    }
+  }
+  if (!isGroup) {
+    commands.insert(words);
+  }
+}
+
+TEST(EveryCommandTable, hasEveryCommandThatHelpTellsOf) {
+  std::set<std::vector<std::string>> commands;
+  addCommands({}, commands);
+  std::set<std::vector<std::string>> tried;
+  for (const CommandRow& row : kCommands) {
+    tried.insert(row.words);
+  }
+  EXPECT_EQ(tried, commands);
+}
+
+class EveryCommand : public zarotest::ProgramTest {
+ protected:
+  struct Outcome {
+    ProgramResult result;
+    std::string stored;
+
+    bool operator==(const Outcome& other) const {
+      return result.status == other.result.status && result.out == other.result.out && result.err == other.result.err &&
+             stored == other.stored;
+    }
+  };
+
+  void SetUp() override {
+    ProgramTest::SetUp();
+    if (IsSkipped()) {
+      return;
+    }
+    mustInit({"--sample"});
+    saveDatabase();
+    for (const auto& entry : fs::directory_iterator(homeFile("sql"))) {
+      const std::string name = entry.path().filename().string();
+      if (name.compare(0, 3, "ui_") == 0) {
+        m_files.push_back(name);
+      }
+    }
+    std::sort(m_files.begin(), m_files.end());
+    m_settings = zarotest::readFile(homeFile(kSettings));
+    m_databaseIni = zarotest::readFile(homeFile(kDatabaseIni));
+    for (const auto& [table, count] : rowCounts()) {
+      m_tables.push_back(table);
+    }
+    m_before = _stored();
+  }
+
+  // A database on a server takes its time to be made anew: there the commands with most steps stand for the others,
+  // unless ZARO_EVERY_COMMAND asks for all.
+  static bool isTried(const CommandRow& row) {
+    static const std::set<std::string> kOnServers = {"object", "quarantine", "rules"};
+    return GetParam() == zarotest::Dialect::SQLite || std::getenv("ZARO_EVERY_COMMAND") != nullptr ||
+           kOnServers.count(row.words.front()) != 0;
+  }
+
+  void tryWithoutStatements(const CommandRow& row) {
+    const std::vector<std::string> arguments = _arguments(row);
+    SCOPED_TRACE(testing::PrintToString(arguments));
+    const Outcome intact = _run(arguments, row.input);
+    _tryWithout(arguments, row.input, intact, 0, m_files.size());
+  }
+
+ private:
+  static constexpr const char* kSettings = "config/zaro.ini";
+  static constexpr const char* kDatabaseIni = "config/database.ini";
+
+  std::vector<std::string> _arguments(const CommandRow& row) const {
+    std::vector<std::string> arguments = row.words;
+    for (std::string argument : row.arguments) {
+      const std::size_t end = argument.find('}');
+      if (argument.front() == '{' && end != std::string::npos) {
+        const std::string name = argument.substr(1, end - 1);
+        const std::string text =
+            name == "home" ? home() : value("SELECT id FROM named_object WHERE name = " + zaroruntime::sqlLiteral(name));
+        argument.replace(0, end + 1, text);
+      }
+      arguments.push_back(argument);
+    }
+    return arguments;
+  }
+
+  // Runs a command on the sample as it was made.
+  Outcome _run(const std::vector<std::string>& arguments, const std::string& input) {
+    Outcome outcome = {run(arguments, input), _stored()};
+    if (outcome.stored != m_before) {
+      restoreDatabase();
+    }
+    writeFile(kSettings, m_settings);
+    writeFile(kDatabaseIni, m_databaseIni);
+    fs::remove_all(home() + ".second");
+    return outcome;
+  }
+
+  // Files whose absence together changes nothing need not be missing one by one.
+  void _tryWithout(const std::vector<std::string>& arguments, const std::string& input, const Outcome& intact,
+                   std::size_t first, std::size_t last) {
+    for (std::size_t at = first; at < last; ++at) {
+      fs::rename(homeFile("sql/" + m_files[at]), homeFile(m_files[at]));
+    }
+    const Outcome outcome = _run(arguments, input);
+    for (std::size_t at = first; at < last; ++at) {
+      fs::rename(homeFile(m_files[at]), homeFile("sql/" + m_files[at]));
+    }
+    if (outcome == intact) {
+      return;
+    }
+    if (last - first == 1) {
+      _judge(outcome, intact, m_files[first]);
+      return;
+    }
+    const std::size_t middle = first + (last - first) / 2;
+    _tryWithout(arguments, input, intact, first, middle);
+    _tryWithout(arguments, input, intact, middle, last);
+  }
+
+  void _judge(const Outcome& outcome, const Outcome& intact, const std::string& file) const {
+    SCOPED_TRACE("without " + file + ": status " + std::to_string(outcome.result.status) + "\n" + outcome.result.out +
+                 outcome.result.err);
+    EXPECT_EQ(outcome.result.status, 75);
+    EXPECT_THAT(outcome.result.out + outcome.result.err, HasSubstr(file));
+    if (outcome.stored != m_before && kReadBetweenSteps.count(file) == 0) {
+      EXPECT_EQ(outcome.stored, intact.stored) << "the change was made by half";
+      EXPECT_THAT(outcome.result.err, ContainsRegex(" was [a-z ]+, but ")) << "the change was made";
+    }
+  }
+
+  // Every row of the database, as text.
+  std::string _stored() const {
+    const auto database = session();
+    std::string text;
+    for (const std::string& table : m_tables) {
+      std::vector<std::string> rows;
+      for (const auto& row : database->rows("SELECT * FROM " + table)) {
+        std::string line = table;
+        for (const auto& field : row) {
+          line += '\t' + field.value_or("NULL");
+        }
+        rows.push_back(line + '\n');
+      }
+      std::sort(rows.begin(), rows.end());
+      for (const std::string& row : rows) {
+        text += row;
+      }
+    }
+    return text;
+  }
+
+  std::vector<std::string> m_files;
+  std::vector<std::string> m_tables;
+  std::string m_settings;
+  std::string m_databaseIni;
+  std::string m_before;
+};
+
+TEST_P(EveryCommand, failsWithTheTruthWithoutAStatementFile) {
+  for (const CommandRow& row : kCommands) {
+    if (isTried(row)) {
+      tryWithoutStatements(row);
+    }
+  }
+}
+
+TEST_P(EveryCommand, failsWithTheTruthWhereAStatementFileMayNotBeRead) {
+  zarotest::ProgramRun run;
+  run.environment["ZARO_HOME"] = home();
+  run.obeysPermissions = true;
+  fs::permissions(homeFile("sql/ui_IsAdminRoot_Id.sql"), fs::perms::none);
+  const ProgramResult result = zaroctl({"object", "list", "--as", "admin"}, run);
+  EXPECT_EQ(result.status, 75);
+  EXPECT_EQ(result.out, "");
+  EXPECT_THAT(result.err, HasSubstr("ui_IsAdminRoot_Id.sql: cannot open: Permission denied"));
+}
+
+TEST_P(EveryCommand, failsWithTheTruthWhereAResultLacksItsColumns) {
+  const struct {
+    const char* file;
+    const char* column;
+    std::vector<std::string> arguments;
+  } kRows[] = {
+      {"ui_GetAdminId.sql", "AdminID", {"admin", "id", "postmaster"}},
+      {"ui_GetAdminId.sql", "AdminID", {"object", "list", "--as", "postmaster"}},
+      {"ui_IsAdminRoot_Id.sql", "IsAdminRoot", {"object", "list", "--as", "admin"}},
+      {"ui_GetAdminEntityById.sql", "EntityName", {"object", "list", "--as", "postmaster"}},
+      {"ui_GetEntitiesByType.sql", "EntityID", {"entity", "list"}},
+      {"ui_GetNamedObjByType.sql", "Name", {"quarantine", "list", "--as", "admin"}},
+      {"ui_GetComponentInfo.sql", "ip_addr", {"servers", "list"}},
+      {"ui_GetManualOrderSetting.sql", "FilterType", {"rules", "order", "--verify"}},
+  };
+  for (const auto& row : kRows) {
+    SCOPED_TRACE(row.file);
+    const std::string name = std::string("sql/") + row.file;
+    const std::string text = zarotest::readFile(homeFile(name));
+    // The statement with the column under another name.
+    const std::string quoted = "\"" + std::string(row.column) + "\"";
+    const std::size_t place = text.find(quoted);
+    ASSERT_NE(place, std::string::npos);
+    writeFile(name, std::string(text).replace(place, quoted.size(), "\"other\""));
+    const ProgramResult result = run(row.arguments);
+    writeFile(name, text);
+    EXPECT_EQ(result.status, 75);
+    EXPECT_EQ(result.out, "");
+    EXPECT_THAT(result.err, HasSubstr(std::string("the result has no column ") + row.column));
+  }
+}
+
+ZARO_ON_EVERY_DATABASE(EveryCommand);
+
+}  // namespace
