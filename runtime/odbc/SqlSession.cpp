@@ -32,6 +32,7 @@ Script readScript(const std::string& path) {
 
 struct SqlSession::Impl {
   OdbcConnection odbc;
+  Dialect dialect;
   const char* begin;  // how this dialect begins a transaction that will write
 
   void run(const std::string& statement) {
@@ -67,6 +68,7 @@ struct SqlSession::Impl {
 SqlSession::SqlSession(const DataSource& source, const DatabaseSettings& settings, const Installation& installation,
                        int connectTimeOut)
     : m_impl(std::make_unique<Impl>()) {
+  m_impl->dialect = source.dialect;
   m_impl->begin = source.dialect == Dialect::SQLite ? "BEGIN IMMEDIATE" : "BEGIN";
   const std::string target = connectionString(source, settings, installation);
   try {
@@ -79,6 +81,10 @@ SqlSession::SqlSession(const DataSource& source, const DatabaseSettings& setting
 
 SqlSession::~SqlSession() = default;
 
+Dialect SqlSession::dialect() const {
+  return m_impl->dialect;
+}
+
 void SqlSession::setStatementTimeOut(int seconds) {
   m_impl->odbc.setStatementTimeOut(seconds);
 }
@@ -87,10 +93,13 @@ void SqlSession::run(const std::string& statement) {
   m_impl->run(statement);
 }
 
-void SqlSession::runTogether(const std::vector<std::string>& statements) {
+void SqlSession::runTogether(const std::vector<std::string>& statements, const std::function<void()>& beforeCommit) {
   m_impl->together([&] {
     for (const std::string& statement : statements) {
       run(statement);
+    }
+    if (beforeCommit) {
+      beforeCommit();
     }
   });
 }

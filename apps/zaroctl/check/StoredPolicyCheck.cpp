@@ -2,9 +2,9 @@
 #include <string>
 
 #include "ZaroRuntime/RuntimeError.h"
+#include "ZaroRuntime/SchemaVersion.h"
 #include "check/Checks.h"
 #include "console/Text.h"
-#include "installation/Schema.h"
 
 using zaroruntime::RuntimeError;
 
@@ -35,15 +35,11 @@ class StoredPolicyCheck {
   }
 
   std::string _schemaFinding() {
-    const auto version = installedSchemaVersion(*m_database.session, m_database.source.dialect);
-    if (!version) {
+    if (!zaroruntime::installedSchemaVersion(*m_database.session)) {
       throw RuntimeError("there is no table schema_version (run " + m_installation.sqlDirectory() + "/schema.sql)");
     }
-    if (*version != kSchemaVersion) {
-      throw RuntimeError("schema version " + std::to_string(*version) + ", but this program works on version " +
-                         std::to_string(kSchemaVersion));
-    }
-    return "version " + std::to_string(*version);
+    zaroruntime::requireSchemaVersion(*m_database.session);
+    return "version " + std::to_string(zaroruntime::kSchemaVersion);
   }
 
   // Addresses are compared in lower case, so such a pattern is never found again when its parents are looked for, and

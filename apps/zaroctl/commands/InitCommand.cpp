@@ -10,6 +10,7 @@
 
 #include "ZaroRuntime/IniFile.h"
 #include "ZaroRuntime/RuntimeError.h"
+#include "ZaroRuntime/SchemaVersion.h"
 #include "ZaroRuntime/StoredPassword.h"
 #include "commands/CommandTree.h"
 #include "commands/Commands.h"
@@ -17,8 +18,8 @@
 #include "console/PasswordInput.h"
 #include "console/UsageError.h"
 #include "installation/NewInstallation.h"
-#include "installation/Schema.h"
 #include "installation/Skeleton.h"
+#include "store/Database.h"
 
 namespace fs = std::filesystem;
 using zaroruntime::IniFile;
@@ -114,15 +115,24 @@ struct DatabaseResult {
   bool changed;
 };
 
+bool hasRows(SqlSession& session) {
+  for (const char* table :
+       {"administrator", "entity", "named_object", "policy_rule", "component", "global_setting", "manual_rule_order"}) {
+    if (session.value(std::string("SELECT 1 FROM ") + table + " LIMIT 1")) {
+      return true;
+    }
+  }
+  return false;
+}
+
 DatabaseResult prepareDatabase(const Installation& installation, const std::string& skeleton, bool sample,
                                const std::function<void()>& beforeCommit) {
   const auto settings = zaroruntime::readDatabaseSettings(installation);
   const auto source = zaroruntime::readDataSource(installation, settings.dataSource);
   SqlSession session(source, settings, installation, kConnectTimeOut);
-  const auto version = installedSchemaVersion(session, source.dialect);
-  if (version && *version != kSchemaVersion) {
-    throw RuntimeError("database " + settings.database + " has schema version " + std::to_string(*version) +
-                       ", but this program works on version " + std::to_string(kSchemaVersion));
+  const auto version = zaroruntime::installedSchemaVersion(session);
+  if (version) {
+    requireOwnSchema(session, settings.database);
   }
   if (version && sample && hasRows(session)) {
     throw RuntimeError("database " + settings.database + " holds data already; the sample is for an empty one");
@@ -179,7 +189,7 @@ ExitCode makeInstallation(Output& out, const Arguments& arguments) {
   out.record({{"home", made.target()},
               {"database", arguments.dialect},
               {"schema", database.schema},
-              {"schema_version", kSchemaVersion},
+              {"schema_version", zaroruntime::kSchemaVersion},
               {"sample", database.sample}});
   return ExitCode::Found;
 }

@@ -25,13 +25,16 @@ class SqlSession {
   SqlSession(const SqlSession&) = delete;
   SqlSession& operator=(const SqlSession&) = delete;
 
+  Dialect dialect() const;
+
   // Every statement from now on fails after `seconds`; 0 is no limit. With SQLite it has no effect: there the data
   // source limits the wait for other writers.
   void setStatementTimeOut(int seconds);
   // Runs one statement and drops its rows. Throws RuntimeError.
   void run(const std::string& statement);
   // Runs some statements, in order, as one transaction: all or nothing. Throws RuntimeError.
-  void runTogether(const std::vector<std::string>& statements);
+  //   beforeCommit   as for `runScripts`
+  void runTogether(const std::vector<std::string>& statements, const std::function<void()>& beforeCommit = {});
   // First column of the first row; nothing for no row or NULL. Throws RuntimeError.
   std::optional<std::string> value(const std::string& query);
   // Every row. Throws RuntimeError.
