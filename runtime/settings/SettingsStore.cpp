@@ -1,5 +1,8 @@
 #include "ZaroRuntime/SettingsStore.h"
 
+#include <utility>
+#include <vector>
+
 #include "PolicyLog.h"
 #include "ZaroRuntime/IniFile.h"
 #include "ZaroRuntime/RuntimeError.h"
@@ -60,7 +63,7 @@ Settings readFileLayer(const Installation& installation) {
   Settings settings;
   for (const std::string& section : file.sections()) {
     for (const auto& [key, value] : file.items(section)) {
-      settings.sections[section].emplace(key, Setting{value, SettingLayer::File});
+      settings.sections[section].emplace(key, Setting{value, SettingLayer::File, std::nullopt});
     }
   }
   return settings;
@@ -68,7 +71,11 @@ Settings readFileLayer(const Installation& installation) {
 
 void addTableLayer(const std::vector<TableSetting>& table, Settings& settings) {
   for (const TableSetting& row : table) {
-    settings.sections[row.section].emplace(row.key, Setting{row.value, SettingLayer::Database});
+    const auto [setting, isNew] =
+        settings.sections[row.section].emplace(row.key, Setting{row.value, SettingLayer::Database, std::nullopt});
+    if (!isNew && setting->second.value != row.value) {
+      setting->second.below = row.value;
+    }
   }
 }
 
@@ -82,36 +89,76 @@ Settings readSettings(const Installation& installation) {
   return settings;
 }
 
-void writeSetting(const Installation& installation, const std::string& section, const std::string& key,
-                  const std::string& value) {
+struct SettingsTransaction::Impl {
+  explicit Impl(Installation where)
+      : installation(std::move(where)),
+        lock(realPathOf(installation.settingsIni()), ".set.lock", kSettingsLockTimeOut) {}
+
+  const Installation installation;
+  const FileLock lock;
+  std::vector<TableSetting> changes;
+};
+
+namespace {
+
+// What this thread has open; null for nothing.
+std::vector<TableSetting>*& openChanges() {
+  thread_local std::vector<TableSetting>* changes = nullptr;
+  return changes;
+}
+
+std::string namesOf(const std::vector<TableSetting>& changes) {
+  std::string names;
+  for (const TableSetting& change : changes) {
+    names.append(names.empty() ? "[" : ", [").append(change.section).append("] ").append(change.key);
+  }
+  return (changes.size() == 1 ? "setting " : "settings ") + names + (changes.size() == 1 ? " is" : " are");
+}
+
+void writeAll(const Installation& installation, const std::vector<TableSetting>& changes) {
   try {
     const std::string path = realPathOf(installation.settingsIni());
     requireOwner(path);
     const FileLock lock(path, ".lock", kLockTimeOut);
     // Whatever can be wrong with the file is found before the database is changed.
     IniFile file = readFile(path);
-    file.set(section, key, value);
+    for (const TableSetting& change : changes) {
+      file.set(change.section, change.key, change.value);
+    }
     requireWritable(path);
     FileReplacement replacement = sameFileWith(path, file.text());
-    writeSettingsTable(installation, {section, key, value});
+    writeSettingsTable(installation, changes);
     replaceBy(replacement, path);
   } catch (const RuntimeError& failure) {
-    throw RuntimeError("setting [" + section + "] " + key + " is not written: " + failure.what());
+    throw RuntimeError(namesOf(changes) + " not written: " + failure.what(), failure.kind());
   }
 }
 
-struct SettingsLock::Impl {
-  explicit Impl(const std::string& path) : lock(path, ".set.lock", kSettingsLockTimeOut) {}
+}  // namespace
 
-  FileLock lock;
-};
-
-SettingsLock::SettingsLock(const Installation& installation) {
-  const std::string path = realPathOf(installation.settingsIni());
-  requireOwner(path);
-  m_impl = std::make_unique<Impl>(path);
+void writeSetting(const Installation& installation, const std::string& section, const std::string& key,
+                  const std::string& value) {
+  const TableSetting change = {section, key, value};
+  if (openChanges() != nullptr) {
+    openChanges()->push_back(change);
+  } else {
+    writeAll(installation, {change});
+  }
 }
 
-SettingsLock::~SettingsLock() = default;
+SettingsTransaction::SettingsTransaction(const Installation& installation) {
+  requireOwner(realPathOf(installation.settingsIni()));
+  m_impl = std::make_unique<Impl>(installation);
+  openChanges() = &m_impl->changes;
+}
+
+SettingsTransaction::~SettingsTransaction() {
+  openChanges() = nullptr;
+}
+
+void SettingsTransaction::commit() {
+  writeAll(m_impl->installation, m_impl->changes);
+  m_impl->changes.clear();
+}
 
 }  // namespace zaroruntime

@@ -4,6 +4,7 @@
 
 #include "ZaroRuntime/DataSource.h"
 #include "ZaroRuntime/RuntimeError.h"
+#include "ZaroRuntime/SchemaVersion.h"
 #include "ZaroRuntime/SqlSession.h"
 
 namespace zaroruntime {
@@ -34,11 +35,16 @@ std::vector<TableSetting> readSettingsTable(const Installation& installation) {
   return settings;
 }
 
-void writeSettingsTable(const Installation& installation, const TableSetting& setting) {
-  connect(installation)
-      ->run("INSERT INTO global_setting (section, name, value) VALUES (" + sqlLiteral(setting.section) + ", " +
-            sqlLiteral(setting.key) + ", " + sqlLiteral(setting.value) +
-            ") ON CONFLICT (section, name) DO UPDATE SET value = excluded.value");
+void writeSettingsTable(const Installation& installation, const std::vector<TableSetting>& settings) {
+  std::vector<std::string> statements;
+  statements.reserve(settings.size());
+  for (const TableSetting& setting : settings) {
+    statements.push_back("INSERT INTO global_setting (section, name, value) VALUES (" + sqlLiteral(setting.section) +
+                         ", " + sqlLiteral(setting.key) + ", " + sqlLiteral(setting.value) +
+                         ") ON CONFLICT (section, name) DO UPDATE SET value = excluded.value");
+  }
+  const auto session = connect(installation);
+  session->runTogether(statements, [&] { requireSchemaVersion(*session); });
 }
 
 }  // namespace zaroruntime

@@ -16,6 +16,7 @@ struct TableSetting {
 
 // Both connect as config/database.ini and config/odbc.ini say, and throw RuntimeError naming the database's failure.
 std::vector<TableSetting> readSettingsTable(const Installation& installation);
-void writeSettingsTable(const Installation& installation, const TableSetting& setting);
+// Every row or none; none where the schema is of another version.
+void writeSettingsTable(const Installation& installation, const std::vector<TableSetting>& settings);
 
 }  // namespace zaroruntime

@@ -28,6 +28,7 @@ void checkAll(const Installation& installation, Findings& findings) {
   checkDisplay(installation, findings);
   const auto database = settings ? checkConnection(installation, *settings, findings) : std::nullopt;
   if (database) {
+    checkSettingLayers(installation, *database, findings);
     checkStoredPolicy(installation, *database, findings);
   }
   checkStatements(installation, database ? &*database : nullptr, findings);

@@ -23,7 +23,7 @@ using zaroruntime::Installation;
 using zaroruntime::RuntimeError;
 using zaroruntime::Setting;
 using zaroruntime::Settings;
-using zaroruntime::SettingsLock;
+using zaroruntime::SettingsTransaction;
 using Interface = ZaroPolicyServerInterface;
 using Rule = Interface::NumberRule;
 
@@ -88,8 +88,6 @@ struct KnownSetting {
   bool libraryWrites;  // together with all others that it writes
 };
 
-// In the order in which they are written. LDAP comes last: it decides where the lifetime is read, which must be there
-// by then, also when a write in between fails.
 constexpr KnownSetting kSettings[] = {
     {kServerSection, "backlog", judgeServerNumber, true},
     {kServerSection, "keep-alive", judgeYesOrNo, true},
@@ -221,6 +219,18 @@ LibrarySettings librarySettings(const Settings& settings) {
           requiredNumber(settings, cacheSection(settings), kCacheTtl)};
 }
 
+// A server would start more threads than it may have.
+void refuseMoreThreadsThanThereMayBe(const std::vector<Change>& changes, const LibrarySettings& settings) {
+  const bool concerned = std::any_of(changes.begin(), changes.end(), [](const Change& change) {
+    const std::string key = change.setting->key;
+    return key == "threads" || key == "max_threads";
+  });
+  if (concerned && settings.maxThreads < settings.threads) {
+    throw UsageError("max_threads would be " + std::to_string(settings.maxThreads) +
+                     ", below threads, which would be " + std::to_string(settings.threads) + "; nothing is written");
+  }
+}
+
 // --- Writing ---
 
 void writeByLibrary(const LibrarySettings& settings) {
@@ -341,7 +351,7 @@ ExitCode setSettings(Output& out, const std::vector<std::string>& arguments) {
   const std::vector<Change> changes = parseChanges(arguments);
   const Installation installation = Installation::fromEnvironment();
   // What is not asked for is written back as it was read.
-  const SettingsLock lock(installation);
+  SettingsTransaction transaction(installation);
   const Settings before = zaroruntime::readSettings(installation);
   if (!before.databaseFailure.empty()) {
     throw RuntimeError("nothing is written: " + before.databaseFailure);
@@ -350,6 +360,7 @@ ExitCode setSettings(Output& out, const std::vector<std::string>& arguments) {
   const bool library =
       std::any_of(changes.begin(), changes.end(), [](const Change& change) { return change.setting->libraryWrites; });
   const LibrarySettings byLibrary = library ? librarySettings(wanted) : LibrarySettings();
+  refuseMoreThreadsThanThereMayBe(changes, byLibrary);
   if (changesSection(changes, isLdap)) {
     requiredNumber(wanted, cacheSection(wanted), kCacheTtl);  // or a server could not read its settings afterwards
   }
@@ -357,8 +368,9 @@ ExitCode setSettings(Output& out, const std::vector<std::string>& arguments) {
   std::vector<std::string> failures;
   try {
     write(installation, changes, wanted, byLibrary);
+    transaction.commit();
   } catch (const RuntimeError& failure) {
-    failures.emplace_back(failure.what());  // what was written before it is shown all the same
+    failures.emplace_back(failure.what());  // what the settings are now is shown all the same
   }
   const Settings after = zaroruntime::readSettings(installation);
   const Values values = valuesRead(after, changes, failures);

@@ -14,6 +14,15 @@ Json textOrNull(const std::string& text) {
   return text.empty() ? Json(nullptr) : Json(text);
 }
 
+// Why the value is not the stored one, and what the file stands above.
+std::string noteOn(const ReadSetting& setting) {
+  std::string note = setting.note;
+  if (setting.stored != nullptr && setting.stored->below) {
+    note.append(note.empty() ? "" : "; ").append("the database holds ").append(quoted(*setting.stored->below));
+  }
+  return note;
+}
+
 ExitCode show(Output& out, const char* reader, ReadSettings (*read)(const zaroruntime::Settings&)) {
   const zaroruntime::Settings stored = zaroruntime::readSettings(zaroruntime::Installation::fromEnvironment());
   tellOfDatabase(stored);
@@ -26,7 +35,7 @@ ExitCode show(Output& out, const char* reader, ReadSettings (*read)(const zaroru
                     {"value", setting.value},
                     {"stored", there ? Json(setting.stored->value) : Json(nullptr)},
                     {"from", there ? Json(layerName(setting.stored->layer)) : Json(nullptr)},
-                    {"note", textOrNull(setting.note)}});
+                    {"note", textOrNull(noteOn(setting))}});
   }
   out.rows(
       {{"section", "SECTION"}, {"key", "KEY"}, {"value", "VALUE"}, {"stored", "STORED"}, {"from", "FROM"}, {"note", "NOTE"}},

@@ -8,6 +8,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "ZaroRuntime/Installation.h"
@@ -19,6 +20,9 @@ enum class SettingLayer { File, Database };
 struct Setting {
   std::string value;
   SettingLayer layer;
+  // What the table holds below a value of the file, if that is another one: set on another host, or by a writer that
+  // died between table and file.
+  std::optional<std::string> below;
 };
 
 struct Settings {
@@ -34,18 +38,27 @@ struct Settings {
 Settings readSettings(const Installation& installation);
 
 // Sets one value in the table, then in the file. Throws RuntimeError when either fails; after a failure of the
-// database, also when it is not there at all, the file is as before.
+// database, also when it is not there at all or has the schema of another version, the file is as before.
 void writeSetting(const Installation& installation, const std::string& section, const std::string& key,
                   const std::string& value);
 
-// Held while settings are read and written that belong together: whoever else holds one waits, up to a minute. Readers
-// and single writes do not. Not for two at a time in one thread. Throws RuntimeError.
-class SettingsLock {
+// Settings that are read and written together: all of them or none. While one is open, what this thread writes waits for
+// `commit`, also what it writes through GlobalSettingIF; without a commit nothing is written. Reading gives the settings
+// as they were. Whoever else opens one waits, up to a minute; readers and single writes do not. Not for two at a time in
+// one thread.
+//
+// `commit` writes the new file beside the old one and has the disk keep it, then commits the table's rows, then gives the
+// file its name. A process that dies between the last two leaves the old file above a new table: `Setting::below` tells.
+class SettingsTransaction {
  public:
-  explicit SettingsLock(const Installation& installation);
-  ~SettingsLock();
-  SettingsLock(const SettingsLock&) = delete;
-  SettingsLock& operator=(const SettingsLock&) = delete;
+  // Throws RuntimeError.
+  explicit SettingsTransaction(const Installation& installation);
+  ~SettingsTransaction();
+  SettingsTransaction(const SettingsTransaction&) = delete;
+  SettingsTransaction& operator=(const SettingsTransaction&) = delete;
+
+  // Throws RuntimeError as `writeSetting` does.
+  void commit();
 
  private:
   struct Impl;
