@@ -3,6 +3,7 @@
 #include "ZaroRuntime/ConnectionPool.h"
 #include "ZaroRuntime/Installation.h"
 #include "ZaroRuntime/LastFailure.h"
+#include "ZaroRuntime/SchemaVersion.h"
 
 using zaroruntime::Dialect;
 using zaroruntime::RuntimeError;
@@ -14,9 +15,15 @@ constexpr int kConnectTimeOut = 10;
 // More than a program's units of work that are open at a time. A connection is made when it is needed.
 constexpr int kPoolSize = 4;
 
-Dialect& dialectInUse() {
-  static Dialect dialect = Dialect::Other;
-  return dialect;
+// The database that the library was made ready for.
+struct Target {
+  Dialect dialect = Dialect::Other;
+  std::string database;
+};
+
+Target& target() {
+  static Target one;
+  return one;
 }
 
 struct PoolClosing {
@@ -33,6 +40,27 @@ auto throwingErrors(Operation operation) -> decltype(operation()) {
   }
 }
 
+// Looks at the version of a database, which no work on it goes before.
+template <typename Look>
+void requireVersion(const std::string& database, Look look) {
+  try {
+    look();
+  } catch (const RuntimeError& failure) {
+    throw DatabaseError("database " + database + ": " + failure.what(), failure.kind());
+  }
+}
+
+void requireLibrarySchema(ZARO::RdbmsInterface& db) {
+  requireVersion(target().database, [&] {
+    const std::optional<std::string> stored = throwingErrors([&] {
+      db.executeSQL(zaroruntime::kSchemaVersionQuery);
+      const char* text = db.fetchNextRow() == 0 ? db.getColVal("SchemaVersion") : nullptr;
+      return text != nullptr ? std::optional<std::string>(text) : std::nullopt;
+    });
+    zaroruntime::requireSchemaVersion(stored);
+  });
+}
+
 }  // namespace
 
 DatabaseError DatabaseError::because(const std::string& what) {
@@ -43,7 +71,7 @@ std::unique_ptr<ZARO::RdbmsInterface> connectToDatabase() {
   // The library answers true or false and leaves the reason to the log, so the settings are read here first.
   const auto installation = zaroruntime::Installation::fromEnvironment();
   const auto settings = zaroruntime::readDatabaseSettings(installation);
-  dialectInUse() = zaroruntime::readDataSource(installation, settings.dataSource).dialect;
+  target() = {zaroruntime::readDataSource(installation, settings.dataSource).dialect, settings.database};
   zaroruntime::setPoolConnecting(kConnectTimeOut, 0);
   zaroruntime::forgetFailures();
   if (!ZARO::RdbmsInterface::Init(kPoolSize, nullptr, nullptr, nullptr, nullptr, nullptr)) {
@@ -51,7 +79,9 @@ std::unique_ptr<ZARO::RdbmsInterface> connectToDatabase() {
   }
   // Made after the driver was loaded, and so gone before what the driver leaves to the end of the program.
   static const PoolClosing closing;
-  return std::make_unique<ZARO::RdbmsInterface>();
+  auto db = std::make_unique<ZARO::RdbmsInterface>();
+  requireLibrarySchema(*db);
+  return db;
 }
 
 void requireLibrary() {
@@ -63,7 +93,13 @@ std::unique_ptr<zaroruntime::SqlSession> openSession() {
   const auto installation = zaroruntime::Installation::fromEnvironment();
   const auto settings = zaroruntime::readDatabaseSettings(installation);
   const auto source = zaroruntime::readDataSource(installation, settings.dataSource);
-  return std::make_unique<zaroruntime::SqlSession>(source, settings, installation, kConnectTimeOut);
+  auto session = std::make_unique<zaroruntime::SqlSession>(source, settings, installation, kConnectTimeOut);
+  requireOwnSchema(*session, settings.database);
+  return session;
+}
+
+void requireOwnSchema(zaroruntime::SqlSession& session, const std::string& database) {
+  requireVersion(database, [&] { zaroruntime::requireSchemaVersion(session); });
 }
 
 std::string databaseFailure() {
@@ -76,7 +112,11 @@ StoreConnection::Ready::Ready() {
 }
 
 Dialect StoreConnection::dialect() const {
-  return dialectInUse();
+  return target().dialect;
+}
+
+void StoreConnection::requireOwnSchema() {
+  requireLibrarySchema(m_library);
 }
 
 void StoreConnection::run(const std::string& statement) {

@@ -36,6 +36,10 @@ void requireLibrary();
 // Throws RuntimeError.
 std::unique_ptr<zaroruntime::SqlSession> openSession();
 
+// Throws DatabaseError unless the schema of a session's database is of the version that this program works on. Both of
+// the above have asked.
+void requireOwnSchema(zaroruntime::SqlSession& session, const std::string& database);
+
 // Why the library could not do its work, for a status code that says it failed in the database.
 std::string databaseFailure();
 
@@ -51,6 +55,9 @@ class StoreConnection {
 
   ZARO::RdbmsInterface& library() { return m_library; }
   zaroruntime::Dialect dialect() const;
+
+  // Throws unless the schema still is of the version that this program works on.
+  void requireOwnSchema();
 
   // Runs a statement; its rows, if it has any, are dropped.
   void run(const std::string& statement);

@@ -40,6 +40,7 @@ void begin(StoreConnection& db) {
   if (db.dialect() == zaroruntime::Dialect::PostgreSQL) {
     db.run(kLockTimeOut);
   }
+  db.requireOwnSchema();
 }
 
 void commit(StoreConnection& db) {

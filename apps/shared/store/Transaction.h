@@ -11,6 +11,7 @@
 // 3. The change may run more than once, since another program can be in its way: for as long as that lasts it waits and
 //    runs again. So whatever it does outside the database (reading a file, asking, printing) stands before or behind it.
 // 4. When it throws, nothing is stored.
+// 5. It does not begin on a schema of another version, also where that was brought there since the program connected.
 #pragma once
 
 #include <functional>

@@ -167,6 +167,26 @@ class EveryCommand : public zarotest::ProgramTest {
            kOnServers.count(row.words.front()) != 0;
   }
 
+  // As with no database at all, or not.
+  void tryOnAnotherSchema(const CommandRow& row) {
+    const std::vector<std::string> arguments = _arguments(row);
+    SCOPED_TRACE(testing::PrintToString(arguments));
+    const Outcome intact = _run(arguments, row.input);
+    session()->run("INSERT INTO schema_version (version) VALUES (2)");
+    const std::string before = _stored();
+    const ProgramResult result = run(arguments, row.input);
+    const std::string after = _stored();
+    restore();
+    EXPECT_EQ(after, before);
+    if (result.status == intact.result.status) {
+      EXPECT_EQ(result.out, intact.result.out);
+      EXPECT_EQ(intact.stored, m_before);
+      return;
+    }
+    EXPECT_EQ(result.status, 75) << result.err;
+    EXPECT_THAT(result.out + result.err, HasSubstr(": schema version 2, but this program works on version 1"));
+  }
+
   void tryWithoutStatements(const CommandRow& row) {
     const std::vector<std::string> arguments = _arguments(row);
     SCOPED_TRACE(testing::PrintToString(arguments));
@@ -197,12 +217,17 @@ class EveryCommand : public zarotest::ProgramTest {
   Outcome _run(const std::vector<std::string>& arguments, const std::string& input) {
     Outcome outcome = {run(arguments, input), _stored()};
     if (outcome.stored != m_before) {
-      restoreDatabase();
+      restore();
     }
+    return outcome;
+  }
+
+  // The installation as it was made.
+  void restore() {
+    restoreDatabase();
     writeFile(kSettings, m_settings);
     writeFile(kDatabaseIni, m_databaseIni);
     fs::remove_all(home() + ".second");
-    return outcome;
   }
 
   // Files whose absence together changes nothing need not be missing one by one.
@@ -238,10 +263,10 @@ class EveryCommand : public zarotest::ProgramTest {
     }
   }
 
-  // Every row of the database, as text.
+  // Settings and every row of the database, as text.
   std::string _stored() const {
     const auto database = session();
-    std::string text;
+    std::string text = zarotest::readFile(homeFile(kSettings));
     for (const std::string& table : m_tables) {
       std::vector<std::string> rows;
       for (const auto& row : database->rows("SELECT * FROM " + table)) {
@@ -271,6 +296,12 @@ TEST_P(EveryCommand, failsWithTheTruthWithoutAStatementFile) {
     if (isTried(row)) {
       tryWithoutStatements(row);
     }
+  }
+}
+
+TEST_P(EveryCommand, leavesASchemaOfAnotherVersionAsItIs) {
+  for (const CommandRow& row : kCommands) {
+    tryOnAnotherSchema(row);
   }
 }
 
