@@ -1,18 +1,16 @@
 // zaroctl: the policy database of the gateway from a shell.
-#include <signal.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdlib>
-#include <exception>
 #include <string>
 
 #include "commands/CommandTree.h"
 #include "commands/Commands.h"
-#include "console/DelayedSignals.h"
 #include "console/ExitCode.h"
 #include "console/Output.h"
+#include "console/RunProgram.h"
 #include "console/Text.h"
 #include "console/UsageError.h"
 
@@ -107,17 +105,5 @@ ExitCode run(int argc, const char* const* argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  ExitCode code = ExitCode::Failure;
-  try {
-    code = run(argc, argv);
-  } catch (const UsageError& failure) {
-    diagnose(failure.what());
-    code = ExitCode::Usage;
-  } catch (const Interrupted& interruption) {
-    diagnose(interruption.what());
-    raise(interruption.signal());  // whoever started the program learns why it ended
-  } catch (const std::exception& failure) {
-    diagnose(failure.what());
-  }
-  return static_cast<int>(code);
+  return runProgram([&] { return run(argc, argv); });
 }

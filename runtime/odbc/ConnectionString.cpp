@@ -26,9 +26,10 @@ struct Option {
 };
 
 // WAL lets readers go on beside a writer; a commit is on the disk before it is acknowledged; writers wait for each
-// other; foreign keys count; texts are bytes.
+// other, 5 seconds: SQLite waits for the time-out, and the driver, told that the database is locked, as long again;
+// foreign keys count; texts are bytes.
 const std::vector<Option> kSqliteDefaults = {
-    {"JournalMode", "WAL"}, {"SyncPragma", "FULL"}, {"Timeout", "5000"}, {"FKSupport", "1"}, {"NoWCHAR", "1"},
+    {"JournalMode", "WAL"}, {"SyncPragma", "FULL"}, {"Timeout", "2500"}, {"FKSupport", "1"}, {"NoWCHAR", "1"},
 };
 
 // Protocol 7.4-2 makes a failed statement roll back alone; with the others a COMMIT after it claims success although it

@@ -30,8 +30,9 @@ constexpr ModeRow kModes[] = {
     {"config/database.ini", 0640},
     {"config/secret.key", 0600},
     {"data", 0700},
-    {"data/zaro.db", 0600},
 };
+constexpr const char* kData = "data";
+constexpr mode_t kDataFileMode = 0600;  // of the database, and of what its driver may leave beside it
 
 mode_t modeOf(const fs::path& relative, bool directory) {
   for (const ModeRow& row : kModes) {
@@ -39,7 +40,10 @@ mode_t modeOf(const fs::path& relative, bool directory) {
       return row.mode;
     }
   }
-  return directory ? kDirectoryMode : kFileMode;
+  if (directory) {
+    return kDirectoryMode;
+  }
+  return relative.parent_path() == kData ? kDataFileMode : kFileMode;
 }
 
 void finishFile(const std::string& path, mode_t mode) {

@@ -148,6 +148,18 @@ DatabaseResult prepareDatabase(const Installation& installation, const std::stri
   return {version ? "kept" : "created", sample, !scripts.empty()};
 }
 
+// The driver closes a database without a word also when SQLite could not bring its log into the file.
+void requireWholeDatabase(const Installation& installation) {
+  const std::string log = installation.path("data/zaro.db-wal");
+  std::error_code absent;
+  const auto size = fs::file_size(log, absent);
+  if (!absent && size != 0) {
+    throw RuntimeError(installation.path("data/zaro.db") +
+                       ": what was stored stands in its log only, and could not be brought into the file (is there "
+                       "room for it?)");
+  }
+}
+
 // On a server the work of the scripts stays, whatever becomes of the directory.
 void publish(NewInstallation& made, const Arguments& arguments, const DatabaseResult& database) {
   try {
@@ -182,6 +194,9 @@ ExitCode makeInstallation(Output& out, const Arguments& arguments) {
   configure(installation, arguments, password);
   const DatabaseResult database =
       prepareDatabase(installation, skeleton, arguments.sample, [&delayed] { delayed.throwIfInterrupted(); });
+  if (!server) {
+    requireWholeDatabase(installation);
+  }
   // From here on a signal comes too late.
   publish(made, arguments, database);
   delayed.forget();

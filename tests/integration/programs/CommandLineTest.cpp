@@ -145,6 +145,16 @@ TEST(CommandLine, outputThatCannotBeWrittenIsAFailure) {
   EXPECT_EQ(result.err, "zaroctl: cannot write to standard output: No space left on device\n");
 }
 
+TEST(CommandLine, fileThatMayNotGrowIsAFailure) {
+  const zarotest::TemporaryDirectory directory;
+  ProgramRun run;
+  run.outputFile = directory.path("actions");
+  run.largestFile = 10;
+  const ProgramResult result = zaroctl({"action", "list"}, run);
+  EXPECT_EQ(result.status, 75);
+  EXPECT_EQ(result.err, "zaroctl: cannot write to standard output: File too large\n");
+}
+
 TEST(CommandLine, logAppearsWhenAskedForAndOnlyThen) {
   const zarotest::TemporaryDirectory directory;
   const std::string home = directory.path("gateway");

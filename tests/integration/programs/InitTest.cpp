@@ -138,6 +138,37 @@ TEST_P(Init, secretsAreClosedToOthers) {
   }
 }
 
+class InitSqlite : public Init {};
+INSTANTIATE_TEST_SUITE_P(, InitSqlite, testing::Values(Dialect::SQLite), zarotest::dialectTestName);
+
+TEST_P(InitSqlite, whatTheDriverLeavesBesideTheDatabaseIsClosedToOthers) {
+  const TemporaryDirectory skeleton;
+  zarotest::copySkeleton(skeleton.path("home"));
+  append(skeleton.path("home/config/odbc.ini"), "JournalMode=PERSIST\n");
+  mustInit({"--skeleton", skeleton.path("home")});
+  ASSERT_THAT(namesIn(homeFile("data")), UnorderedElementsAre("zaro.db", "zaro.db-journal"));
+  EXPECT_EQ(modeOf(homeFile("data/zaro.db-journal")), 0600u);
+}
+
+TEST_P(InitSqlite, fileSystemWithoutRoomLeavesNothingBehind) {
+  ProgramRun run;
+  run.largestFile = 20000;
+  expectRefused(zaroctl(initArguments(home()), run), "schema.sql: line ");
+}
+
+// SQLite writes the log, and closing the database fails to bring it into the file, which nobody is told.
+TEST_P(InitSqlite, logThatCannotBeBroughtIntoTheDatabaseIsAFailure) {
+  const TemporaryDirectory skeleton;
+  zarotest::copySkeleton(skeleton.path("home"));
+  append(skeleton.path("home/sql/sqlite/schema.sql"),
+         "CREATE TABLE padding (content BLOB);\n"
+         "INSERT INTO padding VALUES (zeroblob(4500000));\nCOMMIT;\nBEGIN IMMEDIATE;\n"
+         "INSERT INTO padding VALUES (zeroblob(2000000));\n");
+  ProgramRun run;
+  run.largestFile = 5000000;
+  expectRefused(zaroctl(initArguments(home(), {"--skeleton", skeleton.path("home")}), run), "stands in its log only");
+}
+
 TEST_P(Init, permissionsDoNotDependOnTheUmask) {
   const mode_t before = umask(077);
   mustInit();
@@ -468,7 +499,7 @@ TEST_P(InitPostgresql, schemaOfAnotherVersionIsRefused) {
   session()->run("INSERT INTO schema_version (version) VALUES (7)");
   const ProgramResult second = init(directory().path("second"));
   EXPECT_EQ(second.status, 75);
-  EXPECT_THAT(second.err, HasSubstr("has schema version 7, but this program works on version 1"));
+  EXPECT_THAT(second.err, HasSubstr(": schema version 7, but this program works on version 1"));
   EXPECT_FALSE(fs::exists(directory().path("second")));
 }
 

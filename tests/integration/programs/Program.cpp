@@ -6,6 +6,7 @@
 #include <pty.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
@@ -95,7 +96,10 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
 class Launch {
  public:
   Launch(const std::vector<std::string>& arguments, const ProgramRun& run)
-      : m_arguments(arguments), m_environment(environmentOf(run)), m_obeysPermissions(run.obeysPermissions) {
+      : m_arguments(arguments),
+        m_environment(environmentOf(run)),
+        m_largestFile(run.largestFile),
+        m_obeysPermissions(run.obeysPermissions) {
     m_arguments.insert(m_arguments.begin(), ZAROCTL_PATH);
     m_argumentPointers = pointersTo(m_arguments);
     m_environmentPointers = pointersTo(m_environment);
@@ -110,6 +114,10 @@ class Launch {
       prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE, 0, 0, 0);
       prctl(PR_CAPBSET_DROP, CAP_DAC_READ_SEARCH, 0, 0, 0);
     }
+    if (m_largestFile != 0) {
+      const rlimit limit = {m_largestFile, m_largestFile};
+      setrlimit(RLIMIT_FSIZE, &limit);
+    }
     execve(ZAROCTL_PATH, m_argumentPointers.data(), m_environmentPointers.data());
     _exit(126);
   }
@@ -119,6 +127,7 @@ class Launch {
   std::vector<std::string> m_environment;
   std::vector<char*> m_argumentPointers;
   std::vector<char*> m_environmentPointers;
+  unsigned long m_largestFile;
   bool m_obeysPermissions;
 };
 

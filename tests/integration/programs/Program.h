@@ -19,6 +19,7 @@ struct ProgramRun {
   std::map<std::string, std::string> environment;  // every other variable whose name begins with ZARO is unset
   std::string outputFile;                          // standard output goes there, if named
   std::function<void(int pid)> whileRunning;       // called in between
+  unsigned long largestFile = 0;                   // no file may grow beyond so many bytes; 0 is no limit
   bool obeysPermissions = false;                   // of files and directories, even if the tests run as root
   // On a terminal: holds the output back from the start until the terminal has been silenced and the text typed, so
   // that the program is not yet waiting for it.
