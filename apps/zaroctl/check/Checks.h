@@ -17,6 +17,8 @@ struct CheckedDatabase {
   std::unique_ptr<zaroruntime::SqlSession> session;
 };
 
+// Who may write the installation's files, and whether its directories can be listed.
+void checkFiles(const zaroruntime::Installation& installation, Findings& findings);
 // config/database.ini, the key and the password. The settings, when the database can be asked with them.
 std::optional<zaroruntime::DatabaseSettings> checkDatabaseSettings(const zaroruntime::Installation& installation,
                                                                    Findings& findings);

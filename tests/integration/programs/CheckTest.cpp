@@ -61,7 +61,7 @@ TEST_P(Check, freshInstallationHasNothingWrong) {
   const auto lines = linesOf(result.out);
   EXPECT_THAT(lines, Each(StartsWith("ok\t")));
   for (const char* subject :
-       {"installation", "database settings", "key", "password", "policy settings", "display language",
+       {"installation", "files", "database settings", "key", "password", "policy settings", "display language",
         "display strings", "data source", "connection", "schema", "entities", "objects", "statement"}) {
     EXPECT_THAT(lines, Contains(StartsWith(std::string("ok\t") + subject + "\t")));
   }
@@ -111,6 +111,27 @@ TEST_P(Check, changesNothing) {
   EXPECT_EQ(run({"check"}).status, 0);
   EXPECT_EQ(zarotest::everythingIn(home()), files);
   EXPECT_EQ(rowCounts(), rows);
+}
+
+TEST_P(Check, filesThatEverybodyMayWriteAreTold) {
+  for (const char* name : {"config/zaro.ini", kAdminId, "resources/display.en.ini", "sql"}) {
+    const std::string path = homeFile(name);
+    fs::permissions(path, fs::perms::others_write, fs::perm_options::add);
+    EXPECT_EQ(wrongs(), only("files\t" + path + ": everybody may write it (chmod o-w " + path + ")"));
+    fs::permissions(path, fs::perms::others_write, fs::perm_options::remove);
+  }
+}
+
+TEST_P(Check, directoryThatCannotBeListedIsTold) {
+  const std::string path = homeFile("resources");
+  fs::permissions(path, fs::perms::owner_exec | fs::perms::others_exec);
+  zarotest::ProgramRun run;
+  run.environment["ZARO_HOME"] = home();
+  run.obeysPermissions = true;
+  const ProgramResult result = zarotest::zaroctl({"check"}, run);
+  fs::permissions(path, fs::perms::owner_all);
+  EXPECT_EQ(result.status, 75);
+  EXPECT_THAT(linesOf(result.out), Contains("wrong\tfiles\t" + path + ": cannot be listed: Permission denied"));
 }
 
 TEST_P(Check, missingDatabaseIniIsNamedAndTheRestStillChecked) {

@@ -153,7 +153,7 @@ TEST_P(InitSqlite, whatTheDriverLeavesBesideTheDatabaseIsClosedToOthers) {
 TEST_P(InitSqlite, fileSystemWithoutRoomLeavesNothingBehind) {
   ProgramRun run;
   run.largestFile = 20000;
-  expectRefused(zaroctl(initArguments(home()), run), "schema.sql: line ");
+  expectRefused(zaroctl(initArguments(home()), run), "disk I/O error");
 }
 
 // SQLite writes the log, and closing the database fails to bring it into the file, which nobody is told.

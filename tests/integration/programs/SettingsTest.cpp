@@ -86,7 +86,7 @@ TEST_P(Settings, whatTheFileLacksComesFromTheDatabase) {
   addRow("policy_server", "threads", "99");
   addRow("policy_client", "host", "shared.example.test");
   EXPECT_THAT(server(), Contains("policy_server\tbacklog\t55\t55\tdatabase\t-"));
-  EXPECT_THAT(server(), Contains("policy_server\tthreads\t16\t16\tzaro.ini\t-"));
+  EXPECT_THAT(server(), Contains("policy_server\tthreads\t16\t16\tzaro.ini\tthe database holds \"99\""));
   EXPECT_THAT(client(), Contains("policy_client\thost\tshared.example.test\tshared.example.test\tdatabase\t-"));
 }
 

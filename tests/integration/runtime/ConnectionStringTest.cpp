@@ -46,7 +46,7 @@ class ConnectionString : public testing::Test {
 
 TEST_F(ConnectionString, sqliteGetsFileAndSafeOptionsButNoCredentials) {
   EXPECT_EQ(sqlite("", "data/zaro.db"), "DRIVER=libsqlite3odbc.so;Database=" + m_directory.path("data/zaro.db") +
-                                            ";JournalMode=WAL;SyncPragma=FULL;Timeout=5000;FKSupport=1;NoWCHAR=1;");
+                                            ";JournalMode=WAL;SyncPragma=FULL;Timeout=2500;FKSupport=1;NoWCHAR=1;");
 }
 
 TEST_F(ConnectionString, sqliteFileMayBeAbsoluteOrNamedByTheDataSource) {
@@ -59,7 +59,7 @@ TEST_F(ConnectionString, sqliteFileMayBeAbsoluteOrNamedByTheDataSource) {
 TEST_F(ConnectionString, dataSourceOverridesDefaultsWhateverTheCase) {
   const std::string text = sqlite("timeout=100\n", "data/zaro.db");
   EXPECT_THAT(text, HasSubstr(";timeout=100;"));
-  EXPECT_THAT(text, Not(HasSubstr("Timeout=5000")));
+  EXPECT_THAT(text, Not(HasSubstr("Timeout=2500")));
 }
 
 TEST_F(ConnectionString, lettersAreAsciiWhateverTheLocale) {
@@ -70,7 +70,7 @@ TEST_F(ConnectionString, lettersAreAsciiWhateverTheLocale) {
       zarotest::setCtype(name);
       const std::string text = built("DRIVER=LIBSQLITE3ODBC.SO\nTIMEOUT=100\n", {"zaro", "u", "p", "data/zaro.db"});
       EXPECT_THAT(text, HasSubstr(";TIMEOUT=100;"));
-      EXPECT_THAT(text, Not(HasSubstr("Timeout=5000")));
+      EXPECT_THAT(text, Not(HasSubstr("Timeout=2500")));
     });
   }
 }
