@@ -14,7 +14,7 @@ struct Ring {
   std::array<std::string, 8> texts;
   std::size_t last = 0;
   FailureKind kind = FailureKind::None;  // of the last
-  unsigned long count = 0;  // of all texts kept so far
+  unsigned long count = 0;               // of all texts kept so far
 };
 
 Ring& ring() {
