@@ -145,6 +145,7 @@ std::string wrongGroupName(const std::string& name) {
 
 StoredGroup addGroup(const Viewer& viewer, unsigned int entityId, const std::string& name,
                      const std::vector<std::string>& members) {
+  refuseReservedName(name);
   return inTransaction([&](StoreConnection& db) {
     auto owners = ownersFor(db, viewer, entityId);
     if (owners.empty()) {

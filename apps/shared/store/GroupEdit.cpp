@@ -46,6 +46,7 @@ std::size_t GroupEdit::countMembers() {
 }
 
 void GroupEdit::rename(const std::string& name) {
+  refuseReservedName(name);
   m_db.run("UPDATE named_object SET name = " + sqlLiteral(name) + " WHERE id = " + m_id);
   m_group.name = name;
 }

@@ -161,11 +161,17 @@ StoredObject lockForChange(StoreConnection& db, const Viewer& viewer, unsigned i
   return object;
 }
 
-void refuseOtherType(StoreConnection& db, const StoredObject& object, ZaroNamedObj::NaObjType type) {
+void refuseOtherType(StoreConnection& db, const StoredObject& object, ZaroNamedObj::NaObjType type,
+                     const std::string& name) {
   if (object.type == ZaroNamedObj::GroupOfAddresses && type != object.type &&
       db.value("SELECT count(*) AS members FROM address_group_member WHERE group_id = " + std::to_string(object.id),
                "members") != "0") {
     throw RuntimeError(nameOf(object) + " was not changed: an address group with members stays one");
+  }
+  // As a quarantine area it would be taken for the system's.
+  if (type != object.type && isReserved(name)) {
+    throw RuntimeError(nameOf(object) + " was not changed: rename it first, since only the system's quarantine area " +
+                       "has a name that begins with " + quoted(kReservedPrefix));
   }
 }
 
@@ -248,9 +254,9 @@ std::vector<ZaroNamedObj::NaObjType> usedTypes() {
   return types;
 }
 
-void refuseReservedName(const char* argument, const std::string& name) {
+void refuseReservedName(const std::string& name) {
   if (isReserved(name)) {
-    throw UsageError(std::string(argument) + ": " + quoted(name) + " begins with " + quoted(kReservedPrefix) +
+    throw UsageError("the name " + quoted(name) + " begins with " + quoted(kReservedPrefix) +
                      ", as only the system's quarantine area does");
   }
 }
@@ -330,6 +336,7 @@ void throwNotSeen(const Viewer& viewer, unsigned int id) {
 
 StoredObject addObject(const Viewer& viewer, ZaroNamedObj::NaObjType type, const std::string& name,
                        const std::string& content) {
+  refuseReservedName(name);
   refuseWrongContent(content);
   if (viewer.entities.empty()) {
     throw RuntimeError(quoted(viewer.name) + " is assigned to no managing group that could own the object");
@@ -346,6 +353,9 @@ StoredObject addObject(const Viewer& viewer, ZaroNamedObj::NaObjType type, const
 }
 
 StoredObject changeObject(const Viewer& viewer, unsigned int id, const ObjectChange& change) {
+  if (change.name) {
+    refuseReservedName(*change.name);
+  }
   if (change.content) {
     refuseWrongContent(*change.content);
   }
@@ -355,7 +365,7 @@ StoredObject changeObject(const Viewer& viewer, unsigned int id, const ObjectCha
       throw RuntimeError(nameOf(stored) + " is the system's: it keeps its name and type");
     }
     const StoredObject changed = {id, change.type.value_or(stored.type), change.name.value_or(stored.name)};
-    refuseOtherType(db, stored, changed.type);
+    refuseOtherType(db, stored, changed.type, changed.name);
     const std::string content = change.content ? *change.content : contentOf(db, stored);
     refuseWhatDoesNotFit("ui_ModifyNamedObj.sql", changed.name, content, {numberOf(changed.type), std::to_string(id)});
     if (!ZaroNamedObj::modify(db.library(), id, viewer.id, changed.name.c_str(), content.c_str(), changed.type)) {

@@ -22,8 +22,8 @@ ZaroNamedObj::NaObjType objectType(const std::string& text);
 // Every type of which there are objects.
 std::vector<ZaroNamedObj::NaObjType> usedTypes();
 
-// UsageError, naming `argument`, for a name that is the system's.
-void refuseReservedName(const char* argument, const std::string& name);
+// UsageError for a name that is the system's.
+void refuseReservedName(const std::string& name);
 
 struct StoredObject {
   unsigned int id;

@@ -22,7 +22,6 @@ void refuseWrongGroupName(const char* argument, const std::string& name) {
   if (!wrong.empty()) {
     throw UsageError(std::string(argument) + ": " + quoted(name) + " " + wrong);
   }
-  refuseReservedName(argument, name);
 }
 
 void tellOfRepetition(const std::string& address) {

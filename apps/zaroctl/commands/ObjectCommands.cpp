@@ -91,7 +91,6 @@ ExitCode printObject(Output& out, const StoredObject& object) {
 ExitCode add(Output& out, const NewObject& wanted) {
   const auto type = objectType(wanted.type);
   refuseWrongName("NAME", wanted.name);
-  refuseReservedName("NAME", wanted.name);
   const Viewer viewer = findViewer(wanted.admin);
   return printObject(out, addObject(viewer, type, wanted.name, wanted.content.read().value_or("")));
 }
@@ -108,7 +107,6 @@ ExitCode modify(Output& out, const WantedChange& wanted) {
   const unsigned int id = idArgument("ID", wanted.id);
   if (wanted.name) {
     refuseWrongName("--name", *wanted.name);
-    refuseReservedName("--name", *wanted.name);
   }
   ObjectChange change;
   change.name = wanted.name;

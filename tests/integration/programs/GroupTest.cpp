@@ -159,8 +159,8 @@ TEST_P(Group, injectionsAreRefusedOrStoredAsTheyAre) {
   expectRefused({"add", "--as", "sales-admin", std::string(41, '\'')}, 2, "has more than 40 quotes");
   expectRefused({"add", "--as", "sales-admin", ""}, 2, "is empty");
   expectRefused({"modify", "Board", "--name", ""}, 2, "is empty");
-  expectRefused({"add", "--as", "admin", "OPP:x"}, 2, "NAME: \"OPP:x\" begins with \"OPP:\"");
-  expectRefused({"modify", "Board", "--name", "OPP:x"}, 2, "--name: \"OPP:x\" begins with \"OPP:\"");
+  expectRefused({"add", "--as", "admin", "OPP:x"}, 2, "the name \"OPP:x\" begins with \"OPP:\"");
+  expectRefused({"modify", "Board", "--name", "OPP:x"}, 2, "the name \"OPP:x\" begins with \"OPP:\"");
   expectRefused({"modify", "Board", "--add", ""}, 2, "is empty");
   EXPECT_EQ(run({"group", "add", "--as", "sales-admin", std::string(40, '\'')}).status, 0);
 }

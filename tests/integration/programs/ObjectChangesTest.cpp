@@ -150,6 +150,16 @@ TEST_P(ObjectChanges, oldestOfSeveralSystemAreasCountsAndTheRootRemovesTheOthers
   EXPECT_THAT(run({"check"}).out, HasSubstr("no quarantine area has the system's name (\"OPP:\"): "));
 }
 
+TEST_P(ObjectChanges, noOtherObjectBecomesASystemArea) {
+  session()->run("INSERT INTO named_object (type, name, content) VALUES (5, 'OPP:x', '')");
+  for (const char* type : {"quarantine", "1"}) {
+    expectRefused({"object", "modify", "--as", "admin", "12", "--type", type}, 75, "was not changed: rename it first");
+  }
+  EXPECT_EQ(object(12), "5 OPP:x ");
+  expectDone({"object", "modify", "--as", "admin", "12", "--type", "quarantine", "--name", "x"});
+  EXPECT_EQ(object(12), "3 x ");
+}
+
 TEST_P(ObjectChanges, refusalsShowNothingOfWhatIsNotSeen) {
   const Words hidden = {"Company", "Hold confidential", "example.test", "does not", "code"};
   for (const Words& words : {Words{"object", "show", "--as", "customer-admin", "2"},
