@@ -18,8 +18,10 @@ constexpr std::size_t kFirstPiece = 16 * 1024;
 // database or the data source has set.
 constexpr char kPlainBackslashes[] = "SET standard_conforming_strings=on";
 
-// What DISCARD ALL does, which itself cannot stand beside other statements, but for cached plans, which nobody can
-// tell. RESET ROLE puts back a role that is set for the user or database.
+constexpr char kDiscardAll[] = "DISCARD ALL";
+
+// DISCARD ALL cannot stand beside other statements. Where settings follow, this does the same, except discarding cached
+// plans, which has no visible effect. RESET ROLE puts back a role that is set for the user or database.
 constexpr char kResetSession[] =
     "CLOSE ALL;SET SESSION AUTHORIZATION DEFAULT;RESET ROLE;RESET ALL;DEALLOCATE ALL;UNLISTEN *;"
     "SELECT pg_advisory_unlock_all();DISCARD TEMP;DISCARD SEQUENCES;";
@@ -107,7 +109,8 @@ void OdbcConnection::resetSession(const std::string& settings) {
     case Dialect::SQLite:
       return;  // nothing that could be dead
     case Dialect::PostgreSQL:
-      execute(kResetSession + m_driverSettings + settings + kPlainBackslashes);
+      execute(m_startsPlain && settings.empty() ? kDiscardAll
+                                                : kResetSession + m_driverSettings + settings + kPlainBackslashes);
       break;
     case Dialect::Other:
       execute("SELECT 1");
@@ -147,11 +150,19 @@ void OdbcConnection::disconnect() noexcept {
 void OdbcConnection::execute(const std::string& statement) {
   closeResult();
   refuseWhatIsNotUtf8(statement);
+  if (m_dialect == Dialect::PostgreSQL && statement.find('\\') != std::string::npos) {
+    // A statement may have changed it, or the server's configuration, to which a session is reset.
+    _send(kPlainBackslashes);
+  }
+  _send(statement);
+  _describeColumns();
+}
+
+void OdbcConnection::_send(const std::string& statement) {
   const SQLRETURN result = SQLExecDirect(m_statement.get(), input(statement), static_cast<SQLINTEGER>(statement.size()));
   if (result != SQL_NO_DATA) {  // an update of nothing
     _test(result, "SQLExecDirect");
   }
-  _describeColumns();
 }
 
 void OdbcConnection::closeResult() noexcept {
@@ -217,6 +228,7 @@ void OdbcConnection::_checkDatabaseIsFile() {
 
 // Makes backslashes plain, and finds out what a reset takes back of what the driver has set for itself when it connected.
 void OdbcConnection::_prepareSession() {
+  execute(kPlainBackslashes);
   const std::vector<std::string> set = _driverSettings();
   execute("BEGIN");
   execute("RESET ALL");
@@ -228,15 +240,18 @@ void OdbcConnection::_prepareSession() {
       m_driverSettings += set[i];
     }
   }
-  execute(kPlainBackslashes);
+  execute("SELECT current_setting('role')");
+  m_startsPlain = m_driverSettings.empty() && fetch() && value(0) == "none";
   closeResult();
 }
 
-// The statements that would set anew what PostgreSQL's driver sets.
+// The statements that would set anew what PostgreSQL's driver and we have set. Numbers are written in full with any
+// extra_float_digits above 0.
 std::vector<std::string> OdbcConnection::_driverSettings() {
   execute(
-      "SELECT format('SET %s=%L;',name,current_setting(name)) FROM "
-      "unnest(ARRAY['DateStyle','extra_float_digits','client_encoding']) AS name");
+      "SELECT format('SET %s=%L;',name,CASE WHEN name='extra_float_digits' AND current_setting(name)::int>0 THEN '1' "
+      "ELSE current_setting(name) END) FROM unnest(ARRAY['DateStyle','extra_float_digits','client_encoding',"
+      "'standard_conforming_strings']) AS name");
   std::vector<std::string> statements;
   while (fetch()) {
     statements.push_back(value(0).value_or(""));

@@ -58,6 +58,7 @@ class OdbcConnection {
  private:
   void _checkDatabaseIsFile();
   void _prepareSession();
+  void _send(const std::string& statement);
   std::vector<std::string> _driverSettings();
   void _checkBackslashesArePlain();
   std::optional<std::string> _refusalOf(const std::string& statement);
@@ -71,6 +72,7 @@ class OdbcConnection {
   bool m_connected = false;
   Dialect m_dialect = Dialect::Other;
   std::string m_driverSettings;  // statements that set again what PostgreSQL's driver had set
+  bool m_startsPlain = false;    // PostgreSQL begins a session with all of that, and without a role
   std::vector<std::string> m_columns;
   std::vector<std::optional<std::string>> m_row;
   std::vector<char> m_buffer;  // first piece of every column

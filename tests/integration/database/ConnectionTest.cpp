@@ -684,9 +684,12 @@ TEST_P(PostgresqlConnection, backslashNeverEscapesAQuote) {
   ini.write(path, 0644);
   KxDbConnect connection;
   connect(connection);
-  connection.executeSQL("SELECT '\\'' OR 1=1' AS \"v\"", KxDbConnect::SQL_TYPE_DEFAULT);
-  ASSERT_EQ(connection.fetchNextRow(), 0);
-  EXPECT_STREQ(connection.getColVal("v"), "\\' OR 1=1");
+  for (const char* before : {"SELECT 1", "SET standard_conforming_strings=off"}) {
+    connection.executeSQL(before, KxDbConnect::SQL_TYPE_DEFAULT);
+    connection.executeSQL("SELECT '\\'' OR 1=1' AS \"v\"", KxDbConnect::SQL_TYPE_DEFAULT);
+    ASSERT_EQ(connection.fetchNextRow(), 0) << before;
+    EXPECT_STREQ(connection.getColVal("v"), "\\' OR 1=1") << before;
+  }
 }
 
 // The same server under a driver whose name tells nothing. Values for such a driver are in braces, which this one takes

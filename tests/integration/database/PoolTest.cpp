@@ -391,6 +391,16 @@ TEST_P(PostgresqlPool, whatTheDataSourceHasSetOutlastsTheReset) {
   }
 }
 
+TEST_P(PostgresqlPool, roleOfTheDatabaseOutlastsTheReset) {
+  home().sql("ALTER DATABASE " + home().settings().database + " SET role TO pg_monitor");
+  open(1);
+  for (int loan = 0; loan < 2; ++loan) {
+    KxDbConnect* connection = m_pool.getConnect();
+    EXPECT_EQ(first(connection, "SELECT current_user AS \"v\""), "pg_monitor") << loan;
+    m_pool.returnConnect(connection);
+  }
+}
+
 TEST_P(PostgresqlPool, commentInTheDataSourceDoesNotHideOurOwnSettings) {
   const std::string path = home().directory().path("config/odbc.ini");
   zaroruntime::IniFile ini(path);
