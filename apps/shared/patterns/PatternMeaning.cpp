@@ -84,13 +84,17 @@ std::vector<std::string> patternsMeantBy(std::string_view line) {
   }
   std::string_view text = trimmed(withoutComment(line));
   if (hasBrackets(text)) {
+    const std::size_t bracket = text.find('<');
+    if (bracket != std::string_view::npos && text.substr(0, bracket).find('@') != std::string_view::npos) {
+      return {};  // which of the two addresses is meant is not said
+    }
     text = insideBrackets(text);
   }
   const std::vector<std::string_view> words = wordsOf(text);
-  if (words.empty()) {
+  if (words.empty() || std::any_of(words.begin(), words.end(), beginsWithNegation)) {
     return {};
   }
-  // Several words are patterns as they stand, or not to be guessed at.
+  // Several words are suggested only if each is a pattern as it stands.
   Texts patterns = words.size() == 1 ? patternsMeantByWord(words.front()) : Texts(words.begin(), words.end());
   const bool canBeSaid = std::all_of(patterns.begin(), patterns.end(), [](const std::string& pattern) {
     return isClean(pattern) && !isCatchAll(pattern);

@@ -46,6 +46,8 @@ constexpr PatternMistake kEmptyLabel = {"empty-label", "an empty label: no mail 
                                         "the domain that is meant"};
 constexpr PatternMistake kSecondAt = {"second-at", "the domain begins at the first @, so a label has one in it",
                                       "one pattern a line"};
+constexpr PatternMistake kNegation = {"negation", "a sign before the address excepts nothing: it is a part of the name",
+                                      "no pattern says it: have what is excepted in a list of its own"};
 constexpr PatternMistake kOddCharacter = {"odd-character", "a character that no mail address has there",
                                           "the address alone, one a line"};
 
@@ -57,7 +59,7 @@ bool isQuoted(std::string_view text) {
   return text.size() >= 2 && (text.front() == '"' || text.front() == '\'') && text.back() == text.front();
 }
 
-// What has a rule of its own is nothing odd.
+// Characters that another rule reports are not odd.
 bool isOdd(char character, bool (*isOrdinary)(char)) {
   constexpr std::string_view kOwnRule = "*?@";
   return !isOrdinary(character) && !isBlankOrControl(character) && !isBeyondAscii(character) &&
@@ -139,6 +141,9 @@ std::vector<PatternMistake> mistakesIn(std::string_view pattern) {
     const std::string_view domain = at == std::string_view::npos ? text : text.substr(at);
     mistakes.push_back(std::any_of(domain.begin(), domain.end(), isBeyondAscii) ? kNonAsciiDomain : kNonAsciiName);
   }
+  if (at != std::string_view::npos && beginsWithNegation(text)) {
+    mistakes.push_back(kNegation);
+  }
   if (text.find('?') != std::string_view::npos) {
     mistakes.push_back(kQuestionMark);
   }
@@ -156,6 +161,11 @@ bool isCatchAll(std::string_view pattern) {
   }
   const PatternPieces pieces = piecesOf(pattern);
   return pieces.name == kWildcard && pieces.labels.back() == kWildcard;
+}
+
+bool beginsWithNegation(std::string_view word) {
+  constexpr std::string_view kSigns = "!-~";
+  return !word.empty() && kSigns.find(word.front()) != std::string_view::npos;
 }
 
 std::string_view withoutComment(std::string_view text) {

@@ -23,6 +23,8 @@ std::string_view withoutComment(std::string_view text);
 // The text inside of angle brackets or quotes, without blanks at its ends; nothing unless there is exactly one pair and
 // no character behind it.
 std::string_view insideBrackets(std::string_view text);
+// Whether a word begins with a sign by which other lists except what follows.
+bool beginsWithNegation(std::string_view word);
 // Whether the text has angle brackets, or is in quotes.
 bool hasBrackets(std::string_view text);
 // Whether the line, but for a comment behind it, is in slashes, or begins with ^, ends with $ or has a backslash.
