@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdlib>
+#include <stdexcept>
 #include <string>
 
 #include "commands/CommandTree.h"
@@ -13,6 +14,7 @@
 #include "console/RunProgram.h"
 #include "console/Text.h"
 #include "console/UsageError.h"
+#include "store/Transaction.h"
 
 namespace {
 
@@ -79,6 +81,17 @@ ExitCode parseFailure(const CLI::App& app, const CLI::ParseError& error) {
   return ExitCode::Usage;
 }
 
+void finish(Output& out) {
+  try {
+    out.finish();
+  } catch (const std::runtime_error& failure) {
+    if (hasCommittedChange()) {
+      throw std::runtime_error(std::string("the change is made, but its result cannot be printed: ") + failure.what());
+    }
+    throw;
+  }
+}
+
 ExitCode run(int argc, const char* const* argv) {
   CLI::App app("Make, check and ask the policy database of the gateway.", "zaroctl");
   app.require_subcommand(1);
@@ -98,7 +111,7 @@ ExitCode run(int argc, const char* const* argv) {
   setEnvironment(app, options);
   Output out(outputForm(options));
   const ExitCode code = tree.chosen()(out);
-  out.finish();
+  finish(out);
   return code;
 }
 

@@ -1,6 +1,7 @@
 #include "store/Transaction.h"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <random>
 #include <string>
@@ -13,6 +14,11 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 namespace {
+
+std::atomic<bool>& committedChange() {
+  static std::atomic<bool> committed{false};
+  return committed;
+}
 
 constexpr std::chrono::seconds kLastBegin{15};
 constexpr const char* kLockTimeOut = "SET LOCAL lock_timeout = '5s'";  // the data source says so for SQLite
@@ -45,6 +51,7 @@ void begin(StoreConnection& db) {
 
 void commit(StoreConnection& db) {
   if (db.library().commitTransaction()) {
+    committedChange() = true;
     return;
   }
   const std::string reason = zaroruntime::lastFailure();
@@ -83,6 +90,10 @@ void runOnce(const std::function<void(StoreConnection&)>& change) {
 }
 
 }  // namespace
+
+bool hasCommittedChange() {
+  return committedChange();
+}
 
 void runInTransaction(const std::function<void(StoreConnection&)>& change) {
   const auto end = Clock::now() + kLastBegin;

@@ -4,10 +4,10 @@
 //    `library()` and with SQL of its own. The operations that open a connection of their own (those of AddressGroup,
 //    getOPPQuarantineArea, getPolicyServerInfo) do not belong into it: they see nothing of it, and on SQLite a write
 //    there waits for the change that waits for it.
-// 2. What the change reads and then relies on it locks first: rows with `forUpdate()`, what depends on the rows that
-//    there are not with `lockTable`. Rows of a table are locked in the order of their identifiers, and one that is named
-//    before those that refer to it, so that two changes seldom wait for each other. SQLite's transactions hold the whole
-//    database.
+// 2. What the change reads and then relies on it locks first: rows with `forUpdate()`; a change that relies on rows being
+//    absent locks the table with `lockTable`. Rows of a table are locked in the order of their identifiers, and a
+//    referenced row before its referrers, so that two changes seldom wait for each other. SQLite's transactions hold the
+//    whole database.
 // 3. The change may run more than once, since another program can be in its way: for as long as that lasts it waits and
 //    runs again. So whatever it does outside the database (reading a file, asking, printing) stands before or behind it.
 // 4. When it throws, nothing is stored.
@@ -23,6 +23,9 @@
 
 // `inTransaction` without a result.
 void runInTransaction(const std::function<void(StoreConnection&)>& change);
+
+// Whether this program has committed a change. What fails afterwards does not undo it.
+bool hasCommittedChange();
 
 // Runs a change and commits it; returns what the change does.
 //   - Contention (locks, deadlocks, serialization) is waited for. Pauses grow, at random, and no attempt begins after 15
