@@ -53,17 +53,17 @@ std::vector<StoredGroup> visibleGroups(const Viewer& viewer, Condition isWanted)
 }
 
 // The managing groups that will own a group.
-std::vector<GroupEntity> ownersFor(StoreConnection& db, const Viewer& viewer, unsigned int entityId) {
-  std::vector<GroupEntity> owners = viewer.entities;
-  if (entityId != 0) {
+std::vector<GroupEntity> ownersFor(StoreConnection& db, const Viewer& viewer, std::optional<unsigned int> entityId) {
+  std::vector<GroupEntity> owners = entitiesOf(db, viewer.id);
+  if (entityId) {
     owners.erase(
-        std::remove_if(owners.begin(), owners.end(), [&](const GroupEntity& owner) { return owner.id != entityId; }),
+        std::remove_if(owners.begin(), owners.end(), [&](const GroupEntity& owner) { return owner.id != *entityId; }),
         owners.end());
   }
-  if (owners.empty() && viewer.isRoot && entityId != 0 &&
-      db.value("SELECT id AS \"EntityID\" FROM entity WHERE id = " + std::to_string(entityId), "EntityID")) {
+  if (owners.empty() && entityId && EntityUtils::isAdminRoot(db.library(), viewer.id) &&
+      db.value("SELECT id AS \"EntityID\" FROM entity WHERE id = " + std::to_string(*entityId), "EntityID")) {
     owners.emplace_back();
-    owners.back().id = entityId;
+    owners.back().id = *entityId;
   }
   return owners;
 }
@@ -92,15 +92,15 @@ std::vector<GroupSummary> listGroups(const Actor& actor) {
 }
 
 StoredGroup findGroup(const std::string& name, const Actor& actor) {
-  const auto groups = actor
-                          ? visibleGroups(*actor, [&](const SummaryNamedObject& object) { return object.name == name; })
-                          : groupsWhere("name = " + sqlLiteral(name));
+  auto groups = actor ? visibleGroups(*actor, [&](const SummaryNamedObject& object) { return object.name == name; })
+                      : groupsWhere("name = " + sqlLiteral(name));
   if (groups.empty()) {
     throwNotThere(actor, "named " + quoted(name));
   }
   if (groups.size() > 1) {
     throw RuntimeError(std::to_string(groups.size()) + " address groups are named " + quoted(name));
   }
+  groups.front().isNamed = true;
   return groups.front();
 }
 
@@ -143,15 +143,15 @@ std::string wrongGroupName(const std::string& name) {
              : "";
 }
 
-StoredGroup addGroup(const Viewer& viewer, unsigned int entityId, const std::string& name,
+StoredGroup addGroup(const Viewer& viewer, std::optional<unsigned int> entityId, const std::string& name,
                      const std::vector<std::string>& members) {
   refuseReservedName(name);
   return inTransaction([&](StoreConnection& db) {
     auto owners = ownersFor(db, viewer, entityId);
     if (owners.empty()) {
       throw RuntimeError("the address group " + quoted(name) + " was not added: " + quoted(viewer.name) +
-                         (entityId == 0 ? " is assigned to no managing group that could own it"
-                                        : " has no managing group " + std::to_string(entityId)));
+                         (entityId ? " has no managing group " + std::to_string(*entityId)
+                                   : " is assigned to no managing group that could own it"));
     }
     const unsigned int id = ZaroNamedObj::addObj(db.library(), name.c_str(), "", kType);
     if (id == kNoId || !ZaroNamedObj::addEntityNamedObjIds(db.library(), id, kType, owners)) {

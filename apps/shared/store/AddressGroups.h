@@ -23,6 +23,7 @@ using Actor = std::optional<Viewer>;
 struct StoredGroup {
   unsigned int id;
   std::string name;
+  bool isNamed = false;  // found by its name, without which it is not the group that is meant
 };
 
 struct GroupSummary {
@@ -47,9 +48,9 @@ std::vector<std::string> membersOf(const StoredGroup& group);
 std::string wrongGroupName(const std::string& name);
 
 // Adds a group that every managing group of the administrator owns, or one of them; the administration root may name any.
-//   entityId   0 for all
+//   entityId   nothing for all
 //   members    each once
-StoredGroup addGroup(const Viewer& viewer, unsigned int entityId, const std::string& name,
+StoredGroup addGroup(const Viewer& viewer, std::optional<unsigned int> entityId, const std::string& name,
                      const std::vector<std::string>& members);
 
 // What is to be done with a group, in this order. All of it is done, or nothing.

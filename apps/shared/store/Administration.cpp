@@ -77,6 +77,10 @@ unsigned int adminIdOf(const std::string& name) {
 
 std::vector<GroupEntity> entitiesOf(unsigned int adminId) {
   StoreConnection db;
+  return entitiesOf(db, adminId);
+}
+
+std::vector<GroupEntity> entitiesOf(StoreConnection& db, unsigned int adminId) {
   std::vector<GroupEntity> entities;
   const std::string failure = "cannot read the managing groups of an administrator";
   const int code = answerOf(failure, [&] { return EntityUtils::getEntity(db.library(), adminId, entities); });

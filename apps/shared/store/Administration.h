@@ -32,6 +32,7 @@ void refuseWrongName(const char* argument, const std::string& text);
 unsigned int adminIdOf(const std::string& name);
 // The managing groups of an administrator; without any, empty.
 std::vector<GroupEntity> entitiesOf(unsigned int adminId);
+std::vector<GroupEntity> entitiesOf(StoreConnection& db, unsigned int adminId);
 
 // --- Managing groups ---
 

@@ -14,6 +14,7 @@ namespace {
 constexpr int kConnectTimeOut = 10;
 // More than a program's units of work that are open at a time. A connection is made when it is needed.
 constexpr int kPoolSize = 4;
+constexpr int kEndOfRows = 1;  // of fetchNextRow
 
 // The database that the library was made ready for.
 struct Target {
@@ -77,7 +78,7 @@ std::unique_ptr<ZARO::RdbmsInterface> connectToDatabase() {
   if (!ZARO::RdbmsInterface::Init(kPoolSize, nullptr, nullptr, nullptr, nullptr, nullptr)) {
     throw RuntimeError(databaseFailure());
   }
-  // Made after the driver was loaded, and so gone before what the driver leaves to the end of the program.
+  // Destroyed before the driver's own exit handlers, since it is constructed after them.
   static const PoolClosing closing;
   auto db = std::make_unique<ZARO::RdbmsInterface>();
   requireLibrarySchema(*db);
@@ -128,13 +129,17 @@ std::vector<StoreConnection::Row> StoreConnection::rows(const std::string& query
   return throwingErrors([&] {
     std::vector<Row> rows;
     m_library.executeSQL(query.c_str());
-    while (m_library.fetchNextRow() == 0) {
+    int next = 0;
+    while ((next = m_library.fetchNextRow()) == 0) {
       Row& row = rows.emplace_back();
       row.reserve(columns.size());
       for (const char* column : columns) {
         const char* text = m_library.getColVal(column);
         row.push_back(text != nullptr ? std::optional<std::string>(text) : std::nullopt);
       }
+    }
+    if (next != kEndOfRows) {
+      throw DatabaseError::because("not all rows came");
     }
     return rows;
   });

@@ -20,7 +20,7 @@
 class DatabaseError : public zaroruntime::RuntimeError {
  public:
   using RuntimeError::RuntimeError;
-  // `what` could not be done, because of what the platform failed in last.
+  // `what`, a colon, and the platform's last failure.
   static DatabaseError because(const std::string& what);
 };
 
@@ -66,10 +66,10 @@ class StoreConnection {
   // That column of the first row; nothing for no row or NULL.
   std::optional<std::string> value(const std::string& query, const char* column);
 
-  // In a transaction: has everybody else wait who wants to change the table or lock it, to its end. SQLite has no need
-  // of it, since its transactions exclude each other.
+  // Locks the table against other writers until the transaction ends. SQLite has no need of it, since its transactions
+  // exclude each other.
   void lockTable(const char* table);
-  // What stands behind a query to do the same with the rows that it finds; empty on SQLite.
+  // The suffix that locks the rows a query finds; empty on SQLite.
   const char* forUpdate() const;
 
  private:

@@ -34,6 +34,9 @@ GroupEdit::GroupEdit(StoreConnection& db, const Actor& actor, const StoredGroup&
   if (!name) {
     throw NotThere(nameOf(group) + " is gone");
   }
+  if (group.isNamed && *name != group.name) {
+    throw NotThere(nameOf(group) + " has another name by now");
+  }
   m_group.name = *name;
   if (actor && !ZaroNamedObj::isEditable(m_db.library(), actor->id, group.id)) {
     throw RuntimeError(quoted(actor->name) + " may not edit " + nameOf(m_group) +
@@ -90,14 +93,9 @@ std::vector<std::size_t> GroupEdit::append(const std::vector<std::string>& addre
 }
 
 void GroupEdit::removeGroup() {
-  const auto rules =
-      m_db.rows("SELECT name AS \"Name\" FROM policy_rule WHERE quarantine_id = " + m_id +
-                    " OR id IN (SELECT rule_id FROM policy_rule_object WHERE object_id = " + m_id + ") ORDER BY name",
-                {"Name"});
+  const auto rules = rulesThatUse(m_db, m_group.id);
   if (!rules.empty()) {
-    // An administrator need not know every rule.
-    throw RuntimeError(nameOf(m_group) + " was not removed: in use by a rule" +
-                       (m_actor ? "" : ", " + quoted(rules.front()[0].value_or(""))));
+    throw RuntimeError(nameOf(m_group) + " was not removed: in use by " + rulesText(!m_actor || m_actor->isRoot, rules));
   }
   m_db.run("DELETE FROM named_object WHERE id = " + m_id);
 }

@@ -12,6 +12,7 @@
 #include "console/Text.h"
 #include "console/UsageError.h"
 #include "installation/StatementCatalog.h"
+#include "store/AddressGroups.h"
 #include "store/Database.h"
 #include "store/Transaction.h"
 
@@ -161,33 +162,6 @@ StoredObject lockForChange(StoreConnection& db, const Viewer& viewer, unsigned i
   return object;
 }
 
-void refuseOtherType(StoreConnection& db, const StoredObject& object, ZaroNamedObj::NaObjType type,
-                     const std::string& name) {
-  if (object.type == ZaroNamedObj::GroupOfAddresses && type != object.type &&
-      db.value("SELECT count(*) AS members FROM address_group_member WHERE group_id = " + std::to_string(object.id),
-               "members") != "0") {
-    throw RuntimeError(nameOf(object) + " was not changed: an address group with members stays one");
-  }
-  // As a quarantine area it would be taken for the system's.
-  if (type != object.type && isReserved(name)) {
-    throw RuntimeError(nameOf(object) + " was not changed: rename it first, since only the system's quarantine area " +
-                       "has a name that begins with " + quoted(kReservedPrefix));
-  }
-}
-
-std::vector<std::string> rulesThatUse(StoreConnection& db, unsigned int objectId) {
-  const std::string id = std::to_string(objectId);
-  std::vector<std::string> names;
-  for (const auto& row : db.rows("SELECT name FROM policy_rule WHERE quarantine_id = " + id +
-                                     " OR EXISTS (SELECT 1 FROM policy_rule_object WHERE rule_id = "
-                                     "policy_rule.id AND object_id = " +
-                                     id + ") ORDER BY name",
-                                 {"name"})) {
-    names.push_back(row[0].value_or(""));
-  }
-  return names;
-}
-
 std::vector<ObjectText> textsWhere(const std::string& condition) {
   StoreConnection db;
   std::vector<ObjectText> texts;
@@ -223,6 +197,34 @@ std::string listed(const std::vector<std::string>& names) {
     text.append(text.empty() ? "" : ", ").append(quoted(name));
   }
   return text;
+}
+
+void refuseOtherType(StoreConnection& db, const Viewer& viewer, const StoredObject& object, const StoredObject& changed) {
+  if (changed.type == object.type) {
+    return;
+  }
+  if (object.type == ZaroNamedObj::GroupOfAddresses &&
+      db.value("SELECT count(*) AS members FROM address_group_member WHERE group_id = " + std::to_string(object.id),
+               "members") != "0") {
+    throw RuntimeError(nameOf(object) + " was not changed: an address group with members stays one");
+  }
+  const auto rules = rulesThatUse(db, object.id);
+  if (!rules.empty()) {
+    throw RuntimeError(nameOf(object) + " was not changed: it keeps its type while in use by " +
+                       rulesText(viewer.isRoot, rules));
+  }
+  // As a quarantine area it would be taken for the system's.
+  if (isReserved(changed.name)) {
+    throw RuntimeError(nameOf(object) + " was not changed: rename it first, since only the system's quarantine area " +
+                       "has a name that begins with " + quoted(kReservedPrefix));
+  }
+}
+
+void refuseNameOfGroup(const StoredObject& object) {
+  const std::string wrong = object.type == ZaroNamedObj::GroupOfAddresses ? wrongGroupName(object.name) : "";
+  if (!wrong.empty()) {
+    throw UsageError("the name " + quoted(object.name) + " of an address group " + wrong);
+  }
 }
 
 }  // namespace
@@ -285,6 +287,26 @@ std::vector<std::string> rulesThatUse(unsigned int objectId) {
   return rulesThatUse(db, objectId);
 }
 
+std::vector<std::string> rulesThatUse(StoreConnection& db, unsigned int objectId) {
+  const std::string id = std::to_string(objectId);
+  std::vector<std::string> names;
+  for (const auto& row : db.rows("SELECT name FROM policy_rule WHERE quarantine_id = " + id +
+                                     " OR EXISTS (SELECT 1 FROM policy_rule_object WHERE rule_id = "
+                                     "policy_rule.id AND object_id = " +
+                                     id + ") ORDER BY name",
+                                 {"name"})) {
+    names.push_back(row[0].value_or(""));
+  }
+  return names;
+}
+
+std::string rulesText(bool namesThem, const std::vector<std::string>& rules) {
+  if (namesThem) {
+    return listed(rules);
+  }
+  return rules.size() == 1 ? "a rule" : std::to_string(rules.size()) + " rules";
+}
+
 std::vector<ObjectText> textsOfType(ZaroNamedObj::NaObjType type) {
   return textsWhere("type = " + numberOf(type));
 }
@@ -337,6 +359,7 @@ void throwNotSeen(const Viewer& viewer, unsigned int id) {
 StoredObject addObject(const Viewer& viewer, ZaroNamedObj::NaObjType type, const std::string& name,
                        const std::string& content) {
   refuseReservedName(name);
+  refuseNameOfGroup({0, type, name});
   refuseWrongContent(content);
   if (viewer.entities.empty()) {
     throw RuntimeError(quoted(viewer.name) + " is assigned to no managing group that could own the object");
@@ -365,7 +388,10 @@ StoredObject changeObject(const Viewer& viewer, unsigned int id, const ObjectCha
       throw RuntimeError(nameOf(stored) + " is the system's: it keeps its name and type");
     }
     const StoredObject changed = {id, change.type.value_or(stored.type), change.name.value_or(stored.name)};
-    refuseOtherType(db, stored, changed.type, changed.name);
+    refuseOtherType(db, viewer, stored, changed);
+    if (change.name || change.type) {
+      refuseNameOfGroup(changed);
+    }
     const std::string content = change.content ? *change.content : contentOf(db, stored);
     refuseWhatDoesNotFit("ui_ModifyNamedObj.sql", changed.name, content, {numberOf(changed.type), std::to_string(id)});
     if (!ZaroNamedObj::modify(db.library(), id, viewer.id, changed.name.c_str(), content.c_str(), changed.type)) {
@@ -392,7 +418,8 @@ StoredObject removeObject(const Viewer& viewer, unsigned int id) {
       case ZaroErrC::ObjectNotEditable:
         refuseEditing(viewer, object);
       case ZaroErrC::ObjectInUse:
-        throw RuntimeError(nameOf(object) + " was not removed: in use (code 6025) by " + listed(rulesThatUse(db, id)));
+        throw RuntimeError(nameOf(object) + " was not removed: in use (code 6025) by " +
+                           rulesText(viewer.isRoot, rulesThatUse(db, id)));
       default:
         throw DatabaseError::because(nameOf(object) + " was not removed");
     }

@@ -37,6 +37,7 @@ std::optional<StoredObject> findStored(unsigned int id);
 std::string contentOf(const StoredObject& object);
 // The names of the rules that use an object.
 std::vector<std::string> rulesThatUse(unsigned int objectId);
+std::vector<std::string> rulesThatUse(StoreConnection& db, unsigned int objectId);
 
 // An object with the text that policies read for it: its content, or the members of an address group, one a line.
 struct ObjectText {
@@ -57,6 +58,8 @@ struct Viewer {
   std::vector<GroupEntity> entities;
 };
 
+// Rules, which are at least one, for a message, named or counted. Only the root is told all names.
+std::string rulesText(bool namesThem, const std::vector<std::string>& rules);
 // NotThere also for one who could not see anything.
 Viewer findViewer(const std::string& adminName);
 std::vector<SummaryNamedObject> visibleObjects(const Viewer& viewer, ZaroNamedObj::NaObjType type);
@@ -65,7 +68,7 @@ bool isModifiable(const Viewer& viewer, unsigned int id);
 // NotThere for what the viewer does not see, whether it is there or not.
 [[noreturn]] void throwNotSeen(const Viewer& viewer, unsigned int id);
 
-// What the library does with an object, or RuntimeError saying in words why it did not, or would not. The object is
+// Performs the library's operation; RuntimeError explains a refusal. The object is
 // read back and compared before the change is committed.
 StoredObject addObject(const Viewer& viewer, ZaroNamedObj::NaObjType type, const std::string& name,
                        const std::string& content);

@@ -44,7 +44,7 @@ Addresses newMembers(const Addresses& given) {
   return members.take();
 }
 
-// What is to go need not be fit for a member.
+// A member to remove may be one that zaroctl would not add.
 Addresses goneMembers(const Addresses& given) {
   DistinctMembers members;
   for (const std::string& address : given) {
@@ -83,14 +83,15 @@ ExitCode showMembers(Output& out, const WantedGroup& group) {
 struct NewGroup {
   std::string name;
   std::string admin;
-  unsigned int entityId = 0;
+  std::optional<std::string> entity;
   Addresses members;
 };
 
 ExitCode add(Output& out, const NewGroup& wanted) {
   refuseWrongGroupName("NAME", wanted.name);
   const Addresses members = newMembers(wanted.members);
-  const StoredGroup added = addGroup(findViewer(wanted.admin), wanted.entityId, wanted.name, members);
+  const auto entityId = wanted.entity ? std::make_optional(idArgument("--entity", *wanted.entity)) : std::nullopt;
+  const StoredGroup added = addGroup(findViewer(wanted.admin), entityId, wanted.name, members);
   out.record({{"id", added.id}, {"name", added.name}, {"members", members.size()}});
   return ExitCode::Found;
 }
@@ -159,7 +160,7 @@ void addGroupAdd(CommandTree& tree) {
                                tellingNotThere([group](Output& out) { return add(out, *group); }));
   command->add_option("--as", group->admin, "The administrator who adds it")->required()->type_name("ADMIN");
   command
-      ->add_option("--entity", group->entityId,
+      ->add_option("--entity", group->entity,
                    "The managing group that owns it, by identifier; otherwise all of the administrator's")
       ->type_name("ID");
   command->add_option("NAME", group->name, "Its name")->required()->type_name("");

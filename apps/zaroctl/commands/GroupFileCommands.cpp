@@ -122,8 +122,6 @@ struct Import {
 };
 
 ExitCode importMembers(Output& out, const Import& import) {
-  const Actor actor = import.group.as.find();
-  const StoredGroup group = import.group.find(actor);
   ImportedMembers imported;
   for (const std::string& file : import.files) {
     imported.read(file);
@@ -132,7 +130,9 @@ ExitCode importMembers(Output& out, const Import& import) {
     throw RuntimeError("nothing is imported: " + std::to_string(imported.bad()) + " lines cannot be members");
   }
   const GroupChange change = {std::nullopt, !import.append, {}, imported.take(), true};
-  const ChangedGroup changed = changeGroup(actor, group, change);
+  // Reading may take long, and the group is looked up afterwards.
+  const Actor actor = import.group.as.find();
+  const ChangedGroup changed = changeGroup(actor, import.group.find(actor), change);
   for (const std::size_t member : changed.present) {
     diagnose(imported.placeOf(member) + ": " + quoted(change.added[member]) + " is a member already");
   }

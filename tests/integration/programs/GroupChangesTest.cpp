@@ -1,6 +1,9 @@
 // Address groups that several programs change: what is acknowledged is there, what is not is not, and a change writes
 // what it changes and no more.
+#include <sys/stat.h>
+
 #include <algorithm>
+#include <fstream>
 #include <functional>
 #include <thread>
 
@@ -159,6 +162,44 @@ TEST_P(GroupChanges, groupsOfOneNameAreAllAdded) {
   EXPECT_EQ(value("SELECT count(*) FROM named_object_owner WHERE object_id IN (SELECT id FROM named_object WHERE name = "
                   "'Same')"),
             "9");
+}
+
+TEST_P(GroupChanges, groupThatIsRenamedWhileMembersAreReadIsNotChanged) {
+  const std::string pipe = homeFile("members");
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  ProgramResult imported;
+  std::thread importing([&] { imported = run({"group", "import", "Board", pipe}); });
+  {
+    std::ofstream members(pipe);  // as soon as the program reads
+    mustRun({"group", "modify", "Board", "--name", "Directors"});
+    members << "new@b.test\n";
+  }
+  importing.join();
+  EXPECT_EQ(imported.status, 1) << imported.err;
+  EXPECT_THAT(members("Directors"), testing::SizeIs(3));
+}
+
+TEST_P(GroupChanges, groupThatIsRenamedBeforeTheLockIsNotChanged) {
+  if (GetParam() == Dialect::SQLite) {
+    GTEST_SKIP() << "nobody sees who waits there";
+  }
+  for (const Words& change :
+       {Words{"group", "modify", "Board", "--add", "new@b.test"}, Words{"group", "remove", "Board"}}) {
+    const auto other = session();
+    other->run("BEGIN");
+    other->run("UPDATE named_object SET name = 'Directors' WHERE id = 5");
+    ProgramResult changed;
+    std::thread changing([&] { changed = run(change); });
+    while (value("SELECT count(*) FROM pg_locks WHERE NOT granted") == "0") {
+      std::this_thread::yield();
+    }
+    other->run("COMMIT");
+    changing.join();
+    EXPECT_EQ(changed.status, 1) << changed.err;
+    EXPECT_THAT(changed.err, HasSubstr("the address group \"Board\" has another name by now"));
+    EXPECT_THAT(members("Directors"), testing::SizeIs(3));
+    mustRun({"group", "modify", "Directors", "--name", "Board"});
+  }
 }
 
 TEST_P(GroupChanges, oneMemberIsOneRow) {

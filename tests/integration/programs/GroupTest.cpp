@@ -76,6 +76,10 @@ TEST_P(Group, administratorMustHaveTheEntity) {
                   std::string("\"Friends\" was not added: \"sales-admin\" has no managing group ") + entity);
   }
   expectRefused({"add", "--as", "admin", "--entity", "4000", "Friends"}, 75, "\"admin\" has no managing group 4000");
+  for (const char* wrong : {"0", "0x8", "x", "-1"}) {
+    expectRefused({"add", "--as", "sales-admin", "--entity=" + std::string(wrong), "Friends"}, 2,
+                  "--entity: \"" + std::string(wrong) + "\" is not an identifier");
+  }
   expectRefused({"add", "--as", "nobody", "Friends"}, 1, "no administrator named \"nobody\"");
   EXPECT_EQ(linesOf(run({"group", "list"}).out).size(), 4u);
 }
@@ -94,9 +98,8 @@ TEST_P(Group, removedGroupIsGoneUnlessARuleUsesIt) {
   EXPECT_EQ(run({"group", "remove", "Board"}).status, 0);
   expectRefused({"remove", "Board"}, 1, "no address group named \"Board\"");
   expectRefused({"show", "--id", "5"}, 1, "no address group 5");
-  expectRefused(
-      {"remove", "Partners"}, 75,
-      "the address group \"Partners\" was not removed: in use by a rule, \"Hold confidential mail to partners\"");
+  expectRefused({"remove", "Partners"}, 75,
+                "the address group \"Partners\" was not removed: in use by \"Hold confidential mail to partners\"");
   EXPECT_THAT(members("Partners"), testing::SizeIs(3));
 }
 

@@ -160,6 +160,20 @@ TEST_P(ObjectChanges, noOtherObjectBecomesASystemArea) {
   EXPECT_EQ(object(12), "3 x ");
 }
 
+TEST_P(ObjectChanges, objectInUseKeepsItsType) {
+  expectRefused({"object", "modify", "--as", "postmaster", "2", "--type", "1"}, 75,
+                "was not changed: it keeps its type while in use by a rule", {"Hold confidential"});
+  EXPECT_THAT(object(2), testing::StartsWith("3 "));
+}
+
+TEST_P(ObjectChanges, nameOfAGroupHasRoomInTheStatements) {
+  const std::string quotes(41, '\'');
+  expectRefused({"object", "add", "--as", "sales-admin", "--type", "group", quotes}, 2, "has more than 40 quotes");
+  expectRefused({"object", "modify", "--as", "sales-admin", "6", "--name", quotes}, 2, "has more than 40 quotes");
+  EXPECT_EQ(value("SELECT count(*) FROM named_object"), "11");
+  expectDone({"object", "add", "--as", "sales-admin", "--type", "1", quotes});
+}
+
 TEST_P(ObjectChanges, refusalsShowNothingOfWhatIsNotSeen) {
   const Words hidden = {"Company", "Hold confidential", "example.test", "does not", "code"};
   for (const Words& words : {Words{"object", "show", "--as", "customer-admin", "2"},

@@ -65,7 +65,8 @@ TEST_P(Object, whoeverSeesNothingIsTold) {
 TEST_P(Object, isShownToWhoeverSeesIt) {
   EXPECT_THAT(lines({"show", "--as", "postmaster", "2"}),
               ElementsAre("id\t2", "type\tquarantine", "name\tCompany quarantine", "editable\tyes", "modifiable\tyes",
-                          "deletable\tno", "rules\tHold confidential mail to partners", "content\tdays=14;notify=yes"));
+                          "deletable\tno", "rules\t1", "content\tdays=14;notify=yes"));
+  EXPECT_EQ(document({"show", "--as", "admin", "2"})["rules"], nlohmann::json{"Hold confidential mail to partners"});
   expectRefused({"show", "--as", "sales-admin", "2"}, 1, "\"sales-admin\" sees no object 2; see zaroctl object why");
   expectRefused({"show", "--as", "admin", "1"}, 1, "\"admin\" sees no object 1");
   expectRefused({"show", "--as", "admin", "99"}, 1, "no object 99");
@@ -152,7 +153,8 @@ TEST_P(Object, isModifiedByWhoeverMayEditIt) {
 }
 
 TEST_P(Object, refusalsToRemoveAreExplained) {
-  expectRefused({"remove", "--as", "postmaster", "2"}, 75,
+  expectRefused({"remove", "--as", "postmaster", "2"}, 75, "was not removed: in use (code 6025) by a rule");
+  expectRefused({"remove", "--as", "admin", "2"}, 75,
                 "was not removed: in use (code 6025) by \"Hold confidential mail to partners\"");
   expectRefused({"remove", "--as", "sales-admin", "10"}, 75, "(code 6024): not every owner is a managing group");
   expectRefused({"remove", "--as", "sales-admin", "99"}, 1, "no object 99");
