@@ -24,7 +24,7 @@ Ring& ring() {
 
 }  // namespace
 
-void keepFailure(const std::string& text, FailureKind kind) {
+void keepFailure(std::string_view text, FailureKind kind) {
   Ring& texts = ring();
   texts.kind = kind;
   ++texts.count;
@@ -36,12 +36,12 @@ void keepFailure(const std::string& text, FailureKind kind) {
   }
 }
 
-void throwText(const std::string& text, FailureKind kind) {
+void throwText(std::string_view text, FailureKind kind) {
   keepFailure(text, kind);
   throw ring().texts[ring().last].c_str();
 }
 
-FailureKind kindOf(const std::exception& failure) {
+FailureKind kindOf(const std::exception& failure) noexcept {
   const auto* const known = dynamic_cast<const RuntimeError*>(&failure);
   return known != nullptr ? known->kind() : FailureKind::Other;
 }

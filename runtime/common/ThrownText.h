@@ -3,20 +3,20 @@
 #pragma once
 
 #include <exception>
-#include <string>
+#include <string_view>
 
 #include "ZaroRuntime/RuntimeError.h"
 
 namespace zaroruntime {
 
 // Keeps `text` for this thread's next few throws and throws it.
-[[noreturn]] void throwText(const std::string& text, FailureKind kind = FailureKind::Other);
+[[noreturn]] void throwText(std::string_view text, FailureKind kind = FailureKind::Other);
 
 // Keeps `text` alike for an operation that fails with a code, so that `lastFailure` knows it.
-void keepFailure(const std::string& text, FailureKind kind = FailureKind::Other);
+void keepFailure(std::string_view text, FailureKind kind = FailureKind::Other);
 
 // That of a RuntimeError; of any other exception, Other.
-FailureKind kindOf(const std::exception& failure);
+FailureKind kindOf(const std::exception& failure) noexcept;
 
 // Runs `operation` and lets out nothing but thrown texts.
 template <typename Operation>

@@ -40,6 +40,11 @@ std::string databaseOf(const std::string& initString) {
   return key == std::string::npos ? std::string() : initString.substr(key + std::strlen(kDatabaseKey));
 }
 
+bool saysNoTransaction(const std::exception& failure) {
+  const auto* const told = dynamic_cast<const OdbcError*>(&failure);
+  return told != nullptr && told->saysNoTransaction();
+}
+
 }  // namespace
 
 void KxDbConnect::Impl::connect(const char* initString, const char* dsn, const char* user, const char* pass) {
@@ -99,7 +104,7 @@ void KxDbConnect::Impl::execute(const char* statement, SQL_TYPE type) {
   if (!odbc.isConnected()) {
     reconnect(false);
   }
-  m_sessionTouched = m_sessionTouched || (verb == TransactionVerb::None && !zaroruntime::isPlainData(text));
+  m_sessionTouched = m_sessionTouched || _mayTouchSession(text, verb);
   switch (verb) {
     case TransactionVerb::Commit:
       _commit(text);
@@ -125,7 +130,7 @@ int KxDbConnect::Impl::fetch() {
     if (!odbc.fetch()) {
       return 1;
     }
-  } catch (const OdbcError& failure) {
+  } catch (const std::exception& failure) {
     m_result = Result::None;
     _noteFailure(failure);
     throw;
@@ -141,7 +146,7 @@ int KxDbConnect::Impl::nextResult() {
   m_result = Result::Open;
   try {
     return odbc.isConnected() && odbc.nextResult() ? 0 : 1;
-  } catch (const OdbcError& failure) {
+  } catch (const std::exception& failure) {
     m_result = Result::None;
     _noteFailure(failure);
     throw;
@@ -174,7 +179,7 @@ void KxDbConnect::Impl::checkOut() {
       odbc.resetSession(m_sessionSettings);
       m_sessionTouched = false;
       return;
-    } catch (const OdbcError& failure) {
+    } catch (const std::exception& failure) {
       _logProblem("idle connection is dead", failure);
       odbc.disconnect();
     }
@@ -213,9 +218,19 @@ void KxDbConnect::Impl::_requireExecutable(const std::string& statement, Transac
   if (verb == TransactionVerb::Unsupported) {
     throw RuntimeError("chained and prepared transactions are not supported");
   }
+  if (verb == TransactionVerb::Begin && m_transaction.isOpen()) {
+    throw RuntimeError("a transaction is open already");
+  }
   if (verb == TransactionVerb::Savepoint && !m_transaction.isOpen()) {
     throw RuntimeError("a savepoint needs a transaction");
   }
+}
+
+// Whether a statement may leave something in the session. On PostgreSQL a reset removes it; on SQLite statements that
+// read and write rows leave nothing; elsewhere any may.
+bool KxDbConnect::Impl::_mayTouchSession(const std::string& statement, TransactionVerb verb) const {
+  return m_dialect != zaroruntime::Dialect::SQLite ||
+         (verb == TransactionVerb::None && !zaroruntime::isPlainData(statement));
 }
 
 // Never sent again when the connection is lost: it may have been executed. The next statement outside a transaction
@@ -226,7 +241,7 @@ void KxDbConnect::Impl::_send(const std::string& statement, SQL_TYPE type) {
     // Batches for Microsoft SQL Server report row counts as results of their own before the rows.
     while (type == SQL_TYPE_MSSQL && !odbc.hasColumns() && odbc.nextResult()) {
     }
-  } catch (const OdbcError& failure) {
+  } catch (const std::exception& failure) {
     _noteFailure(failure);
     throw;
   }
@@ -236,19 +251,18 @@ void KxDbConnect::Impl::_send(const std::string& statement, SQL_TYPE type) {
 void KxDbConnect::Impl::_commit(const std::string& statement) {
   try {
     odbc.execute(statement);
-  } catch (const OdbcError& failure) {
-    if (m_transaction.isNone() && failure.saysNoTransaction()) {
+  } catch (const std::exception& failure) {
+    if (m_transaction.isNone() && saysNoTransaction(failure)) {
       odbc.closeResult();
       return;
     }
     const bool open = m_transaction.isOpen();
-    if (failure.isConnectionLost()) {
+    if (zaroruntime::leavesOutcomeOpen(failure)) {
       odbc.disconnect();
       if (open) {
         m_transaction.leftInDoubt();
       }
-      throw RuntimeError(std::string(failure.what()) + "; whether the transaction was committed is not known",
-                         zaroruntime::FailureKind::CommitInDoubt);
+      zaroruntime::throwInDoubt(failure);
     }
     // PostgreSQL has rolled back; SQLite leaves it open, with its locks.
     _endTransaction();
@@ -267,7 +281,7 @@ void KxDbConnect::Impl::_rollBack(const std::string& statement, SQL_TYPE type) {
   }
   try {
     odbc.execute(statement);
-  } catch (const OdbcError& failure) {
+  } catch (const std::exception& failure) {
     _logProblem("a transaction is rolled back by closing the connection", failure);
     odbc.disconnect();
   }
@@ -276,15 +290,18 @@ void KxDbConnect::Impl::_rollBack(const std::string& statement, SQL_TYPE type) {
 
 // A statement that fails may take the transaction with it. SQLite rolls back by itself when the disk is full, a file
 // cannot be read or written, or memory runs out; PostgreSQL refuses the rest, and then answers a COMMIT with success.
-void KxDbConnect::Impl::_noteFailure(const OdbcError& failure) {
-  if (failure.isConnectionLost()) {
+void KxDbConnect::Impl::_noteFailure(const std::exception& failure) noexcept {
+  const bool open = m_transaction.isOpen();
+  if (zaroruntime::leavesOutcomeOpen(failure)) {
     odbc.disconnect();
-    if (m_transaction.isOpen()) {
+    if (open && zaroruntime::kindOf(failure) == zaroruntime::FailureKind::ConnectionLost) {
       m_transaction.lostWithConnection();
+    } else if (open) {
+      m_transaction.undone(failure);
     }
     return;
   }
-  if (m_transaction.isOpen() && !odbc.isTransactionOpenAfter(failure)) {
+  if (open && !odbc.isTransactionOpen()) {
     _endTransaction();
     m_transaction.undone(failure);
   }
@@ -295,15 +312,15 @@ void KxDbConnect::Impl::_endTransaction() noexcept {
   try {
     odbc.execute("ROLLBACK");
     odbc.closeResult();
-  } catch (const OdbcError& failure) {
-    if (!failure.saysNoTransaction()) {
+  } catch (const std::exception& failure) {
+    if (!saysNoTransaction(failure)) {
       _logProblem("a transaction is rolled back by closing the connection", failure);
       odbc.disconnect();
     }
   }
 }
 
-void KxDbConnect::Impl::_logProblem(const char* problem, const OdbcError& failure) const {
+void KxDbConnect::Impl::_logProblem(const char* problem, const std::exception& failure) const {
   PolicyLog::log(LogLevel::Warning, "KxDbConnect: data source %s: %s: %s", m_settings.dataSource.c_str(), problem,
                  failure.what());
 }

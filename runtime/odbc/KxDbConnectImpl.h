@@ -1,6 +1,7 @@
 // What a connection of the platform consists of; shared with the pool, which keeps connections fit.
 #pragma once
 
+#include <exception>
 #include <string>
 
 #include "KxDbConnect.h"
@@ -51,9 +52,10 @@ struct KxDbConnect::Impl {
   void _send(const std::string& statement, SQL_TYPE type);
   void _commit(const std::string& statement);
   void _rollBack(const std::string& statement, SQL_TYPE type);
-  void _noteFailure(const zaroruntime::OdbcError& failure);
+  bool _mayTouchSession(const std::string& statement, zaroruntime::TransactionVerb verb) const;
+  void _noteFailure(const std::exception& failure) noexcept;
   void _endTransaction() noexcept;
-  void _logProblem(const char* problem, const zaroruntime::OdbcError& failure) const;
+  void _logProblem(const char* problem, const std::exception& failure) const;
 
   zaroruntime::DatabaseSettings m_settings;
   zaroruntime::Dialect m_dialect = zaroruntime::Dialect::Other;

@@ -42,7 +42,7 @@ SQLCHAR* input(const std::string& text) {
   return reinterpret_cast<SQLCHAR*>(const_cast<char*>(text.c_str()));
 }
 
-// PostgreSQL stores nothing else, SQLite whatever it is given; so it is the same on both, and before anything is sent.
+// SQLite would store any bytes and PostgreSQL refuses them; both refuse here, before anything is sent.
 void refuseWhatIsNotUtf8(const std::string& statement) {
   const std::size_t at = findNotUtf8(statement);
   if (at != std::string::npos) {
@@ -118,7 +118,7 @@ void OdbcConnection::resetSession(const std::string& settings) {
   closeResult();
 }
 
-bool OdbcConnection::isTransactionOpenAfter(const OdbcError& failure) noexcept {
+bool OdbcConnection::isTransactionOpen() noexcept {
   try {
     switch (m_dialect) {
       case Dialect::SQLite:
@@ -130,10 +130,10 @@ bool OdbcConnection::isTransactionOpenAfter(const OdbcError& failure) noexcept {
       case Dialect::Other:
         break;
     }
-    return failure.state().compare(0, 2, "40") != 0;  // transaction rollback
   } catch (const std::exception&) {
-    return false;
+    // Not known either.
   }
+  return false;
 }
 
 void OdbcConnection::disconnect() noexcept {

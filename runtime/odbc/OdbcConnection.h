@@ -32,9 +32,9 @@ class OdbcConnection {
   // the same round trip. No transaction may be open.
   //   settings   a statement, or several, that are executed as part of it; may be empty
   void resetSession(const std::string& settings);
-  // Whether the transaction that was open is still open after a statement of it has failed, and can go on. The
-  // statement's diagnostics stay.
-  bool isTransactionOpenAfter(const OdbcError& failure) noexcept;
+  // Whether the transaction that was open is still open after a statement of it has failed, and can go on; false where
+  // there is no way to find out. The statement's diagnostics stay.
+  bool isTransactionOpen() noexcept;
 
   // Runs a statement, which must be UTF-8; rows are then fetched.
   void execute(const std::string& statement);

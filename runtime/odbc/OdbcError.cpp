@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <string_view>
 #include <utility>
 
 namespace zaroruntime {
@@ -19,9 +20,9 @@ constexpr const char* kPermanentRefusals[] = {
 constexpr const char* kNoTransaction[] = {"no transaction is active", "has no corresponding BEGIN TRANSACTION"};
 
 template <std::size_t Count>
-bool holdsAny(const std::string& text, const char* const (&parts)[Count]) {
+bool holdsAny(std::string_view text, const char* const (&parts)[Count]) {
   return std::any_of(std::begin(parts), std::end(parts),
-                     [&](const char* part) { return text.find(part) != std::string::npos; });
+                     [&](const char* part) { return text.find(part) != std::string_view::npos; });
 }
 
 bool hasClass(const std::string& state, const char* stateClass) {
@@ -69,6 +70,11 @@ bool OdbcError::mayConnectLater() const {
 
 bool OdbcError::saysNoTransaction() const {
   return holdsAny(what(), kNoTransaction);
+}
+
+bool leavesOutcomeOpen(const std::exception& failure) noexcept {
+  const auto* const told = dynamic_cast<const OdbcError*>(&failure);
+  return told == nullptr || told->isConnectionLost();
 }
 
 }  // namespace zaroruntime

@@ -1,6 +1,7 @@
 // A failed ODBC call.
 #pragma once
 
+#include <exception>
 #include <string>
 
 #include "ZaroRuntime/RuntimeError.h"
@@ -26,5 +27,9 @@ class OdbcError : public RuntimeError {
  private:
   std::string m_state;
 };
+
+// Whether a failure of a statement leaves open what became of it and of its session: the connection is lost, or the
+// failure (memory that ran out) is none that the database has told.
+bool leavesOutcomeOpen(const std::exception& failure) noexcept;
 
 }  // namespace zaroruntime

@@ -7,6 +7,7 @@
 #include "odbc/ConnectionString.h"
 #include "odbc/OdbcConnection.h"
 #include "odbc/OdbcError.h"
+#include "odbc/TransactionState.h"
 #include "sql/SqlText.h"
 
 namespace zaroruntime {
@@ -46,9 +47,17 @@ struct SqlSession::Impl {
     run(begin);
     try {
       operation();
-      run("COMMIT");
     } catch (...) {
       odbc.disconnect();  // rolls back
+      throw;
+    }
+    try {
+      run("COMMIT");
+    } catch (const std::exception& failure) {
+      odbc.disconnect();
+      if (leavesOutcomeOpen(failure)) {
+        throwInDoubt(failure);
+      }
       throw;
     }
   }

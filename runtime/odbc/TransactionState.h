@@ -10,12 +10,21 @@
 //    of whoever began the transaction: executed, they would be committed one by one.
 #pragma once
 
+#include <exception>
+#include <new>
 #include <string>
-#include <utility>
 
 #include "ZaroRuntime/RuntimeError.h"
+#include "common/ThrownText.h"
 
 namespace zaroruntime {
+
+constexpr char kInDoubt[] = "whether the transaction was committed is not known";
+
+// Throws what the failure of a COMMIT says that leaves its outcome open.
+[[noreturn]] inline void throwInDoubt(const std::exception& failure) {
+  throw RuntimeError(std::string(failure.what()) + "; " + kInDoubt, FailureKind::CommitInDoubt);
+}
 
 class TransactionState {
  public:
@@ -24,35 +33,42 @@ class TransactionState {
   // Lost or Unknown: over, and its user has not taken note yet.
   bool isOver() const { return m_state == State::Lost || m_state == State::Unknown; }
   // Throws why statements are refused, when it is over.
-  [[noreturn]] void refuse() const { throw RuntimeError(m_refusal, m_kind); }
+  [[noreturn]] void refuse() const {
+    throw RuntimeError(m_cause.empty() ? m_refusal : std::string(m_refusal) + ": " + m_cause, m_kind);
+  }
 
-  void begun() { _enter(State::Open, {}, FailureKind::None); }
-  void committed() { _enter(State::None, {}, FailureKind::None); }
-  void rolledBack() { _enter(State::None, {}, FailureKind::None); }
+  void begun() noexcept { _enter(State::Open, "", FailureKind::None); }
+  void committed() noexcept { _enter(State::None, "", FailureKind::None); }
+  void rolledBack() noexcept { _enter(State::None, "", FailureKind::None); }
   // The connection is gone; the database rolls back.
-  void lostWithConnection() {
+  void lostWithConnection() noexcept {
     _enter(State::Lost, "the connection was lost in a transaction, which was rolled back", FailureKind::ConnectionLost);
   }
   // Rolled back although the connection lives: by the database at a failure, or by us since it could not be committed.
-  void undone(const RuntimeError& cause) {
-    _enter(State::Lost, std::string("the transaction was rolled back after a failure: ") + cause.what(), cause.kind());
+  void undone(const std::exception& cause) noexcept {
+    _enter(State::Lost, "the transaction was rolled back after a failure", kindOf(cause));
+    try {
+      m_cause = cause.what();
+    } catch (const std::bad_alloc&) {
+      m_cause.clear();
+    }
   }
   // A COMMIT was sent and the connection lost before its answer.
-  void leftInDoubt() {
-    _enter(State::Unknown, "whether the transaction was committed is not known", FailureKind::CommitInDoubt);
-  }
+  void leftInDoubt() noexcept { _enter(State::Unknown, kInDoubt, FailureKind::CommitInDoubt); }
 
  private:
   enum class State { None, Open, Lost, Unknown };
 
-  void _enter(State state, std::string refusal, FailureKind kind) {
+  void _enter(State state, const char* refusal, FailureKind kind) noexcept {
     m_state = state;
-    m_refusal = std::move(refusal);
+    m_refusal = refusal;
     m_kind = kind;
+    m_cause.clear();
   }
 
   State m_state = State::None;
-  std::string m_refusal;
+  const char* m_refusal = "";
+  std::string m_cause;  // of the refusal, if there is memory for it
   FailureKind m_kind = FailureKind::None;
 };
 

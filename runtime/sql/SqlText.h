@@ -44,8 +44,8 @@ enum class TransactionVerb {
 // in a way of its server's (a procedure, a block of statements) is None.
 TransactionVerb transactionVerb(std::string_view statement);
 
-// Whether a statement reads and writes rows and nothing else, so that the session is afterwards as it was. What is not
-// known to do so counts as one that does not.
+// Whether a statement reads and writes rows and nothing else, so that SQLite's session is afterwards as it was; on
+// servers a SELECT may call anything. What is not known to do so counts as one that does not.
 bool isPlainData(std::string_view statement);
 
 // Whether a statement is a COPY that wants the client to send or take rows.

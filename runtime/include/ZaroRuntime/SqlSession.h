@@ -12,11 +12,11 @@
 
 namespace zaroruntime {
 
+// Statements are UTF-8; one that is not is refused like one that the database refuses. A transaction whose COMMIT the
+// connection did not survive fails with FailureKind::CommitInDoubt.
 class SqlSession {
  public:
   using Row = std::vector<std::optional<std::string>>;  // nothing for NULL
-
-  // Statements are UTF-8; what is not is refused like one that the database refuses.
 
   // Connects, once, waiting `connectTimeOut` seconds at most; throws RuntimeError naming driver, server or file.
   SqlSession(const DataSource& source, const DatabaseSettings& settings, const Installation& installation,

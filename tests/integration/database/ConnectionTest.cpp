@@ -11,9 +11,11 @@
 #include <thread>
 #include <vector>
 
+#include "KxDataAccess.h"
 #include "KxDbConnect.h"
 #include "ZaroRuntime/IniFile.h"
 #include "ZaroRuntime/LastFailure.h"
+#include "ZaroRuntime/SqlSession.h"
 #include "odbc/OdbcConnection.h"
 #include "odbc/OdbcError.h"
 #include "support/LoopbackServer.h"
@@ -261,6 +263,16 @@ TEST_P(Connection, commitWithoutTransactionSucceeds) {
   execute("COMMIT");
   EXPECT_EQ(m_connection.fetchNextRow(), 1);
   execute("commit;");
+}
+
+TEST_P(Connection, transactionWithinATransactionIsRefusedAndTheFirstGoesOn) {
+  execute("CREATE TABLE t(a INTEGER)");
+  execute("BEGIN");
+  execute("INSERT INTO t VALUES(1)");
+  EXPECT_EQ(thrown("BEGIN"), "a transaction is open already");
+  execute("INSERT INTO t VALUES(2)");
+  execute("COMMIT");
+  EXPECT_EQ(home().value("SELECT count(*) FROM t"), "2");
 }
 
 // Statements of an installation may be laid out by its administrator.
@@ -694,32 +706,78 @@ TEST_P(PostgresqlConnection, backslashNeverEscapesAQuote) {
 
 // The same server under a driver whose name tells nothing. Values for such a driver are in braces, which this one takes
 // for a part of them.
-TEST_P(PostgresqlConnection, unknownServerMustReadBackslashesAsTheyAre) {
-  const std::string name = home().settings().database;
-  const std::string braced = "\"{" + name + "}\"";
-  setUnknownDriver();
-  home().sql("CREATE ROLE " + braced + " LOGIN PASSWORD 'secret'");
-  home().sql("CREATE DATABASE " + braced);
-  const auto connectAs = [&](KxDbConnect& connection) {
-    connection.connect(("ODBC;DATABASE=" + name).c_str(), "zaro", name.c_str(), "secret");
-  };
+class UnknownServer : public PostgresqlConnection {
+ protected:
+  void SetUp() override {
+    PostgresqlConnection::SetUp();
+    if (!IsSkipped()) {
+      m_braced = "\"{" + home().settings().database + "}\"";
+      setUnknownDriver();
+      home().sql("CREATE ROLE " + m_braced + " LOGIN PASSWORD 'secret'");
+      home().sql("CREATE DATABASE " + m_braced + " OWNER " + m_braced);
+    }
+  }
+
+  void TearDown() override {
+    if (!m_braced.empty()) {
+      home().sql("DROP DATABASE " + m_braced + " WITH (FORCE)");
+      home().sql("DROP ROLE " + m_braced);
+    }
+    PostgresqlConnection::TearDown();
+  }
+
+  std::string initString() const { return "ODBC;DATABASE=" + home().settings().database; }
+
+  void connectTo(KxDbConnect& connection) {
+    connection.connect(initString().c_str(), "zaro", home().settings().database.c_str(), "secret");
+  }
+
+  std::string m_braced;  // the name of role and database
+};
+
+TEST_P(UnknownServer, mustReadBackslashesAsTheyAre) {
   {
     KxDbConnect connection;
-    connectAs(connection);
+    connectTo(connection);
     connection.executeSQL("SELECT 'a\\' AS \"v\"", KxDbConnect::SQL_TYPE_DEFAULT);
     ASSERT_EQ(connection.fetchNextRow(), 0);
     EXPECT_STREQ(connection.getColVal("v"), "a\\");
   }
-  home().sql("ALTER DATABASE " + braced + " SET standard_conforming_strings=off");
-  {
-    const char* const refusal = "data source zaro: the server takes a backslash in a text for an escape";
-    KxDbConnect connection;
-    EXPECT_THAT(thrownBy([&] { connectAs(connection); }), HasSubstr(refusal));
-    EXPECT_THAT(thrownBy([&] { connection.executeSQL("SELECT 1", KxDbConnect::SQL_TYPE_DEFAULT); }), HasSubstr(refusal));
-  }
-  home().sql("DROP DATABASE " + braced + " WITH (FORCE)");
-  home().sql("DROP ROLE " + braced);
+  home().sql("ALTER DATABASE " + m_braced + " SET standard_conforming_strings=off");
+  const char* const refusal = "data source zaro: the server takes a backslash in a text for an escape";
+  KxDbConnect connection;
+  EXPECT_THAT(thrownBy([&] { connectTo(connection); }), HasSubstr(refusal));
+  EXPECT_THAT(thrownBy([&] { connection.executeSQL("SELECT 1", KxDbConnect::SQL_TYPE_DEFAULT); }), HasSubstr(refusal));
 }
+
+// It cannot be asked whether the transaction is still open.
+TEST_P(UnknownServer, anyFailureEndsTheTransaction) {
+  connectTo(m_connection);
+  execute("CREATE TABLE t(a INTEGER PRIMARY KEY)");
+  execute("BEGIN");
+  execute("INSERT INTO t VALUES(1)");
+  EXPECT_THAT(thrown("INSERT INTO t VALUES(1)"), HasSubstr("unique"));
+  EXPECT_THAT(thrown("INSERT INTO t VALUES(2)"), HasSubstr("the transaction was rolled back after a failure: "));
+  EXPECT_THAT(thrown("COMMIT"), HasSubstr("the transaction was rolled back after a failure: "));
+  execute("ROLLBACK");
+  EXPECT_EQ(first("SELECT count(*) AS \"v\" FROM t"), "0");
+}
+
+// Nor can its session be reset, and a SELECT may call anything.
+TEST_P(UnknownServer, nothingOfASessionReachesItsNextUser) {
+  KxDataAccess pool;
+  pool.init(initString().c_str(), 1, "zaro", home().settings().database.c_str(), "secret");
+  KxDbConnect* connection = pool.getConnect();
+  connection->executeSQL("SELECT set_config('search_path','pg_catalog',false)", KxDbConnect::SQL_TYPE_DEFAULT);
+  pool.returnConnect(connection);
+  connection = pool.getConnect();
+  connection->executeSQL("SELECT current_setting('search_path') AS \"v\"", KxDbConnect::SQL_TYPE_DEFAULT);
+  ASSERT_EQ(connection->fetchNextRow(), 0);
+  EXPECT_STRNE(connection->getColVal("v"), "pg_catalog");
+  pool.returnConnect(connection);
+}
+
+INSTANTIATE_TEST_SUITE_P(, UnknownServer, testing::Values(Dialect::PostgreSQL), zarotest::dialectTestName);
 
 TEST_P(PostgresqlConnection, lostTransactionIsNeitherRepeatedNorCommitted) {
   execute("CREATE TABLE t(a INTEGER)");
@@ -797,6 +855,19 @@ TEST_P(PostgresqlConnection, commitWhoseAnswerIsLostIsInDoubt) {
   EXPECT_EQ(thrown("COMMIT"), "whether the transaction was committed is not known");
   execute("ROLLBACK");
   execute("INSERT INTO t VALUES(3)");
+}
+
+TEST_P(PostgresqlConnection, scriptWhoseCommitIsNotAnsweredIsInDoubt) {
+  const std::string script = home().directory().write("t.sql", "CREATE TABLE t(a INTEGER);");
+  const auto session = home().session();
+  const std::string pid = session->value("SELECT pg_backend_pid()").value_or("");
+  try {
+    session->runScripts({script}, [&] { home().sql("SELECT pg_terminate_backend(" + pid + ", 5000)"); });
+    ADD_FAILURE() << "nothing thrown";
+  } catch (const zaroruntime::RuntimeError& failure) {
+    EXPECT_EQ(failure.kind(), FailureKind::CommitInDoubt) << failure.what();
+    EXPECT_THAT(failure.what(), HasSubstr("whether the transaction was committed is not known"));
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(, PostgresqlConnection, testing::Values(Dialect::PostgreSQL), zarotest::dialectTestName);

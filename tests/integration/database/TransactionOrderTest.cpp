@@ -149,6 +149,10 @@ class TransactionOrder : public zarotest::OnEveryDatabase {
   }
 
   void begin() {
+    if (m_belief == Belief::Open) {  // refused without being sent, so that nobody notices a dead connection
+      EXPECT_THROW(m_connection->executeSQL("BEGIN", KxDbConnect::SQL_TYPE_DEFAULT), const char*);
+      return;
+    }
     const bool mayBegin = m_belief == Belief::None && !m_dead;
     const bool begun = acknowledges(home().dialect() == Dialect::SQLite ? "BEGIN IMMEDIATE" : "BEGIN");
     EXPECT_TRUE(begun || !mayBegin);
