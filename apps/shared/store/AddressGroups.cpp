@@ -186,7 +186,7 @@ ChangedGroup changeGroup(const Actor& actor, const StoredGroup& group, const Gro
 GroupSummary removeGroup(const Actor& actor, const StoredGroup& group) {
   return inTransaction([&](StoreConnection& db) {
     GroupEdit edit(db, actor, group);
-    const GroupSummary removed = {group.id, edit.group().name, edit.countMembers(), true};
+    GroupSummary removed = {group.id, edit.group().name, edit.countMembers(), true};
     edit.removeGroup();
     return removed;
   });
