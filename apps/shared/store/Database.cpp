@@ -90,15 +90,6 @@ void requireLibrary() {
   static_cast<void>(ready);
 }
 
-std::unique_ptr<zaroruntime::SqlSession> openSession() {
-  const auto installation = zaroruntime::Installation::fromEnvironment();
-  const auto settings = zaroruntime::readDatabaseSettings(installation);
-  const auto source = zaroruntime::readDataSource(installation, settings.dataSource);
-  auto session = std::make_unique<zaroruntime::SqlSession>(source, settings, installation, kConnectTimeOut);
-  requireOwnSchema(*session, settings.database);
-  return session;
-}
-
 void requireOwnSchema(zaroruntime::SqlSession& session, const std::string& database) {
   requireVersion(database, [&] { zaroruntime::requireSchemaVersion(session); });
 }

@@ -32,12 +32,8 @@ std::unique_ptr<ZARO::RdbmsInterface> connectToDatabase();
 // The same, once: afterwards what the library last failed in is for `databaseFailure` to tell.
 void requireLibrary();
 
-// Another connection beside the pool, with a transaction of its own; it does not see what an open one has changed.
-// Throws RuntimeError.
-std::unique_ptr<zaroruntime::SqlSession> openSession();
-
-// Throws DatabaseError unless the schema of a session's database is of the version that this program works on. Both of
-// the above have asked.
+// Throws DatabaseError unless the schema of a session's database is of the version that this program works on. The above
+// have asked.
 void requireOwnSchema(zaroruntime::SqlSession& session, const std::string& database);
 
 // Why the library could not do its work, for a status code that says it failed in the database.

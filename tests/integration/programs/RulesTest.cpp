@@ -99,7 +99,7 @@ TEST_P(Rules, orderThatIsNotStoredIsAFailure) {
   session()->run("DROP TABLE global_setting");
   const ProgramResult broken = run({"rules", "order"});
   EXPECT_EQ(broken.status, 75);
-  EXPECT_THAT(broken.err, StartsWith("zaroctl: cannot read the rule order (code 1003): "));
+  EXPECT_THAT(broken.err, StartsWith("zaroctl: cannot read the rule order: "));
   EXPECT_THAT(broken.err, HasSubstr("global_setting"));
 }
 
