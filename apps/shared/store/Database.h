@@ -32,8 +32,8 @@ std::unique_ptr<ZARO::RdbmsInterface> connectToDatabase();
 // The same, once: afterwards what the library last failed in is for `databaseFailure` to tell.
 void requireLibrary();
 
-// Throws DatabaseError unless the schema of a session's database is of the version that this program works on. The above
-// have asked.
+// Throws DatabaseError unless the schema of a session's database is of the version that this program works on. The
+// above have asked.
 void requireOwnSchema(zaroruntime::SqlSession& session, const std::string& database);
 
 // Why the library could not do its work, for a status code that says it failed in the database.
