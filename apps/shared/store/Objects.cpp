@@ -387,7 +387,7 @@ StoredObject changeObject(const Viewer& viewer, unsigned int id, const ObjectCha
     if ((change.name || change.type) && isSystemArea(db, stored)) {
       throw RuntimeError(nameOf(stored) + " is the system's: it keeps its name and type");
     }
-    const StoredObject changed = {id, change.type.value_or(stored.type), change.name.value_or(stored.name)};
+    StoredObject changed = {id, change.type.value_or(stored.type), change.name.value_or(stored.name)};
     refuseOtherType(db, viewer, stored, changed);
     if (change.name || change.type) {
       refuseNameOfGroup(changed);
