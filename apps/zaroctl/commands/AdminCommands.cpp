@@ -88,6 +88,7 @@ struct Assignment {
       found.emplace(entity.id, entity);
     }
     std::vector<GroupEntity> locked;
+    locked.reserve(found.size());
     for (const auto& [id, entity] : found) {
       locked.push_back(WantedEntity{std::to_string(id), true}.lock(db));
     }
