@@ -106,7 +106,7 @@ ExitCode addServer(Output& out, const PolicyServerInfo& server) {
 
 ExitCode removeServer(Output& out, int id) {
   const auto removed = inTransaction([&](StoreConnection& db) {
-    const auto server = lockServer(db, id);
+    auto server = lockServer(db, id);
     db.run("DELETE FROM component WHERE type = 'P' AND scanner_id = " + std::to_string(id));
     return server;
   });

@@ -154,6 +154,9 @@ class EveryCommand : public zarotest::ProgramTest {
       m_tables.push_back(table);
     }
     m_before = _stored();
+    if (GetParam() == zarotest::Dialect::PostgreSQL) {
+      m_sequences = session()->rows("SELECT sequencename, last_value FROM pg_sequences");
+    }
   }
 
   // A database on a server takes its time to be made anew: there the commands with most steps stand for the others,
@@ -214,7 +217,16 @@ class EveryCommand : public zarotest::ProgramTest {
   Outcome _run(const std::vector<std::string>& arguments, const std::string& input) {
     Outcome outcome = {run(arguments, input), _stored()};
     restore(outcome.stored != m_before);
+    restoreSequences();
     return outcome;
+  }
+
+  // PostgreSQL takes back no number that a change drew before it was rolled back.
+  void restoreSequences() {
+    for (const auto& sequence : m_sequences) {
+      session()->run("SELECT setval(" + zaroruntime::sqlLiteral(sequence[0].value_or("")) + ", " +
+                     sequence[1].value_or("1") + ", " + (sequence[1] ? "true" : "false") + ")");
+    }
   }
 
   // The installation as it was made.
@@ -286,6 +298,7 @@ class EveryCommand : public zarotest::ProgramTest {
   std::string m_settings;
   std::string m_databaseIni;
   std::string m_before;
+  std::vector<zaroruntime::SqlSession::Row> m_sequences;  // name, last value; empty on SQLite
 };
 
 TEST_P(EveryCommand, failsWithTheTruthWithoutAStatementFile) {
