@@ -21,6 +21,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "RdbmsInterface.h"
@@ -36,6 +37,9 @@ using Work = std::function<void()>;
 
 constexpr int kRounds = 1000;
 constexpr int kWorkPerRound = 10;
+// A statement file that was written less than 2 seconds ago is read at each use, as no file of a process is that has
+// lived a while.
+constexpr std::chrono::seconds kUntilSettled{3};
 constexpr char kQuery[] = "SELECT id AS \"AdminID\" FROM administrator WHERE name='alice'";
 
 void require(bool condition, const char* what) {
@@ -134,6 +138,7 @@ double microseconds(const Work& work) {
 
 void measure(const char* database, const zarotest::TestInstallation& home) {
   require(ZARO::RdbmsInterface::Init(1, nullptr, nullptr, nullptr, nullptr, nullptr), "Init failed");
+  std::this_thread::sleep_for(kUntilSettled);
   BareStatement bare(home);
   const std::vector<Work> works = {unitOfWork, [&] { bare.run(); },
                                    home.dialect() == Dialect::SQLite ? ownSqlite(home) : ownPostgresql(home)};

@@ -30,8 +30,9 @@ int openExisting(const std::string& lockPath) {
   return ::open(lockPath.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
 }
 
-// Made under another name, so that it is nobody's lock before it has its owner and mode: a process killed meanwhile,
-// root's above all, would leave a lock that the owner of `path` cannot open. False, with errno, when it cannot be made.
+// Made under another name, so that other processes see the lock only once its owner and mode are set: a process killed
+// meanwhile, root's above all, would leave a lock that the owner of `path` cannot open. False, with errno, when it
+// cannot be made.
 bool makeLockFile(const std::string& path, const std::string& lockPath) {
   std::string name = lockPath + ".XXXXXX";
   const UniqueFd fd(::mkostemp(name.data(), O_CLOEXEC));

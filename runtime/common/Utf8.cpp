@@ -19,7 +19,8 @@ constexpr Form kForms[] = {
 };
 
 unsigned char byteAt(std::string_view text, std::size_t at) {
-  return at < text.size() ? static_cast<unsigned char>(text[at]) : 0;  // which begins or continues no long character
+  return at < text.size() ? static_cast<unsigned char>(text[at])
+                          : 0;  // NUL, neither a lead byte nor a continuation byte
 }
 
 // Whether the 8 bytes at `bytes` are ASCII other than NUL.

@@ -180,7 +180,7 @@ void KxDbConnect::Impl::checkOut() {
       m_sessionTouched = false;
       return;
     } catch (const std::exception& failure) {
-      _logProblem("idle connection is dead", failure);
+      _logProblem("an idle connection is dead or cannot be reset, and is replaced", failure);
       odbc.disconnect();
     }
   }

@@ -1,6 +1,7 @@
 // The pool: at most `poolSize` connections, lent to threads and checked when they leave.
 //
-// 1. The mutex guards the lists; connecting, pinging and rolling back happen outside it, on the borrower's thread.
+// 1. The mutexes guard the lists; connecting, resetting, rolling back and closing, which may take the network a while,
+//    happen outside them.
 // 2. A thread that finds every connection on loan waits as long as the retry time-out and then gets one above the size,
 //    closed when it comes back. One that holds a connection already gets it at once: waiting for itself would not end.
 // 3. After `reinit` the connections on loan belong to an older generation and are closed when they come back.
@@ -10,12 +11,14 @@
 #include <chrono>
 #include <condition_variable>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "KxDbConnect.h"
 #include "PolicyLog.h"
@@ -30,6 +33,8 @@ using zaroruntime::throwingText;
 
 namespace {
 
+using Connections = std::vector<std::unique_ptr<KxDbConnect>>;
+
 // What the pools of the process have in common.
 struct Pools {
   struct Connecting {
@@ -37,8 +42,8 @@ struct Pools {
     int trials;
   };
   std::mutex mutex;
-  std::map<const void*, std::function<void()>> closing;  // how to close each
-  std::optional<Connecting> connecting;                  // if not as each pool says
+  std::map<const void*, std::function<Connections()>> disowning;  // `disown` of each
+  std::optional<Connecting> connecting;                           // if not as each pool says
 };
 
 Pools& pools() {
@@ -58,8 +63,8 @@ struct KxDataAccess::Impl {
   // Opens a connection as an idle one; throws std::exception.
   void openOne();
   void takeBack(KxDbConnect* connection);
-  // Closes what is idle and disowns what is on loan.
-  void closeAll();
+  // From now on everything belongs to an older generation. Returns what was idle, for the caller to close.
+  Connections disown();
   std::size_t loanCount() const { return m_loans.size(); }
 
  private:
@@ -86,12 +91,12 @@ struct KxDataAccess::Impl {
 
 KxDataAccess::Impl::Impl(KxDataAccess& owner, std::size_t poolSize) : m_pool(owner), m_size(poolSize) {
   const std::lock_guard<std::mutex> lock(pools().mutex);
-  pools().closing[this] = [this] { closeAll(); };
+  pools().disowning[this] = [this] { return disown(); };
 }
 
 KxDataAccess::Impl::~Impl() {
   const std::lock_guard<std::mutex> lock(pools().mutex);
-  pools().closing.erase(this);
+  pools().disowning.erase(this);
 }
 
 KxDbConnect* KxDataAccess::Impl::lend() {
@@ -114,14 +119,15 @@ void KxDataAccess::Impl::openOne() {
   _tuneAndConnect(*connection);
   const Lock lock(m_mutex);
   if (m_pool.m_connections.size() < m_size) {
-    m_pool.m_connections.push_back(connection.get());
-    m_pool.m_idle.push(connection.release());
+    m_pool.m_connections.reserve(m_pool.m_connections.size() + 1);
+    m_pool.m_idle.push(connection.get());
+    m_pool.m_connections.push_back(connection.release());
     m_returned.notify_one();
   }
 }
 
 void KxDataAccess::Impl::takeBack(KxDbConnect* connection) {
-  std::unique_ptr<KxDbConnect> closed;  // once the mutex is free: that may take the network a while
+  std::unique_ptr<KxDbConnect> closed;  // once the mutex is free
   {
     const Lock lock(m_mutex);
     const auto& pooled = m_pool.m_connections;
@@ -141,28 +147,26 @@ void KxDataAccess::Impl::takeBack(KxDbConnect* connection) {
   if (found == m_loans.end()) {
     return;  // two threads returned it at once, and the other was first
   }
-  const Loan loan = found->second;
-  m_loans.erase(found);
-  if (loan.aboveSize || loan.generation != m_generation) {
+  if (found->second.aboveSize || found->second.generation != m_generation) {
     closed.reset(connection);
   } else {
     m_pool.m_idle.push(connection);
     m_returned.notify_one();
   }
+  m_loans.erase(found);
 }
 
-void KxDataAccess::Impl::closeAll() {
-  std::queue<KxDbConnect*> idle;
-  {
-    const Lock lock(m_mutex);
-    ++m_generation;
-    idle.swap(m_pool.m_idle);
-    m_pool.m_connections.clear();
-    m_returned.notify_all();
+Connections KxDataAccess::Impl::disown() {
+  const Lock lock(m_mutex);
+  Connections idle;
+  idle.reserve(m_pool.m_idle.size());
+  for (; !m_pool.m_idle.empty(); m_pool.m_idle.pop()) {
+    idle.emplace_back(m_pool.m_idle.front());
   }
-  for (; !idle.empty(); idle.pop()) {
-    delete idle.front();
-  }
+  m_pool.m_connections.clear();
+  ++m_generation;
+  m_returned.notify_all();
+  return idle;
 }
 
 std::pair<KxDbConnect*, bool> KxDataAccess::Impl::_borrow() {
@@ -182,10 +186,11 @@ std::pair<KxDbConnect*, bool> KxDataAccess::Impl::_borrow() {
                    static_cast<unsigned int>(m_size));
   }
   auto connection = std::make_unique<KxDbConnect>();
+  m_pool.m_connections.reserve(m_pool.m_connections.size() + 1);
+  m_loans[connection.get()] = {me, m_generation, !available};
   if (available) {
     m_pool.m_connections.push_back(connection.get());
   }
-  m_loans[connection.get()] = {me, m_generation, !available};
   return {connection.release(), true};
 }
 
@@ -214,9 +219,11 @@ void setPoolConnecting(int timeOut, int trials) {
 }
 
 void closePools() {
+  Connections idle;
   const std::lock_guard<std::mutex> lock(pools().mutex);
-  for (const auto& [pool, close] : pools().closing) {
-    close();
+  for (const auto& [pool, disown] : pools().disowning) {
+    Connections some = disown();
+    idle.insert(idle.end(), std::make_move_iterator(some.begin()), std::make_move_iterator(some.end()));
   }
 }
 
@@ -224,7 +231,7 @@ void closePools() {
 
 KxDataAccess::~KxDataAccess() {
   if (m_impl != nullptr) {
-    m_impl->closeAll();
+    m_impl->disown();
     if (m_impl->loanCount() > 0) {
       PolicyLog::log(LogLevel::Error, "KxDataAccess: the pool ends with %u connections on loan",
                      static_cast<unsigned int>(m_impl->loanCount()));
@@ -276,7 +283,7 @@ int KxDataAccess::reinit() {
     return 1;
   }
   try {
-    m_impl->closeAll();
+    m_impl->disown();
     m_impl->openOne();
     return 0;
   } catch (const std::exception& failure) {
