@@ -1,39 +1,13 @@
 // Memory that runs out at any allocation of a step: what is acknowledged is stored all the same, and nothing else.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <new>
 #include <string>
 
 #include "KxDataAccess.h"
 #include "KxDbConnect.h"
 #include "ZaroRuntime/LastFailure.h"
+#include "support/FailingAllocations.h"
 #include "support/TestInstallation.h"
-
-namespace {
-
-thread_local int allocationsLeft = -1;  // before one fails; below 0 none does
-
-}  // namespace
-
-// In the place of the standard library's, for the whole program.
-void* operator new(std::size_t size) {
-  const bool fails = allocationsLeft == 0;
-  allocationsLeft -= allocationsLeft >= 0 ? 1 : 0;
-  void* memory = fails ? nullptr : std::malloc(size > 0 ? size : 1);
-  if (memory == nullptr) {
-    throw std::bad_alloc();
-  }
-  return memory;
-}
-
-void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-
-void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
 
 namespace {
 
@@ -70,10 +44,9 @@ class Memory : public zarotest::OnEveryDatabase {
     KxDbConnect* const connection = m_pool.getConnect();
     EXPECT_TRUE(acknowledges(connection, home().dialect() == Dialect::SQLite ? "BEGIN IMMEDIATE" : "BEGIN"));
     EXPECT_TRUE(acknowledges(connection, "INSERT INTO t VALUES(1)"));
-    allocationsLeft = failing;
+    failAllocation(failing);
     const bool stepped = acknowledges(connection, step);
-    const bool reached = allocationsLeft < 0;
-    allocationsLeft = -1;
+    const bool reached = failAllocation(0);
     const bool inDoubt = zaroruntime::lastFailureKind() == zaroruntime::FailureKind::CommitInDoubt && !stepped;
     const bool ended = step == "COMMIT" && stepped;
     const bool inserted = acknowledges(connection, "INSERT INTO t VALUES(3)");
@@ -97,30 +70,29 @@ TEST_P(Memory, whatIsAcknowledgedIsStoredAndNothingElse) {
       home().dialect() == Dialect::SQLite ? "INSERT OR ROLLBACK INTO t VALUES(1)" : "ROLLBACK TO nowhere";
   for (const std::string& step :
        {std::string("INSERT INTO t VALUES(2)"), std::string("SELECT a FROM t"), fatal, std::string("COMMIT")}) {
-    int failing = 0;
+    int failing = 1;
     while (!HasFailure() && follow(step, failing)) {
       ++failing;
     }
     EXPECT_FALSE(HasFailure()) << step << " at allocation " << failing;
-    EXPECT_GT(failing, 0) << step;
+    EXPECT_GT(failing, 1) << step;
   }
 }
 
 TEST_P(Memory, connectionIsLentResetOrNew) {
   const bool sqlite = home().dialect() == Dialect::SQLite;
   bool reached = true;
-  for (int failing = 0; reached && !HasFailure(); ++failing) {
+  for (int failing = 1; reached && !HasFailure(); ++failing) {
     KxDbConnect* connection = m_pool.getConnect();
     EXPECT_TRUE(acknowledges(connection, sqlite ? "PRAGMA query_only=1" : "SET default_transaction_read_only=on"));
     m_pool.returnConnect(connection);
     connection = nullptr;
-    allocationsLeft = failing;
+    failAllocation(failing);
     try {
       connection = m_pool.getConnect();
     } catch (const char*) {
     }
-    reached = allocationsLeft < 0;
-    allocationsLeft = -1;
+    reached = failAllocation(0);
     connection = connection != nullptr ? connection : m_pool.getConnect();
     EXPECT_TRUE(acknowledges(connection, "INSERT INTO t VALUES(" + std::to_string(failing) + ")")) << failing;
     m_pool.returnConnect(connection);

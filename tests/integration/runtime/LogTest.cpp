@@ -11,31 +11,9 @@
 
 #include "PolicyLog.h"
 #include "log/LogLine.h"
+#include "support/FailingAllocations.h"
 #include "support/ProcessTest.h"
 #include "support/TemporaryDirectory.h"
-
-namespace {
-
-bool isMemoryOut = false;
-
-}  // namespace
-
-// In the place of the standard library's, for the whole program.
-void* operator new(std::size_t size) {
-  void* memory = isMemoryOut ? nullptr : std::malloc(size > 0 ? size : 1);
-  if (memory == nullptr) {
-    throw std::bad_alloc();
-  }
-  return memory;
-}
-
-void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-
-void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
 
 namespace {
 
@@ -110,15 +88,15 @@ PROCESS_TEST(PolicyLog, lackOfMemoryCostsTheLineAndNothingElse) {
   const TemporaryDirectory directory;
   const std::string path = directory.path("a name that no string keeps inside itself");
   setenv("ZARO_LOG", path.c_str(), 1);
-  isMemoryOut = true;
   bool thrown = false;
-  try {
-    PolicyLog::log(LogLevel::Error, "lost");
-  } catch (const std::bad_alloc&) {
-    thrown = true;
-  }
-  isMemoryOut = false;
-  EXPECT_FALSE(thrown);
+  const bool reached = failsAt(1, [&] {
+    try {
+      PolicyLog::log(LogLevel::Error, "lost");
+    } catch (const std::bad_alloc&) {
+      thrown = true;
+    }
+  });
+  EXPECT_TRUE(reached && !thrown);
   PolicyLog::log(LogLevel::Error, "kept");
   EXPECT_THAT(readFile(path), AllOf(HasSubstr(" error: kept\n"), Not(HasSubstr("lost"))));
 }

@@ -1,14 +1,14 @@
 #include "FailingAllocations.h"
 
-#include <atomic>
 #include <cstddef>
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 namespace {
 
-std::atomic<int> allocationsLeft{0};  // 0: none fails
-std::atomic<bool> failed{false};
+thread_local int allocationsLeft = 0;  // 0: none fails
+thread_local bool failed = false;
 
 void* allocate(std::size_t size) {
   if (allocationsLeft > 0 && --allocationsLeft == 0) {
@@ -30,7 +30,7 @@ void* allocateOrThrow(std::size_t size) {
 
 bool failAllocation(int allocation) {
   allocationsLeft = allocation;
-  return failed.exchange(false);
+  return std::exchange(failed, false);
 }
 
 void* operator new(std::size_t size) {
