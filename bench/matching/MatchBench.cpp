@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "Addresses.h"
 #include "Engines.h"
 #include "MailData.h"
 #include "Peers.h"
@@ -28,22 +29,6 @@ constexpr std::size_t kBatch = 512;
 
 template <typename Contender>
 using MatchesOf = std::conditional_t<std::is_base_of_v<Tree, Contender>, Leaves, Matches>;
-
-// Goes round through the addresses.
-class Addresses {
- public:
-  Addresses(const std::vector<std::string>& texts, std::size_t begin) : m_texts(texts), m_next(begin % texts.size()) {}
-
-  const char* next() {
-    const char* text = m_texts[m_next].c_str();
-    m_next = m_next + 1 != m_texts.size() ? m_next + 1 : 0;
-    return text;
-  }
-
- private:
-  const std::vector<std::string>& m_texts;
-  std::size_t m_next;
-};
 
 template <typename Contender>
 std::size_t countMatches(const Contender& contender, const std::vector<std::string>& addresses) {
