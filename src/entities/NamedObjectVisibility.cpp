@@ -14,8 +14,8 @@
 #include "ZaroErrC.h"
 #include "ZaroNamedObj.h"
 #include "db/StoreStatement.h"
-#include "entities/LetterCase.h"
 #include "entities/ReservedName.h"
+#include "util/LetterCase.h"
 
 using ZARO::compareIgnoringCase;
 using ZARO::isReservedName;

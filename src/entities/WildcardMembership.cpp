@@ -3,7 +3,7 @@
 
 #include "EntityUtils.h"
 #include "PolicyLog.h"
-#include "entities/LetterCase.h"
+#include "util/LetterCase.h"
 
 namespace {
 
@@ -13,7 +13,7 @@ constexpr char kWildcard = '*';
 enum class Answer { No, Yes, MissingAt };
 
 bool isSame(char one, char other) {
-  return ZARO::lowerCased(one) == ZARO::lowerCased(other);
+  return ZARO::loweredByLocale(one) == ZARO::loweredByLocale(other);
 }
 
 // Forwards to the "@" of both texts. Yes: they reached it together.

@@ -4,7 +4,11 @@
 #include <cstddef>
 #include <cstring>
 
+#include "util/LetterCase.h"
+
 namespace zaro_addressmatch {
+
+using ZARO::lowered;
 
 // A domain or local part that is exactly this text stands for any.
 inline bool isWildcard(const char* text) {
@@ -13,11 +17,6 @@ inline bool isWildcard(const char* text) {
 
 // How "*" alone is read.
 constexpr const char* kEveryAddress = "*@*";
-
-// Only ASCII letters have a case here, whatever the locale.
-inline char lowered(char character) {
-  return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
-}
 
 enum class Piece { Label, BareLabel, LocalPart };
 
