@@ -11,7 +11,7 @@ if(ZAROPOLICY_CCACHE AND PROJECT_IS_TOP_LEVEL)
 endif()
 
 if(ZAROPOLICY_SANITIZE)
-  # Everything in the process, GoogleTest included, is built alike.
+  # Everything in the process, GoogleTest included.
   add_compile_options(-fsanitize=${ZAROPOLICY_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${ZAROPOLICY_SANITIZE})
 endif()
@@ -25,3 +25,11 @@ function(zaro_options target)
   target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
     $<$<BOOL:${ZAROPOLICY_WERROR}>:-Werror>)
 endfunction()
+
+# For a folder with the code that tests spend their time in, which sanitizers slow down several times. The programs and
+# the tests themselves go without: that halves the time that they take to compile.
+macro(zaro_optimise_if_sanitized)
+  if(ZAROPOLICY_SANITIZE AND CMAKE_BUILD_TYPE STREQUAL Debug)
+    add_compile_options(-O1)
+  endif()
+endmacro()
