@@ -62,35 +62,68 @@ std::string_view dollarTag(std::string_view text, std::size_t at) {
   return end < text.size() && text[end] == '$' && !number ? text.substr(at, end + 1 - at) : std::string_view();
 }
 
-// What begins at `at`, and where it ends; Code where nothing does.
+// One past the word that begins at `begin`: a name or key word, which may hold dollar signs, or the digits of a number,
+// which a name may follow without a blank.
+std::size_t endOfWord(std::string_view text, std::size_t begin) {
+  const bool number = isAsciiDigit(text[begin]);
+  std::size_t end = begin + 1;
+  while (end < text.size() && (number ? isAsciiDigit(text[end]) : isWord(text[end]) || text[end] == '$')) {
+    ++end;
+  }
+  return end;
+}
+
+// The end of the text ends a line, too.
+std::size_t endOfLine(std::string_view text, std::size_t at) {
+  return std::min(text.find_first_of("\n\r", at), text.size());
+}
+
+// PostgreSQL takes literals with blanks and a line's end between them for one; line comments count as blanks. Where the
+// next part of the literal that ends at `at` opens, or npos.
+std::size_t nextPartOfLiteral(std::string_view text, std::size_t at) {
+  bool newLine = false;
+  while (at < text.size() && (isAsciiBlank(text[at]) || startsWith(text, at, "--"))) {
+    newLine = newLine || text[at] == '\n' || text[at] == '\r';
+    at = text[at] == '-' ? endOfLine(text, at) : at + 1;
+  }
+  return newLine && startsWith(text, at, "'") ? at : std::string_view::npos;
+}
+
+SqlSegment segment(SqlPiece piece, std::string_view text, std::size_t begin, std::size_t end) {
+  const bool closed = end != std::string_view::npos;
+  return {piece, begin, closed ? end : text.size(), closed};
+}
+
+// An E literal, or a further part of one, whose quote opens at `open`.
+SqlSegment escapeLiteralAt(std::string_view text, std::size_t open) {
+  return segment(SqlPiece::EscapeLiteral, text, open, endOfQuoted(text, open, '\'', true));
+}
+
+// What begins at `at`, where a token does; Code for a word or a sign.
 SqlSegment segmentAt(std::string_view text, std::size_t at) {
   const char sign = text[at];
-  const bool afterWord = at > 0 && isWord(text[at - 1]);
-  std::size_t end = std::string_view::npos;
-  SqlPiece piece = SqlPiece::Code;
   if (sign == '\'') {
-    const bool escapes = afterWord && (text[at - 1] == 'e' || text[at - 1] == 'E') && (at < 2 || !isWord(text[at - 2]));
-    piece = escapes ? SqlPiece::EscapeLiteral : SqlPiece::Literal;
-    end = endOfQuoted(text, at, sign, escapes);
-  } else if (sign == '"') {
-    piece = SqlPiece::QuotedName;
-    end = endOfQuoted(text, at, sign, false);
-  } else if (startsWith(text, at, "--")) {
-    piece = SqlPiece::Comment;
-    end = std::min(text.find('\n', at), text.size());  // the end of the text ends it too
-  } else if (startsWith(text, at, "/*")) {
-    piece = SqlPiece::Comment;
-    end = endOfComment(text, at);
-  } else if (sign == '$' && !afterWord) {
-    const std::string_view tag = dollarTag(text, at);
-    if (!tag.empty()) {
-      piece = SqlPiece::DollarLiteral;
-      end = text.find(tag, at + tag.size());
-      end = end == std::string_view::npos ? end : end + tag.size();
-    }
+    return segment(SqlPiece::Literal, text, at, endOfQuoted(text, at, sign, false));
   }
-  const bool closed = end != std::string_view::npos;
-  return {piece, at, closed ? end : text.size(), closed};
+  if (asciiLower(sign) == 'e' && startsWith(text, at + 1, "'")) {
+    return escapeLiteralAt(text, at + 1);
+  }
+  if (sign == '"') {
+    return segment(SqlPiece::QuotedName, text, at, endOfQuoted(text, at, sign, false));
+  }
+  if (startsWith(text, at, "--")) {
+    return segment(SqlPiece::Comment, text, at, endOfLine(text, at));
+  }
+  if (startsWith(text, at, "/*")) {
+    return segment(SqlPiece::Comment, text, at, endOfComment(text, at));
+  }
+  const std::string_view tag = sign == '$' ? dollarTag(text, at) : std::string_view();
+  if (!tag.empty()) {
+    const std::size_t close = text.find(tag, at + tag.size());
+    const bool closed = close != std::string_view::npos;
+    return segment(SqlPiece::DollarLiteral, text, at, closed ? close + tag.size() : close);
+  }
+  return segment(SqlPiece::Code, text, at, isWord(sign) ? endOfWord(text, at) : at + 1);
 }
 
 const char* nameOf(SqlPiece piece) {
@@ -119,7 +152,8 @@ class Words {
       m_at = isCommentAt(m_at) ? segmentAt(m_text, m_at).end : m_at + 1;
     }
     std::string word;
-    for (; m_at < m_text.size() && isWord(m_text[m_at]); ++m_at) {
+    const std::size_t end = m_at < m_text.size() ? endOfWord(m_text, m_at) : m_at;
+    for (; m_at < end; ++m_at) {
       word += asciiUpper(m_text[m_at]);
     }
     return word;
@@ -187,18 +221,21 @@ class StatementEnd {
 std::vector<SqlSegment> scanSql(std::string_view text) {
   std::vector<SqlSegment> segments;
   std::size_t codeBegin = 0;
-  std::size_t at = 0;
-  while ((at = text.find_first_of("'\"-/$", at)) != std::string_view::npos) {
-    const SqlSegment found = segmentAt(text, at);
+  std::size_t nextEscapes = std::string_view::npos;  // where the next part of an escape literal opens
+  for (std::size_t at = 0; at < text.size();) {
+    const SqlSegment found = at == nextEscapes ? escapeLiteralAt(text, at) : segmentAt(text, at);
+    at = found.end;
     if (found.piece == SqlPiece::Code) {
-      ++at;
       continue;
+    }
+    if (found.piece == SqlPiece::EscapeLiteral) {
+      nextEscapes = nextPartOfLiteral(text, found.end);
     }
     if (found.begin > codeBegin) {
       segments.push_back({SqlPiece::Code, codeBegin, found.begin, true});
     }
     segments.push_back(found);
-    at = codeBegin = found.end;
+    codeBegin = found.end;
   }
   if (codeBegin < text.size()) {
     segments.push_back({SqlPiece::Code, codeBegin, text.size(), true});
@@ -352,11 +389,10 @@ std::vector<ScriptStatement> splitScript(std::string_view script) {
     }
     for (std::size_t at = 0; at < text.size();) {
       if (isWord(text[at])) {
-        const std::size_t begin = at;
-        at = static_cast<std::size_t>(
-            std::find_if_not(text.begin() + static_cast<std::ptrdiff_t>(at), text.end(), isWord) - text.begin());
-        end.takeWord(Words(text.substr(begin, at - begin)).next());
-        append(text.substr(begin, at - begin));
+        const std::string_view word = text.substr(at, endOfWord(text, at) - at);
+        end.takeWord(Words(word).next());
+        append(word);
+        at += word.size();
       } else if (text[at] == ';' && end.isAtSemicolon()) {
         finish();
         ++at;

@@ -1,4 +1,5 @@
-// The lexical structure of SQL text, as far as both databases share it: where literals, quoted names and comments lie.
+// The lexical structure of SQL text: where literals, quoted names and comments lie. PostgreSQL's rules count where the
+// databases differ, since its driver takes several statements at a time and SQLite's does not.
 #pragma once
 
 #include <cstddef>
@@ -11,7 +12,7 @@ namespace zaroruntime {
 enum class SqlPiece {
   Code,           // everything else
   Literal,        // 'text', with '' for a quote
-  EscapeLiteral,  // E'text', where a backslash escapes
+  EscapeLiteral,  // E'text', where a backslash escapes, and each part that continues it after a line's end
   DollarLiteral,  // $tag$text$tag$
   QuotedName,     // "name"
   Comment,        // -- to the end of the line, or /* */ (nesting)

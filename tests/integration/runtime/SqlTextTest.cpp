@@ -10,7 +10,9 @@ namespace {
 using testing::HasSubstr;
 using zaroruntime::copiesThroughClient;
 using zaroruntime::isPlainData;
+using zaroruntime::scanSql;
 using zaroruntime::splitScript;
+using zaroruntime::SqlPiece;
 using zaroruntime::TransactionVerb;
 using zaroruntime::transactionVerb;
 using zaroruntime::whyNotOneStatement;
@@ -43,8 +45,27 @@ const OneStatementCase kOneStatementCases[] = {
     {"tagged dollar literal", "SELECT $a$ ; $$ ; $a$", ""},
     {"another tag does not close it", "SELECT $a$ ; $b$", "a literal does not end"},
     {"parameter numbers are no tags", "SELECT $1; SELECT $1", "more than one statement"},
+    {"parameter number before a dollar literal", "SELECT $1$$;$$", ""},
     {"a dollar within a word is no tag", "SELECT a$b$; SELECT 1", "more than one statement"},
+    {"nor are two dollars", "SELECT 1 AS a$$; SELECT 2 AS b$$", "more than one statement"},
+    {"nor two before a further word", "SELECT 1 AS a$$b$; SELECT 2 AS a$$b$", "more than one statement"},
+    {"nor two within a word that a quote follows", "SELECT 1 AS a$$b$, '$b$; SELECT 2'", ""},
+    {"nor in a word that follows a number at once", "SELECT 1a$$; SELECT 1a$$", "more than one statement"},
+    {"nor in one of other letters", "SELECT 1 AS \xC3\xA4$$; SELECT 2 AS \xC3\xA4$$", "more than one statement"},
+    {"dollar literal behind a number", "SELECT 1$$;$$", ""},
+    {"dollar literal behind a literal", "SELECT date'2026-11-22'$$;$$", ""},
+    {"an E behind a dollar is no prefix", "SELECT a$E'\\'; SELECT 2", "more than one statement"},
+    {"an E behind a number is one", "SELECT 1E'\\';'", ""},
+    {"an E behind a name in quotes is one", "SELECT \"a\"E'\\';'", ""},
+    {"second part of an E literal", "SELECT E'a'\n'\\''; SELECT 2; --'", "more than one statement"},
+    {"its quote may be escaped", "SELECT E'a'\n'\\';'", ""},
+    {"third part", "SELECT E'a' \n 'b' \r '\\';'", ""},
+    {"parts with another sign between", "SELECT E'a'\n,'\\'; SELECT 2", "more than one statement"},
+    {"parts without a line's end", "SELECT E'a' '\\'; SELECT 2", "more than one statement"},
+    {"parts of a plain literal", "SELECT 'a'\n'\\'; SELECT 2", "more than one statement"},
+    {"parts with a comment between", "SELECT E'a' -- one\n'\\''", "a statement must not hold comments"},
     {"line comment", "SELECT 1 -- one", "a statement must not hold comments"},
+    {"return ends a line comment", "-- one\r'", "a statement must not hold comments"},
     {"block comment", "SELECT /* one */ 1", "a statement must not hold comments"},
     {"quote in a comment", "SELECT 1 /* ' */; DROP TABLE x", "a statement must not hold comments"},
     {"comment signs in a literal", "SELECT '-- /* '", ""},
@@ -59,6 +80,35 @@ const OneStatementCase kOneStatementCases[] = {
 TEST(SqlText, oneStatementIsTold) {
   for (const OneStatementCase& test : kOneStatementCases) {
     EXPECT_EQ(whyNotOneStatement(test.text), test.why) << test.label;
+  }
+}
+
+struct PiecesCase {
+  const char* text;
+  std::vector<SqlPiece> pieces;
+};
+
+// Where a comment stands there is no one statement to tell anything by.
+const PiecesCase kPiecesCases[] = {
+    {"E'a' -- one\n'\\''",
+     {SqlPiece::Code, SqlPiece::EscapeLiteral, SqlPiece::Code, SqlPiece::Comment, SqlPiece::Code,
+      SqlPiece::EscapeLiteral}},
+    {"E'a' -- one\r'\\''",
+     {SqlPiece::Code, SqlPiece::EscapeLiteral, SqlPiece::Code, SqlPiece::Comment, SqlPiece::Code,
+      SqlPiece::EscapeLiteral}},
+    {"E'a'/* one */\n'\\'",
+     {SqlPiece::Code, SqlPiece::EscapeLiteral, SqlPiece::Comment, SqlPiece::Code, SqlPiece::Literal}},
+    {"a$$b$ $$b$$", {SqlPiece::Code, SqlPiece::DollarLiteral}},
+    {"$a$$b$", {SqlPiece::DollarLiteral}},
+};
+
+TEST(SqlText, piecesAreTold) {
+  for (const PiecesCase& test : kPiecesCases) {
+    std::vector<SqlPiece> pieces;
+    for (const auto& segment : scanSql(test.text)) {
+      pieces.push_back(segment.piece);
+    }
+    EXPECT_EQ(pieces, test.pieces) << test.text;
   }
 }
 
@@ -103,6 +153,8 @@ const VerbCase kVerbCases[] = {
     {"SELECT 'BEGIN'", TransactionVerb::None},
     {"'COMMIT'", TransactionVerb::None},
     {"BEGINNING", TransactionVerb::None},
+    {"COMMIT$", TransactionVerb::None},
+    {"ROLLBACK TO a$b$CHAIN", TransactionVerb::Savepoint},
     {"", TransactionVerb::None},
 };
 
@@ -192,6 +244,8 @@ TEST(SqlText, scriptKeepsTriggersWhole) {
   EXPECT_EQ(texts(trigger + "; SELECT 1;"), (Texts{trigger, "SELECT 1"}));
   EXPECT_EQ(texts("CREATE TABLE trigger_log(a); SELECT 1"), (Texts{"CREATE TABLE trigger_log(a)", "SELECT 1"}));
   EXPECT_EQ(texts("BEGIN; SELECT 1; END;"), (Texts{"BEGIN", "SELECT 1", "END"}));
+  EXPECT_EQ(texts("CREATE TRIGGER t ON x EXECUTE FUNCTION f$begin(); SELECT 1"),
+            (Texts{"CREATE TRIGGER t ON x EXECUTE FUNCTION f$begin()", "SELECT 1"}));
 }
 
 TEST(SqlText, scriptStatementsKnowTheirLine) {
