@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -18,6 +19,7 @@
 #include "ZaroRuntime/SqlSession.h"
 #include "odbc/OdbcConnection.h"
 #include "odbc/OdbcError.h"
+#include "support/DriverManager.h"
 #include "support/LoopbackServer.h"
 #include "support/ProcessTest.h"
 #include "support/TestInstallation.h"
@@ -654,26 +656,29 @@ TEST_P(PostgresqlConnection, threadsThatConnectAtOnceTakeTurns) {
 }
 
 TEST_P(PostgresqlConnection, processForkedWhileAThreadConnectsConnectsToo) {
-  const LoopbackServer server(LoopbackServer::Manner::KeepSilent);
-  const std::string port = zarotest::postgresqlServer()->port;
-  setPort(server.port());
-  std::thread waiting([&] {
+  // Neither attempt is limited: the thread connects until the server is gone, and the child until its process test ends.
+  const auto connectWithoutLimit = [&] {
     KxDbConnect connection;
-    connection.setDbConnectTimeOut(5);
-    thrownBy([&] { connect(connection); });
-  });
-  while (server.accepted() == 0) {
+    connection.setDbConnectTimeOut(0);
+    return thrownBy([&] { connect(connection); });
+  };
+  auto server = std::make_unique<LoopbackServer>(LoopbackServer::Manner::KeepSilent);
+  const std::string port = zarotest::postgresqlServer()->port;
+  setPort(server->port());
+  std::string parent;
+  std::thread connecting([&] { parent = connectWithoutLimit(); });
+  while (server->accepted() == 0) {
     std::this_thread::yield();
   }
   setPort(port);
   runInOwnProcess([&] {
-    KxDbConnect connection;
-    connection.setDbConnectTimeOut(2);
-    EXPECT_EQ(thrownBy([&] { connect(connection); }), "nothing thrown");
+    EXPECT_EQ(connectWithoutLimit(), "nothing thrown");
     std::fflush(nullptr);
     _exit(HasFailure() ? 1 : 0);  // what the other thread had allocated would count as leaked
   });
-  waiting.join();
+  server.reset();
+  connecting.join();
+  EXPECT_NE(parent, "nothing thrown") << "the thread was connecting all the time";
 }
 
 TEST_P(PostgresqlConnection, noTrialBeginsAfterTheRetryTimeOut) {
@@ -701,6 +706,38 @@ TEST_P(PostgresqlConnection, backslashNeverEscapesAQuote) {
     connection.executeSQL("SELECT '\\'' OR 1=1' AS \"v\"", KxDbConnect::SQL_TYPE_DEFAULT);
     ASSERT_EQ(connection.fetchNextRow(), 0) << before;
     EXPECT_STREQ(connection.getColVal("v"), "\\' OR 1=1") << before;
+  }
+}
+
+struct StackedCase {
+  const char* statement;
+  bool stacked;
+};
+
+// Where two statements look like one with a literal, and the other way round.
+const StackedCase kStackedCases[] = {
+    {"SELECT 1 AS a$$; INSERT INTO t VALUES(1); SELECT 2 AS a$$", true},
+    {"SELECT 1 AS a$$b$; INSERT INTO t VALUES(1); SELECT 2 AS a$$b$", true},
+    {"SELECT 1 AS a$$b$, '$b$; INSERT INTO t VALUES(1)'", false},
+    {"SELECT $b$; INSERT INTO t VALUES(1); SELECT $b$", false},
+    {"SELECT 1 AS \xC3\xA4$$; INSERT INTO t VALUES(1); SELECT 2 AS \xC3\xA4$$", true},
+    {"SELECT E'a'\n'\\''; INSERT INTO t VALUES(1); SELECT E'\\''", true},
+    {"SELECT E'a' \r '\\''; INSERT INTO t VALUES(1); SELECT E'\\''", true},
+    {"SELECT E'a'\n'\\'; INSERT INTO t VALUES(1)'", false},
+    {"SELECT 'a'\n'\\'; INSERT INTO t VALUES(1); SELECT ''", true},
+    {"SELECT E'a','\\'; INSERT INTO t VALUES(1)", true},
+    {"SELECT 1 AS a$E,'\\'; INSERT INTO t VALUES(1)", true},
+    {"SELECT 1 AS \"a\",E'\\'; INSERT INTO t VALUES(1)'", false},
+};
+
+TEST_P(PostgresqlConnection, readsLiteralsAsTheServerDoes) {
+  execute("CREATE TABLE t(a INTEGER)");
+  for (const StackedCase& test : kStackedCases) {
+    std::string statement = test.statement;
+    SQLExecDirect(m_connection.getStmtHandle(), reinterpret_cast<SQLCHAR*>(statement.data()), SQL_NTS);
+    EXPECT_EQ(first("SELECT count(*) AS \"v\" FROM t"), test.stacked ? "1" : "0") << test.statement;
+    EXPECT_EQ(thrown(test.statement), test.stacked ? "more than one statement" : "nothing thrown") << test.statement;
+    execute("TRUNCATE t");
   }
 }
 
@@ -788,6 +825,27 @@ TEST_P(PostgresqlConnection, lostTransactionIsNeitherRepeatedNorCommitted) {
   EXPECT_NE(thrown("INSERT INTO t VALUES(2)"), "nothing thrown");
   EXPECT_THAT(thrown("INSERT INTO t VALUES(3)"), HasSubstr("lost in a transaction"));
   EXPECT_THAT(thrown("COMMIT"), HasSubstr("lost in a transaction"));
+  EXPECT_EQ(zaroruntime::lastFailureKind(), FailureKind::ConnectionLost);
+  execute("ROLLBACK");
+  EXPECT_EQ(first("SELECT count(*) AS \"v\" FROM t"), "0") << "and the connection is a new one";
+}
+
+// As with a driver that leaves further results on the server until they are asked for.
+TEST_P(PostgresqlConnection, connectionLostBetweenResultsLosesTheTransaction) {
+  execute("CREATE TABLE t(a INTEGER)");
+  const std::string pid = first("SELECT pg_backend_pid() AS \"v\"");
+  execute("BEGIN");
+  execute("INSERT INTO t VALUES(1)");
+  first("SELECT 1 AS \"v\"");
+  home().sql("SELECT pg_terminate_backend(" + pid + ", 5000)");
+  zarotest::driverManagerHooks().moreResults = [](SQLHSTMT statement) {
+    std::string next = "SELECT 2";
+    SQLFreeStmt(statement, SQL_CLOSE);
+    return SQLExecDirect(statement, reinterpret_cast<SQLCHAR*>(next.data()), SQL_NTS);
+  };
+  EXPECT_NE(thrownBy([&] { m_connection.fetchNextResultSet(); }), "nothing thrown");
+  zarotest::driverManagerHooks() = {};
+  EXPECT_THAT(thrown("COMMIT"), HasSubstr("the connection was lost in a transaction"));
   EXPECT_EQ(zaroruntime::lastFailureKind(), FailureKind::ConnectionLost);
   execute("ROLLBACK");
   EXPECT_EQ(first("SELECT count(*) AS \"v\" FROM t"), "0") << "and the connection is a new one";

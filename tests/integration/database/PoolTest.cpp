@@ -4,16 +4,19 @@
 #include <sqlext.h>
 
 #include <filesystem>
+#include <functional>
 #include <future>
 #include <set>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "KxDataAccess.h"
 #include "KxDbConnect.h"
 #include "ZaroRuntime/ConnectionPool.h"
 #include "ZaroRuntime/IniFile.h"
+#include "support/DriverManager.h"
 #include "support/TestInstallation.h"
 #include "support/Thrown.h"
 
@@ -31,6 +34,12 @@ class Pool : public zarotest::OnEveryDatabase {
               settings.password.c_str());
   }
   void open(int size) { open(size, m_pool); }
+
+  void connect(KxDbConnect& connection) {
+    const auto& settings = home().settings();
+    connection.connect(home().initString().c_str(), settings.dataSource.c_str(), settings.user.c_str(),
+                       settings.password.c_str());
+  }
 
   static void execute(KxDbConnect* connection, const std::string& statement) {
     connection->executeSQL(statement.c_str(), KxDbConnect::SQL_TYPE_DEFAULT);
@@ -344,6 +353,78 @@ TEST_P(Pool, connectionsMayComeBackOnAnotherThread) {
   std::thread([&] { m_pool.returnConnect(connection); }).join();
   EXPECT_EQ(m_pool.getConnect(), connection);
   m_pool.returnConnect(connection);
+}
+
+// Connections of a borrower; the pool never made the last. One that was returned is null.
+struct Loans {
+  KxDbConnect* pooled;
+  KxDbConnect* aboveSize;
+  KxDbConnect* foreign;
+};
+
+void giveBack(KxDataAccess& pool, KxDbConnect*& loan) {
+  pool.returnConnect(std::exchange(loan, nullptr));
+}
+
+struct ClosingCase {
+  const char* label;
+  bool isRebuilt;  // the pool, before anything is closed
+  std::function<void(KxDataAccess& pool, Loans& loans)> close;
+};
+
+const ClosingCase kClosingCases[] = {
+    {"return above the size", false, [](KxDataAccess& pool, Loans& loans) { giveBack(pool, loans.aboveSize); }},
+    {"return to a rebuilt pool", true, [](KxDataAccess& pool, Loans& loans) { giveBack(pool, loans.pooled); }},
+    {"return of a foreign connection", false, [](KxDataAccess& pool, Loans& loans) { giveBack(pool, loans.foreign); }},
+    {"return of a connection whose handle was given", false,
+     [](KxDataAccess& pool, Loans& loans) {
+       loans.pooled->getStmtHandle();
+       giveBack(pool, loans.pooled);
+     }},
+    {"rebuilding", false, [](KxDataAccess& pool, Loans&) { pool.reinit(); }},
+    {"closing of all pools", false, [](KxDataAccess&, Loans&) { zaroruntime::closePools(); }},
+};
+
+// A close may wait for the network; meanwhile another thread borrows and opens connections.
+TEST_P(Pool, closingKeepsNobodyFromBorrowing) {
+  for (const ClosingCase& test : kClosingCases) {
+    KxDataAccess pool;
+    open(2, pool);
+    Loans loans = {pool.getConnect(), nullptr, new KxDbConnect};
+    KxDbConnect* const idle = pool.getConnect();
+    loans.aboveSize = pool.getConnect();
+    pool.returnConnect(idle);
+    connect(*loans.foreign);
+    if (test.isRebuilt) {
+      pool.reinit();
+    }
+
+    std::promise<void> closing, borrowed;
+    std::thread closer([&] {
+      bool first = true;
+      zarotest::driverManagerHooks().beforeDisconnect = [&] {
+        if (std::exchange(first, false)) {
+          closing.set_value();
+          borrowed.get_future().wait();
+        }
+      };
+      test.close(pool, loans);
+    });
+    closing.get_future().wait();
+    auto borrower = std::async(std::launch::async, [&] {
+      for (KxDbConnect* connection : {pool.getConnect(), pool.getConnect()}) {
+        EXPECT_EQ(first(connection, "SELECT 1 AS \"v\""), "1") << test.label;
+        pool.returnConnect(connection);
+      }
+    });
+    EXPECT_EQ(borrower.wait_for(std::chrono::minutes(1)), std::future_status::ready) << test.label;
+    borrowed.set_value();
+    closer.join();
+    borrower.wait();
+    for (KxDbConnect* loan : {loans.pooled, loans.aboveSize, loans.foreign}) {
+      pool.returnConnect(loan);
+    }
+  }
 }
 
 ZARO_ON_EVERY_DATABASE(Pool);
