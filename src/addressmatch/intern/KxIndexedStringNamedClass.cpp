@@ -9,6 +9,31 @@
 
 using namespace zaro_addressmatch;
 
+namespace {
+
+// What a name may keep for `text`, a handle in no table; `kept` is what the table answered. Never `text` itself.
+const KxIndexedString& keptOrCopied(const KxIndexedString* text, const KxIndexedString* kept, KxStringtable& table) {
+  if (kept == nullptr) {
+    if (text == nullptr) {
+      PolicyLog::log(LogLevel::Error, "KxListedEmailAddress.cpp - _returnCopyIfSameAs: predicate is NULL; cmp is NULL.");
+    } else {
+      PolicyLog::log(LogLevel::Error,
+                     "KxListedEmailAddress.cpp - _returnCopyIfSameAs: predicate is NULL; cmp is %s , %lu.",
+                     text->getString(), static_cast<unsigned long>(text->getIndex()));
+    }
+    return KxStringtable::_theEmptyIndexedString;
+  }
+  if (kept != text) {
+    return *kept;
+  }
+  // The table is locked and does not know the text, or could not add it. The argument is the caller's and may not live
+  // on: neither this object nor the table may keep it.
+  Interner(table).dropBorrowed(*text);
+  return orEmpty(KxIndexedString::deepCopy(text));
+}
+
+}  // namespace
+
 KxIndexedStringNamedClass::KxIndexedStringNamedClass(KxStringtable* table, const char* name)
     : _name(_lookupAndCheckName(name, table)), _stringtable(table) {}
 
@@ -41,28 +66,15 @@ const KxIndexedString* KxIndexedStringNamedClass::_lookupAndCheckName(const KxIn
     }
     return &orEmpty(kept);
   }
-  if (kept == nullptr) {
-    if (text == nullptr) {
-      PolicyLog::log(LogLevel::Error, "KxListedEmailAddress.cpp - _returnCopyIfSameAs: predicate is NULL; cmp is NULL.");
-    } else {
-      PolicyLog::log(LogLevel::Error,
-                     "KxListedEmailAddress.cpp - _returnCopyIfSameAs: predicate is NULL; cmp is %s , %lu.",
-                     text->getString(), static_cast<unsigned long>(text->getIndex()));
-    }
-    return &KxStringtable::_theEmptyIndexedString;
-  }
-  if (kept != text) {
-    return kept;
-  }
-  // The table is locked and does not know the text, or could not add it. The argument is the caller's and may not live
-  // on: neither this object nor the table may keep it.
-  Interner(*table).dropBorrowed(*text);
-  return &orEmpty(KxIndexedString::deepCopy(text));
+  return &keptOrCopied(text, kept, *table);
 }
 
 const KxIndexedString* KxIndexedStringNamedClass::_lookupAndCheckName(const char* text, KxStringtable* table) const {
   const KxIndexedString wrapper(text);
-  return _lookupAndCheckName(&wrapper, table);
+  if (table == nullptr) {
+    return &orEmpty(KxIndexedString::deepCopy(&wrapper));
+  }
+  return &keptOrCopied(&wrapper, table->getStringtableRef(&wrapper), *table);
 }
 
 char* KxIndexedStringNamedClass::_inferName(const char* address) {
