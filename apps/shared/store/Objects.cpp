@@ -11,6 +11,7 @@
 #include "ZaroRuntime/Installation.h"
 #include "console/Text.h"
 #include "console/UsageError.h"
+#include "installation/HarmlessStatement.h"
 #include "installation/StatementCatalog.h"
 #include "store/AddressGroups.h"
 #include "store/Database.h"
@@ -67,14 +68,12 @@ std::size_t sizeInLiteral(const std::string& text) {
   return text.size() + static_cast<std::size_t>(std::count(text.begin(), text.end(), '\''));
 }
 
-// The store gives a statement 8192 bytes, and a buffer made to measure only when its data is longer than 8291: what
-// lies between is too large for the one and too small for the other.
+// The library gives the statement a buffer of fixed size, and one made to measure only when its texts are a little
+// longer than would fit: what lies between is too large for the one and too small for the other.
 void refuseWhatDoesNotFit(const char* file, const std::string& name, const std::string& content,
                           const std::vector<std::string>& numbers) {
-  constexpr std::size_t kFixedSize = 8192;
-  constexpr std::size_t kLongestInFixed = 8291;
-  constexpr std::size_t kRoomForTheRest = 100;
   constexpr std::size_t kTexts = 2;
+  const CataloguedStatement& statement = *findStatement(file);
 
   const std::string path = zaroruntime::Installation::fromEnvironment().sqlDirectory() + "/" + file;
   std::string words = harmlessStatement(path);
@@ -84,10 +83,10 @@ void refuseWhatDoesNotFit(const char* file, const std::string& name, const std::
   for (const std::string& number : numbers) {
     size += number.size();
   }
-  if (size > (data > kLongestInFixed ? data + kRoomForTheRest : kFixedSize)) {
-    throw RuntimeError("name and content cannot be stored: with quotes counted twice they have " +
-                       std::to_string(data) + " bytes, and the statement takes up to " +
-                       std::to_string(kFixedSize - (size - data)) + " or more than " + std::to_string(kLongestInFixed));
+  if (size > bufferSize(statement, data)) {
+    throw RuntimeError("name and content cannot be stored: with quotes counted twice they have " + std::to_string(data) +
+                       " bytes, and the statement takes up to " + std::to_string(statement.buffer.fixed - (size - data)) +
+                       " or more than " + std::to_string(statement.buffer.longestTexts));
   }
 }
 

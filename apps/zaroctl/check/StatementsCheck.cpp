@@ -6,6 +6,7 @@
 #include "ZaroRuntime/RuntimeError.h"
 #include "ZaroRuntime/StatementFile.h"
 #include "check/Checks.h"
+#include "installation/HarmlessStatement.h"
 #include "installation/StatementCatalog.h"
 
 using zaroruntime::RuntimeError;

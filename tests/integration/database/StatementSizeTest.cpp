@@ -87,16 +87,16 @@ class StatementSizes : public zarotest::OnEveryDatabaseWithLibrary {
     ASSERT_GT(formed, 0) << file;
     EXPECT_EQ(length(file, formed + 1, parameters...), formed) << file;
     EXPECT_EQ(length(file, formed, parameters...), -1) << file;
-    show(file, size, formed);
+    show(file, formed);
     run(file, size, parameters...);
   }
 
-  // Adds a row to the table that is printed behind the test: statement, size of the file, buffer, length as formed. The
-  // last two without the texts, where there are some.
-  void show(const char* file, int size, int formed) const {
+  // Adds a row to the table that is printed behind the test: statement, size of the file, length as formed without the
+  // texts.
+  void show(const char* file, int formed) const {
     const std::string text = zarotest::readFile(home().directory().path(std::string("sql/") + file));
     std::ofstream(home().directory().path("sizes"), std::ios::app)
-        << "| `" << file << "` | " << text.size() << " | " << size << " | " << formed << " |\n";
+        << "| `" << file << "` | " << text.size() << " | " << formed << " |\n";
   }
   void TearDown() override {
     if (!IsSkipped()) {
@@ -115,7 +115,7 @@ TEST_P(StatementSizes, numbersOfAnyWidthFit) {
     // No object has that type here, so it is formed only.
     const int widest = length("ui_AddEntityNamedObj.sql", 256, kWideId, kWideId, kLowestType);
     EXPECT_GT(widest, 0);
-    show("ui_AddEntityNamedObj.sql", 256, widest);
+    show("ui_AddEntityNamedObj.sql", widest);
     fits("ui_GetNamedObjRule.sql", 256, kWideId, kWideId);
     fits("ui_GetEntityId4NamedObj.sql", 256, kWideId);
     fits("ui_GetNamedObjBlob.sql", 256, kWideId);
@@ -131,7 +131,7 @@ TEST_P(StatementSizes, numbersOfAnyWidthFit) {
 TEST_P(StatementSizes, transactionStatementsFit) {
   withLibrary([&] {
     for (const char* file : {"ui_StartTransaction.sql", "ui_CommitTransaction.sql", "ui_RollbackTransaction.sql"}) {
-      show(file, 256, length(file, 256));
+      show(file, length(file, 256));
     }
     RdbmsInterface committed;
     EXPECT_TRUE(committed.startTransaction());
@@ -155,8 +155,8 @@ TEST_P(StatementSizes, objectsFillTheirFixedBuffer) {
     EXPECT_EQ(length("ui_AddNamedObj.sql", kFixedSize, kLowestType, name.c_str(), (added + "c").c_str()), -1);
     EXPECT_EQ(length("ui_ModifyNamedObj.sql", kFixedSize, kLowestType, name.c_str(), (modified + "c").c_str(), kWideId),
               -1);
-    show("ui_AddNamedObj.sql", kFixedSize, addWords);
-    show("ui_ModifyNamedObj.sql", kFixedSize, modifyWords);
+    show("ui_AddNamedObj.sql", addWords);
+    show("ui_ModifyNamedObj.sql", modifyWords);
   });
   EXPECT_EQ(home().value("SELECT count(*) FROM named_object WHERE length(content)>7500"), "2");
 }
@@ -192,8 +192,8 @@ TEST_P(StatementSizes, groupsFitWithAsManyQuotesInTheirNamesAsTheRoomLeaves) {
     EXPECT_EQ(length("ui_ModifyAddressgroup.sql", sizeFor(modifyQuotes + 1), kWideId, doubled(modifyQuotes + 1).c_str(),
                      list.c_str()),
               -1);
-    show("ui_AddAddressgroup.sql", kRoomForTheRest, addWords);
-    show("ui_ModifyAddressgroup.sql", kRoomForTheRest, modifyWords);
+    show("ui_AddAddressgroup.sql", addWords);
+    show("ui_ModifyAddressgroup.sql", modifyWords);
   });
   EXPECT_EQ(home().value("SELECT count(*) FROM address_group_member"), "4");
 }

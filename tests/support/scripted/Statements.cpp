@@ -7,43 +7,21 @@
 #include <stdexcept>
 
 #include "KxSqlLoader.h"
+#include "installation/StatementCatalog.h"
 #include "scripted/Platform.h"
 
 namespace scripted {
 
 namespace {
 
-struct StatementFile {
-  const char* name;
-  const char* parameters;  // as the library passes them
-};
-
-const StatementFile kStatementFiles[] = {
-    {"ui_AddAddressgroup.sql", " [%u] [%s] [%u] [%s]"},
-    {"ui_AddEntityNamedObj.sql", " [%u] [%u] [%d]"},
-    {"ui_AddNamedObj.sql", " [%d] [%s] [%s]"},
-    {"ui_CommitTransaction.sql", ""},
-    {"ui_GetAdminEntityById.sql", " [%u]"},
-    {"ui_GetAdminId.sql", " [%s]"},
-    {"ui_GetAllEntities.sql", ""},
-    {"ui_GetComponentInfo.sql", " [%s]"},
-    {"ui_GetEntitiesByType.sql", " [%d]"},
-    {"ui_GetEntityId4NamedObj.sql", " [%u]"},
-    {"ui_GetEntityNamedObj.sql", " [%d] [%d]"},
-    {"ui_GetGlobalSettingValue.sql", " [%s] [%s]"},
-    {"ui_GetManualOrderSetting.sql", ""},
-    {"ui_GetMemberAddressByAGId.sql", " [%u]"},
-    {"ui_GetNamedObjBlob.sql", " [%u]"},
-    {"ui_GetNamedObjByType.sql", " [%d]"},
-    {"ui_GetNamedObjRule.sql", " [%u] [%u]"},
-    {"ui_IsAdminRoot_Id.sql", " [%u]"},
-    {"ui_ModifyAddressgroup.sql", " [%u] [%s] [%s]"},
-    {"ui_ModifyNamedObj.sql", " [%d] [%s] [%s] [%u]"},
-    {"ui_RemoveAddressgroup.sql", " [%u]"},
-    {"ui_RemoveNamedObj.sql", " [%u] [%u]"},
-    {"ui_RollbackTransaction.sql", ""},
-    {"ui_StartTransaction.sql", ""},
-};
+// "ui_RemoveNamedObj.sql [%u] [%u]"
+std::string defaultText(const CataloguedStatement& statement) {
+  std::string text = statement.file;
+  for (const char conversion : std::string(statement.conversions)) {
+    text.append(" [%").append(1, conversion).append("]");
+  }
+  return text;
+}
 
 // Fills in the parameters; throws `const char*` for a null text.
 void format(const std::string& pattern, va_list parameters, LoadedStatement& statement) {
@@ -92,8 +70,8 @@ Statements::Statements() {
 void Statements::reset() {
   const std::lock_guard<std::mutex> lock(m_mutex);
   m_texts.clear();
-  for (const StatementFile& file : kStatementFiles) {
-    m_texts[file.name] = std::string(file.name) + file.parameters;
+  for (const CataloguedStatement& statement : statementCatalog()) {
+    m_texts[statement.file] = defaultText(statement);
   }
   m_loaded.clear();
   m_truncates = false;
