@@ -2,6 +2,8 @@
 
 #include <strings.h>
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "ZaroPolicyServerInterface.h"
@@ -77,34 +79,30 @@ std::string whyNumberChanges(const Rule& rule, Interface::Reading reading) {
   return rule.isPort ? "not a port" : "not a number";
 }
 
-struct Word {
-  const char* key;
+struct Words {
+  SettingKind kind;
   const char* one;
   const char* other;
   const char* note;  // about any other word
 };
 
-constexpr Word kWords[] = {
-    {"keep-alive", "yes", "no", "neither yes nor no"},
-    {"protocol", "HTTP", "HTTPS", "neither HTTP nor HTTPS"},
+constexpr Words kWords[] = {
+    {SettingKind::YesOrNo, "yes", "no", "neither yes nor no"},
+    {SettingKind::Protocol, "HTTP", "HTTPS", "neither HTTP nor HTTPS"},
 };
 
-std::string whyWordChanges(const std::string& key, const std::string& text) {
-  for (const Word& word : kWords) {
-    const bool known = strcasecmp(text.c_str(), word.one) == 0 || strcasecmp(text.c_str(), word.other) == 0;
-    if (key == word.key && !known) {
-      return word.note;
-    }
-  }
-  return "";
+// The reader's setting of a key; each has only one.
+const KnownSetting& findKey(SettingReader reader, const std::string& key) {
+  return *std::find_if(std::begin(kSettingTable), std::end(kSettingTable),
+                       [&](const KnownSetting& setting) { return isReadBy(setting, reader) && key == setting.key; });
 }
 
 // Sets value and note of a setting that was read.
-void explain(const Rule* rule, const Json& value, ReadSetting& setting) {
+void explain(SettingKind kind, const Rule* rule, const Json& value, ReadSetting& setting) {
   const std::string& text = setting.stored->value;
   setting.value = value;
   if (rule == nullptr) {
-    setting.note = whyWordChanges(setting.key, text);
+    setting.note = whyNoWord(kind, text);
     return;
   }
   unsigned int number = 0;
@@ -118,19 +116,21 @@ void explain(const Rule* rule, const Json& value, ReadSetting& setting) {
 
 using FindRule = const Rule* (*)(const std::string& key);
 
-// Puts the library's values beside what is stored. `sectionOf` says where a key stands.
+// Puts the library's values beside what is stored. `sectionOf` says where a setting stands.
 template <typename SectionOf>
-ReadSettings compare(const Answer& answer, const Settings& stored, FindRule findRule, SectionOf sectionOf) {
+ReadSettings compare(SettingReader reader, const Answer& answer, const Settings& stored, FindRule findRule,
+                     SectionOf sectionOf) {
   ReadSettings read{{}, answer.code};
   bool reached = true;
   for (const auto& [key, value] : answer.values) {
-    const std::string section = sectionOf(key);
+    const KnownSetting& known = findKey(reader, key);
+    const std::string section = sectionOf(known);
     ReadSetting setting{section, key, stored.find(section, key), nullptr, ""};
     if (setting.stored == nullptr) {
       setting.note = "missing";
       reached = false;
     } else if (reached) {
-      explain(findRule(key), value, setting);
+      explain(known.kind, findRule(key), value, setting);
     } else {
       setting.note = "not read: one before it is missing";
     }
@@ -150,19 +150,33 @@ std::string cacheSection(const Settings& stored) {
                                     textOf(stored.find(kLdapSection, "enabled_server")));
 }
 
+std::string sectionOf(const KnownSetting& setting, const Settings& stored) {
+  return setting.section != SettingSection::Cache ? nameOf(setting.section) : cacheSection(stored);
+}
+
 ReadSettings readAsServer(const Settings& stored) {
-  return compare(askForServer(), stored, Interface::findServerRule, [&](const std::string& key) {
-    return key == kCacheTtl ? cacheSection(stored) : std::string(kServerSection);
-  });
+  return compare(SettingReader::Server, askForServer(), stored, Interface::findServerRule,
+                 [&](const KnownSetting& setting) { return sectionOf(setting, stored); });
 }
 
 ReadSettings readAsClient(const Settings& stored) {
-  return compare(askForClient(), stored, Interface::findClientRule, [&](const std::string& key) {
-    // The first three are read before the client's own section; of the others, what that lacks is the server's.
-    const bool own = key == "host" || key == "recv_timeout_secs" || key == "send_timeout_secs";
-    const bool taken = stored.find(kClientSection, key) == nullptr && stored.find(kServerSection, key) != nullptr;
-    return std::string(own && !taken ? kClientSection : kServerSection);
-  });
+  return compare(SettingReader::Client, askForClient(), stored, Interface::findClientRule,
+                 [&](const KnownSetting& setting) {
+                   // What the client's own section lacks is the server's.
+                   const bool taken = stored.find(nameOf(setting.section), setting.key) == nullptr &&
+                                      stored.find(kServerSection, setting.key) != nullptr;
+                   return std::string(taken ? kServerSection : nameOf(setting.section));
+                 });
+}
+
+std::string whyNoWord(SettingKind kind, const std::string& text) {
+  for (const Words& words : kWords) {
+    const bool known = strcasecmp(text.c_str(), words.one) == 0 || strcasecmp(text.c_str(), words.other) == 0;
+    if (kind == words.kind && !known) {
+      return words.note;
+    }
+  }
+  return "";
 }
 
 std::string whyUnreadable(const char* reader, const ReadSettings& read) {

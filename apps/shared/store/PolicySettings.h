@@ -6,14 +6,12 @@
 
 #include "ZaroRuntime/SettingsStore.h"
 #include "console/Output.h"
-
-constexpr const char* kServerSection = "policy_server";
-constexpr const char* kClientSection = "policy_client";
-constexpr const char* kLdapSection = "LDAP";
-constexpr const char* kCacheTtl = "ldap_cache_TTL_minutes";
+#include "store/SettingTable.h"
 
 // The section that the lifetime of the LDAP cache is read from.
 std::string cacheSection(const zaroruntime::Settings& stored);
+// The section that a setting is read from.
+std::string sectionOf(const KnownSetting& setting, const zaroruntime::Settings& stored);
 
 // One setting as its reader finds it.
 struct ReadSetting {
@@ -32,6 +30,9 @@ struct ReadSettings {
 // Both have the library read, which looks at the installation's settings anew; `stored` tells where values come from.
 ReadSettings readAsServer(const zaroruntime::Settings& stored);
 ReadSettings readAsClient(const zaroruntime::Settings& stored);
+
+// Why a text is none of the two words of a setting, in any letter case; empty when it is one, and for other kinds.
+std::string whyNoWord(SettingKind kind, const std::string& text);
 
 // Why `reader` cannot go on with what it read, in one line with the library's code.
 std::string whyUnreadable(const char* reader, const ReadSettings& read);

@@ -32,7 +32,6 @@ namespace {
 // --- What can be set ---
 
 // Each answers why a text cannot be a value; empty when it can.
-using Judge = std::string (*)(const char* key, const std::string& text);
 
 std::string judgeNumber(const Rule& rule, const std::string& text) {
   unsigned int number = 0;
@@ -51,59 +50,34 @@ std::string judgeNumber(const Rule& rule, const std::string& text) {
   return decimalNumber(text).value_or(LLONG_MAX) > INT_MAX ? "above " + std::to_string(INT_MAX) : "";
 }
 
-std::string judgeServerNumber(const char* key, const std::string& text) {
-  return judgeNumber(*Interface::findServerRule(key), text);
-}
-
-std::string judgeClientNumber(const char* key, const std::string& text) {
-  return judgeNumber(*Interface::findClientRule(key), text);
-}
-
-std::string judgeYesOrNo(const char* /*key*/, const std::string& text) {
-  const bool known = strcasecmp(text.c_str(), "yes") == 0 || strcasecmp(text.c_str(), "no") == 0;
-  return known ? "" : "neither yes nor no";
-}
-
-std::string judgeProtocol(const char* /*key*/, const std::string& text) {
-  const bool known = strcasecmp(text.c_str(), "HTTP") == 0 || strcasecmp(text.c_str(), "HTTPS") == 0;
-  return known ? "" : "neither HTTP nor HTTPS";
-}
-
-std::string judgeHost(const char* /*key*/, const std::string& text) {
+std::string judgeHost(const std::string& text) {
   const bool blank = text.find_first_of(" \t") != std::string::npos;
   return text.empty() || blank || !isPlainText(text) ? "not the name or address of a host" : "";
 }
 
-std::string judgeLdapNumber(const char* /*key*/, const std::string& text) {
+std::string judgeLdapNumber(const std::string& text) {
   // The number of a server is doubled to find its section.
   constexpr unsigned int kHighest = (INT_MAX - 1) / 2;
   const Rule rule = {"", false, static_cast<std::size_t>(-1), 0, kHighest, std::nullopt};
   return judgeNumber(rule, text);
 }
 
-struct KnownSetting {
-  const char* section;  // null: the one that the lifetime is read from
-  const char* key;
-  Judge whyNot;
-  bool libraryWrites;  // together with all others that it writes
-};
-
-constexpr KnownSetting kSettings[] = {
-    {kServerSection, "backlog", judgeServerNumber, true},
-    {kServerSection, "keep-alive", judgeYesOrNo, true},
-    {kServerSection, "PolicyServerPort", judgeServerNumber, true},
-    {kServerSection, "protocol", judgeProtocol, true},
-    {kServerSection, "threads", judgeServerNumber, true},
-    {kServerSection, "max_threads", judgeServerNumber, true},
-    {nullptr, kCacheTtl, judgeServerNumber, true},
-    {kServerSection, "recv_timeout_secs", judgeServerNumber, false},
-    {kServerSection, "send_timeout_secs", judgeServerNumber, false},
-    {kClientSection, "host", judgeHost, false},
-    {kClientSection, "recv_timeout_secs", judgeClientNumber, false},
-    {kClientSection, "send_timeout_secs", judgeClientNumber, false},
-    {kLdapSection, "enabled_server", judgeLdapNumber, false},
-    {kLdapSection, "access_type", judgeLdapNumber, false},
-};
+std::string whyNoValue(const KnownSetting& setting, const std::string& text) {
+  switch (setting.kind) {
+    case SettingKind::ServerNumber:
+      return judgeNumber(*Interface::findServerRule(setting.key), text);
+    case SettingKind::ClientNumber:
+      return judgeNumber(*Interface::findClientRule(setting.key), text);
+    case SettingKind::YesOrNo:
+    case SettingKind::Protocol:
+      return whyNoWord(setting.kind, text);
+    case SettingKind::Host:
+      return judgeHost(text);
+    case SettingKind::LdapNumber:
+      break;
+  }
+  return judgeLdapNumber(text);
+}
 
 // --- What is asked for ---
 
@@ -112,16 +86,17 @@ struct Change {
   std::string value;
 };
 
-std::string nameOf(const KnownSetting& setting) {
-  return setting.section != nullptr ? std::string(setting.section) + "." + setting.key : setting.key;
+std::string fullName(const KnownSetting& setting) {
+  return setting.section != SettingSection::Cache ? std::string(nameOf(setting.section)) + "." + setting.key
+                                                  : setting.key;
 }
 
 const KnownSetting& findSetting(const std::string& name) {
   std::vector<const KnownSetting*> found;
   std::string all;
-  for (const KnownSetting& setting : kSettings) {
-    all += (all.empty() ? "" : ", ") + nameOf(setting);
-    if (name == setting.key || name == nameOf(setting)) {
+  for (const KnownSetting& setting : kSettingTable) {
+    all += (all.empty() ? "" : ", ") + fullName(setting);
+    if (name == setting.key || name == fullName(setting)) {
       found.push_back(&setting);
     }
   }
@@ -129,7 +104,7 @@ const KnownSetting& findSetting(const std::string& name) {
     throw UsageError("no setting named " + quoted(name) + "; there are " + all);
   }
   if (found.size() > 1) {
-    throw UsageError("say " + nameOf(*found[0]) + " or " + nameOf(*found[1]) + ": there are two settings named " +
+    throw UsageError("say " + fullName(*found[0]) + " or " + fullName(*found[1]) + ": there are two settings named " +
                      quoted(name));
   }
   return *found[0];
@@ -144,12 +119,12 @@ std::vector<Change> parseChanges(const std::vector<std::string>& arguments) {
     }
     const KnownSetting& setting = findSetting(argument.substr(0, sign));
     const std::string value = argument.substr(sign + 1);
-    const std::string wrong = setting.whyNot(setting.key, value);
+    const std::string wrong = whyNoValue(setting, value);
     if (!wrong.empty()) {
-      throw UsageError(nameOf(setting) + ": " + quoted(value) + " is " + wrong);
+      throw UsageError(fullName(setting) + ": " + quoted(value) + " is " + wrong);
     }
     if (std::any_of(changes.begin(), changes.end(), [&](const Change& other) { return other.setting == &setting; })) {
-      throw UsageError(nameOf(setting) + " stands there twice");
+      throw UsageError(fullName(setting) + " stands there twice");
     }
     changes.push_back({&setting, value});
   }
@@ -158,15 +133,11 @@ std::vector<Change> parseChanges(const std::vector<std::string>& arguments) {
 
 // --- What the settings will be ---
 
-std::string sectionOf(const KnownSetting& setting, const Settings& settings) {
-  return setting.section != nullptr ? setting.section : cacheSection(settings);
-}
-
 Settings withChanges(Settings settings, const std::vector<Change>& changes) {
   // The sections of LDAP first, by which the one of the lifetime is then found.
   for (const bool lifetime : {false, true}) {
     for (const Change& change : changes) {
-      if ((change.setting->section == nullptr) == lifetime) {
+      if ((change.setting->section == SettingSection::Cache) == lifetime) {
         settings.sections[sectionOf(*change.setting, settings)][change.setting->key].value = change.value;
       }
     }
@@ -251,7 +222,7 @@ const Change* findChange(const std::vector<Change>& changes, const KnownSetting&
 void write(const Installation& installation, const std::vector<Change>& changes, const Settings& wanted,
            const LibrarySettings& byLibrary) {
   bool libraryWrote = false;
-  for (const KnownSetting& setting : kSettings) {
+  for (const KnownSetting& setting : kSettingTable) {
     const Change* change = findChange(changes, setting);
     if (change == nullptr) {
       continue;
@@ -260,7 +231,7 @@ void write(const Installation& installation, const std::vector<Change>& changes,
       writeByLibrary(byLibrary);
     }
     // The library writes the lifetime where it is not read, so it goes to the right place as well.
-    if (!setting.libraryWrites || setting.section == nullptr) {
+    if (!setting.libraryWrites || setting.section == SettingSection::Cache) {
       zaroruntime::writeSetting(installation, sectionOf(setting, wanted), setting.key, change->value);
     }
   }
@@ -275,7 +246,7 @@ bool changesSection(const std::vector<Change>& changes, bool (*isIt)(const Known
 }
 
 bool isClients(const KnownSetting& setting) {
-  return setting.section == kClientSection;
+  return setting.section == SettingSection::Client;
 }
 
 bool isServers(const KnownSetting& setting) {
@@ -283,7 +254,7 @@ bool isServers(const KnownSetting& setting) {
 }
 
 bool isLdap(const KnownSetting& setting) {
-  return setting.section == kLdapSection;
+  return setting.section == SettingSection::Ldap;
 }
 
 // What server and client make of each setting, by section and key. A reader that can no longer read is a failure if it
@@ -325,7 +296,7 @@ bool isAsAsked(const Json& stored, const std::string& asked) {
 Json effects(const std::vector<Change>& changes, const Settings& before, const Settings& wanted, const Settings& after,
              const Values& values, std::vector<std::string>& failures) {
   Json rows = Json::array();
-  for (const KnownSetting& setting : kSettings) {
+  for (const KnownSetting& setting : kSettingTable) {
     const Change* change = findChange(changes, setting);
     const std::string section = sectionOf(setting, change != nullptr ? wanted : after);
     const Json old = storedText(before, section, setting.key);

@@ -1,0 +1,71 @@
+// The settings that programs show and set. The library reads and writes them by a table of its own, which is not
+// exported; tests/unit/tables compares the two, config/zaro.ini and the manual.
+#pragma once
+
+constexpr const char* kServerSection = "policy_server";
+constexpr const char* kClientSection = "policy_client";
+constexpr const char* kLdapSection = "LDAP";
+constexpr const char* kCacheTtl = "ldap_cache_TTL_minutes";
+
+enum class SettingSection {
+  Server,
+  Client,
+  Ldap,
+  Cache,  // has the name that the LDAP settings choose
+};
+
+enum class SettingKind {
+  ServerNumber,  // by the library's rules for servers, and for clients
+  ClientNumber,
+  YesOrNo,
+  Protocol,
+  Host,
+  LdapNumber,
+};
+
+enum class SettingReader { Server, Client, Both };
+
+struct KnownSetting {
+  SettingSection section;
+  const char* key;
+  SettingKind kind;
+  SettingReader reader;
+  bool libraryWrites;  // together with all others that it writes
+};
+
+// In the order in which `settings set` writes and shows them.
+inline constexpr KnownSetting kSettingTable[] = {
+    {SettingSection::Server, "backlog", SettingKind::ServerNumber, SettingReader::Server, true},
+    {SettingSection::Server, "keep-alive", SettingKind::YesOrNo, SettingReader::Both, true},
+    {SettingSection::Server, "PolicyServerPort", SettingKind::ServerNumber, SettingReader::Both, true},
+    {SettingSection::Server, "protocol", SettingKind::Protocol, SettingReader::Both, true},
+    {SettingSection::Server, "threads", SettingKind::ServerNumber, SettingReader::Server, true},
+    {SettingSection::Server, "max_threads", SettingKind::ServerNumber, SettingReader::Server, true},
+    {SettingSection::Cache, "ldap_cache_TTL_minutes", SettingKind::ServerNumber, SettingReader::Server, true},
+    {SettingSection::Server, "recv_timeout_secs", SettingKind::ServerNumber, SettingReader::Server, false},
+    {SettingSection::Server, "send_timeout_secs", SettingKind::ServerNumber, SettingReader::Server, false},
+    {SettingSection::Client, "host", SettingKind::Host, SettingReader::Client, false},
+    {SettingSection::Client, "recv_timeout_secs", SettingKind::ClientNumber, SettingReader::Client, false},
+    {SettingSection::Client, "send_timeout_secs", SettingKind::ClientNumber, SettingReader::Client, false},
+    {SettingSection::Ldap, "enabled_server", SettingKind::LdapNumber, SettingReader::Server, false},
+    {SettingSection::Ldap, "access_type", SettingKind::LdapNumber, SettingReader::Server, false},
+};
+
+// Null for the section of the LDAP cache.
+constexpr const char* nameOf(SettingSection section) {
+  switch (section) {
+    case SettingSection::Server:
+      return kServerSection;
+    case SettingSection::Client:
+      return kClientSection;
+    case SettingSection::Ldap:
+      return kLdapSection;
+    case SettingSection::Cache:
+      break;
+  }
+  return nullptr;
+}
+
+constexpr bool isReadBy(const KnownSetting& setting, SettingReader reader) {
+  return setting.reader == reader || setting.reader == SettingReader::Both;
+}
