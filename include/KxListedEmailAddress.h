@@ -55,7 +55,7 @@ class ZARO_POLICY_EXPORT KxIndexedStringNamedClass {
   static char* _inferName(const char* address);
 
  protected:
-  // `entry` is one of the table's.
+  // Keeps a handle that another object owns: the table, or whoever keeps the texts that the table lacks.
   KxIndexedStringNamedClass(KxStringtable& table, const KxIndexedString& entry) : _name(&entry), _stringtable(&table) {}
 
   const KxIndexedString* _name;
@@ -113,7 +113,7 @@ class ZARO_POLICY_EXPORT KxListedEmailAddress : public KxLockableClass, public K
 
   struct Extras;  // what few of the millions of leaves have
 
-  // For a leaf in its tree's arena. Both texts are the table's entries, the local part is not "*".
+  // For a leaf in its tree's arena. Both texts belong to the table or to the tree, the local part is not "*".
   // `concreteLabels` are those of a domain without "*"; else 0.
   KxListedEmailAddress(KxStringtable& table, const KxIndexedString& fullAddress, const KxIndexedString& name,
                        unsigned int concreteLabels);

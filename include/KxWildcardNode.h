@@ -111,9 +111,13 @@ class ZARO_POLICY_EXPORT KxWildcardNode : public KxLockableClass, public KxIndex
  private:
   friend class zaro_addressmatch::Level;
 
+  // Keeps a label that belongs to the table or to the tree.
+  KxWildcardNode(KxStringtable& table, const KxIndexedString& label);
+
   std::vector<KxWildcardNode*> _children;      // concrete labels; the first _childrenSorted are in order
   std::vector<KxListedEmailAddress*> _leaves;  // concrete local parts; the first _leavesSorted are in order
-  unsigned int _childrenSorted : 31;
+  unsigned int _childrenSorted : 30;
+  unsigned int _isLabelOwn : 1;
   unsigned int _childrenIndexed : 1;
   unsigned int _leavesSorted : 31;
   unsigned int _leavesIndexed : 1;

@@ -19,6 +19,12 @@ class MatcherComparison {
     m_pairs.emplace_back(&m_table, &m_slowTable);
     m_floating.emplace_back(nullptr, nullptr);
   }
+  void dropTree(std::size_t tree) {
+    const auto position = static_cast<std::ptrdiff_t>(tree);
+    m_steps.push_back("tree " + std::to_string(tree) + " goes");
+    m_pairs.erase(m_pairs.begin() + position);
+    m_floating.erase(m_floating.begin() + position);
+  }
   std::size_t trees() const { return m_pairs.size(); }
 
   void add(std::size_t tree, const std::string& pattern, unsigned int kinds) {

@@ -51,7 +51,7 @@ InternedTexts::Found InternedTexts::intern(const TextKey& key) {
     return {&entryAt(position), true, lacksText};
   };
   TextArena::Position position = 0;
-  if (m_entries.size() >= kFew && withinMemory([&] { position = m_arena.add(key.text, key.size); })) {
+  if (m_entries.size() >= m_few && withinMemory([&] { position = m_arena.add(key.text, key.size); })) {
     ++m_inArena;
     return taken(position | kInArena, false);
   }
@@ -102,7 +102,7 @@ void InternedTexts::split() {
 
 void InternedTexts::remove(KxIndexedString* entry) {
   // Only entries that borrow their texts are removed, and those lie in the deque, where a mark takes their place.
-  const std::uint32_t tag = keyOf(entry->getString()).tag;
+  const std::uint32_t tag = textKeyOf(entry->getString()).tag;
   Part& part = m_parts[partOf(tag)];
   const std::size_t slot = part.search(homeOf(tag, m_partBits, part.slotCount()),
                                        [this, entry](const Slot& one) { return &entryAt(one.position) == entry; });
@@ -110,6 +110,12 @@ void InternedTexts::remove(KxIndexedString* entry) {
   m_borrowed.erase(std::remove(m_borrowed.begin(), m_borrowed.end(), entry), m_borrowed.end());
   *entry = KxIndexedString(kTakenOut);
   ++m_removed;
+}
+
+void InternedTexts::forgetKeys() {
+  for (Part& part : m_parts) {
+    part = Part();
+  }
 }
 
 bool InternedTexts::isBorrowed(const KxIndexedString* entry) const {

@@ -1,12 +1,13 @@
 // String interning: every text is stored once, and its entry stands for it.
 //
-// A hash table with linear probing over entries that never move. The first 1024 entries lie in a deque and leave their texts
-// to the string table, so that small tables take no more memory than they need; later ones lie with their texts in an arena.
+// A hash table with linear probing over entries that never move. The first entries of a string table, 1024 of them, lie
+// in a deque and leave their texts to the table, which releases each with a log line of its own; the others lie with
+// their texts in an arena.
 //
 //   invariant   a text has one entry, which stays where it is; a slot holds 32 bits of the text's hash, so that most
 //               comparisons need no look at a text, and slots can be moved without one
-//   cost        one slot and one text for a look-up; at 32768 texts the table is divided into 512, which double one by one
-//   memory      8 bytes a slot at a load factor of at most 4/5, and the entries
+//   cost        one slot and one text for a look-up; at 32768 texts the table is divided into 512, which double one by
+//   one memory      8 bytes a slot at a load factor of at most 4/5, and the entries
 #pragma once
 
 #include <cstddef>
@@ -29,8 +30,17 @@ struct TextKey {
   std::uint32_t tag;
 };
 
+// By the process's hash seed, so that a key serves for any InternedTexts.
+inline TextKey textKeyOf(const char* text) {
+  const std::size_t size = std::strlen(text);
+  return {text, size, static_cast<std::uint32_t>(hashText(processHashSeed(), text, size))};
+}
+
 class InternedTexts {
  public:
+  // `few` entries leave their texts to their owner.
+  explicit InternedTexts(std::size_t few = kFew) : m_few(few) {}
+
   // Of the first `size` characters of a text. A text that is added has its terminator there.
   TextKey keyOf(const char* text, std::size_t size) const {
     return {text, size, static_cast<std::uint32_t>(hashText(m_seed, text, size))};
@@ -39,13 +49,14 @@ class InternedTexts {
   TextKey keyOf(const char* text, std::size_t size, const std::uint64_t* words) const {
     return {text, size, static_cast<std::uint32_t>(hashOfWords(m_seed, words, size))};
   }
-  TextKey keyOf(const char* text) const { return keyOf(text, std::strlen(text)); }
+
+  TextKey keyOf(const char* text) const { return textKeyOf(text); }
 
   std::size_t size() const { return m_inArena + m_entries.size() - m_removed; }
 
   // The entry of a text, or null.
   KxIndexedString* find(const TextKey& key) const;
-  KxIndexedString* find(const char* text) const { return find(keyOf(text)); }
+  KxIndexedString* find(const char* text) const { return find(textKeyOf(text)); }
   void prefetch(const TextKey& key) const {
     const Part& part = m_parts[partOf(key.tag)];
     prefetchLine(part.data() + homeOf(key.tag, m_partBits, part.slotCount()));
@@ -79,6 +90,9 @@ class InternedTexts {
     m_arena.forEach([&visit](KxIndexedString& entry, const char* /*text*/) { visit(entry); });
   }
 
+  // Gives back what finding takes; from here on no text is found.
+  void forgetKeys();
+
   // Gives the entries their ranks in text order, as `assignRanks` does. Throws std::bad_alloc (strong guarantee).
   bool rank(unsigned int limit);
 
@@ -89,7 +103,6 @@ class InternedTexts {
   // From so many on in one part it is split into many.
   static constexpr std::size_t kBigWhole = 32768;
 
-  // So many entries leave their texts to the table.
   static constexpr std::size_t kFew = 1024;
   // What a position in the blocks has beside it.
   static constexpr std::uint32_t kInArena = TextArena::kPositions;
@@ -127,6 +140,7 @@ class InternedTexts {
   void split();
 
   HashSeed m_seed = processHashSeed();
+  std::size_t m_few;
   std::deque<KxIndexedString> m_entries;  // those that were taken out have the text kTakenOut itself
   std::size_t m_removed = 0;
   TextArena m_arena;

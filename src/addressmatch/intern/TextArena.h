@@ -5,9 +5,11 @@
 //
 //   invariant   an entry and its text stay where they are until the arena goes; zeros fill the text's last word
 //   cost        an entry takes a copy of its text, eight bytes at a time, and one allocation for 64 KiB of entries
-//   memory      16 bytes and the text, rounded up to whole words with at least one zero
+//   memory      16 bytes and the text, rounded up to whole words with at least one zero; blocks grow from 512 bytes to
+//               64 KiB, so that small arenas stay small
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -62,6 +64,7 @@ class TextArena {
   }
 
  private:
+  static constexpr std::size_t kFirstUnits = 64;
   static constexpr std::size_t kBlockUnits = 8192;
   // A longer text would waste much of a shared block, and gets a block of its own.
   static constexpr std::size_t kMostUnits = kBlockUnits / 16;
@@ -71,6 +74,7 @@ class TextArena {
   struct Block {
     std::unique_ptr<std::uint64_t[]> units;
     std::size_t used;
+    std::size_t capacity;
   };
 
   static constexpr std::size_t kEntryUnits = sizeof(KxIndexedString) / sizeof(std::uint64_t);
@@ -81,13 +85,15 @@ class TextArena {
   // Returns a block with so many free units.
   std::size_t blockFor(std::size_t units) {
     const bool shared = units <= kMostUnits;
-    if (shared && m_open != kNone && m_blocks[m_open].used + units <= kBlockUnits) {
+    if (shared && m_open != kNone && m_blocks[m_open].used + units <= m_blocks[m_open].capacity) {
       return m_open;
     }
     if (m_blocks.size() == kPositions / kBlockUnits) {
       throw std::bad_alloc();
     }
-    m_blocks.push_back({std::unique_ptr<std::uint64_t[]>(new std::uint64_t[shared ? kBlockUnits : units]), 0});
+    const std::size_t grown = m_open != kNone ? 2 * m_blocks[m_open].capacity : kFirstUnits;
+    const std::size_t capacity = shared ? std::max(units, std::min(grown, kBlockUnits)) : units;
+    m_blocks.push_back({std::unique_ptr<std::uint64_t[]>(new std::uint64_t[capacity]), 0, capacity});
     if (shared) {
       m_open = m_blocks.size() - 1;
     }

@@ -96,6 +96,10 @@ KxListedEmailAddress::KxListedEmailAddress(KxStringtable& table, const KxIndexed
       _state(0) {}
 
 KxListedEmailAddress::~KxListedEmailAddress() {
+  if (_inArena != 0) {
+    _name = &KxStringtable::_theEmptyIndexedString;  // both texts are the table's or the tree's
+    return;
+  }
   if (isGone(_stringtable)) {
     return;
   }

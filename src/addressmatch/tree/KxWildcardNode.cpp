@@ -98,12 +98,25 @@ KxWildcardNode::KxWildcardNode(KxStringtable* table, const KxIndexedString* labe
     : KxLockableClass(table != nullptr),
       KxIndexedStringNamedClass(table, label),
       _childrenSorted(0),
+      _isLabelOwn(1),
+      _childrenIndexed(0),
+      _leavesSorted(0),
+      _leavesIndexed(0) {}
+
+KxWildcardNode::KxWildcardNode(KxStringtable& table, const KxIndexedString& label)
+    : KxLockableClass(true),
+      KxIndexedStringNamedClass(table, label),
+      _childrenSorted(0),
+      _isLabelOwn(0),
       _childrenIndexed(0),
       _leavesSorted(0),
       _leavesIndexed(0) {}
 
 KxWildcardNode::~KxWildcardNode() {
   Level(*this).destroyContents();
+  if (_isLabelOwn == 0) {
+    _name = &KxStringtable::_theEmptyIndexedString;
+  }
 }
 
 void KxWildcardNode::lock() {

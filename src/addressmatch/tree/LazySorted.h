@@ -37,9 +37,12 @@ class LazySorted {
   // From this size on a level needs an index.
   static constexpr std::size_t kMany = 16;
 
-  // Whether an element of a level over `table` (null: none) may lie in the tail: its name is of the level's own kind,
-  // and is compared as a text.
+  // Whether an element of a level over `table` (null: none) may lie in the tail: its name is of the level's own kind.
+  // Over a locked table that is an entry, or a text of the tree's own (OwnTexts).
   static bool mayAppend(const Named& element, const KxStringtable* table) {
+    if (table != nullptr && table->isLocked()) {
+      return element.getName().getIndex() != KxIndexedString::Wrapper;
+    }
     return element.getName().getIndex() == (table != nullptr ? KxIndexedString::TableEntry : KxIndexedString::DeepCopy);
   }
 
@@ -60,8 +63,8 @@ class LazySorted {
     }
   }
 
-  // The element of a name, or null. `name` is an entry of the level's table, if it has one. Makes the index of many
-  // elements, if memory suffices.
+  // The element of a name, or null. `name` is an entry of the level's table or a text of its tree's own, unless the
+  // level has no table (`byText`). Makes the index of many elements, if memory suffices.
   Named* find(const KxIndexedString& name, bool byText) const {
     if (m_index != nullptr && *m_index == nullptr && m_elements.size() > kMany) {
       withinMemory([&] {

@@ -16,7 +16,7 @@ namespace zaro_addressmatch {
 namespace {
 
 // As many as a level counts.
-constexpr unsigned int kMostElements = 0x7FFFFFFFu;
+constexpr unsigned int kMostElements = 0x3FFFFFFFu;
 
 }  // namespace
 
@@ -42,8 +42,12 @@ inline LazySorted<KxListedEmailAddress> Level::lazy() const {
 }
 
 bool Level::isFilling() const {
-  return tree() != nullptr && tree()->isFilling() && (table() == nullptr || !table()->isLocked()) &&
+  return tree() != nullptr && tree()->isFilling() && !rejectsUnknownTexts() &&
          (tree()->root() != m_node || isExactly<KxWildcardRootNode>(*m_node));
+}
+
+KxWildcardNode* Level::newChild(const KxIndexedString& label) const {
+  return new (std::nothrow) KxWildcardNode(*table(), label);
 }
 
 template <typename Named>
@@ -66,7 +70,7 @@ bool Level::insert(Named* element) const {
   // walk finds what callers expect.
   if (tree() != nullptr) {
     tree()->admit(element);
-    if (tree()->isFilling() && !LazySorted<Named>::mayAppend(*element, table())) {
+    if (tree()->isFilling() && (rejectsUnknownTexts() || !LazySorted<Named>::mayAppend(*element, table()))) {
       tree()->startWalking();
     }
   }

@@ -31,9 +31,17 @@ class Level {
   bool findsOnlyRankedLeaves() const { return m_node->_leavesIndexed != 0; }
 
   // Whether new elements may lie in the tails of the vectors. Not in a level that may have a way of its own to find
-  // them: the root of a class derived from the library's.
+  // them: the root of a class derived from the library's, or a level that takes no text for known that its table lacks.
   bool isFilling() const;
+  // The same, over a table that takes no texts any more.
+  bool isFillingOverLockedTable() const { return table() != nullptr && table()->isLocked() && isFilling(); }
+  // Whether a handle is of this level's table or of none. Another table's may compare by that table's ranks.
+  bool knows(const KxIndexedString& handle) const {
+    return handle.getIndex() >= KxIndexedString::Wrapper || table()->_findInStringtable(&handle) == &handle;
+  }
 
+  // A new level for a child whose label belongs to the table or to the tree; null when memory runs out.
+  KxWildcardNode* newChild(const KxIndexedString& label) const;
   // The child or leaf of a name, or null. `name` is an entry of the level's table, if it has one. While filling.
   template <typename Named>
   Named* find(const KxIndexedString& name) const;
@@ -60,6 +68,9 @@ class Level {
   void prefetchNames() const;
 
  private:
+  bool rejectsUnknownTexts() const {
+    return (findsOnlyRankedChildren() || findsOnlyRankedLeaves()) && table() != nullptr && table()->isLocked();
+  }
   template <typename Named>
   std::vector<Named*>& elements() const;
   template <typename Named>

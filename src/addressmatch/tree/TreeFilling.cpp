@@ -113,13 +113,23 @@ inline void TreeFilling::prefetchPieces(PatternPieces& pattern) const {
   if (m_top.table() == nullptr) {
     return;
   }
-  const InternedTexts& entries = Interner(*m_top.table()).entries();
+  const Interner interner(*m_top.table());
+  const bool isLocked = m_top.table()->isLocked();
+  // A locked table is read by any number of threads: not even its first entry is made.
+  const InternedTexts& texts = isLocked ? m_top.tree()->ownTexts().texts() : interner.entries();
+  const InternedTexts* entries = isLocked ? interner.entriesOrNull() : nullptr;
+  const auto prefetch = [&texts, entries](const TextKey& key) {
+    texts.prefetch(key);
+    if (entries != nullptr) {
+      entries->prefetch(key);
+    }
+  };
   const LowerCaseText& text = pattern.text;
-  pattern.fullAddress = entries.keyOf(text.get(), text.size(), text.words());
-  entries.prefetch(pattern.fullAddress);
+  pattern.fullAddress = texts.keyOf(text.get(), text.size(), text.words());
+  prefetch(pattern.fullAddress);
   if (!pattern.isBare && !pattern.isAnyName()) {
-    pattern.name = entries.keyOf(text.get(), pattern.nameSize, text.words());
-    entries.prefetch(pattern.name);
+    pattern.name = texts.keyOf(text.get(), pattern.nameSize, text.words());
+    prefetch(pattern.name);
   }
 }
 
@@ -149,7 +159,7 @@ bool TreeFilling::addByText(PatternPieces& pattern, const PatternData& data) con
     return addByHandles(*node, pattern, data);
   }
   *pattern.at = '\0';
-  const Interner::Interned name = Interner(*m_top.table()).internOwned(pattern.name);
+  const Interner::Interned name = internOwned(pattern.name);
   *pattern.at = '@';
   if (KxListedEmailAddress* leaf = name.entry != nullptr ? leafOf(Level(*node), name, pattern) : nullptr) {
     return (data.annotation == nullptr || leaf->setAnnotation(data.annotation)) && leaf->addMembership(data.kind);
@@ -222,13 +232,12 @@ KxWildcardNode* TreeFilling::childOfDomain(Level level, const DomainKey& domain,
 
 KxListedEmailAddress* TreeFilling::leafOf(Level level, const Interner::Interned& name,
                                           const PatternPieces& pattern) const {
-  const Interner interner(*m_top.table());
   const bool isConcrete = pattern.domain.key.isThere() && !pattern.domain.isBelow;
-  // Then the leaf of an address that is new to the table is new as well, and the level need not be searched.
+  // Then the leaf of an address whose text is new is new as well, and the level need not be searched.
   const bool addressTells = isConcrete && m_top.tree()->hasOnlyPatterns();
   Interner::Interned fullAddress = {nullptr, true};
   if (!name.isNew && addressTells) {
-    fullAddress = interner.internOwned(pattern.fullAddress);
+    fullAddress = internOwned(pattern.fullAddress);
     if (fullAddress.entry == nullptr) {
       return nullptr;
     }
@@ -239,7 +248,7 @@ KxListedEmailAddress* TreeFilling::leafOf(Level level, const Interner::Interned&
     }
   }
   if (fullAddress.entry == nullptr) {
-    fullAddress = interner.internOwned(pattern.fullAddress);
+    fullAddress = internOwned(pattern.fullAddress);
     if (fullAddress.entry == nullptr) {
       return nullptr;
     }
@@ -282,6 +291,8 @@ bool TreeFilling::addSplit(const KxIndexedString* fullAddress, const KxIndexedSt
 }
 
 bool TreeFilling::addLeaf(const KxIndexedString* fullAddress, const KxIndexedString* name, const PatternData& data) const {
+  admitHandle(m_top, orEmpty(name));
+  admitHandle(m_top, orEmpty(fullAddress));
   const bool anyName = isWildcard(orEmpty(name).getString());
   KxListedEmailAddress* leaf =
       anyName ? wildcardLeafOf(m_top, orEmpty(fullAddress)) : leafWith(m_top, orEmpty(name), orEmpty(fullAddress));
@@ -299,7 +310,35 @@ bool TreeFilling::addLeaf(const KxIndexedString* fullAddress, const KxIndexedStr
   return leaf->addMembership(data.kind);
 }
 
+Interner::Interned TreeFilling::intern(Level level, const TextKey& key) {
+  const Interner interner(*level.table());
+  if (!level.table()->isLocked()) {
+    return interner.internOwned(key);
+  }
+  const InternedTexts* entries = interner.entriesOrNull();
+  const KxIndexedString* entry = entries != nullptr ? entries->find(key) : nullptr;
+  return entry != nullptr ? Interner::Interned{entry, false} : level.tree()->ownTexts().intern(key);
+}
+
+const KxIndexedString* TreeFilling::known(Level level, const KxIndexedString& handle) {
+  if (level.table() == nullptr) {
+    return &handle;
+  }
+  const KxIndexedString* entry = level.table()->_findInStringtable(&handle);
+  if (entry != nullptr || !level.table()->isLocked()) {
+    return entry;
+  }
+  return level.tree()->ownTexts().find(handle.getString());
+}
+
+void TreeFilling::admitHandle(Level level, const KxIndexedString& handle) {
+  if (level.isFillingOverLockedTable() && !level.knows(handle)) {
+    level.tree()->startWalking();
+  }
+}
+
 KxWildcardNode* TreeFilling::childWith(Level level, const KxIndexedString& label) {
+  admitHandle(level, label);
   if (isWildcard(label.getString())) {
     return wildcardChildOf(level);
   }
@@ -311,19 +350,27 @@ KxWildcardNode* TreeFilling::storedChild(Level level, const KxIndexedString& lab
   if (!level.isFilling() || label.getString() == nullptr) {
     return level.node()._findMatchingChild(label);
   }
-  const KxIndexedString* name = level.table() != nullptr ? level.table()->_findInStringtable(&label) : &label;
+  const KxIndexedString* name = known(level, label);
   return name != nullptr ? level.find<KxWildcardNode>(*name) : nullptr;
 }
 
 // The label is new to the level.
 KxWildcardNode* TreeFilling::newChild(Level level, const KxIndexedString& label) {
-  std::unique_ptr<KxWildcardNode> child(new (std::nothrow) KxWildcardNode(level.table(), &label));
+  std::unique_ptr<KxWildcardNode> child(makeChild(level, label));
   if (child == nullptr || child->getName() != label) {
     return nullptr;
   }
   Level(*child).setTree(level.tree());
   const TreeState::Announcement announcement(level.tree(), child.get());
   return level.node()._addToChildVector(child.get()) ? child.release() : nullptr;
+}
+
+KxWildcardNode* TreeFilling::makeChild(Level level, const KxIndexedString& label) {
+  if (!level.isFillingOverLockedTable() || label.getString() == nullptr) {
+    return new (std::nothrow) KxWildcardNode(level.table(), &label);
+  }
+  const KxIndexedString* own = intern(level, textKeyOf(label.getString())).entry;
+  return own != nullptr ? level.newChild(*own) : nullptr;
 }
 
 KxWildcardNode* TreeFilling::wildcardChildOf(Level level) {
@@ -344,6 +391,9 @@ KxListedEmailAddress* TreeFilling::leafWith(Level level, const KxIndexedString& 
   if (level.tree() != nullptr && level.table() != nullptr) {
     level.tree()->mixIn();
   }
+  if (level.isFillingOverLockedTable() && name.getString() != nullptr && fullAddress.getString() != nullptr) {
+    return leafOfOwnTexts(level, name, fullAddress);
+  }
   KxListedEmailAddress* leaf = new (std::nothrow) KxListedEmailAddress(level.table(), &fullAddress, &name);
   if (leaf == nullptr) {
     return nullptr;
@@ -355,12 +405,25 @@ KxListedEmailAddress* TreeFilling::leafWith(Level level, const KxIndexedString& 
   return store(level, leaf) ? leaf : nullptr;
 }
 
+// The same over a locked table, whose level tells names apart by their handles.
+KxListedEmailAddress* TreeFilling::leafOfOwnTexts(Level level, const KxIndexedString& name,
+                                                  const KxIndexedString& fullAddress) {
+  const KxIndexedString* ownName = intern(level, textKeyOf(name.getString())).entry;
+  const KxIndexedString* ownAddress =
+      ownName != nullptr ? intern(level, textKeyOf(fullAddress.getString())).entry : nullptr;
+  KxListedEmailAddress* leaf = nullptr;
+  if (ownAddress != nullptr) {
+    withinMemory([&] { leaf = level.tree()->arena().make(*level.table(), *ownAddress, *ownName, 0); });
+  }
+  return leaf != nullptr && store(level, leaf) ? leaf : nullptr;
+}
+
 KxListedEmailAddress* TreeFilling::storedLeaf(Level level, const KxIndexedString& name) {
   if (!level.isFilling() || name.getString() == nullptr) {
     return level.node()._findMatchingLeafNode(name, true);
   }
-  const KxIndexedString* entry = level.table() != nullptr ? level.table()->_findInStringtable(&name) : &name;
-  return entry != nullptr ? level.find<KxListedEmailAddress>(*entry) : nullptr;
+  const KxIndexedString* own = known(level, name);
+  return own != nullptr ? level.find<KxListedEmailAddress>(*own) : nullptr;
 }
 
 KxListedEmailAddress* TreeFilling::wildcardLeafOf(Level level, const KxIndexedString& fullAddress) {

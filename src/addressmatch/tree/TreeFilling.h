@@ -6,6 +6,9 @@
 //                map of domains, the texts are interned by keys that are hashed once, the leaf lies in the arena.
 //   By handles   whatever the phase: level by level, as `KxWildcardNode`'s virtual operations are overridden or not.
 //
+// Texts are interned in the table. One that is locked takes no more, and what it lacks is the tree's own (OwnTexts), so that a
+// tree of a later generation is filled in the same ways.
+//
 // Both end in the same leaves. The first one takes the second for what has no key: bare texts, "*" as the local part, trees
 // without a table, texts that the table has no memory for.
 //
@@ -54,15 +57,26 @@ class TreeFilling {
   KxWildcardNode* levelOf(const PatternDomain& domain) const;
   KxWildcardNode* walkTo(const PatternDomain& domain) const;
   KxWildcardNode* childOfDomain(Level level, const DomainKey& domain, const char* label) const;
+  Interner::Interned internOwned(const TextKey& key) const { return intern(m_top, key); }
   KxListedEmailAddress* leafOf(Level level, const Interner::Interned& name, const PatternPieces& pattern) const;
+
+  // A text as the tree keeps it while it is filled: an entry of the table, or the tree's own. `known` is null for a
+  // text that no name of the level has.
+  static Interner::Interned intern(Level level, const TextKey& key);
+  static const KxIndexedString* known(Level level, const KxIndexedString& handle);
+  // To be called before a handle of a caller's is taken by its text.
+  static void admitHandle(Level level, const KxIndexedString& handle);
 
   // By handles. The child or leaf is made if need be; null when it cannot be made.
   static bool addByHandles(KxWildcardNode& level, const PatternPieces& pattern, const PatternData& data);
   static KxWildcardNode* childWith(Level level, const KxIndexedString& label);
   static KxWildcardNode* storedChild(Level level, const KxIndexedString& label);
   static KxWildcardNode* newChild(Level level, const KxIndexedString& label);
+  static KxWildcardNode* makeChild(Level level, const KxIndexedString& label);
   static KxWildcardNode* wildcardChildOf(Level level);
   static KxListedEmailAddress* leafWith(Level level, const KxIndexedString& name, const KxIndexedString& fullAddress);
+  static KxListedEmailAddress* leafOfOwnTexts(Level level, const KxIndexedString& name,
+                                              const KxIndexedString& fullAddress);
   static KxListedEmailAddress* storedLeaf(Level level, const KxIndexedString& name);
   static KxListedEmailAddress* wildcardLeafOf(Level level, const KxIndexedString& fullAddress);
   static bool store(Level level, KxListedEmailAddress* leaf);

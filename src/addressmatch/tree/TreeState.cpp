@@ -14,6 +14,7 @@ void TreeState::freeze() {
   const bool wasFilling = isFilling();
   m_phase = Phase::Walked;
   m_domains = DomainMap();
+  m_ownTexts.forgetKeys();
   KxStringtable* table = Level(*m_root).table();
   if (!wasFilling || !isExactly<KxWildcardRootNode>(*m_root) || table == nullptr || !table->isLocked() ||
       Interner(*table).hasForeignHolders()) {

@@ -20,6 +20,7 @@
 #include "addressmatch/index/FrozenIndex.h"
 #include "addressmatch/leaf/LeafArena.h"
 #include "addressmatch/tree/DomainMap.h"
+#include "addressmatch/tree/OwnTexts.h"
 
 namespace zaro_addressmatch {
 
@@ -71,6 +72,7 @@ class TreeState : public std::enable_shared_from_this<TreeState> {
   };
 
   DomainMap& domains() { return m_domains; }
+  OwnTexts& ownTexts() { return m_ownTexts; }
   LeafArena& arena() { return m_arena; }
 
  private:
@@ -80,6 +82,7 @@ class TreeState : public std::enable_shared_from_this<TreeState> {
   const void* m_announced = nullptr;
   Phase m_phase = Phase::PatternsOnly;
   DomainMap m_domains;  // empty after the freeze
+  OwnTexts m_ownTexts;
   LeafArena m_arena;
   std::unique_ptr<const FrozenIndex> m_index;
 };

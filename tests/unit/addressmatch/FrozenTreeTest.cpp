@@ -173,6 +173,109 @@ TEST_F(FrozenTree, treeOverATableThatIsFrozenAlreadyIsFrozenByTheNextCall) {
   }
 }
 
+// The index alone answers without memory, a walk does not.
+TEST_F(FrozenTree, everyGenerationHasAnIndexWhateverItsTableLacks) {
+  add({"known@example.test"});
+  freeze();
+  const auto make = [](KxStringtable* over) -> std::unique_ptr<KxWildcardNode> {
+    return std::unique_ptr<KxWildcardNode>(over != nullptr ? new KxWildcardRootNode(over)
+                                                           : KxWildcardEmail::makeNewTree());
+  };
+  for (KxStringtable* over : {&table, static_cast<KxStringtable*>(nullptr)}) {
+    for (int generation = 0; generation != 3; ++generation) {
+      const std::string domain = "g" + std::to_string(generation) + ".test";
+      const std::unique_ptr<KxWildcardNode> later = make(over);
+      add({"known@example.test", "known@*.test", "*@*." + domain, "user@" + domain, "*@" + domain}, *later);
+      EXPECT_FALSE(later->addAddressPattern(("user@" + domain).c_str(), 2, nullptr, nullptr));
+      EXPECT_THAT(matches(*later, "user@" + domain), ElementsAre("user@" + domain, "*@" + domain));
+      freeze();
+      Leaves out;
+      out.reserve(16);
+      const AllocationCount count;
+      later->findMatches("known@example.test", out);
+      later->findMatches(("User@" + domain).c_str(), out);
+      later->findMatches(("known@a." + domain).c_str(), out);
+      EXPECT_EQ(count.allocations(), 0u);
+      EXPECT_EQ(textsOf(out), (Texts{"known@example.test", "known@*.test", "user@" + domain, "*@" + domain,
+                                     "*@*." + domain, "known@*.test"}));
+    }
+  }
+}
+
+TEST_F(FrozenTree, textsThatALockedTableLacksAreCopiesOfTheTreesOwn) {
+  add({"known@example.test"});
+  freeze();
+  const std::size_t size = table.size();
+  KxWildcardRootNode later(&table);
+  add({"known@example.test", "unknown@example.test", "known@other.test"}, later);
+  EXPECT_EQ(table.size(), size);
+  for (int frozen = 0; frozen != 2; ++frozen, freeze()) {
+    Leaves found;
+    later.findMatches("known@example.test", found);
+    later.findMatches("unknown@example.test", found);
+    later.findMatches("known@other.test", found);
+    ASSERT_EQ(found.size(), 3u);
+    EXPECT_EQ(found[0]->getFullAddressAsPtr(), table.getRef(found[0]->getFullAddressAsPtr()));
+    EXPECT_EQ(found[1]->getNameAsPtr()->getIndex(), KxIndexedString::DeepCopy);
+    EXPECT_EQ(found[2]->getFullAddressAsPtr()->getIndex(), KxIndexedString::DeepCopy);
+    EXPECT_EQ(found[2]->getNameAsPtr(), found[0]->getNameAsPtr());
+  }
+}
+
+// A table that its owner locks while a tree over it is filled.
+TEST_F(FrozenTree, treeWhoseTableIsLockedWhileItIsFilledIsFilledOn) {
+  Texts patterns;
+  for (int number = 0; number != 40; ++number) {
+    patterns.push_back("user" + std::to_string(number) + "@example.test");
+    patterns.push_back("*@d" + std::to_string(number) + ".test");
+  }
+  const auto middle = patterns.begin() + 37;
+  add({patterns.begin(), middle});
+  table.lock();
+  add({middle, patterns.end()});
+  for (int frozen = 0; frozen != 2; ++frozen) {
+    for (const std::string& pattern : patterns) {
+      EXPECT_THAT(matches(pattern.front() == '*' ? "x" + pattern.substr(1) : pattern), ElementsAre(pattern));
+      EXPECT_EQ(tree.addAddressPattern(pattern.c_str(), 16, nullptr, nullptr), frozen == 0) << pattern;
+    }
+    freeze();
+  }
+}
+
+// Callers may lock a level. Then it finds only texts that its table knows, and a walk tells which.
+TEST_F(FrozenTree, levelThatWasLockedByHandRejectsWhatItsTableLacks) {
+  add({"known@example.test"});
+  freeze();
+  KxWildcardRootNode later(&table);
+  add({"known@example.test"}, later);
+  later.lock();
+  EXPECT_TRUE(later.addAddressPattern("known@unknown", 1, nullptr, nullptr));
+  EXPECT_TRUE(later.addAddressPattern("known@unknown", 2, nullptr, nullptr));  // not found again
+  EXPECT_THAT(matches(later, "known@unknown"), IsEmpty());
+  freeze();
+  EXPECT_THAT(matches(later, "known@example.test"), ElementsAre("known@example.test"));
+}
+
+TEST_F(FrozenTree, handleOfAnotherTableIsComparedByItsRank) {
+  add({"a@test", "b@test"});
+  KxStringtable other;
+  for (const char* text : {"x", "y", "z"}) {
+    other.getStringtableRef(text);
+  }
+  freeze();
+  KxWildcardRootNode later(&table);
+  add({"a@test"}, later);
+  KxWildcardNode* level = later._findMatchingChild(*table.getRef("test"));
+  ASSERT_NE(level, nullptr);
+  // The rank of "y" is that of an entry of the table.
+  const KxIndexedString* foreign = other.getRef("y");
+  const KxIndexedString* same = table._findInStringtable(foreign);
+  ASSERT_NE(same, nullptr);
+  EXPECT_TRUE(level->_addOrModifyLeaf(foreign, foreign, 1, nullptr, nullptr));
+  EXPECT_EQ(level->_findMatchingLeafNode(*foreign, true), level->_findMatchingLeafNode(*same, true));
+  EXPECT_FALSE(level->_addOrModifyLeaf(foreign, foreign, 2, nullptr, nullptr));
+}
+
 TEST_F(FrozenTree, patternAfterTheFreezeIsFoundAsAWalkFindsIt) {
   add({"known@example.test", "other@known.test", "*@*.example.test"});
   freeze();
@@ -241,7 +344,11 @@ TEST_F(FrozenTree, bigLevelsAreFilledInAnyOrderAndFoundAtAnyTime) {
   }
   std::shuffle(patterns.begin(), patterns.end(), std::mt19937(5));
   KxWildcardRootNode floating(nullptr);
-  for (KxWildcardNode* root : {static_cast<KxWildcardNode*>(&tree), static_cast<KxWildcardNode*>(&floating)}) {
+  KxStringtable locked;
+  locked.lock();
+  KxWildcardRootNode later(&locked);
+  KxWildcardNode* const roots[] = {&tree, &floating, &later};
+  for (KxWildcardNode* root : roots) {
     for (std::size_t i = 0; i != patterns.size(); ++i) {
       ASSERT_TRUE(root->addAddressPattern(patterns[i].c_str(), 1, nullptr, nullptr));
       if (i % 5000 == 4999) {
@@ -255,7 +362,7 @@ TEST_F(FrozenTree, bigLevelsAreFilledInAnyOrderAndFoundAtAnyTime) {
     }
   }
   freeze();
-  for (KxWildcardNode* root : {static_cast<KxWildcardNode*>(&tree), static_cast<KxWildcardNode*>(&floating)}) {
+  for (KxWildcardNode* root : roots) {
     for (const std::string& pattern : patterns) {
       Leaves found;
       root->findMatches(pattern.front() == '*' ? ("x" + pattern.substr(1)).c_str() : pattern.c_str(), found);

@@ -26,10 +26,12 @@ std::vector<const char*> pointersTo(const Texts& texts) {
   return pointers;
 }
 
-// A tree with its own table, or without one.
+enum class Kind { Floating, OverATable, OverALockedTable };
+
+// A tree without a table, or with its own, which may be locked beforehand and have some of the texts.
 class Subject {
  public:
-  explicit Subject(bool overTable) : m_table(overTable ? new KxStringtable : nullptr), m_tree(m_table.get()) {}
+  explicit Subject(Kind kind) : m_table(tableFor(kind)), m_tree(m_table.get()) {}
 
   KxWildcardNode& tree() { return m_tree; }
   std::size_t texts() const { return m_table != nullptr ? m_table->size() : 0; }
@@ -47,11 +49,25 @@ class Subject {
   }
 
  private:
+  static std::unique_ptr<KxStringtable> tableFor(Kind kind) {
+    if (kind == Kind::Floating) {
+      return nullptr;
+    }
+    auto table = std::make_unique<KxStringtable>();
+    if (kind == Kind::OverALockedTable) {
+      for (const char* text : {"a", "user", "test", "*", "a@b", "*@a.b", "user1@example.test"}) {
+        table->getStringtableRef(text);
+      }
+      table->lock();
+    }
+    return table;
+  }
+
   std::unique_ptr<KxStringtable> m_table;
   KxWildcardRootNode m_tree;
 };
 
-class ManyPatterns : public scripted::PlatformTest, public testing::WithParamInterface<bool> {
+class ManyPatterns : public scripted::PlatformTest, public testing::WithParamInterface<Kind> {
  protected:
   // Adds patterns to both trees.
   void add(const Texts& patterns, KxEmailBelongsTo kinds, const char* annotation = nullptr) {
@@ -146,16 +162,24 @@ TEST_P(ManyPatterns, canBeAddedBelowALevel) {
   EXPECT_EQ(level.findMatches("user@example.other", found).size(), 2u);
 }
 
-std::string treeKind(const testing::TestParamInfo<bool>& overTable) {
-  return overTable.param ? "overATable" : "floating";
+std::string treeKind(const testing::TestParamInfo<Kind>& kind) {
+  static const char* const kNames[] = {"floating", "overATable", "overALockedTable"};
+  return kNames[static_cast<int>(kind.param)];
 }
 
-INSTANTIATE_TEST_SUITE_P(Trees, ManyPatterns, testing::Bool(), treeKind);
+INSTANTIATE_TEST_SUITE_P(Trees, ManyPatterns, testing::Values(Kind::Floating, Kind::OverATable, Kind::OverALockedTable),
+                         treeKind);
 
 // --- A leaf or level is found again, whichever way it came in ---
 
-class FoundAgain : public scripted::PlatformTest {
+class FoundAgain : public scripted::PlatformTest, public testing::WithParamInterface<bool> {
  protected:
+  static KxStringtable* frozenIf(bool isFrozen, KxStringtable& table) {
+    if (isFrozen) {
+      KxWildcardEmail::initScanTimeMode();
+    }
+    return &table;
+  }
   std::size_t leavesFor(const char* address) {
     std::vector<KxListedEmailAddress*> found;
     return tree.findMatches(address, found).size();
@@ -165,13 +189,13 @@ class FoundAgain : public scripted::PlatformTest {
   }
 
   KxStringtable table;
-  KxWildcardRootNode tree{&table};
+  KxWildcardRootNode tree{frozenIf(GetParam(), table)};
   const KxIndexedString other{"other@text"};
   const KxIndexedString user{"user"};
   const KxIndexedString test{"test"};
 };
 
-TEST_F(FoundAgain, leafOfASplitPatternWithAnotherAddress) {
+TEST_P(FoundAgain, leafOfASplitPatternWithAnotherAddress) {
   ASSERT_TRUE(add("x@test", 1));
   KxWildcardNode::LabelStack labels;
   labels.push(&test);
@@ -180,7 +204,7 @@ TEST_F(FoundAgain, leafOfASplitPatternWithAnotherAddress) {
   EXPECT_EQ(leavesFor("user@test"), 1u);
 }
 
-TEST_F(FoundAgain, leafThatALevelWasGivenWithAnotherAddress) {
+TEST_P(FoundAgain, leafThatALevelWasGivenWithAnotherAddress) {
   ASSERT_TRUE(add("x@test", 1));
   KxWildcardNode* level = tree._findMatchingChild(test);
   ASSERT_NE(level, nullptr);
@@ -189,7 +213,7 @@ TEST_F(FoundAgain, leafThatALevelWasGivenWithAnotherAddress) {
   EXPECT_EQ(leavesFor("user@test"), 1u);
 }
 
-TEST_F(FoundAgain, leafAndLevelsOfABareText) {
+TEST_P(FoundAgain, leafAndLevelsOfABareText) {
   ASSERT_TRUE(add("user", 1));
   EXPECT_FALSE(add("user@.user", 2));
   EXPECT_TRUE(add("x@user", 1));
@@ -197,15 +221,16 @@ TEST_F(FoundAgain, leafAndLevelsOfABareText) {
   EXPECT_EQ(leavesFor("x@user"), 1u);
 }
 
-TEST_F(FoundAgain, leafOfAWildcardLevelWhoseOtherLabelsDiffer) {
+TEST_P(FoundAgain, leafOfAWildcardLevelWhoseOtherLabelsDiffer) {
   ASSERT_TRUE(add("user@a.*.test", 1));
   EXPECT_FALSE(add("user@b.*.test", 2));
   EXPECT_FALSE(add("user@*.test", 2));
   EXPECT_EQ(leavesFor("user@c.test"), 1u);
-  EXPECT_EQ(table.size(), 5u);  // the root's empty label, "test", "*", "user" and the first address
+  // The root's empty label, "test", "*", "user" and the first address.
+  EXPECT_EQ(table.size(), GetParam() ? 0u : 5u);
 }
 
-TEST_F(FoundAgain, levelOfASplitPattern) {
+TEST_P(FoundAgain, levelOfASplitPattern) {
   KxWildcardNode::LabelStack labels;
   const KxIndexedString example("example");
   labels.push(&example);
@@ -216,7 +241,7 @@ TEST_F(FoundAgain, levelOfASplitPattern) {
   EXPECT_EQ(leavesFor("user@example.test"), 2u);
 }
 
-TEST_F(FoundAgain, levelsAboveOthersAndThoseOfLongDomains) {
+TEST_P(FoundAgain, levelsAboveOthersAndThoseOfLongDomains) {
   const std::string longDomain = std::string(40, 'l') + ".example.test";
   for (const std::string& domain : {std::string("a.b.example.test"), longDomain, std::string("b.example.test"),
                                     std::string("example.test"), std::string("test")}) {
@@ -230,6 +255,10 @@ TEST_F(FoundAgain, levelsAboveOthersAndThoseOfLongDomains) {
   EXPECT_EQ(leavesFor("user@a.b.example.test"), 4u);
   EXPECT_EQ(leavesFor(("user@" + longDomain).c_str()), 3u);
 }
+
+INSTANTIATE_TEST_SUITE_P(Tables, FoundAgain, testing::Bool(), [](const testing::TestParamInfo<bool>& isFrozen) {
+  return isFrozen.param ? "frozen" : "open";
+});
 
 // --- Big tables ---
 

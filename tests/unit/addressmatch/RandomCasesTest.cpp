@@ -31,7 +31,7 @@ unsigned int randomKinds(Random& random) {
   return kKinds[upTo(random, sizeof kKinds / sizeof kKinds[0] - 1)];
 }
 
-// One case: a few trees through two freezes.
+// One case: three generations of trees. Later ones bring texts that the locked table lacks.
 class Case {
  public:
   explicit Case(unsigned int seed) : m_random(seed) {}
@@ -43,12 +43,19 @@ class Case {
     m_comparison.freeze();
     ask();
     addPatterns(3);
+    m_generation = "g";
     makeTrees(upTo(m_random, 1));
-    addPatterns(4);
+    addPatterns(6);
     ask();
     m_comparison.freeze();
     ask();
     addPatterns(3);
+    ask();
+    m_comparison.dropTree(0);
+    m_generation = "c";
+    makeTrees(1);
+    addPatterns(8);
+    m_comparison.freeze();
     ask();
   }
   const slow::MatcherComparison& comparison() const { return m_comparison; }
@@ -62,9 +69,22 @@ class Case {
 
   void addPatterns(std::size_t highest) {
     for (std::size_t count = upTo(m_random, highest); count != 0; --count) {
-      m_patterns.push_back(randomAddressText(m_random));
+      m_patterns.push_back(randomText());
       const std::size_t tree = upTo(m_random, m_comparison.trees() - 1);
       m_comparison.add(tree, m_patterns.back(), randomKinds(m_random));
+    }
+  }
+
+  // Half of the texts of a later generation have a piece that the first one had not.
+  std::string randomText() {
+    std::string text = randomAddressText(m_random);
+    switch (m_generation.empty() ? 0 : upTo(m_random, 3)) {
+      case 1:
+        return m_generation + text;
+      case 2:
+        return text + (upTo(m_random, 1) == 0 ? "." : "") + m_generation;
+      default:
+        return text;
     }
   }
 
@@ -72,11 +92,12 @@ class Case {
     for (int query = 0; query != 4; ++query) {
       // Patterns are asked for too.
       const bool known = !m_patterns.empty() && upTo(m_random, 3) == 0;
-      m_comparison.ask(known ? m_patterns[upTo(m_random, m_patterns.size() - 1)] : randomAddressText(m_random));
+      m_comparison.ask(known ? m_patterns[upTo(m_random, m_patterns.size() - 1)] : randomText());
     }
   }
 
   Random m_random;
+  std::string m_generation;
   slow::MatcherComparison m_comparison;
   std::vector<std::string> m_patterns;
 };

@@ -29,12 +29,24 @@ std::string deepDomain() {
   return domain;
 }
 
-class Exhaustion : public scripted::PlatformTest, public testing::WithParamInterface<bool> {
+enum class Over { Nothing, ATable, ALockedTable };
+
+class Exhaustion : public scripted::PlatformTest, public testing::WithParamInterface<Over> {
  protected:
-  Exhaustion() {
-    if (GetParam()) {
-      table = std::make_unique<KxStringtable>();
+  static std::unique_ptr<KxStringtable> newTable() {
+    if (GetParam() == Over::Nothing) {
+      return nullptr;
     }
+    auto made = std::make_unique<KxStringtable>();
+    if (GetParam() == Over::ALockedTable) {
+      made->getStringtableRef("user");
+      made->getStringtableRef("fresh");
+      made->lock();
+    }
+    return made;
+  }
+
+  Exhaustion() : table(newTable()) {
     tree = std::make_unique<KxWildcardRootNode>(table.get());
     for (const char* pattern : kPatterns) {
       EXPECT_TRUE(tree->addAddressPattern(pattern, 1, "note", nullptr));
@@ -69,7 +81,7 @@ TEST_P(Exhaustion, patternIsAddedWholeOrRefusedAndCanBeAddedAgain) {
         std::string(kNewPatterns[6]), std::string(kNewPatterns[7]), "user@" + deepDomain()}) {
     bool failed = true;
     for (int allocation = 1; failed; ++allocation) {
-      std::unique_ptr<KxStringtable> ownTable(GetParam() ? new KxStringtable : nullptr);
+      const std::unique_ptr<KxStringtable> ownTable = newTable();
       tree = std::make_unique<KxWildcardRootNode>(ownTable.get());
       for (const char* old : kPatterns) {
         tree->addAddressPattern(old, 1, nullptr, nullptr);
@@ -180,11 +192,12 @@ TEST_P(Exhaustion, addressIsDecidedRightOrNotAtAll) {
   }
 }
 
-std::string treeKind(const testing::TestParamInfo<bool>& overTable) {
-  return overTable.param ? "overATable" : "floating";
+std::string treeKind(const testing::TestParamInfo<Over>& over) {
+  static const char* const kNames[] = {"floating", "overATable", "overALockedTable"};
+  return kNames[static_cast<int>(over.param)];
 }
 
-INSTANTIATE_TEST_SUITE_P(Trees, Exhaustion, testing::Bool(), treeKind);
+INSTANTIATE_TEST_SUITE_P(Trees, Exhaustion, testing::Values(Over::Nothing, Over::ATable, Over::ALockedTable), treeKind);
 
 class OtherExhaustion : public scripted::PlatformTest {};
 
