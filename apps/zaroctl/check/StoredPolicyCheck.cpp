@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <regex>
 #include <string>
 
 #include "ZaroRuntime/RuntimeError.h"
@@ -10,6 +11,13 @@ using zaroruntime::RuntimeError;
 
 namespace {
 
+// Whether the statement that made an index gives it the addresses in lower case, and of all rows.
+bool isByAddress(const std::string& statement) {
+  static const std::regex kAddressFirst(R"(\(\s*lower\s*\(\s*"?address"?\s*\))", std::regex::icase);
+  static const std::regex kSomeRows(R"(\)\s*where\b)", std::regex::icase);
+  return std::regex_search(statement, kAddressFirst) && !std::regex_search(statement, kSomeRows);
+}
+
 class StoredPolicyCheck {
  public:
   StoredPolicyCheck(const zaroruntime::Installation& installation, const CheckedDatabase& database, Findings& findings)
@@ -20,6 +28,7 @@ class StoredPolicyCheck {
       _checkEntities();
       _checkOwners();
       _checkSystemArea();
+      _checkMemberIndex();
     }
   }
 
@@ -79,6 +88,38 @@ class StoredPolicyCheck {
                          "administration root may remove the others: " +
                          names);
     });
+  }
+
+  // The schema got the index without another version, so there are databases of this one that lack it.
+  void _checkMemberIndex() {
+    const char* const query = _queryOfMemberIndexes();
+    if (query == nullptr) {
+      return;
+    }
+    m_findings.check("groups", [&] {
+      const auto rows = m_database.session->rows(query);
+      if (std::any_of(rows.begin(), rows.end(), [](const auto& row) { return isByAddress(row.front().value_or("")); })) {
+        return std::string("members are found by address");
+      }
+      throw RuntimeError("database " + m_database.name +
+                         ": a member is looked for among those of all groups, since there is no index of them by address; "
+                         "have the database execute: DROP INDEX IF EXISTS address_group_member_by_address; CREATE INDEX "
+                         "address_group_member_by_address ON address_group_member (lower(address));");
+    });
+  }
+
+  // The statements that made the indexes; null where there is no way to ask.
+  const char* _queryOfMemberIndexes() const {
+    switch (m_database.source.dialect) {
+      case zaroruntime::Dialect::SQLite:
+        return "SELECT sql FROM sqlite_master WHERE type = 'index' AND tbl_name = 'address_group_member'";
+      case zaroruntime::Dialect::PostgreSQL:
+        return "SELECT pg_get_indexdef(indexrelid) FROM pg_index WHERE indrelid = 'address_group_member'::regclass AND "
+               "indisvalid";
+      case zaroruntime::Dialect::Other:
+        break;
+    }
+    return nullptr;
   }
 
   static std::string _objectName(const zaroruntime::SqlSession::Row& row) {

@@ -60,9 +60,9 @@ TEST_P(Check, freshInstallationHasNothingWrong) {
   EXPECT_EQ(result.err, "");
   const auto lines = linesOf(result.out);
   EXPECT_THAT(lines, Each(StartsWith("ok\t")));
-  for (const char* subject :
-       {"installation", "files", "database settings", "key", "password", "policy settings", "display language",
-        "display strings", "data source", "connection", "schema", "entities", "objects", "statement"}) {
+  for (const char* subject : {"installation", "files", "database settings", "key", "password", "policy settings",
+                              "display language", "display strings", "data source", "connection", "schema", "entities",
+                              "objects", "quarantine", "groups", "statement"}) {
     EXPECT_THAT(lines, Contains(StartsWith(std::string("ok\t") + subject + "\t")));
   }
   EXPECT_THAT(lines, Contains("ok\tschema\tversion 1"));
@@ -318,6 +318,27 @@ TEST_P(Check, objectsWithoutAnOwnerAreNamedUpToFive) {
   EXPECT_THAT(found[0], MatchesRegex("objects\tdatabase .+: without an owner, so that nobody but the root sees them, while "
                                      "whoever has a managing group may change and remove them through the library: "
                                      "\"a\", \"b\", \"c\", \"d\", \"e\" and 2 more"));
+}
+
+TEST_P(Check, missingIndexOfMembersIsNamedWithWhatMendsIt) {
+  const std::string create = "CREATE INDEX address_group_member_by_address ON address_group_member (";
+  const auto db = session();
+  for (const char* indexed : {"", "address, group_id)", "lower(address)) WHERE group_id > 7"}) {
+    db->run("DROP INDEX address_group_member_by_address");
+    if (*indexed != '\0') {
+      db->run(create + indexed);
+    }
+    const auto found = wrongs();
+    ASSERT_EQ(found.size(), 1u) << indexed;
+    EXPECT_THAT(found[0], MatchesRegex("groups\tdatabase .+: a member is looked for among those of all groups, .+"))
+        << indexed;
+    const std::string mending = found[0].substr(found[0].find("DROP INDEX"));
+    db->runScript(directory().write("mending.sql", mending));
+    EXPECT_EQ(run({"check"}).status, 0) << indexed;
+  }
+  db->run("DROP INDEX address_group_member_by_address");
+  db->run("create index mine on address_group_member( LOWER (\"address\"), group_id)");
+  EXPECT_EQ(run({"check"}).status, 0);
 }
 
 TEST_P(Check, databaseWithoutSchemaIsNamed) {
