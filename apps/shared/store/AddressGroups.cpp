@@ -71,21 +71,22 @@ std::vector<GroupEntity> ownersFor(StoreConnection& db, const Viewer& viewer, st
 }  // namespace
 
 std::vector<GroupSummary> listGroups(const Actor& actor) {
+  StoreConnection db;
   std::set<unsigned int> visible;
   if (actor) {
-    for (const SummaryNamedObject& object : visibleObjects(*actor, kType)) {
+    for (const SummaryNamedObject& object : visibleObjects(db, *actor, kType)) {
       visible.insert(object.id);
     }
   }
   std::vector<GroupSummary> groups;
-  for (const auto& row : StoreConnection().rows(
+  for (const auto& row : db.rows(
            "SELECT id AS \"ObjectID\", name AS \"Name\", (SELECT count(*) FROM address_group_member WHERE group_id = id) AS "
            "\"Members\" FROM named_object WHERE type = 5 ORDER BY name, id",
            {"ObjectID", "Name", "Members"})) {
     const unsigned int id = idIn(row, 0);
     if (!actor || visible.count(id) != 0) {
       groups.push_back({id, row[1].value_or(""), static_cast<std::size_t>(std::stoull(row[2].value_or("0"))),
-                        !actor || isModifiable(*actor, id)});
+                        !actor || isModifiable(db, *actor, id)});
     }
   }
   return groups;

@@ -111,16 +111,6 @@ std::string numberOf(ZaroNamedObj::NaObjType type) {
   return std::to_string(static_cast<int>(type));
 }
 
-std::vector<SummaryNamedObject> visibleObjects(ZARO::RdbmsInterface& library, const Viewer& viewer,
-                                               ZaroNamedObj::NaObjType type) {
-  std::vector<SummaryNamedObject> objects;
-  const std::string failure = "cannot list the objects of " + quoted(viewer.name);
-  if (!answerOf(failure, [&] { return ZaroNamedObj::getIds(library, viewer.id, type, objects); })) {
-    throw DatabaseError::because(failure);
-  }
-  return objects;
-}
-
 bool isReserved(const std::string& name) {
   return name.rfind(kReservedPrefix, 0) == 0;
 }
@@ -150,7 +140,7 @@ StoredObject lockForChange(StoreConnection& db, const Viewer& viewer, unsigned i
   if (isReserved(object.name) && viewer.isRoot) {
     return object;  // which is in no list, not even the root's
   }
-  const auto visible = visibleObjects(db.library(), viewer, object.type);
+  const auto visible = visibleObjects(db, viewer, object.type);
   if (std::none_of(visible.begin(), visible.end(), [&](const SummaryNamedObject& seen) { return seen.id == id; })) {
     throwNotSeen(viewer, id);
   }
@@ -342,11 +332,19 @@ Viewer findViewer(const std::string& adminName) {
 
 std::vector<SummaryNamedObject> visibleObjects(const Viewer& viewer, ZaroNamedObj::NaObjType type) {
   StoreConnection db;
-  return visibleObjects(db.library(), viewer, type);
+  return visibleObjects(db, viewer, type);
 }
 
-bool isModifiable(const Viewer& viewer, unsigned int id) {
-  StoreConnection db;
+std::vector<SummaryNamedObject> visibleObjects(StoreConnection& db, const Viewer& viewer, ZaroNamedObj::NaObjType type) {
+  std::vector<SummaryNamedObject> objects;
+  const std::string failure = "cannot list the objects of " + quoted(viewer.name);
+  if (!answerOf(failure, [&] { return ZaroNamedObj::getIds(db.library(), viewer.id, type, objects); })) {
+    throw DatabaseError::because(failure);
+  }
+  return objects;
+}
+
+bool isModifiable(StoreConnection& db, const Viewer& viewer, unsigned int id) {
   return answerOf("cannot tell whether " + quoted(viewer.name) + " may edit object " + std::to_string(id),
                   [&] { return ZaroNamedObj::isEditable(db.library(), viewer.id, id); });
 }

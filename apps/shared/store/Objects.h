@@ -63,8 +63,9 @@ std::string rulesText(bool namesThem, const std::vector<std::string>& rules);
 // NotThere also for one who could not see anything.
 Viewer findViewer(const std::string& adminName);
 std::vector<SummaryNamedObject> visibleObjects(const Viewer& viewer, ZaroNamedObj::NaObjType type);
+std::vector<SummaryNamedObject> visibleObjects(StoreConnection& db, const Viewer& viewer, ZaroNamedObj::NaObjType type);
 // Whether `changeObject` would change an object that is visible. Removing also wants that no rule uses it.
-bool isModifiable(const Viewer& viewer, unsigned int id);
+bool isModifiable(StoreConnection& db, const Viewer& viewer, unsigned int id);
 // NotThere for what the viewer does not see, whether it is there or not.
 [[noreturn]] void throwNotSeen(const Viewer& viewer, unsigned int id);
 

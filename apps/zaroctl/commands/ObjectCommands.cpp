@@ -21,14 +21,16 @@ const SummaryNamedObject* findVisible(const std::vector<SummaryNamedObject>& obj
 ExitCode list(Output& out, const std::string& admin, const std::string& type) {
   const auto types = type.empty() ? std::vector<ZaroNamedObj::NaObjType>() : std::vector{objectType(type)};
   const Viewer viewer = findViewer(admin);
+  const auto wantedTypes = type.empty() ? usedTypes() : types;
+  StoreConnection db;
   Json rows = Json::array();
-  for (const auto wanted : type.empty() ? usedTypes() : types) {
-    for (const SummaryNamedObject& object : visibleObjects(viewer, wanted)) {
+  for (const auto wanted : wantedTypes) {
+    for (const SummaryNamedObject& object : visibleObjects(db, viewer, wanted)) {
       rows.push_back({{"id", object.id},
                       {"type", nameOfType(wanted)},
                       {"name", object.name},
                       {"editable", object.editable},
-                      {"modifiable", object.editable && isModifiable(viewer, object.id)},
+                      {"modifiable", object.editable && isModifiable(db, viewer, object.id)},
                       {"deletable", object.deletable}});
     }
   }
@@ -52,11 +54,12 @@ ExitCode show(Output& out, const std::string& admin, const std::string& idText) 
     throwNotSeen(viewer, id);
   }
   const auto rules = rulesThatUse(id);
+  StoreConnection db;
   out.record({{"id", id},
               {"type", nameOfType(object->type)},
               {"name", object->name},
               {"editable", summary->editable},
-              {"modifiable", summary->editable && isModifiable(viewer, id)},
+              {"modifiable", summary->editable && isModifiable(db, viewer, id)},
               {"deletable", summary->deletable},
               {"rules", viewer.isRoot ? Json(rules) : Json(rules.size())},
               {"content", contentOf(*object)}});

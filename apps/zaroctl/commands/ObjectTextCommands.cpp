@@ -76,7 +76,7 @@ ExitCode listQuarantineAreas(Output& out, const std::string& admin) {
     rows.push_back({{"id", area.id},
                     {"name", area.name},
                     {"editable", area.editable},
-                    {"modifiable", (area.editable || viewer.isRoot) && isModifiable(viewer, area.id)},
+                    {"modifiable", (area.editable || viewer.isRoot) && isModifiable(db, viewer, area.id)},
                     {"content", area.content}});
   }
   out.rows(

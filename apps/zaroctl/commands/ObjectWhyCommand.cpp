@@ -39,7 +39,8 @@ class Explanation {
       _inUse();
     }
     _compare();
-    m_directlyEditable = isModifiable(m_viewer, m_object.id);
+    StoreConnection db;
+    m_directlyEditable = isModifiable(db, m_viewer, m_object.id);
   }
 
   Json rows() const {
