@@ -148,9 +148,9 @@ GroupEntity WantedEntity::find(StoreConnection& db) const {
   return _findAmong(allEntities(db));
 }
 
-GroupEntity WantedEntity::lock(StoreConnection& db) const {
+GroupEntity WantedEntity::lock(StoreConnection& db, const char* suffix) const {
   const GroupEntity found = find(db);
-  db.rows("SELECT id FROM entity WHERE id = " + std::to_string(found.id) + db.forUpdate(), {"id"});
+  db.rows("SELECT id FROM entity WHERE id = " + std::to_string(found.id) + suffix, {"id"});
   return find(db);  // whoever held the lock may have changed it
 }
 

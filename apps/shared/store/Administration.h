@@ -56,8 +56,8 @@ struct WantedEntity {
   // It must be the only one of its name: groups of different types may have the same.
   GroupEntity find() const;
   GroupEntity find(StoreConnection& db) const;
-  // The same in a transaction, locked to its end.
-  GroupEntity lock(StoreConnection& db) const;
+  // The same in a transaction, locked to its end; `suffix` is one of the connection's.
+  GroupEntity lock(StoreConnection& db, const char* suffix) const;
 
  private:
   GroupEntity _findAmong(const std::vector<GroupEntity>& entities) const;

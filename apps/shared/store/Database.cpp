@@ -150,3 +150,7 @@ void StoreConnection::lockTable(const char* table) {
 const char* StoreConnection::forUpdate() const {
   return dialect() == Dialect::PostgreSQL ? " FOR UPDATE" : "";
 }
+
+const char* StoreConnection::forReference() const {
+  return dialect() == Dialect::PostgreSQL ? " FOR KEY SHARE" : "";
+}

@@ -67,6 +67,8 @@ class StoreConnection {
   void lockTable(const char* table);
   // The suffix that locks the rows a query finds; empty on SQLite.
   const char* forUpdate() const;
+  // The same, but only against removal: whoever refers to the rows takes such a lock too, and any number may have it.
+  const char* forReference() const;
 
  private:
   struct Ready {

@@ -4,7 +4,8 @@
 //    `library()` and with SQL of its own. The operations that open a connection of their own (those of AddressGroup,
 //    getOPPQuarantineArea, getPolicyServerInfo) do not belong into it: they see nothing of it, and on SQLite a write
 //    there waits for the change that waits for it.
-// 2. What the change reads and then relies on it locks first: rows with `forUpdate()`; a change that relies on rows being
+// 2. What the change reads and then relies on it locks first: rows with `forUpdate()`, or with `forReference()` where they
+//    must only stay; a change that relies on rows being
 //    absent locks the table with `lockTable`. Rows of a table are locked in the order of their identifiers, and a
 //    referenced row before its referrers, so that two changes seldom wait for each other. SQLite's transactions hold the
 //    whole database.

@@ -38,9 +38,9 @@ StoreConnection::Row findAdmin(StoreConnection& db, const std::string& name) {
   return rows.front();
 }
 
-// To the end of the transaction nobody else changes the administrator.
-StoreConnection::Row lockAdmin(StoreConnection& db, const std::string& name) {
-  db.rows("SELECT id FROM administrator WHERE name = " + sqlLiteral(name) + db.forUpdate(), {"id"});
+// Locked to the end of the transaction; `suffix` is one of the connection's.
+StoreConnection::Row lockAdmin(StoreConnection& db, const std::string& name, const char* suffix) {
+  db.rows("SELECT id FROM administrator WHERE name = " + sqlLiteral(name) + suffix, {"id"});
   return findAdmin(db, name);
 }
 
@@ -68,7 +68,7 @@ ExitCode add(Output& out, const std::string& name, bool isRoot) {
 
 ExitCode remove(Output& out, const std::string& name) {
   out.record(inTransaction([&](StoreConnection& db) {
-    const StoreConnection::Row admin = lockAdmin(db, name);
+    const StoreConnection::Row admin = lockAdmin(db, name, db.forUpdate());
     db.run("DELETE FROM administrator WHERE id = " + std::to_string(idIn(admin, 0)));
     return recordOf(admin);
   }));
@@ -80,7 +80,7 @@ struct Assignment {
   std::vector<std::string> entities;
   bool areIds = false;
 
-  // Each once, by identifier; locked.
+  // Each once, by identifier; none of them goes before the end of the transaction.
   std::vector<GroupEntity> lock(StoreConnection& db) const {
     std::map<unsigned int, GroupEntity> found;
     for (const std::string& text : entities) {
@@ -90,7 +90,7 @@ struct Assignment {
     std::vector<GroupEntity> locked;
     locked.reserve(found.size());
     for (const auto& [id, entity] : found) {
-      locked.push_back(WantedEntity{std::to_string(id), true}.lock(db));
+      locked.push_back(WantedEntity{std::to_string(id), true}.lock(db, db.forReference()));
     }
     return locked;
   }
@@ -107,7 +107,7 @@ bool isAssigned(StoreConnection& db, unsigned int adminId, const GroupEntity& en
 
 ExitCode assign(Output& out, const Assignment& wanted) {
   out.record(inTransaction([&](StoreConnection& db) {
-    const unsigned int adminId = idIn(lockAdmin(db, wanted.admin), 0);
+    const unsigned int adminId = idIn(lockAdmin(db, wanted.admin, db.forReference()), 0);
     for (const GroupEntity& entity : wanted.lock(db)) {
       if (!isAssigned(db, adminId, entity)) {
         db.run("INSERT INTO administrator_entity (administrator_id, entity_id) VALUES (" + std::to_string(adminId) +
@@ -121,7 +121,8 @@ ExitCode assign(Output& out, const Assignment& wanted) {
 
 ExitCode unassign(Output& out, const Assignment& wanted) {
   out.record(inTransaction([&](StoreConnection& db) {
-    const unsigned int adminId = idIn(lockAdmin(db, wanted.admin), 0);
+    // Of two who take the same away one is told that it is gone.
+    const unsigned int adminId = idIn(lockAdmin(db, wanted.admin, db.forUpdate()), 0);
     for (const GroupEntity& entity : wanted.lock(db)) {
       if (!isAssigned(db, adminId, entity)) {
         throw RuntimeError(quoted(wanted.admin) + " is not assigned to " + quoted(entity.name) + "; nothing is changed");

@@ -103,7 +103,7 @@ ExitCode add(Output& out, const std::string& typeText, const std::string& given)
 
 ExitCode remove(Output& out, const WantedEntity& wanted) {
   out.record(inTransaction([&](StoreConnection& db) {
-    const GroupEntity entity = wanted.lock(db);
+    const GroupEntity entity = wanted.lock(db, db.forUpdate());
     const std::size_t objects = objectsOf(db, entity).size();
     if (objects != 0) {
       throw RuntimeError(quoted(entity.name) + " owns " + std::to_string(objects) +

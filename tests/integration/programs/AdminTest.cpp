@@ -107,6 +107,44 @@ TEST_P(Admin, ofSeveralWhoAddOrChangeTheSameAtATimeEachIsTold) {
   }
 }
 
+TEST_P(Admin, severalMayAssignTheSameAtATimeAndOneTakesItAway) {
+  mustInit({"--sample"});
+  for (const bool assigns : {true, false}) {
+    zarotest::ProgramResult results[3];
+    std::vector<std::thread> threads;
+    for (auto& result : results) {
+      threads.emplace_back([&] {
+        result = run({"admin", assigns ? "assign" : "unassign", "auditor", "Headquarters"});
+      });
+    }
+    for (std::thread& thread : threads) {
+      thread.join();
+    }
+    int done = 0;
+    for (const auto& result : results) {
+      done += result.status == 0 ? 1 : 0;
+      EXPECT_THAT(result.err, testing::AnyOf("", testing::HasSubstr("is not assigned to")));
+    }
+    EXPECT_EQ(done, assigns ? 3 : 1);
+    EXPECT_EQ(value("SELECT count(*) FROM administrator_entity WHERE administrator_id = 6"), assigns ? "1" : "0");
+  }
+}
+
+// As a transaction does that adds an object of the group.
+TEST_P(Admin, areAssignedWhileOthersReferToTheSame) {
+  if (GetParam() == zarotest::Dialect::SQLite) {
+    GTEST_SKIP() << "SQLite has one writer at a time";
+  }
+  mustInit({"--sample"});
+  const auto other = session();
+  other->run("BEGIN");
+  other->run("SELECT id FROM administrator WHERE name = 'auditor' FOR KEY SHARE");
+  other->run("SELECT id FROM entity WHERE name = 'Headquarters' FOR KEY SHARE");
+  const ProgramResult assigned = run({"admin", "assign", "auditor", "Headquarters"});
+  EXPECT_EQ(assigned.status, 0) << assigned.err;
+  other->run("ROLLBACK");
+}
+
 TEST_P(Admin, orderOfRulesIsOneOfThoseThatWereAcknowledged) {
   mustInit({"--sample"});
   std::vector<std::thread> threads;
