@@ -4,6 +4,7 @@
 #include <cstring>
 #include <new>
 
+#include "addressmatch/index/SuffixHash.h"
 #include "addressmatch/text/AddressText.h"
 #include "addressmatch/text/Prefetch.h"
 
@@ -19,6 +20,17 @@ inline unsigned int highestBit(std::uint64_t bits) {
 
 inline unsigned int lowestBit(std::uint64_t bits) {
   return static_cast<unsigned int>(__builtin_ctzll(bits));
+}
+
+// Position of the last dot before `end` and behind the "@", or kNoDot.
+std::size_t lastDot(const char* text, const char* at, std::size_t end) {
+  const char* dot = text + end;
+  while (--dot != at) {
+    if (*dot == '.') {
+      return static_cast<std::size_t>(dot - text);
+    }
+  }
+  return kNoDot;
 }
 
 // All bits from the one behind `bit` on.
@@ -104,7 +116,12 @@ inline FrozenIndex::Kind FrozenIndex::split(const char* address, ShortQuery& que
   // The first "@" counts, as in `splitAddress`; dots before it belong to the local part.
   query.at = lowestBit(marks.ats);
   std::uint64_t dots = marks.dots & bitsAbove(lowestBit(marks.ats));
-  hashPieces(query, [&dots](std::size_t /*end*/) {
+  const auto hashFrom = [this, &query](std::size_t begin) {
+    return hashWords(m_seed, query.size - begin,
+                     [&query, begin](std::size_t offset) { return wordAt(query.words, begin + offset); });
+  };
+  query.domainHash = hashFrom(query.at + 1);
+  hashPieces(query, hashFrom, [&dots](std::size_t /*end*/) {
     if (dots == 0) {
       return kNoDot;
     }
@@ -127,29 +144,48 @@ bool FrozenIndex::findLong(const char* address, Matches& out) const {
     return false;
   }
   query.at = static_cast<std::size_t>(at - text);
-  hashPieces(query, [text, at](std::size_t end) {
-    const char* dot = text + end;
-    while (--dot != at) {
-      if (*dot == '.') {
-        return static_cast<std::size_t>(dot - text);
-      }
-    }
-    return kNoDot;
-  });
+  query.domainHash = SuffixHash(m_seed, text, query.size).from(query.at + 1);
+  SuffixHash suffixes(m_seed, text, query.size);
+  hashPieces(
+      query, [&suffixes](std::size_t begin) { return suffixes.from(begin); },
+      [text, at](std::size_t end) { return lastDot(text, at, end); });
   locate(query);
-  resolve(query, out);
+  resolveAt(query, out);
+  resolveDeep(query, out);
+  resolveBelowAll(query, out);
   return true;
 }
 
-// `nextDot(end)` is the position of the last dot of the domain before `end`, or kNoDot.
-template <typename NextDot>
-inline void FrozenIndex::hashPieces(Query& query, NextDot nextDot) const {
-  const auto hashFrom = [&](std::size_t begin) {
-    return hashWords(m_seed, query.size - begin,
-                     [&query, begin](std::size_t offset) { return wordAt(query.words, begin + offset); });
-  };
-  query.domainHash = hashFrom(query.at + 1);
+// Appends what is below suffixes of more than kMostLabels labels, the longest first.
+void FrozenIndex::resolveDeep(const Query& query, Matches& out) const {
+  if (m_deepDepths.empty()) {
+    return;
+  }
+  std::vector<Suffix> suffixes;
+  SuffixHash hash(m_seed, query.text(), query.size);
+  auto depth = m_deepDepths.begin();
+  std::size_t end = query.size;
+  for (std::size_t labels = 1; depth != m_deepDepths.end(); ++labels) {
+    end = lastDot(query.text(), query.text() + query.at, end);
+    if (end == kNoDot) {
+      break;
+    }
+    if (labels == *depth) {
+      ++depth;
+      const Suffix suffix = {hash.from(end + 1), end + 1};
+      if (m_wildcardFilter.mayContain(suffix.hash)) {
+        suffixes.push_back(suffix);
+      }
+    }
+  }
+  std::for_each(suffixes.rbegin(), suffixes.rend(),
+                [this, &query, &out](const Suffix& suffix) { resolveBelow(query, suffix, out); });
+}
 
+// Hashes the local part and the suffixes. `hashFrom(begin)` is the hash of the suffix from a byte on, asked for in the
+// order of their lengths; `nextDot(end)` is the position of the last dot of the domain before `end`, or kNoDot.
+template <typename HashFrom, typename NextDot>
+inline void FrozenIndex::hashPieces(Query& query, HashFrom hashFrom, NextDot nextDot) const {
   // The local part's first 24 bytes with zeros behind its end, whatever follows in the address. Those are all that a
   // slot holds; up to 16 they are also all that is hashed, so that most local parts take no second pass.
   const std::size_t inTwo = std::min<std::size_t>(query.at, 16);
@@ -218,6 +254,12 @@ inline void FrozenIndex::dropAbsent(Query& query) const {
 }
 
 inline void FrozenIndex::resolve(const Query& query, Matches& out) const {
+  resolveAt(query, out);
+  resolveBelowAll(query, out);
+}
+
+// Appends what is at the domain.
+inline void FrozenIndex::resolveAt(const Query& query, Matches& out) const {
   if (query.mayBeAtDomain && isDomain(*query.domain, query, query.at + 1)) {
     if (query.mayBeName) {
       appendNamed(*query.name, query, query.domain->number, out);
@@ -226,22 +268,30 @@ inline void FrozenIndex::resolve(const Query& query, Matches& out) const {
       out.push_back(query.domain->anyName);
     }
   }
+}
+
+// Appends what is below a suffix.
+inline void FrozenIndex::resolveBelow(const Query& query, const Suffix& suffix, Matches& out) const {
+  const DomainSlot& domain = *m_domains.at(suffix.hash);
+  if (!isDomain(domain, query, suffix.begin)) {
+    return;
+  }
+  if (domain.hasNamesBelow) {
+    const std::uint64_t hash = nameHashAt(query.nameHash, suffix.hash);
+    if (m_wildcardFilter.mayContain(hash)) {
+      appendNamed(*m_namesBelow.at(hash), query, domain.number, out);
+    }
+  }
+  if (domain.anyNameBelow != nullptr) {
+    out.push_back(domain.anyNameBelow);
+  }
+}
+
+// Appends what is below the suffixes and below the root.
+inline void FrozenIndex::resolveBelowAll(const Query& query, Matches& out) const {
   // The longest suffix is the most specific one, and comes first.
   for (std::size_t i = query.suffixCount; i-- != 0;) {
-    const Suffix& suffix = query.suffixes[i];
-    const DomainSlot& domain = *m_domains.at(suffix.hash);
-    if (!isDomain(domain, query, suffix.begin)) {
-      continue;
-    }
-    if (domain.hasNamesBelow) {
-      const std::uint64_t hash = nameHashAt(query.nameHash, suffix.hash);
-      if (m_wildcardFilter.mayContain(hash)) {
-        appendNamed(*m_namesBelow.at(hash), query, domain.number, out);
-      }
-    }
-    if (domain.anyNameBelow != nullptr) {
-      out.push_back(domain.anyNameBelow);
-    }
+    resolveBelow(query, query.suffixes[i], out);
   }
   if (query.mayBeBelowRoot) {
     appendNamed(*m_namesBelow.at(query.belowRootHash), query, 0, out);

@@ -8,7 +8,8 @@
 //   invariant   a slot holds the text that it stands for, so that the slot alone decides; all slots of a look-up follow from
 //               the address's text alone, so that none has to wait for another
 //   cost        two slots, and one more for each suffix that the filter does not rule out: one cache miss for the time of
-//               several, since they overlap
+//               several, since they overlap. An address of 64 characters or more is hashed in one or two passes, whatever the
+//               number of its labels
 //   memory      85 bytes a domain and 43 bytes a local part (64 bit), at a load factor of 3/4; 10 bits of filter for each
 #pragma once
 
@@ -50,7 +51,7 @@ class FrozenIndex {
   static constexpr std::size_t kDomainWords = kWide ? 5 : 4;
   static constexpr std::size_t kInlineDomain = kDomainWords * 8;
   static constexpr std::size_t kLongName = 255;
-  // Of suffixes with something below.
+  // Of suffixes with something below that a short address may have.
   static constexpr std::size_t kMostLabels = 64;
 
   // Identifies a leaf: a local part and the domain it stands at. In words, so that three comparisons suffice.
@@ -131,13 +132,17 @@ class FrozenIndex {
 
   // Splits and hashes an address.
   Kind split(const char* address, ShortQuery& query) const;
-  template <typename NextDot>
-  void hashPieces(Query& query, NextDot nextDot) const;
+  template <typename HashFrom, typename NextDot>
+  void hashPieces(Query& query, HashFrom hashFrom, NextDot nextDot) const;
   void prefetchPilots(const Query& query) const;
   void locate(Query& query) const;
   void dropAbsent(Query& query) const;
   void resolve(const Query& query, Matches& out) const;
+  void resolveAt(const Query& query, Matches& out) const;
+  void resolveBelow(const Query& query, const Suffix& suffix, Matches& out) const;
+  void resolveBelowAll(const Query& query, Matches& out) const;
   bool findLong(const char* address, Matches& out) const;
+  void resolveDeep(const Query& query, Matches& out) const;
 
   static bool isDomain(const DomainSlot& slot, const Query& query, std::size_t begin);
   static bool isLongDomain(const DomainSlot& slot, const char* text, std::size_t size);
@@ -159,6 +164,8 @@ class FrozenIndex {
   BloomFilter m_wildcardFilter;  // *@DOMAIN, suffixes that have something below, and names there
   // A bit for each number of labels that such a suffix has, from 1 on.
   std::uint64_t m_belowDepths = 0;
+  // The numbers beyond kMostLabels, in order. Only a long address has so many labels.
+  std::vector<std::size_t> m_deepDepths;
   // Below the root: NAME@* and *@*.
   bool m_hasNamesBelowRoot = false;
   KxListedEmailAddress* m_anyAtAll = nullptr;

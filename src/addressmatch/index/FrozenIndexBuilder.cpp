@@ -6,6 +6,7 @@
 #include <limits>
 #include <utility>
 
+#include "addressmatch/index/SuffixHash.h"
 #include "addressmatch/text/Prefetch.h"
 
 namespace zaro_addressmatch {
@@ -27,28 +28,31 @@ void FrozenIndexBuilder::addBelowRoot(const LevelLeaves& below) {
   m_nameBelowCount += below.names.size();
 }
 
-bool FrozenIndexBuilder::addDomain(const std::string& domain, std::size_t labelCount, const LevelLeaves& at,
+void FrozenIndexBuilder::addDomain(const std::string& domain, std::size_t labelCount, const LevelLeaves& at,
                                    const LevelLeaves* below) {
   m_nameCount += at.names.size();
   m_anyNameCount += at.anyName != nullptr ? 1 : 0;
   if (below != nullptr) {
-    if (labelCount > FrozenIndex::kMostLabels) {
-      return false;
+    if (labelCount <= FrozenIndex::kMostLabels) {
+      m_index->m_belowDepths |= std::uint64_t{1} << (labelCount - 1);
+    } else {
+      m_index->m_deepDepths.push_back(labelCount);
     }
-    m_index->m_belowDepths |= std::uint64_t{1} << (labelCount - 1);
     m_nameBelowCount += below->names.size();
     ++m_belowCount;
   }
   m_domains.push_back({at, below != nullptr ? *below : LevelLeaves(), below != nullptr,
-                       hashText(m_index->m_seed, domain.data(), domain.size()), m_texts.size(), domain.size()});
+                       SuffixHash(m_index->m_seed, domain.data(), domain.size()).from(0), m_texts.size(), domain.size()});
   m_texts += domain;
-  return true;
 }
 
 std::unique_ptr<const FrozenIndex> FrozenIndexBuilder::build() {
   if (m_domains.size() > std::numeric_limits<std::uint32_t>::max()) {
     return nullptr;
   }
+  std::vector<std::size_t>& depths = m_index->m_deepDepths;
+  std::sort(depths.begin(), depths.end());
+  depths.erase(std::unique(depths.begin(), depths.end()), depths.end());
   // Domains first: their numbers are part of the names' keys.
   m_collided = !placeDomains();
   makeFilters();

@@ -34,8 +34,8 @@ class FrozenIndexBuilder {
   // Adds NAME@* and *@*.
   void addBelowRoot(const LevelLeaves& below);
   // Adds what a tree holds at a domain, and below it unless `below` is null. `labelCount` is that of the domain, a text
-  // in lower case. False for a domain that an index cannot hold.
-  bool addDomain(const std::string& domain, std::size_t labelCount, const LevelLeaves& at, const LevelLeaves* below);
+  // in lower case.
+  void addDomain(const std::string& domain, std::size_t labelCount, const LevelLeaves& at, const LevelLeaves* below);
 
   // Null when a leaf has a name that only a walk treats right, and when two hashes are the same.
   std::unique_ptr<const FrozenIndex> build();

@@ -52,15 +52,15 @@ bool TreeIndexing::addAll() {
     // Only a text without "@" gives a label with a dot, and only the walk splits such texts.
     if (std::strchr(labelOf(child), '.') == nullptr) {
       m_path.push_back({child, 0});
-      if (holdsSomething(child) && !add(child)) {
-        return false;
+      if (holdsSomething(child)) {
+        add(child);
       }
     }
   }
   return true;
 }
 
-bool TreeIndexing::add(Level level) {
+void TreeIndexing::add(Level level) {
   m_domain.clear();
   for (std::size_t depth = m_path.size() - 1; depth != 0; --depth) {
     m_domain += labelOf(m_path[depth].level);
@@ -69,10 +69,11 @@ bool TreeIndexing::add(Level level) {
   m_domain.pop_back();
   const std::size_t labelCount = m_path.size() - 1;
   if (level.wildcardChild() == nullptr) {
-    return m_builder.addDomain(m_domain, labelCount, leavesOf(level), nullptr);
+    m_builder.addDomain(m_domain, labelCount, leavesOf(level), nullptr);
+    return;
   }
   const LevelLeaves below = leavesOf(Level(*level.wildcardChild()));
-  return m_builder.addDomain(m_domain, labelCount, leavesOf(level), &below);
+  m_builder.addDomain(m_domain, labelCount, leavesOf(level), &below);
 }
 
 LevelLeaves TreeIndexing::leavesOf(Level level) {

@@ -29,7 +29,7 @@ class TreeIndexing {
 
   // False as above.
   bool addAll();
-  bool add(Level level);
+  void add(Level level);
   static LevelLeaves leavesOf(Level level);
   static bool holdsSomething(Level level);
   static void prefetchChildren(Level level, std::size_t next);

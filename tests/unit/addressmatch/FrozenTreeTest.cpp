@@ -146,6 +146,45 @@ TEST_F(FrozenTree, wildcardsBelowManyLabelsAreFound) {
   }
 }
 
+TEST_F(FrozenTree, wildcardsBelowVeryManyLabelsLieBesideTheIndex) {
+  const auto domainOf = [](std::size_t labels) {
+    std::string domain = "test";
+    for (std::size_t label = 1; label < labels; ++label) {
+      domain.insert(0, std::string(1 + label % 3, 'a') + ".");
+    }
+    return domain;
+  };
+  Texts patterns = {"user@example.test", "*@*.example.test", "user@*"};
+  for (const std::size_t labels : {2, 63, 64, 65, 66, 70, 100}) {
+    patterns.push_back("*@*." + domainOf(labels));
+    patterns.push_back("user@*." + domainOf(labels));
+    patterns.push_back("user@" + domainOf(labels));
+  }
+  slow::Tree slowTree(nullptr);
+  for (const std::string& pattern : patterns) {
+    slowTree.add(pattern, 1);
+  }
+  add(patterns);
+  freeze();
+  for (std::size_t labels = 1; labels != 105; ++labels) {
+    for (const std::string& address : {"user@" + domainOf(labels), "x@" + domainOf(labels),
+                                       "user@b." + domainOf(labels), "x@b." + domainOf(labels)}) {
+      Texts want;
+      for (const slow::Leaf* leaf : slowTree.findMatches(address)) {
+        want.push_back(leaf->fullAddress);
+      }
+      EXPECT_EQ(matches(address), want) << address;
+    }
+  }
+  // A walk would take memory.
+  Leaves out;
+  out.reserve(16);
+  const AllocationCount count;
+  tree.findMatches("user@a.example.test", out);
+  EXPECT_EQ(count.allocations(), 0u);
+  EXPECT_EQ(out.size(), 2u);
+}
+
 TEST_F(FrozenTree, emptyTreeMatchesNothing) {
   freeze();
   for (const char* address : {"", "a", "a@b", "*", "a@b.c"}) {
