@@ -51,17 +51,16 @@ class ObjectChanges : public zarotest::ProgramTest {
     session()->run("INSERT INTO named_object (type, name, content) VALUES " + rows);
   }
 
-  // How many transactions of PostgreSQL a command makes. A session's are counted by the time it is gone.
-  int transactionsOf(const Words& command) const {
+  // How many transactions of PostgreSQL a command makes, as told in another database. A session's are counted by the
+  // time it is gone.
+  int transactionsOf(const Words& command, zaroruntime::SqlSession& observer) const {
     const std::string database = value("SELECT current_database()");
-    const zarotest::ServerDatabase elsewhere;
-    const auto observer = elsewhere.session();
     const auto count = [&] {
-      while (observer->value("SELECT count(*) FROM pg_stat_activity WHERE datname = '" + database + "'") != "0") {
+      while (observer.value("SELECT count(*) FROM pg_stat_activity WHERE datname = '" + database + "'") != "0") {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
       }
       return std::stoi(
-          observer->value("SELECT xact_commit + xact_rollback FROM pg_stat_database WHERE datname = '" + database + "'")
+          observer.value("SELECT xact_commit + xact_rollback FROM pg_stat_database WHERE datname = '" + database + "'")
               .value_or("0"));
     };
     const int before = count();
@@ -258,14 +257,16 @@ TEST_P(ObjectChanges, listsTakeNoConnectionForEachObject) {
     GTEST_SKIP() << "SQLite counts no transactions";
   }
   constexpr int kMore = 300;
+  const zarotest::ServerDatabase elsewhere;
+  const auto observer = elsewhere.session();
   std::vector<int> few;
   for (const auto& test : kTransactionsCases) {
-    few.push_back(transactionsOf(test.command));
+    few.push_back(transactionsOf(test.command, *observer));
   }
   addObjects(kMore);
   for (std::size_t i = 0; i < few.size(); ++i) {
     const auto& test = kTransactionsCases[i];
-    const int more = transactionsOf(test.command) - few[i];
+    const int more = transactionsOf(test.command, *observer) - few[i];
     // The server has some of its own, when it tidies up.
     EXPECT_GE(more, kMore * test.perObject) << test.command[1];
     EXPECT_LT(more, kMore * (test.perObject + 1)) << test.command[1];
