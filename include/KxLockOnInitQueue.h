@@ -11,6 +11,8 @@
 // 2. Tickets hold as long as entries come by `push` and go by `pop`. A queue whose entries came all at once, as a copy, or
 //    that was changed through a reference to `std::queue` looks at its entries one by one, until it runs empty.
 // 3. A ticket belongs to the queue that gave it. A copy of a queue neither uses nor changes the tickets of its entries.
+// 4. Entries of objects that have gone are removed when they are most of many (`_removeAll`); the objects that stay get new
+//    tickets.
 //
 // What it cannot know: an object's entries in other queues than the library's own (KxWildcardEmail::_lockOnInit), and an
 // object that came in through `std::queue` and never registered itself. Their owner removes such entries before the object.
@@ -44,6 +46,9 @@ class ZARO_POLICY_EXPORT KxLockOnInitQueue : public std::queue<KxLockableClass*>
   KxLockableClass* _ahead(std::size_t places) const { return places < c.size() ? c[places] : nullptr; }
   // Puts `replacement` in the place of every entry that is `object`.
   void replace(const KxLockableClass* object, KxLockableClass* replacement);
+  // Removes every entry that is `object`; the others keep their order. Looks at every entry and its object. Does
+  // nothing while tickets do not lead to entries.
+  void _removeAll(const KxLockableClass* object);
 
  private:
   // Tickets, as objects keep them. Real ones start over after kTickets of them.

@@ -5,6 +5,7 @@
 #include <sys/resource.h>
 
 #include <exception>
+#include <new>
 
 #include "console/DelayedSignals.h"
 #include "console/Text.h"
@@ -33,6 +34,8 @@ int runProgram(const std::function<ExitCode()>& work) {
   } catch (const Interrupted& interruption) {
     diagnose(interruption.what());
     raise(interruption.signal());
+  } catch (const std::bad_alloc&) {
+    diagnose("out of memory");
   } catch (const std::exception& failure) {
     diagnose(failure.what());
   } catch (const char* thrown) {

@@ -15,6 +15,6 @@ struct Decision {
   KxEmailBelongsTo kind = 0;
 };
 
-// One for each address, in their order.
+// One for each address, in their order. Throws std::bad_alloc when memory runs out for one.
 std::vector<Decision> decide(const std::vector<std::string>& addresses, PatternTrees& trees);
 bool allDecided(const std::vector<Decision>& decisions);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <new>
 
 #include "patterns/Decisions.h"
 
@@ -13,7 +14,10 @@ bool EveryPattern::answer(const Addresses& addresses) {
 void EveryPattern::show(const std::string& address) {
   for (std::size_t tree = 0; tree != m_trees.roots().size(); ++tree) {
     m_leaves.clear();
-    for (const KxListedEmailAddress* leaf : m_trees.roots()[tree]->findMatches(address.c_str(), m_leaves)) {
+    if (!m_trees.roots()[tree]->findAllMatches(address.c_str(), m_leaves)) {
+      throw std::bad_alloc();
+    }
+    for (const KxListedEmailAddress* leaf : m_leaves) {
       m_rows.add({{"address", address},
                   {"pattern", leaf->getFullAddressAsStr()},
                   {"kind", leaf->getState()},

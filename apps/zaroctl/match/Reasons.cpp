@@ -1,6 +1,7 @@
 #include "match/Reasons.h"
 
 #include <cstddef>
+#include <new>
 #include <utility>
 
 #include "KxWildcardEmail.h"
@@ -18,6 +19,9 @@ bool Reasons::answer(const Addresses& addresses) {
 bool Reasons::explain(const std::string& address) {
   KxMatchExplanation explanation;
   KxWildcardEmail::explainEmailAddress(address.c_str(), m_trees.roots(), explanation);
+  if (!explanation.complete) {
+    throw std::bad_alloc();
+  }
   const Json candidates = candidatesOf(explanation);
   if (m_out.isDocument()) {
     m_out.next({}, documentOf(address, explanation, candidates));

@@ -60,6 +60,29 @@ void KxLockOnInitQueue::push(KxLockableClass* object) {
   object->_ticket = (mayWait ? kSeveral : kFirst + ticket) & kTicketBits;
 }
 
+void KxLockOnInitQueue::_removeAll(const KxLockableClass* object) {
+  if (!_ticketsHold()) {
+    return;
+  }
+  // Each object that stays gets the ticket of its new place, if it had that of its old one.
+  const auto ticketAt = [this](std::size_t position) {
+    return kFirst + static_cast<unsigned int>((_frontTicket + position) % kTickets);
+  };
+  std::size_t kept = 0;
+  for (std::size_t position = 0; position != c.size(); ++position) {
+    KxLockableClass* entry = c[position];
+    if (entry == object) {
+      continue;
+    }
+    if (entry != nullptr && entry->_ticket == ticketAt(position)) {
+      entry->_ticket = ticketAt(kept) & kTicketBits;
+    }
+    c[kept++] = entry;
+  }
+  c.resize(kept);
+  _ticketed = kept;
+}
+
 void KxLockOnInitQueue::replace(const KxLockableClass* object, KxLockableClass* replacement) {
   if (_ticketsHold()) {
     if (object->_ticket == kUsed) {

@@ -1,5 +1,7 @@
 #include "addressmatch/intern/LibraryLifetime.h"
 
+#include <cstddef>
+
 #include "PolicyLog.h"
 #include "addressmatch/text/Memory.h"
 
@@ -20,6 +22,17 @@ __attribute__((init_priority(101))) NothingToLock g_nothingToLock;
 // Constant-initialised and never destroyed, so they can be asked at any time.
 KxLockOnInitQueue* g_queue = nullptr;
 const KxStringtable* g_defaultTable = nullptr;
+// How many objects have gone since the queue was looked through: at most so many of its entries are theirs.
+std::size_t g_gone = 0;
+
+// Amortised over the objects that have gone, constant time for each.
+void removeGone() {
+  constexpr std::size_t kMany = 65536;
+  if (g_gone > kMany && g_gone > g_queue->size() / 2) {
+    g_queue->_removeAll(&g_nothingToLock);
+    g_gone = 0;
+  }
+}
 
 }  // namespace
 
@@ -36,7 +49,11 @@ LibraryObjects::~LibraryObjects() {
 }
 
 void registerForLock(KxLockableClass* object) {
-  if (g_queue != nullptr && !withinMemory([&] { g_queue->push(object); })) {
+  if (g_queue == nullptr) {
+    return;
+  }
+  removeGone();
+  if (!withinMemory([&] { g_queue->push(object); })) {
     // It works all the same, at the speed of a tree that is being filled.
     PolicyLog::log(LogLevel::Error, "KxWildcardEmail::_addToLockOnInit: out of memory; an object will not be locked");
   }
@@ -45,6 +62,7 @@ void registerForLock(KxLockableClass* object) {
 void forgetLockOnInit(const KxLockableClass* object) {
   if (g_queue != nullptr) {
     g_queue->replace(object, &g_nothingToLock);
+    ++g_gone;
   }
 }
 

@@ -18,7 +18,9 @@ class LibraryObjects {
   LibraryObjects& operator=(const LibraryObjects&) = delete;
 };
 
-// Appends an object (or null) to the queue. When memory runs out, that is logged at level 1 and the object is not locked.
+// Appends an object (or null) to the queue. Where most of many entries are those of objects that have gone, it removes
+// these first, so that the queue of a process that never freezes is bounded by the objects that it has. When memory
+// runs out, that is logged at level 1 and the object is not locked.
 void registerForLock(KxLockableClass* object);
 
 // Removes a destroyed object from the queue: what the queue holds in its place from then on locks nothing.

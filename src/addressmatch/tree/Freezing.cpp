@@ -40,6 +40,11 @@ void prefetchAhead(const KxLockOnInitQueue& queue) {
   }
 }
 
+// A tree that is searched by walking for the rest of its life.
+void logSlowTree() {
+  PolicyLog::log(LogLevel::Error, "KxWildcardEmail::initScanTimeMode: out of memory; a tree will be searched slowly");
+}
+
 }  // namespace
 
 void freezeAll(KxLockOnInitQueue& queue) {
@@ -54,14 +59,17 @@ void freezeAll(KxLockOnInitQueue& queue) {
       continue;
     }
     if (isExactly<KxWildcardRootNode>(*object)) {
+      // Without one, memory ran out when the root was made.
       TreeState* tree = Level(*static_cast<KxWildcardRootNode*>(object)).tree();
-      withinMemory([&] { trees.push_back(tree != nullptr ? tree->shared_from_this() : nullptr); });
+      if (tree == nullptr || !withinMemory([&] { trees.push_back(tree->shared_from_this()); })) {
+        logSlowTree();
+      }
     }
     object->lock();
   }
   for (const std::shared_ptr<TreeState>& tree : trees) {
-    if (tree != nullptr && !withinMemory([&] { tree->freeze(); })) {
-      PolicyLog::log(LogLevel::Error, "KxWildcardEmail::initScanTimeMode: out of memory; a tree will be searched slowly");
+    if (!withinMemory([&] { tree->freeze(); })) {
+      logSlowTree();
     }
   }
 }

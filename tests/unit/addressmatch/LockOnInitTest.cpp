@@ -205,6 +205,50 @@ TEST_F(LockOnInit, unregisteredObjectThatIsQueuedByHandIsForgotten) {
   EXPECT_THAT(locked, IsEmpty());
 }
 
+TEST_F(LockOnInit, processThatNeverFreezesHasAQueueOfBoundedLength) {
+  std::vector<std::unique_ptr<Probe>> kept;
+  for (int i = 0; i < 1000000; ++i) {
+    auto probe = std::make_unique<Probe>(true, locked);
+    if (i % 100000 == 50000) {
+      kept.push_back(std::move(probe));
+    }
+    if (i % 300000 == 0) {
+      KxWildcardEmail::_addToLockOnInit(nullptr);
+    }
+  }
+  EXPECT_LT(queue.size(), 200000u);
+  kept.erase(kept.begin() + 3);
+  std::vector<const Probe*> want;
+  for (const std::unique_ptr<Probe>& probe : kept) {
+    want.push_back(probe.get());
+  }
+  KxWildcardEmail::initScanTimeMode();
+  EXPECT_EQ(locked, want);
+  EXPECT_EQ(platform().log.lines().size(), 4u);  // a null entry is never passed over in silence
+}
+
+// Places change while the queue is looked through.
+TEST_F(LockOnInit, everyPlaceIsFoundAfterTheQueueWasLookedThrough) {
+  std::vector<std::unique_ptr<Probe>> probes;
+  for (int i = 0; i < 300000; ++i) {
+    probes.push_back(std::make_unique<Probe>(true, locked));
+  }
+  for (std::size_t i = 0; i < probes.size(); ++i) {
+    if (i % 3 != 0) {
+      probes[i].reset();
+    }
+  }
+  const Probe last(true, locked);
+  ASSERT_EQ(queue.size(), 100001u);
+  const auto start = std::chrono::steady_clock::now();
+  for (std::size_t i = 0; i < probes.size(); i += 6) {
+    probes[i].reset();
+  }
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+  KxWildcardEmail::initScanTimeMode();
+  EXPECT_EQ(locked.size(), 50001u);
+}
+
 // Whoever takes the queue for a plain one moves entries without its knowledge.
 TEST_F(LockOnInit, entriesThatWereMovedAreFoundAllTheSame) {
   std::queue<KxLockableClass*>& plain = queue;

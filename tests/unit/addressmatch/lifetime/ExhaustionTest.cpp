@@ -10,7 +10,9 @@
 
 namespace {
 
+using scripted::error;
 using scripted::platform;
+using testing::Contains;
 using testing::IsEmpty;
 using testing::Not;
 
@@ -216,6 +218,36 @@ TEST_F(OtherExhaustion, treeIsMadeOrNull) {
       delete made;
     }
   }
+}
+
+// Of all allocations from the making of a tree to its freeze one fails.
+TEST_F(OtherExhaustion, treeThatIsWalkedForWantOfMemorySaysSo) {
+  int walked = 0;
+  bool failed = true;
+  for (int allocation = 1; failed; ++allocation) {
+    platform().log.clear();
+    std::unique_ptr<KxWildcardNode> made;
+    failed = failsAt(allocation, [&] {
+      made.reset(KxWildcardEmail::makeNewTree());
+      if (made != nullptr) {
+        made->addAddressPattern("user@example.test", 1, nullptr, nullptr);
+        KxWildcardEmail::initScanTimeMode();
+      }
+    });
+    if (made == nullptr) {
+      continue;
+    }
+    std::vector<KxListedEmailAddress*> found;
+    found.reserve(8);
+    // Only a walk asks for memory.
+    if (failsAt(1, [&] { made->findMatches("user@example.test", found); })) {
+      ++walked;
+      EXPECT_THAT(platform().log.lines(),
+                  Contains(error("KxWildcardEmail::initScanTimeMode: out of memory; a tree will be searched slowly")))
+          << allocation;
+    }
+  }
+  EXPECT_GE(walked, 3);
 }
 
 TEST_F(OtherExhaustion, objectThatCannotBeQueuedIsLoggedAndWorks) {
