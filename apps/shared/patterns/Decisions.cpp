@@ -38,7 +38,3 @@ std::vector<Decision> decide(const std::vector<std::string>& addresses, PatternT
   }
   return decisions;
 }
-
-bool allDecided(const std::vector<Decision>& decisions) {
-  return std::all_of(decisions.begin(), decisions.end(), [](const Decision& decision) { return decision.code != 0; });
-}

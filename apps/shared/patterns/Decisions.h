@@ -17,4 +17,3 @@ struct Decision {
 
 // One for each address, in their order. Throws std::bad_alloc when memory runs out for one.
 std::vector<Decision> decide(const std::vector<std::string>& addresses, PatternTrees& trees);
-bool allDecided(const std::vector<Decision>& decisions);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "mail/MailAddress.h"
 #include "patterns/PatternMistakes.h"
 #include "patterns/PatternPieces.h"
 
@@ -42,9 +43,17 @@ bool isPlainlyDomain(std::string_view word) {
   return last.find_first_not_of("0123456789") != std::string_view::npos;
 }
 
+bool hasQuotedName(std::string_view word) {
+  const std::size_t end = word.find('"', 1);
+  return word.front() == '"' && end != std::string_view::npos && end + 1 == word.rfind('@');
+}
+
 Texts patternsMeantByWord(std::string_view word) {
   if (isClean(word)) {
     return {std::string(word)};
+  }
+  if (hasQuotedName(word)) {
+    return {normalPattern(word)};
   }
   const std::size_t at = word.find('@');
   const bool hasAt = at != std::string_view::npos;
@@ -53,9 +62,11 @@ Texts patternsMeantByWord(std::string_view word) {
   }
   const std::string_view name = hasAt ? word.substr(0, at) : std::string_view();
   const std::string anyName = "*";
+  const bool isAscii = std::none_of(word.begin(), word.end(), isBeyondAscii);
   Texts patterns = domainsMeantBy(hasAt ? word.substr(at + 1) : word);
   for (std::string& pattern : patterns) {
     pattern.insert(0, (name.empty() || isOnlyStars(name) ? anyName : std::string(name)) + "@");
+    pattern = isAscii ? pattern : normalPattern(pattern);
   }
   return patterns;
 }

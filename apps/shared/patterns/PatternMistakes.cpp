@@ -7,13 +7,12 @@
 namespace {
 
 constexpr std::string_view kWildcard = "*";
+constexpr std::string_view kNullSender = "<>";
 
 constexpr PatternMistake kComment = {"comment", "a comment behind a pattern is a part of the pattern",
                                      "comments on lines of their own, which begin with #"};
 constexpr PatternMistake kBrackets = {"brackets", "angle brackets and quotes are parts of the pattern",
                                       "the address alone"};
-constexpr PatternMistake kEmptySender = {"brackets", "angle brackets are parts of the pattern",
-                                         "no pattern says it: the empty sender has no address"};
 constexpr PatternMistake kRegularExpression = {
     "regular-expression", "there are no regular expressions: slashes, ^, $ and backslashes are taken literally",
     "no pattern says it: write out the addresses or domains"};
@@ -121,11 +120,11 @@ std::vector<PatternMistake> mistakesIn(std::string_view pattern) {
     mistakes.push_back(kComment);
     text = commented;
   }
-  if ((text.empty() && !mistakes.empty()) || text == kWildcard) {
+  if ((text.empty() && !mistakes.empty()) || text == kWildcard || text == kNullSender) {
     return mistakes;
   }
   if (hasBrackets(trimmed(text))) {
-    mistakes.push_back(trimmed(text) == "<>" ? kEmptySender : kBrackets);
+    mistakes.push_back(kBrackets);
     return mistakes;
   }
 

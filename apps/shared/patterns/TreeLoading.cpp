@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "console/Text.h"
+#include "mail/MailAddress.h"
 
 namespace {
 
@@ -28,11 +29,13 @@ class Refusals {
 
 }  // namespace
 
-void loadTrees(const std::vector<std::string>& sources, PatternTrees& trees, Progress& progress) {
+void loadTrees(const std::vector<std::string>& sources, PatternSpelling spelling, PatternTrees& trees,
+               Progress& progress) {
   const std::vector<TreeSource> parsed = parseTreeSources(sources);
   Refusals refusals;
   const auto add = [&](const PatternOrigin& origin) {
-    if (!origin.root.addAddressPattern(origin.pattern.c_str(), origin.kind, nullptr, nullptr)) {
+    const std::string pattern = spelling == PatternSpelling::AsMail ? normalPattern(origin.pattern) : origin.pattern;
+    if (!origin.root.addAddressPattern(pattern.c_str(), origin.kind, nullptr, nullptr)) {
       progress.finish();
       refusals.add(origin);
     }

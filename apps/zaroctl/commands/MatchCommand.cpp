@@ -31,6 +31,7 @@ struct Arguments {
   bool all = false;
   bool count = false;
   bool explain = false;
+  AddressForm form;
 
   bool fromStandardInput() const { return addresses.size() == 1 && addresses.front() == kStandardInput; }
 };
@@ -42,6 +43,9 @@ void refuseContradictions(const Arguments& arguments) {
   const int ways = int{arguments.all} + int{arguments.count} + int{arguments.explain} + int{!arguments.diff.empty()};
   if (ways > 1) {
     throw UsageError("only one of --all, --count, --explain and --diff at a time");
+  }
+  if (arguments.form.literal && !arguments.form.delimiters.empty()) {
+    throw UsageError("only one of --literal and --delimiter at a time");
   }
   for (const std::string& address : arguments.addresses) {
     if (address == kStandardInput && !arguments.fromStandardInput()) {
@@ -68,9 +72,13 @@ void freeze(const Progress& progress, bool verbose) {
 // Asks about every address. Returns whether each was found.
 bool askAll(const Arguments& arguments, Question& question) {
   if (arguments.fromStandardInput()) {
-    return askAboutStandardInput(question);
+    return askAboutStandardInput(question, arguments.form);
   }
-  const bool all = question.answer(arguments.addresses);
+  Addresses addresses;
+  for (const std::string& address : arguments.addresses) {
+    addresses.push_back(arguments.form.of(address));
+  }
+  const bool all = question.answer(addresses);
   question.finish();
   return all;
 }
@@ -109,11 +117,12 @@ ExitCode match(Output& out, const Arguments& arguments, bool verbose) {
   Progress progress;
   PatternTrees trees;
   PatternTrees newTrees;
+  const PatternSpelling spelling = arguments.form.literal ? PatternSpelling::Literal : PatternSpelling::AsMail;
   if (arguments.diff.empty()) {
-    loadTrees(arguments.trees, trees, progress);
+    loadTrees(arguments.trees, spelling, trees, progress);
   } else {
-    loadTrees(treesOf(arguments.diff.front()), trees, progress);
-    loadTrees(treesOf(arguments.diff.back()), newTrees, progress);
+    loadTrees(treesOf(arguments.diff.front()), spelling, trees, progress);
+    loadTrees(treesOf(arguments.diff.back()), spelling, newTrees, progress);
   }
   freeze(progress, verbose);
   return askAll(arguments, *questionOf(arguments, out, trees, newTrees)) ? ExitCode::Found : ExitCode::NotFound;
@@ -145,5 +154,10 @@ void addMatch(CommandTree& tree) {
       ->type_size(2)
       ->expected(1)
       ->allow_extra_args(false);
+  command
+      ->add_option("--delimiter", arguments->form.delimiters,
+                   "Characters that begin an extension of the local part, which is left out: + for user+extension@domain")
+      ->type_name("CHARACTERS");
+  command->add_flag("--literal", arguments->form.literal, "Take addresses and patterns as they are given");
   command->add_option("ADDRESS", arguments->addresses, "Addresses; - reads them from standard input, one a line")->required();
 }

@@ -9,7 +9,12 @@ class DecidingPattern : public Question {
   DecidingPattern(Output& out, PatternTrees& trees, bool together)
       : m_trees(trees),
         m_rows(out,
-               {{"address", "ADDRESS"}, {"code", "CODE"}, {"pattern", "PATTERN"}, {"kind", "KIND"}, {"tree", "TREE"}},
+               {{"address", "ADDRESS"},
+                {"code", "CODE"},
+                {"pattern", "PATTERN"},
+                {"kind", "KIND"},
+                {"tree", "TREE"},
+                {"asked", "ASKED"}},
                together) {}
 
   bool answer(const Addresses& addresses) override;

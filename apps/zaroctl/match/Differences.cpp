@@ -10,7 +10,7 @@ bool Differences::answer(const Addresses& addresses) {
   bool all = true;
   for (std::size_t i = 0; i != addresses.size(); ++i) {
     if (!isSame(before[i], after[i])) {
-      Json row = {{"address", addresses[i]}};
+      Json row = addresses[i].row();
       describe(before[i], m_old, "old", row);
       describe(after[i], m_new, "new", row);
       m_rows.add(std::move(row));

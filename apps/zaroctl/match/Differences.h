@@ -16,7 +16,8 @@ class Differences : public Question {
                 {"oldCode", "OLD CODE"},
                 {"oldPattern", "OLD PATTERN"},
                 {"newCode", "NEW CODE"},
-                {"newPattern", "NEW PATTERN"}},
+                {"newPattern", "NEW PATTERN"},
+                {"asked", "ASKED"}},
                together) {}
 
   // Found is what did not change.

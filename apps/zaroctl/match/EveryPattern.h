@@ -12,14 +12,19 @@ class EveryPattern : public Question {
   EveryPattern(Output& out, PatternTrees& trees, bool together)
       : m_trees(trees),
         m_rows(out,
-               {{"address", "ADDRESS"}, {"pattern", "PATTERN"}, {"kind", "KIND"}, {"weight", "WEIGHT"}, {"tree", "TREE"}},
+               {{"address", "ADDRESS"},
+                {"pattern", "PATTERN"},
+                {"kind", "KIND"},
+                {"weight", "WEIGHT"},
+                {"tree", "TREE"},
+                {"asked", "ASKED"}},
                together) {}
 
   bool answer(const Addresses& addresses) override;
   void finish() override { m_rows.finish(); }
 
  private:
-  void show(const std::string& address);
+  void show(const AskedAddress& address);
 
   PatternTrees& m_trees;
   Rows m_rows;

@@ -10,15 +10,17 @@
 
 bool Reasons::answer(const Addresses& addresses) {
   bool all = true;
-  for (const std::string& address : addresses) {
-    all = explain(address) && all;
+  for (const AskedAddress& address : addresses) {
+    if (address.asked) {
+      all = explain(address) && all;
+    }
   }
   return all;
 }
 
-bool Reasons::explain(const std::string& address) {
+bool Reasons::explain(const AskedAddress& address) {
   KxMatchExplanation explanation;
-  KxWildcardEmail::explainEmailAddress(address.c_str(), m_trees.roots(), explanation);
+  KxWildcardEmail::explainEmailAddress(address.asked->c_str(), m_trees.roots(), explanation);
   if (!explanation.complete) {
     throw std::bad_alloc();
   }
@@ -26,7 +28,7 @@ bool Reasons::explain(const std::string& address) {
   if (m_out.isDocument()) {
     m_out.next({}, documentOf(address, explanation, candidates));
   } else {
-    m_out.remark(address);
+    m_out.remark(address.given == address.asked ? *address.given : *address.given + ", asked as " + *address.asked);
     m_out.rows({{"n", "N"},
                 {"pattern", "PATTERN"},
                 {"kind", "KIND"},
@@ -61,8 +63,9 @@ Json Reasons::candidatesOf(const KxMatchExplanation& explanation) const {
   return rows;
 }
 
-Json Reasons::documentOf(const std::string& address, const KxMatchExplanation& explanation, const Json& candidates) const {
-  Json document = {{"address", address}};
+Json Reasons::documentOf(const AskedAddress& address, const KxMatchExplanation& explanation,
+                         const Json& candidates) const {
+  Json document = address.row();
   describe({explanation.code, explanation.treeIndex, explanation.name, explanation.belongsTo}, m_trees, "", document);
   document["tier"] = tierWord(explanation.tier);
   document["weightA"] = explanation.weightA;

@@ -15,9 +15,9 @@ class Reasons : public Question {
   bool answer(const Addresses& addresses) override;
 
  private:
-  bool explain(const std::string& address);
+  bool explain(const AskedAddress& address);
   Json candidatesOf(const KxMatchExplanation& explanation) const;
-  Json documentOf(const std::string& address, const KxMatchExplanation& explanation, const Json& candidates) const;
+  Json documentOf(const AskedAddress& address, const KxMatchExplanation& explanation, const Json& candidates) const;
 
   Output& m_out;
   PatternTrees& m_trees;

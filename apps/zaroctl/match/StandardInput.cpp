@@ -17,7 +17,7 @@ class Waiting {
  public:
   explicit Waiting(Question& question) : m_question(question) {}
 
-  void add(std::string address) {
+  void add(AskedAddress address) {
     constexpr std::size_t kTogether = 512;
     m_addresses.push_back(std::move(address));
     if (m_addresses.size() == kTogether) {
@@ -38,7 +38,7 @@ class Waiting {
 
 }  // namespace
 
-bool askAboutStandardInput(Question& question) {
+bool askAboutStandardInput(Question& question, const AddressForm& form) {
   Waiting waiting(question);
   bool readable = true;
   // Whoever writes the addresses one by one gets each answer before the next.
@@ -46,17 +46,16 @@ bool askAboutStandardInput(Question& question) {
     waiting.answer();
     std::fflush(stdout);
   });
-  std::string address;
+  std::string line;
   for (bool more = true; more;) {
     try {
-      more = lines.next(address);
-      if (more && !address.empty()) {
-        waiting.add(address);
+      more = lines.next(line);
+      if (more) {
+        waiting.add(form.of(line));
       }
     } catch (const BadLine& bad) {
-      waiting.answer();
       diagnose(bad.what());
-      question.skip();
+      waiting.add({});
       readable = false;
     }
   }

@@ -3,6 +3,6 @@
 
 #include "match/Question.h"
 
-// Asks about every address of standard input, many at a time, and finishes the question. Each answer is written before
-// the next address is waited for. Returns whether each address was read and found.
-bool askAboutStandardInput(Question& question);
+// Asks about every line of standard input, many at a time, and finishes the question. Each answer is written before the
+// next line is waited for. Returns whether every line was read and every address found.
+bool askAboutStandardInput(Question& question, const AddressForm& form);

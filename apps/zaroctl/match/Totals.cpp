@@ -1,16 +1,20 @@
 #include "match/Totals.h"
 
 #include <cmath>
+#include <cstddef>
 #include <string>
-
-#include "patterns/Decisions.h"
+#include <vector>
 
 bool Totals::answer(const Addresses& addresses) {
   const std::vector<Decision> decisions = decide(addresses, m_trees);
-  for (const Decision& decision : decisions) {
-    ++m_byCode[decision.code];
+  for (std::size_t i = 0; i != addresses.size(); ++i) {
+    if (addresses[i].asked) {
+      ++m_byCode[decisions[i].code];
+    } else if (!addresses[i].given) {
+      ++m_unreadable;
+    }
   }
-  return allDecided(decisions);
+  return allDecided(addresses, decisions);
 }
 
 void Totals::finish() {
@@ -20,8 +24,8 @@ void Totals::finish() {
     total += count;
   }
   Json record = {{"addresses", total}, {"decided", total - m_byCode[0]}, {"undecided", m_byCode[0]}};
-  if (m_skipped != 0) {
-    record["unreadable"] = m_skipped;
+  if (m_unreadable != 0) {
+    record["unreadable"] = m_unreadable;
   }
   for (const auto& [code, count] : m_byCode) {
     if (code != 0) {

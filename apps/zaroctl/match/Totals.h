@@ -14,7 +14,6 @@ class Totals : public Question {
   Totals(Output& out, PatternTrees& trees) : m_out(out), m_trees(trees) {}
 
   bool answer(const Addresses& addresses) override;
-  void skip() override { ++m_skipped; }
   void finish() override;
 
  private:
@@ -22,5 +21,5 @@ class Totals : public Question {
   PatternTrees& m_trees;
   Stopwatch m_watch;
   std::map<unsigned int, std::uint64_t> m_byCode;
-  std::uint64_t m_skipped = 0;
+  std::uint64_t m_unreadable = 0;
 };

@@ -20,7 +20,7 @@ TEST(Decisions, outOfMemoryIsAFailureAndNeverAnotherAnswer) {
   const std::string list = directory.write("list", "user@a.test\n*@*.test\t2\n");
   Progress progress;
   PatternTrees trees;
-  loadTrees({list}, trees, progress);
+  loadTrees({list}, PatternSpelling::Literal, trees, progress);
   // Not frozen, so that every search asks for memory.
   const std::vector<std::string> addresses = {"user@a.test", "x@a.test", "user@other"};
   bool happened = true;

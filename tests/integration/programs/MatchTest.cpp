@@ -64,35 +64,39 @@ TEST_F(Match, printsCodePatternKindAndTreeOfEachAddress) {
   const ProgramResult result =
       match({"User@Example.test", "x@a.spam.test", "x@a.partner.test", "x@late.partner.test", "other@example.test"});
   EXPECT_EQ(result.status, 0) << result.err;
-  EXPECT_THAT(linesOf(result.out), ElementsAre("User@Example.test\t1\tuser@example.test\t1\t" + tree(m_allow, 1),
-                                               "x@a.spam.test\t2\t*@*.spam.test\t2\t" + tree(m_block, 2),
-                                               "x@a.partner.test\t1\t*@*.partner.test\t8\t" + tree(m_allow, 1),
-                                               "x@late.partner.test\t2\t*@late.partner.test\t4\t" + tree(m_block, 2),
-                                               "other@example.test\t2\t*@example.test\t2\t" + tree(m_block, 2)));
+  EXPECT_THAT(linesOf(result.out),
+              ElementsAre("User@Example.test\t1\tuser@example.test\t1\t" + tree(m_allow, 1) + "\tuser@example.test",
+                          "x@a.spam.test\t2\t*@*.spam.test\t2\t" + tree(m_block, 2) + "\tx@a.spam.test",
+                          "x@a.partner.test\t1\t*@*.partner.test\t8\t" + tree(m_allow, 1) + "\tx@a.partner.test",
+                          "x@late.partner.test\t2\t*@late.partner.test\t4\t" + tree(m_block, 2) + "\tx@late.partner.test",
+                          "other@example.test\t2\t*@example.test\t2\t" + tree(m_block, 2) + "\tother@example.test"));
   EXPECT_EQ(result.err, "");
 }
 
 TEST_F(Match, addressThatNothingDecidesMakesTheStatusOne) {
   const ProgramResult result = match({"x@nowhere.test", "user@example.test"});
   EXPECT_EQ(result.status, 1);
-  EXPECT_EQ(linesOf(result.out)[0], "x@nowhere.test\t0\t-\t-\t-");
+  EXPECT_EQ(linesOf(result.out)[0], "x@nowhere.test\t0\t-\t-\t-\tx@nowhere.test");
 }
 
-TEST_F(Match, standardInputIsReadLineByLine) {
-  const ProgramResult result = matchInput({}, "user@example.test\r\n\nx@a.spam.test");
+TEST_F(Match, everyLineOfStandardInputHasItsLineOfTheOutput) {
+  const ProgramResult result = matchInput({}, "user@example.test\r\n\n \nx@a.spam.test");
   EXPECT_EQ(result.status, 0) << result.err;
-  EXPECT_EQ(linesOf(result.out).size(), 2u);
+  EXPECT_THAT(linesOf(result.out), ElementsAre(StartsWith("user@example.test\t1\t"), "\t0\t-\t-\t-\t-",
+                                               " \t0\t-\t-\t-\t-", StartsWith("x@a.spam.test\t2\t")));
+  EXPECT_THAT(matchInput({"--count"}, "user@example.test\n\n").out, HasSubstr("addresses\t1\n"));
   EXPECT_EQ(matchInput({}, "").status, 0);
 }
 
-TEST_F(Match, unreadableLinesAreToldAndPassedOver) {
+TEST_F(Match, unreadableLinesAreToldAndHaveTheirLinesToo) {
   std::string input = "user@example.test\n" + std::string(70000, 'x') + "\n";
   input += "a";
   input += '\0';
   input += "b\nx@a.spam.test\n";
   const ProgramResult result = matchInput({}, input);
   EXPECT_EQ(result.status, 1);
-  EXPECT_EQ(linesOf(result.out).size(), 2u);
+  EXPECT_THAT(linesOf(result.out), ElementsAre(StartsWith("user@"), "-\t0\t-\t-\t-\t-", "-\t0\t-\t-\t-\t-",
+                                               StartsWith("x@a.spam.test\t2\t")));
   EXPECT_THAT(linesOf(result.err), ElementsAre("zaroctl: standard input:2: longer than 65536 bytes",
                                                "zaroctl: standard input:3: a NUL in a text"));
   EXPECT_THAT(matchInput({"--count"}, input).out, HasSubstr("unreadable\t2\n"));
@@ -128,6 +132,7 @@ TEST_F(Match, jsonIsOneObjectALine) {
   const auto lines = linesOf(result.out);
   ASSERT_EQ(lines.size(), 2u);
   EXPECT_EQ(Json::parse(lines[0]), (Json{{"address", "user@example.test"},
+                                         {"asked", "user@example.test"},
                                          {"code", 1},
                                          {"pattern", "user@example.test"},
                                          {"kind", 1},
@@ -135,16 +140,48 @@ TEST_F(Match, jsonIsOneObjectALine) {
                                          {"treeIndex", 0}}));
   const Json none = Json::parse(lines[1]);
   EXPECT_EQ(none["address"], "\"q\"@nowhere.test");
+  EXPECT_EQ(none["asked"], "q@nowhere.test");
   EXPECT_EQ(none["code"], 0);
   EXPECT_TRUE(none["pattern"].is_null());
   EXPECT_TRUE(none["tree"].is_null());
 }
 
+TEST_F(Match, addressesAndPatternsAreReadAsMailHasThem) {
+  const std::string list = m_directory.write("spellings",
+                                             "*@c.test\n*@*.b\xc3\xbc"
+                                             "cher.test\n\"a@b\"@d.test\n<>\nuser@example.test\n");
+  const auto asked = [&](const Words& options, const std::string& address) {
+    Words words = {"match", "--tree", list, "--json", address};
+    words.insert(words.end(), options.begin(), options.end());
+    const Json row = Json::parse(zaroctl(words).out);
+    return row["asked"].get<std::string>() + " " + row["code"].dump();
+  };
+  EXPECT_EQ(asked({}, "<\"a@b\"@C.test.>"), "\"a%40b\"@c.test 1");
+  EXPECT_EQ(asked({}, "\"a@b\"@d.test"), "\"a%40b\"@d.test 1");
+  EXPECT_EQ(asked({},
+                  "x@Shop.B\xc3\x9c"
+                  "CHER.test"),
+            "x@shop.xn--bcher-kva.test 1");
+  EXPECT_EQ(asked({}, "<>"), "<> 1");
+  EXPECT_EQ(asked({"--delimiter", "+-"}, "user-x+news@example.test"), "user@example.test 1");
+  EXPECT_EQ(asked({}, "user+news@example.test"), "user+news@example.test 0");
+  EXPECT_EQ(asked({"--literal"}, "\"a@b\"@c.test"), "\"a@b\"@c.test 0");
+  EXPECT_EQ(asked({"--literal"},
+                  "x@shop.b\xc3\xbc"
+                  "cher.test"),
+            "x@shop.b\xc3\xbc"
+            "cher.test 1");
+  EXPECT_EQ(asked({"--literal"}, "x@shop.xn--bcher-kva.test"), "x@shop.xn--bcher-kva.test 0");
+  EXPECT_THAT(zaroctl({"match", "--tree", list, "--explain", "X@C.test"}).out,
+              StartsWith("X@C.test, asked as x@c.test\n"));
+}
+
 TEST_F(Match, allPrintsEveryPatternInOrder) {
   const ProgramResult result = match({"--all", "user@example.test", "x@nowhere.test"});
   EXPECT_EQ(result.status, 1);
-  EXPECT_THAT(linesOf(result.out), ElementsAre("user@example.test\tuser@example.test\t1\t5003\t" + tree(m_allow, 1),
-                                               "user@example.test\t*@example.test\t2\t4003\t" + tree(m_block, 2)));
+  EXPECT_THAT(linesOf(result.out),
+              ElementsAre("user@example.test\tuser@example.test\t1\t5003\t" + tree(m_allow, 1) + "\tuser@example.test",
+                          "user@example.test\t*@example.test\t2\t4003\t" + tree(m_block, 2) + "\tuser@example.test"));
   EXPECT_EQ(match({"--all", "user@example.test"}).status, 0);
 }
 
@@ -259,8 +296,8 @@ TEST_F(Match, diffPrintsOnlyWhatChanges) {
   const ProgramResult result =
       zaroctl({"match", "--diff", oldTrees, newTrees, "user@example.test", "x@a.spam.test", "x@b.spam.test"});
   EXPECT_EQ(result.status, 1) << result.err;
-  EXPECT_THAT(linesOf(result.out),
-              ElementsAre("x@a.spam.test\t2\t*@*.spam.test\t2\t*@a.spam.test", "x@b.spam.test\t2\t*@*.spam.test\t0\t-"));
+  EXPECT_THAT(linesOf(result.out), ElementsAre("x@a.spam.test\t2\t*@*.spam.test\t2\t*@a.spam.test\tx@a.spam.test",
+                                               "x@b.spam.test\t2\t*@*.spam.test\t0\t-\tx@b.spam.test"));
   const ProgramResult same = zaroctl({"match", "--diff", oldTrees, newTrees, "user@example.test"});
   EXPECT_EQ(same.status, 0);
   EXPECT_EQ(same.out, "");
@@ -273,13 +310,13 @@ TEST_F(Match, filesOfOneTreeAreOneTree) {
   const std::string one = m_directory.write("one", "user@b\n");
   const std::string other = m_directory.write("other", "*@b\n");
   const std::string both = one + ":1," + other + ":2";
-  EXPECT_EQ(zaroctl({"match", "--tree", both, "user@b"}).out, "user@b\t129\tuser@b\t1\t" + both + "\n");
+  EXPECT_EQ(zaroctl({"match", "--tree", both, "user@b"}).out, "user@b\t129\tuser@b\t1\t" + both + "\tuser@b\n");
 }
 
 TEST_F(Match, treeWithoutAKindIsOfKindOneAndAColonMayBePartOfAName) {
   const std::string plain = m_directory.write("a:b", "user@b\n");
-  EXPECT_EQ(zaroctl({"match", "--tree", plain, "user@b"}).out, "user@b\t1\tuser@b\t1\t" + plain + "\n");
-  EXPECT_EQ(zaroctl({"match", "--tree", plain + ":2", "user@b"}).out, "user@b\t2\tuser@b\t2\t" + plain + ":2\n");
+  EXPECT_EQ(zaroctl({"match", "--tree", plain, "user@b"}).out, "user@b\t1\tuser@b\t1\t" + plain + "\tuser@b\n");
+  EXPECT_EQ(zaroctl({"match", "--tree", plain + ":2", "user@b"}).out, "user@b\t2\tuser@b\t2\t" + plain + ":2\tuser@b\n");
 }
 
 TEST_F(Match, refusedKindsAreToldAndTheRestCounted) {
@@ -336,6 +373,9 @@ TEST_F(Match, wrongUsageIsTold) {
       {"no address", {"match", "--tree", "x"}, "ADDRESS is required"},
       {"both", {"match", "--tree", "x", "--diff", "x", "y", "a@b"}, "name the trees: either"},
       {"two ways", {"match", "--tree", "x", "--all", "--count", "a@b"}, "only one of --all, --count, --explain and --diff"},
+      {"two forms",
+       {"match", "--tree", "x", "--literal", "--delimiter", "+", "a@b"},
+       "only one of --literal and --delimiter"},
       {"dash among others", {"match", "--tree", "x", "a@b", "-"}, "- stands alone"},
       {"no file", {"match", "--tree", "", "a@b"}, "names no file"},
       {"no file before the kind", {"match", "--tree", ":1", "a@b"}, "names no file"},
@@ -353,7 +393,7 @@ TEST_F(Match, wrongUsageIsTold) {
 
 TEST_F(Match, terminalGetsATable) {
   const ProgramResult result = zarotest::zaroctlOnTerminal(command({"user@example.test", "x@a.spam.test"}), "");
-  EXPECT_THAT(linesOf(result.out)[0], MatchesRegex("ADDRESS  *CODE  PATTERN  *KIND  TREE *"));
+  EXPECT_THAT(linesOf(result.out)[0], MatchesRegex("ADDRESS  *CODE  PATTERN  *KIND  TREE  *ASKED *"));
   EXPECT_EQ(linesOf(result.out).size(), 3u);
   EXPECT_THAT(zarotest::zaroctlOnTerminal(command({"--explain", "user@example.test"}), "").out,
               HasSubstr("WHAT BECAME OF IT"));
@@ -408,9 +448,10 @@ TEST_P(MatchGroup, isATreeOfItsMembers) {
       run({"match", "--tree", "group:sta,ff:2:2", "user@example.test", "x@a.o'brien.test", "other@example.test"});
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.err, "");
-  EXPECT_THAT(linesOf(result.out), ElementsAre("user@example.test\t2\tuser@example.test\t2\tgroup:sta,ff:2:2",
-                                               "x@a.o'brien.test\t2\t*@*.o'brien.test\t2\tgroup:sta,ff:2:2",
-                                               "other@example.test\t0\t-\t-\t-"));
+  EXPECT_THAT(linesOf(result.out),
+              ElementsAre("user@example.test\t2\tuser@example.test\t2\tgroup:sta,ff:2:2\tuser@example.test",
+                          "x@a.o'brien.test\t2\t*@*.o'brien.test\t2\tgroup:sta,ff:2:2\tx@a.o'brien.test",
+                          "other@example.test\t0\t-\t-\t-\tother@example.test"));
 }
 
 TEST_P(MatchGroup, mustBeThereAndTheOnlyOneOfItsName) {

@@ -1,0 +1,33 @@
+// E-mail addresses in the one form in which lists are asked for them, however mail spells them (RFC 5321, 4.1.2).
+#pragma once
+
+#include <string>
+#include <string_view>
+
+// The domain begins behind the last "@", where mail servers see it begin too. The library takes the first: a local part
+// that holds one, which it may in quotes, would otherwise move the domain and with it escape every rule for it.
+//
+// | spelled                        | form              |
+// |--------------------------------|-------------------|
+// | <a@b.test>, <@relay.test:a@b.test> | a@b.test      | without angle brackets and source route
+// | <>                             | <>                | the null sender; an empty text stays empty
+// | A@B.Test.                      | a@b.test          | ASCII lower case, without the dot of the root
+// | "a"@b.test, a\b@b.test         | a@b.test, ab@...  | without quotes and backslashes where they are not needed
+// | "a b"@c.test, a b@c.test       | "a b"@c.test      | with them where they are
+// | "a@b%"@c.test, a@b%@c.test     | "a%40b%25"@c.test | in quotes, "@" and "%" as their numbers
+// | a@bücher.test                  | a@xn--bcher-kva.test | A-labels (RFC 5891, by UTS #46 non-transitional)
+// | a@[IPv6:2001:DB8::1]           | a@[ipv6:2001:db8::1] |
+//
+// A label that has no A-label, because it is no UTF-8 or has a character that no domain may have, stays as it is. No
+// text is refused: what mail does not allow has a form too. A form has one "@" at most. Throws std::bad_alloc.
+std::string normalAddress(std::string_view spelled);
+
+// The same for an address whose local part may end in an extension: from the first of the `delimiters` on it is left
+// out, unless nothing would be left. Local parts that mail servers answer for themselves stay whole: mailer-daemon,
+// double-bounce, postmaster; and with "-" among the delimiters those that begin with "owner-" or end in "-request".
+std::string normalAddress(std::string_view spelled, std::string_view delimiters);
+
+// The form of a pattern, so that it contains the addresses that it names: local part and domain as above, where in
+// quotes "%40" and "%25" are an "@" and a "%", so that a form is its own. A "*" in quotes is no wildcard. What has no
+// "@", and angle brackets, stay as they are.
+std::string normalPattern(std::string_view pattern);

@@ -1,0 +1,23 @@
+// The form of an address: one "@" at most, with the domain that mail servers see behind it; a form is its own as a
+// pattern, and forms of patterns are their own.
+#include "mail/MailAddress.h"
+
+#include <algorithm>
+
+#include "FuzzInput.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string text = textOf(data, size);
+  const std::string address = normalAddress(text);
+  FUZZ_CHECK(std::count(address.begin(), address.end(), '@') <= 1);
+  FUZZ_CHECK(normalPattern(address) == address || address == "*" || address.find("\"*\"@") == 0);
+
+  const std::string extended = normalAddress(text, "+-");
+  FUZZ_CHECK(extended.size() <= address.size() + 2);
+  FUZZ_CHECK(extended.substr(std::min(extended.find('@'), extended.size())) ==
+             address.substr(std::min(address.find('@'), address.size())));
+
+  const std::string pattern = normalPattern(text);
+  FUZZ_CHECK(normalPattern(pattern) == pattern);
+  return 0;
+}
