@@ -53,7 +53,8 @@ class ZARO_POLICY_EXPORT KxWildcardEmail {
 
   // Decides an address.
   //   address     any letter case; null is decided by nothing
-  //   trees       in order of precedence; null elements are passed over
+  //   trees       in order of precedence; null elements are passed over. They share one table (or have none): exceptions of a
+  //               frozen tree are compared by rank, which says nothing about the texts of another table
   //   treeIndex   position of the tree that holds the deciding pattern
   //   name        the deciding pattern's text; valid as long as its tree
   //   belongsTo   the deciding pattern's kind

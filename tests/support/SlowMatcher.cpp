@@ -212,6 +212,9 @@ Decision compare(const Candidate* kindA, const Candidate* kindB) {
 Decision decide(const std::vector<const Tree*>& trees, const std::string& address) {
   std::map<unsigned int, Candidates> ofKind;
   for (unsigned int tree = 0; tree != trees.size(); ++tree) {
+    if (trees[tree] == nullptr) {
+      continue;
+    }
     ofKind[1].clear();
     ofKind[2].clear();
     for (const Leaf* leaf : trees[tree]->findMatches(address)) {

@@ -81,6 +81,7 @@ struct Decision {
   unsigned int state;
 };
 
+// Null trees are passed over.
 Decision decide(const std::vector<const Tree*>& trees, const std::string& address);
 
 }  // namespace slow

@@ -5,30 +5,41 @@
 //   3. An exception removes what was collected before it of its kind and with its text (`takeBack`).
 //
 // A decision gets the leaves of one tree after the other, and is asked for the outcome once, at the end. It reports the
-// fate of every leaf to its observer; NoObserver costs nothing. docs/address-matching.md has the rules for readers.
+// fate of every leaf to its observer; NoObserver costs nothing. Leaves come as such or as an index has them; of the
+// latter none is looked at unless an exception has to be compared. docs/address-matching.md has the rules for readers.
+//
+//   memory   none of the heap, up to 8 leaves of each kind of the second tier
 #pragma once
 
 #include <cstddef>
-#include <list>
 #include <new>
 #include <vector>
 
 #include "KxMatchExplanation.h"
 #include "KxWildcardEmail.h"
+#include "addressmatch/decide/FewElements.h"
+#include "addressmatch/index/FrozenIndex.h"
 #include "addressmatch/leaf/Kinds.h"
 #include "addressmatch/leaf/LeafRange.h"
 
 namespace zaro_addressmatch {
 
-// A leaf with its number among all leaves that were fed, from 0.
-struct Candidate : MatchingAddr {
-  std::size_t order;
+// A leaf that may decide.
+struct Candidate {
+  const KxListedEmailAddress* leaf;
+  const char* text;  // of its full address; null when only the leaf knows it
+  unsigned int weight;
+  KxEmailBelongsTo state;
+  unsigned int tree;
+  std::size_t order;  // its number among all leaves that were fed, from 0
+
+  const char* name() const { return text != nullptr ? text : leaf->getFullAddress().getString(); }
 };
 
 struct Outcome {
   unsigned char code = 0;
   KxMatchExplanation::Tier tier = KxMatchExplanation::NoTier;
-  Candidate winner = {};  // meaningless when the code is 0
+  Candidate winner;  // meaningless when the code is 0
   unsigned int weightA = 0;
   unsigned int weightB = 0;
   // What the code is put together of.
@@ -58,45 +69,19 @@ class Decision {
   // Throws std::bad_alloc.
   bool addTree(const LeafRange& leaves, unsigned int tree) {
     m_observer->fed(leaves, tree);
-    Best kindA;
-    Best kindB;
+    FirstTier firstTier;
     for (const KxListedEmailAddress* leaf : leaves) {
-      const Candidate candidate = {{leaf->getFullAddressAsPtr(), leaf->getWeight(), leaf->getState(), tree}, m_fed++};
-      // Only single kinds take part; a combined state is ignored as a whole.
-      switch (candidate.state) {
-        case kFirstTierA:
-          offer(kindA, candidate);
-          break;
-        case kFirstTierB:
-          offer(kindB, candidate);
-          break;
-        case kSecondTierB:
-          m_secondTierB.push_back(candidate);
-          break;
-        case kSecondTierA:
-          m_secondTierA.push_back(candidate);
-          break;
-        case kExceptionToA:
-          takeBack(m_secondTierA, candidate);
-          break;
-        case kExceptionToB:
-          takeBack(m_secondTierB, candidate);
-          break;
-        default:
-          m_observer->ignored(candidate.order);
-      }
+      take(firstTier, {leaf, nullptr, leaf->getWeight(), leaf->getState(), tree, m_fed++});
     }
-    if (!kindA.isThere() && !kindB.isThere()) {
-      return false;
-    }
-    decide(KxMatchExplanation::FirstTier, kindA, kindB);
-    if (kindA.isThere() && kindB.isThere()) {
-      m_outcome.addedCode = kBothKinds;
-      m_outcome.code |= kBothKinds;
-    }
-    outrank(m_secondTierA);
-    outrank(m_secondTierB);
-    return true;
+    return isDecidedBy(firstTier);
+  }
+  // The same, of what an index yields.
+  bool addTree(const FrozenIndex& index, const Query& query, const FrozenIndex::Place& place, unsigned int tree) {
+    FirstTier firstTier;
+    index.visit(query, place, [&](const IndexedLeaf& leaf) {
+      take(firstTier, {leaf.leaf(), leaf.text(), leaf.weight(), leaf.state(), tree, m_fed++});
+    });
+    return isDecidedBy(firstTier);
   }
 
   // To be asked once, after the tree that decided or the last one.
@@ -118,6 +103,53 @@ class Decision {
     Candidate candidate = {};
     bool isThere() const { return candidate.weight != 0; }
   };
+  struct FirstTier {
+    Best kindA;
+    Best kindB;
+  };
+  using Candidates = FewElements<Candidate, 8>;
+
+  void take(FirstTier& firstTier, const Candidate& candidate) {
+    // Only single kinds take part; a combined state is ignored as a whole.
+    switch (candidate.state) {
+      case kFirstTierA:
+        offer(firstTier.kindA, candidate);
+        break;
+      case kFirstTierB:
+        offer(firstTier.kindB, candidate);
+        break;
+      case kSecondTierB:
+        m_secondTierB.add(candidate);
+        break;
+      case kSecondTierA:
+        m_secondTierA.add(candidate);
+        break;
+      case kExceptionToA:
+        takeBack(m_secondTierA, candidate);
+        break;
+      case kExceptionToB:
+        takeBack(m_secondTierB, candidate);
+        break;
+      default:
+        m_observer->ignored(candidate.order);
+    }
+  }
+
+  bool isDecidedBy(const FirstTier& firstTier) {
+    const Best& kindA = firstTier.kindA;
+    const Best& kindB = firstTier.kindB;
+    if (!kindA.isThere() && !kindB.isThere()) {
+      return false;
+    }
+    decide(KxMatchExplanation::FirstTier, kindA, kindB);
+    if (kindA.isThere() && kindB.isThere()) {
+      m_outcome.addedCode = kBothKinds;
+      m_outcome.code |= kBothKinds;
+    }
+    outrank(m_secondTierA);
+    outrank(m_secondTierB);
+    return true;
+  }
 
   // On equal weights the earlier one stays.
   void offer(Best& best, const Candidate& candidate) {
@@ -133,7 +165,7 @@ class Decision {
     }
   }
 
-  Best heaviest(const std::list<Candidate>& candidates) {
+  Best heaviest(const Candidates& candidates) {
     Best best;
     for (const Candidate& candidate : candidates) {
       offer(best, candidate);
@@ -142,21 +174,20 @@ class Decision {
   }
 
   // An exception reaches only what was collected before it.
-  void takeBack(std::list<Candidate>& candidates, const Candidate& exception) {
+  void takeBack(Candidates& candidates, const Candidate& exception) {
     std::size_t removals = 0;
-    for (auto candidate = candidates.begin(); candidate != candidates.end();) {
-      if (*candidate->address == *exception.address) {
-        m_observer->removed(candidate->order, exception.order);
-        candidate = candidates.erase(candidate);
-        ++removals;
-      } else {
-        ++candidate;
+    candidates.removeIf([&](const Candidate& candidate) {
+      if (candidate.leaf->getFullAddress() != exception.leaf->getFullAddress()) {
+        return false;
       }
-    }
+      m_observer->removed(candidate.order, exception.order);
+      ++removals;
+      return true;
+    });
     m_observer->exception(exception.order, removals);
   }
 
-  void outrank(const std::list<Candidate>& candidates) {
+  void outrank(const Candidates& candidates) {
     for (const Candidate& candidate : candidates) {
       m_observer->outranked(candidate.order, m_outcome.winner.order);
     }
@@ -189,12 +220,12 @@ class Decision {
 
   Observer* m_observer;
   std::size_t m_fed;
-  std::list<Candidate> m_secondTierA;
-  std::list<Candidate> m_secondTierB;
+  Candidates m_secondTierA;
+  Candidates m_secondTierB;
   Outcome m_outcome;
 };
 
-// Decides an address over trees. Returns how many of them were searched; throws std::bad_alloc.
+// Decides an address over trees, leaf by leaf. Returns how many of them were searched; throws std::bad_alloc.
 template <typename Observer>
 std::size_t decideOver(const std::vector<KxWildcardNode*>& trees, const char* address, Observer& observer,
                        Outcome& outcome) {

@@ -2,15 +2,15 @@
 
 #include <algorithm>
 #include <new>
-#include <numeric>
 
 #include "KxMatchExplanation.h"
 #include "PolicyLog.h"
+#include "addressmatch/decide/AddressDecision.h"
 #include "addressmatch/decide/Decision.h"
+#include "addressmatch/decide/SearchedTrees.h"
 #include "addressmatch/intern/LibraryLifetime.h"
 #include "addressmatch/intern/ParsedAddress.h"
 #include "addressmatch/text/Memory.h"
-#include "addressmatch/text/Prefetch.h"
 #include "addressmatch/tree/Freezing.h"
 
 using namespace zaro_addressmatch;
@@ -28,66 +28,6 @@ void logNoMemory(const char* address) {
   PolicyLog::log(LogLevel::Error, "KxWildcardEmail::matchEmailAddress: out of memory; nothing is decided for %s",
                  address);
 }
-
-KxMatchResult resultOf(const Outcome& outcome) {
-  if (outcome.code == 0) {
-    return {0, 0, nullptr, 0};
-  }
-  return {outcome.code, outcome.winner.tree, outcome.winner.address->getString(), outcome.winner.state};
-}
-
-// Decides a group of addresses together: tree after tree, as long as one of them is undecided.
-class GroupDecision {
- public:
-  static constexpr std::size_t kSize = 96;
-
-  // Both operations throw std::bad_alloc.
-  GroupDecision(const char* const* addresses, std::size_t count) : m_undecided(addresses, addresses + count) {
-    m_positions.resize(count);
-    std::iota(m_positions.begin(), m_positions.end(), std::size_t{0});
-    m_decisions.assign(count, Decision<NoObserver>(m_observer));
-  }
-
-  void decide(const std::vector<KxWildcardNode*>& trees, KxMatchResult* results) {
-    for (std::size_t tree = 0; tree != trees.size() && !m_undecided.empty(); ++tree) {
-      if (trees[tree] != nullptr) {
-        search(*trees[tree], static_cast<unsigned int>(tree));
-      }
-    }
-    for (std::size_t i = 0; i != m_decisions.size(); ++i) {
-      results[i] = resultOf(m_decisions[i].outcome());
-    }
-  }
-
- private:
-  void search(KxWildcardNode& tree, unsigned int number) {
-    m_leaves.clear();
-    m_ends.clear();
-    if (!tree.findAllMatches(m_undecided.data(), m_undecided.size(), m_leaves, m_ends)) {
-      throw std::bad_alloc();
-    }
-    for (const KxListedEmailAddress* leaf : m_leaves) {
-      prefetchLine(leaf);
-    }
-    std::size_t kept = 0;
-    for (std::size_t i = 0; i != m_ends.size(); ++i) {
-      KxListedEmailAddress* const* first = m_leaves.data() + (i != 0 ? m_ends[i - 1] : 0);
-      if (!m_decisions[m_positions[i]].addTree({first, m_leaves.data() + m_ends[i]}, number)) {
-        m_undecided[kept] = m_undecided[i];
-        m_positions[kept++] = m_positions[i];
-      }
-    }
-    m_undecided.resize(kept);
-    m_positions.resize(kept);
-  }
-
-  NoObserver m_observer;
-  std::vector<const char*> m_undecided;
-  std::vector<std::size_t> m_positions;  // of the undecided among all
-  std::vector<Decision<NoObserver>> m_decisions;
-  std::vector<KxListedEmailAddress*> m_leaves;
-  std::vector<std::size_t> m_ends;
-};
 
 // Records what the decision reports.
 class Recorder {
@@ -139,12 +79,10 @@ KxWildcardNode* KxWildcardEmail::makeNewFloatingTree() {
 
 unsigned char KxWildcardEmail::matchEmailAddress(const char* address, std::vector<KxWildcardNode*>& trees,
                                                  unsigned int* treeIndex, const char** name, KxEmailBelongsTo* belongsTo) {
-  Outcome outcome;
-  NoObserver observer;
-  if (!withinMemory([&] { decideOver(trees, address, observer, outcome); })) {
+  KxMatchResult result = {0, 0, nullptr, 0};
+  if (!withinMemory([&] { result = decideAddress(SearchedTrees(trees), address); })) {
     logNoMemory(address);
   }
-  const KxMatchResult result = resultOf(outcome);
   give(treeIndex, result.treeIndex);
   give(name, result.name);
   give(belongsTo, result.belongsTo);
@@ -153,16 +91,20 @@ unsigned char KxWildcardEmail::matchEmailAddress(const char* address, std::vecto
 
 void KxWildcardEmail::matchEmailAddressBatch(const char* const* addresses, std::size_t count,
                                              std::vector<KxWildcardNode*>& trees, KxMatchResult* results) {
-  for (std::size_t first = 0; first < count; first += GroupDecision::kSize) {
-    const std::size_t size = std::min(count - first, GroupDecision::kSize);
-    if (withinMemory([&] { GroupDecision(addresses + first, size).decide(trees, results + first); })) {
-      continue;
+  std::size_t decided = 0;
+  const bool complete = withinMemory([&] {
+    const SearchedTrees searched(trees);
+    for (; decided < count; decided += std::min(count - decided, kAddressesTogether)) {
+      decideTogether(searched, addresses + decided, std::min(count - decided, kAddressesTogether), results + decided);
     }
-    // One by one, to know for which of them memory runs out.
-    for (std::size_t i = first; i != first + size; ++i) {
-      KxMatchResult& result = results[i];
-      result.code = matchEmailAddress(addresses[i], trees, &result.treeIndex, &result.name, &result.belongsTo);
-    }
+  });
+  if (complete) {
+    return;
+  }
+  // One by one, to know for which of them memory runs out.
+  for (; decided < count; ++decided) {
+    KxMatchResult& result = results[decided];
+    result.code = matchEmailAddress(addresses[decided], trees, &result.treeIndex, &result.name, &result.belongsTo);
   }
 }
 
@@ -197,7 +139,7 @@ unsigned char KxWildcardEmail::explainEmailAddress(const char* address, std::vec
   explanation.code = outcome.code;
   if (outcome.code != 0) {
     explanation.treeIndex = outcome.winner.tree;
-    explanation.name = outcome.winner.address->getString();
+    explanation.name = outcome.winner.name();
     explanation.belongsTo = outcome.winner.state;
   }
   explanation.tier = outcome.tier;

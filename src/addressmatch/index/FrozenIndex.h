@@ -6,79 +6,94 @@
 // "Scalable High Speed IP Routing Lookups", SIGCOMM 1997.
 //
 //   invariant   a slot holds the text that it stands for, so that the slot alone decides; all slots of a look-up follow from
-//               the address's text alone, so that none has to wait for another
-//   cost        two slots, and one more for each suffix that the filter does not rule out: one cache miss for the time of
-//               several, since they overlap. An address of 64 characters or more is hashed in one or two passes, whatever the
-//               number of its labels
-//   memory      85 bytes a domain and 43 bytes a local part (64 bit), at a load factor of 3/4; 10 bits of filter for each
+//               the address's text alone, so that none has to wait for another. Beside the leaf lies what a decision needs
+//               of it: a frozen leaf does not change
+//   cost        a filter word for each piece, then two slots, and one more for each suffix that the filter does not rule out:
+//               one cache miss for the time of several, since they overlap. An address of 64 characters or more is hashed
+//               in one or two passes, whatever the number of its labels
+//   memory      85 bytes a domain and 43 bytes a local part (64 bit), at a load factor of 3/4; 16 bits of filter for each
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
-#include <type_traits>
 #include <vector>
 
 #include "KxListedEmailAddress.h"
 #include "addressmatch/index/BloomFilter.h"
+#include "addressmatch/index/CompressedPointers.h"
+#include "addressmatch/index/IndexedLeaf.h"
 #include "addressmatch/index/PerfectHash.h"
-#include "addressmatch/text/Swar.h"
+#include "addressmatch/index/Query.h"
+#include "addressmatch/leaf/PatternWeight.h"
+#include "addressmatch/text/Prefetch.h"
 #include "addressmatch/text/TextHash.h"
 
 namespace zaro_addressmatch {
 
 // Immutable once built: any number of threads may search it.
 class FrozenIndex {
+  struct NameSlot;
+  struct DomainSlot;
+
  public:
   using Matches = std::vector<KxListedEmailAddress*>;
 
-  // Appends the leaves that match; none for null. False, and nothing appended, for a text without "@", which the index
-  // does not answer. Throws std::bad_alloc.
+  // Appends the leaves that match; none for null. False, and nothing appended, for a text that the index does not
+  // answer. Throws std::bad_alloc.
   bool find(const char* address, Matches& out) const;
   // The same for many addresses, whose cache misses overlap; appends the size of `out` to `ends` after each. Stops
-  // before the first text without "@". Returns how many addresses it has answered.
+  // before the first text that the index does not answer. Returns how many addresses it has answered.
   std::size_t findEach(const char* const* addresses, std::size_t count, Matches& out,
                        std::vector<std::size_t>& ends) const;
+
+  // The steps of a search, for those who search several indexes side by side. A query is split with an index's seed,
+  // and with its depths at least.
+  const HashSeed& seed() const { return m_seed; }
+  std::uint64_t depths() const { return m_belowDepths; }
+  // False for a text without "@" that only a walk splits right.
+  bool answers(const Query& query) const { return !query.isDotted || !m_hasDottedLabels; }
+  // Whether any part of the index may have something for a query.
+  bool mayHave(const Query& query) const;
+  // Which of them, a bit each; 0 for none.
+  using Presence = std::uint64_t;
+  Presence presenceOf(const Query& query) const;
+  // Prefetch what these and `locate` read.
+  void prefetchFilters(const Query& query) const;
+  void prefetchPilots(const Query& query) const;
+  // Where a query is looked for.
+  struct Place {
+    Presence presence;
+    const DomainSlot* domain;
+    const NameSlot* name;
+  };
+  // Prefetches what `visit` reads.
+  Place locate(const Query& query) const;
+  // Calls `take(leaf)` for every leaf that matches, an IndexedLeaf, in order.
+  template <typename Take>
+  void visit(const Query& query, const Place& place, Take take) const;
 
  private:
   friend class FrozenIndexBuilder;
 
-  // Addresses below this size are split without an allocation.
-  static constexpr std::size_t kShort = 64;
-
   static constexpr bool kWide = sizeof(void*) == 8;
-  static constexpr std::size_t kInlineName = kWide ? 19 : 15;
-  static constexpr std::size_t kDomainWords = kWide ? 5 : 4;
+  static constexpr std::size_t kDomainWords = kWide ? 5 : 3;
   static constexpr std::size_t kInlineDomain = kDomainWords * 8;
-  static constexpr std::size_t kLongName = 255;
-  // Of suffixes with something below that a short address may have.
-  static constexpr std::size_t kMostLabels = 64;
 
-  // Identifies a leaf: a local part and the domain it stands at. In words, so that three comparisons suffice.
-  struct NameKey {
-    // From the lowest bit on: number of the domain, 0 for none; size of the local part, kLongName for that or more;
-    // its first 3 characters. Zeros behind the last one, here and in the other words.
-    std::uint64_t head;
-    std::uint64_t middle;                                          // the next 8
-    std::conditional_t<kWide, std::uint64_t, std::uint32_t> tail;  // and the rest, up to kInlineName
-
-    // Of a local part's first three words, zeros behind its end.
-    static NameKey of(const std::uint64_t (&words)[3], std::size_t size);
-    NameKey at(std::uint32_t number) const { return {head | number, middle, tail}; }
-    bool operator==(const NameKey& other) const {
-      return ((head ^ other.head) | (middle ^ other.middle) | (tail ^ other.tail)) == 0;
-    }
-  };
-  struct alignas(kWide ? 32 : 8) NameSlot {
-    KxListedEmailAddress* leaf;
-    NameKey key;
+  struct alignas(kWide ? 32 : 4) NameSlot {
+    IndexedLeaf::References leaf;
+    NameKey key;  // notes what a decision does with the leaf
   };
   struct alignas(kWide ? 64 : 16) DomainSlot {
-    KxListedEmailAddress* anyName;       // *@DOMAIN
-    KxListedEmailAddress* anyNameBelow;  // *@*.DOMAIN
-    std::uint32_t number;                // from 1 on
-    std::uint32_t size : 31;
+    IndexedLeaf::References anyName;       // *@DOMAIN
+    IndexedLeaf::References anyNameBelow;  // *@*.DOMAIN
+    std::uint32_t number;                  // from 1 on
+    std::uint32_t size : 25;
     std::uint32_t hasNamesBelow : 1;  // NAME@*.DOMAIN
+    std::uint32_t anyNameRole : 3;
+    std::uint32_t anyNameBelowRole : 3;
     union {
       std::uint64_t words[kDomainWords];  // zeros behind the text
       const char* longText;
@@ -86,7 +101,8 @@ class FrozenIndex {
 
     const char* text() const { return reinterpret_cast<const char*>(words); }
   };
-  static_assert(sizeof(NameSlot) == (kWide ? 32 : 24) && sizeof(DomainSlot) == (kWide ? 64 : 48), "no padding");
+  static_assert(sizeof(NameSlot) == (kWide ? 32 : 28) && sizeof(DomainSlot) == (kWide ? 64 : 48), "no padding");
+  static constexpr std::size_t kMostDomainSize = (std::size_t{1} << 25) - 1;
 
   template <typename Slot>
   struct Table {
@@ -96,80 +112,179 @@ class FrozenIndex {
     const Slot* at(std::uint64_t key) const { return slots.data() + hash(key); }
   };
 
-  // The end of a domain, from a label on, below which the tree may have something.
-  struct Suffix {
-    std::uint64_t hash;
-    std::size_t begin;
+  enum Part : Presence {
+    kName = 1,
+    kAnyName = 2,
+    kBelowRoot = 4,
+    kAnyAtAll = 8,
+    kDeep = 16,         // suffixes of more than Query::kMostLabels labels
+    kFirstSuffix = 32,  // and the bits above for the longer ones
   };
-  // A split address, and the hashes of its pieces.
-  struct Query {
-    const std::uint64_t* words;  // the text in lower case
-    std::size_t size;
-    std::size_t at;  // position of the "@"
-    NameKey key;     // without the domain's number
-    std::uint64_t nameHash;
-    std::uint64_t domainHash;
-    std::uint64_t fullHash;       // of the name at the domain
-    std::uint64_t belowRootHash;  // of the name below the root
-    const DomainSlot* domain;
-    const NameSlot* name;
-    bool mayBeName;
-    bool mayBeAtDomain;  // the name, or any name
-    bool mayBeBelowRoot;
-    std::size_t suffixCount;
-    Suffix suffixes[kMostLabels];  // the shortest first
-
-    Query() {}  // leaves the members uninitialised: `split` writes those that are read
-    const char* text() const { return reinterpret_cast<const char*>(words); }
-  };
-  struct ShortQuery : Query {
-    std::uint64_t storage[wordsFor(kShort)];
-  };
-  // How an address is searched: not at all, in the short way, in the way for long ones, not by the index.
-  enum class Kind { Nothing, Split, Long, Bare };
+  // The suffixes from this one on share a bit.
+  static constexpr std::size_t kLastSuffixBit = 58;
+  static unsigned int suffixBit(std::size_t suffix) {
+    return static_cast<unsigned int>(std::min(suffix, kLastSuffixBit));
+  }
 
   explicit FrozenIndex(const HashSeed& seed) : m_seed(seed) {}
 
-  // Splits and hashes an address.
-  Kind split(const char* address, ShortQuery& query) const;
-  template <typename HashFrom, typename NextDot>
-  void hashPieces(Query& query, HashFrom hashFrom, NextDot nextDot) const;
-  void prefetchPilots(const Query& query) const;
-  void locate(Query& query) const;
-  void dropAbsent(Query& query) const;
-  void resolve(const Query& query, Matches& out) const;
-  void resolveAt(const Query& query, Matches& out) const;
-  void resolveBelow(const Query& query, const Suffix& suffix, Matches& out) const;
-  void resolveBelowAll(const Query& query, Matches& out) const;
-  bool findLong(const char* address, Matches& out) const;
-  void resolveDeep(const Query& query, Matches& out) const;
+  template <typename Take>
+  void visitBelow(const Query& query, const Query::Suffix& suffix, Take& take) const;
+  // Those of m_deepDepths that may have something below, the shortest first. Throws std::bad_alloc.
+  std::vector<Query::Suffix> deepSuffixes(const Query& query) const;
 
-  static bool isDomain(const DomainSlot& slot, const Query& query, std::size_t begin);
+  static bool isDomain(const DomainSlot& slot, const Query& query);
+  static bool isSuffix(const DomainSlot& slot, const Query& query, const Query::Suffix& suffix);
   static bool isLongDomain(const DomainSlot& slot, const char* text, std::size_t size);
-  static void appendNamed(const NameSlot& slot, const Query& query, std::uint32_t number, Matches& out);
+  bool isName(const NameSlot& slot, const Query& query, std::uint32_t number) const;
+  bool isLongName(const NameSlot& slot, const Query& query) const;
 
-  // Hash of a local part at or below a domain.
-  std::uint64_t nameHashAt(std::uint64_t nameHash, std::uint64_t domainHash) const {
-    return mixed(nameHash ^ m_seed.words[1], domainHash ^ m_seed.words[3]);
-  }
-  static constexpr std::uint64_t kNoDomainHash = 0;
-  static std::uint64_t anyNameHash(std::uint64_t domainHash) { return ~domainHash; }
-
-  HashSeed m_seed;
-  Table<DomainSlot> m_domains;
-  Table<NameSlot> m_names;       // NAME@DOMAIN
-  Table<NameSlot> m_namesBelow;  // NAME@*.DOMAIN and NAME@*
+  // What searches read of every index first.
+  std::uint64_t m_belowDepths = 0;  // a bit for each number of labels that suffixes with something below have, from 1 on
+  Presence m_always = 0;            // kAnyAtAll and kDeep, if the index has such a thing
+  bool m_hasDottedLabels = false;
   // Two filters: there are far fewer wildcards than names, so that a nearer cache holds theirs.
   BloomFilter m_nameFilter;      // NAME@DOMAIN
   BloomFilter m_wildcardFilter;  // *@DOMAIN, suffixes that have something below, and names there
-  // A bit for each number of labels that such a suffix has, from 1 on.
-  std::uint64_t m_belowDepths = 0;
-  // The numbers beyond kMostLabels, in order. Only a long address has so many labels.
+  Table<DomainSlot> m_domains;
+  Table<NameSlot> m_names;       // NAME@DOMAIN
+  Table<NameSlot> m_namesBelow;  // NAME@*.DOMAIN and NAME@*
+  CompressedPointers m_pointers;
+  IndexedLeaf::References m_anyAtAll = {};  // *@*
+  unsigned int m_anyAtAllRole = 0;
+  HashSeed m_seed;
+  // Numbers of labels beyond Query::kMostLabels, in order. Only a long address has so many.
   std::vector<std::size_t> m_deepDepths;
-  // Below the root: NAME@* and *@*.
-  bool m_hasNamesBelowRoot = false;
-  KxListedEmailAddress* m_anyAtAll = nullptr;
   std::vector<std::unique_ptr<char[]>> m_longTexts;
 };
+
+// Branches, unlike the next one: of several trees most have nothing, which is foreseen.
+inline bool FrozenIndex::mayHave(const Query& query) const {
+  if (m_nameFilter.mayContain(query.fullInFilter) || m_wildcardFilter.mayContain(query.anyInFilter) ||
+      m_wildcardFilter.mayContain(query.belowRootInFilter) || m_always != 0) {
+    return true;
+  }
+  for (std::size_t i = 0; i != query.suffixCount; ++i) {
+    if (m_wildcardFilter.mayContain(query.suffixes[i].inFilter)) {
+      return true;
+    }
+  }
+  return false;
+}
+
+inline FrozenIndex::Presence FrozenIndex::presenceOf(const Query& query) const {
+  // Sums of bits, not branches: those would be mispredicted.
+  Presence presence = Presence{m_nameFilter.mayContain(query.fullInFilter)} * kName |
+                      Presence{m_wildcardFilter.mayContain(query.anyInFilter)} * kAnyName |
+                      Presence{m_wildcardFilter.mayContain(query.belowRootInFilter)} * kBelowRoot | m_always;
+  for (std::size_t i = 0; i != query.suffixCount; ++i) {
+    presence |= Presence{m_wildcardFilter.mayContain(query.suffixes[i].inFilter)} * kFirstSuffix << suffixBit(i);
+  }
+  return presence;
+}
+
+inline void FrozenIndex::prefetchFilters(const Query& query) const {
+  m_nameFilter.prefetch(query.fullInFilter);
+  m_wildcardFilter.prefetch(query.anyInFilter);
+  m_wildcardFilter.prefetch(query.belowRootInFilter);
+  for (std::size_t i = 0; i != query.suffixCount; ++i) {
+    m_wildcardFilter.prefetch(query.suffixes[i].inFilter);
+  }
+}
+
+inline void FrozenIndex::prefetchPilots(const Query& query) const {
+  m_domains.hash.prefetch(query.domainHash);
+  m_names.hash.prefetch(query.fullHash);
+}
+
+inline FrozenIndex::Place FrozenIndex::locate(const Query& query) const {
+  const Presence presence = presenceOf(query);
+  const Place place = {presence, m_domains.at(query.domainHash), m_names.at(query.fullHash)};
+  prefetchLine(place.domain);
+  prefetchLine(place.name);
+  if ((presence & kBelowRoot) != 0) {
+    prefetchLine(m_namesBelow.at(query.belowRootHash));
+  }
+  for (Presence suffixes = presence / kFirstSuffix; suffixes != 0; suffixes &= suffixes - 1) {
+    prefetchLine(m_domains.at(query.suffixes[__builtin_ctzll(suffixes)].hash));
+  }
+  return place;
+}
+
+template <typename Take>
+inline void FrozenIndex::visit(const Query& query, const Place& place, Take take) const {
+  const Presence presence = place.presence;
+  if ((presence & (kName | kAnyName)) != 0 && isDomain(*place.domain, query)) {
+    const DomainSlot& domain = *place.domain;
+    if ((presence & kName) != 0 && isName(*place.name, query, domain.number)) {
+      take(IndexedLeaf(m_pointers, place.name->leaf, place.name->key.note(), {true, false, query.labelCount}));
+    }
+    if (domain.anyName.leaf != 0) {
+      take(IndexedLeaf(m_pointers, domain.anyName, domain.anyNameRole, {false, false, query.labelCount}));
+    }
+  }
+  // The longest suffix is the most specific one, and comes first.
+  if ((presence & kDeep) != 0 && !query.isShort()) {
+    const std::vector<Query::Suffix> deep = deepSuffixes(query);
+    std::for_each(deep.rbegin(), deep.rend(), [&](const Query::Suffix& suffix) { visitBelow(query, suffix, take); });
+  }
+  if (presence >= kFirstSuffix) {
+    for (std::size_t i = query.suffixCount; i-- != 0;) {
+      if ((presence / kFirstSuffix >> suffixBit(i) & 1) != 0) {
+        visitBelow(query, query.suffixes[i], take);
+      }
+    }
+  }
+  if ((presence & kBelowRoot) != 0) {
+    const NameSlot& name = *m_namesBelow.at(query.belowRootHash);
+    if (isName(name, query, 0)) {
+      take(IndexedLeaf(m_pointers, name.leaf, name.key.note(), {true, true, 0}));
+    }
+  }
+  if ((presence & kAnyAtAll) != 0) {
+    take(IndexedLeaf(m_pointers, m_anyAtAll, m_anyAtAllRole, {false, true, 0}));
+  }
+}
+
+// The same for what is below a suffix.
+template <typename Take>
+inline void FrozenIndex::visitBelow(const Query& query, const Query::Suffix& suffix, Take& take) const {
+  const DomainSlot& domain = *m_domains.at(suffix.hash);
+  if (!isSuffix(domain, query, suffix)) {
+    return;
+  }
+  if (domain.hasNamesBelow) {
+    const std::uint64_t hash = nameHashAt(m_seed, query.nameHash, suffix.hash);
+    if (m_wildcardFilter.mayContain(BloomFilter::Key(hash))) {
+      const NameSlot& name = *m_namesBelow.at(hash);
+      if (isName(name, query, domain.number)) {
+        take(IndexedLeaf(m_pointers, name.leaf, name.key.note(), {true, true, suffix.labelCount}));
+      }
+    }
+  }
+  if (domain.anyNameBelow.leaf != 0) {
+    take(IndexedLeaf(m_pointers, domain.anyNameBelow, domain.anyNameBelowRole, {false, true, suffix.labelCount}));
+  }
+}
+
+// Whether a slot is that of the local part at or below the domain of this number.
+inline bool FrozenIndex::isName(const NameSlot& slot, const Query& query, std::uint32_t number) const {
+  // For a name that is longer than what the slot holds, this compares the first characters.
+  return slot.key.isSame(query.key.at(number)) && slot.leaf.leaf != 0 &&
+         (query.at <= NameKey::kInline || isLongName(slot, query));
+}
+
+// Whether a slot is that of the whole domain. Its first words have been combined for its hash.
+inline bool FrozenIndex::isDomain(const DomainSlot& slot, const Query& query) {
+  const std::uint64_t difference = (slot.words[0] ^ query.domain[0]) | (slot.words[1] ^ query.domain[1]) |
+                                   (slot.words[2] ^ query.domain[2]) | (slot.size ^ query.domainSize());
+  return query.domainSize() > sizeof query.domain ? isLongDomain(slot, query.text() + query.at + 1, query.domainSize())
+                                                  : difference == 0 && slot.number != 0;
+}
+
+// Whether a slot is that of a suffix.
+inline bool FrozenIndex::isSuffix(const DomainSlot& slot, const Query& query, const Query::Suffix& suffix) {
+  return slot.number != 0 && isLongDomain(slot, query.text() + suffix.begin, query.size - suffix.begin);
+}
 
 }  // namespace zaro_addressmatch

@@ -21,6 +21,11 @@ const char* textOf(const KxIndexedStringNamedClass& named) {
   return text != nullptr ? text : "";
 }
 
+// Of a leaf at a place, or of null.
+unsigned int roleOf(const KxListedEmailAddress* leaf, const Specificity& place) {
+  return leaf != nullptr ? IndexedLeaf::roleOf(*leaf, place) : IndexedLeaf::kIgnored;
+}
+
 }  // namespace
 
 void FrozenIndexBuilder::addBelowRoot(const LevelLeaves& below) {
@@ -30,19 +35,22 @@ void FrozenIndexBuilder::addBelowRoot(const LevelLeaves& below) {
 
 void FrozenIndexBuilder::addDomain(const std::string& domain, std::size_t labelCount, const LevelLeaves& at,
                                    const LevelLeaves* below) {
+  m_isRepresentable = m_isRepresentable && domain.size() <= FrozenIndex::kMostDomainSize;
   m_nameCount += at.names.size();
   m_anyNameCount += at.anyName != nullptr ? 1 : 0;
   if (below != nullptr) {
-    if (labelCount <= FrozenIndex::kMostLabels) {
+    if (labelCount <= Query::kMostLabels) {
       m_index->m_belowDepths |= std::uint64_t{1} << (labelCount - 1);
     } else {
       m_index->m_deepDepths.push_back(labelCount);
+      m_index->m_always |= FrozenIndex::kDeep;
     }
     m_nameBelowCount += below->names.size();
     ++m_belowCount;
   }
   m_domains.push_back({at, below != nullptr ? *below : LevelLeaves(), below != nullptr,
-                       SuffixHash(m_index->m_seed, domain.data(), domain.size()).from(0), m_texts.size(), domain.size()});
+                       SuffixHash(m_index->m_seed, domain.data(), domain.size()).from(0), m_texts.size(), domain.size(),
+                       static_cast<unsigned int>(labelCount)});
   m_texts += domain;
 }
 
@@ -85,12 +93,25 @@ bool FrozenIndexBuilder::placeDomains() {
   return true;
 }
 
+// All zero for null.
+IndexedLeaf::References FrozenIndexBuilder::referencesOf(const KxListedEmailAddress* leaf) {
+  if (leaf == nullptr) {
+    return {0, 0};
+  }
+  const IndexedLeaf::References references = {m_compressor.referenceTo(leaf),
+                                              m_compressor.referenceTo(leaf->getFullAddressAsStr())};
+  m_isRepresentable = m_isRepresentable && references.leaf != 0;
+  return references;
+}
+
 void FrozenIndexBuilder::fill(FrozenIndex::DomainSlot& slot, const Domain& domain, std::uint32_t number) {
   slot.number = number;
-  slot.anyName = domain.at.anyName;
-  slot.anyNameBelow = domain.below.anyName;
+  slot.anyName = referencesOf(domain.at.anyName);
+  slot.anyNameRole = roleOf(domain.at.anyName, {false, false, domain.labelCount}) & 7;
+  slot.anyNameBelow = referencesOf(domain.below.anyName);
+  slot.anyNameBelowRole = roleOf(domain.below.anyName, {false, true, domain.labelCount}) & 7;
   slot.hasNamesBelow = !domain.below.names.empty();
-  slot.size = domain.textSize & 0x7FFFFFFFu;
+  slot.size = domain.textSize & FrozenIndex::kMostDomainSize;
   const char* text = m_texts.data() + domain.text;
   if (domain.textSize <= FrozenIndex::kInlineDomain) {
     std::memcpy(slot.words, text, domain.textSize);
@@ -168,21 +189,31 @@ bool FrozenIndexBuilder::collectNames() {
   // As many as the table will have slots, so that the names can be permuted where they are.
   m_names.slots.reserve(PerfectHash::slotCountFor(m_nameCount));
   m_names.hashes.reserve(m_nameCount);
-  m_index->m_anyAtAll = m_belowRoot.anyName;
-  m_index->m_hasNamesBelowRoot = !m_belowRoot.names.empty();
-  addNames(m_belowRoot, FrozenIndex::kNoDomainHash, 0, true);
+  m_index->m_anyAtAll = referencesOf(m_belowRoot.anyName);
+  if (m_belowRoot.anyName != nullptr) {
+    m_index->m_always |= FrozenIndex::kAnyAtAll;
+  }
+  m_index->m_anyAtAllRole = roleOf(m_belowRoot.anyName, {false, true, 0});
+  Name name = {};
+  name.hash = kNoDomainHash;
+  name.below = true;
+  addNames(m_belowRoot, name);
   for (std::size_t i = 0; i != m_domains.size(); ++i) {
     prefetchNames(i);
     const Domain& domain = m_domains[i];
-    const auto number = static_cast<std::uint32_t>(i + 1);
     if (domain.hasBelow) {
-      m_index->m_wildcardFilter.add(domain.hash);
+      m_index->m_wildcardFilter.add(BloomFilter::Key(domain.hash));
     }
     if (domain.at.anyName != nullptr) {
-      m_index->m_wildcardFilter.add(FrozenIndex::anyNameHash(domain.hash));
+      m_index->m_wildcardFilter.add(BloomFilter::Key(anyNameHash(domain.hash)));
     }
-    addNames(domain.at, domain.hash, number, false);
-    addNames(domain.below, domain.hash, number, true);
+    name.hash = domain.hash;
+    name.number = static_cast<std::uint32_t>(i + 1);
+    name.labelCount = domain.labelCount;
+    name.below = false;
+    addNames(domain.at, name);
+    name.below = true;
+    addNames(domain.below, name);
   }
   flushNames();
   return m_isRepresentable;
@@ -196,11 +227,13 @@ void FrozenIndexBuilder::prefetchNames(std::size_t next) const {
   }
 }
 
-inline void FrozenIndexBuilder::addNames(const LevelLeaves& leaves, std::uint64_t domainHash, std::uint32_t number,
-                                         bool below) {
+// `atDomain` has what all the names have of their domain.
+inline void FrozenIndexBuilder::addNames(const LevelLeaves& leaves, const Name& atDomain) {
   for (KxListedEmailAddress* leaf : leaves.names) {
     prefetchLine(leaf);
-    m_waiting.push_back({leaf, nullptr, domainHash, number, below, leaves.onlyRanked, 0});
+    m_waiting.push_back(atDomain);
+    m_waiting.back().leaf = leaf;
+    m_waiting.back().onlyRanked = leaves.onlyRanked;
     if (m_waiting.size() == kTogether) {
       flushNames();
     }
@@ -216,15 +249,18 @@ inline void FrozenIndexBuilder::addName(const Name& name) {
   std::uint64_t words[3] = {};
   std::memcpy(words, textOf(*name.leaf), std::min(name.size, sizeof words));
   Names& names = name.below ? m_namesBelow : m_names;
-  names.slots.push_back({name.leaf, FrozenIndex::NameKey::of(words, name.size).at(name.number)});
+  names.slots.push_back(
+      {referencesOf(name.leaf),
+       NameKey::of(words, name.size).at(name.number).noting(roleOf(name.leaf, {true, name.below, name.labelCount}))});
   names.hashes.push_back(name.hash);
-  filterOf(name).add(name.hash);
+  filterOf(name).add(BloomFilter::Key(name.hash));
 }
 
 void FrozenIndexBuilder::flushNames() {
   for (Name& name : m_waiting) {
     name.handle = name.leaf->getNameAsPtr();
     prefetchLine(name.handle);
+    prefetchLine(name.leaf->getFullAddressAsPtr());
   }
   for (const Name& name : m_waiting) {
     m_isRepresentable = m_isRepresentable && (!name.onlyRanked || name.handle->isIndexed());
@@ -233,8 +269,8 @@ void FrozenIndexBuilder::flushNames() {
   for (Name& name : m_waiting) {
     const char* text = textOf(*name.leaf);
     name.size = std::strlen(text);
-    name.hash = m_index->nameHashAt(hashText(m_index->m_seed, text, name.size), name.hash);
-    filterOf(name).prefetch(name.hash);
+    name.hash = nameHashAt(m_index->m_seed, hashText(m_index->m_seed, text, name.size), name.hash);
+    filterOf(name).prefetch(BloomFilter::Key(name.hash));
   }
   for (const Name& name : m_waiting) {
     addName(name);

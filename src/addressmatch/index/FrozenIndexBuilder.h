@@ -29,7 +29,8 @@ struct LevelLeaves {
 // builder is then of no use.
 class FrozenIndexBuilder {
  public:
-  explicit FrozenIndexBuilder(const HashSeed& seed) : m_index(new FrozenIndex(seed)) {}
+  explicit FrozenIndexBuilder(const HashSeed& seed)
+      : m_index(new FrozenIndex(seed)), m_compressor(m_index->m_pointers) {}
 
   // Adds NAME@* and *@*.
   void addBelowRoot(const LevelLeaves& below);
@@ -37,7 +38,10 @@ class FrozenIndexBuilder {
   // in lower case.
   void addDomain(const std::string& domain, std::size_t labelCount, const LevelLeaves& at, const LevelLeaves* below);
 
-  // Null when a leaf has a name that only a walk treats right, and when two hashes are the same.
+  // Notes that the tree has a label with a dot, which only texts without "@" give.
+  void addDottedLabel() { m_index->m_hasDottedLabels = true; }
+
+  // Null when a leaf has a name that only a walk treats right or cannot be referred to, and when two hashes are the same.
   std::unique_ptr<const FrozenIndex> build();
   // Whether two hashes were the same, so that another seed may do.
   bool hasCollided() const { return m_collided; }
@@ -50,6 +54,7 @@ class FrozenIndexBuilder {
     std::uint64_t hash;
     std::size_t text;  // where it begins in m_texts
     std::size_t textSize;
+    unsigned int labelCount;
   };
   // A leaf on its way into the index.
   struct Name {
@@ -57,6 +62,7 @@ class FrozenIndexBuilder {
     const KxIndexedString* handle;
     std::uint64_t hash;  // of its domain, then its own
     std::uint32_t number;
+    unsigned int labelCount;  // of its domain
     bool below;
     bool onlyRanked;
     std::size_t size;
@@ -72,13 +78,15 @@ class FrozenIndexBuilder {
   void makeFilters();
   bool collectNames();
   void prefetchNames(std::size_t next) const;
-  void addNames(const LevelLeaves& leaves, std::uint64_t domainHash, std::uint32_t number, bool below);
+  void addNames(const LevelLeaves& leaves, const Name& atDomain);
+  IndexedLeaf::References referencesOf(const KxListedEmailAddress* leaf);
   void flushNames();
   BloomFilter& filterOf(const Name& name) const;
   void addName(const Name& name);
   static bool moveToSlots(FrozenIndex::Table<FrozenIndex::NameSlot>& table, Names& names);
 
   std::unique_ptr<FrozenIndex> m_index;
+  PointerCompressor m_compressor;
   LevelLeaves m_belowRoot;
   std::vector<Domain> m_domains;
   std::string m_texts;

@@ -81,12 +81,6 @@ void searchBesideChildren(Level level, const KxIndexedString& name, LabelStack& 
   }
 }
 
-// What answers for the tree below a node; null for a walk.
-const FrozenIndex* indexOf(Level level) {
-  TreeState* tree = level.tree();
-  return tree != nullptr && tree->root() == &level.node() && !isGone(level.table()) ? tree->index() : nullptr;
-}
-
 void logNoMemory(const char* address) {
   PolicyLog::log(LogLevel::Error, "KxWildcardNode::findMatches: out of memory; no match is reported for %s",
                  address != nullptr ? address : "");
@@ -174,7 +168,7 @@ void KxWildcardNode::findMatches(const KxIndexedString* name, LabelStack& labels
 bool KxWildcardNode::findAllMatches(const char* address, std::vector<KxListedEmailAddress*>& out) {
   const std::size_t before = out.size();
   const bool complete = withinMemory([&] {
-    const FrozenIndex* frozen = indexOf(Level(*this));
+    const FrozenIndex* frozen = Level(*this).index();
     if (frozen == nullptr || !frozen->find(address, out)) {
       walk(*this, address, out);
     }
@@ -192,7 +186,7 @@ bool KxWildcardNode::findAllMatches(const char* const* addresses, std::size_t co
   const std::size_t endsBefore = ends.size();
   const bool complete = withinMemory([&] {
     ends.reserve(endsBefore + count);
-    const FrozenIndex* frozen = indexOf(Level(*this));
+    const FrozenIndex* frozen = Level(*this).index();
     for (std::size_t i = 0; i != count; ++i) {
       if (frozen != nullptr) {
         i += frozen->findEach(addresses + i, count - i, out, ends);

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "KxWildcardNode.h"
+#include "addressmatch/intern/LibraryLifetime.h"
 #include "addressmatch/tree/LazySorted.h"
 #include "addressmatch/tree/TreeState.h"
 
@@ -19,6 +20,11 @@ class Level {
   KxStringtable* table() const { return m_node->_stringtable; }  // null for a floating level
   TreeState* tree() const { return m_node->_tree; }              // null for a level of no tree
   void setTree(TreeState* tree) const { m_node->_tree = tree; }
+
+  // What answers for the tree below a root; null for a walk.
+  const FrozenIndex* index() const {
+    return tree() != nullptr && tree()->root() == m_node && !isGone(table()) ? tree()->index() : nullptr;
+  }
 
   // Sorted once settled.
   const std::vector<KxWildcardNode*>& children() const { return m_node->_children; }

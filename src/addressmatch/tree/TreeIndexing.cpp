@@ -55,6 +55,8 @@ bool TreeIndexing::addAll() {
       if (holdsSomething(child)) {
         add(child);
       }
+    } else {
+      m_builder.addDottedLabel();
     }
   }
   return true;

@@ -14,8 +14,8 @@ TEST(BloomFilter, hasNothingAtFirst) {
   BloomFilter sized;
   sized.resize(10);
   for (int i = 0; i != 1000; ++i) {
-    ASSERT_FALSE(empty.mayContain(random()));
-    ASSERT_FALSE(sized.mayContain(random()));
+    ASSERT_FALSE(empty.mayContain(BloomFilter::Key(random())));
+    ASSERT_FALSE(sized.mayContain(BloomFilter::Key(random())));
   }
 }
 
@@ -26,17 +26,17 @@ TEST(BloomFilter, hasAllThatWasAddedAndLittleElse) {
     filter.resize(static_cast<std::size_t>(count));
     std::mt19937_64 random(1);
     for (int i = 0; i != count; ++i) {
-      filter.add(random());
+      filter.add(BloomFilter::Key(random()));
     }
     int passed = 0;
     for (int i = 0; i != kOthers; ++i) {
-      passed += filter.mayContain(random()) ? 1 : 0;
+      passed += filter.mayContain(BloomFilter::Key(random())) ? 1 : 0;
     }
-    EXPECT_LT(passed, kOthers / 10) << count;
+    EXPECT_LT(passed, kOthers / 50) << count;
 
     random.seed(1);
     for (int i = 0; i != count; ++i) {
-      ASSERT_TRUE(filter.mayContain(random())) << i << " of " << count;
+      ASSERT_TRUE(filter.mayContain(BloomFilter::Key(random()))) << i << " of " << count;
     }
   }
 }

@@ -1,6 +1,7 @@
 // Frozen trees answer from an index. Whatever a walk down their levels would find, they find, in the same order.
 #include <algorithm>
 #include <memory>
+#include <ostream>
 #include <random>
 #include <string>
 #include <vector>
@@ -451,19 +452,147 @@ TEST_F(FrozenTree, lookUpOfAShortAddressTakesNoMemoryAndThatOfALongOneTakesOnePi
   }
 }
 
-TEST_F(FrozenTree, decisionTakesMemoryForItsCandidatesOnly) {
-  ASSERT_TRUE(tree.addAddressPattern("*@*.example.test", 1, nullptr, nullptr));
-  ASSERT_TRUE(tree.addAddressPattern("*@*.tier.test", 4, nullptr, nullptr));
+TEST_F(FrozenTree, lookUpOfATextWithoutAnAtTakesNoMemoryUnlessItIsLong) {
+  add({"*@*", "user@*", "a.b@*"});
   freeze();
-  std::vector<KxWildcardNode*> trees = {&tree};
-  const auto allocations = [&trees](const char* address) {
+  Leaves out;
+  out.reserve(16);
+  for (const std::string& text : Texts{"", "<>", "*", "user", "a.b", std::string(30, 'x'), std::string(100, 'x')}) {
     const AllocationCount count;
-    KxWildcardEmail::matchEmailAddress(address, trees, nullptr, nullptr, nullptr);
+    tree.findMatches(text.c_str(), out);
+    EXPECT_EQ(count.allocations(), text.size() <= 30 ? 0u : 1u) << text;
+  }
+}
+
+TEST_F(FrozenTree, decisionTakesNoMemory) {
+  std::vector<std::unique_ptr<KxWildcardRootNode>> owned;
+  std::vector<KxWildcardNode*> trees;
+  for (int i = 0; i != 16; ++i) {
+    owned.push_back(std::make_unique<KxWildcardRootNode>(&table));
+    trees.push_back(owned.back().get());
+    // Candidates of the second tier in every other tree, and exceptions to them.
+    const KxEmailBelongsTo kind = i % 2 == 0 ? 4 : 32;
+    ASSERT_TRUE(trees.back()->addAddressPattern("*@*.tier.test", kind, nullptr, nullptr));
+    ASSERT_TRUE(trees.back()->addAddressPattern("*@*.kept.test", i < 8 ? 8 : 0, nullptr, nullptr));
+  }
+  ASSERT_TRUE(trees[11]->addAddressPattern("*@*.example.test", 1, nullptr, nullptr));
+  freeze();
+  const auto allocations = [&trees](const std::string& address) {
+    const AllocationCount count;
+    KxWildcardEmail::matchEmailAddress(address.c_str(), trees, nullptr, nullptr, nullptr);
     return count.allocations();
   };
-  EXPECT_EQ(allocations("user@other.test"), 1u);  // the leaves that were found
-  EXPECT_EQ(allocations("user@a.example.test"), 1u);
-  EXPECT_EQ(allocations("user@a.tier.test"), 2u);  // and a candidate that is kept
+  for (const std::string& address :
+       Texts{"user@other.test", "user@a.example.test", "user@a.tier.test", "user@a.kept.test", "user", "", "<>", "*"}) {
+    EXPECT_EQ(allocations(address), 0u) << address;
+  }
+  EXPECT_EQ(allocations(std::string(70, 'x') + "@a.example.test"), 1u);  // for its lower case
+}
+
+// --- Decisions ---
+
+// Memory that is not to be looked at: it holds other bytes for a while.
+class Spoilt {
+ public:
+  Spoilt(void* begin, std::size_t size)
+      : m_begin(static_cast<unsigned char*>(begin)), m_bytes(m_begin, m_begin + size) {
+    std::fill_n(m_begin, size, static_cast<unsigned char>(0xA5));
+  }
+  ~Spoilt() { std::copy(m_bytes.begin(), m_bytes.end(), m_begin); }
+  Spoilt(const Spoilt&) = delete;
+  Spoilt& operator=(const Spoilt&) = delete;
+
+ private:
+  unsigned char* m_begin;
+  std::vector<unsigned char> m_bytes;
+};
+
+struct Decided {
+  unsigned int code;
+  unsigned int tree;
+  std::string name;
+  KxEmailBelongsTo kind;
+
+  friend bool operator==(const Decided& one, const Decided& other) {
+    return one.code == other.code && one.tree == other.tree && one.name == other.name && one.kind == other.kind;
+  }
+  friend std::ostream& operator<<(std::ostream& out, const Decided& decided) {
+    return out << decided.code << " by tree " << decided.tree << ": " << decided.name << " of kind " << decided.kind;
+  }
+};
+
+Decided decided(const std::string& address, std::vector<KxWildcardNode*> trees) {
+  KxMatchResult result = {99, 99, "unset", 99};
+  result.code =
+      KxWildcardEmail::matchEmailAddress(address.c_str(), trees, &result.treeIndex, &result.name, &result.belongsTo);
+  return {result.code, result.treeIndex, result.name != nullptr ? result.name : "", result.belongsTo};
+}
+
+Decided decidedInBatch(const std::string& address, std::vector<KxWildcardNode*> trees) {
+  const char* const addresses[] = {"nobody@nowhere.invalid", address.c_str()};
+  KxMatchResult results[2];
+  KxWildcardEmail::matchEmailAddressBatch(addresses, 2, trees, results);
+  return {results[1].code, results[1].treeIndex, results[1].name != nullptr ? results[1].name : "", results[1].belongsTo};
+}
+
+TEST_F(FrozenTree, decisionLooksAtNoLeaf) {
+  KxWildcardRootNode later(&table);
+  ASSERT_TRUE(tree.addAddressPattern("*@*.example.test", 4, nullptr, nullptr));
+  ASSERT_TRUE(tree.addAddressPattern("user@*", 8, nullptr, nullptr));
+  ASSERT_TRUE(tree.addAddressPattern("*@*", 17, nullptr, nullptr));
+  ASSERT_TRUE(later.addAddressPattern("user@a.example.test", 2, nullptr, nullptr));
+  ASSERT_TRUE(later.addAddressPattern("*@a.example.test", 1, nullptr, nullptr));
+  ASSERT_TRUE(later.addAddressPattern("user@*.example.test", 1, nullptr, nullptr));
+  freeze();
+  Leaves leaves;
+  tree.findMatches("user@a.example.test", leaves);
+  later.findMatches("user@a.example.test", leaves);
+  ASSERT_EQ(leaves.size(), 6u);
+  std::vector<std::unique_ptr<Spoilt>> spoilt;
+  for (KxListedEmailAddress* leaf : leaves) {
+    spoilt.push_back(std::make_unique<Spoilt>(leaf, sizeof *leaf));
+  }
+  const Decided first = decided("user@a.example.test", {&tree, &later});
+  const Decided second = decided("user@b.example.test", {&tree});
+  const Decided inBatch = decidedInBatch("user@a.example.test", {&tree, &later});
+  spoilt.clear();
+  EXPECT_EQ(first, (Decided{130, 1, "user@a.example.test", 2}));
+  EXPECT_EQ(second, (Decided{2, 0, "*@*.example.test", 4}));
+  EXPECT_EQ(inBatch, first);
+}
+
+TEST_F(FrozenTree, leafThatMissedTheFreezeIsAskedForItsKind) {
+  KxListedEmailAddress other(nullptr, "x@y.test", "x");
+  ASSERT_TRUE(tree.addAddressPattern("user@example.test", 0, nullptr, nullptr));
+  ASSERT_TRUE(tree.addAddressPattern("*@example.test", 0, nullptr, nullptr));
+  Leaves leaves;
+  tree.findMatches("user@example.test", leaves);
+  for (const KxListedEmailAddress* leaf : leaves) {
+    KxWildcardEmail::_lockOnInit.replace(leaf, &other);
+  }
+  freeze();
+  EXPECT_EQ(decided("user@example.test", {&tree}), (Decided{0, 0, "", 0}));
+  ASSERT_TRUE(leaves.at(1)->addMembership(2));
+  EXPECT_EQ(decided("user@example.test", {&tree}), (Decided{2, 0, "*@example.test", 2}));
+  ASSERT_TRUE(leaves.at(0)->addMembership(1));
+  EXPECT_EQ(decided("user@example.test", {&tree}), (Decided{129, 0, "user@example.test", 1}));
+}
+
+TEST_F(FrozenTree, weightIsThatOfThePatternsTextWhereverItStands) {
+  // Handles may say another text than the place; labels left of a "*" count.
+  const KxIndexedString text("*@x.example.test");
+  const KxIndexedString name("user");
+  KxWildcardNode::LabelStack labels;
+  const KxIndexedString label("test");
+  labels.push(&label);
+  ASSERT_TRUE(tree.addAddressPattern(&text, &name, labels, 1, nullptr, nullptr));
+  ASSERT_TRUE(tree.addAddressPattern("*@test", 2, nullptr, nullptr));
+  ASSERT_TRUE(tree.addAddressPattern("other@*.test", 1, nullptr, nullptr));
+  ASSERT_TRUE(tree.addAddressPattern("*@b.c.*.d.test", 2, nullptr, nullptr));
+  freeze();
+  EXPECT_EQ(decided("user@test", {&tree}), (Decided{129, 0, "*@x.example.test", 1}));
+  EXPECT_EQ(decided("other@a.d.test", {&tree}), (Decided{129, 0, "other@*.test", 1}));
+  EXPECT_EQ(decided("any@a.d.test", {&tree}), (Decided{2, 0, "*@b.c.*.d.test", 2}));
 }
 
 // --- Many at a time ---
