@@ -24,6 +24,8 @@ class CommandTree {
   CLI::App* add(const std::string& words, const std::string& description, const std::vector<std::string>& examples,
                 Action action);
 
+  // Every command, for those that tell about commands.
+  const CLI::App& root() const { return m_root; }
   // How often --verbose was given; known once the command line is parsed.
   std::size_t verbosity() const { return m_root.count("--verbose"); }
   // The action of the command that was parsed; empty before parsing.

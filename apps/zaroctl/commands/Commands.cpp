@@ -54,6 +54,7 @@ constexpr void (*kCommands[])(CommandTree&) = {
     addServersRemove,
     addRulesOrder,
     addRulesSetOrder,
+    addCompletion,
 };
 // clang-format on
 

@@ -17,6 +17,7 @@ void addBase64Encode(CommandTree& tree);
 void addBlobRead(CommandTree& tree);
 void addBlobWrite(CommandTree& tree);
 void addCheck(CommandTree& tree);
+void addCompletion(CommandTree& tree);
 void addEntityAdd(CommandTree& tree);
 void addEntityContains(CommandTree& tree);
 void addEntityList(CommandTree& tree);

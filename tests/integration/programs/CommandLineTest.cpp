@@ -97,7 +97,8 @@ TEST(CommandLine, everyHelpShowsExamples) {
                                                   {"servers", "add"},
                                                   {"servers", "remove"},
                                                   {"rules", "order"},
-                                                  {"rules", "set-order"}}) {
+                                                  {"rules", "set-order"},
+                                                  {"completion"}}) {
     std::vector<std::string> arguments = command;
     arguments.emplace_back("--help");
     const ProgramResult result = zaroctl(arguments);
