@@ -81,6 +81,14 @@ void searchBesideChildren(Level level, const KxIndexedString& name, LabelStack& 
   }
 }
 
+// Throws std::bad_alloc.
+void findOne(KxWildcardNode& top, const char* address, Leaves& out) {
+  const FrozenIndex* frozen = Level(top).indexFor(address);
+  if (frozen == nullptr || !frozen->find(address, out)) {
+    walk(top, address, out);
+  }
+}
+
 void logNoMemory(const char* address) {
   PolicyLog::log(LogLevel::Error, "KxWildcardNode::findMatches: out of memory; no match is reported for %s",
                  address != nullptr ? address : "");
@@ -167,12 +175,7 @@ void KxWildcardNode::findMatches(const KxIndexedString* name, LabelStack& labels
 
 bool KxWildcardNode::findAllMatches(const char* address, std::vector<KxListedEmailAddress*>& out) {
   const std::size_t before = out.size();
-  const bool complete = withinMemory([&] {
-    const FrozenIndex* frozen = Level(*this).index();
-    if (frozen == nullptr || !frozen->find(address, out)) {
-      walk(*this, address, out);
-    }
-  });
+  const bool complete = withinMemory([&] { findOne(*this, address, out); });
   if (!complete) {
     logNoMemory(address);
     out.resize(before);
@@ -194,7 +197,7 @@ bool KxWildcardNode::findAllMatches(const char* const* addresses, std::size_t co
           return;
         }
       }
-      walk(*this, addresses[i], out);
+      findOne(*this, addresses[i], out);
       ends.push_back(out.size());
     }
   });

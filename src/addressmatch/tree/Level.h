@@ -22,9 +22,9 @@ class Level {
   void setTree(TreeState* tree) const { m_node->_tree = tree; }
 
   // What answers for the tree below a root; null for a walk.
-  const FrozenIndex* index() const {
-    return tree() != nullptr && tree()->root() == m_node && !isGone(table()) ? tree()->index() : nullptr;
-  }
+  const FrozenIndex* index() const { return isRoot() ? tree()->index() : nullptr; }
+  // The same for one address, when patterns were added since the freeze. Throws std::bad_alloc.
+  const FrozenIndex* indexFor(const char* address) const { return isRoot() ? tree()->indexFor(address) : nullptr; }
 
   // Sorted once settled.
   const std::vector<KxWildcardNode*>& children() const { return m_node->_children; }
@@ -74,6 +74,7 @@ class Level {
   void prefetchNames() const;
 
  private:
+  bool isRoot() const { return tree() != nullptr && tree()->root() == m_node && !isGone(table()); }
   bool rejectsUnknownTexts() const {
     return (findsOnlyRankedChildren() || findsOnlyRankedLeaves()) && table() != nullptr && table()->isLocked();
   }

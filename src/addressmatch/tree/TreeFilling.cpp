@@ -59,6 +59,8 @@ bool TreeFilling::add(const char* address, const PatternData& data) const {
     }
     LowerCaseText text(address);
     const KxIndexedString fullAddress(text.get());
+    const bool isRoot = m_top.tree() != nullptr && m_top.tree()->root() == &m_top.node();
+    const TreeState::Addition addition(isRoot ? m_top.tree() : nullptr, text.get(), text.size());
     ParsedAddress parsed(m_top.table(), text.get());
     added = parsed.isComplete() && m_top.node().addAddressPattern(&fullAddress, &parsed.localPart(), parsed.labels(),
                                                                   data.kind, data.annotation, data.owner);

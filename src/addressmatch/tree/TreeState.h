@@ -7,18 +7,21 @@
 //   PatternsOnly  filled with whole patterns only. Every level whose domain has a key is in the map of domains, and a leaf
 //                 there is new exactly when its full address is
 //   Filling       filled by the tree's own operations, in whatever way
-//   Indexed       frozen; the index answers
-//   Walked        a walk down the levels answers: an object was put in by hand, or after the freeze, or has a name of
-//                 another kind; or the freeze could not make an index. The last phase
+//   Indexed       frozen; the index answers, but for addresses that a pattern concerns which was added since
+//   Walked        a walk down the levels answers: an object was put in by hand, or has a name of another kind, or a pattern
+//                 that may concern any address was added after the freeze; or the freeze could not make an index. The
+//                 last phase
 //
 // `freeze` leads from the first two phases to Indexed, or to Walked when there can be no index.
 #pragma once
 
 #include <memory>
+#include <utility>
 
 #include "KxWildcardNode.h"
 #include "addressmatch/index/FrozenIndex.h"
 #include "addressmatch/leaf/LeafArena.h"
+#include "addressmatch/tree/AddedPatterns.h"
 #include "addressmatch/tree/DomainMap.h"
 #include "addressmatch/tree/OwnTexts.h"
 
@@ -34,21 +37,29 @@ class TreeState : public std::enable_shared_from_this<TreeState> {
 
   bool hasOnlyPatterns() const { return m_phase == Phase::PatternsOnly; }
   bool isFilling() const { return m_phase == Phase::PatternsOnly || m_phase == Phase::Filling; }
-  // Null in every phase but Indexed.
+  // What answers for all addresses; null in every phase but Indexed, and when patterns were added since.
   const FrozenIndex* index() const { return m_index.get(); }
+  // What answers for an address, or null. Throws std::bad_alloc.
+  const FrozenIndex* indexFor(const char* address) const {
+    if (m_partialIndex == nullptr) {
+      return m_index.get();
+    }
+    return address == nullptr || !m_added.mayConcern(address) ? m_partialIndex.get() : nullptr;
+  }
 
   // The transitions.
   void mixIn() { m_phase = hasOnlyPatterns() ? Phase::Filling : m_phase; }
   void startWalking() {
     m_phase = Phase::Walked;
     m_index.reset();
+    m_partialIndex.reset();
   }
   // To be called once every level is locked. Throws std::bad_alloc; the tree is then Walked.
   void freeze();
 
   // To be called before a level stores an object. An object that the tree did not announce comes from a caller.
   void admit(const void* object) {
-    if (!isFilling() || object != m_announced) {
+    if (object != m_announced || (!isFilling() && !noteAddition())) {
       startWalking();
     }
   }
@@ -71,12 +82,47 @@ class TreeState : public std::enable_shared_from_this<TreeState> {
     TreeState* m_tree;
   };
 
+  // The time in which a pattern is added by its text. What a tree with an index stores meanwhile is noted to be the
+  // pattern's.
+  class Addition {
+   public:
+    // A pattern in lower case. Throws std::bad_alloc.
+    Addition(TreeState* tree, const char* pattern, std::size_t size) : m_tree(tree) {
+      if (m_tree != nullptr && m_tree->m_phase == Phase::Indexed) {
+        m_tree->m_added.reserveOne();
+        m_tree->m_addition = AddedPatterns::keyOf(pattern, size);
+      }
+    }
+    ~Addition() {
+      if (m_tree != nullptr) {
+        m_tree->m_addition = 0;
+      }
+    }
+    Addition(const Addition&) = delete;
+    Addition& operator=(const Addition&) = delete;
+
+   private:
+    TreeState* m_tree;
+  };
+
   DomainMap& domains() { return m_domains; }
   OwnTexts& ownTexts() { return m_ownTexts; }
   LeafArena& arena() { return m_arena; }
 
  private:
   enum class Phase { PatternsOnly, Filling, Indexed, Walked };
+
+  // False when it is not known which addresses it concerns.
+  bool noteAddition() {
+    if (m_phase != Phase::Indexed || m_addition == 0) {
+      return false;
+    }
+    if (m_index != nullptr) {
+      m_partialIndex = std::move(m_index);
+    }
+    m_added.add(m_addition);
+    return true;
+  }
 
   KxWildcardNode* m_root;
   const void* m_announced = nullptr;
@@ -85,6 +131,9 @@ class TreeState : public std::enable_shared_from_this<TreeState> {
   OwnTexts m_ownTexts;
   LeafArena m_arena;
   std::unique_ptr<const FrozenIndex> m_index;
+  std::unique_ptr<const FrozenIndex> m_partialIndex;  // the same, once patterns were added that it lacks
+  AddedPatterns::Key m_addition = 0;                  // of the pattern that is being added
+  AddedPatterns m_added;
 };
 
 }  // namespace zaro_addressmatch

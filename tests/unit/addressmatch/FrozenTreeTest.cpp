@@ -331,6 +331,75 @@ TEST_F(FrozenTree, patternAfterTheFreezeIsFoundAsAWalkFindsIt) {
   EXPECT_THAT(matches("unknown@example.test"), IsEmpty());
 }
 
+// The index alone answers without memory, a walk does not.
+TEST_F(FrozenTree, patternAfterTheFreezeTakesTheIndexFromTheAddressesThatItConcernsOnly) {
+  add({"known@example.test", "other@known.test", "*@*.example.test", "known@example", "known@*"});
+  freeze();
+  struct Case {
+    const char* pattern;
+    std::vector<std::string> walked;
+  };
+  const Case cases[] = {
+      {"other@example.test", {"other@example.test", "x@EXAMPLE.test"}},
+      {"*@*.known.test", {"a@b.known.test", "a@c.b.known.test"}},
+      {"known@a.*.known", {"known@b.known"}},
+      {"unknown@example", {"unknown@example"}},
+      {"user@test", {"a@test"}},
+  };
+  Leaves out;
+  out.reserve(16);
+  const auto allocations = [&](const std::string& address) {
+    out.clear();
+    const AllocationCount count;
+    tree.findMatches(address.c_str(), out);
+    return count.allocations();
+  };
+  for (const Case& one : cases) {
+    for (const std::string& address : one.walked) {
+      EXPECT_EQ(allocations(address), 0u) << address;
+    }
+    EXPECT_TRUE(tree.addAddressPattern(one.pattern, 1, nullptr, nullptr));
+    for (const std::string& address : one.walked) {
+      EXPECT_NE(allocations(address), 0u) << address;
+    }
+  }
+  for (const char* address : {"known@a.example.test", "other@known.test", "known@a.test", "x@known", "x@y"}) {
+    EXPECT_EQ(allocations(address), 0u) << address;
+  }
+  EXPECT_THAT(matches("known@a.example.test"), ElementsAre("*@*.example.test", "known@*"));
+  EXPECT_THAT(matches("a@c.b.known.test"), ElementsAre("*@*.known.test"));
+  // Refused, and so nothing changes.
+  EXPECT_FALSE(tree.addAddressPattern("other@known.test", 16, nullptr, nullptr));
+  EXPECT_EQ(allocations("other@known.test"), 0u);
+  // Concerns every address.
+  EXPECT_TRUE(tree.addAddressPattern("other@*", 1, nullptr, nullptr));
+  EXPECT_THAT(matches("other@y"), ElementsAre("other@*"));
+}
+
+TEST_F(FrozenTree, thousandsOfPatternsAfterTheFreezeAreFound) {
+  Texts patterns;
+  for (int number = 0; number != 3000; ++number) {
+    patterns.push_back("user@d" + std::to_string(number) + ".test");
+  }
+  add(patterns);
+  freeze();
+  const std::string longText(100, 'l');
+  for (int number = 0; number != 3000; ++number) {
+    const std::string domain = "d" + std::to_string(number) + ".test";
+    EXPECT_TRUE(tree.addAddressPattern((number % 2 == 0 ? "*@" + domain : "*@*." + domain).c_str(), 1, nullptr, nullptr));
+  }
+  for (int number = 0; number != 3000; ++number) {
+    const std::string domain = "d" + std::to_string(number) + ".test";
+    if (number % 2 == 0) {
+      EXPECT_THAT(matches("user@" + domain), ElementsAre("user@" + domain, "*@" + domain));
+      EXPECT_THAT(matches("user@a." + domain), IsEmpty());
+    } else {
+      EXPECT_THAT(matches("user@" + domain), ElementsAre("user@" + domain));
+      EXPECT_THAT(matches("user@" + longText + "." + domain), ElementsAre("*@*." + domain));
+    }
+  }
+}
+
 TEST_F(FrozenTree, refusedPatternAfterTheFreezeChangesNothing) {
   add({"known@example.test"});
   freeze();
