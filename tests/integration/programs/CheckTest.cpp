@@ -26,15 +26,8 @@ constexpr const char* kDatabaseIni = "config/database.ini";
 constexpr const char* kOdbcIni = "config/odbc.ini";
 constexpr const char* kAdminId = "sql/ui_GetAdminId.sql";
 
-class Check : public zarotest::ProgramTest {
+class Check : public zarotest::SampleInstallation {
  protected:
-  void SetUp() override {
-    ProgramTest::SetUp();
-    if (!IsSkipped()) {
-      mustInit({"--sample"});
-    }
-  }
-
   // Checks the installation, which must have findings; the wrong ones.
   std::vector<std::string> wrongs() {
     const ProgramResult result = run({"check"});

@@ -13,28 +13,14 @@ using zarotest::ProgramResult;
 
 using Words = std::vector<std::string>;
 
-class Entity : public zarotest::ProgramTest {
+class Entity : public zarotest::SampleInstallation {
  protected:
-  void SetUp() override {
-    ProgramTest::SetUp();
-    if (!IsSkipped()) {
-      mustInit({"--sample"});
-    }
-  }
   std::vector<std::string> lines(const Words& words) const {
     Words command = {"entity"};
     command.insert(command.end(), words.begin(), words.end());
     const ProgramResult result = run(command);
     EXPECT_EQ(result.status, 0) << result.err;
     return linesOf(result.out);
-  }
-  void expectRefused(const Words& words, int status, const std::string& told) const {
-    Words command = {"entity"};
-    command.insert(command.end(), words.begin(), words.end());
-    const ProgramResult result = run(command);
-    EXPECT_EQ(result.status, status) << result.out;
-    EXPECT_THAT(result.err, HasSubstr(told));
-    EXPECT_EQ(linesOf(result.err).size(), 1u) << result.err;
   }
 };
 
@@ -49,7 +35,7 @@ TEST_P(Entity, areListedByTypeAndName) {
 TEST_P(Entity, ofOneNameAndTwoTypesAreBothListed) {
   lines({"add", "--type", "1", "Headquarters"});
   EXPECT_EQ(lines({"list"}).size(), 11u);
-  expectRefused({"show", "Headquarters"}, 75, "2 managing groups are named \"Headquarters\"; use --id");
+  expectRefused({"entity", "show", "Headquarters"}, 75, "2 managing groups are named \"Headquarters\"; use --id");
   EXPECT_THAT(lines({"show", "--id", "11"}), testing::Contains("type\t1"));
 }
 
@@ -78,17 +64,17 @@ TEST_P(Entity, whatIsHardlyAPatternIsTold) {
 }
 
 TEST_P(Entity, wrongOnesAreRefused) {
-  expectRefused({"add", ""}, 2, "NAME: \"\" is empty");
-  expectRefused({"add", "--type", "8", "x"}, 2, "--type: \"8\" is neither ldap, nor wildcard, nor a number");
-  expectRefused({"add", "--type", "ldap", "a\nb"}, 2, "holds control characters");
-  expectRefused({"add", "*@example.org"}, 75, "named \"*@example.org\" already");
+  expectRefused({"entity", "add", ""}, 2, "NAME: \"\" is empty");
+  expectRefused({"entity", "add", "--type", "8", "x"}, 2, "--type: \"8\" is neither ldap, nor wildcard, nor a number");
+  expectRefused({"entity", "add", "--type", "ldap", "a\nb"}, 2, "holds control characters");
+  expectRefused({"entity", "add", "*@example.org"}, 75, "named \"*@example.org\" already");
   EXPECT_EQ(lines({"list"}).size(), 10u);
 }
 
 TEST_P(Entity, isRemovedUnlessItOwnsObjects) {
-  expectRefused({"remove", "*@example.org"}, 75, "owns 1 objects, which would be left to nobody");
+  expectRefused({"entity", "remove", "*@example.org"}, 75, "owns 1 objects, which would be left to nobody");
   EXPECT_THAT(lines({"remove", "*@*.sales.example.test"}), testing::Contains("id\t8"));
-  expectRefused({"remove", "*@*.sales.example.test"}, 1, "no managing group named");
+  expectRefused({"entity", "remove", "*@*.sales.example.test"}, 1, "no managing group named");
   EXPECT_EQ(value("SELECT count(*) FROM administrator_entity WHERE entity_id = 8"), "0");
 }
 
@@ -99,7 +85,7 @@ TEST_P(Entity, relativesAreWhatTheLibraryFinds) {
   EXPECT_THAT(lines({"relatives", "*@sales.example.test"}), ElementsAre("parent\t6\t*@*.example.test"));
   EXPECT_THAT(lines({"relatives", "--id", "3"}), IsEmpty());
   EXPECT_THAT(lines({"relatives", "Headquarters"}), IsEmpty());
-  expectRefused({"relatives", "nothing"}, 1, "no managing group named \"nothing\"");
+  expectRefused({"entity", "relatives", "nothing"}, 1, "no managing group named \"nothing\"");
 }
 
 TEST_P(Entity, containsAnswersForOneAddress) {
@@ -129,7 +115,7 @@ TEST_P(Entity, dotHasANodeForEachAndItsEdges) {
 
 TEST_P(Entity, wholeListFailsWithTheDatabase) {
   writeFile("sql/ui_GetEntitiesByType.sql", "SELECT %d FROM nowhere");
-  expectRefused({"list"}, 75, "cannot read the managing groups: ");
+  expectRefused({"entity", "list"}, 75, "cannot read the managing groups: ");
 }
 
 ZARO_ON_EVERY_DATABASE(Entity);

@@ -122,7 +122,7 @@ TEST(EveryCommandTable, hasEveryCommandThatHelpTellsOf) {
   EXPECT_EQ(tried, commands);
 }
 
-class EveryCommand : public zarotest::ProgramTest {
+class EveryCommand : public zarotest::SampleInstallation {
  protected:
   struct Outcome {
     ProgramResult result;
@@ -135,11 +135,10 @@ class EveryCommand : public zarotest::ProgramTest {
   };
 
   void SetUp() override {
-    ProgramTest::SetUp();
+    SampleInstallation::SetUp();
     if (IsSkipped()) {
       return;
     }
-    mustInit({"--sample"});
     saveDatabase();
     for (const auto& entry : fs::directory_iterator(homeFile("sql"))) {
       const std::string name = entry.path().filename().string();

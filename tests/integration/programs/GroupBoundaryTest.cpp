@@ -17,14 +17,8 @@ using zarotest::ProgramResult;
 
 using Words = std::vector<std::string>;
 
-class GroupBoundary : public zarotest::ProgramTest {
+class GroupBoundary : public zarotest::SampleInstallation {
  protected:
-  void SetUp() override {
-    ProgramTest::SetUp();
-    if (!IsSkipped()) {
-      mustInit({"--sample"});
-    }
-  }
   ProgramResult runAs(const std::string& admin, const Words& words) const {
     Words command = {"group"};
     command.insert(command.end(), words.begin(), words.end());

@@ -32,14 +32,8 @@ std::string lines(const std::string& name, int count) {
   return text;
 }
 
-class GroupChanges : public zarotest::ProgramTest {
+class GroupChanges : public zarotest::SampleInstallation {
  protected:
-  void SetUp() override {
-    ProgramTest::SetUp();
-    if (!IsSkipped()) {
-      mustInit({"--sample"});
-    }
-  }
   Words members(const std::string& group) const {
     const ProgramResult result = run({"group", "show", group});
     EXPECT_EQ(result.status, 0) << result.err;

@@ -42,14 +42,8 @@ const Words kOddMembers = {
     "last@b.test#",
 };
 
-class GroupFile : public zarotest::ProgramTest {
+class GroupFile : public zarotest::SampleInstallation {
  protected:
-  void SetUp() override {
-    ProgramTest::SetUp();
-    if (!IsSkipped()) {
-      mustInit({"--sample"});
-    }
-  }
   // As they are stored, whatever bytes they have.
   Words members(const std::string& group) const {
     Words found;

@@ -13,26 +13,12 @@ using zarotest::ProgramResult;
 
 using Words = std::vector<std::string>;
 
-class Group : public zarotest::ProgramTest {
+class Group : public zarotest::SampleInstallation {
  protected:
-  void SetUp() override {
-    ProgramTest::SetUp();
-    if (!IsSkipped()) {
-      mustInit({"--sample"});
-    }
-  }
   std::vector<std::string> members(const std::string& group) const {
     const ProgramResult result = run({"group", "show", group});
     EXPECT_EQ(result.status, 0) << result.err;
     return linesOf(result.out);
-  }
-  void expectRefused(const Words& words, int status, const std::string& told) const {
-    Words command = {"group"};
-    command.insert(command.end(), words.begin(), words.end());
-    const ProgramResult result = run(command);
-    EXPECT_EQ(result.status, status) << result.out;
-    EXPECT_THAT(result.err, HasSubstr(told));
-    EXPECT_EQ(linesOf(result.err).size(), 1u) << result.err;
   }
   std::string write(const std::string& name, const std::string& text) const {
     writeFile(name, text);
@@ -70,17 +56,18 @@ TEST_P(Group, addedGroupMayBelongToOneEntity) {
 }
 
 TEST_P(Group, administratorMustHaveTheEntity) {
-  expectRefused({"add", "--as", "auditor", "Friends"}, 1, "\"auditor\" is assigned to no managing group");
+  expectRefused({"group", "add", "--as", "auditor", "Friends"}, 1, "\"auditor\" is assigned to no managing group");
   for (const char* entity : {"10", "4000"}) {
-    expectRefused({"add", "--as", "sales-admin", "--entity", entity, "Friends"}, 75,
+    expectRefused({"group", "add", "--as", "sales-admin", "--entity", entity, "Friends"}, 75,
                   std::string("\"Friends\" was not added: \"sales-admin\" has no managing group ") + entity);
   }
-  expectRefused({"add", "--as", "admin", "--entity", "4000", "Friends"}, 75, "\"admin\" has no managing group 4000");
+  expectRefused({"group", "add", "--as", "admin", "--entity", "4000", "Friends"}, 75,
+                "\"admin\" has no managing group 4000");
   for (const char* wrong : {"0", "0x8", "x", "-1"}) {
-    expectRefused({"add", "--as", "sales-admin", "--entity=" + std::string(wrong), "Friends"}, 2,
+    expectRefused({"group", "add", "--as", "sales-admin", "--entity=" + std::string(wrong), "Friends"}, 2,
                   "--entity: \"" + std::string(wrong) + "\" is not an identifier");
   }
-  expectRefused({"add", "--as", "nobody", "Friends"}, 1, "no administrator named \"nobody\"");
+  expectRefused({"group", "add", "--as", "nobody", "Friends"}, 1, "no administrator named \"nobody\"");
   EXPECT_EQ(linesOf(run({"group", "list"}).out).size(), 4u);
 }
 
@@ -90,15 +77,15 @@ TEST_P(Group, nameAndMembersAreModified) {
   EXPECT_EQ(result.status, 0) << result.err;
   EXPECT_THAT(members("Directors"),
               ElementsAre("treasurer@example.test", "secretary@example.test", "a@b.test", "o'b@b.test"));
-  expectRefused({"modify", "Directors", "--remove", "chair@example.test"}, 75, "is no member of \"Directors\"");
+  expectRefused({"group", "modify", "Directors", "--remove", "chair@example.test"}, 75, "is no member of \"Directors\"");
   EXPECT_THAT(members("Directors"), testing::SizeIs(4));
 }
 
 TEST_P(Group, removedGroupIsGoneUnlessARuleUsesIt) {
   EXPECT_EQ(run({"group", "remove", "Board"}).status, 0);
-  expectRefused({"remove", "Board"}, 1, "no address group named \"Board\"");
-  expectRefused({"show", "--id", "5"}, 1, "no address group 5");
-  expectRefused({"remove", "Partners"}, 75,
+  expectRefused({"group", "remove", "Board"}, 1, "no address group named \"Board\"");
+  expectRefused({"group", "show", "--id", "5"}, 1, "no address group 5");
+  expectRefused({"group", "remove", "Partners"}, 75,
                 "the address group \"Partners\" was not removed: in use by \"Hold confidential mail to partners\"");
   EXPECT_THAT(members("Partners"), testing::SizeIs(3));
 }
@@ -156,15 +143,16 @@ TEST_P(Group, injectionsAreRefusedOrStoredAsTheyAre) {
   EXPECT_EQ(run({"group", "add", "--as", "sales-admin", name, "'||(SELECT'@b.test", "''@b.test"}).status, 0);
   EXPECT_THAT(members(name), ElementsAre("'||(SELECT'@b.test", "''@b.test"));
   EXPECT_NE(session()->value("SELECT count(*) FROM entity"), "0");
-  expectRefused({"add", "--as", "sales-admin", "x", "</ma><ma>@b.test"}, 2, "holds a tag of the list of members");
-  expectRefused({"add", "--as", "sales-admin", "x", "a\n@b.test"}, 2, "holds control characters");
-  expectRefused({"add", "--as", "sales-admin", "x\n"}, 2, "holds control characters");
-  expectRefused({"add", "--as", "sales-admin", std::string(41, '\'')}, 2, "has more than 40 quotes");
-  expectRefused({"add", "--as", "sales-admin", ""}, 2, "is empty");
-  expectRefused({"modify", "Board", "--name", ""}, 2, "is empty");
-  expectRefused({"add", "--as", "admin", "OPP:x"}, 2, "the name \"OPP:x\" begins with \"OPP:\"");
-  expectRefused({"modify", "Board", "--name", "OPP:x"}, 2, "the name \"OPP:x\" begins with \"OPP:\"");
-  expectRefused({"modify", "Board", "--add", ""}, 2, "is empty");
+  expectRefused({"group", "add", "--as", "sales-admin", "x", "</ma><ma>@b.test"}, 2,
+                "holds a tag of the list of members");
+  expectRefused({"group", "add", "--as", "sales-admin", "x", "a\n@b.test"}, 2, "holds control characters");
+  expectRefused({"group", "add", "--as", "sales-admin", "x\n"}, 2, "holds control characters");
+  expectRefused({"group", "add", "--as", "sales-admin", std::string(41, '\'')}, 2, "has more than 40 quotes");
+  expectRefused({"group", "add", "--as", "sales-admin", ""}, 2, "is empty");
+  expectRefused({"group", "modify", "Board", "--name", ""}, 2, "is empty");
+  expectRefused({"group", "add", "--as", "admin", "OPP:x"}, 2, "the name \"OPP:x\" begins with \"OPP:\"");
+  expectRefused({"group", "modify", "Board", "--name", "OPP:x"}, 2, "the name \"OPP:x\" begins with \"OPP:\"");
+  expectRefused({"group", "modify", "Board", "--add", ""}, 2, "is empty");
   EXPECT_EQ(run({"group", "add", "--as", "sales-admin", std::string(40, '\'')}).status, 0);
 }
 
@@ -181,17 +169,17 @@ TEST_P(Group, failedAdditionLeavesNothing) {
   const auto before = rowCounts();
   for (const auto& tried : cases) {
     writeFile(tried.file, tried.statement);
-    expectRefused({"add", "--as", "sales-admin", "Friends", "a@b.test"}, 75, tried.told);
+    expectRefused({"group", "add", "--as", "sales-admin", "Friends", "a@b.test"}, 75, tried.told);
     EXPECT_EQ(rowCounts(), before) << tried.file;
   }
 }
 
 TEST_P(Group, namesMayBeAmbiguous) {
   EXPECT_EQ(run({"group", "add", "--as", "customer-admin", "Board"}).status, 0);
-  expectRefused({"show", "Board"}, 75, "2 address groups are named \"Board\"");
+  expectRefused({"group", "show", "Board"}, 75, "2 address groups are named \"Board\"");
   EXPECT_EQ(run({"group", "remove", "--id", "12"}).status, 0);
-  expectRefused({"show", "--id", "x"}, 2, "GROUP: \"x\" is not an identifier");
-  expectRefused({"show", "--id", "0"}, 2, "GROUP: \"0\" is not an identifier");
+  expectRefused({"group", "show", "--id", "x"}, 2, "GROUP: \"x\" is not an identifier");
+  expectRefused({"group", "show", "--id", "0"}, 2, "GROUP: \"0\" is not an identifier");
 }
 
 ZARO_ON_EVERY_DATABASE(Group);

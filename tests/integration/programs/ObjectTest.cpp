@@ -13,14 +13,8 @@ using zarotest::ProgramResult;
 
 using Words = std::vector<std::string>;
 
-class Object : public zarotest::ProgramTest {
+class Object : public zarotest::SampleInstallation {
  protected:
-  void SetUp() override {
-    ProgramTest::SetUp();
-    if (!IsSkipped()) {
-      mustInit({"--sample"});
-    }
-  }
   ProgramResult object(const Words& words, const std::string& input = {}) const {
     Words command = {"object"};
     command.insert(command.end(), words.begin(), words.end());
@@ -37,12 +31,6 @@ class Object : public zarotest::ProgramTest {
     EXPECT_EQ(result.status, 0) << result.err;
     return nlohmann::json::parse(result.out);
   }
-  void expectRefused(const Words& words, int status, const std::string& told, const std::string& input = {}) const {
-    const ProgramResult result = object(words, input);
-    EXPECT_EQ(result.status, status) << result.out;
-    EXPECT_THAT(result.err, HasSubstr(told));
-    EXPECT_EQ(linesOf(result.err).size(), 1u) << result.err;
-  }
 };
 
 TEST_P(Object, listShowsWhatAnAdministratorMayDo) {
@@ -57,9 +45,11 @@ TEST_P(Object, listShowsWhatAnAdministratorMayDo) {
 }
 
 TEST_P(Object, whoeverSeesNothingIsTold) {
-  expectRefused({"list", "--as", "auditor"}, 1, "\"auditor\" is assigned to no managing group, and sees no object");
-  expectRefused({"list", "--as", "nobody"}, 1, "no administrator named \"nobody\"");
-  expectRefused({"list", "--as", "admin", "--type", "x"}, 2, "--type: \"x\" is neither quarantine, nor group, nor a");
+  expectRefused({"object", "list", "--as", "auditor"}, 1,
+                "\"auditor\" is assigned to no managing group, and sees no object");
+  expectRefused({"object", "list", "--as", "nobody"}, 1, "no administrator named \"nobody\"");
+  expectRefused({"object", "list", "--as", "admin", "--type", "x"}, 2,
+                "--type: \"x\" is neither quarantine, nor group, nor a");
 }
 
 TEST_P(Object, isShownToWhoeverSeesIt) {
@@ -67,11 +57,12 @@ TEST_P(Object, isShownToWhoeverSeesIt) {
               ElementsAre("id\t2", "type\tquarantine", "name\tCompany quarantine", "editable\tyes", "modifiable\tyes",
                           "deletable\tno", "rules\t1", "content\tdays=14;notify=yes"));
   EXPECT_EQ(document({"show", "--as", "admin", "2"})["rules"], nlohmann::json{"Hold confidential mail to partners"});
-  expectRefused({"show", "--as", "sales-admin", "2"}, 1, "\"sales-admin\" sees no object 2; see zaroctl object why");
-  expectRefused({"show", "--as", "admin", "1"}, 1, "\"admin\" sees no object 1");
-  expectRefused({"show", "--as", "admin", "99"}, 1, "no object 99");
-  expectRefused({"show", "--as", "admin", "-1"}, 2, "");
-  expectRefused({"show", "--as", "admin", "4294967295"}, 2, "ID: \"4294967295\" is not an identifier");
+  expectRefused({"object", "show", "--as", "sales-admin", "2"}, 1,
+                "\"sales-admin\" sees no object 2; see zaroctl object why");
+  expectRefused({"object", "show", "--as", "admin", "1"}, 1, "\"admin\" sees no object 1");
+  expectRefused({"object", "show", "--as", "admin", "99"}, 1, "no object 99");
+  expectRefused({"object", "show", "--as", "admin", "-1"}, 2, "");
+  expectRefused({"object", "show", "--as", "admin", "4294967295"}, 2, "ID: \"4294967295\" is not an identifier");
 }
 
 TEST_P(Object, addedOneBelongsToEveryEntityOfTheAdministrator) {
@@ -92,14 +83,16 @@ TEST_P(Object, injectionsAreStoredAsTheyAre) {
 }
 
 TEST_P(Object, badInputIsRefused) {
-  expectRefused({"add", "--as", "sales-admin", "--type", "1", ""}, 2, "NAME: \"\" is empty");
-  expectRefused({"add", "--as", "sales-admin", "--type", "1", "a\nb"}, 2, "holds control characters");
-  expectRefused({"add", "--as", "sales-admin", "--type", "1", "--content", "\xFF", "x"}, 2, "the content is not UTF-8");
-  expectRefused({"add", "--as", "sales-admin", "--type", "1", "--file", "-", "x"}, 2, "the content is not UTF-8",
-                std::string("a\0b", 3));
-  expectRefused({"add", "--as", "sales-admin", "--type", "2147483648", "x"}, 2, "nor a number");
-  expectRefused({"add", "--as", "auditor", "--type", "1", "x"}, 1, "is assigned to no managing group");
-  expectRefused({"add", "--as", "sales-admin", "--type", "1", "--file", "/nowhere/at/all", "x"}, 75, "/nowhere/at/all");
+  expectRefused({"object", "add", "--as", "sales-admin", "--type", "1", ""}, 2, "NAME: \"\" is empty");
+  expectRefused({"object", "add", "--as", "sales-admin", "--type", "1", "a\nb"}, 2, "holds control characters");
+  expectRefused({"object", "add", "--as", "sales-admin", "--type", "1", "--content", "\xFF", "x"}, 2,
+                "the content is not UTF-8");
+  expectRefused({"object", "add", "--as", "sales-admin", "--type", "1", "--file", "-", "x"}, 2,
+                "the content is not UTF-8", std::string("a\0b", 3));
+  expectRefused({"object", "add", "--as", "sales-admin", "--type", "2147483648", "x"}, 2, "nor a number");
+  expectRefused({"object", "add", "--as", "auditor", "--type", "1", "x"}, 1, "is assigned to no managing group");
+  expectRefused({"object", "add", "--as", "sales-admin", "--type", "1", "--file", "/nowhere/at/all", "x"}, 75,
+                "/nowhere/at/all");
   EXPECT_EQ(value("SELECT count(*) FROM named_object"), "11");
 }
 
@@ -143,31 +136,32 @@ TEST_P(Object, isModifiedByWhoeverMayEditIt) {
   lines({"modify", "--as", "sales-admin", "3", "--content", "", "--type", "9"});
   EXPECT_EQ(document({"show", "--as", "sales-admin", "3"})["content"], "");
   EXPECT_THAT(lines({"list", "--as", "sales-admin", "--type", "9"}), ElementsAre("3\t9\tArea\tyes\tyes\tyes"));
-  expectRefused({"modify", "--as", "sales-admin", "10", "--name", "x"}, 75, "may not edit object 10 (");
-  expectRefused({"modify", "--as", "postmaster", "3", "--name", "x"}, 75, "(code 6024): not every owner");
-  expectRefused({"modify", "--as", "sales-admin", "99", "--name", "x"}, 1, "no object 99");
-  expectRefused({"modify", "--as", "sales-admin", "3", "--name", ""}, 2, "--name: \"\" is empty");
-  expectRefused({"modify", "--as", "sales-admin", "3", "--content", "a", "--file", "-"}, 2, "excludes");
-  expectRefused({"modify", "--as", "sales-admin", "6", "--type", "9"}, 75,
+  expectRefused({"object", "modify", "--as", "sales-admin", "10", "--name", "x"}, 75, "may not edit object 10 (");
+  expectRefused({"object", "modify", "--as", "postmaster", "3", "--name", "x"}, 75, "(code 6024): not every owner");
+  expectRefused({"object", "modify", "--as", "sales-admin", "99", "--name", "x"}, 1, "no object 99");
+  expectRefused({"object", "modify", "--as", "sales-admin", "3", "--name", ""}, 2, "--name: \"\" is empty");
+  expectRefused({"object", "modify", "--as", "sales-admin", "3", "--content", "a", "--file", "-"}, 2, "excludes");
+  expectRefused({"object", "modify", "--as", "sales-admin", "6", "--type", "9"}, 75,
                 "object 6 (\"Sales team\") was not changed: an address group with members stays one");
 }
 
 TEST_P(Object, refusalsToRemoveAreExplained) {
-  expectRefused({"remove", "--as", "postmaster", "2"}, 75, "was not removed: in use (code 6025) by a rule");
-  expectRefused({"remove", "--as", "admin", "2"}, 75,
+  expectRefused({"object", "remove", "--as", "postmaster", "2"}, 75, "was not removed: in use (code 6025) by a rule");
+  expectRefused({"object", "remove", "--as", "admin", "2"}, 75,
                 "was not removed: in use (code 6025) by \"Hold confidential mail to partners\"");
-  expectRefused({"remove", "--as", "sales-admin", "10"}, 75, "(code 6024): not every owner is a managing group");
-  expectRefused({"remove", "--as", "sales-admin", "99"}, 1, "no object 99");
+  expectRefused({"object", "remove", "--as", "sales-admin", "10"}, 75,
+                "(code 6024): not every owner is a managing group");
+  expectRefused({"object", "remove", "--as", "sales-admin", "99"}, 1, "no object 99");
   EXPECT_THAT(lines({"remove", "--as", "sales-admin", "3"}), Contains("id\t3"));
   EXPECT_EQ(value("SELECT count(*) FROM named_object WHERE id = 3"), "0");
   writeFile("sql/ui_RemoveNamedObj.sql", "SELECT -1 AS \"retId\", %u, %u");
-  expectRefused({"remove", "--as", "sales-admin", "11"}, 1, "is gone already (code 6022)");
+  expectRefused({"object", "remove", "--as", "sales-admin", "11"}, 1, "is gone already (code 6022)");
   writeFile("sql/ui_RemoveNamedObj.sql", "SELECT -2 AS \"retId\", %u, %u");
-  expectRefused({"remove", "--as", "sales-admin", "11"}, 75, "a rule came to use it meanwhile (code 6023)");
+  expectRefused({"object", "remove", "--as", "sales-admin", "11"}, 75, "a rule came to use it meanwhile (code 6023)");
   writeFile("sql/ui_RemoveNamedObj.sql", "SELECT 1 AS \"retId\", %u, %u");
-  expectRefused({"remove", "--as", "sales-admin", "11"}, 75, "was not removed, though the database said so");
+  expectRefused({"object", "remove", "--as", "sales-admin", "11"}, 75, "was not removed, though the database said so");
   writeFile("sql/ui_RemoveNamedObj.sql", "SELECT %u FROM nowhere WHERE 1=%u");
-  expectRefused({"remove", "--as", "sales-admin", "11"}, 75, "was not removed: ");
+  expectRefused({"object", "remove", "--as", "sales-admin", "11"}, 75, "was not removed: ");
 }
 
 TEST_P(Object, whyTellsOfAContainedOwner) {
@@ -213,7 +207,7 @@ TEST_P(Object, whyTellsOfRulesAndOfWhoSeesNothing) {
   EXPECT_EQ(reserved["visible"], false);
   session()->run("DELETE FROM named_object_owner WHERE object_id = 11");
   EXPECT_EQ(document({"why", "--as", "sales-admin", "11"})["ownersLeft"], nlohmann::json{"nobody"});
-  expectRefused({"why", "--as", "admin", "99"}, 1, "no object 99");
+  expectRefused({"object", "why", "--as", "admin", "99"}, 1, "no object 99");
 }
 
 TEST_P(Object, whyAgreesWithTheListForEveryAdministratorAndObject) {
@@ -242,9 +236,9 @@ TEST_P(Object, policyTextHasLengthsBeforeItsTexts) {
   EXPECT_EQ(object({"policy-text", "--type", "77"}).out, "0;0;");
   EXPECT_THAT(object({"policy-text"}).out, testing::StartsWith("11;0;1;3;21;OPP:System quarantine;"));
   EXPECT_EQ(document({"policy-text", "3"})["estimate"], 16 + 17 + 65 + 64);
-  expectRefused({"policy-text", "99"}, 1, "no object 99");
-  expectRefused({"policy-text", "x"}, 2, "ID: \"x\" is not an identifier");
-  expectRefused({"policy-text", "--type", "3", "3"}, 2, "excludes");
+  expectRefused({"object", "policy-text", "99"}, 1, "no object 99");
+  expectRefused({"object", "policy-text", "x"}, 2, "ID: \"x\" is not an identifier");
+  expectRefused({"object", "policy-text", "--type", "3", "3"}, 2, "excludes");
 }
 
 TEST_P(Object, quarantineAreasEndWithTheReservedOne) {

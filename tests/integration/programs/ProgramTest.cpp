@@ -72,6 +72,13 @@ void ProgramTest::SetUp() {
   m_database = std::make_unique<ServerDatabase>();
 }
 
+void SampleInstallation::SetUp() {
+  ProgramTest::SetUp();
+  if (!IsSkipped()) {
+    mustInit({"--sample"});
+  }
+}
+
 std::vector<std::string> ProgramTest::initArguments(const std::string& directory,
                                                     const std::vector<std::string>& more) const {
   std::vector<std::string> arguments = {"init", directory};
@@ -113,6 +120,15 @@ ProgramResult ProgramTest::run(const std::vector<std::string>& arguments, const 
   run.input = input;
   run.environment["ZARO_HOME"] = home();
   return zaroctl(arguments, run);
+}
+
+std::string ProgramTest::expectRefused(const std::vector<std::string>& arguments, int status, const std::string& told,
+                                       const std::string& input) const {
+  const ProgramResult result = run(arguments, input);
+  EXPECT_EQ(result.status, status) << result.out;
+  EXPECT_THAT(result.err, testing::HasSubstr(told));
+  EXPECT_EQ(linesOf(result.err).size(), 1u) << result.err;
+  return result.err;
 }
 
 std::unique_ptr<SqlSession> ProgramTest::session() const {

@@ -58,6 +58,9 @@ class ProgramTest : public testing::TestWithParam<Dialect> {
 
   // Runs a command on the installation.
   ProgramResult run(const std::vector<std::string>& arguments, const std::string& input = {}) const;
+  // Runs one that ends with `status` and says why in one line, which holds `told` and is the answer.
+  std::string expectRefused(const std::vector<std::string>& arguments, int status, const std::string& told,
+                            const std::string& input = {}) const;
   // A connection to the installation's database.
   std::unique_ptr<zaroruntime::SqlSession> session() const;
   std::string value(const std::string& query) const { return session()->value(query).value_or("NULL"); }
@@ -75,6 +78,12 @@ class ProgramTest : public testing::TestWithParam<Dialect> {
   TemporaryDirectory m_directory;
   std::unique_ptr<ServerDatabase> m_database;
   std::string m_savedFile;  // content of the embedded database
+};
+
+// Tests on the sample organisation.
+class SampleInstallation : public ProgramTest {
+ protected:
+  void SetUp() override;
 };
 
 // Names, permissions, owners and contents of everything below a directory.

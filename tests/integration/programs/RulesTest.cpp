@@ -12,15 +12,8 @@ using testing::StartsWith;
 using zarotest::linesOf;
 using zarotest::ProgramResult;
 
-class Rules : public zarotest::ProgramTest {
+class Rules : public zarotest::SampleInstallation {
  protected:
-  void SetUp() override {
-    ProgramTest::SetUp();
-    if (!IsSkipped()) {
-      mustInit({"--sample"});
-    }
-  }
-
   std::vector<std::string> lines(const std::vector<std::string>& arguments, int status = 0) const {
     const ProgramResult result = run(arguments);
     EXPECT_EQ(result.status, status) << result.err;

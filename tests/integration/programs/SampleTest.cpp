@@ -5,15 +5,7 @@
 
 namespace {
 
-class Sample : public zarotest::ProgramTest {
- protected:
-  void SetUp() override {
-    ProgramTest::SetUp();
-    if (!IsSkipped()) {
-      mustInit({"--sample"});
-    }
-  }
-};
+class Sample : public zarotest::SampleInstallation {};
 
 // Rows that are found by a mistyped name would be missing without a word.
 TEST_P(Sample, everyRowIsThere) {

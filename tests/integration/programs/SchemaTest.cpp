@@ -6,15 +6,8 @@
 
 namespace {
 
-class Schema : public zarotest::ProgramTest {
+class Schema : public zarotest::SampleInstallation {
  protected:
-  void SetUp() override {
-    ProgramTest::SetUp();
-    if (!IsSkipped()) {
-      mustInit({"--sample"});
-    }
-  }
-
   // Whether the database takes a statement, which is undone.
   bool takes(const std::string& statement) const {
     const auto connection = session();

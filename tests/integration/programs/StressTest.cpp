@@ -186,14 +186,8 @@ Words inSlot(const Words& words, int slot) {
   return result;
 }
 
-class Stress : public zarotest::ProgramTest {
+class Stress : public zarotest::SampleInstallation {
  protected:
-  void SetUp() override {
-    ProgramTest::SetUp();
-    if (!IsSkipped()) {
-      mustInit({"--sample"});
-    }
-  }
   static int rounds() {
     const char* text = std::getenv("ZARO_STRESS_ROUNDS");
     return text != nullptr ? std::atoi(text) : 2;
