@@ -7,8 +7,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "commands/CommandTree.h"
-#include "commands/Commands.h"
+#include "commands/CommandLine.h"
 #include "console/ExitCode.h"
 #include "console/Output.h"
 #include "console/RunProgram.h"
@@ -17,19 +16,6 @@
 #include "store/Transaction.h"
 
 namespace {
-
-struct GlobalOptions {
-  std::string home;
-  bool json = false;
-  int verbosity = 0;
-};
-
-void addGlobalOptions(CLI::App& app, GlobalOptions& options) {
-  app.add_option("--home", options.home, "The installation directory; else ZARO_HOME names it")->type_name("DIR");
-  app.add_flag("--json", options.json, "Print the result as JSON");
-  app.add_flag("-v,--verbose", options.verbosity, "Log warnings to standard error; twice: every step");
-  app.set_version_flag("--version", "zaroctl " ZAROCTL_VERSION);
-}
 
 // The library and the platform take these from the environment.
 void setEnvironment(const CLI::App& app, const GlobalOptions& options) {
@@ -93,24 +79,15 @@ void finish(Output& out) {
 }
 
 ExitCode run(int argc, const char* const* argv) {
-  CLI::App app("Make, check and ask the policy database of the gateway.", "zaroctl");
-  app.require_subcommand(1);
-  app.fallthrough();  // global options after the command too
-  app.footer(examplesText({"zaroctl init --sample /opt/gateway", "ZARO_HOME=/opt/gateway zaroctl check",
-                           "zaroctl --home /opt/gateway admin id postmaster"}));
-  GlobalOptions options;
-  addGlobalOptions(app, options);
-  CommandTree tree(app);
-  addAllCommands(tree);
-
+  CommandLine line;
   try {
-    app.parse(argc, argv);
+    line.app().parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return parseFailure(app, error);
+    return parseFailure(line.app(), error);
   }
-  setEnvironment(app, options);
-  Output out(outputForm(options));
-  const ExitCode code = tree.chosen()(out);
+  setEnvironment(line.app(), line.options());
+  Output out(outputForm(line.options()));
+  const ExitCode code = line.chosen()(out);
   finish(out);
   return code;
 }

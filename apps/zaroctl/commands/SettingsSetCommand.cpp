@@ -361,7 +361,7 @@ void addSettingsSet(CommandTree& tree) {
                                {"zaroctl settings set threads=32 max_threads=128",
                                 "zaroctl settings set policy_client.recv_timeout_secs=30 host=policy.example.test"},
                                [arguments](Output& out) { return setSettings(out, *arguments); });
-  command->add_option("SETTING", *arguments, "What to set; the key may have its section before it: SECTION.KEY=VALUE")
+  command->add_option("KEY=VALUE", *arguments, "What to set; the key may have its section before it: SECTION.KEY=VALUE")
       ->required()
-      ->type_name("KEY=VALUE");
+      ->type_name("");
 }

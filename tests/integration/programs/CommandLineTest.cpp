@@ -55,56 +55,13 @@ TEST_P(WrongUsageOf, theProgramIsToldInOneLineWithStatusTwo) {
 INSTANTIATE_TEST_SUITE_P(, WrongUsageOf, testing::ValuesIn(kWrongUsages),
                          [](const auto& tested) { return std::string(tested.param.label); });
 
-TEST(CommandLine, everyHelpShowsExamples) {
-  for (const std::vector<std::string>& command : {std::vector<std::string>{},
-                                                  {"init"},
-                                                  {"check"},
-                                                  {"password"},
-                                                  {"admin", "id"},
-                                                  {"admin", "list"},
-                                                  {"admin", "add"},
-                                                  {"admin", "remove"},
-                                                  {"admin", "assign"},
-                                                  {"admin", "unassign"},
-                                                  {"entity", "list"},
-                                                  {"entity", "show"},
-                                                  {"entity", "add"},
-                                                  {"entity", "remove"},
-                                                  {"entity", "relatives"},
-                                                  {"entity", "contains"},
-                                                  {"entity", "tree"},
-                                                  {"object", "list"},
-                                                  {"object", "show"},
-                                                  {"object", "add"},
-                                                  {"object", "modify"},
-                                                  {"object", "remove"},
-                                                  {"object", "why"},
-                                                  {"object", "policy-text"},
-                                                  {"quarantine", "list"},
-                                                  {"group", "list"},
-                                                  {"group", "show"},
-                                                  {"group", "add"},
-                                                  {"group", "modify"},
-                                                  {"group", "remove"},
-                                                  {"group", "import"},
-                                                  {"group", "export"},
-                                                  {"match"},
-                                                  {"lint"},
-                                                  {"settings", "server"},
-                                                  {"settings", "client"},
-                                                  {"settings", "set"},
-                                                  {"servers", "list"},
-                                                  {"servers", "add"},
-                                                  {"servers", "remove"},
-                                                  {"rules", "order"},
-                                                  {"rules", "set-order"},
-                                                  {"completion"}}) {
-    std::vector<std::string> arguments = command;
-    arguments.emplace_back("--help");
+TEST(CommandLine, helpIsPrintedWithExamples) {
+  for (const std::vector<std::string>& arguments :
+       {std::vector<std::string>{"--help"}, {"-h"}, {"check", "--help"}, {"admin", "id", "-h"}}) {
     const ProgramResult result = zaroctl(arguments);
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.err, "");
-    EXPECT_THAT(result.out, HasSubstr("Example")) << testing::PrintToString(arguments);
+    EXPECT_THAT(result.out, HasSubstr("\nExample")) << testing::PrintToString(arguments);
     EXPECT_THAT(result.out, HasSubstr("\n  zaroctl ")) << testing::PrintToString(arguments);
   }
 }
