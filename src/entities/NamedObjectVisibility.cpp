@@ -5,6 +5,9 @@
 //   3. parents    owned by an entity that contains one of those      read-only, whatever an earlier step found
 //   4. LDAP       as 2 and 3, for LDAP groups; they have no relatives, so only the look-up of them all remains
 //
+// Editable is what lists show. The rule that `modify` and `remove` enforce is narrower: `ZaroNamedObj::isEditable`, in
+// NamedObjectStore.cpp, counts the administrator's own entities alone, as step 1 does.
+//
 // Each step takes the owners that it accounts for from the candidates. What nobody has accounted for in the end is why
 // an object is read-only, or not seen.
 #include <algorithm>
