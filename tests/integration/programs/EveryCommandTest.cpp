@@ -52,6 +52,7 @@ const std::vector<CommandRow> kCommands = {
     {{"blob", "write"}, {"name=value"}, ""},
     {{"base64", "encode"}, {}, "text"},
     {{"base64", "decode"}, {}, "dGV4dA=="},
+    {{"completion"}, {"bash"}, ""},
     {{"object", "list"}, {"--as", "admin"}, ""},
     {{"object", "list"}, {"--as", "postmaster"}, ""},
     {{"object", "list"}, {"--as", "auditor"}, ""},
