@@ -4,6 +4,8 @@
 //                   Open --lostWithConnection, undone--> Lost --rolledBack--> None
 //                   Open --leftInDoubt--> Unknown             --rolledBack--> None
 //
+// `KxDbConnect::Impl::_noteFailure` and `_commit` decide which failure leads where.
+//
 // 1. None means that no BEGIN was seen, not that there is no transaction: a server may have begun one by itself, or in a
 //    batch. So a COMMIT is sent in this state too.
 // 2. In Lost and Unknown nothing is open in the database any more. Statements are refused all the same until the ROLLBACK

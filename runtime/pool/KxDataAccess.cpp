@@ -1,9 +1,9 @@
 // The pool: at most `poolSize` connections, lent to threads and checked when they leave.
 //
 // 1. The mutexes guard the lists; connecting, resetting, rolling back and closing, which may take the network a while,
-//    happen outside them.
+//    happen outside them. `KxDbConnect::Impl::checkOut` resets a session, `checkIn` rolls back (odbc/KxDbConnect.cpp).
 // 2. A thread that finds every connection on loan waits as long as the retry time-out and then gets one above the size,
-//    closed when it comes back. One that holds a connection already gets it at once: waiting for itself would not end.
+//    closed when it comes back. A thread that holds a connection already gets another at once: it would wait for itself.
 // 3. After `reinit` the connections on loan belong to an older generation and are closed when they come back.
 #include "KxDataAccess.h"
 

@@ -1,12 +1,12 @@
 // Which named objects of a type an administrator sees, and which of them may be edited.
 //
 //   1. direct     owned by an entity of the administrator            editable if it has no other owner
-//   2. children   owned by an entity contained in one of those       editable once it has no other owner
+//   2. children   owned by an entity contained in one of those       editable if it has no other owner
 //   3. parents    owned by an entity that contains one of those      read-only, whatever an earlier step found
-//   4. LDAP       as 2 and 3, for LDAP groups; they have no relatives, so only the look-up of them all remains
+//   4. LDAP       as 2 and 3, for LDAP groups; LDAP groups have no relatives, so all are looked up
 //
-// Editable is what lists show. The rule that `modify` and `remove` enforce is narrower: `ZaroNamedObj::isEditable`, in
-// NamedObjectStore.cpp, counts the administrator's own entities alone, as step 1 does.
+// Editable is what lists show. The rule that `remove` enforces, and programs before they call `modify`, is narrower:
+// `ZaroNamedObj::isEditable`, in NamedObjectStore.cpp, counts the administrator's own entities alone, as step 1 does.
 //
 // Each step takes the owners that it accounts for from the candidates. What nobody has accounted for in the end is why
 // an object is read-only, or not seen.

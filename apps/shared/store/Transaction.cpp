@@ -21,7 +21,8 @@ std::atomic<bool>& committedChange() {
 }
 
 constexpr std::chrono::seconds kLastBegin{15};
-constexpr const char* kLockTimeOut = "SET LOCAL lock_timeout = '5s'";  // the data source says so for SQLite
+constexpr const char* kLockTimeOut =
+    "SET LOCAL lock_timeout = '5s'";  // SQLite: kSqliteDefaults in runtime/odbc/ConnectionString.cpp
 constexpr milliseconds kFirstPause{10};
 constexpr milliseconds kLongestPause{1000};
 

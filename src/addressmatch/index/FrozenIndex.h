@@ -5,6 +5,9 @@
 // as one with a wildcard below are looked up: one table for all depths, an idea of Waldvogel, Varghese, Turner, Plattner,
 // "Scalable High Speed IP Routing Lookups", SIGCOMM 1997.
 //
+// It depends on the order of what is found, on where an address is split, on letter case, and on a leaf's kinds. Rules of
+// decisions (`decide/`) and weights that follow from a pattern's wildcards alone may change without it.
+//
 //   invariant   a slot holds the text that it stands for, so that the slot alone decides; all slots of a look-up follow from
 //               the address's text alone, so that none has to wait for another. Beside the leaf lies what a decision needs
 //               of it: a frozen leaf does not change

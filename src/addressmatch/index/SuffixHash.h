@@ -1,7 +1,8 @@
 // Hashes of the domains that an index holds, and of the suffixes of an address.
 //
-// A text of up to 64 bytes is hashed from its beginning (TextHash). A longer one is hashed from its end, in the same way, so
-// that one pass gives the hashes of all its suffixes: a sender may ask for a domain of as many labels as a text can have.
+// A suffix of up to 64 bytes is hashed from its beginning (TextHash); those of an address that is not longer itself are
+// hashed in Query.cpp, to the same values. A longer suffix is hashed from its end, in the same way, so that one pass gives
+// the hashes of all suffixes: a sender may ask for a domain of as many labels as a text can have.
 //
 //   invariant   the hash of a domain is that of the equal suffix of any address
 //   cost        one multiplication for 16 bytes of the longest suffix, and one for each suffix beyond 64 bytes; at most four
@@ -16,7 +17,7 @@
 
 namespace zaro_addressmatch {
 
-// Of a text that ends anywhere.
+// The hashes of the suffixes of one text.
 class SuffixHash {
  public:
   SuffixHash(const HashSeed& seed, const char* text, std::size_t size)
