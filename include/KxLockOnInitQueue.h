@@ -44,8 +44,8 @@ class ZARO_POLICY_EXPORT KxLockOnInitQueue : public std::queue<KxLockableClass*>
   }
   // The object that many places behind the front one, or null.
   KxLockableClass* _ahead(std::size_t places) const { return places < c.size() ? c[places] : nullptr; }
-  // Puts `replacement` in the place of every entry that is `object`.
-  void replace(const KxLockableClass* object, KxLockableClass* replacement);
+  // Puts `replacement` in the place of every entry that is `object`. Returns whether there was one.
+  bool replace(const KxLockableClass* object, KxLockableClass* replacement);
   // Removes every entry that is `object`; the others keep their order. Looks at every entry and its object. Does
   // nothing while tickets do not lead to entries.
   void _removeAll(const KxLockableClass* object);

@@ -1,6 +1,4 @@
 // Objects that scan-time mode locks, and the queue in which they wait.
-#include <algorithm>
-
 #include "KxLockOnInitQueue.h"
 #include "KxStringtable.h"
 #include "addressmatch/intern/LibraryLifetime.h"
@@ -83,19 +81,24 @@ void KxLockOnInitQueue::_removeAll(const KxLockableClass* object) {
   _ticketed = kept;
 }
 
-void KxLockOnInitQueue::replace(const KxLockableClass* object, KxLockableClass* replacement) {
+bool KxLockOnInitQueue::replace(const KxLockableClass* object, KxLockableClass* replacement) {
   if (_ticketsHold()) {
     if (object->_ticket == kUsed) {
-      return;
+      return false;
     }
     // A ticket may be another queue's, so the entry is compared.
     if (object->_ticket >= kFirst) {
       const unsigned int position = (object->_ticket - kFirst + kTickets - _frontTicket) % kTickets;
       if (position < c.size() && c[position] == object) {
         c[position] = replacement;
-        return;
+        return true;
       }
     }
   }
-  std::replace(c.begin(), c.end(), const_cast<KxLockableClass*>(object), replacement);
+  bool found = false;
+  for (KxLockableClass*& entry : c) {
+    found = found || entry == object;
+    entry = entry == object ? replacement : entry;
+  }
+  return found;
 }

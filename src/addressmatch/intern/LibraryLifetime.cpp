@@ -22,7 +22,8 @@ __attribute__((init_priority(101))) NothingToLock g_nothingToLock;
 // Constant-initialised and never destroyed, so they can be asked at any time.
 KxLockOnInitQueue* g_queue = nullptr;
 const KxStringtable* g_defaultTable = nullptr;
-// How many objects have gone since the queue was looked through: at most so many of its entries are theirs.
+// How many objects have gone while they waited, since the queue was looked through: at most so many of its entries are
+// theirs, but for objects that waited several times.
 std::size_t g_gone = 0;
 
 // Amortised over the objects that have gone, constant time for each.
@@ -61,8 +62,9 @@ void registerForLock(KxLockableClass* object) {
 
 void forgetLockOnInit(const KxLockableClass* object) {
   if (g_queue != nullptr) {
-    g_queue->replace(object, &g_nothingToLock);
-    ++g_gone;
+    if (g_queue->replace(object, &g_nothingToLock)) {
+      ++g_gone;
+    }
   }
 }
 

@@ -174,16 +174,25 @@ bool TreeFilling::addByText(PatternPieces& pattern, const PatternData& data) con
 bool TreeFilling::addBareText(const PatternPieces& pattern, const PatternData& data) const {
   m_top.tree()->mixIn();
   const KxIndexedString text(pattern.text.get());
-  KxWildcardNode* node = childWith(m_top, text);
-  node = node != nullptr ? childWith(Level(*node), KxIndexedString("")) : nullptr;
-  return node != nullptr && node->_addOrModifyLeaf(&text, &text, data.kind, data.annotation, data.owner);
+  const KxIndexedString empty("");
+  KxWildcardNode* node = childWith(m_top, asParsed(text));
+  node = node != nullptr ? childWith(Level(*node), asParsed(empty)) : nullptr;
+  return node != nullptr && node->_addOrModifyLeaf(&asParsed(text), &text, data.kind, data.annotation, data.owner);
 }
 
-bool TreeFilling::addByHandles(KxWildcardNode& level, const PatternPieces& pattern, const PatternData& data) {
+bool TreeFilling::addByHandles(KxWildcardNode& level, const PatternPieces& pattern, const PatternData& data) const {
   const std::string name(pattern.text.get(), pattern.nameSize);
   const KxIndexedString nameHandle(name.c_str());
   const KxIndexedString fullAddress(pattern.text.get());
-  return level._addOrModifyLeaf(&nameHandle, &fullAddress, data.kind, data.annotation, data.owner);
+  return level._addOrModifyLeaf(&asParsed(nameHandle), &fullAddress, data.kind, data.annotation, data.owner);
+}
+
+// The handle that parsing gives for a text. A level that was locked by hand finds what the locked table has by its
+// entry only; while the table is open, levels look a text up by themselves.
+const KxIndexedString& TreeFilling::asParsed(const KxIndexedString& text) const {
+  const KxStringtable* table = m_top.table();
+  const KxIndexedString* entry = table != nullptr && table->isLocked() ? table->_findInStringtable(&text) : nullptr;
+  return entry != nullptr ? *entry : text;
 }
 
 // The level of a domain, made if need be; null when it cannot be made.
@@ -217,14 +226,15 @@ KxWildcardNode* TreeFilling::walkTo(const PatternDomain& domain) const {
 
 // The child for a label, which is the level of a whole domain.
 KxWildcardNode* TreeFilling::childOfDomain(Level level, const DomainKey& domain, const char* label) const {
+  const KxIndexedString text(label);
   if (!domain.isThere()) {
-    return childWith(level, KxIndexedString(label));
+    return childWith(level, asParsed(text));
   }
   TreeState& tree = *m_top.tree();
   KxWildcardNode* child = tree.domains().find(domain);
   if (child == nullptr) {
     tree.domains().reserveOne();
-    child = tree.hasOnlyPatterns() ? newChild(level, KxIndexedString(label)) : childWith(level, KxIndexedString(label));
+    child = tree.hasOnlyPatterns() ? newChild(level, asParsed(text)) : childWith(level, asParsed(text));
     if (child != nullptr) {
       tree.domains().add(domain, child);
     }
@@ -393,8 +403,11 @@ KxListedEmailAddress* TreeFilling::leafWith(Level level, const KxIndexedString& 
   if (level.tree() != nullptr && level.table() != nullptr) {
     level.tree()->mixIn();
   }
-  if (level.isFillingOverLockedTable() && name.getString() != nullptr && fullAddress.getString() != nullptr) {
-    return leafOfOwnTexts(level, name, fullAddress);
+  if (level.isFillingOverLockedTable()) {
+    if (name.getString() != nullptr && fullAddress.getString() != nullptr) {
+      return leafOfOwnTexts(level, name, fullAddress);
+    }
+    level.tree()->startWalking();  // the leaf's name will be none of the tree's texts
   }
   KxListedEmailAddress* leaf = new (std::nothrow) KxListedEmailAddress(level.table(), &fullAddress, &name);
   if (leaf == nullptr) {

@@ -68,7 +68,8 @@ class TreeFilling {
   static void admitHandle(Level level, const KxIndexedString& handle);
 
   // By handles. The child or leaf is made if need be; null when it cannot be made.
-  static bool addByHandles(KxWildcardNode& level, const PatternPieces& pattern, const PatternData& data);
+  bool addByHandles(KxWildcardNode& level, const PatternPieces& pattern, const PatternData& data) const;
+  const KxIndexedString& asParsed(const KxIndexedString& text) const;
   static KxWildcardNode* childWith(Level level, const KxIndexedString& label);
   static KxWildcardNode* storedChild(Level level, const KxIndexedString& label);
   static KxWildcardNode* newChild(Level level, const KxIndexedString& label);

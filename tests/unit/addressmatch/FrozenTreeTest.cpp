@@ -4,6 +4,7 @@
 #include <ostream>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "AllocationCount.h"
@@ -240,6 +241,42 @@ TEST_F(FrozenTree, everyGenerationHasAnIndexWhateverItsTableLacks) {
                                      "*@*." + domain, "known@*.test"}));
     }
   }
+}
+
+TEST_F(FrozenTree, levelLockedByHandFindsWhatItsLockedTableHas) {
+  for (const auto& [pattern, topLevel] :
+       {std::pair("user@example.alabelthatnokeyofadomainholds.test", "test"), std::pair("user", "user")}) {
+    KxStringtable own;
+    KxWildcardRootNode root(&own);
+    ASSERT_TRUE(root.addAddressPattern(pattern, 1, nullptr, nullptr));
+    own.lock();
+    KxWildcardNode* level = root._findMatchingChild(*own.getStringtableRef(topLevel));
+    ASSERT_NE(level, nullptr);
+    level->lock();
+    EXPECT_TRUE(root.addAddressPattern(pattern, 16, nullptr, nullptr));
+    Leaves found;
+    root.findMatches(pattern, found);
+    ASSERT_EQ(found.size(), 1u) << pattern;
+    EXPECT_EQ(found[0]->getState(), 17u) << pattern;
+  }
+}
+
+TEST_F(FrozenTree, leafWithoutATextOverALockedTableIsFoundAgain) {
+  KxStringtable own;
+  own.lock();
+  KxWildcardRootNode root(&own);
+  const KxIndexedString none(nullptr);
+  const KxIndexedString name("user");
+  const KxIndexedString label("test");
+  for (const KxEmailBelongsTo kind : {1u, 16u}) {
+    KxWildcardNode::LabelStack labels;
+    labels.push(&label);
+    EXPECT_TRUE(root.addAddressPattern(&none, &name, labels, kind, nullptr, nullptr));
+  }
+  Leaves found;
+  root.findMatches("user@test", found);
+  ASSERT_EQ(found.size(), 1u);
+  EXPECT_EQ(found[0]->getState(), 17u);
 }
 
 TEST_F(FrozenTree, textsThatALockedTableLacksAreCopiesOfTheTreesOwn) {

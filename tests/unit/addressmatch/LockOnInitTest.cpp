@@ -368,6 +368,19 @@ TEST_F(LockOnInit, queuedObjectThatThePlainQueueTookAgainIsForgotten) {
   EXPECT_THAT(locked, IsEmpty());
 }
 
+TEST_F(LockOnInit, objectsThatWereLockedLeaveNothingInTheQueueToRemove) {
+  std::vector<std::unique_ptr<Probe>> probes;
+  for (int i = 0; i < 70000; ++i) {
+    probes.push_back(std::make_unique<Probe>(true, locked));
+  }
+  KxWildcardEmail::initScanTimeMode();
+  std::make_unique<Probe>(true, locked).reset();
+  probes.clear();
+  const std::size_t before = queue.size();
+  const Probe last(true, locked);
+  EXPECT_EQ(queue.size(), before + 1);
+}
+
 // A search for every one of them would take minutes.
 TEST_F(LockOnInit, manyLockedObjectsGoWithoutASearchWhileOthersAreQueued) {
   constexpr std::size_t kMany = 300000;

@@ -22,7 +22,7 @@ constexpr unsigned int kShares = 4;
 // Of each share; a run may ask for more.
 unsigned int numberOfCases() {
   const char* wanted = std::getenv("ZARO_RANDOM_CASES");
-  return wanted != nullptr ? static_cast<unsigned int>(std::strtoul(wanted, nullptr, 10)) : 2500;
+  return wanted != nullptr ? static_cast<unsigned int>(std::strtoul(wanted, nullptr, 10)) : 1500;
 }
 
 // Patterns are mostly of single kinds; the others must be refused or ignored.
