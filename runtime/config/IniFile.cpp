@@ -9,6 +9,8 @@
 #include <SimpleIni.h>
 #pragma GCC diagnostic pop
 
+#include <new>
+
 #include "ZaroRuntime/RuntimeError.h"
 #include "common/FileText.h"
 #include "config/IniText.h"
@@ -50,7 +52,11 @@ struct IniFile::Impl {
 
   void read(const std::string& name) {
     ini.Reset();
-    if (ini.LoadData(text.data(), text.size()) < 0) {
+    const SI_Error result = ini.LoadData(text.data(), text.size());
+    if (result == SI_NOMEM) {
+      throw std::bad_alloc();
+    }
+    if (result < 0) {
       throw RuntimeError(name + ": not an ini file");
     }
   }

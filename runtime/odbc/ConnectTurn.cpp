@@ -17,6 +17,7 @@ namespace {
 
 struct Turn {
   const pid_t process = ::getpid();
+  const Turn* parents = nullptr;  // the parent process's; kept, since a thread of its own may have it
   std::mutex mutex;
   std::condition_variable isFree;
   bool taken = false;
@@ -29,6 +30,7 @@ Turn& turn() {
   Turn* known = current;
   while (known == nullptr || known->process != ::getpid()) {
     auto own = std::make_unique<Turn>();
+    own->parents = known;
     if (current.compare_exchange_strong(known, own.get())) {
       known = own.release();
     }

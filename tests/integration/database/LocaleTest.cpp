@@ -1,8 +1,6 @@
 // The process's locale, which is neither the runtime's to change nor to rely on.
 #include <gmock/gmock.h>
 
-#include <strings.h>
-
 #include <cctype>
 #include <clocale>
 #include <cstdlib>
@@ -46,7 +44,7 @@ class Locale : public zarotest::OnEveryDatabase {
     for (const char* name : TurkishLocales::kNames) {
       SCOPED_TRACE(name);
       inProcessWith({name, name}, [&] {
-        ASSERT_NE(strcasecmp("ADMINID", "adminid"), 0) << "not the locale that it should be";
+        ASSERT_NE(std::tolower('I'), 'i') << "not the locale that it should be";
         body();
       });
     }
