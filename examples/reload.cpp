@@ -88,6 +88,7 @@ std::size_t heapInUse() {
 std::unique_ptr<List> load(std::size_t generation, std::size_t count) {
   const std::vector<std::string> patterns = patternsOf(generation, count);
   std::vector<const char*> texts;
+  texts.reserve(patterns.size());
   for (const std::string& pattern : patterns) {
     texts.push_back(pattern.c_str());
   }
