@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -68,6 +69,9 @@ void ProgramTest::SetUp() {
   }
   if (!postgresqlServer()) {
     GTEST_SKIP() << "no PostgreSQL server: run the tests through scripts/with-postgres";
+  }
+  if (std::getenv("ZARO_PROGRAMS_ON_SQLITE") != nullptr) {
+    GTEST_SKIP() << "the programs are tested on SQLite alone";
   }
   m_database = std::make_unique<ServerDatabase>();
 }
