@@ -8,21 +8,12 @@
 #include <memory>
 #include <new>
 
+#include "mail/LetterCase.h"
 #include "patterns/PatternPieces.h"
 
 namespace {
 
 constexpr std::string_view kNullSender = "<>";
-
-char lowerCase(char character) {
-  return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
-}
-
-std::string inLowerCase(std::string_view text) {
-  std::string lowered(text);
-  std::transform(lowered.begin(), lowered.end(), lowered.begin(), lowerCase);
-  return lowered;
-}
 
 // Position of the "@" in front of the domain. A domain has no quotes, so an "@" with one behind it is inside a local
 // part that stands alone.
@@ -86,8 +77,8 @@ std::string withoutNumbers(std::string_view content) {
 }
 
 std::string localPartOf(std::string_view content) {
-  const std::string lowered = inLowerCase(content);
-  return isDotString(lowered) ? lowered : inQuotes(lowered);
+  const std::string text = inLowerCase(content);
+  return isDotString(text) ? text : inQuotes(text);
 }
 
 bool isAnsweredByTheServer(std::string_view content, bool hyphenDelimits) {

@@ -8,6 +8,7 @@
 #include "ZaroRuntime/PrintableText.h"
 #include "console/LineReader.h"
 #include "console/Text.h"
+#include "mail/LetterCase.h"
 #include "store/Administration.h"
 
 namespace {
@@ -16,10 +17,6 @@ namespace {
 constexpr const char* kTags[] = {"<ma>", "</ma>", "<mas>", "</mas>"};
 // What stands before an address that is written with escapes. No member begins so, since it would hold a blank.
 constexpr std::string_view kEscaped = "\\ ";
-
-char lowered(char letter) {
-  return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
-}
 
 bool beginsWith(const std::string& text, std::string_view begin) {
   return text.compare(0, begin.size(), begin) == 0;
@@ -49,9 +46,7 @@ std::string wrongMember(const std::string& address) {
 }
 
 std::string memberKey(const std::string& address) {
-  std::string key = address;
-  std::transform(key.begin(), key.end(), key.begin(), lowered);
-  return key;
+  return inLowerCase(address);
 }
 
 DistinctMembers::DistinctMembers() : m_places(0, Hash{&m_addresses}, Equal{&m_addresses}) {}

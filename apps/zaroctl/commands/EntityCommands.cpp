@@ -11,6 +11,7 @@
 #include "commands/EntityArgument.h"
 #include "console/Text.h"
 #include "console/UsageError.h"
+#include "mail/LetterCase.h"
 #include "patterns/PatternMistakes.h"
 #include "store/Administration.h"
 #include "store/EntityTree.h"
@@ -59,13 +60,6 @@ ExitCode show(Output& out, const WantedEntity& wanted) {
   record["objects"] = objectsOf(db, entity);
   out.record(record);
   return ExitCode::Found;
-}
-
-std::string inLowerCase(std::string text) {
-  for (char& byte : text) {
-    byte = byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte - 'A' + 'a') : byte;
-  }
-  return text;
 }
 
 // The name under which a wildcard group is found again: addresses are compared in lower case.
