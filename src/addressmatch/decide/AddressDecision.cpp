@@ -21,14 +21,6 @@ bool askTree(KxWildcardNode& tree, std::size_t number, const char* address, Plai
   return decision.addTree(LeafRange::of(leaves), static_cast<unsigned int>(number));
 }
 
-void askEachTree(const SearchedTrees& trees, const char* address, PlainDecision& decision) {
-  for (std::size_t i = 0; i != trees.size(); ++i) {
-    if (trees.tree(i) != nullptr && askTree(*trees.tree(i), i, address, decision)) {
-      return;
-    }
-  }
-}
-
 // Calls `visit(number)` for every bit, the lowest first, until one answers true; then true.
 template <typename Visit>
 inline bool anyBit(std::uint32_t bits, Visit visit) {
@@ -84,7 +76,7 @@ KxMatchResult decideAddress(const SearchedTrees& trees, const char* address) {
   if (trees.split(query, address)) {
     decideSplit(trees, address, query, decision);
   } else {
-    askEachTree(trees, address, decision);
+    askEachTree(trees.trees(), address, decision);
   }
   return resultOf(decision.outcome());
 }
@@ -106,7 +98,7 @@ void decideTogether(const SearchedTrees& trees, const char* const* addresses, st
     one.decision.emplace(g_noObserver);
     one.isDecided = !trees.split(one.query, addresses[i]);
     if (one.isDecided) {
-      askEachTree(trees, addresses[i], *one.decision);
+      askEachTree(trees.trees(), addresses[i], *one.decision);
     } else {
       trees.prefetchFilters(one.query);
     }

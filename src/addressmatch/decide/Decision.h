@@ -225,14 +225,10 @@ class Decision {
   Outcome m_outcome;
 };
 
-// Decides an address over trees, leaf by leaf. Returns how many of them were searched; throws std::bad_alloc.
+// Asks trees leaf by leaf, until one decides. Returns how many of them were asked; throws std::bad_alloc.
 template <typename Observer>
-std::size_t decideOver(const std::vector<KxWildcardNode*>& trees, const char* address, Observer& observer,
-                       Outcome& outcome) {
-  Decision<Observer> decision(observer);
-  constexpr std::size_t kUsualLeaves = 16;
+std::size_t askEachTree(const std::vector<KxWildcardNode*>& trees, const char* address, Decision<Observer>& decision) {
   std::vector<KxListedEmailAddress*> leaves;
-  leaves.reserve(kUsualLeaves);
   std::size_t tree = 0;
   for (bool decided = false; !decided && tree != trees.size(); ++tree) {
     leaves.clear();
@@ -241,7 +237,6 @@ std::size_t decideOver(const std::vector<KxWildcardNode*>& trees, const char* ad
     }
     decided = decision.addTree(LeafRange::of(leaves), static_cast<unsigned int>(tree));
   }
-  outcome = decision.outcome();
   return tree;
 }
 

@@ -121,7 +121,9 @@ unsigned char KxWildcardEmail::explainEmailAddress(const char* address, std::vec
   Outcome outcome;
   Recorder recorder(explanation.candidates);
   const bool complete = withinMemory([&] {
-    explanation.treesSearched = decideOver(trees, address, recorder, outcome);
+    Decision<Recorder> decision(recorder);
+    explanation.treesSearched = askEachTree(trees, address, decision);
+    outcome = decision.outcome();
     for (std::size_t tree = explanation.treesSearched; tree < trees.size(); ++tree) {
       std::vector<KxListedEmailAddress*> leaves;
       if (trees[tree] != nullptr && !trees[tree]->findAllMatches(address, leaves)) {

@@ -8,6 +8,7 @@
 //   memory      none of the heap for up to 16 trees
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -48,6 +49,7 @@ class SearchedTrees {
   SearchedTrees(const SearchedTrees&) = delete;
   SearchedTrees& operator=(const SearchedTrees&) = delete;
 
+  const std::vector<KxWildcardNode*>& trees() const { return m_trees; }
   std::size_t size() const { return m_trees.size(); }
   KxWildcardNode* tree(std::size_t number) const { return m_trees[number]; }
   // Null for a tree that answers by itself.
