@@ -33,12 +33,20 @@ const std::vector<Option> kSqliteDefaults = {
 };
 
 // Protocol 7.4-2 makes a failed statement roll back alone; with the others a COMMIT after it claims success although it
-// rolled back, or commits a half. The rest gives a server up that has gone without a word, after 30 to 60 seconds.
+// rolled back, or commits a half.
 const std::vector<Option> kPostgresqlDefaults = {
     {"SSLmode", "prefer"},
     {"Protocol", "7.4-2"},
-    {"pqopt", "tcp_user_timeout=30000 keepalives_idle=30 keepalives_interval=10 keepalives_count=3"},
 };
+
+// The driver's option for parameters of its client library, of which the last of a name counts.
+constexpr const char* kLibraryParameters = "pqopt";
+
+// Gives a server up that has gone without a word, after 30 to 60 seconds.
+constexpr const char* kKeepAlive = "tcp_user_timeout=30000 keepalives_idle=30 keepalives_interval=10 keepalives_count=3";
+
+// Of several servers, the one that takes changes: a replica that still follows does not.
+constexpr const char* kWhichTakesChanges = " target_session_attrs=read-write";
 
 // Options that a data source may set to one value only.
 struct RequiredOption {
@@ -57,7 +65,7 @@ constexpr RequiredOption kPostgresqlRequired[] = {
 };
 
 // The only keys whose values the PostgreSQL driver takes out of their braces; for the others they are part of the value.
-const std::vector<std::string> kPostgresqlBraces = {"PWD", "ConnSettings", "A6", "pqopt"};
+const std::vector<std::string> kPostgresqlBraces = {"PWD", "ConnSettings", "A6", kLibraryParameters};
 
 // The option with statements to execute after connecting, and its short name.
 constexpr const char* kSessionSettings[] = {"ConnSettings", "A6"};
@@ -154,16 +162,19 @@ void refuseOtherValues(const DataSource& source, const RequiredOption (&required
   }
 }
 
+// What the data source sets; empty where it does not.
+std::string optionOf(const DataSource& source, const char* key) {
+  const auto found = std::find_if(source.options.begin(), source.options.end(),
+                                  [key](const auto& option) { return equalsIgnoringCase(option.first, key); });
+  return found == source.options.end() ? std::string() : found->second;
+}
+
 std::string databaseName(const DataSource& source, const DatabaseSettings& settings) {
-  if (!settings.database.empty()) {
-    return settings.database;
+  std::string name = settings.database.empty() ? optionOf(source, "Database") : settings.database;
+  if (name.empty()) {
+    throw RuntimeError("data source " + source.name + ": no database is named");
   }
-  for (const auto& option : source.options) {
-    if (equalsIgnoringCase(option.first, "Database") && !option.second.empty()) {
-      return option.second;
-    }
-  }
-  throw RuntimeError("data source " + source.name + ": no database is named");
+  return name;
 }
 
 // The driver would make an empty database out of a mistyped name, so the file must be there.
@@ -195,13 +206,35 @@ std::string sqliteString(const DataSource& source, const DatabaseSettings& setti
   return builder.text();
 }
 
-std::string serverString(const DataSource& source, const DatabaseSettings& settings, Builder::Quoting quoting,
-                         const std::vector<Option>& defaults) {
-  Builder builder(source, quoting);
+void addCredentials(Builder& builder, const DataSource& source, const DatabaseSettings& settings) {
   builder.add("Database", databaseName(source, settings));
   builder.add("UID", settings.user);
   builder.add("PWD", settings.password);
-  builder.addOptions(defaults, {"Database", "UID", "PWD"});
+}
+
+// Ours, then what the data source sets, which counts.
+std::string libraryParameters(const DataSource& source) {
+  std::string parameters = kKeepAlive;
+  if (optionOf(source, "Servername").find(',') != std::string::npos) {
+    parameters += kWhichTakesChanges;
+  }
+  const std::string own = optionOf(source, kLibraryParameters);
+  return own.empty() ? parameters : parameters + " " + own;
+}
+
+std::string postgresqlString(const DataSource& source, const DatabaseSettings& settings) {
+  refuseOtherValues(source, kPostgresqlRequired);
+  Builder builder(source, Builder::Quoting::PostgreSQL);
+  addCredentials(builder, source, settings);
+  builder.add(kLibraryParameters, libraryParameters(source));
+  builder.addOptions(kPostgresqlDefaults, {"Database", "UID", "PWD", kLibraryParameters});
+  return builder.text();
+}
+
+std::string serverString(const DataSource& source, const DatabaseSettings& settings) {
+  Builder builder(source, Builder::Quoting::Braces);
+  addCredentials(builder, source, settings);
+  builder.addOptions({}, {"Database", "UID", "PWD"});
   return builder.text();
 }
 
@@ -213,12 +246,11 @@ std::string connectionString(const DataSource& source, const DatabaseSettings& s
     case Dialect::SQLite:
       return sqliteString(source, settings, installation);
     case Dialect::PostgreSQL:
-      refuseOtherValues(source, kPostgresqlRequired);
-      return serverString(source, settings, Builder::Quoting::PostgreSQL, kPostgresqlDefaults);
+      return postgresqlString(source, settings);
     case Dialect::Other:
       break;
   }
-  return serverString(source, settings, Builder::Quoting::Braces, {});
+  return serverString(source, settings);
 }
 
 std::string sessionSettings(const DataSource& source) {

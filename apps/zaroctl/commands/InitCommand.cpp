@@ -228,7 +228,9 @@ void addInit(CommandTree& tree) {
   command->add_option("--skeleton", arguments->skeleton, "Where the files of an installation are copied from")
       ->type_name("DIR");
 
-  command->add_option("--host", arguments->host, "Host name, address, or directory of the socket")
+  command
+      ->add_option("--host", arguments->host,
+                   "Host name, address, or directory of the socket; a primary and its replicas with commas")
       ->type_name("HOST")
       ->capture_default_str()
       ->group(kServerGroup);

@@ -10,6 +10,7 @@
 #include "RdbmsInterface.h"
 #include "ZaroErrC.h"
 #include "ZaroPolicyServerInterface.h"
+#include "ZaroRuntime/IniFile.h"
 #include "miscUtils.h"
 #include "support/LibraryTest.h"
 
@@ -28,9 +29,11 @@ class Restart : public zarotest::OnEveryDatabaseWithLibrary {
     }
   }
 
-  static void control(const std::string& action) {
-    const std::string command = "(" + zarotest::postgresqlServer()->control + " " + action + ") >/dev/null 2>&1";
-    ASSERT_EQ(std::system(command.c_str()), 0) << action;
+  static void control(const std::string& action) { run(zarotest::postgresqlServer()->control + " " + action); }
+  static void replica(const std::string& action) { run(zarotest::postgresqlServer()->replica + " " + action); }
+
+  static void run(const std::string& command) {
+    ASSERT_EQ(std::system(("(" + command + ") >/dev/null 2>&1").c_str()), 0) << command;
   }
 
   static void warmUp(int connections) {
@@ -167,6 +170,39 @@ TEST_P(Restart, serverListAndRuleOrderFailWithTheirCodesMeanwhile) {
     EXPECT_EQ(ZaroPolicyServerInterface::getPolicyServerInfo(servers), 0);
     EXPECT_EQ(servers.size(), 1u);
   });
+}
+
+TEST_P(Restart, promotedReplicaIsFollowed) {
+  home().sql("INSERT INTO administrator (name) VALUES ('alice')");
+  const std::string file = home().installation().odbcIni();
+  zaroruntime::IniFile odbc(file);
+  odbc.set("zaro", "Servername", "127.0.0.2,127.0.0.1");
+  odbc.write(file, 0600);
+  replica("make");
+  inOwnProcess([&] {
+    ASSERT_TRUE(RdbmsInterface::Init(2, nullptr, nullptr, nullptr, nullptr, nullptr));
+    warmUp(2);
+    {
+      RdbmsInterface db;
+      ASSERT_TRUE(db.startTransaction()) << "by the primary, although the replica is named first";
+      db.executeSQL("INSERT INTO administrator (name) VALUES ('before')");
+      ASSERT_TRUE(db.commitTransaction());
+    }
+    control("stop");
+    replica("promote");
+    for (int unit = 0; unit < 4; ++unit) {
+      RdbmsInterface db;
+      EXPECT_EQ(lookUp(db), 0) << "unit " << unit;
+      ASSERT_TRUE(db.startTransaction());
+      db.executeSQL(("INSERT INTO administrator (name) VALUES ('after " + std::to_string(unit) + "')").c_str());
+      EXPECT_TRUE(db.commitTransaction());
+    }
+    const auto followed = zaroruntime::readDataSource(home().installation(), "zaro");
+    zaroruntime::SqlSession session(followed, home().settings(), home().installation(), 30);
+    EXPECT_EQ(session.value("SELECT count(*) FROM administrator"), "6");
+  });
+  replica("remove");
+  control("start");
 }
 
 INSTANTIATE_TEST_SUITE_P(, Restart, testing::Values(Dialect::PostgreSQL), zarotest::dialectTestName);

@@ -107,9 +107,24 @@ TEST_F(ConnectionString, rowLosingOptionOfSqliteIsRefused) {
 
 TEST_F(ConnectionString, postgresqlPasswordIsBraced) {
   EXPECT_EQ(postgresql("Servername=db.example.test\nPort=5433\n", {"zaro", "user", "p}w{;%", "d b"}),
-            "DRIVER=psqlodbcw.so;Database=d b;UID=user;PWD={p}}w{;%};SSLmode=prefer;Protocol=7.4-2;"
+            "DRIVER=psqlodbcw.so;Database=d b;UID=user;PWD={p}}w{;%};"
             "pqopt={tcp_user_timeout=30000 keepalives_idle=30 keepalives_interval=10 keepalives_count=3};"
-            "Servername=db.example.test;Port=5433;");
+            "SSLmode=prefer;Protocol=7.4-2;Servername=db.example.test;Port=5433;");
+}
+
+TEST_F(ConnectionString, parametersOfTheClientLibraryComeAfterOurs) {
+  EXPECT_THAT(postgresql("PQOPT=keepalives_idle=5 application_name=mail\n", {"zaro", "u", "p", "d"}),
+              HasSubstr(";pqopt={tcp_user_timeout=30000 keepalives_idle=30 keepalives_interval=10 keepalives_count=3 "
+                        "keepalives_idle=5 application_name=mail};"));
+}
+
+TEST_F(ConnectionString, ofSeveralServersTheOneThatTakesChangesIsAskedFor) {
+  const DatabaseSettings settings = {"zaro", "u", "p", "d"};
+  EXPECT_THAT(postgresql("Servername=a.example.test,b.example.test\n", settings),
+              HasSubstr("keepalives_count=3 target_session_attrs=read-write};"));
+  EXPECT_THAT(postgresql("Servername=a,b\npqopt=target_session_attrs=any\n", settings),
+              HasSubstr("target_session_attrs=read-write target_session_attrs=any};"));
+  EXPECT_THAT(postgresql("Servername=a.example.test\n", settings), Not(HasSubstr("target_session_attrs")));
 }
 
 TEST_F(ConnectionString, semicolonsReachPostgresqlInThePasswordOnly) {

@@ -33,7 +33,8 @@ std::string freshDatabaseName() {
 std::optional<PostgresqlServer> postgresqlServer() {
   PostgresqlServer server{environment("ZARO_TEST_PG_HOST"),     environment("ZARO_TEST_PG_PORT"),
                           environment("ZARO_TEST_PG_USER"),     environment("ZARO_TEST_PG_PASSWORD"),
-                          environment("ZARO_TEST_PG_DATABASE"), environment("ZARO_TEST_PG_CTL")};
+                          environment("ZARO_TEST_PG_DATABASE"), environment("ZARO_TEST_PG_CTL"),
+                          environment("ZARO_TEST_PG_REPLICA")};
   return server.host.empty() ? std::nullopt : std::optional<PostgresqlServer>(server);
 }
 

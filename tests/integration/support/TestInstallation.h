@@ -20,6 +20,7 @@ using zaroruntime::Dialect;
 struct PostgresqlServer {
   std::string host, port, user, password, database;
   std::string control;  // command line that takes an action of pg_ctl; empty if the server is not ours
+  std::string replica;  // the same for a replica: make, promote, remove
 };
 std::optional<PostgresqlServer> postgresqlServer();
 
