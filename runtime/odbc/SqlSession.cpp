@@ -113,6 +113,10 @@ void SqlSession::runTogether(const std::vector<std::string>& statements, const s
   });
 }
 
+void SqlSession::runAsTransaction(const std::function<void()>& work) {
+  m_impl->together(work);
+}
+
 std::optional<std::string> SqlSession::value(const std::string& query) {
   m_impl->odbc.execute(query);
   std::optional<std::string> first;
@@ -159,6 +163,10 @@ void SqlSession::runScripts(const std::vector<std::string>& paths, const std::fu
       beforeCommit();
     }
   });
+}
+
+void SqlSession::runStatementsOf(const std::string& path) {
+  m_impl->runAll(readScript(path));
 }
 
 std::string sqlLiteral(const std::string& text) {

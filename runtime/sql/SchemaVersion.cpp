@@ -46,7 +46,7 @@ void requireSchemaVersion(const std::optional<std::string>& stored) {
   const int version = versionIn(stored);
   if (version != kSchemaVersion) {
     throw RuntimeError("schema version " + std::to_string(version) + ", but this program works on version " +
-                       std::to_string(kSchemaVersion));
+                       std::to_string(kSchemaVersion) + (version < kSchemaVersion ? "; run zaroctl schema upgrade" : ""));
   }
 }
 

@@ -25,6 +25,7 @@ constexpr GroupRow kGroups[] = {
     {"object", "Named objects"},
     {"quarantine", "Quarantine areas"},
     {"rules", "The order of rule filters"},
+    {"schema", "The version of the database's schema"},
     {"servers", "Registered policy servers"},
     {"settings", "Settings of policy servers and their clients"},
 };

@@ -9,6 +9,8 @@ constexpr void (*kCommands[])(CommandTree&) = {
     addInit,
     addCheck,
     addPassword,
+    addSchemaStatus,
+    addSchemaUpgrade,
     addAdminId,
     addAdminList,
     addAdminAdd,

@@ -47,6 +47,8 @@ void addPassword(CommandTree& tree);
 void addQuarantineList(CommandTree& tree);
 void addRulesOrder(CommandTree& tree);
 void addRulesSetOrder(CommandTree& tree);
+void addSchemaStatus(CommandTree& tree);
+void addSchemaUpgrade(CommandTree& tree);
 void addServersAdd(CommandTree& tree);
 void addServersList(CommandTree& tree);
 void addServersRemove(CommandTree& tree);

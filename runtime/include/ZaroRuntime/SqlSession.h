@@ -35,6 +35,9 @@ class SqlSession {
   // Runs some statements, in order, as one transaction: all or nothing. Throws RuntimeError.
   //   beforeCommit   as for `runScripts`
   void runTogether(const std::vector<std::string>& statements, const std::function<void()>& beforeCommit = {});
+  // Runs `work`, which uses this session, as one transaction: what it throws rolls back and goes on to the caller, and
+  // the session is of no use afterwards. Throws RuntimeError when the commit fails.
+  void runAsTransaction(const std::function<void()>& work);
   // First column of the first row; nothing for no row or NULL. Throws RuntimeError.
   std::optional<std::string> value(const std::string& query);
   // Every row. Throws RuntimeError.
@@ -47,6 +50,8 @@ class SqlSession {
   void runScripts(const std::vector<std::string>& paths, const std::function<void()>& beforeCommit = {});
   // The same for one file.
   void runScript(const std::string& path) { runScripts({path}); }
+  // Runs every statement of a file in the transaction that is open. Throws as `runScripts` does.
+  void runStatementsOf(const std::string& path);
 
  private:
   struct Impl;

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
+#include "ZaroRuntime/SchemaVersion.h"
 #include "programs/ProgramTest.h"
 #include "support/LoopbackServer.h"
 
@@ -285,10 +286,13 @@ TEST_P(Check, settingsThatAreTooLongTogetherAreNamed) {
 }
 
 TEST_P(Check, schemaOfAnotherVersionIsNamed) {
-  session()->run("INSERT INTO schema_version (version) VALUES (2)");
+  const std::string newer = std::to_string(zaroruntime::kSchemaVersion + 1);
+  session()->run("INSERT INTO schema_version (version) VALUES (" + newer + ")");
   const auto found = wrongs();
   ASSERT_EQ(found.size(), 1u);
-  EXPECT_THAT(found[0], MatchesRegex("schema\tdatabase .+: schema version 2, but this program works on version 1"));
+  EXPECT_THAT(found[0],
+              MatchesRegex("schema\tdatabase .+: schema version " + newer + ", but this program works on version " +
+                           std::to_string(zaroruntime::kSchemaVersion)));
 }
 
 TEST_P(Check, patternsWithCapitalsAreNamed) {

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "ZaroRuntime/SchemaVersion.h"
 #include "programs/ProgramTest.h"
 
 namespace {
@@ -32,6 +33,8 @@ const std::vector<CommandRow> kCommands = {
     {{"init"}, {"{home}.second"}, ""},
     {{"check"}, {}, ""},
     {{"password"}, {}, "secret\n"},
+    {{"schema", "status"}, {}, ""},
+    {{"schema", "upgrade"}, {}, ""},
     {{"admin", "id"}, {"postmaster"}, ""},
     {{"admin", "list"}, {}, ""},
     {{"admin", "add"}, {"helpdesk"}, ""},
@@ -172,7 +175,8 @@ class EveryCommand : public zarotest::SampleInstallation {
     const std::vector<std::string> arguments = _arguments(row);
     SCOPED_TRACE(testing::PrintToString(arguments));
     const Outcome intact = _run(arguments, row.input);
-    session()->run("INSERT INTO schema_version (version) VALUES (2)");
+    constexpr int kNewer = zaroruntime::kSchemaVersion + 1;
+    session()->run("INSERT INTO schema_version (version) VALUES (" + std::to_string(kNewer) + ")");
     const std::string before = _stored();
     const ProgramResult result = run(arguments, row.input);
     const std::string after = _stored();
@@ -184,7 +188,8 @@ class EveryCommand : public zarotest::SampleInstallation {
       return;
     }
     EXPECT_EQ(result.status, 75) << result.err;
-    EXPECT_THAT(result.out + result.err, HasSubstr(": schema version 2, but this program works on version 1"));
+    EXPECT_THAT(result.out + result.err, HasSubstr(": schema version " + std::to_string(kNewer) +
+                                                   ", but this program works on version " + std::to_string(kNewer - 1)));
   }
 
   void tryWithoutStatements(const CommandRow& row) {

@@ -11,6 +11,7 @@
 #include <nlohmann/json.hpp>
 #include <thread>
 
+#include "ZaroRuntime/SchemaVersion.h"
 #include "programs/ProgramTest.h"
 #include "support/LoopbackServer.h"
 
@@ -110,17 +111,19 @@ TEST_P(Init, linesSayWhatWasMade) {
   const ProgramResult result = init(home());
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.err, "");
-  EXPECT_THAT(linesOf(result.out), ElementsAre("home\t" + home(), std::string("database\t") + dialect(),
-                                               "schema\tcreated", "schema_version\t1", "sample\tno"));
+  EXPECT_THAT(linesOf(result.out),
+              ElementsAre("home\t" + home(), std::string("database\t") + dialect(), "schema\tcreated",
+                          "schema_version\t" + std::to_string(zaroruntime::kSchemaVersion), "sample\tno"));
 }
 
 TEST_P(Init, jsonSaysWhatWasMade) {
   const ProgramResult result = init(home(), {"--json", "--sample"});
   EXPECT_EQ(result.status, 0);
-  EXPECT_EQ(
-      nlohmann::json::parse(result.out),
-      (nlohmann::json{
-          {"home", home()}, {"database", dialect()}, {"schema", "created"}, {"schema_version", 1}, {"sample", true}}));
+  EXPECT_EQ(nlohmann::json::parse(result.out), (nlohmann::json{{"home", home()},
+                                                               {"database", dialect()},
+                                                               {"schema", "created"},
+                                                               {"schema_version", zaroruntime::kSchemaVersion},
+                                                               {"sample", true}}));
 }
 
 TEST_P(Init, secretsAreClosedToOthers) {
@@ -496,10 +499,10 @@ TEST_P(InitPostgresql, sampleGoesIntoAnEmptySchemaOnly) {
 
 TEST_P(InitPostgresql, schemaOfAnotherVersionIsRefused) {
   mustInit();
-  session()->run("INSERT INTO schema_version (version) VALUES (7)");
+  session()->run("INSERT INTO schema_version (version) VALUES (7000)");
   const ProgramResult second = init(directory().path("second"));
   EXPECT_EQ(second.status, 75);
-  EXPECT_THAT(second.err, HasSubstr(": schema version 7, but this program works on version 1"));
+  EXPECT_THAT(second.err, HasSubstr(": schema version 7000, but this program works on version "));
   EXPECT_FALSE(fs::exists(directory().path("second")));
 }
 

@@ -2,6 +2,7 @@
 #include <string>
 
 #include "ZaroRuntime/RuntimeError.h"
+#include "ZaroRuntime/SchemaVersion.h"
 #include "programs/ProgramTest.h"
 
 namespace {
@@ -253,9 +254,9 @@ TEST_P(Schema, wrongRuleOrdersCanBeStoredForReportsAboutThem) {
 }
 
 TEST_P(Schema, versionsAreNumbersFromOne) {
-  EXPECT_EQ(value("SELECT max(version) FROM schema_version"), "1");
-  expectRefused({"INSERT INTO schema_version (version) VALUES (1)", "INSERT INTO schema_version (version) VALUES (0)",
-                 "INSERT INTO schema_version (version) VALUES (NULL)"});
+  EXPECT_EQ(value("SELECT max(version) FROM schema_version"), std::to_string(zaroruntime::kSchemaVersion));
+  expectRefused({"INSERT INTO schema_version SELECT * FROM schema_version",
+                 "INSERT INTO schema_version (version) VALUES (0)", "INSERT INTO schema_version (version) VALUES (NULL)"});
 }
 
 TEST_P(Schema, veryLongContentIsStored) {
