@@ -4,9 +4,11 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <new>
+#include <optional>
 
 #include "mail/LetterCase.h"
 #include "patterns/PatternPieces.h"
@@ -100,6 +102,76 @@ std::string_view withoutExtension(std::string_view content, std::string_view del
   return content.substr(0, end);
 }
 
+// --- Tags of mail servers ---
+
+bool beginsWith(std::string_view text, std::string_view lowerCaseBegin) {
+  return text.size() >= lowerCaseBegin.size() && inLowerCase(text.substr(0, lowerCaseBegin.size())) == lowerCaseBegin;
+}
+
+// The part up to a separator, which is taken off `text` with it. Nothing when the separator is not there.
+std::optional<std::string_view> takePart(std::string_view& text, char separator) {
+  const std::size_t end = text.find(separator);
+  if (end == std::string_view::npos || end == 0) {
+    return std::nullopt;
+  }
+  const std::string_view part = text.substr(0, end);
+  text.remove_prefix(end + 1);
+  return part;
+}
+
+// A mailbox in the making: the local part without its spelling, and the domain as it is spelled.
+struct Mailbox {
+  std::string name;
+  std::string domain;
+};
+
+// prvs=TAG=LOCAL
+bool stripBatvTag(Mailbox& mailbox) {
+  constexpr std::string_view kBegin = "prvs=";
+  if (!beginsWith(mailbox.name, kBegin)) {
+    return false;
+  }
+  std::string_view rest = std::string_view(mailbox.name).substr(kBegin.size());
+  const auto tag = takePart(rest, '=');
+  if (!tag || rest.empty() || !std::all_of(tag->begin(), tag->end(), isAlphanumeric)) {
+    return false;
+  }
+  mailbox.name = std::string(rest);
+  return true;
+}
+
+// What begins a form of SRS: its name and one of three separators.
+bool takeSrsBegin(std::string_view& text, std::string_view name) {
+  constexpr std::string_view kSeparators = "=+-";
+  if (!beginsWith(text, name) || text.size() == name.size() ||
+      kSeparators.find(text[name.size()]) == std::string_view::npos) {
+    return false;
+  }
+  text.remove_prefix(name.size() + 1);
+  return true;
+}
+
+// SRS0=HASH=TIME=DOMAIN=LOCAL, SRS1=HASH=HOST==HASH=TIME=DOMAIN=LOCAL
+bool stripSrsTag(Mailbox& mailbox) {
+  std::string_view rest = mailbox.name;
+  if (takeSrsBegin(rest, "srs1")) {
+    if (!takePart(rest, '=') || !takePart(rest, '=') || !takeSrsBegin(rest, "")) {
+      return false;
+    }
+  } else if (!takeSrsBegin(rest, "srs0")) {
+    return false;
+  }
+  if (!takePart(rest, '=') || !takePart(rest, '=')) {
+    return false;
+  }
+  const auto domain = takePart(rest, '=');
+  if (!domain || rest.empty()) {
+    return false;
+  }
+  mailbox = {std::string(rest), std::string(*domain)};
+  return true;
+}
+
 // The A-label of a label beyond ASCII; empty if there is none.
 std::string aLabelOf(std::string_view label) {
   if (label.find('\0') != std::string_view::npos) {
@@ -153,6 +225,21 @@ std::string domainOf(std::string_view spelled) {
   return form;
 }
 
+// Whether a pattern is its own form, for the plain ones.
+bool isNormal(std::string_view pattern) {
+  const std::size_t at = pattern.find('@');
+  if (at == std::string_view::npos || at == 0 || pattern.back() == '.') {
+    return false;
+  }
+  const auto isPlain = [](char character) {
+    return (character >= 'a' && character <= 'z') || (character >= '0' && character <= '9') || character == '-' ||
+           character == '_' || character == '.' || character == '*';
+  };
+  return isDotString(pattern.substr(0, at)) &&
+         std::all_of(pattern.begin(), pattern.begin() + static_cast<std::ptrdiff_t>(at), isPlain) &&
+         std::all_of(pattern.begin() + static_cast<std::ptrdiff_t>(at) + 1, pattern.end(), isPlain);
+}
+
 // Without the brackets of a path, and the hosts on its way.
 std::string_view mailboxOf(std::string_view path) {
   if (path.size() < 2 || path.front() != '<' || path.back() != '>') {
@@ -166,10 +253,14 @@ std::string_view mailboxOf(std::string_view path) {
 }  // namespace
 
 std::string normalAddress(std::string_view spelled) {
-  return normalAddress(spelled, {});
+  return normalAddress(spelled, AddressForm());
 }
 
 std::string normalAddress(std::string_view spelled, std::string_view delimiters) {
+  return normalAddress(spelled, AddressForm{delimiters});
+}
+
+std::string normalAddress(std::string_view spelled, const AddressForm& form) {
   const std::string_view path = trimmed(spelled);
   const std::string_view mailbox = mailboxOf(path);
   if (mailbox.empty()) {
@@ -180,10 +271,17 @@ std::string normalAddress(std::string_view spelled, std::string_view delimiters)
   if (at == std::string_view::npos) {
     return localPartOf(content);
   }
-  return localPartOf(withoutExtension(content, delimiters)) + '@' + domainOf(mailbox.substr(at + 1));
+  Mailbox stripped = {content, std::string(mailbox.substr(at + 1))};
+  // Each tag is shorter than what it stands in, so that this ends.
+  while ((form.stripBatv && stripBatvTag(stripped)) || (form.stripSrs && stripSrsTag(stripped))) {
+  }
+  return localPartOf(withoutExtension(stripped.name, form.delimiters)) + '@' + domainOf(stripped.domain);
 }
 
 std::string normalPattern(std::string_view pattern) {
+  if (isNormal(pattern)) {
+    return std::string(pattern);  // as nearly all of a big list are
+  }
   const std::size_t at = domainSign(pattern);
   if (at == std::string_view::npos) {
     return std::string(pattern);

@@ -27,6 +27,23 @@ std::string normalAddress(std::string_view spelled);
 // double-bounce, postmaster; and with "-" among the delimiters those that begin with "owner-" or end in "-request".
 std::string normalAddress(std::string_view spelled, std::string_view delimiters);
 
+// What mail servers put into a local part, and a list shall not see.
+//
+// | option     | spelled                                     | form            |
+// |------------|---------------------------------------------|-----------------|
+// | delimiters | user+list@a.test                            | user@a.test     | as above, after the others
+// | stripBatv  | prvs=1234abcdef=user@a.test                 | user@a.test     | tag of bounce address validation
+// | stripSrs   | SRS0=ab=XY=a.test=user@relay.test           | user@a.test     | rewritten by a forwarder
+// |            | SRS1=cd=one.test==ab=XY=a.test=user@relay.test | user@a.test  | and by one behind it
+//
+// Nobody proves a tag here: whoever writes one chooses what the form is. A tag that is not whole stays.
+struct AddressForm {
+  std::string_view delimiters;
+  bool stripBatv = false;
+  bool stripSrs = false;
+};
+std::string normalAddress(std::string_view spelled, const AddressForm& form);
+
 // The form of a pattern, so that it contains the addresses that it names: local part and domain as above, where in
 // quotes "%40" and "%25" are an "@" and a "%", so that a form is its own. A "*" in quotes is no wildcard. What has no
 // "@", and angle brackets, stay as they are.

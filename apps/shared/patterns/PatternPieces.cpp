@@ -2,15 +2,6 @@
 
 #include <algorithm>
 
-namespace {
-
-bool isAlphanumeric(char character) {
-  return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z') ||
-         (character >= '0' && character <= '9');
-}
-
-}  // namespace
-
 std::string_view PatternPieces::domain() const {
   const std::string_view last = labels.back();
   const char* begin = labels.front().data();
@@ -33,6 +24,11 @@ PatternPieces piecesOf(std::string_view pattern) {
   }
   pieces.labels.push_back(pattern.substr(begin));
   return pieces;
+}
+
+bool isAlphanumeric(char character) {
+  return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z') ||
+         (character >= '0' && character <= '9');
 }
 
 bool isNameCharacter(char character) {

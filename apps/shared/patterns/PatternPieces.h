@@ -17,6 +17,9 @@ struct PatternPieces {
 // For a pattern with an "@".
 PatternPieces piecesOf(std::string_view pattern);
 
+// An ASCII letter or digit.
+bool isAlphanumeric(char character);
+
 // Characters of which local parts and labels of mail consist, as far as they are ASCII. A local part may also be
 // quoted, a domain may be an address in brackets.
 bool isNameCharacter(char character);
