@@ -90,14 +90,3 @@ auto answerOf(const std::string& failure, Question question) -> decltype(questio
   }
   return answer;
 }
-
-// Looks at what a change has come to. A failure of that is a RuntimeError that begins with `done`, such as "the policy
-// server was added": the change is there all the same.
-template <typename Look>
-auto afterChange(const std::string& done, Look look) -> decltype(look()) {
-  try {
-    return look();
-  } catch (const zaroruntime::RuntimeError& failure) {
-    throw zaroruntime::RuntimeError(done + ", but cannot be read back: " + failure.what());
-  }
-}

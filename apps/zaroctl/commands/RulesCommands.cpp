@@ -110,15 +110,23 @@ void refuseAnotherOrder(const Filters& filters, const std::vector<StoredGroup>& 
   }
 }
 
-ExitCode printOrder(Output& out, bool verify) {
-  StoreConnection db;
-  const Order order = readOrder(db, verify);
-  const std::vector<StoredGroup> groups = order.manual ? readGroups(db) : std::vector<StoredGroup>();
-  refuseAnotherOrder(order.filters, groups);
+// The order with the groups that it comes from.
+struct GroupedOrder {
+  bool manual;
+  std::vector<StoredGroup> groups;
+};
 
+GroupedOrder readGroupedOrder(StoreConnection& db, bool verify) {
+  const Order order = readOrder(db, verify);
+  GroupedOrder grouped = {order.manual, order.manual ? readGroups(db) : std::vector<StoredGroup>()};
+  refuseAnotherOrder(order.filters, grouped.groups);
+  return grouped;
+}
+
+ExitCode printOrder(Output& out, const GroupedOrder& order, bool verify) {
   bool sound = true;
   Json rows = Json::array();
-  for (const StoredGroup& stored : groups) {
+  for (const StoredGroup& stored : order.groups) {
     Json row = {{"position", stored.position},
                 {"group", stored.id},
                 {"name", stored.name},
@@ -185,20 +193,30 @@ void storeOrder(StoreConnection& db, const std::vector<const Group*>& groups) {
   db.run(switchStatement("on"));
 }
 
+std::vector<int> idsOf(const std::vector<StoredGroup>& groups) {
+  std::vector<int> ids;
+  for (const StoredGroup& group : groups) {
+    ids.push_back(group.id);
+  }
+  return ids;
+}
+
 ExitCode setOrder(Output& out, const std::vector<std::string>& arguments) {
   const std::vector<const Group*> groups = parseGroups(arguments);
-  Filters wanted;
+  std::vector<int> wanted;
   for (const Group* group : groups) {
-    wanted.insert(wanted.end(), group->filters.begin(), group->filters.end());
+    wanted.push_back(group->id);
   }
-  inTransaction([&](StoreConnection& db) {
+  // What another program stores right afterwards is not told as this one's.
+  const GroupedOrder stored = inTransaction([&](StoreConnection& db) {
     storeOrder(db, groups);
-    const Order order = readOrder(db, true);
-    if (!order.manual || order.filters != wanted) {
+    GroupedOrder order = readGroupedOrder(db, true);
+    if (!order.manual || idsOf(order.groups) != wanted) {
       throw RuntimeError("the rule order was written, but does not come back so; nothing is changed");
     }
+    return order;
   });
-  return printOrder(out, true);
+  return printOrder(out, stored, true);
 }
 
 ExitCode switchOff(Output& out) {
@@ -230,8 +248,10 @@ ExitCode setOrderOrSwitchOff(Output& out, const SetOrderArguments& arguments) {
 void addRulesOrder(CommandTree& tree) {
   const auto verify = std::make_shared<bool>(false);
   CLI::App* command = tree.add("rules order", "Show the administrators' own order of rule filters",
-                               {"zaroctl rules order", "zaroctl rules order --verify --json"},
-                               [verify](Output& out) { return printOrder(out, *verify); });
+                               {"zaroctl rules order", "zaroctl rules order --verify --json"}, [verify](Output& out) {
+                                 StoreConnection db;
+                                 return printOrder(out, readGroupedOrder(db, *verify), *verify);
+                               });
   command->add_flag("--verify", *verify, "Compare the stored ranks and names with the expected ones");
 }
 

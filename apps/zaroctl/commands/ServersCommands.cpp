@@ -1,7 +1,6 @@
 // servers list, servers add ID ADDRESS PORT, servers remove ID
 #include <arpa/inet.h>
 
-#include <algorithm>
 #include <climits>
 #include <memory>
 #include <optional>
@@ -40,12 +39,6 @@ std::vector<PolicyServerInfo> listServers() {
 
 Json recordOf(const PolicyServerInfo& server) {
   return {{"id", server.scannerId}, {"address", server.ipAddr}, {"port", server.agentPort}};
-}
-
-const PolicyServerInfo* findServer(const std::vector<PolicyServerInfo>& servers, int id) {
-  const auto found = std::find_if(servers.begin(), servers.end(),
-                                  [&](const PolicyServerInfo& server) { return server.scannerId == id; });
-  return found != servers.end() ? &*found : nullptr;
 }
 
 bool isSame(const PolicyServerInfo& one, const PolicyServerInfo& other) {
@@ -93,14 +86,12 @@ ExitCode addServer(Output& out, const PolicyServerInfo& server) {
     }
     db.run("INSERT INTO component (scanner_id, type, ip_addr, agent_port) VALUES (" + std::to_string(server.scannerId) +
            ", 'P', " + zaroruntime::sqlLiteral(server.ipAddr) + ", " + std::to_string(server.agentPort) + ")");
+    const auto added = lockServer(db, server.scannerId);
+    if (!added || !isSame(*added, server)) {
+      throw RuntimeError(nameOf(server.scannerId) + " was written, but does not come back so; nothing is changed");
+    }
   });
-  // The library reads the list over a connection of its own.
-  const std::vector<PolicyServerInfo> after = afterChange(nameOf(server.scannerId) + " was added", listServers);
-  const PolicyServerInfo* added = findServer(after, server.scannerId);
-  if (added == nullptr || !isSame(*added, server)) {
-    throw RuntimeError(nameOf(server.scannerId) + " was written, but does not come back from the list so");
-  }
-  out.record(recordOf(*added));
+  out.record(recordOf(server));
   return ExitCode::Found;
 }
 
@@ -108,14 +99,14 @@ ExitCode removeServer(Output& out, int id) {
   const auto removed = inTransaction([&](StoreConnection& db) {
     auto server = lockServer(db, id);
     db.run("DELETE FROM component WHERE type = 'P' AND scanner_id = " + std::to_string(id));
+    if (lockServer(db, id)) {
+      throw RuntimeError(nameOf(id) + " was not removed, though the database said so; nothing is changed");
+    }
     return server;
   });
   if (!removed) {
     diagnose("no " + nameOf(id));
     return ExitCode::NotFound;
-  }
-  if (findServer(afterChange(nameOf(id) + " was removed", listServers), id) != nullptr) {
-    throw RuntimeError(nameOf(id) + " was removed, but is still in the list");
   }
   out.record(recordOf(*removed));
   return ExitCode::Found;

@@ -337,9 +337,11 @@ ExitCode setSettings(Output& out, const std::vector<std::string>& arguments) {
   }
 
   std::vector<std::string> failures;
+  bool written = false;
   try {
     write(installation, changes, wanted, byLibrary);
     transaction.commit();
+    written = true;
   } catch (const RuntimeError& failure) {
     failures.emplace_back(failure.what());  // what the settings are now is shown all the same
   }
@@ -348,7 +350,7 @@ ExitCode setSettings(Output& out, const std::vector<std::string>& arguments) {
   out.rows({{"section", "SECTION"}, {"key", "KEY"}, {"before", "BEFORE"}, {"stored", "STORED"}, {"value", "VALUE"}},
            effects(changes, before, wanted, after, values, failures));
   for (const std::string& failure : failures) {
-    diagnose(failure);
+    diagnose((written ? "the settings were written, but " : "") + failure);
   }
   return failures.empty() ? ExitCode::Found : ExitCode::Failure;
 }

@@ -1,5 +1,6 @@
 // zaroctl rules: the order of rule filters is shown, verified and set.
 #include <nlohmann/json.hpp>
+#include <thread>
 
 #include "programs/ProgramTest.h"
 
@@ -116,6 +117,27 @@ TEST_P(Rules, switchedOffOrderIsKept) {
   EXPECT_EQ(off.out, "manual\tno\n");
   EXPECT_EQ(run({"rules", "order"}).status, 1);
   EXPECT_EQ(value("SELECT count(*) FROM manual_rule_order"), "6");
+}
+
+// Others may switch the order off as soon as it is stored.
+TEST_P(Rules, ofSeveralWhoSetTheOrderAndSwitchItOffEachIsToldOfTheirOwn) {
+  constexpr int kRounds = 25;
+  std::vector<std::thread> threads;
+  for (int worker = 0; worker < 2; ++worker) {
+    threads.emplace_back([this] {
+      for (int round = 0; round < kRounds; ++round) {
+        EXPECT_THAT(lines({"rules", "set-order", "spam", "virus"}), ElementsAre("1\t4\tSpam\t8\t-", "2\t1\tVirus\t1\t-"));
+      }
+    });
+    threads.emplace_back([this] {
+      for (int round = 0; round < kRounds; ++round) {
+        EXPECT_THAT(lines({"rules", "set-order", "--off"}), ElementsAre("manual\tno"));
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
 }
 
 TEST_P(Rules, orderIsStoredWholeOrNotAtAll) {

@@ -1,4 +1,5 @@
 // zaroctl servers: policy servers are listed, added and removed.
+#include <filesystem>
 #include <nlohmann/json.hpp>
 
 #include "programs/ProgramTest.h"
@@ -46,6 +47,16 @@ TEST_P(Servers, areAddedAndRemoved) {
   EXPECT_EQ(removed.status, 0);
   EXPECT_EQ(nlohmann::json::parse(removed.out), (nlohmann::json{{"id", 1}, {"address", "192.0.2.1"}, {"port", 1}}));
   EXPECT_THAT(list(), ElementsAre("2147483647\t2001:db8::1\t65535"));
+}
+
+// What is acknowledged is the change, whatever the list that others change too shows afterwards.
+TEST_P(Servers, changesNeedNoListAfterwards) {
+  mustInit({"--sample"});
+  std::filesystem::remove(homeFile("sql/ui_GetComponentInfo.sql"));
+  EXPECT_EQ(run({"servers", "add", "9", "192.0.2.9", "15505"}).status, 0);
+  EXPECT_EQ(run({"servers", "remove", "1"}).status, 0);
+  EXPECT_EQ(value("SELECT count(*) FROM component WHERE type = 'P' AND scanner_id = 9"), "1");
+  EXPECT_EQ(value("SELECT count(*) FROM component WHERE type = 'P' AND scanner_id = 1"), "0");
 }
 
 TEST_P(Servers, numberThatIsTakenIsRefused) {

@@ -356,7 +356,8 @@ TEST_P(Settings, thatCannotBeReadAfterwardsAreToldSo) {
   EXPECT_EQ(result.status, 75);
   EXPECT_THAT(linesOf(result.out), ElementsAre("policy_server\trecv_timeout_secs\t60\t5\t-"));
   EXPECT_EQ(result.err,
-            "zaroctl: a policy server cannot read its settings (code 1609): [policy_server] backlog is missing\n");
+            "zaroctl: the settings were written, but a policy server cannot read its settings (code 1609): "
+            "[policy_server] backlog is missing\n");
 }
 
 TEST_P(Settings, nothingIsWrittenWhileTheDatabaseIsDown) {
