@@ -31,7 +31,7 @@ struct Arguments {
   bool all = false;
   bool count = false;
   bool explain = false;
-  AddressForm form;
+  AskedForm form;
 
   bool fromStandardInput() const { return addresses.size() == 1 && addresses.front() == kStandardInput; }
 };

@@ -17,7 +17,7 @@ Json AskedAddress::row() const {
   return {{"address", orNull(given)}, {"asked", orNull(asked)}};
 }
 
-AskedAddress AddressForm::of(const std::string& given) const {
+AskedAddress AskedForm::of(const std::string& given) const {
   if (literal) {
     return {given, given};
   }

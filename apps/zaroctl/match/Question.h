@@ -21,7 +21,7 @@ struct AskedAddress {
 using Addresses = std::vector<AskedAddress>;
 
 // In which form addresses are asked for.
-struct AddressForm {
+struct AskedForm {
   bool literal = false;    // as they are given
   std::string delimiters;  // that begin an extension of the local part
 

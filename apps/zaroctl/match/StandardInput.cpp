@@ -38,7 +38,7 @@ class Waiting {
 
 }  // namespace
 
-bool askAboutStandardInput(Question& question, const AddressForm& form) {
+bool askAboutStandardInput(Question& question, const AskedForm& form) {
   Waiting waiting(question);
   bool readable = true;
   // Whoever writes the addresses one by one gets each answer before the next.
