@@ -21,6 +21,21 @@ if(ZAROPOLICY_BUILD_FUZZERS)
   add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
 
+# What makes a fault harder to exploit, in optimised builds of our own; tests/checks/check-hardening looks at the files.
+# Distributions that bring flags of their own get them as well.
+include(CheckCXXCompilerFlag)
+include(CheckPIESupported)
+check_pie_supported()
+if(PROJECT_IS_TOP_LEVEL AND NOT ZAROPOLICY_SANITIZE)
+  set(optimised "$<CONFIG:Release,RelWithDebInfo,MinSizeRel>")
+  add_compile_options("$<${optimised}:-fstack-protector-strong;-fstack-clash-protection;-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
+  check_cxx_compiler_flag(-fcf-protection ZAROPOLICY_HAS_CONTROL_FLOW_PROTECTION)
+  if(ZAROPOLICY_HAS_CONTROL_FLOW_PROTECTION)
+    add_compile_options("$<${optimised}:-fcf-protection>")
+  endif()
+  add_link_options("$<${optimised}:-Wl,-z,relro,-z,now>")
+endif()
+
 function(zaro_options target)
   target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
     $<$<BOOL:${ZAROPOLICY_WERROR}>:-Werror>)
