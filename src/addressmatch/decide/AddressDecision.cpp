@@ -1,6 +1,6 @@
 #include "addressmatch/decide/AddressDecision.h"
 
-#include <cstdint>
+#include <algorithm>
 #include <optional>
 #include <vector>
 
@@ -21,56 +21,59 @@ bool askTree(KxWildcardNode& tree, std::size_t number, const char* address, Plai
   return decision.addTree(LeafRange::of(leaves), static_cast<unsigned int>(number));
 }
 
-// Calls `visit(number)` for every bit, the lowest first, until one answers true; then true.
-template <typename Visit>
-inline bool anyBit(std::uint32_t bits, Visit visit) {
-  for (; bits != 0; bits &= bits - 1) {
-    if (visit(static_cast<unsigned int>(__builtin_ctz(bits)))) {
-      return true;
+// A tree that is to be asked for an address.
+struct Search {
+  unsigned int tree;
+  const FrozenIndex* index;  // null for a tree that answers by itself
+  FrozenIndex::Place place;  // of no meaning for such a tree
+
+  void begin(const Query& query, unsigned int ofTree, const FrozenIndex* ofIndex, Presence presence) {
+    tree = ofTree;
+    index = ofIndex;
+    if (index != nullptr) {
+      index->locate(query, presence, place);
     }
   }
-  return false;
-}
-
-// The place of an address in a tree; not used if the tree answers by itself.
-inline FrozenIndex::Place placeIn(const SearchedTrees& trees, std::size_t tree, const Query& query) {
-  const FrozenIndex* index = trees.index(tree);
-  return index != nullptr ? index->locate(query) : FrozenIndex::Place();
-}
+};
 
 // Asks a tree. True when that decides.
-inline bool askTree(const SearchedTrees& trees, std::size_t tree, const char* address, const Query& query,
-                    const FrozenIndex::Place& place, PlainDecision& decision) {
-  const FrozenIndex* index = trees.index(tree);
-  return index != nullptr ? decision.addTree(*index, query, place, static_cast<unsigned int>(tree))
-                          : askTree(*trees.tree(tree), tree, address, decision);
+inline bool askTree(const SearchedTrees& trees, const Search& search, const char* address, const Query& query,
+                    PlainDecision& decision) {
+  return search.index != nullptr ? decision.addTree(*search.index, query, search.place, search.tree)
+                                 : askTree(*trees.trees()[search.tree], search.tree, address, decision);
 }
 
 void decideSplit(const SearchedTrees& trees, const char* address, const Query& query, PlainDecision& decision) {
-  for (std::size_t first = 0; first < trees.size(); first += SearchedTrees::kTogether) {
-    FrozenIndex::Place places[SearchedTrees::kTogether];
-    const std::uint32_t candidates = trees.candidates(first, query);
-    anyBit(candidates, [&](unsigned int i) {
-      places[i] = placeIn(trees, first + i, query);
-      return false;
-    });
-    if (anyBit(candidates,
-               [&](unsigned int i) { return askTree(trees, first + i, address, query, places[i], decision); })) {
-      return;
+  constexpr std::size_t kMost = SearchedTrees::Run::kMost;
+  for (const SearchedTrees::Run* run = trees.begin(); run != trees.end();) {
+    // Those of one run or more, so that their cache misses overlap.
+    Search searches[2 * kMost];
+    Search* end = searches;
+    for (; run != trees.end() && end <= searches + kMost; ++run) {
+      run->forEachCandidate(query, [&](unsigned int tree, const FrozenIndex* index, Presence presence) {
+        (end++)->begin(query, tree, index, presence);
+      });
+    }
+    for (const Search* search = searches; search != end; ++search) {
+      if (askTree(trees, *search, address, query, decision)) {
+        return;
+      }
     }
   }
+}
+
+// What a caller gets of an outcome.
+inline void give(const Outcome& outcome, KxMatchResult& result) {
+  result.code = outcome.code;
+  const bool isThere = outcome.code != 0;
+  result.treeIndex = isThere ? outcome.winner->tree : 0;
+  result.name = isThere ? outcome.winner->name() : nullptr;
+  result.belongsTo = isThere ? outcome.winner->state : 0;
 }
 
 }  // namespace
 
-KxMatchResult resultOf(const Outcome& outcome) {
-  if (outcome.code == 0) {
-    return {0, 0, nullptr, 0};
-  }
-  return {outcome.code, outcome.winner.tree, outcome.winner.name(), outcome.winner.state};
-}
-
-KxMatchResult decideAddress(const SearchedTrees& trees, const char* address) {
+void decideAddress(const SearchedTrees& trees, const char* address, KxMatchResult& result) {
   PlainDecision decision(g_noObserver);
   Query query;
   if (trees.split(query, address)) {
@@ -78,7 +81,7 @@ KxMatchResult decideAddress(const SearchedTrees& trees, const char* address) {
   } else {
     askEachTree(trees.trees(), address, decision);
   }
-  return resultOf(decision.outcome());
+  give(decision.outcome(), result);
 }
 
 void decideTogether(const SearchedTrees& trees, const char* const* addresses, std::size_t count, KxMatchResult* results) {
@@ -87,10 +90,9 @@ void decideTogether(const SearchedTrees& trees, const char* const* addresses, st
     std::optional<PlainDecision> decision;
     bool isDecided;
   };
-  struct Search {
+  struct SearchOf {
     std::size_t address;
-    std::size_t tree;
-    FrozenIndex::Place place;
+    Search search;
   };
   Undecided all[kAddressesTogether];
   for (std::size_t i = 0; i != count; ++i) {
@@ -100,29 +102,30 @@ void decideTogether(const SearchedTrees& trees, const char* const* addresses, st
     if (one.isDecided) {
       askEachTree(trees.trees(), addresses[i], *one.decision);
     } else {
-      trees.prefetchFilters(one.query);
+      std::for_each(trees.begin(), trees.end(),
+                    [&one](const SearchedTrees::Run& run) { run.prefetchFilters(one.query); });
     }
   }
   // What one pass prefetches has arrived when the next pass reads it.
-  for (std::size_t first = 0; first < trees.size(); first += SearchedTrees::kTogether) {
-    Search searches[kAddressesTogether * SearchedTrees::kTogether];
-    Search* end = searches;
+  for (const SearchedTrees::Run& run : trees) {
+    SearchOf searches[kAddressesTogether * SearchedTrees::Run::kMost];
+    SearchOf* end = searches;
     for (std::size_t i = 0; i != count; ++i) {
       if (!all[i].isDecided) {
-        anyBit(trees.candidates(first, all[i].query), [&](unsigned int bit) {
-          *end++ = {i, first + bit, placeIn(trees, first + bit, all[i].query)};
-          return false;
+        run.forEachCandidate(all[i].query, [&](unsigned int tree, const FrozenIndex* index, Presence presence) {
+          end->address = i;
+          (end++)->search.begin(all[i].query, tree, index, presence);
         });
       }
     }
-    for (const Search* search = searches; search != end; ++search) {
-      Undecided& one = all[search->address];
-      one.isDecided = one.isDecided ||
-                      askTree(trees, search->tree, addresses[search->address], one.query, search->place, *one.decision);
+    for (const SearchOf* one = searches; one != end; ++one) {
+      Undecided& ofAddress = all[one->address];
+      ofAddress.isDecided = ofAddress.isDecided ||
+                            askTree(trees, one->search, addresses[one->address], ofAddress.query, *ofAddress.decision);
     }
   }
   for (std::size_t i = 0; i != count; ++i) {
-    results[i] = resultOf(all[i].decision->outcome());
+    give(all[i].decision->outcome(), results[i]);
   }
 }
 

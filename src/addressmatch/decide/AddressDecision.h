@@ -9,11 +9,8 @@
 
 namespace zaro_addressmatch {
 
-// What a caller gets of an outcome.
-KxMatchResult resultOf(const Outcome& outcome);
-
 // Decides one address. Throws std::bad_alloc.
-KxMatchResult decideAddress(const SearchedTrees& trees, const char* address);
+void decideAddress(const SearchedTrees& trees, const char* address, KxMatchResult& result);
 
 // So many addresses are decided together, so that their cache misses overlap.
 constexpr std::size_t kAddressesTogether = 24;

@@ -24,22 +24,29 @@
 
 namespace zaro_addressmatch {
 
-// A leaf that may decide.
+// A leaf that may decide, as such or as an index has it: then nothing of it is read unless it is asked for.
 struct Candidate {
-  const KxListedEmailAddress* leaf;
-  const char* text;  // of its full address; null when only the leaf knows it
+  const CompressedPointers* pointers;  // null for a leaf as such
+  union {
+    const KxListedEmailAddress* itself;
+    IndexedLeaf::References references;
+  };
   unsigned int weight;
   KxEmailBelongsTo state;
   unsigned int tree;
   std::size_t order;  // its number among all leaves that were fed, from 0
 
-  const char* name() const { return text != nullptr ? text : leaf->getFullAddress().getString(); }
+  const KxListedEmailAddress* leaf() const { return pointers != nullptr ? references.leafIn(*pointers) : itself; }
+  const char* name() const {
+    const char* text = pointers != nullptr ? references.textIn(*pointers) : nullptr;
+    return text != nullptr ? text : leaf()->getFullAddress().getString();
+  }
 };
 
 struct Outcome {
   unsigned char code = 0;
   KxMatchExplanation::Tier tier = KxMatchExplanation::NoTier;
-  Candidate winner;  // meaningless when the code is 0
+  const Candidate* winner = nullptr;  // of the decision; null when the code is 0
   unsigned int weightA = 0;
   unsigned int weightB = 0;
   // What the code is put together of.
@@ -69,55 +76,60 @@ class Decision {
   // Throws std::bad_alloc.
   bool addTree(const LeafRange& leaves, unsigned int tree) {
     m_observer->fed(leaves, tree);
-    FirstTier firstTier;
+    m_heaviest[0].weight = m_heaviest[1].weight = 0;
     for (const KxListedEmailAddress* leaf : leaves) {
-      take(firstTier, {leaf, nullptr, leaf->getWeight(), leaf->getState(), tree, m_fed++});
+      take({nullptr, {leaf}, leaf->getWeight(), leaf->getState(), tree, m_fed++});
     }
-    return isDecidedBy(firstTier);
+    return isDecided();
   }
   // The same, of what an index yields.
   bool addTree(const FrozenIndex& index, const Query& query, const FrozenIndex::Place& place, unsigned int tree) {
-    FirstTier firstTier;
-    index.visit(query, place, [&](const IndexedLeaf& leaf) {
-      take(firstTier, {leaf.leaf(), leaf.text(), leaf.weight(), leaf.state(), tree, m_fed++});
-    });
-    return isDecidedBy(firstTier);
+    m_heaviest[0].weight = m_heaviest[1].weight = 0;
+    const CompressedPointers& pointers = index.pointers();
+    index.visit(
+        query, place, [&](IndexedLeaf leaf) __attribute__((always_inline)) {
+          Candidate candidate;
+          candidate.pointers = &pointers;
+          candidate.references = leaf.references;
+          candidate.weight = leaf.weight(pointers);
+          candidate.state = leaf.state(pointers);
+          candidate.tree = tree;
+          candidate.order = m_fed++;
+          take(candidate);
+        });
+    return isDecided();
   }
 
   // To be asked once, after the tree that decided or the last one.
   const Outcome& outcome() {
     if (m_outcome.tier == KxMatchExplanation::NoTier && !(m_secondTierA.empty() && m_secondTierB.empty())) {
-      decide(KxMatchExplanation::SecondTier, heaviest(m_secondTierA), heaviest(m_secondTierB));
+      m_heaviest[0].weight = m_heaviest[1].weight = 0;
+      offerAll(m_heaviest[0], m_secondTierA);
+      offerAll(m_heaviest[1], m_secondTierB);
+      decide(KxMatchExplanation::SecondTier);
     }
     return m_outcome;
   }
 
  private:
-  static constexpr unsigned char kKindA = 1;
-  static constexpr unsigned char kKindB = 2;
-  static constexpr unsigned char kTie = 9;
+  static constexpr unsigned char kCodes[] = {1, 2, 9};  // A, B, a tie
   static constexpr unsigned char kBothKinds = 128;
 
-  // The heaviest of one kind so far; weight 0 as long as there is none.
-  struct Best {
-    Candidate candidate = {};
-    bool isThere() const { return candidate.weight != 0; }
-  };
-  struct FirstTier {
-    Best kindA;
-    Best kindB;
-  };
   using Candidates = FewElements<Candidate, 8>;
 
-  void take(FirstTier& firstTier, const Candidate& candidate) {
+  void take(const Candidate& candidate) {
+    static_assert(kFirstTierA == 1 && kFirstTierB == 2, "numbers of the first tier's places");
+    // Not a case for each of the two: which of them comes next cannot be predicted.
+    if (candidate.state - kFirstTierA < 2) {
+      offer(m_heaviest[candidate.state - kFirstTierA], candidate);
+    } else {
+      takeBeyondFirstTier(candidate);
+    }
+  }
+
+  void takeBeyondFirstTier(Candidate candidate) {
     // Only single kinds take part; a combined state is ignored as a whole.
     switch (candidate.state) {
-      case kFirstTierA:
-        offer(firstTier.kindA, candidate);
-        break;
-      case kFirstTierB:
-        offer(firstTier.kindB, candidate);
-        break;
       case kSecondTierB:
         m_secondTierB.add(candidate);
         break;
@@ -135,49 +147,46 @@ class Decision {
     }
   }
 
-  bool isDecidedBy(const FirstTier& firstTier) {
-    const Best& kindA = firstTier.kindA;
-    const Best& kindB = firstTier.kindB;
-    if (!kindA.isThere() && !kindB.isThere()) {
+  // By the tree whose leaves have been taken.
+  bool isDecided() {
+    const Candidate& kindA = m_heaviest[0];
+    const Candidate& kindB = m_heaviest[1];
+    if ((kindA.weight | kindB.weight) == 0) {
       return false;
     }
-    decide(KxMatchExplanation::FirstTier, kindA, kindB);
-    if (kindA.isThere() && kindB.isThere()) {
-      m_outcome.addedCode = kBothKinds;
-      m_outcome.code |= kBothKinds;
-    }
+    decide(KxMatchExplanation::FirstTier);
+    m_outcome.addedCode = kindA.weight != 0 && kindB.weight != 0 ? kBothKinds : 0;
+    m_outcome.code |= m_outcome.addedCode;
     outrank(m_secondTierA);
     outrank(m_secondTierB);
     return true;
   }
 
   // On equal weights the earlier one stays.
-  void offer(Best& best, const Candidate& candidate) {
-    if (candidate.weight > best.candidate.weight) {
-      if (best.isThere()) {
-        m_observer->lighter(best.candidate.order, candidate.order);
+  void offer(Candidate& heaviest, const Candidate& candidate) {
+    if (candidate.weight > heaviest.weight) {
+      if (heaviest.weight != 0) {
+        m_observer->lighter(heaviest.order, candidate.order);
       }
-      best.candidate = candidate;
-    } else if (candidate.weight == best.candidate.weight) {
-      m_observer->later(candidate.order, best.candidate.order);
+      heaviest = candidate;
+    } else if (candidate.weight == heaviest.weight) {
+      m_observer->later(candidate.order, heaviest.order);
     } else {
-      m_observer->lighter(candidate.order, best.candidate.order);
+      m_observer->lighter(candidate.order, heaviest.order);
     }
   }
 
-  Best heaviest(const Candidates& candidates) {
-    Best best;
+  void offerAll(Candidate& heaviest, const Candidates& candidates) {
     for (const Candidate& candidate : candidates) {
-      offer(best, candidate);
+      offer(heaviest, candidate);
     }
-    return best;
   }
 
   // An exception reaches only what was collected before it.
   void takeBack(Candidates& candidates, const Candidate& exception) {
     std::size_t removals = 0;
     candidates.removeIf([&](const Candidate& candidate) {
-      if (candidate.leaf->getFullAddress() != exception.leaf->getFullAddress()) {
+      if (candidate.leaf()->getFullAddress() != exception.leaf()->getFullAddress()) {
         return false;
       }
       m_observer->removed(candidate.order, exception.order);
@@ -189,37 +198,41 @@ class Decision {
 
   void outrank(const Candidates& candidates) {
     for (const Candidate& candidate : candidates) {
-      m_observer->outranked(candidate.order, m_outcome.winner.order);
+      m_observer->outranked(candidate.order, m_outcome.winner->order);
     }
   }
 
-  // Of equal weights kind A gives the data.
-  void decide(KxMatchExplanation::Tier tier, const Best& kindA, const Best& kindB) {
-    const unsigned int weightA = kindA.candidate.weight;
-    const unsigned int weightB = kindB.candidate.weight;
-    const Best& winner = weightB > weightA ? kindB : kindA;
-    const Best& loser = weightB > weightA ? kindA : kindB;
+  // Of equal weights kind A gives the data. The kind without a candidate has the weight 0.
+  void decide(KxMatchExplanation::Tier tier) {
+    const unsigned int weightA = m_heaviest[0].weight;
+    const unsigned int weightB = m_heaviest[1].weight;
+    // Places and sums in the stead of branches: which kind wins cannot be predicted.
+    const bool isB = weightB > weightA;
+    const Candidate& winner = m_heaviest[std::size_t{isB}];
+    const Candidate& loser = m_heaviest[std::size_t{!isB}];
 
     m_outcome.tier = tier;
-    m_outcome.baseCode = weightA == weightB ? kTie : (weightA > weightB ? kKindA : kKindB);
+    m_outcome.baseCode = kCodes[std::size_t{isB} + 2 * std::size_t{weightA == weightB}];
     m_outcome.code = m_outcome.baseCode;
-    m_outcome.winner = winner.candidate;
+    m_outcome.winner = &winner;
     m_outcome.weightA = weightA;
     m_outcome.weightB = weightB;
 
-    m_observer->decided(winner.candidate.order);
-    if (!loser.isThere()) {
+    m_observer->decided(winner.order);
+    if (loser.weight == 0) {
       return;
     }
-    if (weightA == weightB) {
-      m_observer->tied(loser.candidate.order, winner.candidate.order);
+    if (loser.weight == winner.weight) {
+      m_observer->tied(loser.order, winner.order);
     } else {
-      m_observer->lighter(loser.candidate.order, winner.candidate.order);
+      m_observer->lighter(loser.order, winner.order);
     }
   }
 
   Observer* m_observer;
   std::size_t m_fed;
+  // Of each kind, A and then B, of the tree that is taken; weight 0 as long as there is none. Written where they stay.
+  Candidate m_heaviest[2];
   Candidates m_secondTierA;
   Candidates m_secondTierB;
   Outcome m_outcome;

@@ -61,6 +61,21 @@ class Recorder {
   std::vector<KxMatchCandidate>& m_candidates;
 };
 
+void describe(const Outcome& outcome, KxMatchExplanation& explanation) {
+  explanation.code = outcome.code;
+  if (outcome.code != 0) {
+    explanation.treeIndex = outcome.winner->tree;
+    explanation.name = outcome.winner->name();
+    explanation.belongsTo = outcome.winner->state;
+  }
+  explanation.tier = outcome.tier;
+  explanation.weightA = outcome.weightA;
+  explanation.weightB = outcome.weightB;
+  explanation.baseCode = outcome.baseCode;
+  explanation.addedCode = outcome.addedCode;
+  explanation.bothKinds = outcome.addedCode != 0;
+}
+
 }  // namespace
 
 void KxWildcardEmail::initScanTimeMode() {
@@ -80,7 +95,7 @@ KxWildcardNode* KxWildcardEmail::makeNewFloatingTree() {
 unsigned char KxWildcardEmail::matchEmailAddress(const char* address, std::vector<KxWildcardNode*>& trees,
                                                  unsigned int* treeIndex, const char** name, KxEmailBelongsTo* belongsTo) {
   KxMatchResult result = {0, 0, nullptr, 0};
-  if (!withinMemory([&] { result = decideAddress(SearchedTrees(trees), address); })) {
+  if (!withinMemory([&] { decideAddress(SearchedTrees(trees), address, result); })) {
     logNoMemory(address);
   }
   give(treeIndex, result.treeIndex);
@@ -118,12 +133,11 @@ void KxWildcardEmail::findMatchesBatch(KxWildcardNode& tree, const char* const* 
 unsigned char KxWildcardEmail::explainEmailAddress(const char* address, std::vector<KxWildcardNode*>& trees,
                                                    KxMatchExplanation& explanation) {
   explanation = KxMatchExplanation();
-  Outcome outcome;
   Recorder recorder(explanation.candidates);
   const bool complete = withinMemory([&] {
     Decision<Recorder> decision(recorder);
     explanation.treesSearched = askEachTree(trees, address, decision);
-    outcome = decision.outcome();
+    describe(decision.outcome(), explanation);
     for (std::size_t tree = explanation.treesSearched; tree < trees.size(); ++tree) {
       std::vector<KxListedEmailAddress*> leaves;
       if (trees[tree] != nullptr && !trees[tree]->findAllMatches(address, leaves)) {
@@ -138,18 +152,6 @@ unsigned char KxWildcardEmail::explainEmailAddress(const char* address, std::vec
     explanation.complete = false;
     return explanation.code;
   }
-  explanation.code = outcome.code;
-  if (outcome.code != 0) {
-    explanation.treeIndex = outcome.winner.tree;
-    explanation.name = outcome.winner.name();
-    explanation.belongsTo = outcome.winner.state;
-  }
-  explanation.tier = outcome.tier;
-  explanation.weightA = outcome.weightA;
-  explanation.weightB = outcome.weightB;
-  explanation.baseCode = outcome.baseCode;
-  explanation.addedCode = outcome.addedCode;
-  explanation.bothKinds = outcome.addedCode != 0;
   return explanation.code;
 }
 

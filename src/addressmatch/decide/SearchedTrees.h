@@ -1,59 +1,107 @@
 // Trees that are searched side by side: what answers for each, and the searches of one address in a few of them.
 //
-// An address is split and hashed once for all indexes. The filters of several trees are asked at the same time; only
-// the trees that may have something for the address are looked into, and their slots are prefetched together.
+// An address is split and hashed once for all indexes. Trees that were frozen together share their filters, which tell at
+// once which of them may have something for the address; only these are looked into, and their slots are prefetched together.
 //
 //   invariant   the trees are asked in their order, and none after the one that decides
-//   cost        a word of four filters or so for each tree; slots as in FrozenIndex for the few that are left
+//   cost        four cache lines or so for the filters of up to eight trees that were frozen together; slots as in FrozenIndex
+//               for the few that are left
 //   memory      none of the heap for up to 16 trees
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <new>
 #include <vector>
 
 #include "KxWildcardNode.h"
-#include "addressmatch/decide/Decision.h"
 #include "addressmatch/index/FrozenIndex.h"
 #include "addressmatch/index/Query.h"
+#include "addressmatch/index/SharedFilters.h"
 #include "addressmatch/tree/Level.h"
 
 namespace zaro_addressmatch {
 
 class SearchedTrees {
  public:
-  // Trees whose filters are asked together.
-  static constexpr std::size_t kTogether = 4;
+  // Neighbours that share their filters, in the order of their slices; or a tree that answers by itself.
+  class Run {
+   public:
+    // The most trees.
+    static constexpr std::size_t kMost = SlicedFilter::kMostSets;
+
+    void prefetchFilters(const Query& query) const {
+      if (m_filters != nullptr) {
+        m_filters->prefetch(query);
+      }
+    }
+    // Calls `take(tree, index, presence)` for every tree that is to be asked, in order. The index is null for a tree
+    // that answers by itself.
+    template <typename Take>
+    void forEachCandidate(const Query& query, const Take& take) const {
+      if (m_filters == nullptr) {
+        take(m_trees[0], nullptr, Presence{0});
+        return;
+      }
+      const PresenceRows rows = m_filters->ask(query);
+      if ((m_slices & (m_slices - 1)) == 0) {
+        // A single tree: where to look need not wait for the filters.
+        const auto slice = static_cast<unsigned int>(__builtin_ctz(m_slices));
+        take(m_trees[slice], m_indexes[slice], rows.in(slice));
+        return;
+      }
+      for (std::uint32_t slices = (rows.slices() | m_filters->alwaysAsked) & m_slices; slices != 0; slices &= slices - 1) {
+        const auto slice = static_cast<unsigned int>(__builtin_ctz(slices));
+        take(m_trees[slice], m_indexes[slice], rows.in(slice));
+      }
+    }
+
+   private:
+    friend class SearchedTrees;
+
+    const SharedFilters* m_filters;  // null for a tree that answers by itself
+    std::uint32_t m_slices;          // of the trees
+    // By slice; uninitialised where there is none.
+    unsigned int m_trees[kMost];
+    const FrozenIndex* m_indexes[kMost];
+  };
 
   // Throws std::bad_alloc.
-  explicit SearchedTrees(const std::vector<KxWildcardNode*>& trees) : m_trees(trees), m_indexes(m_few) {
+  explicit SearchedTrees(const std::vector<KxWildcardNode*>& trees) : m_trees(trees), m_first(m_few) {
     if (trees.size() > kFew) {
-      m_many.reset(new const FrozenIndex*[trees.size()]);
-      m_indexes = m_many.get();
+      m_many = std::make_unique<Run[]>(trees.size());
+      m_first = m_many.get();
     }
-    const FrozenIndex** end = m_indexes;
-    for (KxWildcardNode* tree : trees) {
-      const FrozenIndex* index = tree != nullptr ? Level(*tree).index() : nullptr;
-      if (index != nullptr) {
-        m_seed = m_seed != nullptr ? m_seed : &index->seed();
-        // The seeds of two indexes differ at most in their first words.
-        index = index->seed().words[0] == m_seed->words[0] ? index : nullptr;
+    Run* run = m_first - 1;
+    const SharedFilters* filters = nullptr;  // of the run
+    std::uint32_t slices = 0;
+    const std::size_t count = trees.size();
+    for (std::size_t i = 0; i != count; ++i) {
+      if (trees[i] == nullptr) {
+        continue;
       }
-      m_depths |= index != nullptr ? index->depths() : 0;
-      *end++ = index;
+      const FrozenIndex* index = Level(*trees[i]).index();
+      if (index == nullptr || &index->filters() != filters || index->sliceBit() <= slices) {
+        ++run;
+        filters = begin(*run, i, index);
+        slices = 0;
+        if (filters == nullptr) {
+          continue;
+        }
+      }
+      slices |= index->sliceBit();
+      run->m_slices = slices;
+      run->m_trees[index->slice()] = static_cast<unsigned int>(i);
+      run->m_indexes[index->slice()] = index;
     }
+    m_end = run + 1;
   }
   SearchedTrees(const SearchedTrees&) = delete;
   SearchedTrees& operator=(const SearchedTrees&) = delete;
 
   const std::vector<KxWildcardNode*>& trees() const { return m_trees; }
-  std::size_t size() const { return m_trees.size(); }
-  KxWildcardNode* tree(std::size_t number) const { return m_trees[number]; }
-  // Null for a tree that answers by itself.
-  const FrozenIndex* index(std::size_t number) const { return m_indexes[number]; }
+  const Run* begin() const { return m_first; }
+  const Run* end() const { return m_end; }
 
   // Splits an address for the indexes. False when there is nothing to split, or when they do not share what it splits
   // into: then every tree answers by itself.
@@ -61,34 +109,29 @@ class SearchedTrees {
     return m_seed != nullptr && query.split(*m_seed, address, m_depths) && !query.isDotted;
   }
 
-  // The trees from number `first` on, kTogether of them or those that are left, that are to be asked, a bit each. A
-  // single tree always is.
-  std::uint32_t candidates(std::size_t first, const Query& query) const {
-    const std::size_t count = std::min(size() - first, kTogether);
-    std::uint32_t found = size() == 1 && m_trees[0] != nullptr ? 1 : 0;
-    for (std::size_t i = 0; i != count && size() != 1; ++i) {
-      const FrozenIndex* index = m_indexes[first + i];
-      if (index != nullptr ? index->mayHave(query) : m_trees[first + i] != nullptr) {
-        found |= std::uint32_t{1} << i;
-      }
-    }
-    return found;
-  }
-  void prefetchFilters(const Query& query) const {
-    for (std::size_t i = 0; i != size(); ++i) {
-      if (m_indexes[i] != nullptr) {
-        m_indexes[i]->prefetchFilters(query);
-      }
-    }
-  }
-
  private:
   static constexpr std::size_t kFew = 16;
 
+  // Begins a run with a tree. Returns the filters of the run.
+  const SharedFilters* begin(Run& run, std::size_t tree, const FrozenIndex* index) {
+    run.m_filters = nullptr;
+    run.m_trees[0] = static_cast<unsigned int>(tree);
+    if (index != nullptr) {
+      m_seed = m_seed != nullptr ? m_seed : &index->seed();
+      // The seeds of two indexes differ at most in their first words.
+      if (index->seed().words[0] == m_seed->words[0]) {
+        m_depths |= index->filters().depths;
+        run.m_filters = &index->filters();
+      }
+    }
+    return run.m_filters;
+  }
+
   const std::vector<KxWildcardNode*>& m_trees;
-  const FrozenIndex* m_few[kFew];
-  const FrozenIndex** m_indexes;
-  std::unique_ptr<const FrozenIndex*[]> m_many;
+  Run m_few[kFew];
+  Run* m_first;
+  Run* m_end;
+  std::unique_ptr<Run[]> m_many;
   const HashSeed* m_seed = nullptr;
   std::uint64_t m_depths = 0;
 };

@@ -13,7 +13,9 @@ bool FrozenIndex::find(const char* address, Matches& out) const {
     return false;
   }
   prefetchPilots(query);
-  visit(query, locate(query), [&out](const IndexedLeaf& leaf) { out.push_back(leaf.leaf()); });
+  Place place;
+  locate(query, m_filters->ask(query).in(m_slice), place);
+  visit(query, place, [&](IndexedLeaf leaf) { out.push_back(leaf.references.leafIn(m_pointers)); });
   return true;
 }
 
@@ -40,18 +42,18 @@ std::size_t FrozenIndex::findEach(const char* const* addresses, std::size_t coun
         break;
       }
       prefetchPilots(search.query);
-      prefetchFilters(search.query);
+      m_filters->prefetch(search.query);
     }
     for (std::size_t i = 0; i != size; ++i) {
       Search& search = searches[i];
       if (search.isThere) {
-        search.place = locate(search.query);
+        locate(search.query, m_filters->ask(search.query).in(m_slice), search.place);
       }
     }
     for (std::size_t i = 0; i != size; ++i) {
       const Search& search = searches[i];
       if (search.isThere) {
-        visit(search.query, search.place, [&out](const IndexedLeaf& leaf) { out.push_back(leaf.leaf()); });
+        visit(search.query, search.place, [&](IndexedLeaf leaf) { out.push_back(leaf.references.leafIn(m_pointers)); });
       }
       ends.push_back(out.size());
     }
@@ -72,9 +74,8 @@ std::vector<Query::Suffix> FrozenIndex::deepSuffixes(const Query& query) const {
     if (labels == *depth) {
       ++depth;
       const std::uint64_t suffixHash = hash.from(dot + 1);
-      const Query::Suffix suffix = {suffixHash, dot + 1, labels, BloomFilter::Key(suffixHash)};
-      if (m_wildcardFilter.mayContain(suffix.inFilter)) {
-        suffixes.push_back(suffix);
+      if (mayHaveWildcard(suffixHash)) {
+        suffixes.push_back({suffixHash, dot + 1, labels});
       }
     }
   }
@@ -82,7 +83,7 @@ std::vector<Query::Suffix> FrozenIndex::deepSuffixes(const Query& query) const {
 }
 
 bool FrozenIndex::isLongName(const NameSlot& slot, const Query& query) const {
-  const char* name = m_pointers.at<KxListedEmailAddress>(slot.leaf.leaf)->getNameAsStr();
+  const char* name = slot.leaf.leafIn(m_pointers)->getNameAsStr();
   return std::strncmp(name, query.text(), query.at) == 0 && name[query.at] == '\0';
 }
 

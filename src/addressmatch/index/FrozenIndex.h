@@ -25,18 +25,19 @@
 #include <vector>
 
 #include "KxListedEmailAddress.h"
-#include "addressmatch/index/BloomFilter.h"
 #include "addressmatch/index/CompressedPointers.h"
 #include "addressmatch/index/IndexedLeaf.h"
 #include "addressmatch/index/PerfectHash.h"
 #include "addressmatch/index/Query.h"
+#include "addressmatch/index/SharedFilters.h"
 #include "addressmatch/leaf/PatternWeight.h"
 #include "addressmatch/text/Prefetch.h"
 #include "addressmatch/text/TextHash.h"
 
 namespace zaro_addressmatch {
 
-// Immutable once built: any number of threads may search it.
+// Immutable once built: any number of threads may search it. What a search hands on is written where it stays: a copy
+// right after it was written in pieces would have to wait until these have reached memory.
 class FrozenIndex {
   struct NameSlot;
   struct DomainSlot;
@@ -58,25 +59,31 @@ class FrozenIndex {
   std::uint64_t depths() const { return m_belowDepths; }
   // False for a text without "@" that only a walk splits right.
   bool answers(const Query& query) const { return !query.isDotted || !m_hasDottedLabels; }
-  // Whether any part of the index may have something for a query.
-  bool mayHave(const Query& query) const;
-  // Which of them, a bit each; 0 for none.
-  using Presence = std::uint64_t;
-  Presence presenceOf(const Query& query) const;
-  // Prefetch what these and `locate` read.
-  void prefetchFilters(const Query& query) const;
+  // The filters that it shares, and its slice of them. To be set once, before the first search.
+  const SharedFilters& filters() const { return *m_filters; }
+  unsigned int slice() const { return m_slice; }
+  std::uint32_t sliceBit() const { return std::uint32_t{1} << m_slice; }
+  void setFilters(const std::shared_ptr<const SharedFilters>& filters, unsigned int slice) {
+    m_filters = filters;
+    m_slice = slice;
+  }
+  // Whether it may have something for any query.
+  bool isAlwaysAsked() const { return m_hasAnyAtAll || !m_deepDepths.empty(); }
+  // Prefetches what `locate` reads.
   void prefetchPilots(const Query& query) const;
+  // By which the references of its leaves are followed.
+  const CompressedPointers& pointers() const { return m_pointers; }
   // Where a query is looked for.
   struct Place {
     Presence presence;
     const DomainSlot* domain;
     const NameSlot* name;
   };
-  // Prefetches what `visit` reads.
-  Place locate(const Query& query) const;
+  // Writes the place, and prefetches what `visit` reads.
+  void locate(const Query& query, Presence presence, Place& place) const;
   // Calls `take(leaf)` for every leaf that matches, an IndexedLeaf, in order.
   template <typename Take>
-  void visit(const Query& query, const Place& place, Take take) const;
+  void visit(const Query& query, const Place& place, const Take& take) const;
 
  private:
   friend class FrozenIndexBuilder;
@@ -115,24 +122,11 @@ class FrozenIndex {
     const Slot* at(std::uint64_t key) const { return slots.data() + hash(key); }
   };
 
-  enum Part : Presence {
-    kName = 1,
-    kAnyName = 2,
-    kBelowRoot = 4,
-    kAnyAtAll = 8,
-    kDeep = 16,         // suffixes of more than Query::kMostLabels labels
-    kFirstSuffix = 32,  // and the bits above for the longer ones
-  };
-  // The suffixes from this one on share a bit.
-  static constexpr std::size_t kLastSuffixBit = 58;
-  static unsigned int suffixBit(std::size_t suffix) {
-    return static_cast<unsigned int>(std::min(suffix, kLastSuffixBit));
-  }
-
   explicit FrozenIndex(const HashSeed& seed) : m_seed(seed) {}
 
+  bool mayHaveWildcard(std::uint64_t hash) const { return (m_filters->wildcards.ask(hash) >> m_slice & 1) != 0; }
   template <typename Take>
-  void visitBelow(const Query& query, const Query::Suffix& suffix, Take& take) const;
+  void visitBelow(const Query& query, const Query::Suffix& suffix, const Take& take) const;
   // Those of m_deepDepths that may have something below, the shortest first. Throws std::bad_alloc.
   std::vector<Query::Suffix> deepSuffixes(const Query& query) const;
 
@@ -144,11 +138,10 @@ class FrozenIndex {
 
   // What searches read of every index first.
   std::uint64_t m_belowDepths = 0;  // a bit for each number of labels that suffixes with something below have, from 1 on
-  Presence m_always = 0;            // kAnyAtAll and kDeep, if the index has such a thing
   bool m_hasDottedLabels = false;
-  // Two filters: there are far fewer wildcards than names, so that a nearer cache holds theirs.
-  BloomFilter m_nameFilter;      // NAME@DOMAIN
-  BloomFilter m_wildcardFilter;  // *@DOMAIN, suffixes that have something below, and names there
+  bool m_hasAnyAtAll = false;
+  unsigned int m_slice = 0;
+  std::shared_ptr<const SharedFilters> m_filters;
   Table<DomainSlot> m_domains;
   Table<NameSlot> m_names;       // NAME@DOMAIN
   Table<NameSlot> m_namesBelow;  // NAME@*.DOMAIN and NAME@*
@@ -161,48 +154,15 @@ class FrozenIndex {
   std::vector<std::unique_ptr<char[]>> m_longTexts;
 };
 
-// Branches, unlike the next one: of several trees most have nothing, which is foreseen.
-inline bool FrozenIndex::mayHave(const Query& query) const {
-  if (m_nameFilter.mayContain(query.fullInFilter) || m_wildcardFilter.mayContain(query.anyInFilter) ||
-      m_wildcardFilter.mayContain(query.belowRootInFilter) || m_always != 0) {
-    return true;
-  }
-  for (std::size_t i = 0; i != query.suffixCount; ++i) {
-    if (m_wildcardFilter.mayContain(query.suffixes[i].inFilter)) {
-      return true;
-    }
-  }
-  return false;
-}
-
-inline FrozenIndex::Presence FrozenIndex::presenceOf(const Query& query) const {
-  // Sums of bits, not branches: those would be mispredicted.
-  Presence presence = Presence{m_nameFilter.mayContain(query.fullInFilter)} * kName |
-                      Presence{m_wildcardFilter.mayContain(query.anyInFilter)} * kAnyName |
-                      Presence{m_wildcardFilter.mayContain(query.belowRootInFilter)} * kBelowRoot | m_always;
-  for (std::size_t i = 0; i != query.suffixCount; ++i) {
-    presence |= Presence{m_wildcardFilter.mayContain(query.suffixes[i].inFilter)} * kFirstSuffix << suffixBit(i);
-  }
-  return presence;
-}
-
-inline void FrozenIndex::prefetchFilters(const Query& query) const {
-  m_nameFilter.prefetch(query.fullInFilter);
-  m_wildcardFilter.prefetch(query.anyInFilter);
-  m_wildcardFilter.prefetch(query.belowRootInFilter);
-  for (std::size_t i = 0; i != query.suffixCount; ++i) {
-    m_wildcardFilter.prefetch(query.suffixes[i].inFilter);
-  }
-}
-
 inline void FrozenIndex::prefetchPilots(const Query& query) const {
   m_domains.hash.prefetch(query.domainHash);
   m_names.hash.prefetch(query.fullHash);
 }
 
-inline FrozenIndex::Place FrozenIndex::locate(const Query& query) const {
-  const Presence presence = presenceOf(query);
-  const Place place = {presence, m_domains.at(query.domainHash), m_names.at(query.fullHash)};
+inline void FrozenIndex::locate(const Query& query, Presence presence, Place& place) const {
+  place.presence = presence;
+  place.domain = m_domains.at(query.domainHash);
+  place.name = m_names.at(query.fullHash);
   prefetchLine(place.domain);
   prefetchLine(place.name);
   if ((presence & kBelowRoot) != 0) {
@@ -211,29 +171,29 @@ inline FrozenIndex::Place FrozenIndex::locate(const Query& query) const {
   for (Presence suffixes = presence / kFirstSuffix; suffixes != 0; suffixes &= suffixes - 1) {
     prefetchLine(m_domains.at(query.suffixes[__builtin_ctzll(suffixes)].hash));
   }
-  return place;
 }
 
 template <typename Take>
-inline void FrozenIndex::visit(const Query& query, const Place& place, Take take) const {
+inline void FrozenIndex::visit(const Query& query, const Place& place, const Take& take) const {
   const Presence presence = place.presence;
   if ((presence & (kName | kAnyName)) != 0 && isDomain(*place.domain, query)) {
     const DomainSlot& domain = *place.domain;
     if ((presence & kName) != 0 && isName(*place.name, query, domain.number)) {
-      take(IndexedLeaf(m_pointers, place.name->leaf, place.name->key.note(), {true, false, query.labelCount}));
+      take(IndexedLeaf(place.name->leaf, place.name->key.note(), weightOf({true, false, query.labelCount})));
     }
     if (domain.anyName.leaf != 0) {
-      take(IndexedLeaf(m_pointers, domain.anyName, domain.anyNameRole, {false, false, query.labelCount}));
+      take(IndexedLeaf(domain.anyName, domain.anyNameRole, weightOf({false, false, query.labelCount})));
     }
   }
   // The longest suffix is the most specific one, and comes first.
-  if ((presence & kDeep) != 0 && !query.isShort()) {
+  if (!m_deepDepths.empty() && !query.isShort()) {
     const std::vector<Query::Suffix> deep = deepSuffixes(query);
     std::for_each(deep.rbegin(), deep.rend(), [&](const Query::Suffix& suffix) { visitBelow(query, suffix, take); });
   }
   if (presence >= kFirstSuffix) {
     for (std::size_t i = query.suffixCount; i-- != 0;) {
-      if ((presence / kFirstSuffix >> suffixBit(i) & 1) != 0) {
+      if ((presence / kFirstSuffix >> suffixBit(i) & 1) != 0 &&
+          (i < kSuffixBits || mayHaveWildcard(query.suffixes[i].hash))) {
         visitBelow(query, query.suffixes[i], take);
       }
     }
@@ -241,32 +201,32 @@ inline void FrozenIndex::visit(const Query& query, const Place& place, Take take
   if ((presence & kBelowRoot) != 0) {
     const NameSlot& name = *m_namesBelow.at(query.belowRootHash);
     if (isName(name, query, 0)) {
-      take(IndexedLeaf(m_pointers, name.leaf, name.key.note(), {true, true, 0}));
+      take(IndexedLeaf(name.leaf, name.key.note(), weightOf({true, true, 0})));
     }
   }
-  if ((presence & kAnyAtAll) != 0) {
-    take(IndexedLeaf(m_pointers, m_anyAtAll, m_anyAtAllRole, {false, true, 0}));
+  if (m_hasAnyAtAll) {
+    take(IndexedLeaf(m_anyAtAll, m_anyAtAllRole, weightOf({false, true, 0})));
   }
 }
 
 // The same for what is below a suffix.
 template <typename Take>
-inline void FrozenIndex::visitBelow(const Query& query, const Query::Suffix& suffix, Take& take) const {
+inline void FrozenIndex::visitBelow(const Query& query, const Query::Suffix& suffix, const Take& take) const {
   const DomainSlot& domain = *m_domains.at(suffix.hash);
   if (!isSuffix(domain, query, suffix)) {
     return;
   }
   if (domain.hasNamesBelow) {
     const std::uint64_t hash = nameHashAt(m_seed, query.nameHash, suffix.hash);
-    if (m_wildcardFilter.mayContain(BloomFilter::Key(hash))) {
+    if (mayHaveWildcard(hash)) {
       const NameSlot& name = *m_namesBelow.at(hash);
       if (isName(name, query, domain.number)) {
-        take(IndexedLeaf(m_pointers, name.leaf, name.key.note(), {true, true, suffix.labelCount}));
+        take(IndexedLeaf(name.leaf, name.key.note(), weightOf({true, true, suffix.labelCount})));
       }
     }
   }
   if (domain.anyNameBelow.leaf != 0) {
-    take(IndexedLeaf(m_pointers, domain.anyNameBelow, domain.anyNameBelowRole, {false, true, suffix.labelCount}));
+    take(IndexedLeaf(domain.anyNameBelow, domain.anyNameBelowRole, weightOf({false, true, suffix.labelCount})));
   }
 }
 

@@ -37,16 +37,13 @@ void FrozenIndexBuilder::addDomain(const std::string& domain, std::size_t labelC
                                    const LevelLeaves* below) {
   m_isRepresentable = m_isRepresentable && domain.size() <= FrozenIndex::kMostDomainSize;
   m_nameCount += at.names.size();
-  m_anyNameCount += at.anyName != nullptr ? 1 : 0;
   if (below != nullptr) {
     if (labelCount <= Query::kMostLabels) {
       m_index->m_belowDepths |= std::uint64_t{1} << (labelCount - 1);
     } else {
       m_index->m_deepDepths.push_back(labelCount);
-      m_index->m_always |= FrozenIndex::kDeep;
     }
     m_nameBelowCount += below->names.size();
-    ++m_belowCount;
   }
   m_domains.push_back({at, below != nullptr ? *below : LevelLeaves(), below != nullptr,
                        SuffixHash(m_index->m_seed, domain.data(), domain.size()).from(0), m_texts.size(), domain.size(),
@@ -54,26 +51,24 @@ void FrozenIndexBuilder::addDomain(const std::string& domain, std::size_t labelC
   m_texts += domain;
 }
 
-std::unique_ptr<const FrozenIndex> FrozenIndexBuilder::build() {
+UnfilteredIndex FrozenIndexBuilder::build() {
   if (m_domains.size() > std::numeric_limits<std::uint32_t>::max()) {
-    return nullptr;
+    return {};
   }
   std::vector<std::size_t>& depths = m_index->m_deepDepths;
   std::sort(depths.begin(), depths.end());
   depths.erase(std::unique(depths.begin(), depths.end()), depths.end());
   // Domains first: their numbers are part of the names' keys.
   m_collided = !placeDomains();
-  makeFilters();
   if (m_collided || !collectNames()) {
-    return nullptr;
+    return {};
   }
   m_collided = !moveToSlots(m_index->m_names, m_names) || !moveToSlots(m_index->m_namesBelow, m_namesBelow);
-  return m_collided ? nullptr : std::move(m_index);
-}
-
-void FrozenIndexBuilder::makeFilters() {
-  m_index->m_nameFilter.resize(m_nameCount);
-  m_index->m_wildcardFilter.resize(m_anyNameCount + m_belowCount + m_nameBelowCount);
+  if (m_collided) {
+    return {};
+  }
+  m_wildcardHashes.insert(m_wildcardHashes.end(), m_namesBelow.hashes.begin(), m_namesBelow.hashes.end());
+  return {std::move(m_index), std::move(m_names.hashes), std::move(m_wildcardHashes)};
 }
 
 bool FrozenIndexBuilder::placeDomains() {
@@ -181,7 +176,6 @@ bool FrozenIndexBuilder::moveToSlots(FrozenIndex::Table<FrozenIndex::NameSlot>& 
       }
     }
   }
-  names.hashes = std::vector<std::uint64_t>();
   return true;
 }
 
@@ -190,9 +184,7 @@ bool FrozenIndexBuilder::collectNames() {
   m_names.slots.reserve(PerfectHash::slotCountFor(m_nameCount));
   m_names.hashes.reserve(m_nameCount);
   m_index->m_anyAtAll = referencesOf(m_belowRoot.anyName);
-  if (m_belowRoot.anyName != nullptr) {
-    m_index->m_always |= FrozenIndex::kAnyAtAll;
-  }
+  m_index->m_hasAnyAtAll = m_belowRoot.anyName != nullptr;
   m_index->m_anyAtAllRole = roleOf(m_belowRoot.anyName, {false, true, 0});
   Name name = {};
   name.hash = kNoDomainHash;
@@ -202,10 +194,10 @@ bool FrozenIndexBuilder::collectNames() {
     prefetchNames(i);
     const Domain& domain = m_domains[i];
     if (domain.hasBelow) {
-      m_index->m_wildcardFilter.add(BloomFilter::Key(domain.hash));
+      m_wildcardHashes.push_back(domain.hash);
     }
     if (domain.at.anyName != nullptr) {
-      m_index->m_wildcardFilter.add(BloomFilter::Key(anyNameHash(domain.hash)));
+      m_wildcardHashes.push_back(anyNameHash(domain.hash));
     }
     name.hash = domain.hash;
     name.number = static_cast<std::uint32_t>(i + 1);
@@ -240,10 +232,6 @@ inline void FrozenIndexBuilder::addNames(const LevelLeaves& leaves, const Name& 
   }
 }
 
-inline BloomFilter& FrozenIndexBuilder::filterOf(const Name& name) const {
-  return name.below ? m_index->m_wildcardFilter : m_index->m_nameFilter;
-}
-
 inline void FrozenIndexBuilder::addName(const Name& name) {
   // Zeros behind the end, as the split address has them.
   std::uint64_t words[3] = {};
@@ -253,7 +241,6 @@ inline void FrozenIndexBuilder::addName(const Name& name) {
       {referencesOf(name.leaf),
        NameKey::of(words, name.size).at(name.number).noting(roleOf(name.leaf, {true, name.below, name.labelCount}))});
   names.hashes.push_back(name.hash);
-  filterOf(name).add(BloomFilter::Key(name.hash));
 }
 
 void FrozenIndexBuilder::flushNames() {
@@ -270,7 +257,6 @@ void FrozenIndexBuilder::flushNames() {
     const char* text = textOf(*name.leaf);
     name.size = std::strlen(text);
     name.hash = nameHashAt(m_index->m_seed, hashText(m_index->m_seed, text, name.size), name.hash);
-    filterOf(name).prefetch(BloomFilter::Key(name.hash));
   }
   for (const Name& name : m_waiting) {
     addName(name);

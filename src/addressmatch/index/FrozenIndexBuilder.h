@@ -13,6 +13,7 @@
 
 #include "KxListedEmailAddress.h"
 #include "addressmatch/index/FrozenIndex.h"
+#include "addressmatch/index/SharedFilters.h"
 #include "addressmatch/leaf/LeafRange.h"
 #include "addressmatch/text/TextHash.h"
 
@@ -41,8 +42,8 @@ class FrozenIndexBuilder {
   // Notes that the tree has a label with a dot, which only texts without "@" give.
   void addDottedLabel() { m_index->m_hasDottedLabels = true; }
 
-  // Null when a leaf has a name that only a walk treats right or cannot be referred to, and when two hashes are the same.
-  std::unique_ptr<const FrozenIndex> build();
+  // Without an index when a leaf has a name that only a walk treats right or cannot be referred to, and when two hashes are the same.
+  UnfilteredIndex build();
   // Whether two hashes were the same, so that another seed may do.
   bool hasCollided() const { return m_collided; }
 
@@ -75,13 +76,11 @@ class FrozenIndexBuilder {
 
   bool placeDomains();
   void fill(FrozenIndex::DomainSlot& slot, const Domain& domain, std::uint32_t number);
-  void makeFilters();
   bool collectNames();
   void prefetchNames(std::size_t next) const;
   void addNames(const LevelLeaves& leaves, const Name& atDomain);
   IndexedLeaf::References referencesOf(const KxListedEmailAddress* leaf);
   void flushNames();
-  BloomFilter& filterOf(const Name& name) const;
   void addName(const Name& name);
   static bool moveToSlots(FrozenIndex::Table<FrozenIndex::NameSlot>& table, Names& names);
 
@@ -91,12 +90,11 @@ class FrozenIndexBuilder {
   std::vector<Domain> m_domains;
   std::string m_texts;
   std::size_t m_nameCount = 0;
-  std::size_t m_anyNameCount = 0;
   std::size_t m_nameBelowCount = 0;
-  std::size_t m_belowCount = 0;
   std::vector<Name> m_waiting;
   Names m_names;
   Names m_namesBelow;
+  std::vector<std::uint64_t> m_wildcardHashes;  // of domains with any name at or below them
   bool m_isRepresentable = true;
   bool m_collided = false;
 };

@@ -8,12 +8,18 @@
 
 namespace zaro_addressmatch {
 
-// Cheap to make: what is not asked for is not computed.
+// Two registers, so that it is handed over at no cost.
 class IndexedLeaf {
  public:
   struct References {
     CompressedPointers::Reference leaf;  // 0 for none
     CompressedPointers::Reference text;  // of the full address; 0 when only the leaf knows it
+
+    KxListedEmailAddress* leafIn(const CompressedPointers& pointers) const {
+      // The index only hands it on.
+      return const_cast<KxListedEmailAddress*>(pointers.at<KxListedEmailAddress>(leaf));
+    }
+    const char* textIn(const CompressedPointers& pointers) const { return pointers.at<char>(text); }
   };
 
   // A leaf's state in 3 bits: none of the kinds alone, one of them, or something that only the leaf knows, since it may
@@ -35,27 +41,25 @@ class IndexedLeaf {
     return kIgnored;
   }
 
-  IndexedLeaf(const CompressedPointers& pointers, const References& references, Role role, const Specificity& place)
-      : m_pointers(pointers), m_references(references), m_role(role), m_place(place) {}
+  IndexedLeaf(const References& ofLeaf, Role ofRole, unsigned int weightOfPlace)
+      : references(ofLeaf), m_role(ofRole), m_weight(weightOfPlace) {}
 
-  KxListedEmailAddress* leaf() const {
-    // The index only hands it on.
-    return const_cast<KxListedEmailAddress*>(m_pointers.at<KxListedEmailAddress>(m_references.leaf));
-  }
-  // Of the full address; null when only the leaf knows it.
-  const char* text() const { return m_pointers.at<char>(m_references.text); }
+  References references;
+
   // 0 for a state that no decision looks at.
-  KxEmailBelongsTo state() const { return m_role == kAskLeaf ? leaf()->getState() : kindOf(m_role); }
-  unsigned int weight() const { return m_role == kAskLeaf ? leaf()->getWeight() : weightOf(m_place); }
+  KxEmailBelongsTo state(const CompressedPointers& pointers) const {
+    return m_role == kAskLeaf ? references.leafIn(pointers)->getState() : kindOf(m_role);
+  }
+  unsigned int weight(const CompressedPointers& pointers) const {
+    return m_role == kAskLeaf ? references.leafIn(pointers)->getWeight() : m_weight;
+  }
 
  private:
   // 1, 2, 4 to 32 for the roles between the two above, and 0 for kIgnored.
   static KxEmailBelongsTo kindOf(Role role) { return KxEmailBelongsTo{1} << role >> 1; }
 
-  const CompressedPointers& m_pointers;
-  References m_references;
   Role m_role;
-  Specificity m_place;
+  unsigned int m_weight;
 };
 
 }  // namespace zaro_addressmatch

@@ -13,13 +13,26 @@ inline std::uint64_t hashFrom(const Query& query, const HashSeed& seed, std::siz
                    [&query, begin](std::size_t offset) { return wordAt(query.words, begin + offset); });
 }
 
+// `one` or `other`, without a branch: the sizes of texts cannot be predicted.
+inline std::uint64_t choose(bool isOne, std::uint64_t one, std::uint64_t other) {
+  return other ^ ((one ^ other) & (std::uint64_t{0} - std::uint64_t{isOne}));
+}
+
+// The hash of a domain of up to 32 bytes.
+inline std::uint64_t hashShort(const std::uint64_t (&words)[4], std::size_t size, const HashSeed& seed) {
+  const bool isLong = size > 16;
+  const std::uint64_t state = mixed(words[0] ^ seed.words[0], words[1] ^ seed.words[1]);
+  return hashLast(seed, choose(isLong, state, seed.words[0]), choose(isLong, words[2], words[0]),
+                  choose(isLong, words[3], words[1]), size);
+}
+
 // Hashes the domain, the local part, and the two together.
 inline void hashPieces(Query& query, const HashSeed& seed) {
-  for (std::size_t word = 0; word != 3; ++word) {
-    query.domain[word] = wordAt(query.words, query.at + 1 + 8 * word);
-  }
-  if (query.domainSize() <= 16) {
-    query.domainHash = hashLast(seed, seed.words[0], query.domain[0], query.domain[1], query.domainSize());
+  std::uint64_t domain[4];
+  fourWordsAt(query.words, query.at + 1, domain);
+  std::copy_n(domain, 3, query.domain);
+  if (query.domainSize() <= sizeof domain) {
+    query.domainHash = hashShort(domain, query.domainSize(), seed);
   } else {
     query.domainHash = query.isShort() ? hashFrom(query, seed, query.at + 1)
                                        : SuffixHash(seed, query.text(), query.size).from(query.at + 1);
@@ -35,9 +48,6 @@ inline void hashPieces(Query& query, const HashSeed& seed) {
   query.key = NameKey::of(name, size);
   query.fullHash = nameHashAt(seed, query.nameHash, query.domainHash);
   query.belowRootHash = nameHashAt(seed, query.nameHash, kNoDomainHash);
-  query.fullInFilter = BloomFilter::Key(query.fullHash);
-  query.anyInFilter = BloomFilter::Key(anyNameHash(query.domainHash));
-  query.belowRootInFilter = BloomFilter::Key(query.belowRootHash);
 }
 
 // `nextDot()` is the position of the next dot of the domain, from its end on, or 0; `hashOf(begin)` the hash of the
@@ -48,8 +58,7 @@ inline void hashSuffixes(Query& query, std::uint64_t depths, NextDot nextDot, Ha
   query.labelCount = 1;
   for (std::size_t dot = nextDot(); dot != 0; dot = nextDot()) {
     if ((depths & 1) != 0) {
-      const std::uint64_t hash = hashOf(dot + 1);
-      query.suffixes[query.suffixCount++] = {hash, dot + 1, query.labelCount, BloomFilter::Key(hash)};
+      query.suffixes[query.suffixCount++] = {hashOf(dot + 1), dot + 1, query.labelCount};
     }
     ++query.labelCount;
     depths >>= 1;
@@ -69,8 +78,7 @@ bool Query::split(const HashSeed& seed, const char* address, std::uint64_t depth
     dots = splitLong(address);
   } else {
     // No branch depends on a character: where "@" and the dots are is a bit mask of at most 64 bits.
-    lower(address, size, m_room);
-    const Marks marks = marksOf(address, m_room, size);
+    const Marks marks = lowerMarked(address, size, m_room);
     if (marks.ats == 0) {
       dots = splitBare(address);
     } else {

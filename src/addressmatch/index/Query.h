@@ -13,7 +13,6 @@
 #include <memory>
 #include <type_traits>
 
-#include "addressmatch/index/BloomFilter.h"
 #include "addressmatch/text/Swar.h"
 #include "addressmatch/text/TextHash.h"
 
@@ -74,7 +73,6 @@ struct Query {
     std::uint64_t hash;
     std::size_t begin;
     unsigned int labelCount;
-    BloomFilter::Key inFilter;
   };
 
   const std::uint64_t* words;  // the text in lower case
@@ -87,11 +85,8 @@ struct Query {
   std::uint64_t domainHash;
   std::uint64_t fullHash;       // of the name at the domain
   std::uint64_t belowRootHash;  // of the name below the root
-  BloomFilter::Key fullInFilter;
-  BloomFilter::Key anyInFilter;
-  BloomFilter::Key belowRootInFilter;
-  std::uint64_t domain[3];  // its first words
-  unsigned int labelCount;  // of the domain
+  std::uint64_t domain[3];      // its first words
+  unsigned int labelCount;      // of the domain
   std::size_t suffixCount;
   Suffix suffixes[kMostLabels];
 

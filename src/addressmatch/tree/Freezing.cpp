@@ -1,6 +1,8 @@
 #include "addressmatch/tree/Freezing.h"
 
+#include <cstddef>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "KxWildcardNode.h"
@@ -45,10 +47,39 @@ void logSlowTree() {
   PolicyLog::log(LogLevel::Error, "KxWildcardEmail::initScanTimeMode: out of memory; a tree will be searched slowly");
 }
 
+using Trees = std::vector<std::shared_ptr<TreeState>>;
+
+// Trees that are frozen together share what tells which of them may have something for an address.
+void makeIndexes(const Trees& trees) {
+  Trees indexed;
+  std::vector<UnfilteredIndex> indexes;
+  for (const std::shared_ptr<TreeState>& tree : trees) {
+    const bool isFrozen = withinMemory([&] {
+      UnfilteredIndex made = tree->freeze();
+      if (made.index != nullptr) {
+        indexed.reserve(indexed.size() + 1);
+        indexes.push_back(std::move(made));
+        indexed.push_back(tree);
+      }
+    });
+    if (!isFrozen) {
+      logSlowTree();
+    }
+  }
+  const bool isWhole = withinMemory([&] { shareFilters(indexes); });
+  for (std::size_t i = 0; i != indexed.size(); ++i) {
+    if (isWhole) {
+      indexed[i]->answerFrom(std::move(indexes[i].index));
+    } else {
+      logSlowTree();
+    }
+  }
+}
+
 }  // namespace
 
 void freezeAll(KxLockOnInitQueue& queue) {
-  std::vector<std::shared_ptr<TreeState>> trees;
+  Trees trees;
   while (!queue.empty()) {
     KxLockableClass* object = queue.front();
     queue.pop();
@@ -67,11 +98,7 @@ void freezeAll(KxLockOnInitQueue& queue) {
     }
     object->lock();
   }
-  for (const std::shared_ptr<TreeState>& tree : trees) {
-    if (!withinMemory([&] { tree->freeze(); })) {
-      logSlowTree();
-    }
-  }
+  makeIndexes(trees);
 }
 
 }  // namespace zaro_addressmatch

@@ -15,21 +15,21 @@ const char* labelOf(Level level) {
 
 }  // namespace
 
-std::unique_ptr<const FrozenIndex> TreeIndexing::indexOf(KxWildcardNode& root) {
+UnfilteredIndex TreeIndexing::indexOf(KxWildcardNode& root) {
   // Equal hashes of 64 bits are most improbable; another seed keeps even them from making a tree slow.
   constexpr int kAttempts = 3;
   HashSeed seed = processHashSeed();
   for (int attempt = 0; attempt != kAttempts; ++attempt, ++seed.words[0]) {
     FrozenIndexBuilder builder(seed);
     if (!TreeIndexing(Level(root), builder).addAll()) {
-      return nullptr;
+      return {};
     }
-    std::unique_ptr<const FrozenIndex> index = builder.build();
-    if (index != nullptr || !builder.hasCollided()) {
-      return index;
+    UnfilteredIndex made = builder.build();
+    if (made.index != nullptr || !builder.hasCollided()) {
+      return made;
     }
   }
-  return nullptr;
+  return {};
 }
 
 bool TreeIndexing::addAll() {

@@ -16,8 +16,8 @@ namespace zaro_addressmatch {
 // calls: a domain may have as many labels as a text has characters.
 class TreeIndexing {
  public:
-  // Null when the tree holds something that only a walk treats right. Throws std::bad_alloc.
-  static std::unique_ptr<const FrozenIndex> indexOf(KxWildcardNode& root);
+  // Without an index when the tree holds something that only a walk treats right. Throws std::bad_alloc.
+  static UnfilteredIndex indexOf(KxWildcardNode& root);
 
  private:
   struct Step {

@@ -7,9 +7,9 @@
 
 namespace zaro_addressmatch {
 
-void TreeState::freeze() {
+UnfilteredIndex TreeState::freeze() {
   if (m_phase == Phase::Indexed || m_root == nullptr) {
-    return;
+    return {};
   }
   const bool wasFilling = isFilling();
   m_phase = Phase::Walked;
@@ -18,10 +18,14 @@ void TreeState::freeze() {
   KxStringtable* table = Level(*m_root).table();
   if (!wasFilling || !isExactly<KxWildcardRootNode>(*m_root) || table == nullptr || !table->isLocked() ||
       Interner(*table).hasForeignHolders()) {
-    return;
+    return {};
   }
-  m_index = TreeIndexing::indexOf(*m_root);
-  m_phase = m_index != nullptr ? Phase::Indexed : Phase::Walked;
+  return TreeIndexing::indexOf(*m_root);
+}
+
+void TreeState::answerFrom(std::unique_ptr<const FrozenIndex> index) {
+  m_index = std::move(index);
+  m_phase = Phase::Indexed;
 }
 
 }  // namespace zaro_addressmatch

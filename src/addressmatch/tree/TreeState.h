@@ -12,7 +12,7 @@
 //                 that may concern any address was added after the freeze; or the freeze could not make an index. The
 //                 last phase
 //
-// `freeze` leads from the first two phases to Indexed, or to Walked when there can be no index.
+// `freeze` leads from the first two phases to Walked, and `answerFrom` on to Indexed when there can be an index.
 #pragma once
 
 #include <memory>
@@ -54,8 +54,10 @@ class TreeState : public std::enable_shared_from_this<TreeState> {
     m_index.reset();
     m_partialIndex.reset();
   }
-  // To be called once every level is locked. Throws std::bad_alloc; the tree is then Walked.
-  void freeze();
+  // To be called once every level is locked. The tree is Walked until it gets its index, if there is any. Throws
+  // std::bad_alloc.
+  UnfilteredIndex freeze();
+  void answerFrom(std::unique_ptr<const FrozenIndex> index);
 
   // To be called before a level stores an object. An object that the tree did not announce comes from a caller.
   void admit(const void* object) {
@@ -125,12 +127,12 @@ class TreeState : public std::enable_shared_from_this<TreeState> {
   }
 
   KxWildcardNode* m_root;
+  std::unique_ptr<const FrozenIndex> m_index;  // beside the root: every call reads both
   const void* m_announced = nullptr;
   Phase m_phase = Phase::PatternsOnly;
   DomainMap m_domains;  // empty after the freeze
   OwnTexts m_ownTexts;
   LeafArena m_arena;
-  std::unique_ptr<const FrozenIndex> m_index;
   std::unique_ptr<const FrozenIndex> m_partialIndex;  // the same, once patterns were added that it lacks
   AddedPatterns::Key m_addition = 0;                  // of the pattern that is being added
   AddedPatterns m_added;

@@ -760,6 +760,55 @@ TEST_F(FrozenTree, batchOfDecisionsIsThatOfSingleOnes) {
   }
 }
 
+// Up to eight neighbours share what tells which of them has something; a big one among small ones does not.
+TEST_F(FrozenTree, treesThatWereFrozenTogetherAnswerInAnyOrderAndCompany) {
+  std::mt19937 random(7);
+  const auto upTo = [&random](std::size_t highest) { return random() % (highest + 1); };
+  const auto domain = [&] {
+    std::string text = "test";
+    for (std::size_t labels = upTo(8); labels != 0; --labels) {
+      text = std::string(1, static_cast<char>('a' + upTo(2))) + "." + text;
+    }
+    return text;
+  };
+  const auto name = [&] { return "user" + std::to_string(upTo(20)); };
+  std::vector<std::unique_ptr<KxWildcardNode>> frozen;
+  std::vector<std::unique_ptr<KxWildcardNode>> walked;
+  for (int i = 0; i != 22; ++i) {
+    frozen.push_back(std::make_unique<KxWildcardRootNode>(&table));
+    walked.push_back(std::make_unique<KxWildcardRootNode>(nullptr));
+    for (std::size_t patterns = i == 5 ? 20000 : upTo(i < 12 ? 20 : 300); patterns != 0; --patterns) {
+      const std::string local = i == 5 ? name() + std::to_string(patterns) : upTo(2) == 0 ? "*" : name();
+      const std::string at = upTo(200) == 0 ? "*" : upTo(1) == 0 ? "*." + domain() : domain();
+      const KxEmailBelongsTo kind = KxEmailBelongsTo{1} << upTo(5);
+      for (KxWildcardNode* one : {frozen.back().get(), walked.back().get()}) {
+        one->addAddressPattern((local + "@" + at).c_str(), kind, nullptr, nullptr);
+      }
+    }
+    if (i == 11 || i == 18) {
+      freeze();
+    }
+  }
+  freeze();
+  for (int i = 0; i != 3000; ++i) {
+    std::vector<KxWildcardNode*> trees;
+    std::vector<KxWildcardNode*> twins;
+    const bool inOrder = upTo(1) == 0;
+    for (std::size_t next = inOrder ? 0 : upTo(21), left = upTo(24); left != 0; --left) {
+      trees.push_back(frozen[next].get());
+      twins.push_back(walked[next].get());
+      next = inOrder ? (next + 1) % 22 : upTo(21);
+    }
+    const std::string address = name() + "@" + domain();
+    const Decided want = decided(address, twins);
+    ASSERT_EQ(decided(address, trees), want) << address;
+    ASSERT_EQ(decidedInBatch(address, trees), want) << address;
+    for (std::size_t one = 0; one != trees.size(); ++one) {
+      ASSERT_EQ(matches(*trees[one], address), matches(*twins[one], address)) << address;
+    }
+  }
+}
+
 TEST_F(FrozenTree, treesThatAreNotFrozenAnswerBatchesToo) {
   add({"user@example.test"});
   const char* const addresses[] = {"user@example.test", "x@y", "USER@example.test"};

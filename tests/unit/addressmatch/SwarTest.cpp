@@ -47,6 +47,9 @@ TEST(Swar, onlyCapitalsOfAsciiChange) {
     ASSERT_EQ(std::string(got + text.size(), kPadding), std::string(kPadding, '\0'));
     for (std::size_t offset = 0; offset <= text.size(); ++offset) {
       ASSERT_EQ(wordAt(words.data(), offset), load8(got + offset));
+      std::uint64_t four[4];
+      fourWordsAt(words.data(), offset, four);
+      ASSERT_EQ(std::memcmp(four, got + offset, std::min(sizeof four, text.size() + kPadding - offset)), 0);
     }
   }
 }
@@ -63,11 +66,14 @@ TEST(Swar, marksTellEveryAtAndDot) {
       ats |= std::uint64_t{text[at] == '@'} << at;
       dots |= std::uint64_t{text[at] == '.'} << at;
     }
-    const std::unique_ptr<char[]> exact = exactCopy(text);
-    for (const Marks& marks : {marksOf(exact.get(), words.data(), text.size()), marksOfWords(words.data(), text.size())}) {
+    std::vector<std::uint64_t> lowered(words.size(), ~std::uint64_t{0});
+    for (const Marks& marks :
+         {lowerMarked(exactCopy(text).get(), text.size(), lowered.data()), marksOfWords(words.data(), text.size())}) {
       ASSERT_EQ(marks.ats, ats) << text;
       ASSERT_EQ(marks.dots, dots) << text;
     }
+    const std::size_t written = text.size() / 8 + 1 + kPadding / 8;
+    ASSERT_TRUE(std::equal(words.begin(), words.begin() + static_cast<std::ptrdiff_t>(written), lowered.begin())) << text;
   }
 }
 
