@@ -4,9 +4,9 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdlib>
-#include <stdexcept>
 #include <string>
 
+#include "ZaroRuntime/RuntimeError.h"
 #include "commands/CommandLine.h"
 #include "console/ExitCode.h"
 #include "console/Output.h"
@@ -14,6 +14,8 @@
 #include "console/Text.h"
 #include "console/UsageError.h"
 #include "store/Transaction.h"
+
+using zaroruntime::RuntimeError;
 
 namespace {
 
@@ -70,9 +72,10 @@ ExitCode parseFailure(const CLI::App& app, const CLI::ParseError& error) {
 void finish(Output& out) {
   try {
     out.finish();
-  } catch (const std::runtime_error& failure) {
+  } catch (const RuntimeError& failure) {
     if (hasCommittedChange()) {
-      throw std::runtime_error(std::string("the change is made, but its result cannot be printed: ") + failure.what());
+      throw RuntimeError(std::string("the change is made, but its result cannot be printed: ") + failure.what(),
+                         failure.kind());
     }
     throw;
   }

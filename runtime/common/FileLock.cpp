@@ -72,7 +72,8 @@ FileLock::FileLock(const std::string& path, const char* suffix, int seconds) : m
       throwFileError(lockPath, "cannot lock");
     }
     if (Clock::now() >= end) {
-      throw RuntimeError(lockPath + ": another process has held the lock for " + std::to_string(seconds) + " seconds");
+      throw RuntimeError(lockPath + ": another process has held the lock for " + std::to_string(seconds) + " seconds",
+                         FailureKind::Contention);
     }
     std::this_thread::sleep_for(kPause);
   }

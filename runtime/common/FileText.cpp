@@ -57,21 +57,21 @@ bool isOurGroup(gid_t group) {
 
 }  // namespace
 
-void throwFileError(const std::string& path, const char* what) {
-  throw RuntimeError(path + ": " + what + ": " + std::strerror(errno));
+void throwFileError(const std::string& path, const char* what, FailureKind otherwise) {
+  throw RuntimeError(path + ": " + what + ": " + std::strerror(errno), kindOfFileError(errno, otherwise));
 }
 
-std::string readFileText(const std::string& path, std::size_t limit) {
+std::string readFileText(const std::string& path, std::size_t limit, FailureKind otherwise) {
   const UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   if (!fd.isOpen()) {
-    throwFileError(path, "cannot open");
+    throwFileError(path, "cannot open", otherwise);
   }
   struct stat status = {};
   if (::fstat(fd.get(), &status) != 0) {
-    throwFileError(path, "cannot read");
+    throwFileError(path, "cannot read", otherwise);
   }
   if (!S_ISREG(status.st_mode)) {
-    throw RuntimeError(path + ": not a regular file");
+    throw RuntimeError(path + ": not a regular file", otherwise);
   }
   std::string text;
   char piece[16384];
@@ -84,11 +84,12 @@ std::string readFileText(const std::string& path, std::size_t limit) {
       if (errno == EINTR) {
         continue;
       }
-      throwFileError(path, "cannot read");
+      throwFileError(path, "cannot read", otherwise);
     }
     text.append(piece, static_cast<std::size_t>(count));
     if (text.size() > limit) {
-      throw RuntimeError(path + ": larger than the " + std::to_string(limit) + " bytes that such a file may have");
+      throw RuntimeError(path + ": larger than the " + std::to_string(limit) + " bytes that such a file may have",
+                         otherwise);
     }
   }
 }
@@ -98,7 +99,7 @@ FileReplacement::FileReplacement(const std::string& path, const std::string& tex
     : m_path(path), m_temporary(temporaryNameOf(path)) {
   const UniqueFd fd(createAnew(m_temporary, mode));
   if (!fd.isOpen()) {
-    throwFileError(m_temporary, "cannot create");
+    throwFileError(m_temporary, "cannot create", FailureKind::Creation);
   }
   try {
     if (owner && ::fchown(fd.get(), owner->user, owner->group) != 0) {
@@ -153,7 +154,7 @@ void syncDirectoryOf(const std::string& path) {
 std::string realPathOf(const std::string& path) {
   const std::unique_ptr<char, decltype(&std::free)> real(::realpath(path.c_str(), nullptr), &std::free);
   if (real == nullptr) {
-    throwFileError(path, "cannot open");
+    throwFileError(path, "cannot open", FailureKind::Configuration);
   }
   return real.get();
 }
@@ -168,7 +169,7 @@ void requireWritable(const std::string& path) {
   // Nobody may write it: that stops its owner and root too, who could put a new file in its place.
   constexpr mode_t kWritable = S_IWUSR | S_IWGRP | S_IWOTH;
   if ((status.st_mode & kWritable) == 0) {
-    throw RuntimeError(path + ": cannot write: the file is read-only");
+    throw RuntimeError(path + ": cannot write: the file is read-only", FailureKind::Refused);
   }
   if (::faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) != 0) {
     throwFileError(path, "cannot write");

@@ -6,10 +6,13 @@
 #include <optional>
 #include <string>
 
+#include "ZaroRuntime/RuntimeError.h"
+
 namespace zaroruntime {
 
-// Text of a regular file of at most `limit` bytes; throws RuntimeError naming the file and the reason.
-std::string readFileText(const std::string& path, std::size_t limit);
+// Text of a regular file of at most `limit` bytes; throws RuntimeError naming the file and the reason, of the kind
+// `otherwise` unless a permission is missing.
+std::string readFileText(const std::string& path, std::size_t limit, FailureKind otherwise = FailureKind::File);
 
 struct FileOwner {
   uid_t user;
@@ -56,7 +59,7 @@ bool canKeepOwnerOf(const std::string& path);
 // as well.
 void requireWritable(const std::string& path);
 
-// "PATH: what: reason", the reason being that of `errno`.
-[[noreturn]] void throwFileError(const std::string& path, const char* what);
+// "PATH: what: reason", the reason being that of `errno`; of the kind `otherwise` unless a permission is missing.
+[[noreturn]] void throwFileError(const std::string& path, const char* what, FailureKind otherwise = FailureKind::File);
 
 }  // namespace zaroruntime

@@ -49,7 +49,7 @@ DataSource readDataSource(const Installation& installation, const std::string& n
   const std::string path = installation.odbcIni();
   const IniFile ini(path);
   if (name.empty() || !ini.hasSection(name)) {
-    throw RuntimeError(path + ": there is no section [" + name + "] for the data source");
+    throw RuntimeError(path + ": there is no section [" + name + "] for the data source", FailureKind::Configuration);
   }
   DataSource source;
   source.name = name;
@@ -61,7 +61,7 @@ DataSource readDataSource(const Installation& installation, const std::string& n
     }
   }
   if (source.driver.empty()) {
-    throw RuntimeError(path + ": section [" + name + "]: key Driver is missing");
+    throw RuntimeError(path + ": section [" + name + "]: key Driver is missing", FailureKind::Configuration);
   }
   source.dialect = dialectOf(source.driver);
   return source;

@@ -27,10 +27,10 @@ bool isBlank(char sign) {
 
 void refuseWhatALineCannotHold(const std::string& text, const std::string& what) {
   if (text.find_first_of(std::string("\r\n\0", 3)) != std::string::npos) {
-    throw RuntimeError(what + ": line ends and NUL cannot be stored in an ini file");
+    throw RuntimeError(what + ": line ends and NUL cannot be stored in an ini file", FailureKind::Data);
   }
   if (!text.empty() && (isBlank(text.front()) || isBlank(text.back()))) {
-    throw RuntimeError(what + ": blanks at the beginning or the end cannot be stored in an ini file");
+    throw RuntimeError(what + ": blanks at the beginning or the end cannot be stored in an ini file", FailureKind::Data);
   }
 }
 
@@ -38,7 +38,7 @@ void refuseWhatIsNoName(const std::string& name, const char* reservedInside, con
                         const std::string& what) {
   refuseWhatALineCannotHold(name, what);
   if (name.empty() || name.find_first_of(reservedInside) != std::string::npos || name.find_first_of(reservedFirst) == 0) {
-    throw RuntimeError(what + ": not a name that an ini file can hold");
+    throw RuntimeError(what + ": not a name that an ini file can hold", FailureKind::Data);
   }
 }
 
@@ -57,7 +57,7 @@ struct IniFile::Impl {
       throw std::bad_alloc();
     }
     if (result < 0) {
-      throw RuntimeError(name + ": not an ini file");
+      throw RuntimeError(name + ": not an ini file", FailureKind::Configuration);
     }
   }
 };
@@ -65,16 +65,17 @@ struct IniFile::Impl {
 IniFile::IniFile(std::unique_ptr<Impl> impl) : m_impl(std::move(impl)) {}
 
 IniFile::IniFile(const std::string& path, Malformed malformed)
-    : IniFile(parse(readFileText(path, kLargestIniFile), path, malformed)) {}
+    : IniFile(parse(readFileText(path, kLargestIniFile, FailureKind::Configuration), path, malformed)) {}
 
 IniFile IniFile::parse(const std::string& text, const std::string& name, Malformed malformed) {
   if (text.find('\0') != std::string::npos) {
-    throw RuntimeError(name + ": not an ini file (it holds NUL bytes)");
+    throw RuntimeError(name + ": not an ini file (it holds NUL bytes)", FailureKind::Configuration);
   }
   if (malformed == Malformed::Refused) {
     if (const auto line = malformedIniLine(text)) {
-      throw RuntimeError(name + ": line " + std::to_string(*line) +
-                         " is neither a section, a key with a value nor a comment");
+      throw RuntimeError(
+          name + ": line " + std::to_string(*line) + " is neither a section, a key with a value nor a comment",
+          FailureKind::Configuration);
     }
   }
   auto impl = std::make_unique<Impl>();
@@ -127,7 +128,7 @@ void IniFile::set(const std::string& section, const std::string& key, const std:
   if (get(section, key) != value) {
     m_impl->text = before;
     m_impl->read(key);
-    throw RuntimeError(key + ": cannot be set");
+    throw RuntimeError(key + ": cannot be set", FailureKind::Data);
   }
 }
 

@@ -29,7 +29,7 @@ Installation::Installation(std::string home) : m_home(std::move(home)) {
 Installation Installation::fromEnvironment() {
   const char* home = std::getenv("ZARO_HOME");
   if (home == nullptr || *home == '\0') {
-    throw RuntimeError("ZARO_HOME is not set: it names the installation directory");
+    throw RuntimeError("ZARO_HOME is not set: it names the installation directory", FailureKind::Configuration);
   }
   return Installation(home);
 }
@@ -68,13 +68,15 @@ void requireSettingsFit(const DatabaseSettings& settings) {
   std::size_t length = std::strlen("ODBC;DRIVER=;DSN=;UID=;PWD=;DATABASE=") + settings.database.size();
   for (const auto& row : rows) {
     if (row.value.size() > kLongestSetting) {
-      throw RuntimeError(std::string(row.key) + " is longer than " + std::to_string(kLongestSetting) + " bytes");
+      throw RuntimeError(std::string(row.key) + " is longer than " + std::to_string(kLongestSetting) + " bytes",
+                         FailureKind::Configuration);
     }
     length += row.value.size();
   }
   if (length > kLongestConnectionString) {
     throw RuntimeError("DataSourceName, UserId, Password and Database are too long together, by " +
-                       std::to_string(length - kLongestConnectionString) + " bytes");
+                           std::to_string(length - kLongestConnectionString) + " bytes",
+                       FailureKind::Configuration);
   }
 }
 
@@ -83,12 +85,12 @@ DatabaseSettings readDatabaseSettings(const Installation& installation) {
   const std::string path = installation.databaseIni();
   const IniFile ini(path);
   if (!ini.hasSection(kSection)) {
-    throw RuntimeError(path + ": section [" + kSection + "] is missing");
+    throw RuntimeError(path + ": section [" + kSection + "] is missing", FailureKind::Configuration);
   }
   const auto required = [&](const char* key) {
     auto value = ini.get(kSection, key);
     if (!value) {
-      throw RuntimeError(path + ": section [" + kSection + "]: key " + key + " is missing");
+      throw RuntimeError(path + ": section [" + kSection + "]: key " + key + " is missing", FailureKind::Configuration);
     }
     return *value;
   };
@@ -103,7 +105,7 @@ DatabaseSettings readDatabaseSettings(const Installation& installation) {
     }
     requireSettingsFit(settings);
   } catch (const RuntimeError& failure) {
-    throw RuntimeError(path + ": " + failure.what());
+    throw RuntimeError(path + ": " + failure.what(), failure.kind());
   }
   return settings;
 }

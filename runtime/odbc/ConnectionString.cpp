@@ -82,7 +82,8 @@ class Builder {
 
   void add(const std::string& key, const std::string& value) {
     if (key.find_first_of("=;{}") != std::string::npos) {
-      throw RuntimeError(_where(key) + "the key holds a sign that connection strings reserve");
+      throw RuntimeError(_where(key) + "the key holds a sign that connection strings reserve",
+                         FailureKind::Configuration);
     }
     m_text += key + "=";
     if (!_takesBraces(key)) {
@@ -114,7 +115,8 @@ class Builder {
 
   std::string text() const {
     if (m_text.size() > kLongestString) {
-      throw RuntimeError("data source " + m_source.name + ": its connection string is too long");
+      throw RuntimeError("data source " + m_source.name + ": its connection string is too long",
+                         FailureKind::Configuration);
     }
     return m_text;
   }
@@ -137,7 +139,7 @@ class Builder {
   // For values that no quoting protects.
   void _appendPlain(const std::string& key, const std::string& value) {
     if (value.find(';') != std::string::npos || value.find('\0') != std::string::npos) {
-      throw RuntimeError(_where(key) + "a semicolon cannot be passed to this driver");
+      throw RuntimeError(_where(key) + "a semicolon cannot be passed to this driver", FailureKind::Configuration);
     }
     m_text += value + ";";
   }
@@ -156,7 +158,7 @@ void refuseOtherValues(const DataSource& source, const RequiredOption (&required
   for (const RequiredOption& row : required) {
     for (const auto& option : source.options) {
       if (equalsIgnoringCase(option.first, row.key) && option.second != row.value) {
-        throw RuntimeError(refusal(source, row));
+        throw RuntimeError(refusal(source, row), FailureKind::Configuration);
       }
     }
   }
@@ -172,7 +174,7 @@ std::string optionOf(const DataSource& source, const char* key) {
 std::string databaseName(const DataSource& source, const DatabaseSettings& settings) {
   std::string name = settings.database.empty() ? optionOf(source, "Database") : settings.database;
   if (name.empty()) {
-    throw RuntimeError("data source " + source.name + ": no database is named");
+    throw RuntimeError("data source " + source.name + ": no database is named", FailureKind::Configuration);
   }
   return name;
 }
@@ -182,16 +184,17 @@ std::string databaseFile(const std::string& name, const Installation& installati
   std::string path = name.front() == '/' ? name : installation.path(name);
   struct stat status = {};
   if (::stat(path.c_str(), &status) != 0) {
-    throw RuntimeError("database file " + path + ": " + std::strerror(errno));
+    throw RuntimeError("database file " + path + ": " + std::strerror(errno),
+                       kindOfFileError(errno, FailureKind::Configuration));
   }
   if (!S_ISREG(status.st_mode)) {
-    throw RuntimeError("database file " + path + ": not a regular file");
+    throw RuntimeError("database file " + path + ": not a regular file", FailureKind::Configuration);
   }
   // Readers too write to the files beside it that they share with writers.
   const std::string directory = path.substr(0, path.rfind('/') + 1);
   for (const std::string& needed : {path, directory}) {
     if (::faccessat(AT_FDCWD, needed.c_str(), R_OK | W_OK, AT_EACCESS) != 0) {
-      throw RuntimeError("database file " + path + ": this user may not read and write " + needed);
+      throw RuntimeError("database file " + path + ": this user may not read and write " + needed, FailureKind::Refused);
     }
   }
   return path;

@@ -15,6 +15,7 @@
 #include "odbc/OdbcError.h"
 #include "sql/SqlText.h"
 
+using zaroruntime::FailureKind;
 using zaroruntime::OdbcError;
 using zaroruntime::RuntimeError;
 using zaroruntime::throwingText;
@@ -34,7 +35,8 @@ const char* orEmpty(const char* text) {
 std::string databaseOf(const std::string& initString) {
   if (initString.size() >= kFullInitString) {
     throw RuntimeError("the connection string was cut at " + std::to_string(kFullInitString) +
-                       " bytes: data source, user, password and database are too long together");
+                           " bytes: data source, user, password and database are too long together",
+                       FailureKind::Configuration);
   }
   const std::size_t key = initString.rfind(kDatabaseKey);
   return key == std::string::npos ? std::string() : initString.substr(key + std::strlen(kDatabaseKey));
@@ -65,7 +67,7 @@ void KxDbConnect::Impl::reconnect(bool withTrials) {
   m_sessionTouched = false;
   m_handleGiven = false;
   if (!m_refusal.empty()) {
-    throw RuntimeError(m_refusal);
+    throw RuntimeError(m_refusal, FailureKind::Configuration);
   }
   // Read anew each time, so that a corrected configuration is taken up.
   const auto installation = zaroruntime::Installation::fromEnvironment();
@@ -160,7 +162,7 @@ const char* KxDbConnect::Impl::text(const char* column) {
   const auto index = odbc.findColumn(column);
   if (!index) {
     const std::string failure = std::string("the result has no column ") + column;
-    zaroruntime::keepFailure(failure);
+    zaroruntime::keepFailure(failure, FailureKind::Configuration);
     PolicyLog::log(LogLevel::Error, "KxDbConnect::getColVal: %s", failure.c_str());
     return nullptr;
   }

@@ -13,8 +13,11 @@ namespace {
 // with one SQLSTATE, so there is only the text; in another language than English further attempts are made in vain.
 constexpr const char* kPermanentRefusals[] = {
     "password authentication failed", "authentication failed for user", "no pg_hba.conf entry", "does not exist",
-    "is not permitted to log in",     "permission denied for database", "no password supplied",
+    "is not permitted to log in",     "permission denied for database", "no password supplied", "does not support SSL",
 };
+
+// Those that name what is not there.
+constexpr const char* kWrongTargets[] = {"does not exist", "does not support SSL"};
 
 // SQLite's, and Microsoft SQL Server's.
 constexpr const char* kNoTransaction[] = {"no transaction is active", "has no corresponding BEGIN TRANSACTION"};
@@ -30,21 +33,40 @@ bool hasClass(const std::string& state, const char* stateClass) {
 }
 
 // SQLite reports everything with one SQLSTATE and its own number.
+struct SqliteRow {
+  int number;
+  FailureKind kind;
+};
+
+constexpr SqliteRow kSqliteKinds[] = {
+    {3, FailureKind::Refused},      // access permission denied
+    {5, FailureKind::Contention},   // busy
+    {6, FailureKind::Contention},   // locked
+    {8, FailureKind::Refused},      // read-only
+    {10, FailureKind::File},        // input or output
+    {11, FailureKind::Data},        // malformed
+    {13, FailureKind::File},        // full
+    {14, FailureKind::File},        // cannot be opened
+    {19, FailureKind::Constraint},  // constraint
+    {26, FailureKind::Data},        // not a database
+};
+
 FailureKind kindInSqlite(int number) {
-  constexpr int kBusy = 5, kLocked = 6, kConstraint = 19;
   constexpr unsigned int kWithoutDetail = 0xFF;
-  switch (static_cast<int>(static_cast<unsigned int>(number) & kWithoutDetail)) {
-    case kBusy:
-    case kLocked:
-      return FailureKind::Contention;
-    case kConstraint:
-      return FailureKind::Constraint;
-    default:
-      return FailureKind::Other;
-  }
+  const int code = static_cast<int>(static_cast<unsigned int>(number) & kWithoutDetail);
+  const auto* const row = std::find_if(std::begin(kSqliteKinds), std::end(kSqliteKinds),
+                                       [&](const SqliteRow& known) { return known.number == code; });
+  return row != std::end(kSqliteKinds) ? row->kind : FailureKind::Other;
 }
 
+// Insufficient privilege, a wrong password or user, a transaction that may only read.
+constexpr const char* kRefusals[] = {"42501", "28000", "28P01", "25006"};
+
 FailureKind kindOf(const std::string& state, int native, const std::string& text, bool connectionDead) {
+  // The driver says 08001 for a server that is down, and for one that will refuse again.
+  if (state == "08001" && holdsAny(text, kPermanentRefusals)) {
+    return holdsAny(text, kWrongTargets) ? FailureKind::Configuration : FailureKind::Refused;
+  }
   if (connectionDead || hasClass(state, "08") || state.compare(0, 3, "57P") == 0) {
     return FailureKind::ConnectionLost;
   }
@@ -54,6 +76,13 @@ FailureKind kindOf(const std::string& state, int native, const std::string& text
   }
   if (hasClass(state, "22") || hasClass(state, "23")) {
     return FailureKind::Constraint;
+  }
+  if (std::find(std::begin(kRefusals), std::end(kRefusals), state) != std::end(kRefusals)) {
+    return FailureKind::Refused;
+  }
+  // The driver manager finds no driver; a database that is not there.
+  if (hasClass(state, "IM") || state == "3D000") {
+    return FailureKind::Configuration;
   }
   return state == "HY000" && text.find("[SQLite]") != std::string::npos ? kindInSqlite(native) : FailureKind::Other;
 }

@@ -25,7 +25,7 @@ Script readScript(const std::string& path) {
   try {
     return {path, splitScript(readFileText(path, kLargestScript))};
   } catch (const RuntimeError& failure) {
-    throw RuntimeError(path + ": " + failure.what());
+    throw RuntimeError(path + ": " + failure.what(), failure.kind());
   }
 }
 
@@ -171,7 +171,7 @@ void SqlSession::runStatementsOf(const std::string& path) {
 
 std::string sqlLiteral(const std::string& text) {
   if (text.find('\0') != std::string::npos) {
-    throw RuntimeError("a text for the database cannot hold NUL");
+    throw RuntimeError("a text for the database cannot hold NUL", FailureKind::Data);
   }
   std::string literal = "'";
   for (const char sign : text) {

@@ -48,24 +48,27 @@ class Key {
 void readKey(const std::string& path, Key& key) {
   const UniqueFd fd(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
   if (!fd.isOpen()) {
-    throwFileError(path, errno == ELOOP ? "the key file must not be a link" : "cannot open the key file");
+    throwFileError(path, errno == ELOOP ? "the key file must not be a link" : "cannot open the key file",
+                   FailureKind::Configuration);
   }
   struct stat status = {};
   if (::fstat(fd.get(), &status) != 0) {
     throwFileError(path, "cannot read the key file");
   }
   if (!S_ISREG(status.st_mode)) {
-    throw RuntimeError(path + ": the key file is not a regular file");
+    throw RuntimeError(path + ": the key file is not a regular file", FailureKind::Configuration);
   }
   if (status.st_uid != ::geteuid() && status.st_uid != 0) {
-    throw RuntimeError(path + ": the key file belongs to neither this user nor root");
+    throw RuntimeError(path + ": the key file belongs to neither this user nor root", FailureKind::Refused);
   }
   if ((status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
-    throw RuntimeError(path + ": the key file is open to group or others (make it mode 0600)");
+    throw RuntimeError(path + ": the key file is open to group or others (make it mode 0600)",
+                       FailureKind::Configuration);
   }
   const bool sized = status.st_size == static_cast<off_t>(key.size());
   if (!sized || ::read(fd.get(), key.data(), key.size()) != static_cast<ssize_t>(key.size())) {
-    throw RuntimeError(path + ": the key file does not hold " + std::to_string(key.size()) + " bytes");
+    throw RuntimeError(path + ": the key file does not hold " + std::to_string(key.size()) + " bytes",
+                       FailureKind::Configuration);
   }
 }
 
@@ -77,7 +80,7 @@ void createSecretKey(const std::string& keyPath) {
   randombytes_buf(key.data(), key.size());
   const UniqueFd fd(::open(keyPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
   if (!fd.isOpen()) {
-    throwFileError(keyPath, "cannot create the key file");
+    throwFileError(keyPath, "cannot create the key file", FailureKind::Creation);
   }
   if (::write(fd.get(), key.data(), key.size()) != static_cast<ssize_t>(key.size()) || ::fsync(fd.get()) != 0) {
     throwFileError(keyPath, "cannot write the key file");
@@ -92,7 +95,7 @@ void checkSecretKey(const std::string& keyPath) {
 std::string encryptPassword(const std::string& clear, const std::string& keyPath) {
   startSodium();
   if (clear.size() > kLongestPassword) {
-    throw RuntimeError("the password is longer than " + std::to_string(kLongestPassword) + " bytes");
+    throw RuntimeError("the password is longer than " + std::to_string(kLongestPassword) + " bytes", FailureKind::Data);
   }
   Key key;
   readKey(keyPath, key);
@@ -113,22 +116,23 @@ bool isEncryptedPassword(const std::string& stored) {
 std::string decryptPassword(const std::string& stored, const std::string& keyPath) {
   startSodium();
   if (!isEncryptedPassword(stored)) {
-    throw RuntimeError("the stored password is not an encrypted one");
+    throw RuntimeError("the stored password is not an encrypted one", FailureKind::Configuration);
   }
   Bytes box(stored.size());
   std::size_t length = 0;
   const bool decoded = sodium_base642bin(box.data(), box.size(), stored.data() + kTagLength, stored.size() - kTagLength,
                                          nullptr, &length, nullptr, kBase64) == 0;
   if (!decoded || length < crypto_secretbox_NONCEBYTES + crypto_secretbox_MACBYTES) {
-    throw RuntimeError("the stored password is damaged (set it again with zaroctl password)");
+    throw RuntimeError("the stored password is damaged (set it again with zaroctl password)", FailureKind::Configuration);
   }
   Key key;
   readKey(keyPath, key);
   std::string clear(length - crypto_secretbox_NONCEBYTES - crypto_secretbox_MACBYTES, '\0');
   if (crypto_secretbox_open_easy(reinterpret_cast<unsigned char*>(clear.data()), box.data() + crypto_secretbox_NONCEBYTES,
                                  length - crypto_secretbox_NONCEBYTES, box.data(), key.data()) != 0) {
-    throw RuntimeError("the stored password does not open under the key " + keyPath +
-                       " (set it again with zaroctl password)");
+    throw RuntimeError(
+        "the stored password does not open under the key " + keyPath + " (set it again with zaroctl password)",
+        FailureKind::Configuration);
   }
   return clear;
 }

@@ -29,7 +29,7 @@ void requireOwner(const std::string& path) {
   if (!canKeepOwnerOf(path)) {
     readFile(path);  // whatever else is wrong is told first
     requireWritable(path);
-    throw RuntimeError(path + ": cannot keep its owner and group: only they and root may write it");
+    throw RuntimeError(path + ": cannot keep its owner and group: only they and root may write it", FailureKind::Refused);
   }
 }
 
@@ -37,7 +37,8 @@ void replaceBy(FileReplacement& replacement, const std::string& path) {
   try {
     replacement.commit();
   } catch (const RuntimeError& failure) {
-    throw RuntimeError(std::string(failure.what()) + " (the database has the new value already; that of the file counts)");
+    throw RuntimeError(std::string(failure.what()) + " (the database has the new value already; that of the file counts)",
+                       failure.kind());
   }
   try {
     syncDirectoryOf(path);

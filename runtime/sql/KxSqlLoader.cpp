@@ -8,6 +8,7 @@
 #include "common/ThrownText.h"
 #include "sql/StatementTemplate.h"
 
+using zaroruntime::FailureKind;
 using zaroruntime::RuntimeError;
 
 struct KxSqlLoader::Impl {
@@ -41,12 +42,13 @@ void KxSqlLoader::loadSQL(char* buffer, int size, const char* fileName, ...) {
     try {
       statement = file.format(arguments);
     } catch (const RuntimeError& failure) {
-      throw RuntimeError(std::string(fileName) + ": " + failure.what());
+      throw RuntimeError(std::string(fileName) + ": " + failure.what(), FailureKind::Configuration);
     }
     // A statement cut short is not a failing one but a wrong one: "WHERE id=12" becomes "WHERE id=1".
     if (statement.size() >= static_cast<std::size_t>(size)) {
       throw RuntimeError(std::string(fileName) + ": the statement takes " + std::to_string(statement.size() + 1) +
-                         " bytes and its buffer has " + std::to_string(size));
+                             " bytes and its buffer has " + std::to_string(size),
+                         FailureKind::Data);
     }
     std::memcpy(buffer, statement.c_str(), statement.size() + 1);
   });

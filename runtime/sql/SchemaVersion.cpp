@@ -33,7 +33,7 @@ int versionIn(const std::optional<std::string>& stored) {
   int version = 0;
   const auto read = std::from_chars(text.data(), text.data() + text.size(), version);
   if (read.ec != std::errc() || read.ptr != text.data() + text.size()) {
-    throw RuntimeError("table schema_version holds no version");
+    throw RuntimeError("table schema_version holds no version", FailureKind::Configuration);
   }
   return version;
 }
@@ -46,7 +46,9 @@ void requireSchemaVersion(const std::optional<std::string>& stored) {
   const int version = versionIn(stored);
   if (version != kSchemaVersion) {
     throw RuntimeError("schema version " + std::to_string(version) + ", but this program works on version " +
-                       std::to_string(kSchemaVersion) + (version < kSchemaVersion ? "; run zaroctl schema upgrade" : ""));
+                           std::to_string(kSchemaVersion) +
+                           (version < kSchemaVersion ? "; run zaroctl schema upgrade" : ""),
+                       FailureKind::Configuration);
   }
 }
 

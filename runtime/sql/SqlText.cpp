@@ -376,7 +376,8 @@ std::vector<ScriptStatement> splitScript(std::string_view script) {
   for (const SqlSegment& segment : scanSql(script)) {
     const std::string_view text = script.substr(segment.begin, segment.end - segment.begin);
     if (!segment.closed) {
-      throw RuntimeError("line " + std::to_string(line) + ": a " + nameOf(segment.piece) + " does not end");
+      throw RuntimeError("line " + std::to_string(line) + ": a " + nameOf(segment.piece) + " does not end",
+                         FailureKind::Data);
     }
     if (segment.piece == SqlPiece::Comment) {
       append(" ");

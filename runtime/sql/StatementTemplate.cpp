@@ -119,11 +119,11 @@ std::string StatementTemplate::format(va_list arguments) const {
 }
 
 StatementTemplate readStatementFile(const std::string& path) {
-  std::string text = readFileText(path, kLargestStatementFile);
+  std::string text = readFileText(path, kLargestStatementFile, FailureKind::Configuration);
   try {
     return StatementTemplate(std::move(text));
   } catch (const RuntimeError& failure) {
-    throw RuntimeError(path + ": " + failure.what());
+    throw RuntimeError(path + ": " + failure.what(), FailureKind::Configuration);
   }
 }
 

@@ -15,7 +15,8 @@ bool isStandardInput(const std::string& file) {
 }
 
 [[noreturn]] void throwInputError(const std::string& file, const char* what) {
-  throw zaroruntime::RuntimeError(inputName(file) + ": " + what + ": " + std::strerror(errno));
+  throw zaroruntime::RuntimeError(inputName(file) + ": " + what + ": " + std::strerror(errno),
+                                  zaroruntime::kindOfFileError(errno));
 }
 
 struct Close {

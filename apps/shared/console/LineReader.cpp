@@ -28,7 +28,7 @@ void withoutByteOrderMark(std::string& line, std::size_t number) {
 LineReader::LineReader(const std::string& path)
     : m_name(path), m_descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC)), m_owned(true), m_buffer(kBufferSize) {
   if (m_descriptor < 0) {
-    throw RuntimeError(path + ": cannot open: " + std::strerror(errno));
+    throw RuntimeError(path + ": cannot open: " + std::strerror(errno), zaroruntime::kindOfFileError(errno));
   }
   struct stat status = {};
   if (fstat(m_descriptor, &status) == 0 && S_ISREG(status.st_mode)) {
@@ -95,7 +95,7 @@ bool LineReader::_fill() {
     got = read(m_descriptor, m_buffer.data(), m_buffer.size());
   } while (got < 0 && errno == EINTR);
   if (got < 0) {
-    throw RuntimeError(m_name + ": cannot read: " + std::strerror(errno));
+    throw RuntimeError(m_name + ": cannot read: " + std::strerror(errno), zaroruntime::kindOfFileError(errno));
   }
   m_begin = 0;
   m_end = static_cast<std::size_t>(got);

@@ -13,7 +13,8 @@
 class BadLine : public zaroruntime::RuntimeError {
  public:
   BadLine(const std::string& file, std::size_t line, const std::string& problem)
-      : RuntimeError(file + ":" + std::to_string(line) + ": " + problem), m_problem(problem) {}
+      : RuntimeError(file + ":" + std::to_string(line) + ": " + problem, zaroruntime::FailureKind::Data),
+        m_problem(problem) {}
 
   // Without file and line.
   const std::string& problem() const { return m_problem; }

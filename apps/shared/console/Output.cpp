@@ -4,9 +4,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <stdexcept>
 
 #include "ZaroRuntime/PrintableText.h"
+#include "ZaroRuntime/RuntimeError.h"
 
 namespace {
 
@@ -164,7 +164,8 @@ void Output::remark(const std::string& text) {
 
 void Output::finish() {
   if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-    throw std::runtime_error(std::string("cannot write to standard output: ") + std::strerror(errno));
+    throw zaroruntime::RuntimeError(std::string("cannot write to standard output: ") + std::strerror(errno),
+                                    zaroruntime::FailureKind::File);
   }
 }
 

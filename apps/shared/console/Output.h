@@ -42,7 +42,7 @@ class Output {
   bool isTable() const { return m_form == Form::Table; }
   bool isDocument() const { return m_form == Form::Document; }
 
-  // Sends everything on its way; throws std::runtime_error when standard output does not take it.
+  // Sends everything on its way; throws RuntimeError when standard output does not take it.
   void finish();
 
  private:

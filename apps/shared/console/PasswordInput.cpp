@@ -55,7 +55,8 @@ class NoEcho {
  public:
   explicit NoEcho(const std::string& prompt) {
     if (tcgetattr(STDIN_FILENO, &shown.before) != 0) {
-      throw zaroruntime::RuntimeError(std::string("cannot read from the terminal: ") + std::strerror(errno));
+      throw zaroruntime::RuntimeError(std::string("cannot read from the terminal: ") + std::strerror(errno),
+                                      zaroruntime::FailureKind::File);
     }
     shown.silent = shown.before;
     shown.silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
@@ -103,17 +104,19 @@ std::string readLine() {
     char byte = 0;
     const ssize_t count = ::read(STDIN_FILENO, &byte, 1);
     if (count < 0) {
-      throw zaroruntime::RuntimeError(std::string("cannot read the password: ") + std::strerror(errno));
+      throw zaroruntime::RuntimeError(std::string("cannot read the password: ") + std::strerror(errno),
+                                      zaroruntime::FailureKind::File);
     }
     if (count == 0 && line.empty()) {
-      throw zaroruntime::RuntimeError("no password on standard input");
+      throw zaroruntime::RuntimeError("no password on standard input", zaroruntime::FailureKind::Data);
     }
     if (count == 0 || byte == '\n') {
       return line;
     }
     line += byte;
     if (line.size() > kLongestLine) {
-      throw zaroruntime::RuntimeError("the first line of standard input is too long for a password");
+      throw zaroruntime::RuntimeError("the first line of standard input is too long for a password",
+                                      zaroruntime::FailureKind::Data);
     }
   }
 }

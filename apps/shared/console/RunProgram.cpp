@@ -7,6 +7,7 @@
 #include <exception>
 #include <new>
 
+#include "ZaroRuntime/LastFailure.h"
 #include "console/DelayedSignals.h"
 #include "console/Text.h"
 #include "console/UsageError.h"
@@ -25,7 +26,7 @@ void prepareProcess() {
 
 int runProgram(const std::function<ExitCode()>& work) {
   prepareProcess();
-  ExitCode code = ExitCode::Failure;
+  ExitCode code = ExitCode::Unavailable;
   try {
     code = work();
   } catch (const UsageError& failure) {
@@ -36,10 +37,14 @@ int runProgram(const std::function<ExitCode()>& work) {
     raise(interruption.signal());
   } catch (const std::bad_alloc&) {
     diagnose("out of memory");
+  } catch (const zaroruntime::RuntimeError& failure) {
+    diagnose(failure.what());
+    code = exitCodeOf(failure.kind());
   } catch (const std::exception& failure) {
     diagnose(failure.what());
   } catch (const char* thrown) {
     diagnose(thrown);  // by the platform, past the library
+    code = exitCodeOf(zaroruntime::lastFailureKind());
   }
   return static_cast<int>(code);
 }

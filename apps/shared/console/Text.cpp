@@ -69,7 +69,8 @@ std::string unescaped(const std::string& text) {
     }
     const EscapedByte escape = escapedByteAt(text, at);
     if (escape.length == 0) {
-      throw zaroruntime::RuntimeError("a backslash that escapes nothing: " + quoted(text.substr(at)));
+      throw zaroruntime::RuntimeError("a backslash that escapes nothing: " + quoted(text.substr(at)),
+                                      zaroruntime::FailureKind::Data);
     }
     result += static_cast<char>(escape.byte);
     at += escape.length;

@@ -15,6 +15,7 @@
 #include "console/Text.h"
 
 namespace fs = std::filesystem;
+using zaroruntime::FailureKind;
 using zaroruntime::RuntimeError;
 
 namespace {
@@ -51,8 +52,8 @@ int lookAndRename(const std::string& from, const std::string& to) {
 
 }  // namespace
 
-void throwErrno(const std::string& path, const char* what) {
-  throw RuntimeError(path + ": " + what + ": " + std::strerror(errno));
+void throwErrno(const std::string& path, const char* what, FailureKind otherwise) {
+  throw RuntimeError(path + ": " + what + ": " + std::strerror(errno), zaroruntime::kindOfFileError(errno, otherwise));
 }
 
 void bringToDisk(const std::string& path) {
@@ -73,7 +74,7 @@ void tryToBringToDisk(const std::string& directory) {
 DirectoryLock::DirectoryLock(const std::string& directory) : m_fd(openToRead(directory)) {
   if (::flock(m_fd, LOCK_EX | LOCK_NB) != 0) {
     ::close(m_fd);
-    throw RuntimeError(directory + ": another program is changing files there; try again");
+    throw RuntimeError(directory + ": another program is changing files there; try again", FailureKind::Contention);
   }
 }
 
@@ -101,6 +102,6 @@ void moveWithoutReplacing(const std::string& from, const std::string& to) {
     moved = lookAndRename(from, to);
   }
   if (moved != 0) {
-    throwErrno(to, "cannot be made");
+    throwErrno(to, "cannot be made", FailureKind::Creation);
   }
 }

@@ -3,8 +3,11 @@
 
 #include <string>
 
-// "PATH: what: reason", the reason being that of `errno`.
-[[noreturn]] void throwErrno(const std::string& path, const char* what);
+#include "ZaroRuntime/RuntimeError.h"
+
+// "PATH: what: reason", the reason being that of `errno`; of the kind `otherwise` unless a permission is missing.
+[[noreturn]] void throwErrno(const std::string& path, const char* what,
+                             zaroruntime::FailureKind otherwise = zaroruntime::FailureKind::File);
 
 // Waits until a file, or the entries of a directory, would outlast a power failure.
 void bringToDisk(const std::string& path);

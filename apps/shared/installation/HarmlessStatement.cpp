@@ -9,7 +9,7 @@ std::string harmlessStatement(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   const std::string text(std::istreambuf_iterator<char>(file), {});
   if (!file) {
-    throw zaroruntime::RuntimeError(path + ": cannot be read");
+    throw zaroruntime::RuntimeError(path + ": cannot be read", zaroruntime::FailureKind::Configuration);
   }
   std::string statement;
   for (std::size_t at = 0; at < text.size(); ++at) {

@@ -13,6 +13,7 @@
 #include "installation/Files.h"
 
 namespace fs = std::filesystem;
+using zaroruntime::FailureKind;
 using zaroruntime::RuntimeError;
 
 namespace {
@@ -62,7 +63,8 @@ fs::path placeOf(const std::string& target) {
   std::error_code failure;
   const fs::path above = fs::canonical(place.parent_path(), failure);
   if (failure) {
-    throw RuntimeError(place.parent_path().string() + ": cannot make an installation there: " + failure.message());
+    throw RuntimeError(place.parent_path().string() + ": cannot make an installation there: " + failure.message(),
+                       FailureKind::Creation);
   }
   return fs::is_symlink(place, failure) ? fs::weakly_canonical(place) : above / place.filename();
 }
@@ -76,7 +78,7 @@ bool isEmptyDirectory(const fs::path& place) {
     }
   }
   if (failure) {
-    throw RuntimeError(place.string() + ": " + failure.message());
+    throw RuntimeError(place.string() + ": " + failure.message(), zaroruntime::kindOfFileError(failure.value()));
   }
   return true;
 }
@@ -87,10 +89,10 @@ bool isUsablePlace(const fs::path& place) {
     return false;
   }
   if (!fs::is_directory(place)) {
-    throw RuntimeError(place.string() + ": exists and is not a directory");
+    throw RuntimeError(place.string() + ": exists and is not a directory", FailureKind::Creation);
   }
   if (!isEmptyDirectory(place)) {
-    throw RuntimeError(place.string() + ": exists and is not empty");
+    throw RuntimeError(place.string() + ": exists and is not empty", FailureKind::Creation);
   }
   return true;
 }
@@ -98,7 +100,7 @@ bool isUsablePlace(const fs::path& place) {
 std::string makeDirectoryLike(const fs::path& pattern) {
   std::string path = pattern.string();
   if (::mkdtemp(path.data()) == nullptr) {
-    throwErrno(pattern.parent_path().string(), "cannot make a directory there");
+    throwErrno(pattern.parent_path().string(), "cannot make a directory there", FailureKind::Creation);
   }
   return path;
 }

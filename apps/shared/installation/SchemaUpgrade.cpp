@@ -32,7 +32,7 @@ std::vector<UpgradeScript> scriptsIn(const std::string& directory) {
     }
   }
   if (failure) {
-    throw RuntimeError(directory + ": cannot list the upgrade scripts: " + failure.message());
+    throw RuntimeError(directory + ": cannot list the upgrade scripts: " + failure.message(), FailureKind::Configuration);
   }
   std::sort(scripts.begin(), scripts.end(), [](const UpgradeScript& one, const UpgradeScript& other) {
     return one.version != other.version ? one.version < other.version : one.path < other.path;
@@ -49,14 +49,15 @@ std::string UpgradeScript::name() const {
 SchemaUpgrade::SchemaUpgrade(zaroruntime::SqlSession& session, const std::string& directory, int target)
     : m_session(session), m_directory(directory), m_target(target) {
   if (session.dialect() == Dialect::Other) {
-    throw RuntimeError("the upgrade scripts are for SQLite and PostgreSQL; a database of your own has its own");
+    throw RuntimeError("the upgrade scripts are for SQLite and PostgreSQL; a database of your own has its own",
+                       FailureKind::Configuration);
   }
 }
 
 int SchemaUpgrade::version() {
   const auto version = zaroruntime::installedSchemaVersion(m_session);
   if (!version) {
-    throw RuntimeError("there is no table schema_version: zaroctl init makes the schema");
+    throw RuntimeError("there is no table schema_version: zaroctl init makes the schema", FailureKind::Configuration);
   }
   return *version;
 }
@@ -64,8 +65,9 @@ int SchemaUpgrade::version() {
 SchemaUpgrade::Scripts SchemaUpgrade::pending() {
   const int from = version();
   if (from > m_target) {
-    throw RuntimeError("schema version " + std::to_string(from) + ", but this program works on version " +
-                       std::to_string(m_target));
+    throw RuntimeError(
+        "schema version " + std::to_string(from) + ", but this program works on version " + std::to_string(m_target),
+        FailureKind::Configuration);
   }
   if (from == m_target) {
     return {};
@@ -75,7 +77,8 @@ SchemaUpgrade::Scripts SchemaUpgrade::pending() {
   for (int next = from + 1; next <= m_target; ++next) {
     const auto isNext = [next](const UpgradeScript& script) { return script.version == next; };
     if (std::count_if(all.begin(), all.end(), isNext) != 1) {
-      throw RuntimeError(m_directory + ": there is not exactly one script for version " + std::to_string(next));
+      throw RuntimeError(m_directory + ": there is not exactly one script for version " + std::to_string(next),
+                         FailureKind::Configuration);
     }
     wanted.push_back(*std::find_if(all.begin(), all.end(), isNext));
   }
@@ -143,10 +146,11 @@ void SchemaUpgrade::_runScript(const UpgradeScript& script) {
   const std::size_t before = _danglingReferences();
   m_session.runStatementsOf(script.path);
   if (version() != script.version) {
-    throw RuntimeError(script.path + ": does not make version " + std::to_string(script.version));
+    throw RuntimeError(script.path + ": does not make version " + std::to_string(script.version),
+                       FailureKind::Configuration);
   }
   if (_danglingReferences() > before) {
-    throw RuntimeError(script.path + ": leaves rows that refer to nothing");
+    throw RuntimeError(script.path + ": leaves rows that refer to nothing", FailureKind::Data);
   }
 }
 

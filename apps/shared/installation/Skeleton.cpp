@@ -27,8 +27,9 @@ std::string skeletonDirectory(const std::string& option) {
   }
   std::error_code ignored;
   if (!fs::is_regular_file(directory / "config/database.ini", ignored)) {
-    throw zaroruntime::RuntimeError(directory.string() +
-                                    ": not the skeleton of an installation (name it with --skeleton or ZARO_SKELETON)");
+    throw zaroruntime::RuntimeError(
+        directory.string() + ": not the skeleton of an installation (name it with --skeleton or ZARO_SKELETON)",
+        zaroruntime::FailureKind::Configuration);
   }
   return directory.string();
 }

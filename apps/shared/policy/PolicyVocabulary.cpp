@@ -8,6 +8,7 @@
 #include "console/Text.h"
 #include "console/UsageError.h"
 
+using zaroruntime::FailureKind;
 using zaroruntime::RuntimeError;
 
 namespace {
@@ -103,7 +104,7 @@ std::vector<const ActionKey*> keysIn(const std::string& bitmap) {
     return keys;
   }
   if (!isBitmap(bitmap)) {
-    throw RuntimeError(quoted(bitmap) + " is no action bitmap");
+    throw RuntimeError(quoted(bitmap) + " is no action bitmap", FailureKind::Data);
   }
   for (const ActionKey& key : kActionKeys) {
     const auto position = positionOf(key);
@@ -112,7 +113,8 @@ std::vector<const ActionKey*> keysIn(const std::string& bitmap) {
     }
   }
   if (static_cast<std::ptrdiff_t>(keys.size()) != std::count(bitmap.begin(), bitmap.end(), '1')) {
-    throw RuntimeError("the action bitmap " + quoted(bitmap) + " has a position set that stands for no action");
+    throw RuntimeError("the action bitmap " + quoted(bitmap) + " has a position set that stands for no action",
+                       FailureKind::Data);
   }
   return keys;
 }

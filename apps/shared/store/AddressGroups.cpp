@@ -10,6 +10,7 @@
 #include "ZaroRuntime/RuntimeError.h"
 #include "ZaroRuntime/SqlSession.h"
 #include "console/Text.h"
+#include "console/UsageError.h"
 #include "store/Administration.h"
 #include "store/Database.h"
 #include "store/GroupEdit.h"
@@ -99,7 +100,7 @@ StoredGroup findGroup(const std::string& name, const Actor& actor) {
     throwNotThere(actor, "named " + quoted(name));
   }
   if (groups.size() > 1) {
-    throw RuntimeError(std::to_string(groups.size()) + " address groups are named " + quoted(name));
+    throw UsageError(std::to_string(groups.size()) + " address groups are named " + quoted(name));
   }
   groups.front().isNamed = true;
   return groups.front();
@@ -151,8 +152,9 @@ StoredGroup addGroup(const Viewer& viewer, std::optional<unsigned int> entityId,
     auto owners = ownersFor(db, viewer, entityId);
     if (owners.empty()) {
       throw RuntimeError("the address group " + quoted(name) + " was not added: " + quoted(viewer.name) +
-                         (entityId ? " has no managing group " + std::to_string(*entityId)
-                                   : " is assigned to no managing group that could own it"));
+                             (entityId ? " has no managing group " + std::to_string(*entityId)
+                                       : " is assigned to no managing group that could own it"),
+                         FailureKind::Refused);
     }
     const unsigned int id = ZaroNamedObj::addObj(db.library(), name.c_str(), "", kType);
     if (id == kNoId || !ZaroNamedObj::addEntityNamedObjIds(db.library(), id, kType, owners)) {

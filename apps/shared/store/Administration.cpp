@@ -71,7 +71,7 @@ unsigned int adminIdOf(const std::string& name) {
     case ZaroErrC::MissingData:
       throw NotThere("no administrator named " + quoted(name));
     default:
-      throw RuntimeError(failure + ": " + databaseFailure());
+      throw RuntimeError(failure + ": " + databaseFailure(), zaroruntime::lastFailureKind());
   }
 }
 
@@ -85,7 +85,7 @@ std::vector<GroupEntity> entitiesOf(StoreConnection& db, unsigned int adminId) {
   const std::string failure = "cannot read the managing groups of an administrator";
   const int code = answerOf(failure, [&] { return EntityUtils::getEntity(db.library(), adminId, entities); });
   if (code != ZaroErrC::Success && (code != ZaroErrC::MissingData || !entities.empty())) {
-    throw RuntimeError(failure + ": " + databaseFailure());
+    throw RuntimeError(failure + ": " + databaseFailure(), zaroruntime::lastFailureKind());
   }
   return entities;
 }
@@ -166,7 +166,7 @@ GroupEntity WantedEntity::_findAmong(const std::vector<GroupEntity>& entities) c
     throw NotThere(isId ? "no managing group " + std::to_string(id) : "no managing group named " + quoted(text));
   }
   if (found.size() > 1) {
-    throw RuntimeError(std::to_string(found.size()) + " managing groups are named " + quoted(text) + "; use --id");
+    throw UsageError(std::to_string(found.size()) + " managing groups are named " + quoted(text) + "; use --id");
   }
   return found.front();
 }

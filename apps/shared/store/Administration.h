@@ -15,7 +15,7 @@
 // Whom or what a command names is not there.
 class NotThere : public zaroruntime::RuntimeError {
  public:
-  using RuntimeError::RuntimeError;
+  explicit NotThere(const std::string& text) : RuntimeError(text, zaroruntime::FailureKind::Data) {}
 };
 
 // An identifier in a row, and one on the command line; UsageError, naming `argument`, for a text that is none.

@@ -76,7 +76,7 @@ std::unique_ptr<ZARO::RdbmsInterface> connectToDatabase() {
   zaroruntime::setPoolConnecting(kConnectTimeOut, 0);
   zaroruntime::forgetFailures();
   if (!ZARO::RdbmsInterface::Init(kPoolSize, nullptr, nullptr, nullptr, nullptr, nullptr)) {
-    throw RuntimeError(databaseFailure());
+    throw RuntimeError(databaseFailure(), zaroruntime::lastFailureKind());
   }
   // Destroyed before the driver's own exit handlers, since it is constructed after them.
   static const PoolClosing closing;

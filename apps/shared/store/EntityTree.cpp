@@ -6,6 +6,7 @@
 #include "ZaroRuntime/PrintableText.h"
 #include "console/Text.h"
 
+using zaroruntime::FailureKind;
 using zaroruntime::RuntimeError;
 
 namespace {
@@ -29,7 +30,7 @@ EntityTree::EntityTree(const EntitySet& entities)
     EntitySet found;
     const std::string& name = m_entities[at].name;
     if (EntityUtils::getAllWildcardChildren(name.c_str(), all, found, false) != ZaroErrC::Success) {
-      throw RuntimeError(quoted(name) + " is no address pattern");
+      throw RuntimeError(quoted(name) + " is no address pattern", FailureKind::Data);
     }
     for (const GroupEntity& child : found) {
       const auto place = std::lower_bound(m_entities.begin(), m_entities.end(), child, GroupEntityCmp());

@@ -9,6 +9,7 @@
 #include "console/Text.h"
 #include "store/GroupMembers.h"
 
+using zaroruntime::FailureKind;
 using zaroruntime::RuntimeError;
 using zaroruntime::sqlLiteral;
 
@@ -40,7 +41,8 @@ GroupEdit::GroupEdit(StoreConnection& db, const Actor& actor, const StoredGroup&
   m_group.name = *name;
   if (actor && !ZaroNamedObj::isEditable(m_db.library(), actor->id, group.id)) {
     throw RuntimeError(quoted(actor->name) + " may not edit " + nameOf(m_group) +
-                       ": not every owner is a managing group of the administrator's; see zaroctl object why");
+                           ": not every owner is a managing group of the administrator's; see zaroctl object why",
+                       FailureKind::Refused);
   }
 }
 
@@ -62,7 +64,8 @@ std::size_t GroupEdit::removeMember(const std::string& address) {
   const std::string query = "SELECT position AS \"Position\"" + _fromMembersLike({memberKey(address)});
   const auto found = m_db.rows(query, {"Position"});
   if (found.empty()) {
-    throw RuntimeError(quoted(address) + " is no member of " + quoted(group().name) + "; nothing is changed");
+    throw RuntimeError(quoted(address) + " is no member of " + quoted(group().name) + "; nothing is changed",
+                       FailureKind::Refused);
   }
   for (const auto& row : found) {
     m_db.run("DELETE" + _fromMembers() + " AND position = " + row[0].value_or(""));
@@ -95,7 +98,8 @@ std::vector<std::size_t> GroupEdit::append(const std::vector<std::string>& addre
 void GroupEdit::removeGroup() {
   const auto rules = rulesThatUse(m_db, m_group.id);
   if (!rules.empty()) {
-    throw RuntimeError(nameOf(m_group) + " was not removed: in use by " + rulesText(!m_actor || m_actor->isRoot, rules));
+    throw RuntimeError(nameOf(m_group) + " was not removed: in use by " + rulesText(!m_actor || m_actor->isRoot, rules),
+                       FailureKind::Refused);
   }
   m_db.run("DELETE FROM named_object WHERE id = " + m_id);
 }
@@ -133,7 +137,8 @@ void GroupEdit::_insert(std::size_t position, const std::vector<const std::strin
   }
   if (position + addresses.size() > kPositions) {
     throw RuntimeError("no member can stand behind the last of " + quoted(group().name) +
-                       "; export and import the group, which numbers its members anew");
+                           "; export and import the group, which numbers its members anew",
+                       FailureKind::Refused);
   }
   std::string rows;
   for (std::size_t place = 0; place < addresses.size(); ++place) {
@@ -151,6 +156,6 @@ void GroupEdit::_insert(std::size_t position, const std::vector<const std::strin
 
 void GroupEdit::_requireStored(bool isStored) const {
   if (!isStored) {
-    throw RuntimeError(nameOf(m_group) + " does not come back as it was written; nothing is changed");
+    throw RuntimeError(nameOf(m_group) + " does not come back as it was written; nothing is changed", FailureKind::Data);
   }
 }

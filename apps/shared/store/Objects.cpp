@@ -17,6 +17,7 @@
 #include "store/Database.h"
 #include "store/Transaction.h"
 
+using zaroruntime::FailureKind;
 using zaroruntime::RuntimeError;
 
 namespace {
@@ -84,9 +85,11 @@ void refuseWhatDoesNotFit(const char* file, const std::string& name, const std::
     size += number.size();
   }
   if (size > bufferSize(statement, data)) {
-    throw RuntimeError("name and content cannot be stored: with quotes counted twice they have " + std::to_string(data) +
-                       " bytes, and the statement takes up to " + std::to_string(statement.buffer.fixed - (size - data)) +
-                       " or more than " + std::to_string(statement.buffer.longestTexts));
+    throw RuntimeError("name and content cannot be stored: with quotes counted twice they have " +
+                           std::to_string(data) + " bytes, and the statement takes up to " +
+                           std::to_string(statement.buffer.fixed - (size - data)) + " or more than " +
+                           std::to_string(statement.buffer.longestTexts),
+                       FailureKind::Data);
   }
 }
 
@@ -103,7 +106,7 @@ void requireStored(StoreConnection& db, const StoredObject& object, const std::s
   const auto found = objectsWhere(db, whereId(object.id));
   if (found.size() != 1 || found.front().type != object.type || found.front().name != object.name ||
       contentOf(db, object) != content) {
-    throw RuntimeError(nameOf(object) + " was written, but does not come back so; nothing is changed");
+    throw RuntimeError(nameOf(object) + " was written, but does not come back so; nothing is changed", FailureKind::Data);
   }
 }
 
@@ -125,8 +128,10 @@ bool isSystemArea(StoreConnection& db, const StoredObject& object) {
 }
 
 [[noreturn]] void refuseEditing(const Viewer& viewer, const StoredObject& object) {
-  throw RuntimeError(quoted(viewer.name) + " may not edit " + nameOf(object) +
-                     " (code 6024): not every owner is a managing group of the administrator's; see zaroctl object why");
+  throw RuntimeError(
+      quoted(viewer.name) + " may not edit " + nameOf(object) +
+          " (code 6024): not every owner is a managing group of the administrator's; see zaroctl object why",
+      FailureKind::Refused);
 }
 
 // Locks an object for a change to its end. NotThere for what the viewer does not see; RuntimeError for what the viewer
@@ -195,17 +200,20 @@ void refuseOtherType(StoreConnection& db, const Viewer& viewer, const StoredObje
   if (object.type == ZaroNamedObj::GroupOfAddresses &&
       db.value("SELECT count(*) AS members FROM address_group_member WHERE group_id = " + std::to_string(object.id),
                "members") != "0") {
-    throw RuntimeError(nameOf(object) + " was not changed: an address group with members stays one");
+    throw RuntimeError(nameOf(object) + " was not changed: an address group with members stays one",
+                       FailureKind::Refused);
   }
   const auto rules = rulesThatUse(db, object.id);
   if (!rules.empty()) {
-    throw RuntimeError(nameOf(object) + " was not changed: it keeps its type while in use by " +
-                       rulesText(viewer.isRoot, rules));
+    throw RuntimeError(
+        nameOf(object) + " was not changed: it keeps its type while in use by " + rulesText(viewer.isRoot, rules),
+        FailureKind::Refused);
   }
   // As a quarantine area it would be taken for the system's.
   if (isReserved(changed.name)) {
     throw RuntimeError(nameOf(object) + " was not changed: rename it first, since only the system's quarantine area " +
-                       "has a name that begins with " + quoted(kReservedPrefix));
+                           "has a name that begins with " + quoted(kReservedPrefix),
+                       FailureKind::Refused);
   }
 }
 
@@ -359,7 +367,8 @@ StoredObject addObject(const Viewer& viewer, ZaroNamedObj::NaObjType type, const
   refuseNameOfGroup({0, type, name});
   refuseWrongContent(content);
   if (viewer.entities.empty()) {
-    throw RuntimeError(quoted(viewer.name) + " is assigned to no managing group that could own the object");
+    throw RuntimeError(quoted(viewer.name) + " is assigned to no managing group that could own the object",
+                       FailureKind::Refused);
   }
   refuseWhatDoesNotFit("ui_AddNamedObj.sql", name, content, {numberOf(type)});
   return inTransaction([&](StoreConnection& db) {
@@ -382,7 +391,7 @@ StoredObject changeObject(const Viewer& viewer, unsigned int id, const ObjectCha
   return inTransaction([&](StoreConnection& db) {
     const StoredObject stored = lockForChange(db, viewer, id);
     if ((change.name || change.type) && isSystemArea(db, stored)) {
-      throw RuntimeError(nameOf(stored) + " is the system's: it keeps its name and type");
+      throw RuntimeError(nameOf(stored) + " is the system's: it keeps its name and type", FailureKind::Refused);
     }
     StoredObject changed = {id, change.type.value_or(stored.type), change.name.value_or(stored.name)};
     refuseOtherType(db, viewer, stored, changed);
@@ -403,7 +412,7 @@ StoredObject removeObject(const Viewer& viewer, unsigned int id) {
   return inTransaction([&](StoreConnection& db) {
     StoredObject object = lockForChange(db, viewer, id);
     if (isSystemArea(db, object)) {
-      throw RuntimeError(nameOf(object) + " is the system's, and is not removed");
+      throw RuntimeError(nameOf(object) + " is the system's, and is not removed", FailureKind::Refused);
     }
     switch (ZaroNamedObj::remove(db.library(), id, viewer.id)) {
       case ZaroErrC::Success:
@@ -411,17 +420,19 @@ StoredObject removeObject(const Viewer& viewer, unsigned int id) {
       case ZaroErrC::NoSuchObject:
         throw NotThere(nameOf(object) + " is gone already (code 6022)");
       case ZaroErrC::ObjectCameIntoUse:
-        throw RuntimeError(nameOf(object) + " was not removed: a rule came to use it meanwhile (code 6023)");
+        throw RuntimeError(nameOf(object) + " was not removed: a rule came to use it meanwhile (code 6023)",
+                           FailureKind::Refused);
       case ZaroErrC::ObjectNotEditable:
         refuseEditing(viewer, object);
       case ZaroErrC::ObjectInUse:
-        throw RuntimeError(nameOf(object) + " was not removed: in use (code 6025) by " +
-                           rulesText(viewer.isRoot, rulesThatUse(db, id)));
+        throw RuntimeError(
+            nameOf(object) + " was not removed: in use (code 6025) by " + rulesText(viewer.isRoot, rulesThatUse(db, id)),
+            FailureKind::Refused);
       default:
         throw DatabaseError::because(nameOf(object) + " was not removed");
     }
     if (!objectsWhere(db, whereId(id)).empty()) {
-      throw RuntimeError(nameOf(object) + " was not removed, though the database said so");
+      throw RuntimeError(nameOf(object) + " was not removed, though the database said so", FailureKind::Data);
     }
     return object;
   });

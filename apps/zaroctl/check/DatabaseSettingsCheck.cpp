@@ -119,7 +119,8 @@ class DatabaseSettingsCheck {
       std::error_code ignored;
       const bool lost = !fs::exists(fs::symlink_status(key, ignored));
       throw RuntimeError(m_installation.databaseIni() + ": key Password: " + failure.what() +
-                         (lost ? " (zaroctl password makes a new key and stores the password again)" : ""));
+                             (lost ? " (zaroctl password makes a new key and stores the password again)" : ""),
+                         failure.kind());
     }
   }
 
@@ -132,7 +133,7 @@ class DatabaseSettingsCheck {
       try {
         zaroruntime::requireSettingsFit(*m_settings);
       } catch (const RuntimeError& failure) {
-        throw RuntimeError(path + ": " + failure.what());
+        throw RuntimeError(path + ": " + failure.what(), failure.kind());
       }
       return path + ": short enough for the connection string";
     });

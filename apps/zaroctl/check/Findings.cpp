@@ -2,15 +2,20 @@
 
 #include <exception>
 
-void Findings::wrong(const std::string& subject, const std::string& finding) {
+using zaroruntime::FailureKind;
+
+void Findings::wrong(const std::string& subject, const std::string& finding, FailureKind kind) {
   _add("wrong", subject, finding);
-  m_wrong = true;
+  m_code = m_code == ExitCode::Found ? exitCodeOf(kind) : m_code;
 }
 
 bool Findings::check(const std::string& subject, const std::function<std::string()>& look) {
   try {
     ok(subject, look());
     return true;
+  } catch (const zaroruntime::RuntimeError& failure) {
+    wrong(subject, failure.what(), failure.kind() == FailureKind::Other ? FailureKind::Configuration : failure.kind());
+    return false;
   } catch (const std::exception& failure) {
     wrong(subject, failure.what());
     return false;

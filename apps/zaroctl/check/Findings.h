@@ -4,17 +4,21 @@
 #include <functional>
 #include <string>
 
+#include "ZaroRuntime/RuntimeError.h"
+#include "console/ExitCode.h"
 #include "console/Output.h"
 
 class Findings {
  public:
   void ok(const std::string& subject, const std::string& finding) { _add("ok", subject, finding); }
-  void wrong(const std::string& subject, const std::string& finding);
+  void wrong(const std::string& subject, const std::string& finding,
+             zaroruntime::FailureKind kind = zaroruntime::FailureKind::Configuration);
 
   // Runs one check, which answers what it found in order, or throws what is wrong. False when it threw.
   bool check(const std::string& subject, const std::function<std::string()>& look);
 
-  bool anyWrong() const { return m_wrong; }
+  // That of the first thing that is wrong: what follows may stem from it.
+  ExitCode exitCode() const { return m_code; }
   // Records of state, subject and finding.
   const Json& list() const { return m_list; }
 
@@ -22,5 +26,5 @@ class Findings {
   void _add(const char* state, const std::string& subject, const std::string& finding);
 
   Json m_list = Json::array();
-  bool m_wrong = false;
+  ExitCode m_code = ExitCode::Found;
 };

@@ -41,7 +41,7 @@ std::string statementFinding(const std::string& path, const CataloguedStatement&
   try {
     tryStatement(*session, statement, harmlessStatement(path));
   } catch (const RuntimeError& failure) {
-    throw RuntimeError(path + ": " + failure.what());
+    throw RuntimeError(path + ": " + failure.what(), failure.kind());
   }
   return path + ": understood by the database";
 }

@@ -38,7 +38,7 @@ class StoredPolicyCheck {
       try {
         return _schemaFinding();
       } catch (const RuntimeError& failure) {
-        throw RuntimeError("database " + m_database.name + ": " + failure.what());
+        throw RuntimeError("database " + m_database.name + ": " + failure.what(), failure.kind());
       }
     });
   }

@@ -64,7 +64,8 @@ std::string displayText(const std::string& bitMap) {
   try {
     ZaroAction::CreateActionTokenString(bitMap.c_str(), tokens);
   } catch (const char* failure) {
-    throw zaroruntime::RuntimeError(std::string("no display strings: ") + failure);
+    throw zaroruntime::RuntimeError(std::string("no display strings: ") + failure,
+                                    zaroruntime::FailureKind::Configuration);
   }
   return tokens;
 }

@@ -13,6 +13,7 @@
 #include "store/Administration.h"
 #include "store/Transaction.h"
 
+using zaroruntime::FailureKind;
 using zaroruntime::RuntimeError;
 using zaroruntime::sqlLiteral;
 
@@ -58,7 +59,7 @@ ExitCode add(Output& out, const std::string& name, bool isRoot) {
   refuseWrongName("NAME", name);
   out.record(inTransaction([&](StoreConnection& db) {
     if (!adminsWhere(db, "name = " + sqlLiteral(name)).empty()) {
-      throw RuntimeError("there is an administrator named " + quoted(name) + " already");
+      throw RuntimeError("there is an administrator named " + quoted(name) + " already", FailureKind::Refused);
     }
     db.run("INSERT INTO administrator (name, is_root) VALUES (" + sqlLiteral(name) + ", " + (isRoot ? "1" : "0") + ")");
     return recordOf(findAdmin(db, name));
@@ -125,7 +126,8 @@ ExitCode unassign(Output& out, const Assignment& wanted) {
     const unsigned int adminId = idIn(lockAdmin(db, wanted.admin, db.forUpdate()), 0);
     for (const GroupEntity& entity : wanted.lock(db)) {
       if (!isAssigned(db, adminId, entity)) {
-        throw RuntimeError(quoted(wanted.admin) + " is not assigned to " + quoted(entity.name) + "; nothing is changed");
+        throw RuntimeError(quoted(wanted.admin) + " is not assigned to " + quoted(entity.name) + "; nothing is changed",
+                           FailureKind::Refused);
       }
       db.run("DELETE FROM administrator_entity WHERE " + pairCondition(adminId, entity));
     }

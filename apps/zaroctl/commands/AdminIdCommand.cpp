@@ -23,7 +23,7 @@ ExitCode printAdminId(Output& out, const std::string& name) {
       diagnose("no administrator named " + quoted(name));
       return ExitCode::NotFound;
     default:
-      throw zaroruntime::RuntimeError(failure + ": " + databaseFailure());
+      throw zaroruntime::RuntimeError(failure + ": " + databaseFailure(), zaroruntime::lastFailureKind());
   }
 }
 

@@ -12,6 +12,7 @@
 #include "console/Input.h"
 #include "console/Text.h"
 
+using zaroruntime::FailureKind;
 using zaroruntime::RuntimeError;
 
 namespace {
@@ -25,7 +26,8 @@ using Buffer = std::unique_ptr<char, Free>;
 
 int codecLength(const std::string& input, const std::string& file) {
   if (input.size() >= INT_MAX) {
-    throw RuntimeError(inputName(file) + ": too long for the codec: " + std::to_string(input.size()) + " bytes");
+    throw RuntimeError(inputName(file) + ": too long for the codec: " + std::to_string(input.size()) + " bytes",
+                       FailureKind::Data);
   }
   return static_cast<int>(input.size());
 }
@@ -37,8 +39,9 @@ ExitCode encode(Output& out, const std::string& file) {
   }
   const Buffer text(CBase64Utils().Encode(bytes.data(), codecLength(bytes, file)));
   if (text == nullptr) {
-    throw RuntimeError(inputName(file) +
-                       ": too long for the codec, or for the memory: " + std::to_string(bytes.size()) + " bytes");
+    throw RuntimeError(
+        inputName(file) + ": too long for the codec, or for the memory: " + std::to_string(bytes.size()) + " bytes",
+        FailureKind::Data);
   }
   out.raw(text.get());
   return ExitCode::Found;
@@ -121,13 +124,14 @@ ExitCode decode(Output& out, const std::string& file, bool asIs) {
   CBase64Utils codec;
   const Buffer bytes(codec.Decode(text.data(), &length));
   if (bytes == nullptr) {
-    throw RuntimeError(inputName(file) + ": too long for the memory: " + std::to_string(text.size()) + " bytes");
+    throw RuntimeError(inputName(file) + ": too long for the memory: " + std::to_string(text.size()) + " bytes",
+                       FailureKind::Data);
   }
   out.raw(std::string(bytes.get(), static_cast<std::size_t>(length)));
   explainReading(text);
   if (codec.hasError()) {
     diagnose(inputName(file) + ": characters that are not Base64 were skipped");
-    return ExitCode::Failure;
+    return ExitCode::Data;
   }
   return ExitCode::Found;
 }

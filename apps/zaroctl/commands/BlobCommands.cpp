@@ -14,6 +14,7 @@
 #include "console/Text.h"
 #include "console/UsageError.h"
 
+using zaroruntime::FailureKind;
 using zaroruntime::RuntimeError;
 
 namespace {
@@ -72,10 +73,10 @@ std::string refusal(const std::string& key, const std::string& value) {
 void addField(Blob::Fields& fields, const std::string& key, const std::string& value) {
   const std::string reason = refusal(key, value);
   if (!reason.empty()) {
-    throw RuntimeError("key " + quoted(key) + ": " + reason);
+    throw RuntimeError("key " + quoted(key) + ": " + reason, FailureKind::Data);
   }
   if (!fields.emplace(key, value).second) {
-    throw RuntimeError("key " + quoted(key) + " is there twice");
+    throw RuntimeError("key " + quoted(key) + " is there twice", FailureKind::Data);
   }
 }
 
@@ -107,7 +108,8 @@ std::string recordsOf(const std::string& lines, const std::string& name) {
     const std::size_t first = line.find('\t');
     const std::size_t second = first == std::string::npos ? first : line.find('\t', first + 1);
     if (second == std::string::npos) {
-      throw RuntimeError(name + ": line " + std::to_string(number) + " is not record, key and value with TABs between");
+      throw RuntimeError(name + ": line " + std::to_string(number) + " is not record, key and value with TABs between",
+                         FailureKind::Data);
     }
     if (!fields.empty() && line.substr(0, first) != record) {
       Blob::writeBlob(text, fields);
@@ -117,7 +119,7 @@ std::string recordsOf(const std::string& lines, const std::string& name) {
     try {
       addField(fields, unescaped(line.substr(first + 1, second - first - 1)), unescaped(line.substr(second + 1)));
     } catch (const RuntimeError& failure) {
-      throw RuntimeError(name + ": line " + std::to_string(number) + ": " + failure.what());
+      throw RuntimeError(name + ": line " + std::to_string(number) + ": " + failure.what(), failure.kind());
     }
   }
   if (!fields.empty()) {

@@ -16,8 +16,9 @@ namespace {
 void checkHome(const Installation& installation) {
   std::error_code failure;
   if (!fs::is_directory(installation.home(), failure)) {
-    throw zaroruntime::RuntimeError(installation.home() + ": ZARO_HOME names no directory" +
-                                    (failure ? ": " + failure.message() : std::string()));
+    throw zaroruntime::RuntimeError(
+        installation.home() + ": ZARO_HOME names no directory" + (failure ? ": " + failure.message() : std::string()),
+        zaroruntime::FailureKind::Configuration);
   }
 }
 
@@ -46,7 +47,7 @@ ExitCode checkInstallation(Output& out) {
     checkAll(*installation, findings);
   }
   out.rows({{"state", "STATE"}, {"subject", "SUBJECT"}, {"finding", "FINDING"}}, findings.list());
-  return findings.anyWrong() ? ExitCode::Failure : ExitCode::Found;
+  return findings.exitCode();
 }
 
 }  // namespace

@@ -10,8 +10,8 @@
 #include "console/ExitCode.h"
 #include "console/Output.h"
 
-// What a command does: prints its result and answers the exit code. It may throw UsageError, and any other
-// std::exception for failures; the program prints their texts.
+// What a command does: prints its result and answers the exit code. It may throw UsageError, and for
+// failures a RuntimeError, whose kind gives the exit code; the program prints their texts.
 using Action = std::function<ExitCode(Output&)>;
 
 class CommandTree {

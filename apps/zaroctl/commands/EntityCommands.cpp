@@ -17,6 +17,7 @@
 #include "store/EntityTree.h"
 #include "store/Transaction.h"
 
+using zaroruntime::FailureKind;
 using zaroruntime::RuntimeError;
 using zaroruntime::sqlLiteral;
 
@@ -83,12 +84,13 @@ ExitCode add(Output& out, const std::string& typeText, const std::string& given)
   const std::string same = "SELECT id FROM entity WHERE type = " + number + " AND name = " + sqlLiteral(name);
   out.record(inTransaction([&](StoreConnection& db) {
     if (db.value(same, "id")) {
-      throw RuntimeError("there is a managing group of this type named " + quoted(name) + " already");
+      throw RuntimeError("there is a managing group of this type named " + quoted(name) + " already",
+                         FailureKind::Refused);
     }
     db.run("INSERT INTO entity (type, name) VALUES (" + number + ", " + sqlLiteral(name) + ")");
     const auto rows = db.rows(same, {"id"});
     if (rows.size() != 1) {
-      throw RuntimeError(quoted(name) + " was written, but does not come back so; nothing is changed");
+      throw RuntimeError(quoted(name) + " was written, but does not come back so; nothing is changed", FailureKind::Data);
     }
     return recordOf(GroupEntity{name, type, idIn(rows.front(), 0)});
   }));
@@ -101,7 +103,8 @@ ExitCode remove(Output& out, const WantedEntity& wanted) {
     const std::size_t objects = objectsOf(db, entity).size();
     if (objects != 0) {
       throw RuntimeError(quoted(entity.name) + " owns " + std::to_string(objects) +
-                         " objects, which would be left to nobody; it is not removed");
+                             " objects, which would be left to nobody; it is not removed",
+                         FailureKind::Refused);
     }
     db.run("DELETE FROM entity WHERE id = " + std::to_string(entity.id));
     return recordOf(entity);
@@ -137,7 +140,8 @@ ExitCode listRelatives(Output& out, const WantedEntity& wanted) {
     const int code = row.relation(entity.name.c_str(), all, found, false);
     if (code != ZaroErrC::Success) {
       throw RuntimeError("the library finds no " + std::string(row.name) + " of " + quoted(entity.name) + " (code " +
-                         std::to_string(code) + "); see zaroctl check");
+                             std::to_string(code) + "); see zaroctl check",
+                         zaroruntime::lastFailureKind());
     }
     for (const GroupEntity& relative : found) {
       rows.push_back({{"relation", row.name}, {"id", relative.id}, {"name", relative.name}});

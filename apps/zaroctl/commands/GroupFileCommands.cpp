@@ -16,6 +16,7 @@
 #include "store/AddressGroups.h"
 #include "store/GroupMembers.h"
 
+using zaroruntime::FailureKind;
 using zaroruntime::RuntimeError;
 
 namespace {
@@ -127,7 +128,8 @@ ExitCode importMembers(Output& out, const Import& import) {
     imported.read(file);
   }
   if (imported.bad() != 0) {
-    throw RuntimeError("nothing is imported: " + std::to_string(imported.bad()) + " lines cannot be members");
+    throw RuntimeError("nothing is imported: " + std::to_string(imported.bad()) + " lines cannot be members",
+                       FailureKind::Data);
   }
   const GroupChange change = {std::nullopt, !import.append, {}, imported.take(), true};
   // Reading may take long, and the group is looked up afterwards.

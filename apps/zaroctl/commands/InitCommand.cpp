@@ -22,6 +22,7 @@
 #include "store/Database.h"
 
 namespace fs = std::filesystem;
+using zaroruntime::FailureKind;
 using zaroruntime::IniFile;
 using zaroruntime::Installation;
 using zaroruntime::RuntimeError;
@@ -93,7 +94,7 @@ void configure(const Installation& installation, const Arguments& arguments, con
     // The skeleton's settings are those of the embedded database; its file must be there before it is opened.
     std::ofstream database(installation.path("data/zaro.db"));
     if (!database) {
-      throw RuntimeError(installation.path("data/zaro.db") + ": cannot be made");
+      throw RuntimeError(installation.path("data/zaro.db") + ": cannot be made", FailureKind::Creation);
     }
     return;
   }
@@ -135,7 +136,8 @@ DatabaseResult prepareDatabase(const Installation& installation, const std::stri
     requireOwnSchema(session, settings.database);
   }
   if (version && sample && hasRows(session)) {
-    throw RuntimeError("database " + settings.database + " holds data already; the sample is for an empty one");
+    throw RuntimeError("database " + settings.database + " holds data already; the sample is for an empty one",
+                       FailureKind::Refused);
   }
   std::vector<std::string> scripts;
   if (!version) {
@@ -155,8 +157,9 @@ void requireWholeDatabase(const Installation& installation) {
   const auto size = fs::file_size(log, absent);
   if (!absent && size != 0) {
     throw RuntimeError(installation.path("data/zaro.db") +
-                       ": what was stored stands in its log only, and could not be brought into the file (is there "
-                       "room for it?)");
+                           ": what was stored stands in its log only, and could not be brought into the file (is there "
+                           "room for it?)",
+                       FailureKind::File);
   }
 }
 
@@ -169,7 +172,8 @@ void publish(NewInstallation& made, const Arguments& arguments, const DatabaseRe
       throw;
     }
     throw RuntimeError(failure.what() + ("; database " + arguments.database) +
-                       " has been filled already: init without --sample keeps what it holds");
+                           " has been filled already: init without --sample keeps what it holds",
+                       failure.kind());
   }
 }
 

@@ -15,6 +15,7 @@
 #include "store/Database.h"
 #include "store/Objects.h"
 
+using zaroruntime::FailureKind;
 using zaroruntime::RuntimeError;
 
 namespace {
@@ -46,7 +47,8 @@ ExitCode printPolicyText(Output& out, const PolicyTextOptions& options) {
   for (const auto& [object, text] : options.find()) {
     if (object.id > static_cast<unsigned int>(INT_MAX)) {
       throw RuntimeError("object " + std::to_string(object.id) + " has no place in the text: its keys end at " +
-                         std::to_string(INT_MAX));
+                             std::to_string(INT_MAX),
+                         FailureKind::Data);
     }
     records.push_back({object.type, text, object.name, static_cast<unsigned int>(text.size()),
                        static_cast<unsigned int>(object.name.size())});
@@ -69,7 +71,7 @@ ExitCode listQuarantineAreas(Output& out, const std::string& admin) {
   std::vector<QuarantineData> areas;
   const std::string failure = "cannot list the quarantine areas of " + quoted(admin);
   if (!answerOf(failure, [&] { return ZaroNamedObj::getEditableQuanantineData(db.library(), viewer.id, areas); })) {
-    throw RuntimeError(failure + ": " + databaseFailure());
+    throw RuntimeError(failure + ": " + databaseFailure(), zaroruntime::lastFailureKind());
   }
   Json rows = Json::array();
   for (const QuarantineData& area : areas) {

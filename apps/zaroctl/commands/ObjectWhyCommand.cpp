@@ -14,6 +14,7 @@
 #include "store/Database.h"
 #include "store/Objects.h"
 
+using zaroruntime::FailureKind;
 using zaroruntime::RuntimeError;
 
 namespace {
@@ -84,7 +85,7 @@ class Explanation {
 
   void _read() {
     if (!ZaroNamedObj::_getNamedObjIds(m_db, m_candidates, m_object.type, m_viewer.isRoot ? &m_out : nullptr)) {
-      throw RuntimeError("cannot read the objects: " + databaseFailure());
+      throw RuntimeError("cannot read the objects: " + databaseFailure(), zaroruntime::lastFailureKind());
     }
     m_wasRead = m_candidates.count(m_object.id) != 0;
     _add(m_wasRead ? "read" : "not listed", nullptr, _left());
@@ -130,7 +131,8 @@ class Explanation {
     }
     const Owners before = _left();
     if (!ZaroNamedObj::_addRelatedLdapIds(m_db, m_viewer.entities, m_candidates, m_out)) {
-      throw RuntimeError("cannot look for relatives of LDAP groups: " + databaseFailure());
+      throw RuntimeError("cannot look for relatives of LDAP groups: " + databaseFailure(),
+                         zaroruntime::lastFailureKind());
     }
     _add("ldap", nullptr, _gone(before));
   }
@@ -147,7 +149,7 @@ class Explanation {
     const SummaryNamedObject* summary = _summary();
     if ((expected != nullptr) != (summary != nullptr) ||
         (expected != nullptr && (expected->editable != summary->editable || expected->deletable != m_deletable))) {
-      throw RuntimeError("something changed in the meantime; ask again");
+      throw RuntimeError("something changed in the meantime; ask again", FailureKind::Contention);
     }
   }
 
@@ -161,7 +163,8 @@ class Explanation {
     const int code = relation(entity.name.c_str(), m_patterns, found, false);
     if (code != ZaroErrC::Success) {
       throw RuntimeError("the library finds no relatives of " + quoted(entity.name) + " (code " + std::to_string(code) +
-                         "), so " + ::quoted(m_viewer.name) + " gets no list; see zaroctl check");
+                             "), so " + ::quoted(m_viewer.name) + " gets no list; see zaroctl check",
+                         zaroruntime::lastFailureKind());
     }
     return found;
   }

@@ -17,6 +17,7 @@
 #include "installation/Files.h"
 
 namespace fs = std::filesystem;
+using zaroruntime::FailureKind;
 using zaroruntime::IniFile;
 using zaroruntime::Installation;
 using zaroruntime::RuntimeError;
@@ -35,7 +36,7 @@ std::string settingsFile(const Installation& installation) {
 IniFile readSettings(const std::string& path) {
   IniFile ini(path);
   if (!ini.hasSection(kSection)) {
-    throw RuntimeError(path + ": section [" + kSection + "] is missing");
+    throw RuntimeError(path + ": section [" + kSection + "] is missing", FailureKind::Configuration);
   }
   return ini;
 }

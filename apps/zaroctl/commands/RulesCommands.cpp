@@ -19,6 +19,7 @@
 #include "store/Transaction.h"
 
 using Group = miscUtils::FilterGroup;
+using zaroruntime::FailureKind;
 using zaroruntime::RuntimeError;
 
 namespace {
@@ -39,10 +40,12 @@ Order readOrder(StoreConnection& db, bool verify) {
   });
   if (code == ZaroErrC::MissingData) {
     throw RuntimeError(
-        "cannot read the rule order (code 1002): [email-scan] manualRuleOrder is missing, or a group has no number");
+        "cannot read the rule order (code 1002): [email-scan] manualRuleOrder is missing, or a group has no number",
+        FailureKind::Data);
   }
   if (code != ZaroErrC::Success) {
-    throw RuntimeError("cannot read the rule order (code " + std::to_string(code) + "): " + databaseFailure());
+    throw RuntimeError("cannot read the rule order (code " + std::to_string(code) + "): " + databaseFailure(),
+                       zaroruntime::lastFailureKind());
   }
   return order;
 }
@@ -58,7 +61,7 @@ struct StoredGroup {
 int groupNumber(const std::string& text) {
   const auto number = decimalNumber(text);
   if (!number || *number < INT_MIN || *number > INT_MAX) {
-    throw RuntimeError("the rule order holds " + quoted(text) + " for the number of a group");
+    throw RuntimeError("the rule order holds " + quoted(text) + " for the number of a group", FailureKind::Data);
   }
   return static_cast<int>(*number);
 }
@@ -106,7 +109,7 @@ void refuseAnotherOrder(const Filters& filters, const std::vector<StoredGroup>& 
     }
   }
   if (expanded != filters) {
-    throw RuntimeError("the rule order changed while it was read; try again");
+    throw RuntimeError("the rule order changed while it was read; try again", FailureKind::Contention);
   }
 }
 
@@ -147,7 +150,7 @@ ExitCode printOrder(Output& out, const GroupedOrder& order, bool verify) {
     diagnose("manual ordering is off: filters rank in their own order");
     return ExitCode::NotFound;
   }
-  return sound ? ExitCode::Found : ExitCode::Failure;
+  return sound ? ExitCode::Found : ExitCode::Data;
 }
 
 // --- Writing ---
@@ -212,7 +215,7 @@ ExitCode setOrder(Output& out, const std::vector<std::string>& arguments) {
     storeOrder(db, groups);
     GroupedOrder order = readGroupedOrder(db, true);
     if (!order.manual || idsOf(order.groups) != wanted) {
-      throw RuntimeError("the rule order was written, but does not come back so; nothing is changed");
+      throw RuntimeError("the rule order was written, but does not come back so; nothing is changed", FailureKind::Data);
     }
     return order;
   });
@@ -224,7 +227,7 @@ ExitCode switchOff(Output& out) {
     db.lockTable("manual_rule_order");
     db.run(switchStatement("off"));
     if (readOrder(db, false).manual) {
-      throw RuntimeError("manual ordering was switched off, but is still on; nothing is changed");
+      throw RuntimeError("manual ordering was switched off, but is still on; nothing is changed", FailureKind::Data);
     }
   });
   out.record({{"manual", false}});

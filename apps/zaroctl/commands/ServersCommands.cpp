@@ -17,6 +17,7 @@
 #include "console/UsageError.h"
 #include "store/Transaction.h"
 
+using zaroruntime::FailureKind;
 using zaroruntime::RuntimeError;
 
 namespace {
@@ -29,10 +30,11 @@ std::vector<PolicyServerInfo> listServers() {
   const int code = answerOf("cannot list the policy servers",
                             [&] { return ZaroPolicyServerInterface::getPolicyServerInfo(servers); });
   if (code == ZaroErrC::MissingData) {
-    throw RuntimeError("cannot list the policy servers (code 1002): a column of one is NULL");
+    throw RuntimeError("cannot list the policy servers (code 1002): a column of one is NULL", FailureKind::Data);
   }
   if (code != ZaroErrC::Success) {
-    throw RuntimeError("cannot list the policy servers (code " + std::to_string(code) + "): " + databaseFailure());
+    throw RuntimeError("cannot list the policy servers (code " + std::to_string(code) + "): " + databaseFailure(),
+                       zaroruntime::lastFailureKind());
   }
   return servers;
 }
@@ -82,13 +84,15 @@ ExitCode addServer(Output& out, const PolicyServerInfo& server) {
   inTransaction([&](StoreConnection& db) {
     if (const auto same = lockServer(db, server.scannerId)) {
       throw RuntimeError(nameOf(server.scannerId) + " is registered already, at " + same->ipAddr + " port " +
-                         std::to_string(same->agentPort) + "; remove it first");
+                             std::to_string(same->agentPort) + "; remove it first",
+                         FailureKind::Refused);
     }
     db.run("INSERT INTO component (scanner_id, type, ip_addr, agent_port) VALUES (" + std::to_string(server.scannerId) +
            ", 'P', " + zaroruntime::sqlLiteral(server.ipAddr) + ", " + std::to_string(server.agentPort) + ")");
     const auto added = lockServer(db, server.scannerId);
     if (!added || !isSame(*added, server)) {
-      throw RuntimeError(nameOf(server.scannerId) + " was written, but does not come back so; nothing is changed");
+      throw RuntimeError(nameOf(server.scannerId) + " was written, but does not come back so; nothing is changed",
+                         FailureKind::Data);
     }
   });
   out.record(recordOf(server));
@@ -100,7 +104,8 @@ ExitCode removeServer(Output& out, int id) {
     auto server = lockServer(db, id);
     db.run("DELETE FROM component WHERE type = 'P' AND scanner_id = " + std::to_string(id));
     if (lockServer(db, id)) {
-      throw RuntimeError(nameOf(id) + " was not removed, though the database said so; nothing is changed");
+      throw RuntimeError(nameOf(id) + " was not removed, though the database said so; nothing is changed",
+                         FailureKind::Data);
     }
     return server;
   });

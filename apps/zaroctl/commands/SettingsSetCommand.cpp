@@ -17,8 +17,10 @@
 #include "commands/Commands.h"
 #include "console/Text.h"
 #include "console/UsageError.h"
+#include "store/Database.h"
 #include "store/PolicySettings.h"
 
+using zaroruntime::FailureKind;
 using zaroruntime::Installation;
 using zaroruntime::RuntimeError;
 using zaroruntime::Setting;
@@ -148,7 +150,8 @@ Settings withChanges(Settings settings, const std::vector<Change>& changes) {
 std::string requiredValue(const Settings& settings, const std::string& section, const std::string& key) {
   const Setting* setting = settings.find(section, key);
   if (setting == nullptr) {
-    throw RuntimeError("nothing is written: [" + section + "] " + key + " is missing; set it as well");
+    throw RuntimeError("nothing is written: [" + section + "] " + key + " is missing; set it as well",
+                       FailureKind::Configuration);
   }
   return setting->value;
 }
@@ -160,7 +163,8 @@ unsigned int requiredNumber(const Settings& settings, const std::string& section
   unsigned int number = 0;
   if (Interface::readNumber(rule, text, number) == Interface::NotANumber && !rule.fallBack) {
     throw RuntimeError("nothing is written: [" + section + "] " + key + " holds " + quoted(text) + ", which is " +
-                       (rule.isPort ? "not a port" : "not a number") + "; set it as well");
+                           (rule.isPort ? "not a port" : "not a number") + "; set it as well",
+                       FailureKind::Configuration);
   }
   return std::min(number, static_cast<unsigned int>(INT_MAX));
 }
@@ -209,7 +213,8 @@ void writeByLibrary(const LibrarySettings& settings) {
       Interface::setSettingsInDatabase(settings.backlog, settings.keepAlive, settings.port, settings.protocol,
                                        settings.threads, settings.maxThreads, settings.cacheTtl);
   if (code != ZaroErrC::Success) {
-    throw RuntimeError(zaroruntime::lastFailure() + " (code " + std::to_string(code) + ")");
+    throw RuntimeError(zaroruntime::lastFailure() + " (code " + std::to_string(code) + ")",
+                       zaroruntime::lastFailureKind());
   }
 }
 
@@ -318,6 +323,16 @@ Json effects(const std::vector<Change>& changes, const Settings& before, const S
   return rows;
 }
 
+// The settings keep the text of why the database did not answer; so it is asked again.
+FailureKind kindOfDatabaseFailure() {
+  try {
+    requireLibrary();
+  } catch (const RuntimeError& failure) {
+    return failure.kind();
+  }
+  return FailureKind::Other;
+}
+
 ExitCode setSettings(Output& out, const std::vector<std::string>& arguments) {
   const std::vector<Change> changes = parseChanges(arguments);
   const Installation installation = Installation::fromEnvironment();
@@ -325,7 +340,7 @@ ExitCode setSettings(Output& out, const std::vector<std::string>& arguments) {
   SettingsTransaction transaction(installation);
   const Settings before = zaroruntime::readSettings(installation);
   if (!before.databaseFailure.empty()) {
-    throw RuntimeError("nothing is written: " + before.databaseFailure);
+    throw RuntimeError("nothing is written: " + before.databaseFailure, kindOfDatabaseFailure());
   }
   const Settings wanted = withChanges(before, changes);
   const bool library =
@@ -338,12 +353,14 @@ ExitCode setSettings(Output& out, const std::vector<std::string>& arguments) {
 
   std::vector<std::string> failures;
   bool written = false;
+  ExitCode code = ExitCode::Found;
   try {
     write(installation, changes, wanted, byLibrary);
     transaction.commit();
     written = true;
   } catch (const RuntimeError& failure) {
     failures.emplace_back(failure.what());  // what the settings are now is shown all the same
+    code = exitCodeOf(failure.kind());
   }
   const Settings after = zaroruntime::readSettings(installation);
   const Values values = valuesRead(after, changes, failures);
@@ -352,7 +369,7 @@ ExitCode setSettings(Output& out, const std::vector<std::string>& arguments) {
   for (const std::string& failure : failures) {
     diagnose((written ? "the settings were written, but " : "") + failure);
   }
-  return failures.empty() ? ExitCode::Found : ExitCode::Failure;
+  return code == ExitCode::Found && !failures.empty() ? ExitCode::Configuration : code;
 }
 
 }  // namespace

@@ -42,7 +42,7 @@ ExitCode show(Output& out, const char* reader, ReadSettings (*read)(const zaroru
       rows);
   if (found.code != 0) {
     diagnose(whyUnreadable(reader, found));
-    return ExitCode::Failure;
+    return ExitCode::Configuration;
   }
   return ExitCode::Found;
 }

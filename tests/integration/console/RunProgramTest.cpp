@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sysexits.h>
 #include <unistd.h>
 
+#include <new>
 #include <stdexcept>
 
 #include "console/UsageError.h"
@@ -12,6 +14,8 @@
 namespace {
 
 using testing::ExitedWithCode;
+using zaroruntime::FailureKind;
+using zaroruntime::RuntimeError;
 
 [[noreturn]] void runAndExit(const std::function<ExitCode()>& work) {
   _exit(runProgram(work));
@@ -23,11 +27,46 @@ TEST(RunProgram, exitStatusIsThatOfTheWork) {
 }
 
 TEST(RunProgram, whatIsThrownIsTold) {
-  EXPECT_EXIT(runAndExit([]() -> ExitCode { throw UsageError("no such option"); }), ExitedWithCode(2), "no such option");
-  EXPECT_EXIT(runAndExit([]() -> ExitCode { throw std::runtime_error("no database"); }), ExitedWithCode(75),
-              "no database");
-  EXPECT_EXIT(runAndExit([]() -> ExitCode { throw "a text of the platform"; }), ExitedWithCode(75),
+  EXPECT_EXIT(runAndExit([]() -> ExitCode { throw UsageError("no such option"); }), ExitedWithCode(64), "no such option");
+  EXPECT_EXIT(runAndExit([]() -> ExitCode { throw std::runtime_error("no reason"); }), ExitedWithCode(69), "no reason");
+  EXPECT_EXIT(runAndExit([]() -> ExitCode { throw std::bad_alloc(); }), ExitedWithCode(69), "out of memory");
+  EXPECT_EXIT(runAndExit([]() -> ExitCode { throw RuntimeError("not allowed", FailureKind::Refused); }),
+              ExitedWithCode(77), "not allowed");
+  EXPECT_EXIT(runAndExit([]() -> ExitCode { throw "a text of the platform"; }), ExitedWithCode(65),
               "a text of the platform");
+}
+
+TEST(RunProgram, kindOfAFailureGivesTheStatus) {
+  const struct {
+    FailureKind kind;
+    ExitCode code;
+  } kRows[] = {
+      {FailureKind::None, ExitCode::Data},
+      {FailureKind::Contention, ExitCode::TryAgain},
+      {FailureKind::Constraint, ExitCode::Data},
+      {FailureKind::ConnectionLost, ExitCode::TryAgain},
+      {FailureKind::CommitInDoubt, ExitCode::Unavailable},
+      {FailureKind::Other, ExitCode::Unavailable},
+      {FailureKind::Configuration, ExitCode::Configuration},
+      {FailureKind::Data, ExitCode::Data},
+      {FailureKind::File, ExitCode::InputOutput},
+      {FailureKind::Creation, ExitCode::CannotCreate},
+      {FailureKind::Refused, ExitCode::Refused},
+  };
+  for (const auto& row : kRows) {
+    EXPECT_EQ(exitCodeOf(row.kind), row.code) << static_cast<int>(row.kind);
+  }
+}
+
+TEST(RunProgram, statusesAreThoseOfSysexits) {
+  EXPECT_EQ(static_cast<int>(ExitCode::Usage), EX_USAGE);
+  EXPECT_EQ(static_cast<int>(ExitCode::Data), EX_DATAERR);
+  EXPECT_EQ(static_cast<int>(ExitCode::Unavailable), EX_UNAVAILABLE);
+  EXPECT_EQ(static_cast<int>(ExitCode::CannotCreate), EX_CANTCREAT);
+  EXPECT_EQ(static_cast<int>(ExitCode::InputOutput), EX_IOERR);
+  EXPECT_EQ(static_cast<int>(ExitCode::TryAgain), EX_TEMPFAIL);
+  EXPECT_EQ(static_cast<int>(ExitCode::Refused), EX_NOPERM);
+  EXPECT_EQ(static_cast<int>(ExitCode::Configuration), EX_CONFIG);
 }
 
 TEST(RunProgram, memoryIsKeptOutOfCoreDumps) {
@@ -35,7 +74,7 @@ TEST(RunProgram, memoryIsKeptOutOfCoreDumps) {
                 rlimit core = {1, 1};
                 const bool isKept = getrlimit(RLIMIT_CORE, &core) == 0 && core.rlim_cur == 0 && core.rlim_max == 0 &&
                                     prctl(PR_GET_DUMPABLE) == 0;
-                return isKept ? ExitCode::Found : ExitCode::Failure;
+                return isKept ? ExitCode::Found : ExitCode::NotFound;
               }),
               ExitedWithCode(0), "");
 }

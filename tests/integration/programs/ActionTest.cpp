@@ -144,7 +144,7 @@ TEST_F(ActionShow, everyLanguageHasADifferentTextForEachPosition) {
 TEST_F(ActionShow, explainsABitMapOfTheWrongLength) {
   for (const std::size_t length : {0u, 1u, 16u, 18u}) {
     const ProgramResult result = show(std::string(length, '1'));
-    EXPECT_EQ(result.status, 2) << length;
+    EXPECT_EQ(result.status, 64) << length;
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(linesOf(result.err).size(), 1u);
     EXPECT_THAT(result.err, HasSubstr("has " + std::to_string(length) + " bytes; it takes 17 characters, one for each"));
@@ -153,7 +153,7 @@ TEST_F(ActionShow, explainsABitMapOfTheWrongLength) {
 
 TEST_F(ActionShow, countsTheLengthOfABitMapInBytes) {
   const ProgramResult result = show("1111111111111111\xc3\xbc");
-  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(result.status, 64);
   EXPECT_THAT(result.err, HasSubstr("has 18 bytes"));
 }
 
@@ -168,14 +168,14 @@ TEST_F(ActionShow, explainsOtherCharacters) {
 TEST_F(ActionShow, saysWhichFileIsMissing) {
   std::filesystem::remove(file("en"));
   const ProgramResult result = show("10000000000000000");
-  EXPECT_EQ(result.status, 75);
+  EXPECT_EQ(result.status, 78);
   EXPECT_EQ(result.out, "");
   EXPECT_EQ(result.err, "zaroctl: no display strings: " + file("en") + ": cannot open: No such file or directory\n");
 }
 
 TEST_F(ActionShow, saysThatThereIsNoInstallation) {
   const ProgramResult result = zaroctl({"action", "show", "10000000000000000"});
-  EXPECT_EQ(result.status, 75);
+  EXPECT_EQ(result.status, 78);
   EXPECT_THAT(result.err, HasSubstr("ZARO_HOME is not set"));
 }
 

@@ -90,7 +90,7 @@ TEST_P(AdminId, nameTooLongForTheStatementIsAFailureInOneLine) {
   mustInit();
   // As long as an argument can be.
   const ProgramResult result = run({"admin", "id", std::string(131000, 'a')});
-  EXPECT_EQ(result.status, 75);
+  EXPECT_EQ(result.status, 65);
   EXPECT_EQ(linesOf(result.err).size(), 1u);
   EXPECT_LT(result.err.size(), 1000u);
   EXPECT_THAT(result.err, HasSubstr("(131000 bytes): ui_GetAdminId.sql: the statement takes"));
@@ -108,14 +108,14 @@ TEST_P(AdminId, nameThatIsNoUtf8IsRefusedAndShownEscaped) {
   const ProgramResult result = run({"admin", "id", "bad\xff"});
   EXPECT_THAT(result.err, HasSubstr("\"bad\\xff\""));
   EXPECT_THAT(result.err, HasSubstr("UTF-8"));
-  EXPECT_EQ(result.status, 75);
+  EXPECT_EQ(result.status, 65);
 }
 
 TEST_P(AdminId, brokenStatementIsAFailureWithItsReason) {
   mustInit({"--sample"});
   writeFile("sql/ui_GetAdminId.sql", "SELECT nothing AS \"AdminID\" FROM administrator WHERE name='%s'");
   const ProgramResult result = run({"admin", "id", "admin"});
-  EXPECT_EQ(result.status, 75);
+  EXPECT_EQ(result.status, 69);
   EXPECT_EQ(result.out, "");
   EXPECT_THAT(result.err, StartsWith("zaroctl: cannot look up \"admin\": "));
   EXPECT_THAT(result.err, HasSubstr("nothing"));
@@ -128,7 +128,7 @@ TEST_P(AdminId, statementFilesOfAnotherDirectoryAreUsedWhenNamed) {
   other.environment["ZARO_HOME"] = home();
   other.environment["ZARO_DB_DIR"] = "none";
   const ProgramResult result = zarotest::zaroctl({"admin", "id", "admin"}, other);
-  EXPECT_EQ(result.status, 75);
+  EXPECT_EQ(result.status, 78);
   EXPECT_THAT(result.err, HasSubstr("sql/none/ui_GetAdminId.sql: cannot open"));
 }
 
@@ -137,10 +137,10 @@ ZARO_ON_EVERY_DATABASE(AdminId);
 TEST(AdminIdWithoutInstallation, saysWhatIsMissing) {
   const zarotest::TemporaryDirectory directory;
   const ProgramResult unset = zarotest::zaroctl({"admin", "id", "x"});
-  EXPECT_EQ(unset.status, 75);
+  EXPECT_EQ(unset.status, 78);
   EXPECT_THAT(unset.err, StartsWith("zaroctl: ZARO_HOME is not set"));
   const ProgramResult absent = zarotest::zaroctl({"--home", directory.path("none"), "admin", "id", "x"});
-  EXPECT_EQ(absent.status, 75);
+  EXPECT_EQ(absent.status, 78);
   EXPECT_THAT(absent.err, HasSubstr("none/config/database.ini: cannot open: No such file or directory"));
 }
 

@@ -81,10 +81,10 @@ TEST(BlobRead, findsNothingInNothing) {
 
 TEST(BlobRead, namesAFileThatItCannotRead) {
   const ProgramResult missing = zaroctl({"blob", "read", "/nowhere/at/all"});
-  EXPECT_EQ(missing.status, 75);
+  EXPECT_EQ(missing.status, 74);
   EXPECT_EQ(missing.err, "zaroctl: \"/nowhere/at/all\": cannot open: No such file or directory\n");
   const ProgramResult directory = zaroctl({"blob", "read", "/"});
-  EXPECT_EQ(directory.status, 75);
+  EXPECT_EQ(directory.status, 74);
   EXPECT_EQ(directory.err, "zaroctl: \"/\": cannot read: Is a directory\n");
 }
 
@@ -127,7 +127,7 @@ TEST(BlobWrite, refusesWhatWouldNotComeBack) {
   };
   for (const auto& row : cases) {
     const ProgramResult result = filter({"blob", "write"}, std::string(row.line) + "\n");
-    EXPECT_EQ(result.status, 75) << row.label;
+    EXPECT_EQ(result.status, 65) << row.label;
     EXPECT_EQ(result.out, "") << row.label;
     EXPECT_THAT(result.err, HasSubstr("zaroctl: standard input: line ")) << row.label;
     EXPECT_THAT(result.err, HasSubstr(row.told)) << row.label;
@@ -135,9 +135,9 @@ TEST(BlobWrite, refusesWhatWouldNotComeBack) {
 }
 
 TEST(BlobWrite, refusesArgumentsThatAreNoFields) {
-  EXPECT_EQ(zaroctl({"blob", "write", "a"}).status, 2);
-  EXPECT_EQ(zaroctl({"blob", "write", "a=1", "--file", "x"}).status, 2);
-  EXPECT_EQ(zaroctl({"blob", "write", "a=1 "}).status, 75);
+  EXPECT_EQ(zaroctl({"blob", "write", "a"}).status, 64);
+  EXPECT_EQ(zaroctl({"blob", "write", "a=1", "--file", "x"}).status, 64);
+  EXPECT_EQ(zaroctl({"blob", "write", "a=1 "}).status, 65);
 }
 
 }  // namespace

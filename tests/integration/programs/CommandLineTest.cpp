@@ -45,7 +45,7 @@ class WrongUsageOf : public testing::TestWithParam<WrongUsage> {};
 
 TEST_P(WrongUsageOf, theProgramIsToldInOneLineWithStatusTwo) {
   const ProgramResult result = zaroctl(GetParam().arguments);
-  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(result.status, 64);
   EXPECT_EQ(result.out, "");
   ASSERT_EQ(linesOf(result.err).size(), 1u) << result.err;
   EXPECT_THAT(result.err, StartsWith("zaroctl: "));
@@ -88,7 +88,7 @@ TEST(CommandLine, homeOptionGoesBeforeTheVariable) {
   ASSERT_EQ(zaroctl({"init", home}).status, 0);
   ProgramRun run;
   run.environment["ZARO_HOME"] = directory.path("other");
-  EXPECT_EQ(zaroctl({"check"}, run).status, 75);
+  EXPECT_EQ(zaroctl({"check"}, run).status, 78);
   EXPECT_EQ(zaroctl({"check", "--home", home}, run).status, 0);
 }
 
@@ -99,7 +99,7 @@ TEST(CommandLine, outputThatCannotBeWrittenIsAFailure) {
   ProgramRun run;
   run.outputFile = "/dev/full";
   const ProgramResult result = zaroctl({"check", "--home", home}, run);
-  EXPECT_EQ(result.status, 75);
+  EXPECT_EQ(result.status, 74);
   EXPECT_EQ(result.err, "zaroctl: cannot write to standard output: No space left on device\n");
 }
 
@@ -110,7 +110,7 @@ TEST(CommandLine, changeWhoseResultCannotBePrintedIsToldAsMade) {
   ProgramRun run;
   run.outputFile = "/dev/full";
   const ProgramResult result = zaroctl({"--home", home, "admin", "add", "somebody"}, run);
-  EXPECT_EQ(result.status, 75);
+  EXPECT_EQ(result.status, 74);
   EXPECT_EQ(result.err,
             "zaroctl: the change is made, but its result cannot be printed: cannot write to standard output: No space "
             "left on device\n");
@@ -123,7 +123,7 @@ TEST(CommandLine, fileThatMayNotGrowIsAFailure) {
   run.outputFile = directory.path("actions");
   run.largestFile = 10;
   const ProgramResult result = zaroctl({"action", "list"}, run);
-  EXPECT_EQ(result.status, 75);
+  EXPECT_EQ(result.status, 74);
   EXPECT_EQ(result.err, "zaroctl: cannot write to standard output: File too large\n");
 }
 

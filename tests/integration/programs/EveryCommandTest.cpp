@@ -194,7 +194,7 @@ class EveryCommand : public zarotest::SampleInstallation {
       EXPECT_EQ(intact.stored, m_before);
       return;
     }
-    EXPECT_EQ(result.status, 75) << result.err;
+    EXPECT_EQ(result.status, 78) << result.err;
     EXPECT_THAT(result.out + result.err, HasSubstr(": schema version " + std::to_string(kNewer) +
                                                    ", but this program works on version " + std::to_string(kNewer - 1)));
   }
@@ -276,7 +276,7 @@ class EveryCommand : public zarotest::SampleInstallation {
   void _judge(const Outcome& outcome, const Outcome& intact, const std::string& file) const {
     SCOPED_TRACE("without " + file + ": status " + std::to_string(outcome.result.status) + "\n" + outcome.result.out +
                  outcome.result.err);
-    EXPECT_EQ(outcome.result.status, 75);
+    EXPECT_EQ(outcome.result.status, 78);
     EXPECT_THAT(outcome.result.out + outcome.result.err, HasSubstr(file));
     if (outcome.stored != m_before) {
       EXPECT_EQ(outcome.stored, intact.stored) << "the change was made by half";
@@ -333,7 +333,7 @@ TEST_P(EveryCommand, failsWithTheTruthWhereAStatementFileMayNotBeRead) {
   run.obeysPermissions = true;
   fs::permissions(homeFile("sql/ui_IsAdminRoot_Id.sql"), fs::perms::none);
   const ProgramResult result = zaroctl({"object", "list", "--as", "admin"}, run);
-  EXPECT_EQ(result.status, 75);
+  EXPECT_EQ(result.status, 77);
   EXPECT_EQ(result.out, "");
   EXPECT_THAT(result.err, HasSubstr("ui_IsAdminRoot_Id.sql: cannot open: Permission denied"));
 }
@@ -364,7 +364,7 @@ TEST_P(EveryCommand, failsWithTheTruthWhereAResultLacksItsColumns) {
     writeFile(name, std::string(text).replace(place, quoted.size(), "\"other\""));
     const ProgramResult result = run(row.arguments);
     writeFile(name, text);
-    EXPECT_EQ(result.status, 75);
+    EXPECT_EQ(result.status, 78);
     EXPECT_EQ(result.out, "");
     EXPECT_THAT(result.err, HasSubstr(std::string("the result has no column ") + row.column));
   }

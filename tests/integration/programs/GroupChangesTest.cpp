@@ -220,7 +220,7 @@ TEST_P(GroupChanges, whatIsNotStoredAsWrittenIsNoSuccess) {
                             {"group", "add", "--as", "sales-admin", "Friends", "a@b.test"}};
   for (const Words& command : commands) {
     const ProgramResult result = run(command, "a@b.test\n");
-    EXPECT_EQ(result.status, 75);
+    EXPECT_EQ(result.status, 65);
     EXPECT_THAT(result.err, HasSubstr("does not come back as it was written; nothing is changed"));
   }
   EXPECT_THAT(members("Board"), testing::SizeIs(3));
@@ -237,7 +237,7 @@ TEST_P(GroupChanges, failureInTheMiddleLeavesEverythingAsItWas) {
                              "new@b.test", "--add", "a4321@b.test"},
                             {"group", "modify", "Board", "--name", "x", "--add", "new@b.test", "--remove", "no@b.test"}};
   for (const Words& command : commands) {
-    EXPECT_EQ(run(command).status, 75) << command[1];
+    EXPECT_THAT(run(command).status, testing::AnyOf(65, 69, 77)) << command[1];
     EXPECT_THAT(members("Board"), ElementsAre("chair@example.test", "treasurer@example.test", "secretary@example.test"));
   }
 }
@@ -245,7 +245,7 @@ TEST_P(GroupChanges, failureInTheMiddleLeavesEverythingAsItWas) {
 TEST_P(GroupChanges, lastPositionIsTold) {
   session()->run("UPDATE address_group_member SET position = 2147483647 WHERE group_id = 5 AND position = 3");
   const ProgramResult refused = run({"group", "modify", "Board", "--add", "a@b.test"});
-  EXPECT_EQ(refused.status, 75);
+  EXPECT_EQ(refused.status, 77);
   EXPECT_THAT(refused.err, HasSubstr("no member can stand behind the last of \"Board\"; export and import the group"));
   const std::string file = write("list", run({"group", "export", "Board"}).out);
   mustRun({"group", "import", "Board", file});

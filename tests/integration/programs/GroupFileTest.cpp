@@ -104,7 +104,7 @@ TEST_P(GroupFile, whatCannotBeAMemberIsExportedSoThatImportRefusesIt) {
   const std::string text = mustRun({"group", "export", "Odd"}).out;
   EXPECT_EQ(text, "a@b.test\n\\ line\\nend@b.test\n\\ ending@b.test\\r\n\\ \\\\ blank@b.test\n\\  \n\\ \\x01@b.test\n");
   const ProgramResult refused = run({"group", "import", "Board", "-"}, text);
-  EXPECT_EQ(refused.status, 75);
+  EXPECT_EQ(refused.status, 65);
   EXPECT_THAT(linesOf(refused.err), testing::SizeIs(6));
   EXPECT_THAT(refused.err, HasSubstr("nothing is imported: 5 lines cannot be members"));
   EXPECT_THAT(members("Board"), testing::SizeIs(3));
@@ -119,7 +119,7 @@ TEST_P(GroupFile, linesOfOldFilesMeanWhatTheyDid) {
 
 TEST_P(GroupFile, wrongEscapesAreToldWithTheirLines) {
   const ProgramResult result = run({"group", "import", "Board", "-"}, "\\ \\q@b.test\n\\ \n\\ a\\\n");
-  EXPECT_EQ(result.status, 75);
+  EXPECT_EQ(result.status, 65);
   const Words told = linesOf(result.err);
   ASSERT_EQ(told.size(), 4u) << result.err;
   EXPECT_THAT(told[0], HasSubstr("standard input:1: a backslash that escapes nothing"));

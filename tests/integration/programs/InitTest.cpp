@@ -74,8 +74,8 @@ bool isAtWork(const std::string& directory) {
 class Init : public zarotest::ProgramTest {
  protected:
   // A result that refuses in one line, prints no result and leaves nothing at the installation's place or beside it.
-  void expectRefused(const ProgramResult& result, const std::string& reason) {
-    EXPECT_EQ(result.status, 75);
+  void expectRefused(const ProgramResult& result, int status, const std::string& reason) {
+    EXPECT_EQ(result.status, status);
     EXPECT_EQ(result.out, "");
     EXPECT_THAT(result.err, StartsWith("zaroctl: "));
     EXPECT_THAT(result.err, HasSubstr(reason));
@@ -156,7 +156,7 @@ TEST_P(InitSqlite, whatTheDriverLeavesBesideTheDatabaseIsClosedToOthers) {
 TEST_P(InitSqlite, fileSystemWithoutRoomLeavesNothingBehind) {
   ProgramRun run;
   run.largestFile = 20000;
-  expectRefused(zaroctl(initArguments(home()), run), "disk I/O error");
+  expectRefused(zaroctl(initArguments(home()), run), 74, "disk I/O error");
 }
 
 // SQLite writes the log, and closing the database fails to bring it into the file, which nobody is told.
@@ -169,7 +169,7 @@ TEST_P(InitSqlite, logThatCannotBeBroughtIntoTheDatabaseIsAFailure) {
          "INSERT INTO padding VALUES (zeroblob(2000000));\n");
   ProgramRun run;
   run.largestFile = 5000000;
-  expectRefused(zaroctl(initArguments(home(), {"--skeleton", skeleton.path("home")}), run), "stands in its log only");
+  expectRefused(zaroctl(initArguments(home(), {"--skeleton", skeleton.path("home")}), run), 74, "stands in its log only");
 }
 
 TEST_P(Init, permissionsDoNotDependOnTheUmask) {
@@ -249,7 +249,7 @@ TEST_P(Init, failureLeavesAnEmptyDirectoryEmpty) {
   const std::string mine = directory().path("skeleton");
   zarotest::copySkeleton(mine);
   append(mine + "/sql/" + dialect() + "/schema.sql", "\nCREATE GARBAGE;\n");
-  EXPECT_EQ(init(home(), {"--skeleton", mine}).status, 75);
+  EXPECT_EQ(init(home(), {"--skeleton", mine}).status, 69);
   EXPECT_TRUE(fs::is_empty(home()));
 }
 
@@ -265,7 +265,7 @@ TEST_P(Init, slashAtTheEndAndRelativePathsAreTaken) {
 TEST_P(Init, directoryWithFilesIsRefusedAndUntouched) {
   directory().write("full/file", "text");
   const ProgramResult result = init(directory().path("full"));
-  expectRefused(result, directory().path("full") + ": exists and is not empty");
+  expectRefused(result, 73, directory().path("full") + ": exists and is not empty");
   EXPECT_THAT(namesIn(directory().path("full")), ElementsAre("file"));
   EXPECT_EQ(readFile(directory().path("full/file")), "text");
 }
@@ -274,7 +274,7 @@ TEST_P(Init, secondInitIsRefused) {
   mustInit();
   const std::string key = readFile(homeFile("config/secret.key"));
   const ProgramResult result = init(home());
-  EXPECT_EQ(result.status, 75);
+  EXPECT_EQ(result.status, 73);
   EXPECT_THAT(result.err, HasSubstr("exists and is not empty"));
   EXPECT_EQ(readFile(homeFile("config/secret.key")), key);
   EXPECT_THAT(namesIn(directory().path()), ElementsAre("gateway"));
@@ -282,13 +282,13 @@ TEST_P(Init, secondInitIsRefused) {
 
 TEST_P(Init, fileInTheWayIsRefused) {
   directory().write("file", "text");
-  expectRefused(init(directory().path("file")), "exists and is not a directory");
+  expectRefused(init(directory().path("file")), 73, "exists and is not a directory");
   EXPECT_EQ(readFile(directory().path("file")), "text");
 }
 
 TEST_P(Init, linkToNothingIsRefused) {
   fs::create_symlink(directory().path("nothing"), directory().path("link"));
-  expectRefused(init(directory().path("link")), "link");
+  expectRefused(init(directory().path("link")), 73, "link");
   EXPECT_FALSE(fs::exists(directory().path("nothing")));
 }
 
@@ -302,11 +302,12 @@ TEST_P(Init, linkToAnEmptyDirectoryIsFollowed) {
 }
 
 TEST_P(Init, missingDirectoryAboveIsRefused) {
-  expectRefused(init(directory().path("none/here")), directory().path("none") + ": cannot make an installation there");
+  expectRefused(init(directory().path("none/here")), 73,
+                directory().path("none") + ": cannot make an installation there");
 }
 
 TEST_P(Init, somethingElseThanASkeletonIsRefused) {
-  expectRefused(init(home(), {"--skeleton", directory().path()}), ": not the skeleton of an installation");
+  expectRefused(init(home(), {"--skeleton", directory().path()}), 78, ": not the skeleton of an installation");
 }
 
 TEST_P(Init, skeletonIsTakenFromOptionOrVariable) {
@@ -327,7 +328,7 @@ TEST_P(Init, brokenSchemaLeavesNothingBehind) {
   const std::string mine = directory().path("skeleton");
   zarotest::copySkeleton(mine);
   append(mine + "/sql/" + dialect() + "/schema.sql", "\nCREATE GARBAGE;\n");
-  expectRefused(init(home(), {"--skeleton", mine}), "schema.sql: line ");
+  expectRefused(init(home(), {"--skeleton", mine}), 69, "schema.sql: line ");
   if (GetParam() == Dialect::PostgreSQL) {
     EXPECT_EQ(value("SELECT to_regclass('administrator')"), "NULL");
   }
@@ -337,7 +338,7 @@ TEST_P(Init, brokenSampleLeavesNothingBehindNotEvenASchema) {
   const std::string mine = directory().path("skeleton");
   zarotest::copySkeleton(mine);
   append(mine + "/sample/sample.sql", "\nINSERT INTO administrator (name) VALUES ('admin');\n");
-  expectRefused(init(home(), {"--skeleton", mine, "--sample"}), "sample.sql: line ");
+  expectRefused(init(home(), {"--skeleton", mine, "--sample"}), 65, "sample.sql: line ");
   if (GetParam() == Dialect::PostgreSQL) {
     EXPECT_EQ(value("SELECT to_regclass('administrator')"), "NULL");
   }
@@ -373,7 +374,7 @@ TEST_P(Init, placeThatIsTakenMeanwhileIsRefusedAndUntouched) {
     EXPECT_TRUE(waitUntil([this] { return isAtWork(directory().path()); }));
     fs::create_directory(home());
   });
-  EXPECT_EQ(result.status, 75);
+  EXPECT_EQ(result.status, 73);
   EXPECT_EQ(result.out, "");
   EXPECT_THAT(result.err, HasSubstr(home() + ": cannot be made: File exists"));
   EXPECT_THAT(namesIn(directory().path()), UnorderedElementsAre("skeleton", "gateway"));
@@ -386,7 +387,7 @@ TEST_P(Init, directoryThatIsFilledMeanwhileGetsNothing) {
     EXPECT_TRUE(waitUntil([this] { return isAtWork(home()); }));
     directory().write("gateway/sql/mine", "text");
   });
-  EXPECT_EQ(result.status, 75);
+  EXPECT_EQ(result.status, 73);
   EXPECT_EQ(result.out, "");
   EXPECT_THAT(result.err, HasSubstr(homeFile("sql") + ": cannot be made: File exists"));
   EXPECT_THAT(namesIn(home()), ElementsAre("sql"));
@@ -492,7 +493,7 @@ TEST_P(InitPostgresql, sampleGoesIntoAnEmptySchemaOnly) {
   EXPECT_EQ(init(directory().path("second"), {"--sample"}).status, 0);
   EXPECT_EQ(value("SELECT count(*) FROM administrator"), "6");
   const ProgramResult third = init(directory().path("third"), {"--sample"});
-  EXPECT_EQ(third.status, 75);
+  EXPECT_EQ(third.status, 77);
   EXPECT_THAT(third.err, HasSubstr("holds data already; the sample is for an empty one"));
   EXPECT_FALSE(fs::exists(directory().path("third")));
 }
@@ -501,24 +502,24 @@ TEST_P(InitPostgresql, schemaOfAnotherVersionIsRefused) {
   mustInit();
   session()->run("INSERT INTO schema_version (version) VALUES (7000)");
   const ProgramResult second = init(directory().path("second"));
-  EXPECT_EQ(second.status, 75);
+  EXPECT_EQ(second.status, 78);
   EXPECT_THAT(second.err, HasSubstr(": schema version 7000, but this program works on version "));
   EXPECT_FALSE(fs::exists(directory().path("second")));
 }
 
 TEST_P(InitPostgresql, tablesOfSomebodyElseAreRefusedAndUntouched) {
   session()->run("CREATE TABLE entity (x INTEGER)");
-  expectRefused(init(home()), "entity");
+  expectRefused(init(home()), 69, "entity");
   EXPECT_EQ(value("SELECT to_regclass('administrator')"), "NULL");
   EXPECT_EQ(value("SELECT count(*) FROM entity"), "0");
 }
 
 TEST_P(InitPostgresql, unknownDatabaseIsRefused) {
-  expectRefused(init(home(), {"--database", "no_such_database"}), "\"no_such_database\" does not exist");
+  expectRefused(init(home(), {"--database", "no_such_database"}), 78, "\"no_such_database\" does not exist");
 }
 
 TEST_P(InitPostgresql, serverThatDemandsNoEncryptionIsRefusedWhereItIsRequired) {
-  expectRefused(init(home(), {"--sslmode", "require"}), "server does not support SSL, but SSL was required");
+  expectRefused(init(home(), {"--sslmode", "require"}), 78, "server does not support SSL, but SSL was required");
 }
 
 TEST_P(InitPostgresql, settingsGoToTheirFiles) {
@@ -563,9 +564,10 @@ TEST_F(InitUnreachable, serverThatIsNotThereIsNamedInOneLine) {
 }
 
 TEST_F(InitUnreachable, valuesThatASettingsFileCannotHoldAreRefused) {
-  for (const char* value : {"a\nb", " a", "a;b"}) {
+  const std::pair<const char*, int> kValues[] = {{"a\nb", 65}, {" a", 65}, {"a;b", 78}};
+  for (const auto& [value, status] : kValues) {
     const ProgramResult result = init({"--host", "127.0.0.1", "--user", value});
-    EXPECT_EQ(result.status, 75) << value;
+    EXPECT_EQ(result.status, status) << value;
     EXPECT_EQ(linesOf(result.err).size(), 1u) << result.err;
     EXPECT_THAT(namesIn(m_directory.path()), IsEmpty());
   }

@@ -351,7 +351,7 @@ TEST_F(Match, listThatCannotBeReadWholeDecidesNothing) {
   for (const BadFile& file : files) {
     const std::string path = m_directory.write("bad", file.text);
     const ProgramResult result = zaroctl({"match", "--tree", path, "a@b"});
-    EXPECT_EQ(result.status, 75) << file.label;
+    EXPECT_EQ(result.status, 65) << file.label;
     EXPECT_EQ(result.out, "") << file.label;
     EXPECT_EQ(linesOf(result.err).size(), 1u) << file.label;
     EXPECT_THAT(result.err, AllOf(StartsWith("zaroctl: " + path), HasSubstr(file.told))) << file.label;
@@ -385,7 +385,7 @@ TEST_F(Match, wrongUsageIsTold) {
   };
   for (const WrongMatch& test : cases) {
     const ProgramResult result = zaroctl(test.arguments);
-    EXPECT_EQ(result.status, 2) << test.label;
+    EXPECT_EQ(result.status, 64) << test.label;
     EXPECT_EQ(linesOf(result.err).size(), 1u) << test.label << result.err;
     EXPECT_THAT(result.err, HasSubstr(test.told)) << test.label;
   }
@@ -459,10 +459,10 @@ TEST_P(MatchGroup, mustBeThereAndTheOnlyOneOfItsName) {
   addGroup("staff", "a@b.test\n");
   addGroup("staff", "");
   const ProgramResult none = run({"match", "--tree", "group:nobody", "a@b.test"});
-  EXPECT_EQ(none.status, 75);
+  EXPECT_EQ(none.status, 65);
   EXPECT_EQ(none.err, "zaroctl: no address group named \"nobody\"\n");
   const ProgramResult two = run({"match", "--tree", "group:staff:1", "a@b.test"});
-  EXPECT_EQ(two.status, 75);
+  EXPECT_EQ(two.status, 64);
   EXPECT_EQ(two.err, "zaroctl: 2 address groups are named \"staff\"\n");
 }
 
@@ -471,7 +471,7 @@ TEST_P(MatchGroup, failureHalfWayIsNoEmptyGroup) {
   addGroup("staff", "a@b.test\n");
   writeFile("sql/ui_GetMemberAddressByAGId.sql", "SELECT nothing FROM address_group_member WHERE group_id=%u");
   const ProgramResult result = run({"match", "--tree", "group:staff", "a@b.test"});
-  EXPECT_EQ(result.status, 75);
+  EXPECT_EQ(result.status, 69);
   EXPECT_THAT(result.err, HasSubstr("cannot read the address group \"staff\": "));
   EXPECT_EQ(linesOf(result.err).size(), 1u);
 }

@@ -133,7 +133,7 @@ TEST_P(PasswordCommand, fileOfSomebodyElseIsRefusedAndUntouched) {
     run.input = "secret\n";
     run.obeysPermissions = true;
     const ProgramResult result = zaroctl({"--home", home(), "password"}, run);
-    EXPECT_EQ(result.status, 75);
+    EXPECT_EQ(result.status, 77);
     EXPECT_THAT(result.err, HasSubstr(homeFile(kDatabaseIni) + ": cannot keep its owner and group (run this as its "
                                                                "owner or as root): Operation not permitted"));
     EXPECT_EQ(everythingIn(home()), before);
@@ -189,28 +189,28 @@ TEST_P(PasswordCommand, clearNeedsNoKey) {
 }
 
 TEST_P(PasswordCommand, unusablePasswordsAreRefused) {
-  expectRefused({"password"}, "", 75, "no password on standard input");
-  expectRefused({"password"}, "\n", 2, "the password is empty; with --clear the stored one is removed");
-  expectRefused({"password"}, std::string("a\0b\n", 4), 2, "a password cannot hold NUL");
-  expectRefused({"password"}, std::string(256, 'x') + "\n", 75, "Password is longer than 255 bytes");
+  expectRefused({"password"}, "", 65, "no password on standard input");
+  expectRefused({"password"}, "\n", 64, "the password is empty; with --clear the stored one is removed");
+  expectRefused({"password"}, std::string("a\0b\n", 4), 64, "a password cannot hold NUL");
+  expectRefused({"password"}, std::string(256, 'x') + "\n", 78, "Password is longer than 255 bytes");
 }
 
 TEST_P(PasswordCommand, passwordThatMakesTheSettingsTooLongIsRefused) {
   replaceLine(kDatabaseIni, "UserId", "UserId=" + std::string(250, 'u'));
-  expectRefused({"password"}, std::string(250, 'x') + "\n", 75, "are too long together");
+  expectRefused({"password"}, std::string(250, 'x') + "\n", 78, "are too long together");
 }
 
 TEST_P(PasswordCommand, keyThatOthersCanReadIsNamed) {
   ASSERT_EQ(chmod(homeFile(kSecretKey).c_str(), 0640), 0);
-  expectRefused({"password"}, "secret\n", 75, homeFile(kSecretKey) + ": the key file is open to group or others");
+  expectRefused({"password"}, "secret\n", 78, homeFile(kSecretKey) + ": the key file is open to group or others");
 }
 
 TEST_P(PasswordCommand, unusableSettingsAreNamed) {
   for (const std::vector<std::string>& arguments : {std::vector<std::string>{"password"}, {"password", "--clear"}}) {
     writeFile(kDatabaseIni, "[Other]\n");
-    expectRefused(arguments, "secret\n", 75, homeFile(kDatabaseIni) + ": section [Database_Settings] is missing");
+    expectRefused(arguments, "secret\n", 78, homeFile(kDatabaseIni) + ": section [Database_Settings] is missing");
     fs::remove(homeFile(kDatabaseIni));
-    expectRefused(arguments, "secret\n", 75, homeFile(kDatabaseIni) + ": cannot open: No such file or directory");
+    expectRefused(arguments, "secret\n", 78, homeFile(kDatabaseIni) + ": cannot open: No such file or directory");
   }
 }
 

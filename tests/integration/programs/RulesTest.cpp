@@ -41,7 +41,7 @@ TEST_P(Rules, everyMismatchIsShownBesideItsGroup) {
       "INSERT INTO manual_rule_order (rule_order, filter_id, filter_type) VALUES (1, 3, 'Size'), (2, 3, 'size'), "
       "(5, 0, 'None'), (6, 7, 'Xel'), (7, 1, 'it''s a \"virus\"')");
   EXPECT_THAT(
-      lines({"rules", "order", "--verify"}, 75),
+      lines({"rules", "order", "--verify"}, 65),
       ElementsAre("1\t3\tSize\t6, 7\t-", "2\t3\tsize\t6, 7\tnamed \"size\" instead of \"Size\"",
                   "3\t0\tNone\t-\trank 5 instead of 3, no group has the number 0",
                   "4\t7\tXel\t-\trank 6 instead of 4, no group has the number 7",
@@ -88,11 +88,11 @@ TEST_P(Rules, orderThatIsOffIsNotFound) {
 TEST_P(Rules, orderThatIsNotStoredIsAFailure) {
   session()->run("DELETE FROM global_setting");
   const ProgramResult result = run({"rules", "order"});
-  EXPECT_EQ(result.status, 75);
+  EXPECT_EQ(result.status, 65);
   EXPECT_THAT(result.err, StartsWith("zaroctl: cannot read the rule order (code 1002): "));
   session()->run("DROP TABLE global_setting");
   const ProgramResult broken = run({"rules", "order"});
-  EXPECT_EQ(broken.status, 75);
+  EXPECT_EQ(broken.status, 69);
   EXPECT_THAT(broken.err, StartsWith("zaroctl: cannot read the rule order: "));
   EXPECT_THAT(broken.err, HasSubstr("global_setting"));
 }
@@ -147,7 +147,7 @@ TEST_P(Rules, orderIsStoredWholeOrNotAtAll) {
       "CREATE TABLE manual_rule_order (rule_order INTEGER, filter_id INTEGER, filter_type TEXT, CHECK (filter_id <> 4))");
   connection->run("INSERT INTO manual_rule_order VALUES (1, 1, 'Virus')");
   const ProgramResult result = run({"rules", "set-order", "size", "spam"});
-  EXPECT_EQ(result.status, 75);
+  EXPECT_EQ(result.status, 65);
   EXPECT_THAT(lines({"rules", "order"}), ElementsAre("1\t1\tVirus\t1"));
 }
 
@@ -177,7 +177,7 @@ TEST_P(WrongOrderOf, theProgramIsRefused) {
   std::vector<std::string> arguments = {"--home", "/nowhere/at/all", "rules", "set-order"};
   arguments.insert(arguments.end(), GetParam().arguments.begin(), GetParam().arguments.end());
   const ProgramResult result = zarotest::zaroctl(arguments);
-  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(result.status, 64);
   EXPECT_THAT(result.err, StartsWith(std::string("zaroctl: ") + GetParam().told));
   EXPECT_EQ(linesOf(result.err).size(), 1u);
 }

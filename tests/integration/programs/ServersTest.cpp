@@ -62,7 +62,7 @@ TEST_P(Servers, changesNeedNoListAfterwards) {
 TEST_P(Servers, numberThatIsTakenIsRefused) {
   mustInit({"--sample"});
   const ProgramResult result = run({"servers", "add", "2", "192.0.2.99", "5"});
-  EXPECT_EQ(result.status, 75);
+  EXPECT_EQ(result.status, 77);
   EXPECT_EQ(result.err, "zaroctl: policy server 2 is registered already, at 192.0.2.11 port 15505; remove it first\n");
   EXPECT_EQ(list().size(), 3u);
 }
@@ -94,11 +94,11 @@ TEST_P(Servers, listThatCannotBeReadIsAFailure) {
   writeFile("sql/ui_GetComponentInfo.sql",
             "SELECT scanner_id, NULL AS \"ip_addr\", agent_port FROM component WHERE type='%s'");
   const ProgramResult null = run({"servers", "list"});
-  EXPECT_EQ(null.status, 75);
+  EXPECT_EQ(null.status, 65);
   EXPECT_EQ(null.err, "zaroctl: cannot list the policy servers (code 1002): a column of one is NULL\n");
   writeFile("sql/ui_GetComponentInfo.sql", "SELECT nothing FROM component WHERE type='%s'");
   const ProgramResult broken = run({"servers", "list"});
-  EXPECT_EQ(broken.status, 75);
+  EXPECT_EQ(broken.status, 69);
   EXPECT_THAT(broken.err, StartsWith("zaroctl: cannot list the policy servers: "));
   EXPECT_EQ(linesOf(broken.err).size(), 1u);
 }
@@ -136,7 +136,7 @@ TEST_P(WrongServerOf, theProgramIsRefused) {
   std::vector<std::string> arguments = {"--home", "/nowhere/at/all", "servers"};
   arguments.insert(arguments.end(), GetParam().arguments.begin(), GetParam().arguments.end());
   const ProgramResult result = zarotest::zaroctl(arguments);
-  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(result.status, 64);
   EXPECT_THAT(result.err, HasSubstr(GetParam().told));
   EXPECT_EQ(linesOf(result.err).size(), 1u);
 }

@@ -149,7 +149,7 @@ TEST_P(Settings, firstMissingOneIsTold) {
   replaceLine(kZaroIni, "PolicyServerPort=", "");
   replaceLine(kZaroIni, "max_threads=", "");
   EXPECT_THAT(
-      server(75),
+      server(78),
       ElementsAre("policy_server\tbacklog\t100\t100\tzaro.ini\t-", "policy_server\tkeep-alive\tyes\tyes\tzaro.ini\t-",
                   "policy_server\tPolicyServerPort\t-\t-\t-\tmissing",
                   "policy_server\tprotocol\t-\tHTTP\tzaro.ini\tnot read: one before it is missing",
@@ -202,7 +202,7 @@ TEST_P(Settings, unusableFileIsAFailureInOneLine) {
     for (const std::vector<std::string>& command :
          {std::vector<std::string>{"settings", "server"}, {"settings", "client"}, {"settings", "set", "threads=17"}}) {
       const ProgramResult result = run(command);
-      EXPECT_EQ(result.status, 75);
+      EXPECT_EQ(result.status, 78);
       EXPECT_EQ(result.out, "");
       EXPECT_EQ(result.err, "zaroctl: " + homeFile(kZaroIni) + ": " + why + "\n");
     }
@@ -310,12 +310,12 @@ TEST_P(Settings, neighbourWithoutANumberHasToBeSetAsWell) {
   replaceLine(kZaroIni, "max_threads=", "");
   const std::string before = zaroIni();
   const ProgramResult bad = set({"threads=32"});
-  EXPECT_EQ(bad.status, 75);
+  EXPECT_EQ(bad.status, 78);
   EXPECT_EQ(
       bad.err,
       "zaroctl: nothing is written: [policy_server] backlog holds \"many\", which is not a number; set it as well\n");
   const ProgramResult missing = set({"threads=32", "backlog=5"});
-  EXPECT_EQ(missing.status, 75);
+  EXPECT_EQ(missing.status, 78);
   EXPECT_EQ(missing.err, "zaroctl: nothing is written: [policy_server] max_threads is missing; set it as well\n");
   EXPECT_EQ(zaroIni(), before);
   EXPECT_EQ(set({"threads=32", "backlog=5", "max_threads=40"}).status, 0);
@@ -324,7 +324,7 @@ TEST_P(Settings, neighbourWithoutANumberHasToBeSetAsWell) {
 TEST_P(Settings, ldapServerWithoutALifetimeIsRefused) {
   const std::string before = zaroIni();
   const ProgramResult result = set({"enabled_server=7"});
-  EXPECT_EQ(result.status, 75);
+  EXPECT_EQ(result.status, 78);
   EXPECT_EQ(result.err, "zaroctl: nothing is written: [LDAP_SVR_15] ldap_cache_TTL_minutes is missing; set it as well\n");
   EXPECT_EQ(zaroIni(), before);
   EXPECT_EQ(set({"enabled_server=7", "ldap_cache_TTL_minutes=5"}).status, 0);
@@ -337,7 +337,7 @@ TEST_P(Settings, ldapServerStaysWhenTheLifetimeCannotBeWritten) {
       "CREATE TABLE global_setting (section TEXT, name TEXT, value TEXT, PRIMARY KEY (section, name), CHECK (section <> "
       "'LDAP_SVR_15'))");
   const ProgramResult result = set({"enabled_server=7", "ldap_cache_TTL_minutes=5"});
-  EXPECT_EQ(result.status, 75);
+  EXPECT_EQ(result.status, 65);
   EXPECT_THAT(server(), Contains("LDAP_SVR_1\tldap_cache_TTL_minutes\t1440\t1440\tzaro.ini\t-"));
 }
 
@@ -353,7 +353,7 @@ TEST_P(Settings, ofAClientAloneNeedNoServer) {
 TEST_P(Settings, thatCannotBeReadAfterwardsAreToldSo) {
   replaceLine(kZaroIni, "backlog=", "");
   const ProgramResult result = set({"policy_server.recv_timeout_secs=5"});
-  EXPECT_EQ(result.status, 75);
+  EXPECT_EQ(result.status, 78);
   EXPECT_THAT(linesOf(result.out), ElementsAre("policy_server\trecv_timeout_secs\t60\t5\t-"));
   EXPECT_EQ(result.err,
             "zaroctl: the settings were written, but a policy server cannot read its settings (code 1609): "
@@ -364,7 +364,7 @@ TEST_P(Settings, nothingIsWrittenWhileTheDatabaseIsDown) {
   const std::string before = zaroIni();
   replaceLine("config/database.ini", "DataSourceName", "DataSourceName=nowhere");
   const ProgramResult result = set({"threads=32"});
-  EXPECT_EQ(result.status, 75);
+  EXPECT_EQ(result.status, 78);
   EXPECT_EQ(result.out, "");
   EXPECT_THAT(result.err, StartsWith("zaroctl: nothing is written: "));
   EXPECT_EQ(zaroIni(), before);
@@ -375,7 +375,7 @@ TEST_P(Settings, readOnlyFileIsToldAndLeft) {
   const std::string before = zaroIni();
   for (const char* setting : {"threads=32", "host=other"}) {
     const ProgramResult result = set({setting});
-    EXPECT_EQ(result.status, 75);
+    EXPECT_EQ(result.status, 77);
     EXPECT_THAT(linesOf(result.err), Contains(HasSubstr("the file is read-only")));
   }
   EXPECT_EQ(zaroIni(), before);
@@ -388,7 +388,7 @@ TEST_P(Settings, areWrittenTogetherOrNotAtAll) {
       "CREATE TABLE global_setting (section TEXT, name TEXT, value TEXT, PRIMARY KEY (section, name), CHECK (name <> "
       "'threads'))");
   const ProgramResult result = set({"backlog=7", "threads=8", "host=other"});
-  EXPECT_EQ(result.status, 75);
+  EXPECT_EQ(result.status, 65);
   EXPECT_THAT(linesOf(result.out),
               ElementsAre("policy_server\tbacklog\t100\t100\t100", "policy_server\tthreads\t16\t16\t16",
                           "policy_client\thost\t127.0.0.1\t127.0.0.1\t127.0.0.1"));
@@ -406,7 +406,7 @@ TEST_P(Settings, fewerThreadsAtMostThanAtTheStartAreRefused) {
   for (const auto& settings : std::vector<std::vector<std::string>>{
            {"max_threads=15"}, {"threads=65"}, {"threads=8", "max_threads=7"}, {"max_threads=2", "backlog=7"}}) {
     const ProgramResult result = set(settings);
-    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.status, 64);
     EXPECT_EQ(result.out, "");
     EXPECT_THAT(result.err, HasSubstr("below threads, which would be "));
   }
@@ -423,7 +423,7 @@ TEST_P(Settings, differenceBetweenTableAndFileIsTold) {
   addRow("policy_server", "threads", "8");
   EXPECT_THAT(server(), Contains("policy_server\tthreads\t16\t16\tzaro.ini\tthe database holds \"8\""));
   const ProgramResult found = run({"check"});
-  EXPECT_EQ(found.status, 75);
+  EXPECT_EQ(found.status, 78);
   EXPECT_THAT(found.out, HasSubstr("which counts on this host: [policy_server] threads (\"8\", in the file \"16\"); "
                                    "zaroctl settings set KEY=VALUE writes both\n"));
   EXPECT_EQ(set({"threads=16"}).status, 0);
@@ -485,7 +485,7 @@ class WrongSettingOf : public testing::TestWithParam<WrongSetting> {};
 
 TEST_P(WrongSettingOf, theProgramIsRefusedBeforeAnythingIsRead) {
   const ProgramResult result = zarotest::zaroctl({"--home", "/nowhere/at/all", "settings", "set", GetParam().argument});
-  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(result.status, 64);
   EXPECT_EQ(result.out, "");
   EXPECT_THAT(result.err, StartsWith("zaroctl: "));
   EXPECT_THAT(result.err, HasSubstr(GetParam().told));
@@ -498,7 +498,7 @@ INSTANTIATE_TEST_SUITE_P(, WrongSettingOf, testing::ValuesIn(kWrongSettings),
 TEST(SettingsSet, sameSettingTwiceIsRefused) {
   const ProgramResult result =
       zarotest::zaroctl({"--home", "/nowhere", "settings", "set", "threads=5", "policy_server.threads=6"});
-  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(result.status, 64);
   EXPECT_EQ(result.err, "zaroctl: policy_server.threads stands there twice\n");
 }
 
