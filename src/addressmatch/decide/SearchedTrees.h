@@ -59,6 +59,28 @@ class SearchedTrees {
    private:
     friend class SearchedTrees;
 
+    // Returns the slice's bit.
+    std::uint32_t add(unsigned int slice, unsigned int tree, const FrozenIndex& index) {
+      m_trees[slice] = tree;
+      m_indexes[slice] = &index;
+      return std::uint32_t{1} << slice;
+    }
+    // Adds the trees behind the one of a slice as far as they are those of the next slices: trees that were frozen
+    // together are mostly asked in their order. Returns the last one added.
+    KxWildcardNode* const* addNeighbours(unsigned int slice, KxWildcardNode* const* tree, KxWildcardNode* const* end,
+                                         KxWildcardNode* const* first, std::uint32_t& slices) {
+      const unsigned int step = m_filters->sliceStep;
+      for (slice += step; slice < kMost && tree + 1 != end && tree[1] != nullptr; slice += step) {
+        const SharedFilters::Member& member = m_filters->members[slice];
+        if (member.root.load(std::memory_order_relaxed) != tree[1]) {
+          break;
+        }
+        ++tree;
+        slices |= add(slice, static_cast<unsigned int>(tree - first), *member.index);
+      }
+      return tree;
+    }
+
     const SharedFilters* m_filters;  // null for a tree that answers by itself
     std::uint32_t m_slices;          // of the trees
     // By slice; uninitialised where there is none.
@@ -72,29 +94,31 @@ class SearchedTrees {
       m_many = std::make_unique<Run[]>(trees.size());
       m_first = m_many.get();
     }
-    Run* run = m_first - 1;
+    m_end = m_first;
+    Run* run = nullptr;
     const SharedFilters* filters = nullptr;  // of the run
     std::uint32_t slices = 0;
-    const std::size_t count = trees.size();
-    for (std::size_t i = 0; i != count; ++i) {
-      if (trees[i] == nullptr) {
+    KxWildcardNode* const* tree = trees.data();
+    KxWildcardNode* const* const end = tree + trees.size();
+    for (; tree != end; ++tree) {
+      if (*tree == nullptr) {
         continue;
       }
-      const FrozenIndex* index = Level(*trees[i]).index();
-      if (index == nullptr || &index->filters() != filters || index->sliceBit() <= slices) {
-        ++run;
-        filters = begin(*run, i, index);
+      const FrozenIndex* index = Level(**tree).index();
+      if (index == nullptr || &index->filters() != filters || std::uint32_t{1} << index->slice() <= slices) {
+        run = m_end++;
+        filters = begin(*run, numberOf(tree), index);
         slices = 0;
         if (filters == nullptr) {
           continue;
         }
       }
-      slices |= index->sliceBit();
+      slices |= run->add(index->slice(), numberOf(tree), *index);
+      if (!isUnloaded()) {
+        tree = run->addNeighbours(index->slice(), tree, end, trees.data(), slices);
+      }
       run->m_slices = slices;
-      run->m_trees[index->slice()] = static_cast<unsigned int>(i);
-      run->m_indexes[index->slice()] = index;
     }
-    m_end = run + 1;
   }
   SearchedTrees(const SearchedTrees&) = delete;
   SearchedTrees& operator=(const SearchedTrees&) = delete;
@@ -112,10 +136,12 @@ class SearchedTrees {
  private:
   static constexpr std::size_t kFew = 16;
 
+  unsigned int numberOf(KxWildcardNode* const* tree) const { return static_cast<unsigned int>(tree - m_trees.data()); }
+
   // Begins a run with a tree. Returns the filters of the run.
-  const SharedFilters* begin(Run& run, std::size_t tree, const FrozenIndex* index) {
+  const SharedFilters* begin(Run& run, unsigned int tree, const FrozenIndex* index) {
     run.m_filters = nullptr;
-    run.m_trees[0] = static_cast<unsigned int>(tree);
+    run.m_trees[0] = tree;
     if (index != nullptr) {
       m_seed = m_seed != nullptr ? m_seed : &index->seed();
       // The seeds of two indexes differ at most in their first words.

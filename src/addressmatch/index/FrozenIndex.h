@@ -62,7 +62,6 @@ class FrozenIndex {
   // The filters that it shares, and its slice of them. To be set once, before the first search.
   const SharedFilters& filters() const { return *m_filters; }
   unsigned int slice() const { return m_slice; }
-  std::uint32_t sliceBit() const { return std::uint32_t{1} << m_slice; }
   void setFilters(const std::shared_ptr<const SharedFilters>& filters, unsigned int slice) {
     m_filters = filters;
     m_slice = slice;

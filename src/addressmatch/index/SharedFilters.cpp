@@ -31,6 +31,7 @@ void share(Iterator first, Iterator last) {
   const auto filters = std::make_shared<SharedFilters>();
   filters->names.resize(sets, most(first, last, [](const UnfilteredIndex& one) { return one.names.size(); }));
   filters->wildcards.resize(sets, most(first, last, [](const UnfilteredIndex& one) { return one.wildcards.size(); }));
+  filters->sliceStep = SlicedFilter::sliceOf(1, sets);
   for (unsigned int set = 0; set != sets; ++set) {
     const UnfilteredIndex& one = first[set];
     for (const std::uint64_t hash : one.names) {

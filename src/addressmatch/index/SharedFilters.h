@@ -2,6 +2,8 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -9,6 +11,8 @@
 
 #include "addressmatch/index/Query.h"
 #include "addressmatch/index/SlicedFilter.h"
+
+class KxWildcardNode;
 
 namespace zaro_addressmatch {
 
@@ -49,11 +53,25 @@ class PresenceRows {
 
 // Two filters: there are far fewer wildcards than names, so that a nearer cache holds theirs.
 struct SharedFilters {
-  std::uint64_t depths = 0;  // those of the indexes
-  std::uint32_t alwaysAsked =
-      0;                   // the slices of those that may have something for any query, about which no filter knows
-  SlicedFilter names;      // NAME@DOMAIN
-  SlicedFilter wildcards;  // *@DOMAIN, suffixes that have something below, and names there
+  // A tree whose index answers for all addresses. Entered by the freeze, and removed when that ends, while other
+  // threads search the other trees.
+  struct Member {
+    std::atomic<const KxWildcardNode*> root = nullptr;
+    const FrozenIndex* index = nullptr;
+  };
+
+  // Those of the indexes.
+  std::uint64_t depths = 0;
+  // The slices of the indexes that may have something for any query, about which no filter knows.
+  std::uint32_t alwaysAsked = 0;
+  // From one index to the next.
+  unsigned int sliceStep = SlicedFilter::kMostSets;
+  // By slice.
+  mutable std::array<Member, SlicedFilter::kMostSets> members;
+  // NAME@DOMAIN
+  SlicedFilter names;
+  // *@DOMAIN, suffixes that have something below, and names there
+  SlicedFilter wildcards;
 
   PresenceRows ask(const Query& query) const {
     PresenceRows rows;

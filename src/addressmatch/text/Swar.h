@@ -135,7 +135,7 @@ inline Marks marksOfWords(const std::uint64_t* words, std::size_t size) {
 #if defined(__SSE2__) && defined(__SIZEOF_INT128__)
 // Writes a text of 16 to 63 characters in lower case, and tells its marks; sixteen characters at a time. Every word is
 // written whole, so that the reads that follow need not wait for two writes.
-inline Marks lowerBlocks(const char* text, std::size_t size, std::uint64_t* words) {
+__attribute__((always_inline)) inline Marks lowerBlocks(const char* text, std::size_t size, std::uint64_t* words) {
   typedef signed char Block __attribute__((vector_size(16)));
   typedef char Characters __attribute__((vector_size(16)));
   typedef std::uint64_t Halves __attribute__((vector_size(16)));

@@ -25,6 +25,9 @@ UnfilteredIndex TreeState::freeze() {
 
 void TreeState::answerFrom(std::unique_ptr<const FrozenIndex> index) {
   m_index = std::move(index);
+  SharedFilters::Member& member = m_index->filters().members[m_index->slice()];
+  member.index = m_index.get();
+  member.root.store(m_root, std::memory_order_relaxed);
   m_phase = Phase::Indexed;
 }
 

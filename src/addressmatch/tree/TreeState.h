@@ -33,7 +33,10 @@ class TreeState : public std::enable_shared_from_this<TreeState> {
 
   // Null when it has been destroyed.
   KxWildcardNode* root() const { return m_root; }
-  void rootIsGone() { m_root = nullptr; }
+  void rootIsGone() {
+    leaveFilters();
+    m_root = nullptr;
+  }
 
   bool hasOnlyPatterns() const { return m_phase == Phase::PatternsOnly; }
   bool isFilling() const { return m_phase == Phase::PatternsOnly || m_phase == Phase::Filling; }
@@ -51,6 +54,7 @@ class TreeState : public std::enable_shared_from_this<TreeState> {
   void mixIn() { m_phase = hasOnlyPatterns() ? Phase::Filling : m_phase; }
   void startWalking() {
     m_phase = Phase::Walked;
+    leaveFilters();
     m_index.reset();
     m_partialIndex.reset();
   }
@@ -114,12 +118,19 @@ class TreeState : public std::enable_shared_from_this<TreeState> {
  private:
   enum class Phase { PatternsOnly, Filling, Indexed, Walked };
 
+  // From then on calls look for the index where the tree keeps it.
+  void leaveFilters() {
+    if (m_index != nullptr) {
+      m_index->filters().members[m_index->slice()].root.store(nullptr, std::memory_order_relaxed);
+    }
+  }
   // False when it is not known which addresses it concerns.
   bool noteAddition() {
     if (m_phase != Phase::Indexed || m_addition == 0) {
       return false;
     }
     if (m_index != nullptr) {
+      leaveFilters();
       m_partialIndex = std::move(m_index);
     }
     m_added.add(m_addition);

@@ -762,6 +762,8 @@ TEST_F(FrozenTree, batchOfDecisionsIsThatOfSingleOnes) {
 
 // Up to eight neighbours share what tells which of them has something; a big one among small ones does not.
 TEST_F(FrozenTree, treesThatWereFrozenTogetherAnswerInAnyOrderAndCompany) {
+  constexpr std::size_t kTrees = 22;
+  constexpr std::size_t kBig = 5;
   std::mt19937 random(7);
   const auto upTo = [&random](std::size_t highest) { return random() % (highest + 1); };
   const auto domain = [&] {
@@ -772,41 +774,59 @@ TEST_F(FrozenTree, treesThatWereFrozenTogetherAnswerInAnyOrderAndCompany) {
     return text;
   };
   const auto name = [&] { return "user" + std::to_string(upTo(20)); };
-  std::vector<std::unique_ptr<KxWildcardNode>> frozen;
-  std::vector<std::unique_ptr<KxWildcardNode>> walked;
-  for (int i = 0; i != 22; ++i) {
-    frozen.push_back(std::make_unique<KxWildcardRootNode>(&table));
-    walked.push_back(std::make_unique<KxWildcardRootNode>(nullptr));
-    for (std::size_t patterns = i == 5 ? 20000 : upTo(i < 12 ? 20 : 300); patterns != 0; --patterns) {
-      const std::string local = i == 5 ? name() + std::to_string(patterns) : upTo(2) == 0 ? "*" : name();
+  std::vector<std::unique_ptr<KxWildcardNode>> frozen(kTrees);
+  std::vector<std::unique_ptr<KxWildcardNode>> walked(kTrees);
+  const auto addTo = [&](std::size_t number, const std::string& pattern) {
+    const KxEmailBelongsTo kind = KxEmailBelongsTo{1} << upTo(5);
+    frozen[number]->addAddressPattern(pattern.c_str(), kind, nullptr, nullptr);
+    walked[number]->addAddressPattern(pattern.c_str(), kind, nullptr, nullptr);
+  };
+  const auto make = [&](std::size_t number) {
+    frozen[number] = std::make_unique<KxWildcardRootNode>(&table);
+    walked[number] = std::make_unique<KxWildcardRootNode>(nullptr);
+    for (std::size_t patterns = number == kBig ? 20000 : upTo(number < 12 ? 20 : 300); patterns != 0; --patterns) {
+      const std::string any = upTo(2) == 0 ? "*" : name();
       const std::string at = upTo(200) == 0 ? "*" : upTo(1) == 0 ? "*." + domain() : domain();
-      const KxEmailBelongsTo kind = KxEmailBelongsTo{1} << upTo(5);
-      for (KxWildcardNode* one : {frozen.back().get(), walked.back().get()}) {
-        one->addAddressPattern((local + "@" + at).c_str(), kind, nullptr, nullptr);
+      addTo(number, (number == kBig ? name() + std::to_string(patterns) : any) + "@" + at);
+    }
+  };
+  const auto compare = [&] {
+    for (int i = 0; i != 2000; ++i) {
+      std::vector<KxWildcardNode*> trees;
+      std::vector<KxWildcardNode*> twins;
+      const bool inOrder = upTo(1) == 0;
+      for (std::size_t next = inOrder ? 0 : upTo(kTrees - 1), left = upTo(24); left != 0; --left) {
+        trees.push_back(frozen[next].get());
+        twins.push_back(walked[next].get());
+        next = inOrder ? (next + 1) % kTrees : upTo(kTrees - 1);
+      }
+      const std::string address = name() + "@" + domain();
+      const Decided want = decided(address, twins);
+      ASSERT_EQ(decided(address, trees), want) << address;
+      ASSERT_EQ(decidedInBatch(address, trees), want) << address;
+      for (std::size_t one = 0; one != trees.size(); ++one) {
+        ASSERT_EQ(matches(*trees[one], address), matches(*twins[one], address)) << address;
       }
     }
-    if (i == 11 || i == 18) {
+  };
+  for (std::size_t number = 0; number != kTrees; ++number) {
+    make(number);
+    if (number == 11 || number == 18) {
       freeze();
     }
   }
   freeze();
-  for (int i = 0; i != 3000; ++i) {
-    std::vector<KxWildcardNode*> trees;
-    std::vector<KxWildcardNode*> twins;
-    const bool inOrder = upTo(1) == 0;
-    for (std::size_t next = inOrder ? 0 : upTo(21), left = upTo(24); left != 0; --left) {
-      trees.push_back(frozen[next].get());
-      twins.push_back(walked[next].get());
-      next = inOrder ? (next + 1) % 22 : upTo(21);
-    }
-    const std::string address = name() + "@" + domain();
-    const Decided want = decided(address, twins);
-    ASSERT_EQ(decided(address, trees), want) << address;
-    ASSERT_EQ(decidedInBatch(address, trees), want) << address;
-    for (std::size_t one = 0; one != trees.size(); ++one) {
-      ASSERT_EQ(matches(*trees[one], address), matches(*twins[one], address)) << address;
-    }
+  compare();
+
+  // Some leave the company: for others at the same places, for a walk, or for a walk of some addresses.
+  for (const std::size_t number : {1u, 8u, 13u}) {
+    make(number);
   }
+  compare();
+  freeze();
+  addTo(2, "user1@test");
+  addTo(15, "user2@*");
+  compare();
 }
 
 TEST_F(FrozenTree, treesThatAreNotFrozenAnswerBatchesToo) {
