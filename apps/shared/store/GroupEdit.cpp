@@ -6,6 +6,7 @@
 
 #include "ZaroRuntime/RuntimeError.h"
 #include "ZaroRuntime/SqlSession.h"
+#include "console/Output.h"
 #include "console/Text.h"
 #include "store/GroupMembers.h"
 
@@ -57,7 +58,7 @@ void GroupEdit::rename(const std::string& name) {
 }
 
 void GroupEdit::removeAllMembers() {
-  m_db.run("DELETE" + _fromMembers());
+  m_db.run(_isSqlite() ? "INSERT INTO member_removal (group_id) VALUES (" + m_id + ")" : "DELETE" + _fromMembers());
 }
 
 std::size_t GroupEdit::removeMember(const std::string& address) {
@@ -140,18 +141,35 @@ void GroupEdit::_insert(std::size_t position, const std::vector<const std::strin
                            "; export and import the group, which numbers its members anew",
                        FailureKind::Refused);
   }
-  std::string rows;
-  for (std::size_t place = 0; place < addresses.size(); ++place) {
-    rows.append(place == 0 ? "(" : ",(").append(m_id).append(",").append(std::to_string(position + place));
-    rows.append(",").append(sqlLiteral(*addresses[place])).append(")");
-  }
-  m_db.run("INSERT INTO address_group_member (group_id, position, address) VALUES " + rows);
+  m_db.run(_isSqlite() ? _additionForSqlite(position, addresses) : _addition(position, addresses));
   const auto stored = m_db.rows("SELECT address AS \"Address\"" + _fromMembers() +
                                     " AND position >= " + std::to_string(position) + " ORDER BY position",
                                 {"Address"});
   _requireStored(
       std::equal(stored.begin(), stored.end(), addresses.begin(), addresses.end(),
                  [](const StoreConnection::Row& row, const std::string* address) { return row[0] == *address; }));
+}
+
+std::string GroupEdit::_addition(std::size_t position, const std::vector<const std::string*>& addresses) const {
+  std::string rows;
+  for (std::size_t place = 0; place < addresses.size(); ++place) {
+    rows.append(place == 0 ? "(" : ",(").append(m_id).append(",").append(std::to_string(position + place));
+    rows.append(",").append(sqlLiteral(*addresses[place])).append(")");
+  }
+  return "INSERT INTO address_group_member (group_id, position, address) VALUES " + rows;
+}
+
+std::string GroupEdit::_additionForSqlite(std::size_t position, const std::vector<const std::string*>& addresses) const {
+  Json texts = Json::array();
+  for (const std::string* address : addresses) {
+    texts.push_back(*address);
+  }
+  return "INSERT INTO member_addition (group_id, position, addresses) VALUES (" + m_id + ", " +
+         std::to_string(position) + ", " + sqlLiteral(texts.dump()) + ")";
+}
+
+bool GroupEdit::_isSqlite() const {
+  return m_db.dialect() == zaroruntime::Dialect::SQLite;
 }
 
 void GroupEdit::_requireStored(bool isStored) const {

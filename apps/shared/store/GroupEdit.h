@@ -33,6 +33,11 @@ class GroupEdit {
   std::string _fromMembersLike(const std::vector<std::string>& keys) const;
   std::set<std::string> _keysAmong(const std::vector<std::string>& addresses, std::size_t begin, std::size_t end);
   void _insert(std::size_t position, const std::vector<const std::string*>& addresses);
+  // The statement that stores them. Each is one entry of the audit trail; SQLite's triggers, which run for each row,
+  // need help with that.
+  std::string _addition(std::size_t position, const std::vector<const std::string*>& addresses) const;
+  std::string _additionForSqlite(std::size_t position, const std::vector<const std::string*>& addresses) const;
+  bool _isSqlite() const;
   void _requireStored(bool isStored) const;
 
   StoreConnection& m_db;

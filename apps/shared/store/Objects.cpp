@@ -328,6 +328,7 @@ std::vector<ObjectText> textsOf(const std::vector<unsigned int>& ids) {
 
 Viewer findViewer(const std::string& adminName) {
   const unsigned int id = adminIdOf(adminName);
+  actAs(adminName);
   StoreConnection db;
   const bool isRoot = answerOf("cannot tell whether " + quoted(adminName) + " is the administration root",
                                [&] { return EntityUtils::isAdminRoot(db.library(), id); });

@@ -1,7 +1,11 @@
 #include "store/Transaction.h"
 
+#include <pwd.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <random>
 #include <string>
@@ -9,7 +13,9 @@
 
 #include "ZaroRuntime/LastFailure.h"
 
+using zaroruntime::Dialect;
 using zaroruntime::FailureKind;
+using zaroruntime::sqlLiteral;
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
@@ -40,6 +46,45 @@ class Pauses {
   milliseconds m_next = kFirstPause;
 };
 
+std::string& actingAdministrator() {
+  static std::string name;
+  return name;
+}
+
+std::string hostName() {
+  char name[256] = "";
+  return gethostname(name, sizeof name - 1) == 0 ? name : "";
+}
+
+std::string userName() {
+  const passwd* user = getpwuid(geteuid());
+  return user != nullptr ? user->pw_name : std::to_string(geteuid());
+}
+
+// Tells the audit trail what the database does not know, for this transaction.
+void tellWhoActs(StoreConnection& db) {
+  const std::string administrator = sqlLiteral(actingAdministrator());
+  const std::string program = sqlLiteral(program_invocation_short_name);
+  switch (db.dialect()) {
+    case Dialect::PostgreSQL:
+      db.run("SELECT set_config('zaro.administrator', " + administrator + ", true), set_config('zaro.program', " +
+             program + ", true)");
+      break;
+    case Dialect::SQLite:
+      db.run("INSERT OR REPLACE INTO audit_actor (one, administrator, login, host, program) VALUES (1, " +
+             administrator + ", " + sqlLiteral(userName()) + ", " + sqlLiteral(hostName()) + ", " + program + ")");
+      break;
+    case Dialect::Other:
+      break;
+  }
+}
+
+void forgetWhoActs(StoreConnection& db) {
+  if (db.dialect() == Dialect::SQLite) {
+    db.run("DELETE FROM audit_actor");
+  }
+}
+
 void begin(StoreConnection& db) {
   if (!db.library().startTransaction()) {
     throw DatabaseError::because("the change could not begin");
@@ -48,9 +93,11 @@ void begin(StoreConnection& db) {
     db.run(kLockTimeOut);
   }
   db.requireOwnSchema();
+  tellWhoActs(db);
 }
 
 void commit(StoreConnection& db) {
+  forgetWhoActs(db);
   if (db.library().commitTransaction()) {
     committedChange() = true;
     return;
@@ -91,6 +138,10 @@ void runOnce(const std::function<void(StoreConnection&)>& change) {
 }
 
 }  // namespace
+
+void actAs(const std::string& administrator) {
+  actingAdministrator() = administrator;
+}
 
 bool hasCommittedChange() {
   return committedChange();

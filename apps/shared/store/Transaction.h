@@ -12,7 +12,8 @@
 // 3. The change may run more than once, since another program can be in its way: for as long as that lasts it waits and
 //    runs again. So whatever it does outside the database (reading a file, asking, printing) stands before or behind it.
 // 4. When it throws, nothing is stored.
-// 5. It does not begin on a schema of another version, also where that was brought there since the program connected.
+// 5. The audit trail is told who acts: the administrator of `actAs`, and what the database cannot know by itself.
+// 6. It does not begin on a schema of another version, also where that was brought there since the program connected.
 #pragma once
 
 #include <functional>
@@ -24,6 +25,9 @@
 
 // `inTransaction` without a result.
 void runInTransaction(const std::function<void(StoreConnection&)>& change);
+
+// From now on changes are made on behalf of that administrator, as the audit trail tells.
+void actAs(const std::string& administrator);
 
 // Whether this program has committed a change. What fails afterwards does not undo it.
 bool hasCommittedChange();

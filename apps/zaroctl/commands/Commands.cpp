@@ -56,6 +56,8 @@ constexpr void (*kCommands[])(CommandTree&) = {
     addServersRemove,
     addRulesOrder,
     addRulesSetOrder,
+    addAudit,
+    addAuditTrim,
     addCompletion,
 };
 // clang-format on

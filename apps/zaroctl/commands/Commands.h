@@ -12,6 +12,8 @@ void addAdminId(CommandTree& tree);
 void addAdminList(CommandTree& tree);
 void addAdminRemove(CommandTree& tree);
 void addAdminUnassign(CommandTree& tree);
+void addAudit(CommandTree& tree);
+void addAuditTrim(CommandTree& tree);
 void addBase64Decode(CommandTree& tree);
 void addBase64Encode(CommandTree& tree);
 void addBlobRead(CommandTree& tree);

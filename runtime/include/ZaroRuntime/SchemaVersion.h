@@ -9,8 +9,8 @@
 
 namespace zaroruntime {
 
-// Change together with both schema.sql files of home/sql.
-constexpr int kSchemaVersion = 1;
+// Change together with both schema.sql files of home/sql, and with an upgrade script beside each.
+constexpr int kSchemaVersion = 2;
 
 // What tells the version of a database, in the column "SchemaVersion". It fails where there is no schema of ours.
 extern const char* const kSchemaVersionQuery;

@@ -59,7 +59,7 @@ TEST_P(Check, freshInstallationHasNothingWrong) {
                               "objects", "quarantine", "groups", "statement"}) {
     EXPECT_THAT(lines, Contains(StartsWith(std::string("ok\t") + subject + "\t")));
   }
-  EXPECT_THAT(lines, Contains("ok\tschema\tversion 1"));
+  EXPECT_THAT(lines, Contains("ok\tschema\tversion " + std::to_string(zaroruntime::kSchemaVersion)));
   EXPECT_THAT(lines, Contains("ok\tstatement\t" + homeFile(kAdminId) + ": understood by the database"));
 }
 

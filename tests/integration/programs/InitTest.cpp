@@ -155,7 +155,7 @@ TEST_P(InitSqlite, whatTheDriverLeavesBesideTheDatabaseIsClosedToOthers) {
 
 TEST_P(InitSqlite, fileSystemWithoutRoomLeavesNothingBehind) {
   ProgramRun run;
-  run.largestFile = 20000;
+  run.largestFile = 40000;
   expectRefused(zaroctl(initArguments(home()), run), 74, "disk I/O error");
 }
 
