@@ -165,7 +165,11 @@ bool stripSrsTag(Mailbox& mailbox) {
     return false;
   }
   const auto domain = takePart(rest, '=');
-  if (!domain || rest.empty()) {
+  const auto isOfDomain = [](char character) {
+    return isLabelCharacter(character) || isBeyondAscii(character) || character == '.';
+  };
+  // An "@" in it would move the domain.
+  if (!domain || rest.empty() || !std::all_of(domain->begin(), domain->end(), isOfDomain)) {
     return false;
   }
   mailbox = {std::string(rest), std::string(*domain)};

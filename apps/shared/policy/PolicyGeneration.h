@@ -28,7 +28,7 @@
 // The policy cannot be applied as it is stored, and the text names the rule and says why.
 class PolicyError : public zaroruntime::RuntimeError {
  public:
-  using RuntimeError::RuntimeError;
+  explicit PolicyError(const std::string& text) : RuntimeError(text, zaroruntime::FailureKind::Data) {}
 };
 
 // An enabled rule, with the names that what it refers to has.

@@ -119,11 +119,6 @@ std::vector<const ActionKey*> keysIn(const std::string& bitmap) {
   return keys;
 }
 
-bool hasAction(const std::string& bitmap, ZaroAction::ActionType type) {
-  const auto keys = keysIn(bitmap);
-  return std::any_of(keys.begin(), keys.end(), [&](const ActionKey* key) { return key->type == type; });
-}
-
 std::string keysText(const std::vector<const ActionKey*>& keys) {
   std::string text;
   for (const ActionKey* key : keys) {

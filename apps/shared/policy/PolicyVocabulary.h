@@ -26,7 +26,6 @@ std::string actionBitmap(const std::vector<std::string>& keys);
 // The keys whose positions are set, the strongest first. An empty text has none. Throws RuntimeError for a text that is
 // no bitmap, and for a set position without a key.
 std::vector<const ActionKey*> keysIn(const std::string& bitmap);
-bool hasAction(const std::string& bitmap, ZaroAction::ActionType type);
 // "Delete,Archive", the strongest first.
 std::string keysText(const std::vector<const ActionKey*>& keys);
 

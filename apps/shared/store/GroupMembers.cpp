@@ -42,7 +42,8 @@ std::string wrongMember(const std::string& address) {
   if (address.find(' ') != std::string::npos) {
     return "holds a blank";
   }
-  return address.find('@') == std::string::npos ? "has no @" : "";
+  // The null sender and everybody are the only patterns without one that mail can have.
+  return address.find('@') == std::string::npos && address != "<>" && address != "*" ? "has no @" : "";
 }
 
 std::string memberKey(const std::string& address) {

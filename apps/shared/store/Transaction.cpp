@@ -114,6 +114,15 @@ void commit(StoreConnection& db) {
   throw DatabaseError("the change was not committed, and nothing is changed: " + reason, kind);
 }
 
+// With SQLite all changes of the transaction raise the version of the policy together; PostgreSQL sees to that itself.
+enum class Collection { Begins = 1, Ends = -1 };
+
+void collectPolicyChanges(StoreConnection& db, Collection step) {
+  if (db.dialect() == zaroruntime::Dialect::SQLite) {
+    db.run("INSERT INTO policy_change VALUES (" + std::to_string(static_cast<int>(step)) + ")");
+  }
+}
+
 // A failure that the change did not notice, or gave another reason for.
 void throwUnnoticedFailure() {
   if (zaroruntime::lastFailureKind() != FailureKind::None) {
@@ -125,6 +134,7 @@ void runOnce(const std::function<void(StoreConnection&)>& change) {
   zaroruntime::forgetFailures();
   StoreConnection db;
   begin(db);
+  collectPolicyChanges(db, Collection::Begins);
   try {
     change(db);
   } catch (const DatabaseError&) {
@@ -134,6 +144,7 @@ void runOnce(const std::function<void(StoreConnection&)>& change) {
     throw;
   }
   throwUnnoticedFailure();
+  collectPolicyChanges(db, Collection::Ends);
   commit(db);
 }
 

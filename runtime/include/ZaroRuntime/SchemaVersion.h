@@ -10,7 +10,7 @@
 namespace zaroruntime {
 
 // Change together with both schema.sql files of home/sql, and with an upgrade script beside each.
-constexpr int kSchemaVersion = 2;
+constexpr int kSchemaVersion = 3;
 
 // What tells the version of a database, in the column "SchemaVersion". It fails where there is no schema of ours.
 extern const char* const kSchemaVersionQuery;

@@ -17,6 +17,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   FUZZ_CHECK(extended.substr(std::min(extended.find('@'), extended.size())) ==
              address.substr(std::min(address.find('@'), address.size())));
 
+  const std::string stripped = normalAddress(text, AddressForm{"+", true, true});
+  FUZZ_CHECK(std::count(stripped.begin(), stripped.end(), '@') <= 1);
+
   const std::string pattern = normalPattern(text);
   FUZZ_CHECK(normalPattern(pattern) == pattern);
   return 0;

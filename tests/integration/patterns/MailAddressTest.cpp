@@ -142,6 +142,44 @@ const Spelling kPatterns[] = {
     {"percent without quotes", "a%40b@c.test", "a%40b@c.test"},
 };
 
+// --- Tags of mail servers ---
+
+struct Tagged {
+  const char* label;
+  bool stripsBatv;
+  bool stripsSrs;
+  std::string spelled;
+  std::string form;
+};
+
+const Tagged kTagged[] = {
+    {"BATV", true, false, "prvs=1234abcdef=User@A.test", "user@a.test"},
+    {"BATV that stays", false, true, "prvs=1234abcdef=user@a.test", "prvs=1234abcdef=user@a.test"},
+    {"BATV of a quoted local part", true, false, "\"prvs=1234=a@b\"@c.test", "\"a%40b\"@c.test"},
+    {"BATV without a local part", true, false, "prvs=1234abcdef=@a.test", "prvs=1234abcdef=@a.test"},
+    {"BATV without a tag", true, false, "prvs==user@a.test", "prvs==user@a.test"},
+    {"SRS0", false, true, "SRS0=ab=XY=A.test=User@relay.test", "user@a.test"},
+    {"SRS0 that stays", true, false, "SRS0=ab=XY=a.test=user@relay.test", "srs0=ab=xy=a.test=user@relay.test"},
+    {"SRS0 with a hyphen", false, true, "srs0-ab=XY=a.test=user@relay.test", "user@a.test"},
+    {"SRS0 with an equals sign in the local part", false, true, "SRS0=ab=XY=a.test=a=b@relay.test", "a=b@a.test"},
+    {"SRS0 of an internationalised domain", false, true,
+     "SRS0=ab=XY=b\xc3\xbc"
+     "cher.test=a@relay.test",
+     "a@xn--bcher-kva.test"},
+    {"SRS0 with an at in its domain", false, true, "\"SRS0=ab=XY=a@b.test=u\"@c.test",
+     "\"srs0=ab=xy=a%40b.test=u\"@c.test"},
+    {"SRS0 that is cut", false, true, "SRS0=ab=XY=a.test@relay.test", "srs0=ab=xy=a.test@relay.test"},
+    {"SRS1", false, true, "SRS1=cd=one.test==ab=XY=a.test=user@two.test", "user@a.test"},
+    {"SRS1 that is cut", false, true, "SRS1=cd=one.test=ab@two.test", "srs1=cd=one.test=ab@two.test"},
+    {"one in the other", true, true, "prvs=12=SRS0=ab=XY=a.test=prvs=34=user@relay.test", "user@a.test"},
+};
+
+TEST(MailAddress, losesTheTagsThatTheFormNames) {
+  for (const Tagged& test : kTagged) {
+    EXPECT_EQ(normalAddress(test.spelled, AddressForm{"", test.stripsBatv, test.stripsSrs}), test.form) << test.label;
+  }
+}
+
 TEST(MailPattern, hasTheFormOfTheAddressesThatItNames) {
   for (const Spelling& test : kPatterns) {
     EXPECT_EQ(normalPattern(test.spelled), test.form) << test.label;

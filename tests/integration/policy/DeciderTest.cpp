@@ -154,6 +154,7 @@ TEST(Decider, leavesOutWhatTheOptionsName) {
                    {"SRS1", "SRS1=cd=one.test==ab=XY=bad.test=user@relay.test", "ann@example.test", 2, "listed"},
                    {"all at once", "prvs=12ab=SRS0=ab=XY=bad.test=user+x@relay.test", "ann@example.test", 2, "listed"},
                    {"SRS of the recipient", "user@bad.test", "SRS0=ab=XY=example.test=ann@relay.test", 0, ""},
+                   {"at in the domain of SRS0", "\"SRS0=ab=XY=x@bad.test=user\"@relay.test", "ann@example.test", 0, ""},
                    {"half a tag", "prvs=user@bad.test", "ann@example.test", 0, ""}});
 }
 

@@ -31,8 +31,6 @@ TEST(PolicyVocabulary, readsKeysStrongestFirst) {
             "Archive,Delete,Quarantine,Readdress,SubjectTagging,Bcc,Postpone,InsertXHeaderTag");
   EXPECT_EQ(keysText(keysIn("00000011000000000")), "DeleteAttachment,Stamped");
   EXPECT_TRUE(keysIn("").empty());
-  EXPECT_TRUE(hasAction("10000000000000000", ZaroAction::Delete));
-  EXPECT_FALSE(hasAction("10000000000000000", ZaroAction::Quarantine));
 }
 
 TEST(PolicyVocabulary, refusesABitmapThatIsNone) {

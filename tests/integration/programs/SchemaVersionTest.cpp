@@ -27,11 +27,13 @@ std::string textOf(const SqlSession::Row& row) {
   return text;
 }
 
-// Without comments, and with one blank where there are any.
+// Without comments, with one blank where there are any, and without the quotes that a table gets when it is renamed.
 std::string plainSql(const std::string& sql) {
   static const std::regex kComment("--[^\n]*");
   static const std::regex kSpace("\\s+");
-  return std::regex_replace(std::regex_replace(sql, kComment, ""), kSpace, " ");
+  static const std::regex kRenamed("^CREATE TABLE \"(\\w+)\"");
+  const std::string text = std::regex_replace(std::regex_replace(sql, kComment, ""), kSpace, " ");
+  return std::regex_replace(text, kRenamed, "CREATE TABLE $1");
 }
 
 // The columns and constraints of a table as SQLite keeps them, and what stands behind them. ADD COLUMN puts a column

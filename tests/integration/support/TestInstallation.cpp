@@ -38,11 +38,11 @@ std::optional<PostgresqlServer> postgresqlServer() {
   return server.host.empty() ? std::nullopt : std::optional<PostgresqlServer>(server);
 }
 
-TestInstallation::TestInstallation(Dialect dialect) : m_dialect(dialect) {
+TestInstallation::TestInstallation(Dialect dialect, const std::string& schema) : m_dialect(dialect) {
   _copySkeleton();
   setenv("ZARO_HOME", m_directory.path().c_str(), 1);
   _makeDatabase();
-  session()->runScript(m_directory.path("sql/schema.sql"));
+  session()->runScript(schema.empty() ? m_directory.path("sql/schema.sql") : schema);
 }
 
 TestInstallation::~TestInstallation() {

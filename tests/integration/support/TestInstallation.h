@@ -27,7 +27,8 @@ std::optional<PostgresqlServer> postgresqlServer();
 // An installation directory with the schema in a fresh database. ZARO_HOME names it while the object lives.
 class TestInstallation {
  public:
-  explicit TestInstallation(Dialect dialect);
+  //   schema   a file with another schema than that of the skeleton
+  explicit TestInstallation(Dialect dialect, const std::string& schema = "");
   ~TestInstallation();
   TestInstallation(const TestInstallation&) = delete;
   TestInstallation& operator=(const TestInstallation&) = delete;

@@ -1,0 +1,167 @@
+#include "policy/PolicyLoading.h"
+
+#include <algorithm>
+#include <charconv>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+#include "console/Text.h"
+
+namespace {
+
+using Row = StoreConnection::Row;
+
+constexpr std::size_t kMembersAtOnce = 20000;
+
+template <typename Number>
+Number numberIn(const std::optional<std::string>& text) {
+  const std::string_view digits = text ? std::string_view(*text) : std::string_view();
+  Number number = 0;
+  const auto read = std::from_chars(digits.data(), digits.data() + digits.size(), number);
+  if (read.ec != std::errc() || read.ptr != digits.data() + digits.size()) {
+    throw zaroruntime::RuntimeError("the stored policy holds " + quoted(text.value_or("NULL")) + " for a number",
+                                    zaroruntime::FailureKind::Data);
+  }
+  return number;
+}
+
+std::optional<unsigned int> idOrNone(const std::optional<std::string>& text) {
+  return text ? std::make_optional(numberIn<unsigned int>(text)) : std::nullopt;
+}
+
+std::string textIn(std::optional<std::string>& text) {
+  return std::move(text).value_or("");
+}
+
+// One moment of the database, for as long as this lives.
+class ReadTransaction {
+ public:
+  explicit ReadTransaction(StoreConnection& db) : m_db(db) {
+    db.run(db.dialect() == zaroruntime::Dialect::PostgreSQL ? "BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY"
+                                                            : "BEGIN");
+  }
+  ~ReadTransaction() {
+    try {
+      m_db.run("ROLLBACK");
+    } catch (const DatabaseError&) {
+      // The connection is rolled back when it is given back.
+    }
+  }
+  ReadTransaction(const ReadTransaction&) = delete;
+  ReadTransaction& operator=(const ReadTransaction&) = delete;
+
+ private:
+  StoreConnection& m_db;
+};
+
+std::vector<MailPolicy::Entity> entitiesIn(StoreConnection& db) {
+  std::vector<MailPolicy::Entity> entities;
+  for (Row& row : db.rows("SELECT id, name FROM entity WHERE type = 6 ORDER BY id", {"id", "name"})) {
+    entities.push_back({numberIn<unsigned int>(row[0]), textIn(row[1])});
+  }
+  return entities;
+}
+
+void readMembers(StoreConnection& db, std::vector<MailPolicy::Group>& groups) {
+  std::unordered_map<unsigned int, MailPolicy::Group*> places;
+  for (MailPolicy::Group& group : groups) {
+    places[group.id] = &group;
+  }
+  // Behind the last that was read, so that the database finds each piece by its key.
+  for (std::string behind;;) {
+    auto rows = db.rows("SELECT group_id, position, address FROM address_group_member" + behind +
+                            " ORDER BY group_id, position LIMIT " + std::to_string(kMembersAtOnce),
+                        {"group_id", "position", "address"});
+    for (Row& row : rows) {
+      places.at(numberIn<unsigned int>(row[0]))->members.push_back(textIn(row[2]));
+    }
+    if (rows.size() < kMembersAtOnce) {
+      return;
+    }
+    behind = " WHERE (group_id, position) > (" + rows.back()[0].value_or("") + ", " + rows.back()[1].value_or("") + ")";
+  }
+}
+
+std::vector<MailPolicy::Group> groupsIn(StoreConnection& db) {
+  std::vector<MailPolicy::Group> groups;
+  for (Row& row : db.rows("SELECT id, name FROM named_object WHERE type = 5 ORDER BY id", {"id", "name"})) {
+    groups.push_back({numberIn<unsigned int>(row[0]), textIn(row[1]), {}});
+  }
+  readMembers(db, groups);
+  return groups;
+}
+
+std::vector<MailPolicy::Object> objectsIn(StoreConnection& db) {
+  std::vector<MailPolicy::Object> objects;
+  for (Row& row : db.rows("SELECT id, type, name, content FROM named_object WHERE type <> 5 ORDER BY id",
+                          {"id", "type", "name", "content"})) {
+    objects.push_back({numberIn<unsigned int>(row[0]), numberIn<int>(row[1]), textIn(row[2]), textIn(row[3])});
+  }
+  return objects;
+}
+
+MailPolicy::FilterOrder filterOrderIn(StoreConnection& db) {
+  MailPolicy::FilterOrder order;
+  order.manual = db.value("SELECT value FROM global_setting WHERE section = 'email-scan' AND name = 'manualRuleOrder'",
+                          "value") == "on";
+  for (Row& row : db.rows("SELECT rule_order, filter_id, filter_type FROM manual_rule_order ORDER BY rule_order",
+                          {"rule_order", "filter_id", "filter_type"})) {
+    order.groups.push_back({numberIn<int>(row[0]), numberIn<int>(row[1]), textIn(row[2])});
+  }
+  return order;
+}
+
+}  // namespace
+
+MailPolicy loadMailPolicy(StoreConnection& db) {
+  const ReadTransaction transaction(db);
+  db.requireOwnSchema();
+  MailPolicy policy;
+  policy.version = storedPolicyVersion(db);
+  policy.rules = storedRules(db);
+  policy.entities = entitiesIn(db);
+  policy.groups = groupsIn(db);
+  policy.objects = objectsIn(db);
+  policy.filterOrder = filterOrderIn(db);
+  return policy;
+}
+
+std::vector<MailPolicy::Rule> storedRules(StoreConnection& db) {
+  std::vector<MailPolicy::Rule> rules;
+  for (Row& row : db.rows("SELECT id, name, position, enabled, scope_id, recipients_id, compares, actions, quarantine_id, "
+                          "reply, tag, header_value, address FROM policy_rule ORDER BY position",
+                          {"id", "name", "position", "enabled", "scope_id", "recipients_id", "compares", "actions",
+                           "quarantine_id", "reply", "tag", "header_value", "address"})) {
+    MailPolicy::Rule rule;
+    rule.id = numberIn<unsigned int>(row[0]);
+    rule.name = textIn(row[1]);
+    rule.position = numberIn<unsigned int>(row[2]);
+    rule.enabled = numberIn<int>(row[3]) != 0;
+    rule.scope = idOrNone(row[4]);
+    rule.recipients = idOrNone(row[5]);
+    rule.compare = static_cast<MailPolicy::Compare>(numberIn<int>(row[6]));
+    rule.actions = textIn(row[7]);
+    rule.quarantine = idOrNone(row[8]);
+    rule.reply = textIn(row[9]);
+    rule.tag = textIn(row[10]);
+    rule.headerValue = textIn(row[11]);
+    rule.address = textIn(row[12]);
+    rules.push_back(std::move(rule));
+  }
+  std::unordered_map<unsigned int, MailPolicy::Rule*> places;
+  for (MailPolicy::Rule& rule : rules) {
+    places[rule.id] = &rule;
+  }
+  for (const Row& row : db.rows("SELECT rule_id, group_id, kind FROM policy_rule_list ORDER BY rule_id, position",
+                                {"rule_id", "group_id", "kind"})) {
+    places.at(numberIn<unsigned int>(row[0]))
+        ->lists.push_back({numberIn<unsigned int>(row[1]), numberIn<KxEmailBelongsTo>(row[2])});
+  }
+  return rules;
+}
+
+std::uint64_t storedPolicyVersion(StoreConnection& db) {
+  return numberIn<std::uint64_t>(db.value("SELECT version FROM policy_version", "version"));
+}
