@@ -460,7 +460,8 @@ CREATE TABLE policy_change (
   transaction_id BIGINT NOT NULL PRIMARY KEY
 );
 
-CREATE FUNCTION raise_policy_version () RETURNS TRIGGER LANGUAGE plpgsql AS $$
+CREATE FUNCTION raise_policy_version () RETURNS TRIGGER
+LANGUAGE plpgsql SECURITY DEFINER SET search_path FROM CURRENT AS $$
 BEGIN
   UPDATE policy_version SET version = version + 1;
   DELETE FROM policy_change WHERE transaction_id = NEW.transaction_id;
@@ -472,7 +473,8 @@ CREATE CONSTRAINT TRIGGER policy_change_raises AFTER INSERT ON policy_change DEF
 FOR EACH ROW EXECUTE FUNCTION raise_policy_version();
 
 -- For a statement with its changed rows.
-CREATE FUNCTION note_policy_change () RETURNS TRIGGER LANGUAGE plpgsql AS $$
+CREATE FUNCTION note_policy_change () RETURNS TRIGGER
+LANGUAGE plpgsql SECURITY DEFINER SET search_path FROM CURRENT AS $$
 BEGIN
   IF EXISTS (SELECT 1 FROM changed) THEN
     INSERT INTO policy_change (transaction_id) VALUES (txid_current()) ON CONFLICT DO NOTHING;
@@ -482,7 +484,8 @@ END
 $$;
 
 -- For a statement without, and for one row.
-CREATE FUNCTION note_any_policy_change () RETURNS TRIGGER LANGUAGE plpgsql AS $$
+CREATE FUNCTION note_any_policy_change () RETURNS TRIGGER
+LANGUAGE plpgsql SECURITY DEFINER SET search_path FROM CURRENT AS $$
 BEGIN
   INSERT INTO policy_change (transaction_id) VALUES (txid_current()) ON CONFLICT DO NOTHING;
   RETURN NULL;

@@ -1,0 +1,272 @@
+// Rules that decide mail: making, changing and asking them, within the boundary of an administrator. In the sample
+// sales-admin has the wildcard groups *@sales.example.test and *@*.sales.example.test, sees the address groups "Sales
+// team" and "Partners", and the area "Sales quarantine".
+#include <nlohmann/json.hpp>
+
+#include "programs/ProgramTest.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using zarotest::linesOf;
+using zarotest::ProgramResult;
+
+using Json = nlohmann::json;
+using Words = std::vector<std::string>;
+
+class Rule : public zarotest::SampleInstallation {
+ protected:
+  ProgramResult runAs(const std::string& admin, const Words& words) const {
+    Words command = {"rule"};
+    command.insert(command.end(), words.begin(), words.end());
+    command.insert(command.end(), {"--as", admin});
+    return run(command);
+  }
+  ProgramResult mustRunAs(const std::string& admin, const Words& words) const {
+    ProgramResult result = runAs(admin, words);
+    EXPECT_EQ(result.status, 0) << testing::PrintToString(words) << result.err;
+    return result;
+  }
+  Json recordAs(const std::string& admin, Words words) const {
+    words.emplace_back("--json");
+    return Json::parse(mustRunAs(admin, words).out);
+  }
+  std::string id(const std::string& object) const {
+    return value("SELECT id FROM named_object WHERE name = '" + object + "'");
+  }
+  std::string version() const { return value("SELECT version FROM policy_version"); }
+  // Rules by position.
+  std::string order() const {
+    std::string text;
+    for (const auto& row : session()->rows("SELECT position, name FROM policy_rule ORDER BY position")) {
+      text += row[0].value_or("") + " " + row[1].value_or("") + "; ";
+    }
+    return text;
+  }
+  void addBlock(const std::string& name, const Words& more = {}) const {
+    Words words = {"add", "--for", "*@*.sales.example.test", "--list", "Partners:block", "--action", "Delete"};
+    words.insert(words.end(), more.begin(), more.end());
+    words.push_back(name);
+    mustRunAs("sales-admin", words);
+  }
+};
+
+TEST_P(Rule, isMadeWithEveryField) {
+  const std::string before = version();
+  const Json rule = recordAs("sales-admin", {"add",
+                                             "--for",
+                                             "*@*.sales.example.test",
+                                             "--recipients",
+                                             "Sales team",
+                                             "--list",
+                                             "Partners:block",
+                                             "--list",
+                                             "Sales team:8",
+                                             "--compare",
+                                             "both",
+                                             "--action",
+                                             "Delete,Quarantine",
+                                             "--action",
+                                             "SubjectTagging,InsertXHeaderTag,Bcc",
+                                             "--quarantine",
+                                             id("Sales quarantine"),
+                                             "--reply",
+                                             "it's full",
+                                             "--tag",
+                                             "[x]",
+                                             "--header-value",
+                                             "v",
+                                             "--address",
+                                             "a@b.test",
+                                             "--disabled",
+                                             "--position",
+                                             "1",
+                                             "All"});
+  EXPECT_EQ(rule["name"], "All");
+  EXPECT_EQ(rule["position"], 1);
+  EXPECT_EQ(rule["enabled"], false);
+  EXPECT_EQ(rule["for"], "*@*.sales.example.test");
+  EXPECT_EQ(rule["recipients"], "Sales team");
+  EXPECT_EQ(rule["lists"], Json({"Partners:block", "Sales team:weak-allow"}));
+  EXPECT_EQ(rule["compare"], "both");
+  EXPECT_EQ(rule["bitmap"], "11000000100011000");
+  EXPECT_EQ(rule["area"], "Sales quarantine");
+  EXPECT_EQ(rule["reply"], "it's full");
+  EXPECT_EQ(rule["tag"], "[x]");
+  EXPECT_EQ(rule["header_value"], "v");
+  EXPECT_EQ(rule["address"], "a@b.test");
+  EXPECT_EQ(order(), "1 All; 2 Hold confidential mail to partners; 3 Deliver builds at once; ");
+  EXPECT_EQ(std::stoi(version()), std::stoi(before) + 1);
+  Json shown = recordAs("sales-admin", {"show", "All"});
+  EXPECT_EQ(shown, rule);
+  EXPECT_EQ(recordAs("sales-admin", {"show", "--id", std::to_string(rule["id"].get<int>())}), rule);
+  // What it uses stays.
+  EXPECT_NE(run({"group", "remove", "Sales team"}).status, 0);
+}
+
+TEST_P(Rule, changesWhatOptionsNameAndNothingElse) {
+  addBlock("One", {"--reply", "no"});
+  const std::string rest = order();
+  Json rule = recordAs("sales-admin", {"modify", "One", "--name", "Two", "--list", "Sales team:allow", "--disabled"});
+  EXPECT_EQ(rule["name"], "Two");
+  EXPECT_EQ(rule["lists"], Json({"Sales team:allow"}));
+  EXPECT_EQ(rule["enabled"], false);
+  EXPECT_EQ(rule["reply"], "no");
+  EXPECT_EQ(rule["bitmap"], "10000000000000000");
+  EXPECT_EQ(value("SELECT count(*) FROM policy_rule_object WHERE rule_id > 2"), "1");
+  rule = recordAs("sales-admin", {"modify", "Two", "--list", "", "--action", "", "--reply", "", "--enabled"});
+  EXPECT_EQ(rule["lists"], Json::array());
+  EXPECT_EQ(rule["bitmap"], "00000000000000000");
+  EXPECT_EQ(rule["reply"], "");
+  EXPECT_EQ(rule["enabled"], true);
+  mustRunAs("sales-admin", {"remove", "Two"});
+  EXPECT_EQ(order(), "1 Hold confidential mail to partners; 2 Deliver builds at once; ");
+  EXPECT_EQ(value("SELECT count(*) FROM policy_rule_object"), "3");
+}
+
+TEST_P(Rule, movesBeforeTheRuleThatHasThePlace) {
+  addBlock("One");
+  addBlock("Two");
+  mustRunAs("sales-admin", {"move", "Two", "--position", "1"});
+  EXPECT_EQ(order(), "1 Two; 2 Hold confidential mail to partners; 3 Deliver builds at once; 4 One; ");
+  mustRunAs("sales-admin", {"move", "Two", "--position", "4"});
+  EXPECT_EQ(order(), "2 Hold confidential mail to partners; 3 Deliver builds at once; 4 Two; 5 One; ");
+  mustRunAs("sales-admin", {"move", "Two", "--position", "9"});
+  EXPECT_EQ(order(), "2 Hold confidential mail to partners; 3 Deliver builds at once; 5 One; 9 Two; ");
+}
+
+struct Refusal {
+  const char* label;
+  Words words;
+  std::string told;
+};
+
+TEST_P(Rule, refusesWhatIsBeyondTheBoundaryOrMakesNoSense) {
+  addBlock("Mine");
+  const Words scope = {"--for", "*@sales.example.test"};
+  const auto add = [&](Words words, bool isScoped = true) {
+    words.insert(words.begin(), "add");
+    if (isScoped) {
+      words.insert(words.end(), scope.begin(), scope.end());
+    }
+    words.emplace_back("New");
+    return words;
+  };
+  const Refusal kRefusals[] = {
+      {"no scope", add({}, false), "--for ENTITY or --for-all"},
+      {"for all", add({"--for-all"}, false), "only the administration root may"},
+      {"somebody else's scope", add({"--for", "*@example.org"}, false), "may not make rules for \"*@example.org\""},
+      {"a wider scope", add({"--for", "*@*.example.test"}, false), "may not make rules for \"*@*.example.test\""},
+      {"no scope at all", add({"--for", "*@nowhere.test"}, false), "no wildcard managing group named"},
+      {"no wildcard group", add({"--for", "Headquarters"}, false), "no wildcard managing group named"},
+      {"group that is not seen", add({"--list", "Board:block"}), "sees no address group named \"Board\""},
+      {"recipients that are not seen", add({"--recipients", "Board"}), "sees no address group named \"Board\""},
+      {"area that is not seen", add({"--quarantine", id("Customer quarantine")}), "sees no quarantine area"},
+      {"no kind", add({"--list", "Partners"}), "is not GROUP:KIND"},
+      {"unknown kind", add({"--list", "Partners:3"}), "is not GROUP:KIND"},
+      {"what no filter can do", add({"--action", "Stamped"}), "a mail filter cannot do Stamped"},
+      {"unknown action", add({"--action", "Explode"}), "\"Explode\" is no action"},
+      {"Quarantine without an area", add({"--action", "Quarantine"}), "Quarantine needs a quarantine area"},
+      {"Bcc without an address", add({"--action", "Bcc"}), "Bcc needs an address"},
+      {"no address", add({"--address", "*@b.test"}), "is no address"},
+      {"line break in a reply", add({"--reply", "a\nb"}), "holds control characters"},
+      {"position nought", add({"--position", "0"}), "is no number from 1"},
+      {"no comparison", add({"--compare", "neither"}), "is neither envelope, nor header, nor both"},
+      {"name that is taken", {"modify", "Mine", "--name", "Mine too", "--action", "Bcc"}, "Bcc needs an address"},
+      {"no rule", {"show", "Nothing"}, "sees no rule \"Nothing\""},
+      {"somebody else's rule", {"remove", "Deliver builds at once"}, "sees no rule"},
+  };
+  const std::string before = version();
+  for (const Refusal& refusal : kRefusals) {
+    const ProgramResult result = runAs("sales-admin", refusal.words);
+    EXPECT_NE(result.status, 0) << refusal.label;
+    EXPECT_THAT(result.err, HasSubstr(refusal.told)) << refusal.label;
+    EXPECT_THAT(result.out, IsEmpty()) << refusal.label;
+  }
+  EXPECT_EQ(version(), before);
+}
+
+TEST_P(Rule, isSeenByWhomeverItsScopeBelongsTo) {
+  addBlock("Sales");
+  mustRunAs("admin", {"add", "--for-all", "--list", "Board:allow", "All"});
+  mustRunAs("admin", {"add", "--for", "*@sales.example.test", "--list", "Board:block", "From above"});
+  const auto names = [&](const std::string& admin) {
+    std::vector<std::string> found;
+    for (const Json& rule : recordAs(admin, {"list"})) {
+      found.push_back(rule["name"].get<std::string>() + (rule["modifiable"].get<bool>() ? "" : " (reading)"));
+    }
+    return found;
+  };
+  EXPECT_THAT(names("sales-admin"), ElementsAre("Sales", "From above (reading)"));
+  EXPECT_THAT(names("engineering-admin"), IsEmpty());
+  EXPECT_EQ(names("admin").size(), 5u);
+  EXPECT_EQ(recordAs("sales-admin", {"show", "From above"})["lists"], Json({"(not seen):block"}));
+  for (const Words& words :
+       {Words{"modify", "From above", "--disabled"}, {"remove", "From above"}, {"move", "From above", "--position", "1"}}) {
+    EXPECT_THAT(runAs("sales-admin", words).err, HasSubstr("may not change the rule \"From above\""));
+  }
+}
+
+TEST_P(Rule, tellsWhyMailIsDecided) {
+  addBlock("Sales", {"--reply", "not you"});
+  mustRunAs("admin", {"add", "--for-all", "--list", "Partners:weak-allow", "--list", "Board:block", "All"});
+  const auto why = [&](const Words& more) {
+    Words words = {"rule", "why", "--json"};
+    words.insert(words.end(), more.begin(), more.end());
+    return Json::parse(run(words).out);
+  };
+  Json told = why({"X@example.com", "<ann@north.sales.example.test>"});
+  EXPECT_EQ(told["sender"], "x@example.com");
+  EXPECT_EQ(told["recipient"], "ann@north.sales.example.test");
+  EXPECT_EQ(std::to_string(told["version"].get<int>()), version());
+  ASSERT_EQ(told["rules"].size(), 2u);
+  EXPECT_EQ(told["rules"][0]["rule"], "Sales");
+  ASSERT_EQ(told["patterns"].size(), 2u);
+  EXPECT_EQ(told["patterns"][0]["pattern"], "*@example.com");
+  EXPECT_EQ(told["patterns"][0]["kind"], "block");
+  EXPECT_EQ(told["patterns"][0]["list"], "Partners");
+  EXPECT_EQ(told["patterns"][0]["weight"], 4003);
+  EXPECT_EQ(told["patterns"][1]["rule"], "All");
+  EXPECT_EQ(told["decision"]["code"], 2);
+  EXPECT_EQ(told["decision"]["rule"], "Sales");
+  EXPECT_EQ(told["decision"]["done"], "550 5.7.1 not you");
+
+  // Elsewhere only the rule for all is asked.
+  told = why({"x@example.com", "ann@engineering.example.test"});
+  EXPECT_EQ(told["decision"]["code"], 1);
+  EXPECT_EQ(told["decision"]["rule"], "All");
+  const ProgramResult nothing = run({"rule", "why", "x@nowhere.test", "ann@engineering.example.test"});
+  EXPECT_EQ(nothing.status, 1);
+  EXPECT_THAT(nothing.out, HasSubstr("passes: no rule decides"));
+
+  // What an administrator does not see is counted, and nothing more.
+  told = why({"--as", "sales-admin", "chair@example.test", "ann@north.sales.example.test"});
+  EXPECT_EQ(told["rules"].size(), 1u);
+  EXPECT_EQ(told["hidden_rules"], 1);
+  EXPECT_EQ(told["patterns"], Json::array());
+  EXPECT_EQ(told["decision"], Json({{"done", "decided by a rule that is not seen"}}));
+}
+
+TEST_P(Rule, asksForTheHeaderWhereARuleComparesIt) {
+  addBlock("Header", {"--compare", "header"});
+  const auto decision = [&](const Words& more) {
+    Words words = {"rule", "why", "--json"};
+    words.insert(words.end(), more.begin(), more.end());
+    words.insert(words.end(), {"<>", "ann@north.sales.example.test"});
+    return Json::parse(run(words).out)["decision"];
+  };
+  EXPECT_EQ(decision({})["done"], "awaits the header's From");
+  EXPECT_EQ(decision({"--header-from", "x@example.com"})["by"], "header");
+}
+
+TEST_P(Rule, patternsWithoutADomainCanBeMembers) {
+  EXPECT_EQ(run({"group", "modify", "Sales team", "--add", "<>", "--add", "*"}).status, 0);
+  EXPECT_THAT(run({"group", "modify", "Sales team", "--add", "user"}).err, HasSubstr("has no @"));
+}
+
+ZARO_ON_EVERY_DATABASE(Rule);
+
+}  // namespace
