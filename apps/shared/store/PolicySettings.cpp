@@ -120,7 +120,7 @@ using FindRule = const Rule* (*)(const std::string& key);
 template <typename SectionOf>
 ReadSettings compare(SettingReader reader, const Answer& answer, const Settings& stored, FindRule findRule,
                      SectionOf sectionOf) {
-  ReadSettings read{{}, answer.code};
+  ReadSettings read{{}, answer.code, ""};
   bool reached = true;
   for (const auto& [key, value] : answer.values) {
     const KnownSetting& known = findKey(reader, key);
@@ -180,6 +180,9 @@ std::string whyNoWord(SettingKind kind, const std::string& text) {
 }
 
 std::string whyUnreadable(const char* reader, const ReadSettings& read) {
+  if (!read.unusable.empty()) {
+    return std::string(reader) + " cannot use its settings: " + read.unusable;
+  }
   std::string why = zaroruntime::lastFailure();
   for (const ReadSetting& setting : read.settings) {
     if (setting.stored == nullptr) {

@@ -1,4 +1,4 @@
-// What policy servers and clients make of the stored settings.
+// What policy servers and clients make of the stored settings; FilterSettings.h has the mail filter's.
 #pragma once
 
 #include <string>
@@ -24,7 +24,10 @@ struct ReadSetting {
 
 struct ReadSettings {
   std::vector<ReadSetting> settings;  // in the order in which they are read
-  unsigned int code;                  // the library's answer
+  unsigned int code;                  // the library's answer; 0 where the library does not read them
+  std::string unusable;               // why the reader cannot use one of them; empty when it can, or the library says
+
+  bool isComplete() const { return code == 0 && unusable.empty(); }
 };
 
 // Both have the library read, which looks at the installation's settings anew; `stored` tells where values come from.
@@ -34,7 +37,7 @@ ReadSettings readAsClient(const zaroruntime::Settings& stored);
 // Why a text is none of the two words of a setting, in any letter case; empty when it is one, and for other kinds.
 std::string whyNoWord(SettingKind kind, const std::string& text);
 
-// Why `reader` cannot go on with what it read, in one line with the library's code.
+// Why `reader` cannot go on with what it read, in one line, with the library's code if it has one.
 std::string whyUnreadable(const char* reader, const ReadSettings& read);
 
 // Says on standard error that the file answers alone, if it does.

@@ -5,6 +5,7 @@
 constexpr const char* kServerSection = "policy_server";
 constexpr const char* kClientSection = "policy_client";
 constexpr const char* kLdapSection = "LDAP";
+constexpr const char* kFilterSection = "mail_filter";
 constexpr const char* kCacheTtl = "ldap_cache_TTL_minutes";
 
 enum class SettingSection {
@@ -12,6 +13,7 @@ enum class SettingSection {
   Client,
   Ldap,
   Cache,  // has the name that the LDAP settings choose
+  Filter,
 };
 
 enum class SettingKind {
@@ -21,9 +23,10 @@ enum class SettingKind {
   Protocol,
   Host,
   LdapNumber,
+  FilterValue,  // by the rules in FilterSettings.cpp
 };
 
-enum class SettingReader { Server, Client, Both };
+enum class SettingReader { Server, Client, Both, Filter };
 
 struct KnownSetting {
   SettingSection section;
@@ -49,6 +52,21 @@ inline constexpr KnownSetting kSettingTable[] = {
     {SettingSection::Client, "send_timeout_secs", SettingKind::ClientNumber, SettingReader::Client, false},
     {SettingSection::Ldap, "enabled_server", SettingKind::LdapNumber, SettingReader::Server, false},
     {SettingSection::Ldap, "access_type", SettingKind::LdapNumber, SettingReader::Server, false},
+    {SettingSection::Filter, "socket", SettingKind::FilterValue, SettingReader::Filter, false},
+    {SettingSection::Filter, "socket_mode", SettingKind::FilterValue, SettingReader::Filter, false},
+    {SettingSection::Filter, "socket_group", SettingKind::FilterValue, SettingReader::Filter, false},
+    {SettingSection::Filter, "policy_socket", SettingKind::FilterValue, SettingReader::Filter, false},
+    {SettingSection::Filter, "on_failure", SettingKind::FilterValue, SettingReader::Filter, false},
+    {SettingSection::Filter, "shadow", SettingKind::FilterValue, SettingReader::Filter, false},
+    {SettingSection::Filter, "poll_secs", SettingKind::FilterValue, SettingReader::Filter, false},
+    {SettingSection::Filter, "header", SettingKind::FilterValue, SettingReader::Filter, false},
+    {SettingSection::Filter, "delimiter", SettingKind::FilterValue, SettingReader::Filter, false},
+    {SettingSection::Filter, "strip_batv", SettingKind::FilterValue, SettingReader::Filter, false},
+    {SettingSection::Filter, "strip_srs", SettingKind::FilterValue, SettingReader::Filter, false},
+    {SettingSection::Filter, "exempt_authenticated", SettingKind::FilterValue, SettingReader::Filter, false},
+    {SettingSection::Filter, "metrics", SettingKind::FilterValue, SettingReader::Filter, false},
+    {SettingSection::Filter, "source", SettingKind::FilterValue, SettingReader::Filter, false},
+    {SettingSection::Filter, "state_dir", SettingKind::FilterValue, SettingReader::Filter, false},
 };
 
 // Null for the section of the LDAP cache.
@@ -60,6 +78,8 @@ constexpr const char* nameOf(SettingSection section) {
       return kClientSection;
     case SettingSection::Ldap:
       return kLdapSection;
+    case SettingSection::Filter:
+      return kFilterSection;
     case SettingSection::Cache:
       break;
   }
@@ -67,5 +87,6 @@ constexpr const char* nameOf(SettingSection section) {
 }
 
 constexpr bool isReadBy(const KnownSetting& setting, SettingReader reader) {
-  return setting.reader == reader || setting.reader == SettingReader::Both;
+  const bool byBoth = setting.reader == SettingReader::Both && reader != SettingReader::Filter;
+  return setting.reader == reader || byBoth;
 }

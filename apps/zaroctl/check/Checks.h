@@ -24,7 +24,7 @@ std::optional<zaroruntime::DatabaseSettings> checkDatabaseSettings(const zarorun
                                                                    Findings& findings);
 // config/zaro.ini.
 void checkPolicySettings(const zaroruntime::Installation& installation, Findings& findings);
-// Whether the settings' two layers hold the same; for a database that answers.
+// Whether the settings' two layers hold the same, and the mail filter can use its own; for a database that answers.
 void checkSettingLayers(const zaroruntime::Installation& installation, const CheckedDatabase& database,
                         Findings& findings);
 // The display language, and the display strings of every language.

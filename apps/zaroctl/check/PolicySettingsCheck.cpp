@@ -6,6 +6,7 @@
 #include "ZaroRuntime/SettingsStore.h"
 #include "check/Checks.h"
 #include "console/Text.h"
+#include "store/FilterSettings.h"
 
 using zaroruntime::IniFile;
 using zaroruntime::RuntimeError;
@@ -66,5 +67,12 @@ void checkSettingLayers(const zaroruntime::Installation& installation, const Che
                          ", which counts on this host: " + differences + "; zaroctl settings set KEY=VALUE writes both");
     }
     return "database " + database.name + ": holds nothing else than the file";
+  });
+  findings.check("mail filter settings", [&] {
+    const ReadSettings read = readAsFilter(*settings);
+    if (!read.isComplete()) {
+      throw RuntimeError(whyUnreadable("the mail filter", read));
+    }
+    return std::string("usable");
   });
 }

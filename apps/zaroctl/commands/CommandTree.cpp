@@ -27,7 +27,7 @@ constexpr GroupRow kGroups[] = {
     {"rules", "The order of rule filters"},
     {"schema", "The version of the database's schema"},
     {"servers", "Registered policy servers"},
-    {"settings", "Settings of policy servers and their clients"},
+    {"settings", "Settings of policy servers, their clients and the mail filter"},
 };
 // clang-format on
 

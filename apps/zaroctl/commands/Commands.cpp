@@ -50,6 +50,7 @@ constexpr void (*kCommands[])(CommandTree&) = {
     addLint,
     addSettingsServer,
     addSettingsClient,
+    addSettingsFilter,
     addSettingsSet,
     addServersList,
     addServersAdd,

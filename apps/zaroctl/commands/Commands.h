@@ -62,6 +62,7 @@ void addServersAdd(CommandTree& tree);
 void addServersList(CommandTree& tree);
 void addServersRemove(CommandTree& tree);
 void addSettingsClient(CommandTree& tree);
+void addSettingsFilter(CommandTree& tree);
 void addSettingsServer(CommandTree& tree);
 void addSettingsSet(CommandTree& tree);
 

@@ -18,6 +18,7 @@
 #include "console/Text.h"
 #include "console/UsageError.h"
 #include "store/Database.h"
+#include "store/FilterSettings.h"
 #include "store/PolicySettings.h"
 
 using zaroruntime::FailureKind;
@@ -75,6 +76,8 @@ std::string whyNoValue(const KnownSetting& setting, const std::string& text) {
       return whyNoWord(setting.kind, text);
     case SettingKind::Host:
       return judgeHost(text);
+    case SettingKind::FilterValue:
+      return whyNoFilterValue(setting.key, text);
     case SettingKind::LdapNumber:
       break;
   }
@@ -254,15 +257,19 @@ bool isClients(const KnownSetting& setting) {
   return setting.section == SettingSection::Client;
 }
 
+bool isFilters(const KnownSetting& setting) {
+  return setting.section == SettingSection::Filter;
+}
+
 bool isServers(const KnownSetting& setting) {
-  return !isClients(setting);
+  return !isClients(setting) && !isFilters(setting);
 }
 
 bool isLdap(const KnownSetting& setting) {
   return setting.section == SettingSection::Ldap;
 }
 
-// What server and client make of each setting, by section and key. A reader that can no longer read is a failure if it
+// What their readers make of each setting, by section and key. A reader that can no longer read is a failure if it
 // is one of those whose settings are changed.
 Values valuesRead(const Settings& stored, const std::vector<Change>& changes, std::vector<std::string>& failures) {
   Values values;
@@ -270,12 +277,13 @@ Values valuesRead(const Settings& stored, const std::vector<Change>& changes, st
     for (const ReadSetting& setting : read.settings) {
       values.emplace(std::make_pair(setting.section, setting.key), setting.value);
     }
-    if (read.code != ZaroErrC::Success && concerned) {
+    if (!read.isComplete() && concerned) {
       failures.push_back(whyUnreadable(reader, read));
     }
   };
   add("a policy server", readAsServer(stored), changesSection(changes, isServers));
   add("a client", readAsClient(stored), changesSection(changes, isClients));
+  add("the mail filter", readAsFilter(stored), changesSection(changes, isFilters));
   return values;
 }
 
@@ -376,10 +384,12 @@ ExitCode setSettings(Output& out, const std::vector<std::string>& arguments) {
 
 void addSettingsSet(CommandTree& tree) {
   const auto arguments = std::make_shared<std::vector<std::string>>();
-  CLI::App* command = tree.add("settings set", "Set settings of policy servers, clients and LDAP look-ups",
-                               {"zaroctl settings set threads=32 max_threads=128",
-                                "zaroctl settings set policy_client.recv_timeout_secs=30 host=policy.example.test"},
-                               [arguments](Output& out) { return setSettings(out, *arguments); });
+  CLI::App* command =
+      tree.add("settings set", "Set settings of policy servers, clients, the mail filter and LDAP look-ups",
+               {"zaroctl settings set threads=32 max_threads=128",
+                "zaroctl settings set policy_client.recv_timeout_secs=30 host=policy.example.test",
+                "zaroctl settings set mail_filter.shadow=yes"},
+               [arguments](Output& out) { return setSettings(out, *arguments); });
   command->add_option("KEY=VALUE", *arguments, "What to set; the key may have its section before it: SECTION.KEY=VALUE")
       ->required()
       ->type_name("");

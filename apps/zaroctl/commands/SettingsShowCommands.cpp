@@ -1,7 +1,8 @@
-// settings server, settings client
+// settings server, settings client, settings filter
 #include "commands/CommandTree.h"
 #include "commands/Commands.h"
 #include "console/Text.h"
+#include "store/FilterSettings.h"
 #include "store/PolicySettings.h"
 
 namespace {
@@ -40,7 +41,7 @@ ExitCode show(Output& out, const char* reader, ReadSettings (*read)(const zaroru
   out.rows(
       {{"section", "SECTION"}, {"key", "KEY"}, {"value", "VALUE"}, {"stored", "STORED"}, {"from", "FROM"}, {"note", "NOTE"}},
       rows);
-  if (found.code != 0) {
+  if (!found.isComplete()) {
     diagnose(whyUnreadable(reader, found));
     return ExitCode::Configuration;
   }
@@ -59,4 +60,10 @@ void addSettingsClient(CommandTree& tree) {
   tree.add("settings client", "Show the settings that a client of a policy server on this host reads",
            {"zaroctl settings client", "zaroctl settings client --json"},
            [](Output& out) { return show(out, "a client", readAsClient); });
+}
+
+void addSettingsFilter(CommandTree& tree) {
+  tree.add("settings filter", "Show the settings that the mail filter on this host reads",
+           {"zaroctl settings filter", "zaroctl settings filter --json"},
+           [](Output& out) { return show(out, "the mail filter", readAsFilter); });
 }

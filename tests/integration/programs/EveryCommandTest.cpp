@@ -94,6 +94,7 @@ const std::vector<CommandRow> kCommands = {
     {{"lint"}, {"group:Board"}, ""},
     {{"settings", "server"}, {}, ""},
     {{"settings", "client"}, {}, ""},
+    {{"settings", "filter"}, {}, ""},
     {{"settings", "set"}, {"threads=8"}, ""},
     {{"servers", "list"}, {}, ""},
     {{"servers", "add"}, {"9", "192.0.2.9", "15505"}, ""},

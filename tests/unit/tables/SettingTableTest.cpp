@@ -136,6 +136,8 @@ const char* shown(SettingReader reader) {
       return "server";
     case SettingReader::Client:
       return "client";
+    case SettingReader::Filter:
+      return "filter";
     case SettingReader::Both:
       break;
   }

@@ -1,0 +1,276 @@
+#include "store/FilterSettings.h"
+
+#include <arpa/inet.h>
+#include <strings.h>
+#include <sys/un.h>
+
+#include <algorithm>
+#include <array>
+#include <iterator>
+
+#include "ZaroRuntime/RuntimeError.h"
+#include "console/Text.h"
+
+using zaroruntime::RuntimeError;
+using zaroruntime::Setting;
+using zaroruntime::Settings;
+
+namespace {
+
+// --- Why a text is no value; each answers an empty text when it is one ---
+
+bool isNumericAddress(const std::string& text, int family) {
+  std::array<unsigned char, sizeof(in6_addr)> address = {};
+  return inet_pton(family, text.c_str(), address.data()) == 1;
+}
+
+bool isPort(const std::string& text) {
+  constexpr long long kHighestPort = 65535;
+  const auto number = decimalNumber(text);
+  return number && *number >= 1 && *number <= kHighestPort;
+}
+
+std::string judgePath(const std::string& path) {
+  return path.empty() || !isPlainText(path) ? "not a path" : "";
+}
+
+std::string judgeSocket(const std::string& text) {
+  const std::string unixBegin = "unix:";
+  const std::string inetBegin = "inet:";
+  if (text.compare(0, unixBegin.size(), unixBegin) == 0) {
+    const std::string path = text.substr(unixBegin.size());
+    return path.size() >= sizeof(sockaddr_un::sun_path) ? "a path that is too long for a socket" : judgePath(path);
+  }
+  const std::size_t at = text.find('@');
+  if (text.compare(0, inetBegin.size(), inetBegin) != 0 || at == std::string::npos) {
+    return "neither unix:PATH nor inet:PORT@ADDRESS";
+  }
+  const std::string address = text.substr(at + 1);
+  if (!isPort(text.substr(inetBegin.size(), at - inetBegin.size()))) {
+    return "without a port from 1 to 65535";
+  }
+  return isNumericAddress(address, AF_INET) || isNumericAddress(address, AF_INET6) ? "" : "without an IP address";
+}
+
+std::string judgeOptionalSocket(const std::string& text) {
+  return text.empty() ? "" : judgeSocket(text);
+}
+
+std::string judgeMode(const std::string& text) {
+  const bool octal = !text.empty() && text.find_first_not_of("01234567") == std::string::npos;
+  if (!octal || text.size() < 3 || text.size() > 4 || (text.size() == 4 && text[0] != '0')) {
+    return "not a mode of three octal digits";
+  }
+  constexpr unsigned long kOwnersReadAndWrite = 0600;
+  return (std::stoul(text, nullptr, 8) & kOwnersReadAndWrite) != kOwnersReadAndWrite
+             ? "a mode that keeps the filter itself from its socket"
+             : "";
+}
+
+std::string judgeGroup(const std::string& text) {
+  return isPlainText(text) && text.find_first_of(" \t:/") == std::string::npos ? "" : "not the name of a group";
+}
+
+std::string judgeSeconds(const std::string& text) {
+  constexpr long long kLongest = 3600;
+  const auto number = decimalNumber(text);
+  if (!number) {
+    return "not a number";
+  }
+  return *number < 1 ? "below 1" : *number > kLongest ? "above " + std::to_string(kLongest) : "";
+}
+
+// Header fields that mean something else: the filter would take them out of every message.
+constexpr const char* kTakenHeaders[] = {
+    "Authentication-Results",
+    "Bcc",
+    "Cc",
+    "Content-Transfer-Encoding",
+    "Content-Type",
+    "Date",
+    "Delivered-To",
+    "DKIM-Signature",
+    "From",
+    "In-Reply-To",
+    "Message-ID",
+    "MIME-Version",
+    "Received",
+    "References",
+    "Reply-To",
+    "Return-Path",
+    "Sender",
+    "Subject",
+    "To",
+};
+
+std::string judgeHeader(const std::string& text) {
+  constexpr std::size_t kLongest = 64;
+  const bool isName = !text.empty() && std::all_of(text.begin(), text.end(), [](char letter) {
+    return letter > ' ' && letter < 127 && letter != ':';
+  });
+  if (!isName || text.size() > kLongest) {
+    return "not the name of a header field";
+  }
+  const bool taken = std::any_of(std::begin(kTakenHeaders), std::end(kTakenHeaders),
+                                 [&](const char* name) { return strcasecmp(name, text.c_str()) == 0; });
+  return taken ? "a header field with a meaning of its own" : "";
+}
+
+std::string judgeDelimiters(const std::string& text) {
+  constexpr const char* kAllowed = "!#$%&*+-/=^_`{|}~.";
+  constexpr std::size_t kMost = 8;
+  return text.size() > kMost || text.find_first_not_of(kAllowed) != std::string::npos
+             ? "not a few of the characters " + std::string(kAllowed)
+             : "";
+}
+
+std::string judgeMetrics(const std::string& text) {
+  if (text.empty()) {
+    return "";
+  }
+  const std::size_t colon = text.rfind(':');
+  if (colon == std::string::npos || !isPort(text.substr(colon + 1))) {
+    return "not ADDRESS:PORT";
+  }
+  const std::string address = text.substr(0, colon);
+  const bool loopback = address == "[::1]" || (isNumericAddress(address, AF_INET) && address.compare(0, 4, "127.") == 0);
+  return loopback ? "" : "not an address of the loopback interface";
+}
+
+std::string judgeYesOrNo(const std::string& text) {
+  return whyNoWord(SettingKind::YesOrNo, text);
+}
+
+std::string judgeFailure(const std::string& text) {
+  return text == "tempfail" || text == "accept" ? "" : "neither tempfail nor accept";
+}
+
+std::string judgeSource(const std::string& text) {
+  return text == "database" || text == "policy_server" ? "" : "neither database nor policy_server";
+}
+
+struct FilterRow {
+  const char* key;
+  const char* fallback;
+  std::string (*whyNoValue)(const std::string&);
+};
+
+// One for each key of the section in kSettingTable; FilterSettingsTest compares them.
+constexpr FilterRow kFilterRows[] = {
+    {"socket", "unix:run/zarofilterd.sock", judgeSocket},
+    {"socket_mode", "0660", judgeMode},
+    {"socket_group", "", judgeGroup},
+    {"policy_socket", "", judgeOptionalSocket},
+    {"on_failure", "tempfail", judgeFailure},
+    {"shadow", "no", judgeYesOrNo},
+    {"poll_secs", "5", judgeSeconds},
+    {"header", "X-Zaro-Policy", judgeHeader},
+    {"delimiter", "", judgeDelimiters},
+    {"strip_batv", "yes", judgeYesOrNo},
+    {"strip_srs", "no", judgeYesOrNo},
+    {"exempt_authenticated", "yes", judgeYesOrNo},
+    {"metrics", "", judgeMetrics},
+    {"source", "database", judgeSource},
+    {"state_dir", "state", judgePath},
+};
+
+const FilterRow& rowOf(const std::string& key) {
+  return *std::find_if(std::begin(kFilterRows), std::end(kFilterRows),
+                       [&](const FilterRow& row) { return key == row.key; });
+}
+
+std::string unusable(const char* key, const std::string& value, const std::string& wrong) {
+  return "[" + std::string(kFilterSection) + "] " + key + ": " + quoted(value) + " is " + wrong;
+}
+
+// --- Values as the filter uses them ---
+
+class Values {
+ public:
+  Values(const zaroruntime::Installation& installation, const Settings& stored)
+      : m_installation(installation), m_stored(stored) {}
+
+  std::string text(const char* key) const {
+    const Setting* setting = m_stored.find(kFilterSection, key);
+    if (setting == nullptr) {
+      return rowOf(key).fallback;
+    }
+    const std::string wrong = whyNoFilterValue(key, setting->value);
+    if (!wrong.empty()) {
+      throw RuntimeError(unusable(key, setting->value, wrong));
+    }
+    return setting->value;
+  }
+
+  bool isYes(const char* key) const { return strcasecmp(text(key).c_str(), "yes") == 0; }
+
+  // A relative path lies in the installation.
+  std::string path(const std::string& text) const { return text[0] == '/' ? text : m_installation.path(text); }
+
+  std::string socket(const char* key) const {
+    const std::string text = this->text(key);
+    const std::size_t colon = text.find(':');
+    if (text.empty()) {
+      return text;
+    }
+    const std::string rest = text.substr(colon + 1);
+    if (text.compare(0, colon, "unix") != 0) {
+      return (rest.find(':') != std::string::npos ? "inet6:" : "inet:") + rest;
+    }
+    const std::string whole = path(rest);
+    if (whole.size() >= sizeof(sockaddr_un::sun_path)) {
+      throw RuntimeError(unusable(key, whole, "a path that is too long for a socket"));
+    }
+    return "unix:" + whole;
+  }
+
+ private:
+  const zaroruntime::Installation& m_installation;
+  const Settings& m_stored;
+};
+
+}  // namespace
+
+std::string whyNoFilterValue(const std::string& key, const std::string& text) {
+  return rowOf(key).whyNoValue(text);
+}
+
+ReadSettings readAsFilter(const Settings& stored) {
+  ReadSettings read{{}, 0, ""};
+  for (const FilterRow& row : kFilterRows) {
+    ReadSetting setting{kFilterSection, row.key, stored.find(kFilterSection, row.key), row.fallback, ""};
+    if (setting.stored == nullptr) {
+      setting.note = "missing; the default counts";
+    } else if (setting.note = row.whyNoValue(setting.stored->value); setting.note.empty()) {
+      setting.value = setting.stored->value;
+    } else {
+      setting.value = nullptr;
+      if (read.unusable.empty()) {
+        read.unusable = unusable(row.key, setting.stored->value, setting.note);
+      }
+    }
+    read.settings.push_back(std::move(setting));
+  }
+  return read;
+}
+
+FilterSettings filterSettings(const zaroruntime::Installation& installation, const Settings& stored) {
+  const Values values(installation, stored);
+  FilterSettings settings;
+  settings.socket = values.socket("socket");
+  settings.socketMode = static_cast<mode_t>(std::stoul(values.text("socket_mode"), nullptr, 8));
+  settings.socketGroup = values.text("socket_group");
+  settings.policySocket = values.socket("policy_socket");
+  settings.acceptWithoutPolicy = values.text("on_failure") == "accept";
+  settings.shadow = values.isYes("shadow");
+  settings.pollSeconds = static_cast<unsigned int>(*decimalNumber(values.text("poll_secs")));
+  settings.header = values.text("header");
+  settings.delimiters = values.text("delimiter");
+  settings.stripBatv = values.isYes("strip_batv");
+  settings.stripSrs = values.isYes("strip_srs");
+  settings.exemptAuthenticated = values.isYes("exempt_authenticated");
+  settings.metrics = values.text("metrics");
+  settings.fromPolicyServer = values.text("source") == "policy_server";
+  settings.stateDirectory = values.path(values.text("state_dir"));
+  return settings;
+}
