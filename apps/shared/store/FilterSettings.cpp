@@ -11,6 +11,7 @@
 #include "ZaroRuntime/RuntimeError.h"
 #include "console/Text.h"
 
+using zaroruntime::FailureKind;
 using zaroruntime::RuntimeError;
 using zaroruntime::Setting;
 using zaroruntime::Settings;
@@ -197,7 +198,7 @@ class Values {
     }
     const std::string wrong = whyNoFilterValue(key, setting->value);
     if (!wrong.empty()) {
-      throw RuntimeError(unusable(key, setting->value, wrong));
+      throw RuntimeError(unusable(key, setting->value, wrong), FailureKind::Configuration);
     }
     return setting->value;
   }
@@ -219,7 +220,7 @@ class Values {
     }
     const std::string whole = path(rest);
     if (whole.size() >= sizeof(sockaddr_un::sun_path)) {
-      throw RuntimeError(unusable(key, whole, "a path that is too long for a socket"));
+      throw RuntimeError(unusable(key, whole, "a path that is too long for a socket"), FailureKind::Configuration);
     }
     return "unix:" + whole;
   }
@@ -262,13 +263,10 @@ FilterSettings filterSettings(const zaroruntime::Installation& installation, con
   settings.socketGroup = values.text("socket_group");
   settings.policySocket = values.socket("policy_socket");
   settings.acceptWithoutPolicy = values.text("on_failure") == "accept";
-  settings.shadow = values.isYes("shadow");
   settings.pollSeconds = static_cast<unsigned int>(*decimalNumber(values.text("poll_secs")));
-  settings.header = values.text("header");
-  settings.delimiters = values.text("delimiter");
-  settings.stripBatv = values.isYes("strip_batv");
-  settings.stripSrs = values.isYes("strip_srs");
-  settings.exemptAuthenticated = values.isYes("exempt_authenticated");
+  settings.decisions = {values.text("delimiter"),  values.isYes("strip_batv"),
+                        values.isYes("strip_srs"), values.isYes("exempt_authenticated"),
+                        values.isYes("shadow"),    values.text("header")};
   settings.metrics = values.text("metrics");
   settings.fromPolicyServer = values.text("source") == "policy_server";
   settings.stateDirectory = values.path(values.text("state_dir"));

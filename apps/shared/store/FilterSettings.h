@@ -7,6 +7,7 @@
 
 #include "ZaroRuntime/Installation.h"
 #include "ZaroRuntime/SettingsStore.h"
+#include "policy/Decider.h"
 #include "store/PolicySettings.h"
 
 // Values as the filter uses them; paths are absolute.
@@ -16,13 +17,8 @@ struct FilterSettings {
   std::string socketGroup;   // empty: that of the process
   std::string policySocket;  // as `socket`; empty: no policy delegation
   bool acceptWithoutPolicy;
-  bool shadow;
   unsigned int pollSeconds;
-  std::string header;
-  std::string delimiters;
-  bool stripBatv;
-  bool stripSrs;
-  bool exemptAuthenticated;
+  MailFilterOptions decisions;
   std::string metrics;  // ADDRESS:PORT, [ADDRESS]:PORT; empty: none
   bool fromPolicyServer;
   std::string stateDirectory;

@@ -1,0 +1,252 @@
+#include "policy/PolicySnapshot.h"
+
+#include <sodium.h>
+
+#include <algorithm>
+#include <array>
+#include <ctime>
+#include <nlohmann/json.hpp>
+
+#include "ZaroRuntime/RuntimeError.h"
+
+using Json = nlohmann::ordered_json;
+using zaroruntime::FailureKind;
+using zaroruntime::RuntimeError;
+
+namespace {
+
+constexpr int kFormat = 1;
+constexpr std::size_t kMembersALine = 1000;
+
+class Digest {
+ public:
+  Digest() { crypto_hash_sha256_init(&m_state); }
+
+  void add(std::string_view text) {
+    crypto_hash_sha256_update(&m_state, reinterpret_cast<const unsigned char*>(text.data()), text.size());
+  }
+
+  // Once, after everything.
+  std::string hex() {
+    std::array<unsigned char, crypto_hash_sha256_BYTES> bytes = {};
+    crypto_hash_sha256_final(&m_state, bytes.data());
+    std::array<char, 2 * crypto_hash_sha256_BYTES + 1> text = {};
+    return sodium_bin2hex(text.data(), text.size(), bytes.data(), bytes.size());
+  }
+
+ private:
+  crypto_hash_sha256_state m_state;
+};
+
+[[noreturn]] void refuse(const std::string& why) {
+  throw RuntimeError("no whole snapshot of a policy: " + why, FailureKind::Data);
+}
+
+std::string now() {
+  const std::time_t seconds = std::time(nullptr);
+  std::tm utc = {};
+  gmtime_r(&seconds, &utc);
+  std::array<char, 32> text = {};
+  std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &utc);
+  return text.data();
+}
+
+// What the head says of the rest.
+Json totalsOf(const MailPolicy& policy) {
+  std::size_t members = 0;
+  for (const MailPolicy::Group& group : policy.groups) {
+    members += group.members.size();
+  }
+  return {{"rules", policy.rules.size()},
+          {"entities", policy.entities.size()},
+          {"groups", policy.groups.size()},
+          {"members", members},
+          {"objects", policy.objects.size()}};
+}
+
+template <typename Number>
+Json orNull(const std::optional<Number>& number) {
+  return number ? Json(*number) : Json(nullptr);
+}
+
+Json recordOf(const MailPolicy::Rule& rule) {
+  Json lists = Json::array();
+  for (const MailPolicy::List& list : rule.lists) {
+    lists.push_back({list.group, list.kind});
+  }
+  return {{"rule", rule.id},
+          {"name", rule.name},
+          {"position", rule.position},
+          {"enabled", rule.enabled},
+          {"scope", orNull(rule.scope)},
+          {"recipients", orNull(rule.recipients)},
+          {"lists", lists},
+          {"compare", static_cast<int>(rule.compare)},
+          {"actions", rule.actions},
+          {"quarantine", orNull(rule.quarantine)},
+          {"reply", rule.reply},
+          {"tag", rule.tag},
+          {"header_value", rule.headerValue},
+          {"address", rule.address}};
+}
+
+Json recordOf(const MailPolicy::FilterOrder& order) {
+  Json groups = Json::array();
+  for (const MailPolicy::FilterOrder::Group& group : order.groups) {
+    groups.push_back({group.rank, group.filterId, group.filterType});
+  }
+  return {{"order", {{"manual", order.manual}, {"groups", groups}}}};
+}
+
+class Writer {
+ public:
+  explicit Writer(const std::function<void(std::string_view)>& put) : m_put(put) {}
+
+  void line(const Json& value) {
+    const std::string text = value.dump() + "\n";
+    m_digest.add(text);
+    m_put(text);
+  }
+
+  void members(const std::vector<std::string>& all) {
+    for (std::size_t at = 0; at < all.size(); at += kMembersALine) {
+      const auto begin = all.begin() + static_cast<std::ptrdiff_t>(at);
+      const auto end = begin + static_cast<std::ptrdiff_t>(std::min(kMembersALine, all.size() - at));
+      line({{"members", std::vector<std::string>(begin, end)}});
+    }
+  }
+
+  void tail() { m_put(Json{{"sha256", m_digest.hex()}}.dump() + "\n"); }
+
+ private:
+  const std::function<void(std::string_view)>& m_put;
+  Digest m_digest;
+};
+
+// --- Reading ---
+
+template <typename Number>
+std::optional<Number> optionalOf(const Json& value) {
+  return value.is_null() ? std::nullopt : std::optional<Number>(value.get<Number>());
+}
+
+MailPolicy::Rule ruleOf(const Json& line) {
+  MailPolicy::Rule rule;
+  rule.id = line.at("rule");
+  rule.name = line.at("name");
+  rule.position = line.at("position");
+  rule.enabled = line.at("enabled");
+  rule.scope = optionalOf<unsigned int>(line.at("scope"));
+  rule.recipients = optionalOf<unsigned int>(line.at("recipients"));
+  for (const Json& list : line.at("lists")) {
+    rule.lists.push_back({list.at(0), list.at(1)});
+  }
+  rule.compare = static_cast<MailPolicy::Compare>(line.at("compare").get<int>());
+  rule.actions = line.at("actions");
+  rule.quarantine = optionalOf<unsigned int>(line.at("quarantine"));
+  rule.reply = line.at("reply");
+  rule.tag = line.at("tag");
+  rule.headerValue = line.at("header_value");
+  rule.address = line.at("address");
+  return rule;
+}
+
+MailPolicy::FilterOrder orderOf(const Json& line) {
+  MailPolicy::FilterOrder order;
+  order.manual = line.at("manual");
+  for (const Json& group : line.at("groups")) {
+    order.groups.push_back({group.at(0), group.at(1), group.at(2)});
+  }
+  return order;
+}
+
+void take(const Json& line, MailPolicy& policy) {
+  if (line.contains("rule")) {
+    policy.rules.push_back(ruleOf(line));
+  } else if (line.contains("entity")) {
+    policy.entities.push_back({line.at("entity"), line.at("pattern")});
+  } else if (line.contains("group")) {
+    policy.groups.push_back({line.at("group"), line.at("name"), {}});
+  } else if (line.contains("members")) {
+    if (policy.groups.empty()) {
+      refuse("members of no group");
+    }
+    for (const Json& member : line.at("members")) {
+      policy.groups.back().members.push_back(member);
+    }
+  } else if (line.contains("object")) {
+    policy.objects.push_back({line.at("object"), line.at("type"), line.at("name"), line.at("content")});
+  } else {
+    policy.filterOrder = orderOf(line.at("order"));
+  }
+}
+
+MailPolicy read(const std::function<bool(std::string&)>& next) {
+  std::string line;
+  if (!next(line)) {
+    refuse("it is empty");
+  }
+  const Json head = Json::parse(line);
+  if (head.at("format") != kFormat) {
+    refuse("another format");
+  }
+  MailPolicy policy;
+  policy.version = head.at("version");
+  Digest digest;
+  for (;;) {
+    digest.add(line + "\n");
+    if (!next(line)) {
+      refuse("it is cut");
+    }
+    const Json value = Json::parse(line);
+    if (value.contains("sha256")) {
+      if (value.at("sha256") != digest.hex()) {
+        refuse("it was changed");
+      }
+      break;
+    }
+    take(value, policy);
+  }
+  const Json totals = totalsOf(policy);
+  if (!std::all_of(totals.items().begin(), totals.items().end(),
+                   [&](const auto& total) { return head.at(total.key()) == total.value(); })) {
+    refuse("it has other totals than its head says");
+  }
+  return policy;
+}
+
+}  // namespace
+
+void writeSnapshot(const MailPolicy& policy, const std::function<void(std::string_view)>& put) {
+  try {
+    Writer writer(put);
+    Json head = {{"format", kFormat}, {"version", policy.version}, {"made_at", now()}};
+    head.update(totalsOf(policy));
+    writer.line(head);
+    for (const MailPolicy::Rule& rule : policy.rules) {
+      writer.line(recordOf(rule));
+    }
+    for (const MailPolicy::Entity& entity : policy.entities) {
+      writer.line({{"entity", entity.id}, {"pattern", entity.pattern}});
+    }
+    for (const MailPolicy::Group& group : policy.groups) {
+      writer.line({{"group", group.id}, {"name", group.name}});
+      writer.members(group.members);
+    }
+    for (const MailPolicy::Object& object : policy.objects) {
+      writer.line({{"object", object.id}, {"type", object.type}, {"name", object.name}, {"content", object.content}});
+    }
+    writer.line(recordOf(policy.filterOrder));
+    writer.tail();
+  } catch (const Json::exception& failure) {
+    throw RuntimeError(std::string("the policy cannot be written as JSON: ") + failure.what(), FailureKind::Data);
+  }
+}
+
+MailPolicy readSnapshot(const std::function<bool(std::string&)>& next) {
+  try {
+    return read(next);
+  } catch (const Json::exception& failure) {
+    refuse(failure.what());
+  }
+}

@@ -1,0 +1,38 @@
+#include "DecisionDesk.h"
+
+#include <chrono>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+std::string ruleName(const Verdict& verdict) {
+  return verdict.rule != nullptr ? verdict.rule->stored.name : "";
+}
+
+}  // namespace
+
+Verdict DecisionDesk::decide(const PolicyGeneration& generation, const Question& question) const {
+  const Clock::time_point began = Clock::now();
+  const Verdict verdict = Decider(generation, settings.decisions).decide(question);
+  metrics.countDecision(verdict.code, ruleName(verdict), Clock::now() - began);
+  return verdict;
+}
+
+void DecisionDesk::tell(const PolicyGeneration& generation, const std::string& queueId, const Question& question,
+                        const Verdict& verdict, const std::string& done) const {
+  std::string line = logField("queue", queueId.empty() ? "NOQUEUE" : queueId);
+  const auto add = [&](const char* name, const std::string& value) { line += " " + logField(name, value); };
+  add("sender", std::string(question.sender));
+  if (question.headerFrom) {
+    add("from", std::string(*question.headerFrom));
+  }
+  add("recipient", std::string(question.recipient));
+  add("rule", ruleName(verdict));
+  add("pattern", std::string(verdict.pattern));
+  add("code", std::to_string(verdict.code));
+  add("action", keysText(verdict.keys()));
+  add("done", settings.decisions.shadow ? "shadow" : verdict.isExempt ? "exempt" : done);
+  add("generation", std::to_string(generation.version()));
+  log.info(line);
+}

@@ -1,0 +1,143 @@
+#include "Filter.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <thread>
+
+#include "DecisionDesk.h"
+#include "ZaroRuntime/RuntimeError.h"
+#include "delegation/PolicyListener.h"
+#include "installation/Files.h"
+#include "loading/LastGoodPolicy.h"
+#include "loading/PolicyLoader.h"
+#include "metrics/MetricsServer.h"
+#include "milter/MessagesInProgress.h"
+#include "milter/MilterFrontEnd.h"
+#include "service/ServiceManager.h"
+#include "service/Signals.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+using Clock = std::chrono::steady_clock;
+
+constexpr milliseconds kGrace = std::chrono::seconds(30);
+constexpr milliseconds kForTheLastReply = milliseconds(200);
+constexpr milliseconds kBetweenLooks = std::chrono::seconds(1);
+
+std::string madeDirectory(const std::string& directory) {
+  constexpr mode_t kOwnerOnly = 0700;
+  if (mkdir(directory.c_str(), kOwnerOnly) != 0 && errno != EEXIST) {
+    throwErrno(directory, "cannot make the directory of the filter's state");
+  }
+  return directory;
+}
+
+class Filter {
+ public:
+  Filter(const FilterSettings& settings, const FilterLog& log)
+      : m_log(log),
+        m_lock(madeDirectory(settings.stateDirectory)),
+        m_lastGood(settings.stateDirectory),
+        m_loader([&settings] { return makePolicySource(settings); }, m_lastGood,
+                 std::chrono::seconds(settings.pollSeconds), m_metrics, log),
+        m_desk{settings, m_loader.policy(), m_metrics, log} {}
+
+  // Mail servers can connect when this returns.
+  void start() {
+    const FilterSettings& settings = m_desk.settings;
+    if (!settings.metrics.empty()) {
+      m_metricsServer = std::make_unique<MetricsServer>(settings.metrics, m_metrics);
+    }
+    m_loader.start();
+    if (m_loader.policy().current() == nullptr) {
+      m_log.error(std::string("there is no policy: mail is ") +
+                  (settings.acceptWithoutPolicy ? "accepted" : "postponed") + " until there is one");
+    }
+    if (!settings.policySocket.empty()) {
+      m_policyListener = std::make_unique<PolicyListener>(m_desk);
+    }
+    m_milter = std::make_unique<MilterFrontEnd>(m_desk, m_messages);
+    std::thread([this] {
+      m_milterFailed = !m_milter->run();
+      m_signals.raise(Event::MilterEnded);
+    }).detach();
+  }
+
+  // Until the filter is to end; answers the exit status.
+  ExitCode waitForTheEnd() {
+    m_signals.receive();
+    for (;;) {
+      switch (m_signals.wait(kBetweenLooks)) {
+        case Event::Reload:
+          m_loader.requestReload();
+          break;
+        case Event::Stop:
+          return ExitCode::Found;
+        case Event::MilterEnded:
+          if (m_milterFailed) {
+            m_log.error("libmilter failed");
+          }
+          return m_milterFailed ? ExitCode::Unavailable : ExitCode::Found;
+        case Event::None:
+          if (!m_milter->socketFile().isThere()) {
+            // libmilter cannot open it again. Whoever supervises the filter starts it anew.
+            m_log.error(m_milter->socketFile().path() + ": the socket is gone; the filter ends");
+            return ExitCode::TryAgain;
+          }
+      }
+    }
+  }
+
+  void stop() {
+    tellStopping();
+    const Clock::time_point deadline = Clock::now() + kGrace;
+    const auto left = [&] { return std::chrono::duration_cast<milliseconds>(deadline - Clock::now()); };
+    // libmilter would break off messages if it were told to stop. Without the file no further connection comes.
+    m_milter->socketFile().remove();
+    m_policyListener.reset();
+    if (!m_messages.finish(left())) {
+      m_log.warning("messages are still in progress; the mail server will try again");
+    }
+    // libmilter writes the reply to the end of a message behind our back, after the callback.
+    std::this_thread::sleep_for(kForTheLastReply);
+    if (!m_loader.stop(std::max(left(), kBetweenLooks))) {
+      m_log.warning("the policy is still being loaded");
+    }
+    m_metricsServer.reset();
+    m_log.info("ended");
+  }
+
+ private:
+  const FilterLog& m_log;
+  Signals m_signals;  // before the threads, which inherit what is blocked
+  DirectoryLock m_lock;
+  FilterMetrics m_metrics;
+  LastGoodPolicy m_lastGood;
+  PolicyLoader m_loader;
+  DecisionDesk m_desk;
+  MessagesInProgress m_messages;
+  std::unique_ptr<MetricsServer> m_metricsServer;
+  std::unique_ptr<PolicyListener> m_policyListener;
+  std::unique_ptr<MilterFrontEnd> m_milter;
+  std::atomic<bool> m_milterFailed{false};
+};
+
+}  // namespace
+
+void serve(const FilterSettings& settings, const FilterLog& log, const std::function<void()>& onReady) {
+  Filter filter(settings, log);
+  filter.start();
+  log.info("ready: " + settings.socket);
+  tellReady("Ready");
+  onReady();
+  const ExitCode code = filter.waitForTheEnd();
+  filter.stop();
+  _exit(static_cast<int>(code));
+}

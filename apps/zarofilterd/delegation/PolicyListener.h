@@ -1,0 +1,48 @@
+// Policy delegation: answers a mail server that asks about one recipient at a time, on one thread.
+//
+// It refuses and postpones recipients, and nothing more: what is done at the end of a message takes the milter. A
+// recipient that would be dropped silently is refused, since nothing here can drop one.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "DecisionDesk.h"
+#include "delegation/PolicyRequest.h"
+#include "service/SocketFile.h"
+
+class PolicyListener {
+ public:
+  // Listens at the `policy_socket` of the settings from now on; throws RuntimeError naming it. The desk must outlive it.
+  explicit PolicyListener(const DecisionDesk& desk);
+  ~PolicyListener();
+  PolicyListener(const PolicyListener&) = delete;
+  PolicyListener& operator=(const PolicyListener&) = delete;
+
+ private:
+  struct Connection {
+    int descriptor;
+    std::string received;
+    std::string unsent;
+  };
+
+  void _serve();
+  void _accept();
+  // False when the connection is over.
+  bool _exchange(Connection& connection, short events) const;
+  bool _receive(Connection& connection) const;
+  static bool _send(Connection& connection);
+
+  const DecisionDesk& m_desk;
+  SocketFile m_file;
+  int m_listening;
+  int m_stopRead = -1;
+  int m_stopWrite = -1;
+  std::vector<Connection> m_connections;
+  std::thread m_thread;
+};
+
+// The action for a request, decided and logged.
+std::string policyAction(const DecisionDesk& desk, const PolicyRequest& request);

@@ -1,0 +1,193 @@
+#include "loading/PolicyLoader.h"
+
+#include <exception>
+#include <new>
+#include <utility>
+
+#include "ZaroRuntime/RuntimeError.h"
+#include "service/ServiceManager.h"
+
+namespace {
+
+// Runs some work; what it throws is answered as a text. Empty when it went well.
+template <typename Work>
+std::string failureOf(Work work) {
+  try {
+    work();
+  } catch (const std::bad_alloc&) {
+    return "out of memory";
+  } catch (const std::exception& failure) {
+    return failure.what();
+  } catch (const char* thrown) {
+    return thrown;  // by the platform, past the library
+  }
+  return "";
+}
+
+}  // namespace
+
+PolicyLoader::PolicyLoader(std::function<std::unique_ptr<PolicySource>()> makeSource, const LastGoodPolicy& lastGood,
+                           std::chrono::seconds poll, FilterMetrics& metrics, const FilterLog& log)
+    : m_makeSource(std::move(makeSource)),
+      m_lastGood(lastGood),
+      m_poll(poll),
+      m_metrics(metrics),
+      m_log(log),
+      m_holder([this] { _wake(); }) {}
+
+PolicyLoader::~PolicyLoader() {
+  if (m_thread.joinable()) {
+    {
+      const std::lock_guard<std::mutex> lock(m_mutex);
+      m_stop = true;
+    }
+    m_changed.notify_all();
+    m_thread.join();
+  }
+}
+
+void PolicyLoader::start() {
+  m_thread = std::thread([this] { _run(); });
+  std::unique_lock<std::mutex> lock(m_mutex);
+  m_changed.wait(lock, [this] { return m_tried; });
+}
+
+void PolicyLoader::requestReload() {
+  {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_reload = true;
+  }
+  m_changed.notify_all();
+}
+
+bool PolicyLoader::stop(std::chrono::milliseconds longest) {
+  std::unique_lock<std::mutex> lock(m_mutex);
+  m_stop = true;
+  m_changed.notify_all();
+  return m_changed.wait_for(lock, longest, [this] { return m_ended; });
+}
+
+void PolicyLoader::_run() {
+  std::unique_ptr<PolicySource> source;
+  Clock::time_point nextLook = Clock::now();
+  bool forced = true;
+  for (;;) {
+    if (_isDue(nextLook, forced)) {
+      const std::string failure = failureOf([&] {
+        if (!source) {
+          source = m_makeSource();
+        }
+        _look(*source, forced);
+      });
+      if (failure.empty()) {
+        m_lastFailure.clear();
+      } else {
+        _tellFailure(failure);
+      }
+      nextLook = Clock::now() + m_poll;
+      const std::lock_guard<std::mutex> lock(m_mutex);
+      m_tried = true;
+      m_changed.notify_all();
+    }
+    m_holder.destroyReturned();
+    _wait(nextLook);
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_stop) {
+      break;
+    }
+  }
+  source.reset();
+  m_holder.clear();
+  m_holder.destroyReturned();
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  m_ended = true;
+  m_changed.notify_all();
+}
+
+void PolicyLoader::_wait(Clock::time_point nextLook) {
+  std::unique_lock<std::mutex> lock(m_mutex);
+  m_changed.wait_until(lock, nextLook, [this] { return m_reload || m_returned || m_stop; });
+  m_returned = false;
+}
+
+// Whether it is time to look; `forced` when somebody asked for it.
+bool PolicyLoader::_isDue(Clock::time_point nextLook, bool& forced) {
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  forced = std::exchange(m_reload, false);
+  return forced || Clock::now() >= nextLook;
+}
+
+void PolicyLoader::_look(PolicySource& source, bool forced) {
+  const Clock::time_point began = Clock::now();
+  const std::optional<MailPolicy> policy = source.loadUnless(forced ? std::nullopt : m_version);
+  if (policy) {
+    _adopt(*policy, began);
+  }
+  m_metrics.confirmPolicy();
+}
+
+void PolicyLoader::_adopt(const MailPolicy& policy, Clock::time_point began) {
+  if (m_tried) {
+    tellReloading();
+  }
+  const std::string failure = failureOf([&] { _use(policy); });
+  if (m_tried) {
+    tellReady(failure.empty() ? "Policy " + std::to_string(policy.version) : "The policy could not be reloaded");
+  }
+  if (!failure.empty()) {
+    throw zaroruntime::RuntimeError(failure);
+  }
+  m_version = policy.version;
+  m_metrics.countReload(Clock::now() - began);
+  const std::string unsaved = failureOf([&] { m_lastGood.save(policy); });
+  if (!unsaved.empty()) {
+    m_metrics.countUnsavedPolicy();
+    m_log.warning("the policy is not kept on disk: " + unsaved);
+  }
+}
+
+void PolicyLoader::_use(const MailPolicy& policy) {
+  m_holder.replace(policy);
+  const auto generation = m_holder.current();
+  m_metrics.setGeneration(generation->version(), generation->rules().size(), generation->senderPatterns());
+  for (const std::string& warning : generation->warnings()) {
+    m_log.warning(warning);
+  }
+  m_log.info("policy " + std::to_string(generation->version()) +
+             " decides: " + std::to_string(generation->rules().size()) + " rules, " +
+             std::to_string(generation->senderPatterns()) + " patterns of senders");
+}
+
+void PolicyLoader::_useLastGood() {
+  const std::string failure = failureOf([&] {
+    if (const std::optional<MailPolicy> policy = m_lastGood.load()) {
+      m_log.warning("the last good policy counts");
+      _use(*policy);
+    } else {
+      m_log.error("there is no last good policy");
+    }
+  });
+  if (!failure.empty()) {
+    m_log.error("the last good policy cannot be used: " + failure);
+  }
+}
+
+// The log has a failure once, however often it comes.
+void PolicyLoader::_tellFailure(const std::string& why) {
+  m_metrics.countFailedReload();
+  if (why != m_lastFailure) {
+    m_log.error("the policy is not reloaded: " + why);
+    m_lastFailure = why;
+  }
+  if (m_holder.current() == nullptr) {
+    _useLastGood();
+  }
+}
+
+void PolicyLoader::_wake() {
+  {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_returned = true;
+  }
+  m_changed.notify_all();
+}

@@ -1,0 +1,202 @@
+#include "milter/Session.h"
+
+#include <strings.h>
+
+#include "milter/HeaderText.h"
+
+namespace {
+
+const char* const kPostponed = "Mail to this recipient is postponed by policy";
+
+bool isName(const std::string& name, const std::string& other) {
+  return strcasecmp(name.c_str(), other.c_str()) == 0;
+}
+
+// What happens to a recipient, as the log says it.
+const char* wordFor(RecipientOutcome::What what) {
+  switch (what) {
+    case RecipientOutcome::What::Pass:
+      return "pass";
+    case RecipientOutcome::What::Refuse:
+      return "refuse";
+    case RecipientOutcome::What::Postpone:
+      return "postpone";
+    case RecipientOutcome::What::Drop:
+      return "drop";
+    case RecipientOutcome::What::Readdress:
+      return "readdress";
+  }
+  return "";
+}
+
+}  // namespace
+
+void Session::beginMessage(const std::string& sender, MailServer& server) {
+  endMessage();
+  m_begun = m_messages.begin();
+  m_sender = sender;
+  // The name that the client logged in with. A certificate's name is none.
+  m_authenticated = !server.macro("{auth_authen}").empty();
+  m_policy = m_desk.policy.current();
+}
+
+Session::Reply Session::recipient(const std::string& recipient, MailServer& server) {
+  if (!m_begun) {
+    return _refuse("451", "4.3.2", "The mail filter is stopping", server);
+  }
+  if (m_policy == nullptr) {
+    m_desk.metrics.countUndecided();
+    return m_desk.settings.acceptWithoutPolicy ? Reply::Continue
+                                               : _refuse("451", "4.3.5", "There is no mail policy", server);
+  }
+  const Question question = _question(recipient);
+  const Verdict verdict = m_desk.decide(*m_policy, question);
+  const RecipientOutcome outcome = outcomeAtRecipient(verdict, m_desk.settings.decisions);
+  const bool refused = outcome.what == RecipientOutcome::What::Refuse;
+  if (!refused && outcome.what != RecipientOutcome::What::Postpone) {
+    m_recipients.push_back({recipient, verdict});
+    return Reply::Continue;
+  }
+  m_desk.tell(*m_policy, server.macro("i"), question, verdict, wordFor(outcome.what));
+  return refused ? _refuse("550", "5.7.1", outcome.text, server) : _refuse("451", "4.7.1", kPostponed, server);
+}
+
+void Session::header(const std::string& name, const std::string& value) {
+  if (isName(name, m_desk.settings.decisions.header)) {
+    ++m_forgedHeaders;
+  } else if (!m_subject && isName(name, "Subject")) {
+    m_subject = value;
+  } else if (!m_from && isName(name, "From")) {
+    m_from = value;
+  }
+}
+
+Session::Reply Session::endOfMessage(MailServer& server) {
+  if (m_recipients.empty()) {
+    return _deleteForgedHeaders(server) ? Reply::Continue : Reply::TempFail;  // without a policy, let through
+  }
+  _decideByHeader();
+  const MessageVerdict message = _resolve();
+  _tellAll(server.macro("i"), message);
+  if (message.refusal) {
+    return _refuse("550", "5.7.1", *message.refusal, server);
+  }
+  if (message.isPostponed) {
+    return _refuse("451", "4.7.1", kPostponed, server);
+  }
+  if (message.isDiscarded) {
+    return Reply::Discard;
+  }
+  if (_apply(message, server)) {
+    return Reply::Continue;
+  }
+  m_desk.metrics.countFailedMessage();
+  m_desk.log.error(logField("queue", server.macro("i")) + " the mail server did not take what is to be done");
+  return Reply::TempFail;
+}
+
+void Session::endMessage() {
+  if (m_begun) {
+    m_messages.end();
+  }
+  m_begun = false;
+  m_authenticated = false;
+  m_sender.clear();
+  m_recipients.clear();
+  m_from.reset();
+  m_headerFrom.reset();
+  m_subject.reset();
+  m_forgedHeaders = 0;
+  m_policy.reset();  // the verdicts pointed into it
+}
+
+Question Session::_question(const std::string& recipient) const {
+  Question question;
+  question.sender = m_sender;
+  if (m_headerFrom) {
+    question.headerFrom = *m_headerFrom;
+  }
+  question.recipient = recipient;
+  question.authenticated = m_authenticated;
+  return question;
+}
+
+// The verdicts that the header's From can still change. A message without one has the null sender there.
+void Session::_decideByHeader() {
+  m_headerFrom = addressOfFrom(m_from.value_or("")).value_or("");
+  for (Recipient& recipient : m_recipients) {
+    if (recipient.verdict.awaitsHeader) {
+      recipient.verdict = m_desk.decide(*m_policy, _question(recipient.spelled));
+    }
+  }
+}
+
+MessageVerdict Session::_resolve() const {
+  std::vector<Verdict> verdicts;
+  verdicts.reserve(m_recipients.size());
+  for (const Recipient& recipient : m_recipients) {
+    verdicts.push_back(recipient.verdict);
+  }
+  return resolve(verdicts, m_desk.settings.decisions);
+}
+
+void Session::_tellAll(const std::string& queueId, const MessageVerdict& message) const {
+  for (std::size_t i = 0; i < m_recipients.size(); ++i) {
+    const Recipient& recipient = m_recipients[i];
+    m_desk.tell(*m_policy, queueId, _question(recipient.spelled), recipient.verdict, wordFor(message.recipients[i].what));
+  }
+}
+
+Session::Reply Session::_refuse(const char* code, const char* status, const std::string& text, MailServer& server) const {
+  // A reply that the server does not take leaves its own for the same class of code.
+  static_cast<void>(server.setReply(code, status, asReplyText(text)));
+  return code[0] == '5' ? Reply::Reject : Reply::TempFail;
+}
+
+bool Session::_apply(const MessageVerdict& message, MailServer& server) const {
+  return _applyToRecipients(message, server) && _applyToHeaders(message, server) &&
+         (!message.hold || server.hold("area " + *message.hold));
+}
+
+bool Session::_applyToRecipients(const MessageVerdict& message, MailServer& server) const {
+  bool taken = true;
+  for (std::size_t i = 0; i < m_recipients.size(); ++i) {
+    const RecipientOutcome& outcome = message.recipients[i];
+    const bool readdressed = outcome.what == RecipientOutcome::What::Readdress;
+    if (readdressed) {
+      taken = taken && server.addRecipient(outcome.text);
+    }
+    if (readdressed || outcome.what == RecipientOutcome::What::Drop) {
+      taken = taken && server.deleteRecipient(m_recipients[i].spelled);
+    }
+  }
+  for (const std::string& recipient : message.extraRecipients) {
+    taken = taken && server.addRecipient(recipient);
+  }
+  return taken;
+}
+
+bool Session::_applyToHeaders(const MessageVerdict& message, MailServer& server) const {
+  const std::string& name = m_desk.settings.decisions.header;
+  bool taken = _deleteForgedHeaders(server);
+  if (message.tag) {
+    const std::string subject = taggedSubject(*message.tag, m_subject.value_or(""));
+    taken = taken && (m_subject ? server.replaceHeader("Subject", 1, subject) : server.insertHeader("Subject", subject));
+  }
+  if (message.headerValue) {
+    taken = taken && server.insertHeader(name, *message.headerValue);
+  }
+  if (message.decision) {
+    taken = taken && server.insertHeader(name, *message.decision);
+  }
+  return taken;
+}
+
+// From the last one on, so that the numbers of those before it stay.
+bool Session::_deleteForgedHeaders(MailServer& server) const {
+  bool taken = true;
+  for (int index = m_forgedHeaders; index > 0; --index) {
+    taken = taken && server.deleteHeader(m_desk.settings.decisions.header, index);
+  }
+  return taken;
+}

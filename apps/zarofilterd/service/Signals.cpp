@@ -1,0 +1,87 @@
+#include "service/Signals.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+
+#include "ZaroRuntime/RuntimeError.h"
+
+namespace {
+
+constexpr int kSignals[] = {SIGHUP, SIGTERM, SIGINT};
+
+std::atomic<int> signalPipe{-1};
+
+void put(int pipe, Event event) {
+  const int before = errno;
+  const char byte = static_cast<char>(event);
+  static_cast<void>(!::write(pipe, &byte, 1));  // a full pipe holds enough events
+  errno = before;
+}
+
+void onSignal(int number) {
+  put(signalPipe, number == SIGHUP ? Event::Reload : Event::Stop);
+}
+
+sigset_t handledSignals() {
+  sigset_t set;
+  sigemptyset(&set);
+  for (const int number : kSignals) {
+    sigaddset(&set, number);
+  }
+  return set;
+}
+
+}  // namespace
+
+Signals::Signals() : m_readEnd(-1), m_writeEnd(-1) {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) {
+    throw zaroruntime::RuntimeError(std::string("cannot make a pipe: ") + std::strerror(errno));
+  }
+  m_readEnd = ends[0];
+  m_writeEnd = ends[1];
+  signalPipe = m_writeEnd;
+  const sigset_t set = handledSignals();
+  pthread_sigmask(SIG_BLOCK, &set, nullptr);
+  struct sigaction action = {};
+  action.sa_handler = onSignal;
+  // Not even the handler blocks them: a second SIGHUP would go to libmilter.
+  action.sa_flags = SA_NODEFER | SA_RESTART;
+  sigemptyset(&action.sa_mask);
+  for (const int number : kSignals) {
+    sigaction(number, &action, nullptr);
+  }
+  signal(SIGPIPE, SIG_IGN);
+}
+
+Signals::~Signals() {
+  const sigset_t set = handledSignals();
+  pthread_sigmask(SIG_BLOCK, &set, nullptr);
+  signalPipe = -1;
+  close(m_readEnd);
+  close(m_writeEnd);
+}
+
+void Signals::receive() {
+  const sigset_t set = handledSignals();
+  pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+}
+
+Event Signals::wait(std::chrono::milliseconds longest) const {
+  pollfd waiting = {m_readEnd, POLLIN, 0};
+  if (poll(&waiting, 1, static_cast<int>(longest.count())) <= 0) {
+    return Event::None;
+  }
+  char byte = 0;
+  return read(m_readEnd, &byte, 1) == 1 ? static_cast<Event>(byte) : Event::None;
+}
+
+void Signals::raise(Event event) const {
+  put(m_writeEnd, event);
+}

@@ -1,0 +1,35 @@
+// Signals and other events for the main thread.
+//
+// libmilter starts a thread that waits for SIGHUP, SIGTERM and SIGINT and takes each as an order to stop. The kernel
+// gives a signal of the process to the main thread first if that thread does not block it. So the main thread never
+// blocks them: a handler puts them into a pipe that the thread reads, and libmilter runs on another thread.
+#pragma once
+
+#include <chrono>
+
+enum class Event : char {
+  None = 0,  // the time is over
+  Reload = 'r',
+  Stop = 's',
+  MilterEnded = 'm',
+};
+
+class Signals {
+ public:
+  // Blocks the signals until `receive`, so that the threads that are started meanwhile keep them blocked. One at a time.
+  Signals();
+  ~Signals();
+  Signals(const Signals&) = delete;
+  Signals& operator=(const Signals&) = delete;
+
+  // The main thread takes signals from now on.
+  void receive();
+  // Waits for an event.
+  Event wait(std::chrono::milliseconds longest) const;
+  // Any thread: makes an event.
+  void raise(Event event) const;
+
+ private:
+  int m_readEnd;
+  int m_writeEnd;
+};
