@@ -210,7 +210,9 @@ class Load(MailTest):
         server = self.start_postfix()
         for _ in range(5):
             started.stop(signal.SIGKILL)
-            self.assertEqual(server.send("x@y.test", ["a@example.com"])[0], [451])
+            with server.connect() as session:
+                session.ehlo()
+                self.assertEqual(session.mail("x@y.test")[0], 451)
             started.start()
             self.assertEqual(server.send("x@y.test", ["a@example.com"])[0], [250])
 
