@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <ctime>
+#include <limits>
 #include <nlohmann/json.hpp>
 
 #include "ZaroRuntime/RuntimeError.h"
@@ -125,23 +127,37 @@ class Writer {
 
 // --- Reading ---
 
+// The library makes any number of any other, and of a truth value: -1 would be an identifier.
+template <typename Number>
+Number numberOf(const Json& value) {
+  using Limits = std::numeric_limits<Number>;
+  const bool fits = value.is_number_unsigned()
+                        ? value.get<std::uint64_t>() <= static_cast<std::uint64_t>(Limits::max())
+                        : value.is_number_integer() && Limits::is_signed &&
+                              value.get<std::int64_t>() >= static_cast<std::int64_t>(Limits::min());
+  if (!fits) {
+    refuse("a number is none, or too large");
+  }
+  return value.get<Number>();
+}
+
 template <typename Number>
 std::optional<Number> optionalOf(const Json& value) {
-  return value.is_null() ? std::nullopt : std::optional<Number>(value.get<Number>());
+  return value.is_null() ? std::nullopt : std::optional<Number>(numberOf<Number>(value));
 }
 
 MailPolicy::Rule ruleOf(const Json& line) {
   MailPolicy::Rule rule;
-  rule.id = line.at("rule");
+  rule.id = numberOf<unsigned int>(line.at("rule"));
   rule.name = line.at("name");
-  rule.position = line.at("position");
+  rule.position = numberOf<unsigned int>(line.at("position"));
   rule.enabled = line.at("enabled");
   rule.scope = optionalOf<unsigned int>(line.at("scope"));
   rule.recipients = optionalOf<unsigned int>(line.at("recipients"));
   for (const Json& list : line.at("lists")) {
-    rule.lists.push_back({list.at(0), list.at(1)});
+    rule.lists.push_back({numberOf<unsigned int>(list.at(0)), numberOf<KxEmailBelongsTo>(list.at(1))});
   }
-  rule.compare = static_cast<MailPolicy::Compare>(line.at("compare").get<int>());
+  rule.compare = static_cast<MailPolicy::Compare>(numberOf<int>(line.at("compare")));
   rule.actions = line.at("actions");
   rule.quarantine = optionalOf<unsigned int>(line.at("quarantine"));
   rule.reply = line.at("reply");
@@ -155,7 +171,7 @@ MailPolicy::FilterOrder orderOf(const Json& line) {
   MailPolicy::FilterOrder order;
   order.manual = line.at("manual");
   for (const Json& group : line.at("groups")) {
-    order.groups.push_back({group.at(0), group.at(1), group.at(2)});
+    order.groups.push_back({numberOf<int>(group.at(0)), numberOf<int>(group.at(1)), group.at(2)});
   }
   return order;
 }
@@ -164,9 +180,9 @@ void take(const Json& line, MailPolicy& policy) {
   if (line.contains("rule")) {
     policy.rules.push_back(ruleOf(line));
   } else if (line.contains("entity")) {
-    policy.entities.push_back({line.at("entity"), line.at("pattern")});
+    policy.entities.push_back({numberOf<unsigned int>(line.at("entity")), line.at("pattern")});
   } else if (line.contains("group")) {
-    policy.groups.push_back({line.at("group"), line.at("name"), {}});
+    policy.groups.push_back({numberOf<unsigned int>(line.at("group")), line.at("name"), {}});
   } else if (line.contains("members")) {
     if (policy.groups.empty()) {
       refuse("members of no group");
@@ -175,7 +191,8 @@ void take(const Json& line, MailPolicy& policy) {
       policy.groups.back().members.push_back(member);
     }
   } else if (line.contains("object")) {
-    policy.objects.push_back({line.at("object"), line.at("type"), line.at("name"), line.at("content")});
+    policy.objects.push_back({numberOf<unsigned int>(line.at("object")), numberOf<int>(line.at("type")),
+                              line.at("name"), line.at("content")});
   } else {
     policy.filterOrder = orderOf(line.at("order"));
   }
@@ -191,8 +208,9 @@ MailPolicy read(const std::function<bool(std::string&)>& next) {
     refuse("another format");
   }
   MailPolicy policy;
-  policy.version = head.at("version");
+  policy.version = numberOf<std::uint64_t>(head.at("version"));
   Digest digest;
+  bool hasOrder = false;
   for (;;) {
     digest.add(line + "\n");
     if (!next(line)) {
@@ -205,7 +223,14 @@ MailPolicy read(const std::function<bool(std::string&)>& next) {
       }
       break;
     }
+    hasOrder = hasOrder || value.contains("order");
     take(value, policy);
+  }
+  if (next(line)) {
+    refuse("something stands behind its tail");
+  }
+  if (!hasOrder) {
+    refuse("it has no rule order");
   }
   const Json totals = totalsOf(policy);
   if (!std::all_of(totals.items().begin(), totals.items().end(),

@@ -1,0 +1,198 @@
+// What is no whole snapshot of a policy, whoever cut or wrote it; and that one with awkward values comes back.
+#include "policy/PolicySnapshot.h"
+
+#include <gtest/gtest.h>
+#include <sodium.h>
+
+#include <array>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "ZaroRuntime/RuntimeError.h"
+
+namespace {
+
+std::string written(const MailPolicy& policy) {
+  std::string text;
+  writeSnapshot(policy, [&](std::string_view piece) { text += piece; });
+  return text;
+}
+
+MailPolicy readText(const std::string& text) {
+  std::istringstream lines(text);
+  return readSnapshot([&](std::string& line) { return static_cast<bool>(std::getline(lines, line)); });
+}
+
+std::string refusalOf(const std::string& text) {
+  try {
+    readText(text);
+  } catch (const zaroruntime::RuntimeError& refusal) {
+    return refusal.what();
+  }
+  return "";
+}
+
+std::vector<std::string> linesOf(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) {
+    lines.push_back(line);
+  }
+  return lines;
+}
+
+std::string joined(const std::vector<std::string>& lines) {
+  std::string text;
+  for (const std::string& line : lines) {
+    text += line + "\n";
+  }
+  return text;
+}
+
+// A text with the tail that it should have.
+std::string withTail(const std::string& text) {
+  std::array<unsigned char, crypto_hash_sha256_BYTES> digest = {};
+  crypto_hash_sha256(digest.data(), reinterpret_cast<const unsigned char*>(text.data()), text.size());
+  std::array<char, 2 * crypto_hash_sha256_BYTES + 1> hex = {};
+  sodium_bin2hex(hex.data(), hex.size(), digest.data(), digest.size());
+  return text + R"({"sha256":")" + hex.data() + "\"}\n";
+}
+
+// Something of everything, with awkward texts and the numbers at the ends of their ranges.
+MailPolicy wholePolicy() {
+  MailPolicy policy;
+  policy.version = 18446744073709551615U;
+  MailPolicy::Rule rule;
+  rule.id = 4294967294U;
+  rule.name = "l\xc3\xa4nge \"x\" \\ \n\t";
+  rule.position = 7;
+  rule.enabled = true;
+  rule.scope = 1;
+  rule.lists = {{2, 2}, {3, 16}};
+  rule.compare = MailPolicy::Compare::Both;
+  rule.actions = "10000000000000000";
+  rule.quarantine = 9;
+  rule.reply = "no";
+  policy.rules = {rule, MailPolicy::Rule()};
+  policy.entities = {{1, "*@example.test"}};
+  MailPolicy::Group large{3, "large", {}};
+  for (int i = 0; i < 2500; ++i) {
+    large.members.push_back("user" + std::to_string(i) + "@example.test");
+  }
+  policy.groups = {{2, "empty", {}}, large};
+  policy.objects = {{9, 3, "area", std::string("a\0b", 3)}, {10, -7, "", ""}};
+  policy.filterOrder = {true, {{-2147483648, 77, "Virus"}, {2147483647, 0, ""}}};
+  return policy;
+}
+
+TEST(SnapshotReading, comesBackAsItWasWritten) {
+  for (const MailPolicy& policy : {wholePolicy(), MailPolicy()}) {
+    const MailPolicy read = readText(written(policy));
+    EXPECT_EQ(read.version, policy.version);
+    ASSERT_EQ(read.groups.size(), policy.groups.size());
+    ASSERT_EQ(read.rules.size(), policy.rules.size());
+    // The texts have every field; only the moment may differ.
+    std::vector<std::string> one = linesOf(written(read));
+    std::vector<std::string> other = linesOf(written(policy));
+    ASSERT_EQ(one.size(), other.size());
+    for (std::size_t at = 1; at + 1 < one.size(); ++at) {
+      EXPECT_EQ(one[at], other[at]);
+    }
+  }
+  const MailPolicy read = readText(written(wholePolicy()));
+  EXPECT_EQ(read.rules[0].id, 4294967294U);
+  EXPECT_EQ(read.rules[0].name, "l\xc3\xa4nge \"x\" \\ \n\t");
+  EXPECT_FALSE(read.rules[1].scope);
+  EXPECT_EQ(read.groups[1].members.size(), 2500u);
+  EXPECT_EQ(read.groups[1].members[2499], "user2499@example.test");
+  EXPECT_EQ(read.objects[0].content, std::string("a\0b", 3));
+  EXPECT_EQ(read.filterOrder.groups[0].rank, -2147483647 - 1);
+}
+
+TEST(SnapshotReading, everyLineCounts) {
+  const std::vector<std::string> whole = linesOf(written(wholePolicy()));
+  ASSERT_EQ(refusalOf(joined(whole)), "");
+  for (std::size_t at = 0; at < whole.size(); ++at) {
+    std::vector<std::string> lacking = whole;
+    lacking.erase(lacking.begin() + static_cast<std::ptrdiff_t>(at));
+    EXPECT_NE(refusalOf(joined(lacking)), "") << at;
+    EXPECT_NE(refusalOf(joined({whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(at)})), "") << at;
+    if (at + 1 < whole.size()) {
+      std::vector<std::string> swapped = whole;
+      std::swap(swapped[at], swapped[at + 1]);
+      EXPECT_NE(refusalOf(joined(swapped)), "") << at;
+    }
+  }
+}
+
+TEST(SnapshotReading, everyByteCounts) {
+  MailPolicy small = wholePolicy();
+  small.groups[1].members.resize(2);
+  const std::string whole = written(small);
+  for (std::size_t at = 0; at + 1 < whole.size(); ++at) {
+    std::string changed = whole;
+    changed[at] = static_cast<char>(static_cast<unsigned char>(changed[at]) ^ 1U);
+    EXPECT_NE(refusalOf(changed), "") << at;
+    EXPECT_NE(refusalOf(whole.substr(0, at)), "") << at;
+  }
+}
+
+TEST(SnapshotReading, nothingStandsBehindTheTail) {
+  EXPECT_NE(refusalOf(written(wholePolicy()) + "{\"rule\":1}\n"), "");
+  EXPECT_NE(refusalOf(written(wholePolicy()) + "\n"), "");
+}
+
+struct HostileRow {
+  const char* label;
+  const char* head;
+  const char* line;  // in place of everything between head and tail
+};
+
+// With a right digest, as somebody can make it who may write the file.
+const HostileRow kHostile[] = {
+    {"another format", R"({"format":2,"version":1,"rules":0,"entities":0,"groups":0,"members":0,"objects":0})", nullptr},
+    {"no format", R"({"version":1,"rules":0,"entities":0,"groups":0,"members":0,"objects":0})", nullptr},
+    {"format of another type",
+     R"({"format":"1","version":1,"rules":0,"entities":0,"groups":0,"members":0,"objects":0})", nullptr},
+    {"head that is no object", "[1]", nullptr},
+    {"negative version", R"({"format":1,"version":-1,"rules":0,"entities":0,"groups":0,"members":0,"objects":0})",
+     nullptr},
+    {"version with a fraction",
+     R"({"format":1,"version":1.5,"rules":0,"entities":0,"groups":0,"members":0,"objects":0})", nullptr},
+    {"other totals", R"({"format":1,"version":1,"rules":5,"entities":0,"groups":0,"members":0,"objects":0})", nullptr},
+    {"line that is no object", nullptr, "[]"},
+    {"line of unknown kind", nullptr, R"({"unknown":1})"},
+    {"members before a group", nullptr, R"({"members":["a@b"]})"},
+    {"negative identifier", R"({"format":1,"version":1,"rules":0,"entities":1,"groups":0,"members":0,"objects":0})",
+     R"({"entity":-1,"pattern":"x"})"},
+    {"identifier beyond 32 bits", R"({"format":1,"version":1,"rules":0,"entities":1,"groups":0,"members":0,"objects":0})",
+     R"({"entity":4294967297,"pattern":"x"})"},
+    {"identifier with a fraction", R"({"format":1,"version":1,"rules":0,"entities":1,"groups":0,"members":0,"objects":0})",
+     R"({"entity":1.5,"pattern":"x"})"},
+    {"identifier that is true", R"({"format":1,"version":1,"rules":0,"entities":1,"groups":0,"members":0,"objects":0})",
+     R"({"entity":true,"pattern":"x"})"},
+    {"text that is a number", R"({"format":1,"version":1,"rules":0,"entities":1,"groups":0,"members":0,"objects":0})",
+     R"({"entity":1,"pattern":2})"},
+    {"no UTF-8", R"({"format":1,"version":1,"rules":0,"entities":1,"groups":0,"members":0,"objects":0})",
+     "{\"entity\":1,\"pattern\":\"\xff\"}"},
+};
+
+TEST(SnapshotReading, hostileLinesAreRefusedThoughTheDigestIsRight) {
+  for (const HostileRow& row : kHostile) {
+    const std::string head =
+        row.head != nullptr ? row.head
+                            : R"({"format":1,"version":1,"rules":0,"entities":0,"groups":0,"members":0,"objects":0})";
+    const std::string body = row.line != nullptr ? std::string(row.line) + "\n" : "";
+    const std::string order = R"({"order":{"manual":false,"groups":[]}})";
+    EXPECT_NE(refusalOf(withTail(head + "\n" + body + order + "\n")), "") << row.label;
+  }
+}
+
+TEST(SnapshotReading, deepNestingIsRefused) {
+  const std::string deep(200000, '[');
+  EXPECT_NE(refusalOf(deep), "");
+  EXPECT_NE(refusalOf(deep + std::string(200000, ']')), "");
+}
+
+}  // namespace
