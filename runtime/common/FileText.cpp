@@ -57,6 +57,10 @@ bool isOurGroup(gid_t group) {
 
 }  // namespace
 
+FailureKind kindOfFileError(int error, FailureKind otherwise) {
+  return error == EACCES || error == EPERM || error == EROFS ? FailureKind::Refused : otherwise;
+}
+
 void throwFileError(const std::string& path, const char* what, FailureKind otherwise) {
   throw RuntimeError(path + ": " + what + ": " + std::strerror(errno), kindOfFileError(errno, otherwise));
 }

@@ -1,7 +1,6 @@
 // Failures of the runtime's own operations.
 #pragma once
 
-#include <cerrno>
 #include <stdexcept>
 #include <string>
 
@@ -23,9 +22,7 @@ enum class FailureKind {
 };
 
 // The kind of a failed file operation; `otherwise` unless a permission is missing.
-inline FailureKind kindOfFileError(int error, FailureKind otherwise = FailureKind::File) {
-  return error == EACCES || error == EPERM || error == EROFS ? FailureKind::Refused : otherwise;
-}
+FailureKind kindOfFileError(int error, FailureKind otherwise = FailureKind::File);
 
 // What failed, on what, why, and what to do; one line, never with a password in it.
 class RuntimeError : public std::runtime_error {
