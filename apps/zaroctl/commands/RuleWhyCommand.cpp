@@ -12,7 +12,10 @@
 #include "patterns/MatchExplanation.h"
 #include "policy/MessageVerdict.h"
 #include "policy/PolicyLoading.h"
+#include "store/FilterSettings.h"
 #include "store/PolicyRules.h"
+
+using zaroruntime::Installation;
 
 namespace {
 
@@ -23,7 +26,7 @@ struct WhyOptions {
   std::string recipient;
 };
 
-// What whoever asks may know of the rules; everything without an administrator.
+// What the administrator may know of the rules; without one, everything.
 class Sight {
  public:
   Sight(StoreConnection& db, const std::optional<std::string>& admin) {
@@ -34,9 +37,9 @@ class Sight {
   }
 
   bool seesRule(const PolicyRule& rule) const { return !m_viewer || m_sight->sees(*m_viewer, rule.stored); }
-  // Whether a list, and with it what stands in it.
+  // A list that is seen shows what stands in it.
   bool seesList(const MailPolicy::List& list) const { return !m_viewer || m_sight->groups.count(list.group) != 0; }
-  // The name of the area, which is nobody's business but of those who see it.
+  // Whether the area may be named.
   bool seesArea(const PolicyRule& rule) const {
     return !m_viewer || !rule.stored.quarantine || m_sight->areas.count(*rule.stored.quarantine) != 0;
   }
@@ -112,7 +115,7 @@ class Why {
     }
   }
 
-  // What is done, as far as whoever asks may know.
+  // What is done, as far as the administrator may know.
   Json _decision() const {
     if (m_verdict.code == 0) {
       return {{"code", 0}, {"done", m_verdict.awaitsHeader ? "awaits the header's From" : "passes: no rule decides"}};
@@ -218,11 +221,14 @@ ExitCode why(Output& out, const WhyOptions& asked) {
   StoreConnection db;
   const Sight sight(db, asked.admin);
   const PolicyGeneration generation(loadMailPolicy(db));
-  for (const std::string& warning : generation.warnings()) {
-    diagnose(warning);
+  if (!asked.admin) {  // a warning names a pattern, which not every administrator sees
+    for (const std::string& warning : generation.warnings()) {
+      diagnose(warning);
+    }
   }
-  const MailFilterOptions options;
-  return Why(generation, options, sight).print(out, asked);
+  const Installation installation = Installation::fromEnvironment();
+  const FilterSettings settings = filterSettings(installation, zaroruntime::readSettings(installation));
+  return Why(generation, settings.decisions, sight).print(out, asked);
 }
 
 }  // namespace

@@ -250,6 +250,19 @@ TEST_P(Rule, tellsWhyMailIsDecided) {
   EXPECT_EQ(told["decision"], Json({{"done", "decided by a rule that is not seen"}}));
 }
 
+TEST_P(Rule, tellsWhatTheFilterDoesByItsSettings) {
+  addBlock("Sales", {});
+  const Words asked = {"rule", "why", "--json", "prvs=1234abcdef=x+news@example.com", "ann@north.sales.example.test"};
+  const auto told = [&] { return Json::parse(run(asked).out); };
+  ASSERT_EQ(run({"settings", "set", "mail_filter.strip_batv=no"}).status, 0);
+  EXPECT_EQ(told()["sender"], "prvs=1234abcdef=x+news@example.com");
+  ASSERT_EQ(
+      run({"settings", "set", "mail_filter.strip_batv=yes", "mail_filter.delimiter=+", "mail_filter.shadow=yes"}).status,
+      0);
+  EXPECT_EQ(told()["sender"], "x@example.com");
+  EXPECT_EQ(told()["decision"]["done"], "passes: shadow mode");
+}
+
 TEST_P(Rule, asksForTheHeaderWhereARuleComparesIt) {
   addBlock("Header", {"--compare", "header"});
   const auto decision = [&](const Words& more) {
