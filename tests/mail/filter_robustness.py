@@ -217,7 +217,28 @@ class Load(MailTest):
             self.assertEqual(server.send("x@y.test", ["a@example.com"])[0], [250])
 
 
+def calls_of(name):
+    """The system calls of a set of systemd's, or the one of that name."""
+    if not name.startswith("@"):
+        return {name}
+    done = subprocess.run(["systemd-analyze", "syscall-filter", name], capture_output=True, text=True, timeout=PATIENCE,
+                          check=True)
+    lines = [line.strip() for line in done.stdout.splitlines()[1:]]
+    return set().union(*(calls_of(line) for line in lines if line and not line.startswith("#")))
+
+
 class Unit(unittest.TestCase):
+    @unittest.skipUnless(shutil.which("systemd-analyze"), "systemd-analyze is not installed")
+    def test_allows_what_gives_sockets_their_group(self):
+        allowed = set()
+        for line in pathlib.Path(os.environ["ZAROFILTERD_UNIT"]).read_text(encoding="ascii").splitlines():
+            if line.startswith("SystemCallFilter="):
+                names = line.partition("=")[2]
+                calls = set().union(*(calls_of(name) for name in names.lstrip("~").split()))
+                allowed = allowed - calls if names.startswith("~") else allowed | calls
+        self.assertLessEqual({"chown", "chmod", "socket", "accept4"}, allowed)
+        self.assertNotIn("setuid", allowed)
+
     @unittest.skipUnless(shutil.which("systemd-analyze"), "systemd-analyze is not installed")
     def test_is_valid_and_hardened(self):
         text = pathlib.Path(os.environ["ZAROFILTERD_UNIT"]).read_text(encoding="ascii")
