@@ -2,6 +2,10 @@
 
 #include <strings.h>
 
+#include <algorithm>
+#include <set>
+
+#include "mail/MailAddress.h"
 #include "milter/HeaderText.h"
 
 namespace {
@@ -158,20 +162,34 @@ bool Session::_apply(const MessageVerdict& message, MailServer& server) const {
          (!message.hold || server.hold("area " + *message.hold));
 }
 
+// Who gets a copy or a redirected message may be a recipient already, also one that would go: it stays.
 bool Session::_applyToRecipients(const MessageVerdict& message, MailServer& server) const {
-  bool taken = true;
-  for (std::size_t i = 0; i < m_recipients.size(); ++i) {
-    const RecipientOutcome& outcome = message.recipients[i];
-    const bool readdressed = outcome.what == RecipientOutcome::What::Readdress;
-    if (readdressed) {
-      taken = taken && server.addRecipient(outcome.text);
+  std::vector<std::string> added;
+  std::set<std::string> wanted;
+  const auto want = [&](const std::string& recipient) {
+    if (wanted.insert(normalAddress(recipient)).second) {
+      added.push_back(recipient);
     }
-    if (readdressed || outcome.what == RecipientOutcome::What::Drop) {
-      taken = taken && server.deleteRecipient(m_recipients[i].spelled);
+  };
+  for (const RecipientOutcome& outcome : message.recipients) {
+    if (outcome.what == RecipientOutcome::What::Readdress) {
+      want(outcome.text);
     }
   }
-  for (const std::string& recipient : message.extraRecipients) {
-    taken = taken && server.addRecipient(recipient);
+  std::for_each(message.extraRecipients.begin(), message.extraRecipients.end(), want);
+
+  bool taken = true;
+  std::set<std::string> present;
+  for (std::size_t i = 0; i < m_recipients.size(); ++i) {
+    const std::string& recipient = m_recipients[i].spelled;
+    const std::string form = normalAddress(recipient);
+    present.insert(form);
+    if (message.recipients[i].what != RecipientOutcome::What::Pass && wanted.count(form) == 0) {
+      taken = taken && server.deleteRecipient(recipient);
+    }
+  }
+  for (const std::string& recipient : added) {
+    taken = taken && (present.count(normalAddress(recipient)) != 0 || server.addRecipient(recipient));
   }
   return taken;
 }
