@@ -57,7 +57,8 @@ TEST_P(PolicyVersion, everyChangeOfWhatDecidesRaisesIt) {
                 "INSERT INTO manual_rule_order (rule_order, filter_id, filter_type) VALUES (1, 1, 'virus')",
                 "UPDATE manual_rule_order SET rule_order = 2", "DELETE FROM manual_rule_order",
                 "INSERT INTO global_setting (section, name, value) VALUES ('email-scan', 'manualRuleOrder', 'on')",
-                "UPDATE global_setting SET value = 'off'", "DELETE FROM global_setting"},
+                "UPDATE global_setting SET value = 'off'", "UPDATE global_setting SET name = 'away'",
+                "UPDATE global_setting SET name = 'manualRuleOrder'", "DELETE FROM global_setting"},
                true);
   home().sql("INSERT INTO policy_rule_object (rule_id, object_id) VALUES (1, 1)");
   expectRaises({"INSERT INTO policy_rule_list (rule_id, position, group_id, kind) VALUES (1, 0, 1, 2)",
@@ -72,6 +73,12 @@ TEST_P(PolicyVersion, nothingElseRaisesIt) {
                 "INSERT INTO global_setting (section, name, value) VALUES ('policy_server', 'port', '1')",
                 "DELETE FROM address_group_member WHERE group_id = 9", "UPDATE policy_rule SET enabled = 1 WHERE id = 9"},
                false);
+}
+
+TEST_P(PolicyVersion, ruleThatIsIgnoredLeavesItCounting) {
+  fill();
+  home().sql("INSERT INTO policy_rule (name, position) VALUES ('other', 1) ON CONFLICT DO NOTHING");
+  expectRaises({"UPDATE policy_rule SET enabled = 1"}, true);
 }
 
 TEST_P(PolicyVersion, whatGoesWithARowIsOneChange) {

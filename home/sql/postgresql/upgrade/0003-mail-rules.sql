@@ -129,8 +129,15 @@ BEGIN
 END
 $$;
 
-CREATE TRIGGER global_setting_added_is_noted AFTER INSERT OR UPDATE ON global_setting FOR EACH ROW
+CREATE TRIGGER global_setting_added_is_noted AFTER INSERT ON global_setting FOR EACH ROW
 WHEN (NEW.section = 'email-scan' AND NEW.name = 'manualRuleOrder') EXECUTE FUNCTION note_any_policy_change();
+
+CREATE TRIGGER global_setting_changed_is_noted AFTER UPDATE ON global_setting FOR EACH ROW
+WHEN ((OLD.section = 'email-scan' AND OLD.name = 'manualRuleOrder') OR
+  (NEW.section = 'email-scan' AND NEW.name = 'manualRuleOrder')) EXECUTE FUNCTION note_any_policy_change();
+
+CREATE TRIGGER global_setting_emptied_is_noted AFTER TRUNCATE ON global_setting
+FOR EACH STATEMENT EXECUTE FUNCTION note_any_policy_change();
 
 CREATE TRIGGER global_setting_removed_is_noted AFTER DELETE ON global_setting FOR EACH ROW
 WHEN (OLD.section = 'email-scan' AND OLD.name = 'manualRuleOrder') EXECUTE FUNCTION note_any_policy_change();

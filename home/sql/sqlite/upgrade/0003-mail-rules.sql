@@ -161,12 +161,10 @@ CREATE TRIGGER policy_rule_removed_ends AFTER DELETE ON policy_rule BEGIN
   INSERT INTO policy_change VALUES (-1);
 END;
 
--- A rule without a position gets the last one.
-CREATE TRIGGER policy_rule_added_begins BEFORE INSERT ON policy_rule BEGIN
+-- A rule without a position gets the last one. Not before the insertion: one that is ignored for a conflict would leave the
+-- collection open.
+CREATE TRIGGER policy_rule_is_placed AFTER INSERT ON policy_rule BEGIN
   INSERT INTO policy_change VALUES (1);
-END;
-
-CREATE TRIGGER policy_rule_added_ends AFTER INSERT ON policy_rule BEGIN
   UPDATE policy_rule SET position = (SELECT coalesce(max(position), 0) + 1 FROM policy_rule)
     WHERE id = NEW.id AND position IS NULL;
   INSERT INTO policy_change VALUES (0);
@@ -255,7 +253,9 @@ WHEN (SELECT is_changed FROM policy_version) = 0 AND NEW.section = 'email-scan' 
 END;
 
 CREATE TRIGGER global_setting_changed_is_noted AFTER UPDATE ON global_setting
-WHEN (SELECT is_changed FROM policy_version) = 0 AND NEW.section = 'email-scan' AND NEW.name = 'manualRuleOrder' BEGIN
+WHEN (SELECT is_changed FROM policy_version) = 0 AND (
+  (OLD.section = 'email-scan' AND OLD.name = 'manualRuleOrder') OR
+  (NEW.section = 'email-scan' AND NEW.name = 'manualRuleOrder')) BEGIN
   INSERT INTO policy_change VALUES (0);
 END;
 
