@@ -72,7 +72,7 @@ int listenAt(const std::string& socket) {
   return descriptor;
 }
 
-// A file that an earlier filter left behind. The lock on the state directory says that it is gone.
+// A file that an earlier filter left behind; nobody listens there.
 void removeOldFile(const std::string& path) {
   struct stat status = {};
   if (!path.empty() && lstat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode)) {

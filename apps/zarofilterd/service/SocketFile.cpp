@@ -1,6 +1,9 @@
 #include "service/SocketFile.h"
 
+#include <fcntl.h>
 #include <grp.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <array>
@@ -24,6 +27,22 @@ gid_t groupNamed(const std::string& name) {
   return found->gr_gid;
 }
 
+// Whether a program listens at the socket. It sees a connection that ends at once.
+bool isInUse(const std::string& path) {
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  if (descriptor < 0) {
+    throwErrno(path, "cannot make a socket");
+  }
+  // EAGAIN: its queue of connections is full. EPROTOTYPE: it is of another kind.
+  const bool answers = connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ||
+                       errno == EAGAIN || errno == EPROTOTYPE;
+  close(descriptor);
+  return answers;
+}
+
 }  // namespace
 
 SocketFile::SocketFile(const std::string& socket) {
@@ -38,6 +57,10 @@ SocketFile::SocketFile(const std::string& socket) {
     chmod(directory.c_str(), kOthersMayPass);  // whatever the umask
   } else if (errno != EEXIST) {
     throwErrno(directory, "cannot make the directory of the socket");
+  }
+  if (isInUse(m_path)) {
+    throw zaroruntime::RuntimeError("[mail_filter] another program listens at " + m_path,
+                                    zaroruntime::FailureKind::Configuration);
   }
 }
 

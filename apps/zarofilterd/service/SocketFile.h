@@ -9,7 +9,7 @@
 class SocketFile {
  public:
   // For a socket of the settings, of any family; only one of the family unix has a file. Makes its directory if there
-  // is none. Throws RuntimeError.
+  // is none. Throws RuntimeError, also when a program listens there: what replaces the file would take its mail.
   explicit SocketFile(const std::string& socket);
 
   // The path; empty for other families.
