@@ -179,7 +179,7 @@ void PolicyLoader::_tellFailure(const std::string& why) {
     m_log.error("the policy is not reloaded: " + why);
     m_lastFailure = why;
   }
-  if (m_holder.current() == nullptr) {
+  if (!m_tried) {
     _useLastGood();
   }
 }

@@ -66,6 +66,14 @@ class ReloadTest : public testing::Test {
     }
   }
 
+  // Waits until so many reloads have failed.
+  void waitForFailures(int count) {
+    const std::string line = "zaro_filter_reload_failures_total " + std::to_string(count) + "\n";
+    while (m_metrics.text().find(line) == std::string::npos) {
+      std::this_thread::yield();
+    }
+  }
+
   // Decides without end; counts the decisions that are not those of the generation that was asked.
   void decideUntil(const std::atomic<bool>& end) {
     const MailFilterOptions options;
@@ -120,12 +128,25 @@ TEST_F(ReloadTest, keepsThePolicyWhenAReloadFails) {
   m_loader.start();
   m_version = 0;
   m_loader.requestReload();
-  while (m_metrics.text().find("zaro_filter_reload_failures_total 1\n") == std::string::npos) {
-    std::this_thread::yield();
-  }
+  waitForFailures(1);
   ASSERT_NE(m_loader.policy().current(), nullptr);
   EXPECT_EQ(m_loader.policy().current()->version(), 1u);
   reload(2);
+}
+
+TEST_F(ReloadTest, looksForTheLastGoodPolicyOnce) {
+  testing::internal::CaptureStderr();
+  m_loader.start();
+  for (int failures = 2; failures <= 3; ++failures) {
+    m_loader.requestReload();
+    waitForFailures(failures);
+  }
+  EXPECT_TRUE(m_loader.stop(std::chrono::seconds(60)));
+  const std::string log = testing::internal::GetCapturedStderr();
+  const std::string text = "there is no last good policy";
+  const std::size_t first = log.find(text);
+  ASSERT_NE(first, std::string::npos) << log;
+  EXPECT_EQ(log.find(text, first + 1), std::string::npos) << log;
 }
 
 TEST_F(ReloadTest, leavesAGenerationToTheMessageThatUsesIt) {
