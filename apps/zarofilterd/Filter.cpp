@@ -68,11 +68,11 @@ class Filter {
       m_milterFailed = !m_milter->run();
       m_signals.raise(Event::MilterEnded);
     }).detach();
+    m_signals.receive();  // before readiness is told: libmilter would take a SIGHUP for an order to stop
   }
 
   // Until the filter is to end; answers the exit status.
   ExitCode waitForTheEnd() {
-    m_signals.receive();
     for (;;) {
       switch (m_signals.wait(kBetweenLooks)) {
         case Event::Reload:
@@ -87,7 +87,7 @@ class Filter {
           return m_milterFailed ? ExitCode::Unavailable : ExitCode::Found;
         case Event::None:
           if (!m_milter->socketFile().isThere()) {
-            // libmilter cannot open it again. Whoever supervises the filter starts it anew.
+            // libmilter cannot open it again; the filter's supervisor starts it anew.
             m_log.error(m_milter->socketFile().path() + ": the socket is gone; the filter ends");
             return ExitCode::TryAgain;
           }
