@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <exception>
 
 #include "ZaroRuntime/RuntimeError.h"
 
@@ -35,8 +36,12 @@ MHD_Result answer(void* metrics, MHD_Connection* connection, const char* url, co
   if (std::strcmp(method, MHD_HTTP_METHOD_GET) != 0) {
     return respond(connection, MHD_HTTP_METHOD_NOT_ALLOWED, "GET only\n", plain);
   }
-  return respond(connection, MHD_HTTP_OK, static_cast<FilterMetrics*>(metrics)->text(),
-                 "application/openmetrics-text; version=1.0.0; charset=utf-8");
+  try {
+    return respond(connection, MHD_HTTP_OK, static_cast<FilterMetrics*>(metrics)->text(),
+                   "application/openmetrics-text; version=1.0.0; charset=utf-8");
+  } catch (const std::exception&) {
+    return MHD_NO;  // ends the connection; nothing may be thrown through the library
+  }
 }
 
 sockaddr_storage socketAddress(const std::string& text) {

@@ -19,7 +19,8 @@ struct Connection {
   explicit Connection(sfsistat withoutReply) : session(*sharedDesk, *sharedMessages), noReply(withoutReply) {}
 
   Session session;
-  sfsistat noReply;  // of callbacks that have nothing to say
+  sfsistat noReply;     // of callbacks that have nothing to say
+  bool failed = false;  // what was postponed without a reply is postponed at the next one
 };
 
 // libmilter takes texts without const, and leaves them as they are.
@@ -77,6 +78,15 @@ Connection* connectionOf(SMFICTX* context) {
   return static_cast<Connection*>(smfi_getpriv(context));
 }
 
+// Nothing may be thrown through libmilter, and memory may be what is missing.
+void tellFailure(const char* text, const char* why) {
+  try {
+    sharedDesk->log.error(std::string(text) + why);
+  } catch (const std::exception&) {
+    return;  // the server's log has the reply
+  }
+}
+
 // Runs the work of a callback on its connection. Out of memory, the message is postponed.
 template <typename Work>
 sfsistat onConnection(SMFICTX* context, Work work) {
@@ -88,7 +98,8 @@ sfsistat onConnection(SMFICTX* context, Work work) {
     LibmilterServer server(context);
     return work(*connection, server);
   } catch (const std::exception& failure) {
-    sharedDesk->log.error(std::string("a message is postponed: ") + failure.what());
+    connection->failed = true;
+    tellFailure("a message is postponed: ", failure.what());
     return SMFIS_TEMPFAIL;
   }
 }
@@ -117,7 +128,7 @@ sfsistat negotiate(SMFICTX* context, unsigned long offeredActions, unsigned long
                    unsigned long /*unused*/, unsigned long* actions, unsigned long* steps, unsigned long* unused2,
                    unsigned long* unused3) {
   if ((offeredActions & kActions) != kActions) {
-    sharedDesk->log.error("the mail server does not offer what the filter needs to do to messages");
+    tellFailure("the mail server does not offer what the filter needs to do to messages", "");
     return SMFIS_REJECT;
   }
   // All of them or none, so that callbacks know what is expected.
@@ -136,6 +147,7 @@ sfsistat negotiate(SMFICTX* context, unsigned long offeredActions, unsigned long
 
 sfsistat onMail(SMFICTX* context, char** arguments) {
   return onConnection(context, [&](Connection& connection, MailServer& server) {
+    connection.failed = false;
     connection.session.beginMessage(arguments[0], server);
     return connection.noReply;
   });
@@ -143,7 +155,7 @@ sfsistat onMail(SMFICTX* context, char** arguments) {
 
 sfsistat onRecipient(SMFICTX* context, char** arguments) {
   return onConnection(context, [&](Connection& connection, MailServer& server) {
-    return status(connection.session.recipient(arguments[0], server));
+    return connection.failed ? SMFIS_TEMPFAIL : status(connection.session.recipient(arguments[0], server));
   });
 }
 
@@ -156,7 +168,7 @@ sfsistat onHeader(SMFICTX* context, char* name, char* value) {
 
 sfsistat onEndOfMessage(SMFICTX* context) {
   return onConnection(context, [](Connection& connection, MailServer& server) {
-    const sfsistat result = status(connection.session.endOfMessage(server));
+    const sfsistat result = connection.failed ? SMFIS_TEMPFAIL : status(connection.session.endOfMessage(server));
     connection.session.endMessage();
     return result;
   });
