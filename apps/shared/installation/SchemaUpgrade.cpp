@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <regex>
+#include <optional>
 
 #include "ZaroRuntime/RuntimeError.h"
 #include "ZaroRuntime/SchemaVersion.h"
@@ -19,16 +19,22 @@ constexpr const char* kLockTimeOut = "SET LOCAL lock_timeout = '15s'";
 
 struct TakenBack {};
 
+// The version that a script leads to, by its file's name: NNNN-WHAT.sql. Nothing for other files.
+std::optional<int> versionOf(const fs::path& file) {
+  constexpr std::size_t kDigits = 4;
+  const std::string name = file.stem().string();
+  const bool isScript = file.extension() == ".sql" && name.size() > kDigits + 1 && name[kDigits] == '-' &&
+                        name.find_first_not_of("0123456789") == kDigits;
+  return isScript ? std::make_optional(std::stoi(name.substr(0, kDigits))) : std::nullopt;
+}
+
 std::vector<UpgradeScript> scriptsIn(const std::string& directory) {
-  static const std::regex kName("([0-9]{4})-.+\\.sql");
   std::vector<UpgradeScript> scripts;
   std::error_code failure;
   for (fs::directory_iterator entry(directory, failure); !failure && entry != fs::directory_iterator();
        entry.increment(failure)) {
-    const std::string name = entry->path().filename().string();
-    std::smatch parts;
-    if (std::regex_match(name, parts, kName)) {
-      scripts.push_back({std::stoi(parts[1].str()), entry->path().string()});
+    if (const auto version = versionOf(entry->path())) {
+      scripts.push_back({*version, entry->path().string()});
     }
   }
   if (failure) {
