@@ -33,18 +33,32 @@ void requireOwner(const std::string& path) {
   }
 }
 
-void replaceBy(FileReplacement& replacement, const std::string& path) {
-  try {
-    replacement.commit();
-  } catch (const RuntimeError& failure) {
-    throw RuntimeError(std::string(failure.what()) + " (the database has the new value already; that of the file counts)",
-                       failure.kind());
+// Whatever can be wrong with the file is found before anything is changed.
+FileReplacement fileWith(const std::string& path, const std::vector<SettingText>& settings) {
+  IniFile file = readFile(path);
+  for (const SettingText& setting : settings) {
+    file.set(setting.section, setting.key, setting.value);
   }
+  requireWritable(path);
+  return sameFileWith(path, file.text());
+}
+
+void replaceBy(FileReplacement& replacement, const std::string& path) {
+  replacement.commit();
   try {
     syncDirectoryOf(path);
   } catch (const RuntimeError& failure) {
     PolicyLog::log(LogLevel::Warning, "the new settings are in place, but may be lost in a power failure: %s",
                    failure.what());
+  }
+}
+
+void replaceBelowTable(FileReplacement& replacement, const std::string& path) {
+  try {
+    replaceBy(replacement, path);
+  } catch (const RuntimeError& failure) {
+    throw RuntimeError(std::string(failure.what()) + " (the database has the new value already; that of the file counts)",
+                       failure.kind());
   }
 }
 
@@ -121,15 +135,9 @@ void writeAll(const Installation& installation, const std::vector<TableSetting>&
     const std::string path = realPathOf(installation.settingsIni());
     requireOwner(path);
     const FileLock lock(path, ".lock", kLockTimeOut);
-    // Whatever can be wrong with the file is found before the database is changed.
-    IniFile file = readFile(path);
-    for (const TableSetting& change : changes) {
-      file.set(change.section, change.key, change.value);
-    }
-    requireWritable(path);
-    FileReplacement replacement = sameFileWith(path, file.text());
+    FileReplacement replacement = fileWith(path, changes);
     writeSettingsTable(installation, changes);
-    replaceBy(replacement, path);
+    replaceBelowTable(replacement, path);
   } catch (const RuntimeError& failure) {
     throw RuntimeError(namesOf(changes) + " not written: " + failure.what(), failure.kind());
   }
@@ -144,6 +152,18 @@ void writeSetting(const Installation& installation, const std::string& section, 
     openChanges()->push_back(change);
   } else {
     writeAll(installation, {change});
+  }
+}
+
+void writeHostSettings(const Installation& installation, const std::vector<SettingText>& settings) {
+  try {
+    const std::string path = realPathOf(installation.settingsIni());
+    requireOwner(path);
+    const FileLock lock(path, ".lock", kLockTimeOut);
+    FileReplacement replacement = fileWith(path, settings);
+    replaceBy(replacement, path);
+  } catch (const RuntimeError& failure) {
+    throw RuntimeError(namesOf(settings) + " not written: " + failure.what(), failure.kind());
   }
 }
 

@@ -5,14 +5,11 @@
 #include <vector>
 
 #include "ZaroRuntime/Installation.h"
+#include "ZaroRuntime/SettingsStore.h"
 
 namespace zaroruntime {
 
-struct TableSetting {
-  std::string section;
-  std::string key;
-  std::string value;
-};
+using TableSetting = SettingText;
 
 // Both connect as config/database.ini and config/odbc.ini say, and throw RuntimeError naming the database's failure.
 std::vector<TableSetting> readSettingsTable(const Installation& installation);

@@ -72,10 +72,10 @@ class Gateway:
     def set(self, **settings):
         """In the file, which counts above the database."""
         path = self.home / "config" / "zaro.ini"
-        before, section, own = path.read_text(encoding="utf-8").partition("[mail_filter]\n")
+        before, _, own = path.read_text(encoding="utf-8").partition("[mail_filter]\n")
         for key, value in settings.items():
-            own = re.sub(rf"(?m)^{key}=.*$", f"{key}={value}", own)
-        path.write_text(before + section + own, encoding="utf-8")
+            own = re.sub(rf"(?m)^{key}=.*\n", "", own) + f"{key}={value}\n"
+        path.write_text(f"{before}[mail_filter]\n{own}", encoding="utf-8")
 
     def database(self):
         """A connection that commits and closes as it is left."""

@@ -11,7 +11,10 @@
 #include "console/Text.h"
 
 using zaroruntime::Setting;
+using zaroruntime::SettingLayer;
 using zaroruntime::Settings;
+using zaroruntime::SettingText;
+using zaroruntime::sqlLiteral;
 using Interface = ZaroPolicyServerInterface;
 using Rule = Interface::NumberRule;
 
@@ -139,6 +142,24 @@ ReadSettings compare(SettingReader reader, const Answer& answer, const Settings&
   return read;
 }
 
+std::vector<SettingText> initialSettings() {
+  std::vector<SettingText> settings;
+  for (const KnownSetting& setting : kSettingTable) {
+    if (setting.initial == nullptr) {
+      continue;
+    }
+    if (setting.section != SettingSection::Cache) {
+      settings.push_back({nameOf(setting.section), setting.key, setting.initial});
+      continue;
+    }
+    const std::string ownSection = "1";  // an access type
+    for (const std::string* accessType : {&ownSection, static_cast<const std::string*>(nullptr)}) {
+      settings.push_back({Interface::getCacheSection(accessType, nullptr), setting.key, setting.initial});
+    }
+  }
+  return settings;
+}
+
 const std::string* textOf(const Setting* setting) {
   return setting != nullptr ? &setting->value : nullptr;
 }
@@ -152,6 +173,23 @@ std::string cacheSection(const Settings& stored) {
 
 std::string sectionOf(const KnownSetting& setting, const Settings& stored) {
   return setting.section != SettingSection::Cache ? nameOf(setting.section) : cacheSection(stored);
+}
+
+const char* nameOf(SettingLayer layer) {
+  return layer == SettingLayer::File ? "zaro.ini" : "database";
+}
+
+bool addMissingSettings(zaroruntime::SqlSession& session) {
+  bool added = false;
+  for (const auto& [section, key, value] : initialSettings()) {
+    const std::string place = "section = " + sqlLiteral(section) + " AND name = " + sqlLiteral(key);
+    if (!session.value("SELECT value FROM global_setting WHERE " + place)) {
+      session.run("INSERT INTO global_setting (section, name, value) VALUES (" + sqlLiteral(section) + ", " +
+                  sqlLiteral(key) + ", " + sqlLiteral(value) + ")");
+      added = true;
+    }
+  }
+  return added;
 }
 
 ReadSettings readAsServer(const Settings& stored) {

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "ZaroRuntime/SettingsStore.h"
+#include "ZaroRuntime/SqlSession.h"
 #include "console/Output.h"
 #include "store/SettingTable.h"
 
@@ -12,6 +13,13 @@
 std::string cacheSection(const zaroruntime::Settings& stored);
 // The section that a setting is read from.
 std::string sectionOf(const KnownSetting& setting, const zaroruntime::Settings& stored);
+
+// What the layer is called in results.
+const char* nameOf(zaroruntime::SettingLayer layer);
+
+// Puts what a new installation has for all hosts into the table of the database, without what is there. True if
+// anything was missing.
+bool addMissingSettings(zaroruntime::SqlSession& session);
 
 // One setting as its reader finds it.
 struct ReadSetting {

@@ -33,40 +33,41 @@ struct KnownSetting {
   const char* key;
   SettingKind kind;
   SettingReader reader;
-  bool libraryWrites;  // together with all others that it writes
+  bool libraryWrites;   // together with all others that it writes
+  const char* initial;  // what a new installation has for all hosts; null for nothing
 };
 
-// In the order in which `settings set` writes and shows them.
+// In the order in which `settings set` shows them.
 inline constexpr KnownSetting kSettingTable[] = {
-    {SettingSection::Server, "backlog", SettingKind::ServerNumber, SettingReader::Server, true},
-    {SettingSection::Server, "keep-alive", SettingKind::YesOrNo, SettingReader::Both, true},
-    {SettingSection::Server, "PolicyServerPort", SettingKind::ServerNumber, SettingReader::Both, true},
-    {SettingSection::Server, "protocol", SettingKind::Protocol, SettingReader::Both, true},
-    {SettingSection::Server, "threads", SettingKind::ServerNumber, SettingReader::Server, true},
-    {SettingSection::Server, "max_threads", SettingKind::ServerNumber, SettingReader::Server, true},
-    {SettingSection::Cache, "ldap_cache_TTL_minutes", SettingKind::ServerNumber, SettingReader::Server, true},
-    {SettingSection::Server, "recv_timeout_secs", SettingKind::ServerNumber, SettingReader::Server, false},
-    {SettingSection::Server, "send_timeout_secs", SettingKind::ServerNumber, SettingReader::Server, false},
-    {SettingSection::Client, "host", SettingKind::Host, SettingReader::Client, false},
-    {SettingSection::Client, "recv_timeout_secs", SettingKind::ClientNumber, SettingReader::Client, false},
-    {SettingSection::Client, "send_timeout_secs", SettingKind::ClientNumber, SettingReader::Client, false},
-    {SettingSection::Ldap, "enabled_server", SettingKind::LdapNumber, SettingReader::Server, false},
-    {SettingSection::Ldap, "access_type", SettingKind::LdapNumber, SettingReader::Server, false},
-    {SettingSection::Filter, "socket", SettingKind::FilterValue, SettingReader::Filter, false},
-    {SettingSection::Filter, "socket_mode", SettingKind::FilterValue, SettingReader::Filter, false},
-    {SettingSection::Filter, "socket_group", SettingKind::FilterValue, SettingReader::Filter, false},
-    {SettingSection::Filter, "policy_socket", SettingKind::FilterValue, SettingReader::Filter, false},
-    {SettingSection::Filter, "on_failure", SettingKind::FilterValue, SettingReader::Filter, false},
-    {SettingSection::Filter, "shadow", SettingKind::FilterValue, SettingReader::Filter, false},
-    {SettingSection::Filter, "poll_secs", SettingKind::FilterValue, SettingReader::Filter, false},
-    {SettingSection::Filter, "header", SettingKind::FilterValue, SettingReader::Filter, false},
-    {SettingSection::Filter, "delimiter", SettingKind::FilterValue, SettingReader::Filter, false},
-    {SettingSection::Filter, "strip_batv", SettingKind::FilterValue, SettingReader::Filter, false},
-    {SettingSection::Filter, "strip_srs", SettingKind::FilterValue, SettingReader::Filter, false},
-    {SettingSection::Filter, "exempt_authenticated", SettingKind::FilterValue, SettingReader::Filter, false},
-    {SettingSection::Filter, "metrics", SettingKind::FilterValue, SettingReader::Filter, false},
-    {SettingSection::Filter, "source", SettingKind::FilterValue, SettingReader::Filter, false},
-    {SettingSection::Filter, "state_dir", SettingKind::FilterValue, SettingReader::Filter, false},
+    {SettingSection::Server, "backlog", SettingKind::ServerNumber, SettingReader::Server, true, "100"},
+    {SettingSection::Server, "keep-alive", SettingKind::YesOrNo, SettingReader::Both, true, "yes"},
+    {SettingSection::Server, "PolicyServerPort", SettingKind::ServerNumber, SettingReader::Both, true, "5060"},
+    {SettingSection::Server, "protocol", SettingKind::Protocol, SettingReader::Both, true, "HTTP"},
+    {SettingSection::Server, "threads", SettingKind::ServerNumber, SettingReader::Server, true, "16"},
+    {SettingSection::Server, "max_threads", SettingKind::ServerNumber, SettingReader::Server, true, "64"},
+    {SettingSection::Cache, "ldap_cache_TTL_minutes", SettingKind::ServerNumber, SettingReader::Server, true, "1440"},
+    {SettingSection::Server, "recv_timeout_secs", SettingKind::ServerNumber, SettingReader::Server, false, "60"},
+    {SettingSection::Server, "send_timeout_secs", SettingKind::ServerNumber, SettingReader::Server, false, "60"},
+    {SettingSection::Client, "host", SettingKind::Host, SettingReader::Client, false, "127.0.0.1"},
+    {SettingSection::Client, "recv_timeout_secs", SettingKind::ClientNumber, SettingReader::Client, false, "60"},
+    {SettingSection::Client, "send_timeout_secs", SettingKind::ClientNumber, SettingReader::Client, false, "60"},
+    {SettingSection::Ldap, "enabled_server", SettingKind::LdapNumber, SettingReader::Server, false, "0"},
+    {SettingSection::Ldap, "access_type", SettingKind::LdapNumber, SettingReader::Server, false, "0"},
+    {SettingSection::Filter, "socket", SettingKind::FilterValue, SettingReader::Filter, false, nullptr},
+    {SettingSection::Filter, "socket_mode", SettingKind::FilterValue, SettingReader::Filter, false, nullptr},
+    {SettingSection::Filter, "socket_group", SettingKind::FilterValue, SettingReader::Filter, false, nullptr},
+    {SettingSection::Filter, "policy_socket", SettingKind::FilterValue, SettingReader::Filter, false, nullptr},
+    {SettingSection::Filter, "on_failure", SettingKind::FilterValue, SettingReader::Filter, false, nullptr},
+    {SettingSection::Filter, "shadow", SettingKind::FilterValue, SettingReader::Filter, false, nullptr},
+    {SettingSection::Filter, "poll_secs", SettingKind::FilterValue, SettingReader::Filter, false, nullptr},
+    {SettingSection::Filter, "header", SettingKind::FilterValue, SettingReader::Filter, false, nullptr},
+    {SettingSection::Filter, "delimiter", SettingKind::FilterValue, SettingReader::Filter, false, nullptr},
+    {SettingSection::Filter, "strip_batv", SettingKind::FilterValue, SettingReader::Filter, false, nullptr},
+    {SettingSection::Filter, "strip_srs", SettingKind::FilterValue, SettingReader::Filter, false, nullptr},
+    {SettingSection::Filter, "exempt_authenticated", SettingKind::FilterValue, SettingReader::Filter, false, nullptr},
+    {SettingSection::Filter, "metrics", SettingKind::FilterValue, SettingReader::Filter, false, nullptr},
+    {SettingSection::Filter, "source", SettingKind::FilterValue, SettingReader::Filter, false, nullptr},
+    {SettingSection::Filter, "state_dir", SettingKind::FilterValue, SettingReader::Filter, false, nullptr},
 };
 
 // Null for the section of the LDAP cache.

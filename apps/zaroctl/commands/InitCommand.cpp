@@ -20,6 +20,7 @@
 #include "installation/NewInstallation.h"
 #include "installation/Skeleton.h"
 #include "store/Database.h"
+#include "store/PolicySettings.h"
 
 namespace fs = std::filesystem;
 using zaroruntime::FailureKind;
@@ -117,8 +118,7 @@ struct DatabaseResult {
 };
 
 bool hasRows(SqlSession& session) {
-  for (const char* table :
-       {"administrator", "entity", "named_object", "policy_rule", "component", "global_setting", "manual_rule_order"}) {
+  for (const char* table : {"administrator", "entity", "named_object", "policy_rule", "component", "manual_rule_order"}) {
     if (session.value(std::string("SELECT 1 FROM ") + table + " LIMIT 1")) {
       return true;
     }
@@ -146,8 +146,12 @@ DatabaseResult prepareDatabase(const Installation& installation, const std::stri
   if (sample) {
     scripts.push_back(skeleton + "/sample/sample.sql");
   }
-  session.runScripts(scripts, beforeCommit);
-  return {version ? "kept" : "created", sample, !scripts.empty()};
+  bool added = false;
+  session.runScripts(scripts, [&] {
+    added = addMissingSettings(session);
+    beforeCommit();
+  });
+  return {version ? "kept" : "created", sample, added || !scripts.empty()};
 }
 
 // The driver closes a database without a word also when SQLite could not bring its log into the file.

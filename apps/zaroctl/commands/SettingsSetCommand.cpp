@@ -1,18 +1,22 @@
-// settings set KEY=VALUE...
+// settings set [--host] KEY=VALUE...
 #include <strings.h>
 
 #include <algorithm>
+#include <cctype>
 #include <climits>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "ZaroErrC.h"
 #include "ZaroPolicyServerInterface.h"
-#include "ZaroRuntime/LastFailure.h"
+#include "ZaroRuntime/IniFile.h"
 #include "ZaroRuntime/RuntimeError.h"
+#include "ZaroRuntime/SettingsStore.h"
+#include "ZaroRuntime/SqlSession.h"
 #include "commands/CommandTree.h"
 #include "commands/Commands.h"
 #include "console/Text.h"
@@ -20,13 +24,18 @@
 #include "store/Database.h"
 #include "store/FilterSettings.h"
 #include "store/PolicySettings.h"
+#include "store/Transaction.h"
 
 using zaroruntime::FailureKind;
+using zaroruntime::IniFile;
 using zaroruntime::Installation;
 using zaroruntime::RuntimeError;
 using zaroruntime::Setting;
+using zaroruntime::SettingLayer;
 using zaroruntime::Settings;
 using zaroruntime::SettingsTransaction;
+using zaroruntime::SettingText;
+using zaroruntime::sqlLiteral;
 using Interface = ZaroPolicyServerInterface;
 using Rule = Interface::NumberRule;
 
@@ -138,6 +147,63 @@ std::vector<Change> parseChanges(const std::vector<std::string>& arguments) {
 
 // --- What the settings will be ---
 
+// As its readers write it: without leading zeros, and in their letter case.
+std::string normalForm(const KnownSetting& setting, std::string value) {
+  const auto withCase = [&](int (*letter)(int)) {
+    std::transform(value.begin(), value.end(), value.begin(),
+                   [letter](unsigned char byte) { return static_cast<char>(letter(byte)); });
+    return value;
+  };
+  switch (setting.kind) {
+    case SettingKind::ServerNumber:
+    case SettingKind::ClientNumber:
+    case SettingKind::LdapNumber:
+      return std::to_string(decimalNumber(value).value_or(0));
+    case SettingKind::YesOrNo:
+      return withCase(std::tolower);
+    case SettingKind::Protocol:
+      return withCase(std::toupper);
+    case SettingKind::Host:
+    case SettingKind::FilterValue:
+      break;
+  }
+  return value;
+}
+
+// The texts of one layer, by section and key.
+using Layer = std::map<std::pair<std::string, std::string>, std::string>;
+
+Layer layerOf(const Installation& installation) {
+  const IniFile file(installation.settingsIni(), IniFile::Malformed::Refused);
+  Layer layer;
+  for (const std::string& section : file.sections()) {
+    for (const auto& [key, value] : file.items(section)) {
+      layer[{section, key}] = value;
+    }
+  }
+  return layer;
+}
+
+Layer layerOf(StoreConnection& db) {
+  Layer layer;
+  for (const auto& row : db.rows(R"(SELECT section AS "Section", name AS "Name", value AS "Value" FROM global_setting)",
+                                 {"Section", "Name", "Value"})) {
+    layer[{row[0].value_or(""), row[1].value_or("")}] = row[2].value_or("");
+  }
+  return layer;
+}
+
+// What the readers of a layer find: `upper` goes before `lower`.
+Settings merged(const Layer& upper, const Layer& lower) {
+  Settings settings;
+  for (const Layer* layer : {&upper, &lower}) {
+    for (const auto& [name, value] : *layer) {
+      settings.sections[name.first].emplace(name.second, Setting{value, SettingLayer::File, std::nullopt});
+    }
+  }
+  return settings;
+}
+
 Settings withChanges(Settings settings, const std::vector<Change>& changes) {
   // The sections of LDAP first, by which the one of the lifetime is then found.
   for (const bool lifetime : {false, true}) {
@@ -150,129 +216,128 @@ Settings withChanges(Settings settings, const std::vector<Change>& changes) {
   return settings;
 }
 
-std::string requiredValue(const Settings& settings, const std::string& section, const std::string& key) {
-  const Setting* setting = settings.find(section, key);
-  if (setting == nullptr) {
-    throw RuntimeError("nothing is written: [" + section + "] " + key + " is missing; set it as well",
-                       FailureKind::Configuration);
-  }
-  return setting->value;
-}
-
-// A number as a server would read it.
-unsigned int requiredNumber(const Settings& settings, const std::string& section, const char* key) {
+// A number as a server would read it; nothing for one that it would not.
+std::optional<unsigned int> serverNumber(const Settings& settings, const std::string& section, const char* key) {
   const Rule& rule = *Interface::findServerRule(key);
-  const std::string text = requiredValue(settings, section, key);
+  const Setting* setting = settings.find(section, key);
   unsigned int number = 0;
-  if (Interface::readNumber(rule, text, number) == Interface::NotANumber && !rule.fallBack) {
-    throw RuntimeError("nothing is written: [" + section + "] " + key + " holds " + quoted(text) + ", which is " +
-                           (rule.isPort ? "not a port" : "not a number") + "; set it as well",
-                       FailureKind::Configuration);
+  if (setting == nullptr || Interface::readNumber(rule, setting->value, number) == Interface::NotANumber) {
+    return std::nullopt;
   }
-  return std::min(number, static_cast<unsigned int>(INT_MAX));
+  return number;
 }
 
-// The seven that the library writes together.
-struct LibrarySettings {
-  unsigned int backlog;
-  bool keepAlive;
-  unsigned int port;
-  Interface::Protocol protocol;
-  unsigned int threads;
-  unsigned int maxThreads;
-  unsigned int cacheTtl;
-};
+bool concernsKey(const std::vector<Change>& changes, const char* key) {
+  return std::any_of(changes.begin(), changes.end(),
+                     [&](const Change& change) { return std::string(key) == change.setting->key; });
+}
 
-LibrarySettings librarySettings(const Settings& settings) {
-  const auto number = [&](const char* key) { return requiredNumber(settings, kServerSection, key); };
-  const auto isWord = [&](const char* key, const char* word) {
-    return strcasecmp(requiredValue(settings, kServerSection, key).c_str(), word) == 0;
-  };
-  return {number("backlog"),
-          isWord("keep-alive", "yes"),
-          number("PolicyServerPort"),
-          isWord("protocol", "HTTPS") ? Interface::HTTPS : Interface::HTTP,
-          number("threads"),
-          number("max_threads"),
-          requiredNumber(settings, cacheSection(settings), kCacheTtl)};
+bool concernsSection(const std::vector<Change>& changes, SettingSection section) {
+  return std::any_of(changes.begin(), changes.end(),
+                     [&](const Change& change) { return change.setting->section == section; });
 }
 
 // A server would start more threads than it may have.
-void refuseMoreThreadsThanThereMayBe(const std::vector<Change>& changes, const LibrarySettings& settings) {
-  const bool concerned = std::any_of(changes.begin(), changes.end(), [](const Change& change) {
-    const std::string key = change.setting->key;
-    return key == "threads" || key == "max_threads";
-  });
-  if (concerned && settings.maxThreads < settings.threads) {
-    throw UsageError("max_threads would be " + std::to_string(settings.maxThreads) +
-                     ", below threads, which would be " + std::to_string(settings.threads) + "; nothing is written");
+void refuseMoreThreadsThanThereMayBe(const std::vector<Change>& changes, const Settings& wanted) {
+  const auto threads = serverNumber(wanted, kServerSection, "threads");
+  const auto most = serverNumber(wanted, kServerSection, "max_threads");
+  const bool concerned = concernsKey(changes, "threads") || concernsKey(changes, "max_threads");
+  if (concerned && threads && most && *most < *threads) {
+    throw UsageError("max_threads would be " + std::to_string(*most) + ", below threads, which would be " +
+                     std::to_string(*threads) + "; nothing is written");
   }
+}
+
+// A server could not read its settings afterwards.
+void refuseALostLifetime(const std::vector<Change>& changes, const Settings& wanted) {
+  const std::string section = cacheSection(wanted);
+  if (concernsSection(changes, SettingSection::Ldap) && !serverNumber(wanted, section, kCacheTtl)) {
+    throw RuntimeError("nothing is written: [" + section + "] " + kCacheTtl + " is missing; set it as well",
+                       FailureKind::Configuration);
+  }
+}
+
+// What is to be written, in the order of the table.
+std::vector<SettingText> textsOf(const std::vector<Change>& changes, const Layer& upper, const Layer& lower) {
+  const Settings wanted = withChanges(merged(upper, lower), changes);
+  refuseMoreThreadsThanThereMayBe(changes, wanted);
+  refuseALostLifetime(changes, wanted);
+  std::vector<SettingText> texts;
+  for (const KnownSetting& setting : kSettingTable) {
+    for (const Change& change : changes) {
+      if (change.setting == &setting) {
+        texts.push_back({sectionOf(setting, wanted), setting.key, normalForm(setting, change.value)});
+      }
+    }
+  }
+  return texts;
 }
 
 // --- Writing ---
 
-void writeByLibrary(const LibrarySettings& settings) {
-  const unsigned int code =
-      Interface::setSettingsInDatabase(settings.backlog, settings.keepAlive, settings.port, settings.protocol,
-                                       settings.threads, settings.maxThreads, settings.cacheTtl);
-  if (code != ZaroErrC::Success) {
-    throw RuntimeError(zaroruntime::lastFailure() + " (code " + std::to_string(code) + ")",
-                       zaroruntime::lastFailureKind());
+struct Written {
+  std::vector<SettingText> settings;
+  Layer before;
+};
+
+void store(StoreConnection& db, const std::vector<SettingText>& settings) {
+  for (const SettingText& setting : settings) {
+    db.run("INSERT INTO global_setting (section, name, value) VALUES (" + sqlLiteral(setting.section) + ", " +
+           sqlLiteral(setting.key) + ", " + sqlLiteral(setting.value) +
+           ") ON CONFLICT (section, name) DO UPDATE SET value = excluded.value");
+  }
+  const Layer after = layerOf(db);
+  for (const SettingText& setting : settings) {
+    const auto found = after.find({setting.section, setting.key});
+    if (found == after.end() || found->second != setting.value) {
+      throw RuntimeError(
+          "[" + setting.section + "] " + setting.key + " was written, but does not come back so; nothing is changed",
+          FailureKind::Data);
+    }
   }
 }
 
-const Change* findChange(const std::vector<Change>& changes, const KnownSetting& setting) {
-  const auto found =
-      std::find_if(changes.begin(), changes.end(), [&](const Change& change) { return change.setting == &setting; });
-  return found != changes.end() ? &*found : nullptr;
+// For all hosts whose files do not have them.
+Written writeToTable(const Installation& installation, const std::vector<Change>& changes) {
+  const Layer file = layerOf(installation);
+  return inTransaction([&](StoreConnection& db) {
+    db.lockTable("global_setting");
+    Layer before = layerOf(db);
+    std::vector<SettingText> settings = textsOf(changes, before, file);
+    store(db, settings);
+    return Written{std::move(settings), std::move(before)};
+  });
 }
 
-void write(const Installation& installation, const std::vector<Change>& changes, const Settings& wanted,
-           const LibrarySettings& byLibrary) {
-  bool libraryWrote = false;
-  for (const KnownSetting& setting : kSettingTable) {
-    const Change* change = findChange(changes, setting);
-    if (change == nullptr) {
-      continue;
-    }
-    if (setting.libraryWrites && !std::exchange(libraryWrote, true)) {
-      writeByLibrary(byLibrary);
-    }
-    // The library writes the lifetime where it is not read, so it goes to the right place as well.
-    if (!setting.libraryWrites || setting.section == SettingSection::Cache) {
-      zaroruntime::writeSetting(installation, sectionOf(setting, wanted), setting.key, change->value);
+// For this host alone, also while the database is down.
+Written writeToFile(const Installation& installation, const std::vector<Change>& changes) {
+  const SettingsTransaction others(installation);  // wait until this one is done
+  const Settings both = zaroruntime::readSettings(installation);
+  Layer table;
+  for (const auto& [section, settings] : both.sections) {
+    for (const auto& [key, setting] : settings) {
+      table[{section, key}] = setting.value;
     }
   }
+  Layer before = layerOf(installation);
+  std::vector<SettingText> settings = textsOf(changes, before, table);
+  zaroruntime::writeHostSettings(installation, settings);
+  return {std::move(settings), std::move(before)};
 }
 
 // --- What took effect ---
 
 using Values = std::map<std::pair<std::string, std::string>, Json>;
 
-bool changesSection(const std::vector<Change>& changes, bool (*isIt)(const KnownSetting&)) {
-  return std::any_of(changes.begin(), changes.end(), [&](const Change& change) { return isIt(*change.setting); });
-}
-
-bool isClients(const KnownSetting& setting) {
-  return setting.section == SettingSection::Client;
-}
-
-bool isFilters(const KnownSetting& setting) {
-  return setting.section == SettingSection::Filter;
-}
-
-bool isServers(const KnownSetting& setting) {
-  return !isClients(setting) && !isFilters(setting);
-}
-
-bool isLdap(const KnownSetting& setting) {
-  return setting.section == SettingSection::Ldap;
-}
-
 // What their readers make of each setting, by section and key. A reader that can no longer read is a failure if it
 // is one of those whose settings are changed.
 Values valuesRead(const Settings& stored, const std::vector<Change>& changes, std::vector<std::string>& failures) {
   Values values;
+  const bool clients = concernsSection(changes, SettingSection::Client);
+  const bool filters = concernsSection(changes, SettingSection::Filter);
+  const bool servers = std::any_of(changes.begin(), changes.end(), [](const Change& change) {
+    return change.setting->section != SettingSection::Client && change.setting->section != SettingSection::Filter;
+  });
   const auto add = [&](const char* reader, const ReadSettings& read, bool concerned) {
     for (const ReadSetting& setting : read.settings) {
       values.emplace(std::make_pair(setting.section, setting.key), setting.value);
@@ -281,116 +346,75 @@ Values valuesRead(const Settings& stored, const std::vector<Change>& changes, st
       failures.push_back(whyUnreadable(reader, read));
     }
   };
-  add("a policy server", readAsServer(stored), changesSection(changes, isServers));
-  add("a client", readAsClient(stored), changesSection(changes, isClients));
-  add("the mail filter", readAsFilter(stored), changesSection(changes, isFilters));
+  add("a policy server", readAsServer(stored), servers);
+  add("a client", readAsClient(stored), clients);
+  add("the mail filter", readAsFilter(stored), filters);
   return values;
 }
 
-Json storedText(const Settings& settings, const std::string& section, const std::string& key) {
-  const Setting* setting = settings.find(section, key);
-  return setting != nullptr ? Json(setting->value) : Json(nullptr);
-}
-
-// Whether a stored text is what was asked for; the library writes numbers and words in one form of its own.
-bool isAsAsked(const Json& stored, const std::string& asked) {
-  if (!stored.is_string()) {
-    return false;
-  }
-  const std::string text = stored.get<std::string>();
-  const auto withoutZeros = [](const std::string& digits) {
-    return digits.substr(std::min(digits.find_first_not_of('0'), digits.size() - 1));
-  };
-  return strcasecmp(text.c_str(), asked.c_str()) == 0 ||
-         (!text.empty() && !asked.empty() && withoutZeros(text) == withoutZeros(asked));
-}
-
-// One line for each setting that was asked for, and for each other one that the library changed in passing.
-Json effects(const std::vector<Change>& changes, const Settings& before, const Settings& wanted, const Settings& after,
-             const Values& values, std::vector<std::string>& failures) {
+Json effects(const Written& written, SettingLayer layer, const Settings& after, std::vector<std::string>& failures,
+             const std::vector<Change>& changes) {
+  const auto values = valuesRead(after, changes, failures);
   Json rows = Json::array();
-  for (const KnownSetting& setting : kSettingTable) {
-    const Change* change = findChange(changes, setting);
-    const std::string section = sectionOf(setting, change != nullptr ? wanted : after);
-    const Json old = storedText(before, section, setting.key);
-    const Json now = storedText(after, section, setting.key);
-    if (change == nullptr && old == now) {
-      continue;
-    }
-    if (change != nullptr && !isAsAsked(now, change->value)) {
-      failures.push_back("[" + section + "] " + setting.key + " has not become " + quoted(change->value));
-    }
-    const auto read = values.find({section, setting.key});
-    rows.push_back({{"section", section},
+  for (const SettingText& setting : written.settings) {
+    const auto before = written.before.find({setting.section, setting.key});
+    const auto value = values.find({setting.section, setting.key});
+    const Setting* counts = after.find(setting.section, setting.key);
+    rows.push_back({{"section", setting.section},
                     {"key", setting.key},
-                    {"before", old},
-                    {"stored", now},
-                    {"value", read != values.end() ? read->second : now},
-                    {"asked", change != nullptr}});
+                    {"layer", nameOf(layer)},
+                    {"before", before != written.before.end() ? Json(before->second) : Json(nullptr)},
+                    {"stored", setting.value},
+                    {"value", value != values.end() ? value->second : Json(setting.value)},
+                    {"from", counts != nullptr ? Json(nameOf(counts->layer)) : Json(nullptr)}});
+    if (counts != nullptr && counts->layer != layer) {
+      diagnose("[" + setting.section + "] " + setting.key + ": zaro.ini of this host holds " + quoted(counts->value) +
+               ", which goes before; --host changes that");
+    }
   }
   return rows;
 }
 
-// The settings keep the text of why the database did not answer; so it is asked again.
-FailureKind kindOfDatabaseFailure() {
-  try {
-    requireLibrary();
-  } catch (const RuntimeError& failure) {
-    return failure.kind();
-  }
-  return FailureKind::Other;
-}
+struct Arguments {
+  std::vector<std::string> settings;
+  bool host = false;
+};
 
-ExitCode setSettings(Output& out, const std::vector<std::string>& arguments) {
-  const std::vector<Change> changes = parseChanges(arguments);
+ExitCode setSettings(Output& out, const Arguments& arguments) {
+  const std::vector<Change> changes = parseChanges(arguments.settings);
   const Installation installation = Installation::fromEnvironment();
-  // What is not asked for is written back as it was read.
-  SettingsTransaction transaction(installation);
-  const Settings before = zaroruntime::readSettings(installation);
-  if (!before.databaseFailure.empty()) {
-    throw RuntimeError("nothing is written: " + before.databaseFailure, kindOfDatabaseFailure());
-  }
-  const Settings wanted = withChanges(before, changes);
-  const bool library =
-      std::any_of(changes.begin(), changes.end(), [](const Change& change) { return change.setting->libraryWrites; });
-  const LibrarySettings byLibrary = library ? librarySettings(wanted) : LibrarySettings();
-  refuseMoreThreadsThanThereMayBe(changes, byLibrary);
-  if (changesSection(changes, isLdap)) {
-    requiredNumber(wanted, cacheSection(wanted), kCacheTtl);  // or a server could not read its settings afterwards
-  }
-
+  const SettingLayer layer = arguments.host ? SettingLayer::File : SettingLayer::Database;
+  const Written written = arguments.host ? writeToFile(installation, changes) : writeToTable(installation, changes);
   std::vector<std::string> failures;
-  bool written = false;
-  ExitCode code = ExitCode::Found;
-  try {
-    write(installation, changes, wanted, byLibrary);
-    transaction.commit();
-    written = true;
-  } catch (const RuntimeError& failure) {
-    failures.emplace_back(failure.what());  // what the settings are now is shown all the same
-    code = exitCodeOf(failure.kind());
-  }
   const Settings after = zaroruntime::readSettings(installation);
-  const Values values = valuesRead(after, changes, failures);
-  out.rows({{"section", "SECTION"}, {"key", "KEY"}, {"before", "BEFORE"}, {"stored", "STORED"}, {"value", "VALUE"}},
-           effects(changes, before, wanted, after, values, failures));
+  tellOfDatabase(after);
+  out.rows({{"section", "SECTION"},
+            {"key", "KEY"},
+            {"layer", "LAYER"},
+            {"before", "BEFORE"},
+            {"stored", "STORED"},
+            {"value", "VALUE"},
+            {"from", "FROM"}},
+           effects(written, layer, after, failures, changes));
   for (const std::string& failure : failures) {
-    diagnose((written ? "the settings were written, but " : "") + failure);
+    diagnose("the settings were written, but " + failure);
   }
-  return code == ExitCode::Found && !failures.empty() ? ExitCode::Configuration : code;
+  return failures.empty() ? ExitCode::Found : ExitCode::Configuration;
 }
 
 }  // namespace
 
 void addSettingsSet(CommandTree& tree) {
-  const auto arguments = std::make_shared<std::vector<std::string>>();
-  CLI::App* command =
-      tree.add("settings set", "Set settings of policy servers, clients, the mail filter and LDAP look-ups",
-               {"zaroctl settings set threads=32 max_threads=128",
-                "zaroctl settings set policy_client.recv_timeout_secs=30 host=policy.example.test",
-                "zaroctl settings set mail_filter.shadow=yes"},
-               [arguments](Output& out) { return setSettings(out, *arguments); });
-  command->add_option("KEY=VALUE", *arguments, "What to set; the key may have its section before it: SECTION.KEY=VALUE")
+  const auto arguments = std::make_shared<Arguments>();
+  CLI::App* command = tree.add(
+      "settings set", "Set settings of policy servers, clients, the mail filter and LDAP look-ups for all hosts",
+      {"zaroctl settings set threads=32 max_threads=128", "zaroctl settings set mail_filter.shadow=yes",
+       "zaroctl settings set --host policy_client.recv_timeout_secs=30 host=policy.example.test"},
+      [arguments](Output& out) { return setSettings(out, *arguments); });
+  command->add_flag("--host", arguments->host, "For this host alone: in config/zaro.ini instead of the database");
+  command
+      ->add_option("KEY=VALUE", arguments->settings,
+                   "What to set; the key may have its section before it: SECTION.KEY=VALUE")
       ->required()
       ->type_name("");
 }

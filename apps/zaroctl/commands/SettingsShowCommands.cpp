@@ -7,10 +7,6 @@
 
 namespace {
 
-const char* layerName(zaroruntime::SettingLayer layer) {
-  return layer == zaroruntime::SettingLayer::File ? "zaro.ini" : "database";
-}
-
 Json textOrNull(const std::string& text) {
   return text.empty() ? Json(nullptr) : Json(text);
 }
@@ -35,7 +31,7 @@ ExitCode show(Output& out, const char* reader, ReadSettings (*read)(const zaroru
                     {"key", setting.key},
                     {"value", setting.value},
                     {"stored", there ? Json(setting.stored->value) : Json(nullptr)},
-                    {"from", there ? Json(layerName(setting.stored->layer)) : Json(nullptr)},
+                    {"from", there ? Json(nameOf(setting.stored->layer)) : Json(nullptr)},
                     {"note", textOrNull(noteOn(setting))}});
   }
   out.rows(

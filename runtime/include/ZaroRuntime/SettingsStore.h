@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "ZaroRuntime/Installation.h"
 
@@ -41,6 +42,16 @@ Settings readSettings(const Installation& installation);
 // database, also when it is not there at all or has the schema of another version, the file is as before.
 void writeSetting(const Installation& installation, const std::string& section, const std::string& key,
                   const std::string& value);
+
+struct SettingText {
+  std::string section;
+  std::string key;
+  std::string value;
+};
+
+// Sets values in the file alone, for this host: all of them or none, and without the database. Waits for other writers.
+// Throws RuntimeError.
+void writeHostSettings(const Installation& installation, const std::vector<SettingText>& settings);
 
 // Settings that are read and written together: all of them or none. While one is open, what this thread writes waits for
 // `commit`, also what it writes through GlobalSettingIF; without a commit nothing is written. Reading gives the settings

@@ -73,7 +73,7 @@ class PolicySettings : public zarotest::OnEveryDatabaseWithLibrary {
   }
 };
 
-TEST_P(PolicySettings, thoseOfANewInstallationAreSound) {
+TEST_P(PolicySettings, thoseOfAHostAreSound) {
   inOwnProcess([&] {
     EXPECT_EQ(readServer(), "100 1 5060 0 60 60 16 64 1440 ");
     EXPECT_EQ(readClient(true), "127.0.0.1 5060 1 0 60 60 ");

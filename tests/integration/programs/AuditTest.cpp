@@ -173,8 +173,8 @@ TEST_P(Audit, longContentIsKeptByItsEndsAndItsLength) {
 TEST_P(Audit, valuesOfPasswordsAreNotKept) {
   const auto entries = entriesOf([&] {
     session()->run("INSERT INTO global_setting (section, name, value) VALUES ('LDAP', 'Bind_Password', 'geheim-1')");
-    session()->run("UPDATE global_setting SET value = 'geheim-2' WHERE section = 'LDAP'");
-    session()->run("DELETE FROM global_setting WHERE section = 'LDAP'");
+    session()->run("UPDATE global_setting SET value = 'geheim-2' WHERE name = 'Bind_Password'");
+    session()->run("DELETE FROM global_setting WHERE name = 'Bind_Password'");
   });
   ASSERT_EQ(entries.size(), 3u);
   EXPECT_EQ(Json(entries).dump().find("geheim"), std::string::npos);

@@ -41,7 +41,7 @@ class ExitStatus : public zarotest::SampleInstallation {
         {77, {"object", "modify", "--as", "postmaster", "3", "--name", "x"}, ""},
         {75, {"init", "--db", "postgresql", "--host", "127.0.0.1", "--port", "1", directory().path("other")}, "secret\n"},
         {75, {"password"}, "secret\n", [this] { m_lock.take(homeFile("config")); }},
-        {78, {"settings", "server"}, "", [this] { replaceLine("config/zaro.ini", "threads", "threads"); }},
+        {78, {"settings", "server"}, "", [this] { replaceLine("config/zaro.ini", "language=", "language"); }},
         {69, {"admin", "id", "postmaster"}, "", [this] { writeFile("sql/ui_GetAdminId.sql", "no SQL '%s'"); }},
         {78, {"admin", "id", "postmaster"}, "", [this] { writeFile("config/database.ini", ""); }},
     };

@@ -19,7 +19,7 @@ TEST_P(Sample, everyRowIsThere) {
       {"policy_rule_object", "3"},
       {"address_group_member", "11"},
       {"component", "5"},
-      {"global_setting", "1"},
+      {"global_setting", "16"},
       {"manual_rule_order", "6"},
   };
   for (const auto& [table, rows] : kRows) {

@@ -7,6 +7,7 @@
 #include <filesystem>
 
 #include "ZaroRuntime/IniFile.h"
+#include "support/HostSettings.h"
 
 namespace zarotest {
 
@@ -68,6 +69,7 @@ void TestInstallation::_copySkeleton() {
   fs::copy(skeleton / "config", m_directory.path("config"), fs::copy_options::recursive);
   fs::copy(skeleton / "sql" / zaroruntime::dialectName(m_dialect), m_directory.path("sql"), fs::copy_options::recursive);
   fs::create_directory(m_directory.path("data"));
+  m_directory.write("config/zaro.ini", readFile(m_directory.path("config/zaro.ini")) + kHostSettings);
 }
 
 void TestInstallation::_makeDatabase() {
