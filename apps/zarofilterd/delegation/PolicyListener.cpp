@@ -11,7 +11,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
+#include <exception>
+#include <new>
 
 #include "ZaroRuntime/RuntimeError.h"
 #include "milter/HeaderText.h"
@@ -20,6 +23,7 @@
 namespace {
 
 constexpr std::size_t kMostConnections = 1000;
+constexpr std::chrono::milliseconds kPause{100};  // where descriptors or memory are short
 constexpr const char* kNothing = "DUNNO";
 
 struct Address {
@@ -144,48 +148,63 @@ PolicyListener::~PolicyListener() {
   close(m_stopRead);
   close(m_listening);
   for (const Connection& connection : m_connections) {
-    close(connection.descriptor);
+    if (connection.descriptor != kClosed) {
+      close(connection.descriptor);
+    }
   }
 }
 
 void PolicyListener::_serve() {
-  constexpr int kForever = -1;
-  for (;;) {
-    const short listening = m_connections.size() < kMostConnections ? POLLIN : 0;
-    std::vector<pollfd> waiting = {{m_stopRead, POLLIN, 0}, {m_listening, listening, 0}};
-    for (const Connection& connection : m_connections) {
-      const short wanted = connection.unsent.empty() ? POLLIN : POLLOUT;
-      waiting.push_back({connection.descriptor, wanted, 0});
-    }
-    if (poll(waiting.data(), waiting.size(), kForever) < 0) {
-      continue;
-    }
-    if (waiting[0].revents != 0) {
-      return;
-    }
-    std::vector<Connection> open;
-    for (std::size_t i = 0; i < m_connections.size(); ++i) {
-      Connection& connection = m_connections[i];
-      if (waiting[i + 2].revents == 0 || _exchange(connection, waiting[i + 2].revents)) {
-        open.push_back(std::move(connection));
-      } else {
-        close(connection.descriptor);
-      }
-    }
-    m_connections.swap(open);
-    if (waiting[1].revents != 0) {
-      _accept();
+  for (bool goesOn = true; goesOn;) {
+    try {
+      goesOn = _serveOnce();
+    } catch (const std::bad_alloc&) {
+      std::this_thread::sleep_for(kPause);
     }
   }
 }
 
+bool PolicyListener::_serveOnce() {
+  constexpr int kForever = -1;
+  const bool listens = !m_acceptFailed && m_connections.size() < kMostConnections;
+  std::vector<pollfd> waiting = {{m_stopRead, POLLIN, 0}, {m_listening, static_cast<short>(listens ? POLLIN : 0), 0}};
+  for (const Connection& connection : m_connections) {
+    const short wanted = connection.unsent.empty() ? POLLIN : POLLOUT;
+    waiting.push_back({connection.descriptor, wanted, 0});
+  }
+  const int longest = m_acceptFailed ? static_cast<int>(kPause.count()) : kForever;
+  m_acceptFailed = false;
+  if (poll(waiting.data(), waiting.size(), longest) < 0) {
+    return true;
+  }
+  if (waiting[0].revents != 0) {
+    return false;
+  }
+  for (std::size_t i = 0; i < m_connections.size(); ++i) {
+    Connection& connection = m_connections[i];
+    if (waiting[i + 2].revents != 0 && !_exchange(connection, waiting[i + 2].revents)) {
+      close(connection.descriptor);
+      connection.descriptor = kClosed;
+    }
+  }
+  const auto isClosed = [](const Connection& connection) { return connection.descriptor == kClosed; };
+  m_connections.erase(std::remove_if(m_connections.begin(), m_connections.end(), isClosed), m_connections.end());
+  if (waiting[1].revents != 0) {
+    _accept();
+  }
+  return true;
+}
+
 void PolicyListener::_accept() {
+  m_connections.reserve(m_connections.size() + 1);
   const int descriptor = accept4(m_listening, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
   if (descriptor >= 0) {
     const int on = 1;
     setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);  // of no effect on unix sockets
     m_connections.push_back({descriptor, "", ""});
   }
+  // The connection waits on, and would be told of at once.
+  m_acceptFailed = descriptor < 0 && (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM);
 }
 
 bool PolicyListener::_exchange(Connection& connection, short events) const {
@@ -194,9 +213,11 @@ bool PolicyListener::_exchange(Connection& connection, short events) const {
   }
   try {
     return (events & POLLOUT) != 0 ? _send(connection) : _receive(connection);
+  } catch (const std::bad_alloc&) {
+    return false;  // the mail server asks again, or postpones
   } catch (const std::exception& failure) {
     m_desk.log.error(std::string("policy delegation: ") + failure.what());
-    return false;  // the mail server asks again, or postpones
+    return false;
   }
 }
 

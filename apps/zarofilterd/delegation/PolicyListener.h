@@ -28,7 +28,11 @@ class PolicyListener {
     std::string unsent;
   };
 
+  static constexpr int kClosed = -1;
+
   void _serve();
+  // Waits for events, and does what they ask for. False when the listener is to end.
+  bool _serveOnce();
   void _accept();
   // False when the connection is over.
   bool _exchange(Connection& connection, short events) const;
@@ -41,6 +45,7 @@ class PolicyListener {
   int m_stopRead = -1;
   int m_stopWrite = -1;
   std::vector<Connection> m_connections;
+  bool m_acceptFailed = false;
   std::thread m_thread;
 };
 
