@@ -1,5 +1,5 @@
 // The policy that decides now. Read-copy-update: a message keeps the generation that it began with, a reload puts another
-// one in its place, and whoever lets go of the old one last hands it back to the loader, which alone destroys it.
+// one in its place, and the last message that lets go of the old one hands it back to the loader, which alone destroys it.
 //
 // 1. `current` is for any thread. It waits for nothing but the exchange of a pointer.
 // 2. `replace` and `destroyReturned` are for the loader's thread, since making and destroying trees is for one thread at

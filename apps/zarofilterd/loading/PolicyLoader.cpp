@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <new>
+#include <set>
 #include <utility>
 
 #include "ZaroRuntime/RuntimeError.h"
@@ -110,7 +111,7 @@ void PolicyLoader::_wait(Clock::time_point nextLook) {
   m_returned = false;
 }
 
-// Whether it is time to look; `forced` when somebody asked for it.
+// Whether it is time to look; `forced` when it was asked for.
 bool PolicyLoader::_isDue(Clock::time_point nextLook, bool& forced) {
   const std::lock_guard<std::mutex> lock(m_mutex);
   forced = std::exchange(m_reload, false);
@@ -150,6 +151,11 @@ void PolicyLoader::_use(const MailPolicy& policy) {
   m_holder.replace(policy);
   const auto generation = m_holder.current();
   m_metrics.setGeneration(generation->version(), generation->rules().size(), generation->senderPatterns());
+  std::set<std::string> names;
+  for (const PolicyRule& rule : generation->rules()) {
+    names.insert(rule.stored.name);
+  }
+  m_metrics.keepRules(names);
   for (const std::string& warning : generation->warnings()) {
     m_log.warning(warning);
   }

@@ -81,7 +81,12 @@ FilterMetrics::FilterMetrics()
           counter(m_registry, "zaro_filter_unsaved_policies_total", "Policies that could not be kept on disk")) {}
 
 void FilterMetrics::countDecision(unsigned int code, const std::string& rule, std::chrono::nanoseconds took) {
-  m_decisions.Add({{"code", std::to_string(code)}, {"rule", rule}}).Increment();
+  {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    prometheus::Counter& decisions = m_decisions.Add({{"code", std::to_string(code)}, {"rule", rule}});
+    m_decisionsOfRule[rule].insert(&decisions);
+    decisions.Increment();
+  }
   m_decisionSeconds.Observe(seconds(took));
 }
 
@@ -97,6 +102,20 @@ void FilterMetrics::setGeneration(std::uint64_t version, std::size_t rules, std:
   m_generation.Set(static_cast<double>(version));
   m_rules.Set(static_cast<double>(rules));
   m_patterns.Set(static_cast<double>(patterns));
+}
+
+void FilterMetrics::keepRules(const std::set<std::string>& names) {
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  for (auto rule = m_decisionsOfRule.begin(); rule != m_decisionsOfRule.end();) {
+    if (rule->first.empty() || names.count(rule->first) != 0) {
+      ++rule;
+      continue;
+    }
+    for (prometheus::Counter* decisions : rule->second) {
+      m_decisions.Remove(decisions);
+    }
+    rule = m_decisionsOfRule.erase(rule);
+  }
 }
 
 void FilterMetrics::countReload(std::chrono::nanoseconds took) {

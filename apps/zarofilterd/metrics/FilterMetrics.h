@@ -9,6 +9,9 @@
 
 #include <chrono>
 #include <cstdint>
+#include <map>
+#include <mutex>
+#include <set>
 #include <string>
 
 class FilterMetrics {
@@ -22,6 +25,8 @@ class FilterMetrics {
   // A message whose actions the mail server did not take.
   void countFailedMessage();
   void setGeneration(std::uint64_t version, std::size_t rules, std::size_t patterns);
+  // Forgets the decisions of other rules, so that renamed and removed ones do not pile up.
+  void keepRules(const std::set<std::string>& names);
   void countReload(std::chrono::nanoseconds took);
   void countFailedReload();
   // A policy that could not be kept on disk.
@@ -33,6 +38,9 @@ class FilterMetrics {
   std::string text();
 
  private:
+  std::mutex m_mutex;
+  std::map<std::string, std::set<prometheus::Counter*>> m_decisionsOfRule;  // under the mutex, as their counters
+
   prometheus::Registry m_registry;
   prometheus::Family<prometheus::Counter>& m_decisions;
   prometheus::Histogram& m_decisionSeconds;

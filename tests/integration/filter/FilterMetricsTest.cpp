@@ -32,6 +32,21 @@ TEST(FilterMetrics, areInTheFormOfOpenMetrics) {
   EXPECT_THAT(text, EndsWith("\n# EOF\n"));
 }
 
+TEST(FilterMetrics, forgetTheRulesThatAreGone) {
+  FilterMetrics metrics;
+  for (const char* rule : {"kept", "gone", ""}) {
+    metrics.countDecision(1, rule, 3us);
+    metrics.countDecision(2, rule, 3us);
+  }
+  metrics.keepRules({"kept", "new"});
+  const std::string text = metrics.text();
+  EXPECT_THAT(text, Not(HasSubstr("rule=\"gone\"")));
+  EXPECT_THAT(text, HasSubstr("{code=\"2\",rule=\"kept\"} 1\n"));
+  EXPECT_THAT(text, HasSubstr("{code=\"2\",rule=\"\"} 1\n"));
+  metrics.countDecision(2, "gone", 3us);  // by a message that keeps the policy before
+  EXPECT_THAT(metrics.text(), HasSubstr("{code=\"2\",rule=\"gone\"} 1\n"));
+}
+
 TEST(FilterMetrics, tellTheAgeOfAConfirmedPolicy) {
   FilterMetrics metrics;
   metrics.confirmPolicy();
