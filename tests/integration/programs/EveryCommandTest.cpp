@@ -35,6 +35,13 @@ const std::vector<CommandRow> kCommands = {
     {{"password"}, {}, "secret\n"},
     {{"schema", "status"}, {}, ""},
     {{"schema", "upgrade"}, {}, ""},
+    {{"backup"}, {"{home}.backup"}, ""},
+    {{"export"}, {}, ""},
+    {{"import"},
+     {"--merge", "-"},
+     R"({"format": "zaropolicy", "version": 1,
+         "servers": [{"type": "P", "number": 9, "address": "192.0.2.9", "port": 15505}]})"},
+    {{"import"}, {"--dry-run", "--merge", "-"}, R"({"format": "zaropolicy", "version": 1})"},
     {{"admin", "id"}, {"postmaster"}, ""},
     {{"admin", "list"}, {}, ""},
     {{"admin", "add"}, {"helpdesk"}, ""},
@@ -261,6 +268,7 @@ class EveryCommand : public zarotest::SampleInstallation {
     writeFile(kSettings, m_settings);
     writeFile(kDatabaseIni, m_databaseIni);
     fs::remove_all(home() + ".second");
+    fs::remove(home() + ".backup");
   }
 
   // Files whose absence together changes nothing need not be missing one by one.
