@@ -36,7 +36,7 @@ std::string normalAddress(std::string_view spelled, std::string_view delimiters)
 // | stripSrs   | SRS0=ab=XY=a.test=user@relay.test           | user@a.test     | rewritten by a forwarder
 // |            | SRS1=cd=one.test==ab=XY=a.test=user@relay.test | user@a.test  | and by one behind it
 //
-// Nobody proves a tag here: whoever writes one chooses what the form is. A tag that is not whole stays.
+// Tags are not verified: the sender who writes one chooses what the form is. A tag that is not whole stays.
 struct AddressForm {
   std::string_view delimiters;
   bool stripBatv = false;
