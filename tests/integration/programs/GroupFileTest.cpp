@@ -177,6 +177,72 @@ TEST_P(GroupFile, spellingChangesByRemovingAndAdding) {
   EXPECT_THAT(members("Board"), ElementsAre("treasurer@example.test", "secretary@example.test", "Chair@example.test"));
 }
 
+TEST_P(GroupFile, listsOfOtherProgramsAreReadIntoPatterns) {
+  const struct {
+    Words options;
+    std::string text;
+    Words members;
+  } kRows[] = {
+      {{"--format", "plain"},
+       kMark + "a@b.test\r\n# no\n\n \t\n f@b.test # note\nc.test\n.d.test\n@e.test\n*.g.test\n<>\n",
+       {"a@b.test", "f@b.test", "*@c.test", "*@*.d.test", "*@e.test", "*@*.g.test", "<>"}},
+      {{"--format", "access"},
+       "# no\nbad@b.test REJECT no\n  more of it\n\n  # no\nc.test\tREJECT\n.d.test reject\nspam@ Reject\n<> REJECT\n",
+       {"bad@b.test", "*@c.test", "*@*.c.test", "*@*.d.test", "spam@*", "<>"}},
+      {{"--format", "access", "--action", "ok"}, "a@b.test OK\nc@b.test REJECT\n192.0.2 REJECT\n", {"a@b.test"}},
+      {{"--format", "csv", "--column", "e-mail"},
+       "name,e-mail,\"said \"\"it\"\"\"\r\n\"Doe, J\",j@b.test,\r\nx, \"k@b.test\"\r\nx,\"l@b.test\"\r\n\r\ny,\r\n",
+       {"j@b.test", "k@b.test", "l@b.test"}},
+      {{"--format", "csv", "--column", "2"}, "1,a@b.test\n2,c.test,x\n", {"a@b.test", "*@c.test"}},
+  };
+  for (const auto& row : kRows) {
+    Words command = {"group", "import", "Board", "-"};
+    command.insert(command.end(), row.options.begin(), row.options.end());
+    EXPECT_EQ(mustRun(command, row.text).err, "");
+    EXPECT_THAT(members("Board"), ElementsAreArray(row.members)) << row.text;
+  }
+}
+
+TEST_P(GroupFile, whatNoPatternSaysIsToldAndKeepsTheRestOut) {
+  const struct {
+    Words options;
+    std::string text;
+    const char* told;
+  } kRows[] = {
+      {{"--format", "plain"}, "a@b.test\n/^x/\n", "standard input:2: \"/^x/\" cannot be said in patterns for certain"},
+      {{"--format", "plain"}, "*\n", "standard input:1: \"*\" cannot be said"},
+      {{"--format", "access"}, "a@b.test OK\n192.0.2 OK\n", "standard input:2: \"192.0.2\" cannot be said"},
+      {{"--format", "access"}, "*.c.test OK\n", "standard input:1: \"*.c.test\" has a \"*\", which is no wildcard"},
+      {{"--format", "access"}, "a@b.test\n", "standard input:1: \"a@b.test\" has no action on its line"},
+      {{"--format", "access"}, "a@b.test OK\nc@b.test reject\n", "the actions \"OK\", \"REJECT\"; --action takes"},
+      {{"--format", "csv", "--column", "2"}, "1,a@b.test\n2\n", "standard input:2: \"2\" has no column 2"},
+      {{"--format", "csv", "--column", "1"}, "\"a@b.test\n", "standard input:1: \"\"a@b.test\" has quotes"},
+      {{"--format", "csv", "--column", "mail"}, "e-mail\na@b.test\n", "the first line names no column \"mail\""},
+  };
+  for (const auto& row : kRows) {
+    Words command = {"group", "import", "Board", "-"};
+    command.insert(command.end(), row.options.begin(), row.options.end());
+    const ProgramResult refused = run(command, row.text);
+    EXPECT_EQ(refused.status, 65) << row.told;
+    EXPECT_THAT(refused.err, HasSubstr(row.told));
+    EXPECT_THAT(members("Board"), testing::SizeIs(3));
+  }
+  const ProgramResult taken =
+      mustRun({"group", "import", "--format", "plain", "--leave-out", "Board", "-"}, "a@b.test\n/^x/\nA@b.test\nword\n");
+  EXPECT_THAT(linesOf(taken.out), ElementsAre("id\t5", "name\tBoard", "members\t1", "duplicates\t1", "left_out\t2"));
+  EXPECT_THAT(taken.err, HasSubstr("standard input:4: \"word\" cannot be said"));
+}
+
+TEST_P(GroupFile, optionsOfAFormatGoWithIt) {
+  for (const Words& options : {Words{"--column", "1"}, Words{"--format", "plain", "--column", "1"},
+                               Words{"--format", "csv"}, Words{"--action", "OK"}, Words{"--leave-out"},
+                               Words{"--format", "plain", "--action", "OK"}, Words{"--format", "xml"}}) {
+    Words command = {"group", "import", "Board", "-"};
+    command.insert(command.end(), options.begin(), options.end());
+    EXPECT_EQ(run(command).status, 64) << testing::PrintToString(options);
+  }
+}
+
 ZARO_ON_EVERY_DATABASE(GroupFile);
 
 }  // namespace
