@@ -149,6 +149,16 @@ class PolicyGeneration::Builder {
     return *found->second;
   }
 
+  // What goes into a reply or a header: a line's end in it would begin another header.
+  static void _requireOneLine(const std::string& text, const MailPolicy::Rule& rule) {
+    const bool hasControls = std::any_of(text.begin(), text.end(), [](char character) {
+      return static_cast<unsigned char>(character) < ' ' || character == '\x7f';
+    });
+    if (hasControls) {
+      throw PolicyError(nameOf(rule) + " has a control character in " + quoted(text));
+    }
+  }
+
   PolicyRule _resolved(const MailPolicy::Rule& rule) const {
     PolicyRule resolved;
     resolved.stored = rule;
@@ -164,6 +174,9 @@ class PolicyGeneration::Builder {
     }
     if (const auto missing = missingForActions(rule)) {
       throw PolicyError(nameOf(rule) + ": " + *missing);
+    }
+    for (const std::string* text : {&rule.reply, &rule.tag, &rule.headerValue, &rule.address}) {
+      _requireOneLine(*text, rule);
     }
     if (!comparison(nameOfComparison(rule.compare))) {
       throw PolicyError(nameOf(rule) + " compares " + nameOfComparison(rule.compare) + ", which is nothing known");
@@ -185,6 +198,7 @@ class PolicyGeneration::Builder {
       if (area.type != kQuarantineArea) {
         throw PolicyError(nameOf(rule) + " refers to object " + std::to_string(area.id) + ", which is no quarantine area");
       }
+      _requireOneLine(area.name, rule);
       resolved.area = area.name;
     }
     return resolved;

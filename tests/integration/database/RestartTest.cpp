@@ -130,6 +130,10 @@ TEST_P(Restart, stoppedServerIsADatabaseFailureAndNotTheEnd) {
 }
 
 TEST_P(Restart, fileAnswersForTheSettingsOfAStoppedServer) {
+  const std::string file = home().installation().settingsIni();
+  zaroruntime::IniFile settings(file);
+  settings.set("policy_server", "threads", "16");
+  settings.write(file, 0600);
   home().sql("INSERT INTO global_setting (section, name, value) VALUES ('s', 'shared', '1')");
   inOwnProcess([&] {
     const auto memory = [] {
