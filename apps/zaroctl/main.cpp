@@ -3,14 +3,17 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 #include "ZaroRuntime/RuntimeError.h"
 #include "commands/CommandLine.h"
 #include "console/ExitCode.h"
 #include "console/Output.h"
 #include "console/RunProgram.h"
+#include "console/Suggestion.h"
 #include "console/Text.h"
 #include "console/UsageError.h"
 #include "store/Transaction.h"
@@ -46,13 +49,60 @@ Output::Form outputForm(const GlobalOptions& options) {
   return isatty(STDOUT_FILENO) != 0 ? Output::Form::Table : Output::Form::Lines;
 }
 
-// The words of the command as far as they were understood.
+// The command as far as it was understood, and its words.
+const CLI::App& understood(const CLI::App& app) {
+  const CLI::App* command = &app;
+  while (!command->get_subcommands().empty()) {
+    command = command->get_subcommands().front();
+  }
+  return *command;
+}
+
 std::string commandLine(const CLI::App& app) {
   std::string words = app.get_name();
   for (const CLI::App* command = &app; !command->get_subcommands().empty();) {
     command = command->get_subcommands().front();
     words += " " + command->get_name();
   }
+  return words;
+}
+
+// The word that may have been meant; empty when none is like it.
+std::string suggestion(const CLI::App& app, const std::string& word) {
+  const CLI::App& command = understood(app);
+  std::vector<std::string> known;
+  for (const CLI::App* below : command.get_subcommands([](const CLI::App*) { return true; })) {
+    known.push_back(below->get_name());
+  }
+  for (const CLI::App* declared : {&command, &app}) {
+    for (const CLI::Option* option : declared->get_options()) {
+      for (const std::string& name : option->get_lnames()) {
+        known.push_back("--" + name);
+      }
+    }
+  }
+  const std::string like = mostLike(word, known);
+  return like.empty() ? "" : "; did you mean " + like + "?";
+}
+
+constexpr const char* kFirstSteps =
+    "To begin with:\n"
+    "  zaroctl init --sample DIR               make an installation, with a made-up company in it\n"
+    "  export ZARO_HOME=DIR                    name it to every command\n"
+    "  zaroctl check                           see whether all is well\n"
+    "  zaroctl admin list                      see who administers it\n"
+    "  zaroctl match --tree FILE ADDRESS       ask which pattern of a list decides an address\n"
+    "  zaroctl lint FILE                       see what is wrong in a list of patterns\n"
+    "All commands: zaroctl --help. One of them: zaroctl help COMMAND.\n";
+
+// `help WORDS` is `WORDS --help`.
+std::vector<std::string> wordsOf(int argc, const char* const* argv) {
+  std::vector<std::string> words(argv + 1, argv + argc);
+  if (!words.empty() && words.front() == "help") {
+    words.erase(words.begin());
+    words.emplace_back("--help");
+  }
+  std::reverse(words.begin(), words.end());  // as the parser takes them
   return words;
 }
 
@@ -64,7 +114,8 @@ ExitCode parseFailure(const CLI::App& app, const CLI::ParseError& error) {
   // What was not understood tells more than what is therefore missing.
   const auto extra = app.remaining(true);
   const auto unexpected = std::find_if(extra.begin(), extra.end(), [](const std::string& word) { return word != "--"; });
-  const std::string wrong = unexpected == extra.end() ? error.what() : "not expected: " + *unexpected;
+  const std::string wrong =
+      unexpected == extra.end() ? error.what() : "not expected: " + *unexpected + suggestion(app, *unexpected);
   diagnose(wrong + " (see " + commandLine(app) + " --help)");
   return ExitCode::Usage;
 }
@@ -82,9 +133,12 @@ void finish(Output& out) {
 }
 
 ExitCode run(int argc, const char* const* argv) {
+  if (argc < 2) {
+    std::fputs(kFirstSteps, stdout);
+  }
   CommandLine line;
   try {
-    line.app().parse(argc, argv);
+    line.app().parse(wordsOf(argc, argv));
   } catch (const CLI::ParseError& error) {
     return parseFailure(line.app(), error);
   }

@@ -83,7 +83,7 @@ void requireSettingsFit(const DatabaseSettings& settings) {
 DatabaseSettings readDatabaseSettings(const Installation& installation) {
   static constexpr const char* kSection = "Database_Settings";
   const std::string path = installation.databaseIni();
-  const IniFile ini(path);
+  const IniFile ini(path, IniFile::Malformed::Refused);
   if (!ini.hasSection(kSection)) {
     throw RuntimeError(path + ": section [" + kSection + "] is missing", FailureKind::Configuration);
   }

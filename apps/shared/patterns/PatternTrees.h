@@ -11,12 +11,13 @@
 #include "console/Progress.h"
 #include "patterns/PatternFile.h"
 
-// One tree as the command line names it: FILE[:KIND][,FILE[:KIND]...] or group:NAME[:KIND].
+// One tree as the command line names it: FILE[:KIND][,FILE[:KIND]...], group:NAME[:KIND] or
+// group-id:ID[:KIND]. A comma of a file's name has a backslash before it.
 struct TreeSource {
   struct Part {
-    std::string name;       // of the file or the group
+    std::string name;       // of the file or the group, or its identifier
     KxEmailBelongsTo kind;  // of the lines that have none of their own, and of members
-    bool isGroup = false;
+    enum class Source { File, Group, GroupId } source = Source::File;
   };
 
   std::string text;  // as given

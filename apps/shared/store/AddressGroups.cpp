@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <map>
 #include <set>
 
 #include "AddressGroup.h"
@@ -69,6 +70,18 @@ std::vector<GroupEntity> ownersFor(StoreConnection& db, const Viewer& viewer, st
   return owners;
 }
 
+// Names of the owners of every group, by its identifier.
+std::map<unsigned int, std::vector<std::string>> ownersOfGroups(StoreConnection& db) {
+  std::map<unsigned int, std::vector<std::string>> owners;
+  for (const auto& row : db.rows(
+           "SELECT object_id AS \"ObjectID\", entity.name AS \"EntityName\" FROM named_object_owner JOIN entity ON entity.id = "
+           "entity_id JOIN named_object ON named_object.id = object_id WHERE named_object.type = 5 ORDER BY entity.name",
+           {"ObjectID", "EntityName"})) {
+    owners[idIn(row, 0)].push_back(row[1].value_or(""));
+  }
+  return owners;
+}
+
 }  // namespace
 
 std::vector<GroupSummary> listGroups(const Actor& actor) {
@@ -79,6 +92,7 @@ std::vector<GroupSummary> listGroups(const Actor& actor) {
       visible.insert(object.id);
     }
   }
+  auto owners = actor ? std::map<unsigned int, std::vector<std::string>>() : ownersOfGroups(db);
   std::vector<GroupSummary> groups;
   for (const auto& row : db.rows(
            "SELECT id AS \"ObjectID\", name AS \"Name\", (SELECT count(*) FROM address_group_member WHERE group_id = id) AS "
@@ -87,7 +101,7 @@ std::vector<GroupSummary> listGroups(const Actor& actor) {
     const unsigned int id = idIn(row, 0);
     if (!actor || visible.count(id) != 0) {
       groups.push_back({id, row[1].value_or(""), static_cast<std::size_t>(std::stoull(row[2].value_or("0"))),
-                        !actor || isModifiable(db, *actor, id)});
+                        !actor || isModifiable(db, *actor, id), owners[id]});
     }
   }
   return groups;
@@ -100,7 +114,12 @@ StoredGroup findGroup(const std::string& name, const Actor& actor) {
     throwNotThere(actor, "named " + quoted(name));
   }
   if (groups.size() > 1) {
-    throw UsageError(std::to_string(groups.size()) + " address groups are named " + quoted(name));
+    std::string ids;
+    for (const StoredGroup& group : groups) {
+      ids.append(ids.empty() ? "" : ", ").append(std::to_string(group.id));
+    }
+    throw UsageError(std::to_string(groups.size()) + " address groups are named " + quoted(name) + ": " + ids +
+                     "; name one by its identifier");
   }
   groups.front().isNamed = true;
   return groups.front();
@@ -189,7 +208,7 @@ ChangedGroup changeGroup(const Actor& actor, const StoredGroup& group, const Gro
 GroupSummary removeGroup(const Actor& actor, const StoredGroup& group) {
   return inTransaction([&](StoreConnection& db) {
     GroupEdit edit(db, actor, group);
-    GroupSummary removed = {group.id, edit.group().name, edit.countMembers(), true};
+    GroupSummary removed = {group.id, edit.group().name, edit.countMembers(), true, {}};
     edit.removeGroup();
     return removed;
   });

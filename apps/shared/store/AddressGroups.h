@@ -30,7 +30,8 @@ struct GroupSummary {
   unsigned int id;
   std::string name;
   std::size_t members;
-  bool modifiable;  // by the actor; true without one
+  bool modifiable;                  // by the actor; true without one
+  std::vector<std::string> owners;  // names of the managing groups; left out for an actor, who may not see them all
 };
 
 // Every group that is in reach, by name and identifier.

@@ -166,7 +166,12 @@ GroupEntity WantedEntity::_findAmong(const std::vector<GroupEntity>& entities) c
     throw NotThere(isId ? "no managing group " + std::to_string(id) : "no managing group named " + quoted(text));
   }
   if (found.size() > 1) {
-    throw UsageError(std::to_string(found.size()) + " managing groups are named " + quoted(text) + "; use --id");
+    std::string ids;
+    for (const GroupEntity& entity : found) {
+      ids.append(ids.empty() ? "" : ", ").append(std::to_string(entity.id)).append(" (" + nameOfType(entity.type) + ")");
+    }
+    throw UsageError(std::to_string(found.size()) + " managing groups are named " + quoted(text) + ": " + ids +
+                     "; use --id");
   }
   return found.front();
 }

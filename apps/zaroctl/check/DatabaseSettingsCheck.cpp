@@ -37,7 +37,7 @@ class DatabaseSettingsCheck {
     const std::string path = m_installation.databaseIni();
     std::optional<IniFile> ini;
     if (!m_findings.check("database settings", [&] {
-          ini.emplace(path);
+          ini.emplace(path, IniFile::Malformed::Refused);
           if (!ini->hasSection(kSection)) {
             throw RuntimeError(path + ": section [" + kSection + "] is missing");
           }

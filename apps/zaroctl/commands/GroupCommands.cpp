@@ -58,12 +58,16 @@ ExitCode listAll(Output& out, const WantedActor& as) {
   std::vector<Output::Column> columns = {{"id", "ID"}, {"name", "NAME"}, {"members", "MEMBERS"}};
   if (actor) {
     columns.push_back({"modifiable", "MODIFIABLE"});
+  } else {
+    columns.push_back({"owners", "OWNERS"});
   }
   Json rows = Json::array();
   for (const GroupSummary& group : listGroups(actor)) {
     Json row = {{"id", group.id}, {"name", group.name}, {"members", group.members}};
     if (actor) {
       row["modifiable"] = group.modifiable;
+    } else {
+      row["owners"] = group.owners;
     }
     rows.push_back(std::move(row));
   }

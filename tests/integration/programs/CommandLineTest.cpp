@@ -21,7 +21,6 @@ struct WrongUsage {
 };
 
 const WrongUsage kWrongUsages[] = {
-    {"nothing", {}, "A subcommand is required (see zaroctl --help)"},
     {"unknownCommand", {"frobnicate"}, "not expected: frobnicate (see zaroctl --help)"},
     {"groupAlone", {"admin"}, "A subcommand is required (see zaroctl admin --help)"},
     {"unknownCommandOfGroup", {"admin", "frobnicate"}, "not expected: frobnicate (see zaroctl admin --help)"},

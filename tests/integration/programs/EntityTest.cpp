@@ -35,7 +35,7 @@ TEST_P(Entity, areListedByTypeAndName) {
 TEST_P(Entity, ofOneNameAndTwoTypesAreBothListed) {
   lines({"add", "--type", "1", "Headquarters"});
   EXPECT_EQ(lines({"list"}).size(), 11u);
-  expectRefused({"entity", "show", "Headquarters"}, 64, "2 managing groups are named \"Headquarters\"; use --id");
+  expectRefused({"entity", "show", "Headquarters"}, 64, "2 managing groups are named \"Headquarters\": ");
   EXPECT_THAT(lines({"show", "--id", "11"}), testing::Contains("type\t1"));
 }
 
