@@ -59,7 +59,7 @@ const Wrong kWrong[] = {
     {"no address", [](PolicyMaker& maker) { ruleOf(maker).actions = "00000100000000000"; },
      "rule 7 (\"rule\"): Readdress needs an address"},
     {"a tag of two lines", [](PolicyMaker& maker) { ruleOf(maker).tag = "a\r\nBcc: b@c.test"; },
-     "rule 7 (\"rule\") has a control character in \"a\\r\\nBcc: b@c.test\""},
+     "rule 7 (\"rule\") has a control character in \"a\r\nBcc: b@c.test\""},
     {"two of one position", [](PolicyMaker& maker) { maker.rule("other", {}).position = 1; },
      "rule 2 (\"other\") has the position of another rule"},
     {"two groups of one identifier",

@@ -27,10 +27,12 @@ class Group : public zarotest::SampleInstallation {
 };
 
 TEST_P(Group, areListedByName) {
-  EXPECT_THAT(linesOf(run({"group", "list"}).out),
-              ElementsAre("5\tBoard\t3", "8\tBuild robots\t2", "7\tPartners\t3", "6\tSales team\t3"));
+  EXPECT_THAT(
+      linesOf(run({"group", "list"}).out),
+      ElementsAre("5\tBoard\t3\tHeadquarters", "8\tBuild robots\t2\t*@engineering.example.test",
+                  "7\tPartners\t3\t*@example.test, *@sales.example.test", "6\tSales team\t3\t*@sales.example.test"));
   const auto document = nlohmann::json::parse(run({"group", "list", "--json"}).out);
-  EXPECT_EQ(document[0], (nlohmann::json{{"id", 5}, {"name", "Board"}, {"members", 3}}));
+  EXPECT_EQ(document[0], (nlohmann::json{{"id", 5}, {"name", "Board"}, {"members", 3}, {"owners", {"Headquarters"}}}));
 }
 
 TEST_P(Group, membersAreShownInTheirOrder) {
