@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -69,9 +68,6 @@ void ProgramTest::SetUp() {
   }
   if (!postgresqlServer()) {
     GTEST_SKIP() << "no PostgreSQL server: run the tests through scripts/with-postgres";
-  }
-  if (std::getenv("ZARO_PROGRAMS_ON_SQLITE") != nullptr) {
-    GTEST_SKIP() << "the programs are tested on SQLite alone";
   }
   m_database = std::make_unique<ServerDatabase>();
 }
