@@ -146,10 +146,18 @@ TEST_P(Check, unreadableDatabaseIniIsNamed) {
 }
 
 TEST_P(Check, databaseIniWithoutItsSectionIsNamed) {
-  for (const char* text : {"", "no section\n", "[Database_Settings\nUserId=\n", "[database_settings]\nUserId=\n"}) {
+  for (const char* text : {"", "[database_settings]\nUserId=\n"}) {
     writeFile(kDatabaseIni, text);
     EXPECT_EQ(wrongs(),
               only("database settings\t" + homeFile(kDatabaseIni) + ": section [Database_Settings] is missing"));
+  }
+}
+
+TEST_P(Check, lineOfDatabaseIniWithoutMeaningIsNamed) {
+  for (const char* text : {"no section\n", "[Database_Settings\nUserId=\n"}) {
+    writeFile(kDatabaseIni, text);
+    EXPECT_EQ(wrongs(), only("database settings\t" + homeFile(kDatabaseIni) +
+                             ": line 1 is neither a section, a key with a value nor a comment"));
   }
 }
 
