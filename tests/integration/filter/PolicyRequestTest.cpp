@@ -6,12 +6,12 @@
 #include <string>
 
 #include "delegation/PolicyListener.h"
-#include "filter/FilterTestPolicy.h"
+#include "filter/FilterParts.h"
+#include "policy/PolicyMaker.h"
 
 namespace {
 
 using zarotest::FilterParts;
-using zarotest::HandmadePolicy;
 
 std::string request(const std::string& sender, const std::string& recipient, const std::string& more = "") {
   return "request=smtpd_access_policy\nprotocol_state=RCPT\nsender=" + sender + "\nrecipient=" + recipient + "\n" +
@@ -33,13 +33,13 @@ TEST(PolicyRequest, isTakenOnceItIsWhole) {
 class PolicyDelegation : public testing::Test {
  protected:
   PolicyDelegation() {
-    HandmadePolicy made;
-    made.addRule("refuse", {"refused@bad.test"}, 2, {"Delete"}).reply = "go away";
-    made.addRule("drop", {"dropped@bad.test"}, 2, {"Delete"});
-    made.addRule("later", {"later@bad.test"}, 2, {"Postpone"});
-    made.addRule("tag", {"tagged@bad.test"}, 2, {"SubjectTagging"}).tag = "[X]";
-    made.addRule("header", {"refused-by-header@bad.test"}, 2, {"Delete"}).compare = MailPolicy::Compare::Header;
-    m_policy = made.policy;
+    PolicyMaker made;
+    made.rule("refuse", {"refused@bad.test"}, 2, {"Delete"}).reply = "go away";
+    made.rule("drop", {"dropped@bad.test"}, 2, {"Delete"});
+    made.rule("later", {"later@bad.test"}, 2, {"Postpone"});
+    made.rule("tag", {"tagged@bad.test"}, 2, {"SubjectTagging"}).tag = "[X]";
+    made.rule("header", {"refused-by-header@bad.test"}, 2, {"Delete"}).compare = MailPolicy::Compare::Header;
+    m_policy = made.policy();
   }
 
   std::string action(const std::string& text) const {

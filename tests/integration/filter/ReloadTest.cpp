@@ -10,27 +10,26 @@
 #include <thread>
 #include <vector>
 
-#include "filter/FilterTestPolicy.h"
+#include "filter/FilterParts.h"
 #include "loading/PolicyLoader.h"
 #include "milter/Session.h"
+#include "policy/PolicyMaker.h"
 #include "support/TemporaryDirectory.h"
 
 namespace {
 
-using zarotest::HandmadePolicy;
-
 // Version by version a policy that blocks "VERSION@bad.test" and allows everybody else there, so that a decision tells
 // whether it was made by the one policy that its generation says.
 MailPolicy policyOfVersion(std::uint64_t version) {
-  HandmadePolicy made;
+  PolicyMaker made;
   std::vector<std::string> blocked = {std::to_string(version) + "@bad.test"};
   for (int i = 0; i < 300; ++i) {
     blocked.push_back("more" + std::to_string(i) + "@*.v" + std::to_string(version) + ".test");
   }
-  made.addRule("block", blocked, 2, {"Delete"});
-  made.addRule("allow", {"*@bad.test"}, 1, {});
-  made.policy.version = version;
-  return made.policy;
+  made.rule("block", blocked, 2, {"Delete"});
+  made.rule("allow", {"*@bad.test"}, 1, {});
+  made.policy().version = version;
+  return made.policy();
 }
 
 class ChangingSource : public PolicySource {

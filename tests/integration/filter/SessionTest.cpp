@@ -9,14 +9,14 @@
 #include <utility>
 #include <vector>
 
-#include "filter/FilterTestPolicy.h"
+#include "filter/FilterParts.h"
+#include "policy/PolicyMaker.h"
 
 namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
 using zarotest::FilterParts;
-using zarotest::HandmadePolicy;
 using Reply = Session::Reply;
 
 class NotingServer : public MailServer {
@@ -54,24 +54,24 @@ class NotingServer : public MailServer {
 class SessionTest : public testing::Test {
  protected:
   SessionTest() : m_session(m_parts.desk, m_messages) {
-    m_made.addRule("allow", {"friend@bad.test", "<>"}, 1, {});
-    m_made.addRule("refuse", {"refused@bad.test"}, 2, {"Delete"}).reply = "go away";
-    m_made.addRule("drop", {"dropped@bad.test"}, 2, {"Delete"});
-    m_made.addRule("later", {"later@bad.test"}, 2, {"Postpone"});
-    m_made.addRule("tag", {"tagged@bad.test"}, 2, {"SubjectTagging"}).tag = "[X]";
-    m_made.addRule("mark", {"marked@bad.test"}, 2, {"InsertXHeaderTag"}).headerValue = "suspect";
-    m_made.addRule("move", {"moved@bad.test"}, 2, {"Readdress"}).address = "other@b.test";
-    m_made.addRule("copy", {"copied@bad.test"}, 2, {"Bcc"}).address = "archive@b.test";
-    MailPolicy::Rule& held = m_made.addRule("hold", {"held@bad.test"}, 2, {"Quarantine"});
-    held.quarantine = m_made.addArea("Spam");
-    MailPolicy::Rule& sales = m_made.addRule("sales only", {"mixed@bad.test"}, 2, {"Delete"});
-    m_made.narrow(sales, "*@*.sales.test");
-    MailPolicy::Rule& byHeader = m_made.addRule("by header", {"forged@bad.test"}, 2, {"Delete"});
+    m_made.rule("allow", {"friend@bad.test", "<>"}, 1, {});
+    m_made.rule("refuse", {"refused@bad.test"}, 2, {"Delete"}).reply = "go away";
+    m_made.rule("drop", {"dropped@bad.test"}, 2, {"Delete"});
+    m_made.rule("later", {"later@bad.test"}, 2, {"Postpone"});
+    m_made.rule("tag", {"tagged@bad.test"}, 2, {"SubjectTagging"}).tag = "[X]";
+    m_made.rule("mark", {"marked@bad.test"}, 2, {"InsertXHeaderTag"}).headerValue = "suspect";
+    m_made.rule("move", {"moved@bad.test"}, 2, {"Readdress"}).address = "other@b.test";
+    m_made.rule("copy", {"copied@bad.test"}, 2, {"Bcc"}).address = "archive@b.test";
+    MailPolicy::Rule& held = m_made.rule("hold", {"held@bad.test"}, 2, {"Quarantine"});
+    held.quarantine = m_made.area("Spam");
+    MailPolicy::Rule& sales = m_made.rule("sales only", {"mixed@bad.test"}, 2, {"Delete"});
+    sales.scope = m_made.entity("*@*.sales.test");
+    MailPolicy::Rule& byHeader = m_made.rule("by header", {"forged@bad.test"}, 2, {"Delete"});
     byHeader.compare = MailPolicy::Compare::Header;
     byHeader.reply = "not from there";
   }
 
-  void usePolicy() { m_parts.use(m_made.policy); }
+  void usePolicy() { m_parts.use(m_made.policy()); }
 
   // A message to the end; answers the reply to it. The recipients are all expected to be taken.
   Reply send(const std::string& sender, const std::vector<std::string>& recipients,
@@ -93,7 +93,7 @@ class SessionTest : public testing::Test {
     return m_session.recipient(recipient, m_server);
   }
 
-  HandmadePolicy m_made;
+  PolicyMaker m_made;
   FilterParts m_parts;
   MessagesInProgress m_messages;
   NotingServer m_server;

@@ -22,7 +22,7 @@ class PolicyMaker {
     m_policy.objects.push_back({static_cast<unsigned int>(m_policy.objects.size()) + 1, 3, name, ""});
     return m_policy.objects.back().id;
   }
-  // An enabled rule behind the others, for everybody, that blocks with some actions.
+  // An enabled rule behind the others, for every recipient, that blocks with some actions.
   MailPolicy::Rule& rule(const std::string& name, std::vector<MailPolicy::List> lists,
                          const std::vector<std::string>& keys = {}) {
     MailPolicy::Rule rule;
@@ -33,6 +33,13 @@ class PolicyMaker {
     rule.actions = actionBitmap(keys);
     m_policy.rules.push_back(rule);
     return m_policy.rules.back();
+  }
+
+  // The same with one list, whose group is made for it.
+  MailPolicy::Rule& rule(const std::string& name, std::vector<std::string> members, KxEmailBelongsTo kind,
+                         const std::vector<std::string>& keys = {}) {
+    const unsigned int list = group(name + " list", std::move(members));
+    return rule(name, {{list, kind}}, keys);
   }
 
   MailPolicy& policy() { return m_policy; }

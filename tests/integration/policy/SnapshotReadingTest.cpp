@@ -1,32 +1,23 @@
-// What is no whole snapshot of a policy, whoever cut or wrote it; and that one with awkward values comes back.
-#include "policy/PolicySnapshot.h"
-
+// What is no whole snapshot of a policy, by accident or by malice; and that one with awkward values comes back.
 #include <gtest/gtest.h>
-#include <sodium.h>
 
-#include <array>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "ZaroRuntime/RuntimeError.h"
+#include "support/SnapshotText.h"
 
 namespace {
 
-std::string written(const MailPolicy& policy) {
-  std::string text;
-  writeSnapshot(policy, [&](std::string_view piece) { text += piece; });
-  return text;
-}
-
-MailPolicy readText(const std::string& text) {
-  std::istringstream lines(text);
-  return readSnapshot([&](std::string& line) { return static_cast<bool>(std::getline(lines, line)); });
-}
+using zarotest::policyInSnapshot;
+using zarotest::snapshotBody;
+using zarotest::snapshotText;
+using zarotest::withSnapshotTail;
 
 std::string refusalOf(const std::string& text) {
   try {
-    readText(text);
+    policyInSnapshot(text);
   } catch (const zaroruntime::RuntimeError& refusal) {
     return refusal.what();
   }
@@ -50,15 +41,6 @@ std::string joined(const std::vector<std::string>& lines) {
   return text;
 }
 
-// A text with the tail that it should have.
-std::string withTail(const std::string& text) {
-  std::array<unsigned char, crypto_hash_sha256_BYTES> digest = {};
-  crypto_hash_sha256(digest.data(), reinterpret_cast<const unsigned char*>(text.data()), text.size());
-  std::array<char, 2 * crypto_hash_sha256_BYTES + 1> hex = {};
-  sodium_bin2hex(hex.data(), hex.size(), digest.data(), digest.size());
-  return text + R"({"sha256":")" + hex.data() + "\"}\n";
-}
-
 // Something of everything, with awkward texts and the numbers at the ends of their ranges.
 MailPolicy wholePolicy() {
   MailPolicy policy;
@@ -73,7 +55,11 @@ MailPolicy wholePolicy() {
   rule.compare = MailPolicy::Compare::Both;
   rule.actions = "10000000000000000";
   rule.quarantine = 9;
+  rule.recipients = 2;
   rule.reply = "no";
+  rule.tag = "tag";
+  rule.headerValue = "value";
+  rule.address = "a@b.test";
   policy.rules = {rule, MailPolicy::Rule()};
   policy.entities = {{1, "*@example.test"}};
   MailPolicy::Group large{3, "large", {}};
@@ -88,19 +74,14 @@ MailPolicy wholePolicy() {
 
 TEST(SnapshotReading, comesBackAsItWasWritten) {
   for (const MailPolicy& policy : {wholePolicy(), MailPolicy()}) {
-    const MailPolicy read = readText(written(policy));
+    const MailPolicy read = policyInSnapshot(snapshotText(policy));
     EXPECT_EQ(read.version, policy.version);
     ASSERT_EQ(read.groups.size(), policy.groups.size());
     ASSERT_EQ(read.rules.size(), policy.rules.size());
-    // The texts have every field; only the moment may differ.
-    std::vector<std::string> one = linesOf(written(read));
-    std::vector<std::string> other = linesOf(written(policy));
-    ASSERT_EQ(one.size(), other.size());
-    for (std::size_t at = 1; at + 1 < one.size(); ++at) {
-      EXPECT_EQ(one[at], other[at]);
-    }
+    // The texts have every field.
+    EXPECT_EQ(snapshotBody(snapshotText(read)), snapshotBody(snapshotText(policy)));
   }
-  const MailPolicy read = readText(written(wholePolicy()));
+  const MailPolicy read = policyInSnapshot(snapshotText(wholePolicy()));
   EXPECT_EQ(read.rules[0].id, 4294967294U);
   EXPECT_EQ(read.rules[0].name, "l\xc3\xa4nge \"x\" \\ \n\t");
   EXPECT_FALSE(read.rules[1].scope);
@@ -111,7 +92,7 @@ TEST(SnapshotReading, comesBackAsItWasWritten) {
 }
 
 TEST(SnapshotReading, everyLineCounts) {
-  const std::vector<std::string> whole = linesOf(written(wholePolicy()));
+  const std::vector<std::string> whole = linesOf(snapshotText(wholePolicy()));
   ASSERT_EQ(refusalOf(joined(whole)), "");
   for (std::size_t at = 0; at < whole.size(); ++at) {
     std::vector<std::string> lacking = whole;
@@ -126,10 +107,21 @@ TEST(SnapshotReading, everyLineCounts) {
   }
 }
 
+TEST(SnapshotReading, isRefusedUnlessItIsWhole) {
+  const std::string text = snapshotText(wholePolicy());
+  std::string changed = text;
+  changed.replace(changed.find("user7@"), 5, "user8");
+  const std::size_t tail = text.rfind("{\"sha256\"");
+  for (const std::string& broken : {std::string(), changed, text.substr(0, tail), text.substr(tail),
+                                    std::string("[]\n"), text.substr(0, text.size() / 2), "x" + text}) {
+    EXPECT_NE(refusalOf(broken), "") << broken.substr(0, 100);
+  }
+}
+
 TEST(SnapshotReading, everyByteCounts) {
   MailPolicy small = wholePolicy();
   small.groups[1].members.resize(2);
-  const std::string whole = written(small);
+  const std::string whole = snapshotText(small);
   for (std::size_t at = 0; at + 1 < whole.size(); ++at) {
     std::string changed = whole;
     changed[at] = static_cast<char>(static_cast<unsigned char>(changed[at]) ^ 1U);
@@ -139,8 +131,8 @@ TEST(SnapshotReading, everyByteCounts) {
 }
 
 TEST(SnapshotReading, nothingStandsBehindTheTail) {
-  EXPECT_NE(refusalOf(written(wholePolicy()) + "{\"rule\":1}\n"), "");
-  EXPECT_NE(refusalOf(written(wholePolicy()) + "\n"), "");
+  EXPECT_NE(refusalOf(snapshotText(wholePolicy()) + "{\"rule\":1}\n"), "");
+  EXPECT_NE(refusalOf(snapshotText(wholePolicy()) + "\n"), "");
 }
 
 struct HostileRow {
@@ -185,7 +177,7 @@ TEST(SnapshotReading, hostileLinesAreRefusedThoughTheDigestIsRight) {
                             : R"({"format":1,"version":1,"rules":0,"entities":0,"groups":0,"members":0,"objects":0})";
     const std::string body = row.line != nullptr ? std::string(row.line) + "\n" : "";
     const std::string order = R"({"order":{"manual":false,"groups":[]}})";
-    EXPECT_NE(refusalOf(withTail(head + "\n" + body + order + "\n")), "") << row.label;
+    EXPECT_NE(refusalOf(withSnapshotTail(head + "\n" + body + order + "\n")), "") << row.label;
   }
 }
 
