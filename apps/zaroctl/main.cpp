@@ -10,35 +10,25 @@
 
 #include "ZaroRuntime/RuntimeError.h"
 #include "commands/CommandLine.h"
+#include "console/Environment.h"
 #include "console/ExitCode.h"
 #include "console/Output.h"
 #include "console/RunProgram.h"
 #include "console/Suggestion.h"
 #include "console/Text.h"
-#include "console/UsageError.h"
 #include "store/Transaction.h"
 
 using zaroruntime::RuntimeError;
 
 namespace {
 
-// The library and the platform take these from the environment.
 void setEnvironment(const CLI::App& app, const GlobalOptions& options) {
-  if (app.count("--home") != 0) {
-    if (options.home.empty()) {
-      throw UsageError("--home names no directory");
-    }
-    setenv("ZARO_HOME", options.home.c_str(), 1);
-  }
-  constexpr int kKeepWhatIsSet = 0;
-  // Debian registers the PostgreSQL driver with its communication log on, and every process would leave a file in /tmp.
-  // Data sources name drivers by file, so nothing registered is needed.
-  setenv("ODBCINSTINI", "/dev/null", kKeepWhatIsSet);
+  setInstallation(app.count("--home") != 0 ? &options.home : nullptr);
   if (options.verbosity > 0) {
-    setenv("ZARO_LOG_LEVEL", options.verbosity > 1 ? "4" : "2", kKeepWhatIsSet);
+    setDefault("ZARO_LOG_LEVEL", options.verbosity > 1 ? "4" : "2");
   } else if (std::getenv("ZARO_LOG") == nullptr) {
     // The reason of a failure is printed anyway; who asked for a log gets it.
-    setenv("ZARO_LOG_LEVEL", "0", kKeepWhatIsSet);
+    setDefault("ZARO_LOG_LEVEL", "0");
   }
 }
 

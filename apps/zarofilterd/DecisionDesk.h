@@ -7,7 +7,7 @@
 #include "loading/PolicyHolder.h"
 #include "metrics/FilterMetrics.h"
 #include "policy/Decider.h"
-#include "service/FilterLog.h"
+#include "service/ServiceLog.h"
 #include "store/FilterSettings.h"
 
 // What every session shares. Safe from any thread.
@@ -15,7 +15,7 @@ struct DecisionDesk {
   const FilterSettings& settings;
   const PolicyHolder& policy;
   FilterMetrics& metrics;
-  const FilterLog& log;
+  const ServiceLog& log;
 
   // Decides by a generation, which must outlive the verdict, and counts.
   Verdict decide(const PolicyGeneration& generation, const Question& question) const;

@@ -14,11 +14,12 @@
 #include "ZaroRuntime/RuntimeError.h"
 #include "delegation/PolicyListener.h"
 #include "installation/Files.h"
-#include "loading/LastGoodPolicy.h"
+#include "loading/FilterSource.h"
 #include "loading/PolicyLoader.h"
 #include "metrics/MetricsServer.h"
 #include "milter/MessagesInProgress.h"
 #include "milter/MilterFrontEnd.h"
+#include "policy/LastGoodPolicy.h"
 #include "service/ServiceManager.h"
 #include "service/Signals.h"
 
@@ -41,7 +42,7 @@ std::string madeDirectory(const std::string& directory) {
 
 class Filter {
  public:
-  Filter(const FilterSettings& settings, const FilterLog& log)
+  Filter(const FilterSettings& settings, const ServiceLog& log)
       : m_log(log),
         m_lock(madeDirectory(settings.stateDirectory)),
         m_lastGood(settings.stateDirectory),
@@ -66,7 +67,7 @@ class Filter {
     m_milter = std::make_unique<MilterFrontEnd>(m_desk, m_messages);
     std::thread([this] {
       m_milterFailed = !m_milter->run();
-      m_signals.raise(Event::MilterEnded);
+      m_signals.raise(Event::Ended);
     }).detach();
     m_signals.receive();  // before readiness is told: libmilter would take a SIGHUP for an order to stop
   }
@@ -80,7 +81,7 @@ class Filter {
           break;
         case Event::Stop:
           return ExitCode::Found;
-        case Event::MilterEnded:
+        case Event::Ended:
           if (m_milterFailed) {
             m_log.error("libmilter failed");
           }
@@ -96,7 +97,7 @@ class Filter {
   }
 
   void stop() {
-    tellStopping();
+    tellStopping("Finishing the messages in progress");
     const Clock::time_point deadline = Clock::now() + kGrace;
     const auto left = [&] { return std::chrono::duration_cast<milliseconds>(deadline - Clock::now()); };
     // libmilter would break off messages if it were told to stop. Without the file no further connection comes.
@@ -115,7 +116,7 @@ class Filter {
   }
 
  private:
-  const FilterLog& m_log;
+  const ServiceLog& m_log;
   Signals m_signals;  // before the threads, which inherit what is blocked
   DirectoryLock m_lock;
   FilterMetrics m_metrics;
@@ -131,7 +132,7 @@ class Filter {
 
 }  // namespace
 
-void serve(const FilterSettings& settings, const FilterLog& log, const std::function<void()>& onReady) {
+void serve(const FilterSettings& settings, const ServiceLog& log, const std::function<void()>& onReady) {
   Filter filter(settings, log);
   filter.start();
   log.info("ready: " + settings.socket);

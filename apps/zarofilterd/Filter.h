@@ -3,7 +3,7 @@
 
 #include "ZaroRuntime/Installation.h"
 #include "console/ExitCode.h"
-#include "service/FilterLog.h"
+#include "service/ServiceLog.h"
 #include "store/FilterSettings.h"
 
 #include <functional>
@@ -13,4 +13,4 @@
 //
 // After mail was served the process ends in here: libmilter's threads cannot be waited for, and what the process would
 // destroy on its way out they may still use.
-void serve(const FilterSettings& settings, const FilterLog& log, const std::function<void()>& onReady);
+void serve(const FilterSettings& settings, const ServiceLog& log, const std::function<void()>& onReady);

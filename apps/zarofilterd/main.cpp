@@ -1,28 +1,22 @@
 // zarofilterd: applies the stored policy to passing mail.
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
 #include <string>
 
 #include "Filter.h"
 #include "ZaroRuntime/RuntimeError.h"
+#include "console/Environment.h"
 #include "console/ExitCode.h"
 #include "console/Output.h"
 #include "console/RunProgram.h"
 #include "console/Text.h"
-#include "console/UsageError.h"
-#include "loading/PolicySource.h"
+#include "loading/FilterSource.h"
 #include "policy/PolicyGeneration.h"
+#include "service/Background.h"
 #include "store/FilterSettings.h"
 
 using zaroruntime::Installation;
-using zaroruntime::RuntimeError;
 
 namespace {
 
@@ -32,24 +26,9 @@ struct Options {
   bool foreground = false;
 };
 
-// What is logged and kept is for nobody else; sockets get their modes by the settings.
-void setUmask() {
-  constexpr mode_t kOwnerOnly = 0077;
-  umask(kOwnerOnly);
-}
-
-// The library and the platform take these from the environment.
 void setEnvironment(const CLI::App& app, const Options& options) {
-  if (app.count("--home") != 0) {
-    if (options.home.empty()) {
-      throw UsageError("--home names no directory");
-    }
-    setenv("ZARO_HOME", options.home.c_str(), 1);
-  }
-  constexpr int kKeepWhatIsSet = 0;
-  // See zaroctl: the driver of PostgreSQL would leave a log of its own in /tmp.
-  setenv("ODBCINSTINI", "/dev/null", kKeepWhatIsSet);
-  setenv("ZARO_LOG", options.foreground || options.check ? "stderr" : "syslog", kKeepWhatIsSet);
+  setInstallation(app.count("--home") != 0 ? &options.home : nullptr);
+  setDefault("ZARO_LOG", options.foreground || options.check ? "stderr" : "syslog");
 }
 
 Output::Form outputForm() {
@@ -87,60 +66,13 @@ ExitCode check(const Installation& installation) {
   return ExitCode::Found;
 }
 
-// Goes on in a child whose parent waits until it is ready. In the parent, does not return.
-class Background {
- public:
-  Background() {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) {
-      throw RuntimeError(std::string("cannot make a pipe: ") + std::strerror(errno));
-    }
-    const pid_t child = fork();
-    if (child < 0) {
-      throw RuntimeError(std::string("cannot go to the background: ") + std::strerror(errno));
-    }
-    if (child > 0) {
-      close(ends[1]);
-      _exit(_statusOf(child, ends[0]));
-    }
-    close(ends[0]);
-    m_parent = ends[1];
-    setsid();
-  }
-
-  void tellReady() const {
-    const char ready = 'r';
-    static_cast<void>(!::write(m_parent, &ready, 1));
-    close(m_parent);
-    const int null = ::open("/dev/null", O_RDWR | O_CLOEXEC);
-    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-      dup2(null, descriptor);
-    }
-    close(null);
-  }
-
- private:
-  // Waits until the child is ready or has ended.
-  static int _statusOf(pid_t child, int pipe) {
-    char byte = 0;
-    if (read(pipe, &byte, 1) == 1) {
-      return static_cast<int>(ExitCode::Found);
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : static_cast<int>(ExitCode::Unavailable);
-  }
-
-  int m_parent = -1;
-};
-
 ExitCode serveMail(const Installation& installation, bool foreground) {
   const auto settingsNow = [&] { return filterSettings(installation, zaroruntime::readSettings(installation)); };
   if (foreground) {
-    serve(settingsNow(), FilterLog(FilterLog::Target::StandardError), [] {});
+    serve(settingsNow(), ServiceLog(ServiceLog::Target::StandardError), [] {});
   } else {
     const Background background;
-    serve(settingsNow(), FilterLog(FilterLog::Target::SystemLog), [&] { background.tellReady(); });
+    serve(settingsNow(), ServiceLog(ServiceLog::Target::SystemLog), [&] { background.tellReady(); });
   }
   return ExitCode::Found;
 }
@@ -162,7 +94,7 @@ ExitCode run(int argc, const char* const* argv) {
     diagnose(std::string(error.what()) + " (see zarofilterd --help)");
     return ExitCode::Usage;
   }
-  setUmask();
+  setServiceUmask();
   setEnvironment(app, options);
   const Installation installation = Installation::fromEnvironment();
   return options.check ? check(installation) : serveMail(installation, options.foreground);

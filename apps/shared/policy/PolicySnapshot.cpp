@@ -118,7 +118,11 @@ class Writer {
     }
   }
 
-  void tail() { m_put(Json{{"sha256", m_digest.hex()}}.dump() + "\n"); }
+  std::string tail() {
+    std::string digest = m_digest.hex();
+    m_put(Json{{"sha256", digest}}.dump() + "\n");
+    return digest;
+  }
 
  private:
   const std::function<void(std::string_view)>& m_put;
@@ -242,7 +246,7 @@ MailPolicy read(const std::function<bool(std::string&)>& next) {
 
 }  // namespace
 
-void writeSnapshot(const MailPolicy& policy, const std::function<void(std::string_view)>& put) {
+std::string writeSnapshot(const MailPolicy& policy, const std::function<void(std::string_view)>& put) {
   try {
     Writer writer(put);
     Json head = {{"format", kFormat}, {"version", policy.version}, {"made_at", now()}};
@@ -262,7 +266,7 @@ void writeSnapshot(const MailPolicy& policy, const std::function<void(std::strin
       writer.line({{"object", object.id}, {"type", object.type}, {"name", object.name}, {"content", object.content}});
     }
     writer.line(recordOf(policy.filterOrder));
-    writer.tail();
+    return writer.tail();
   } catch (const Json::exception& failure) {
     throw RuntimeError(std::string("the policy cannot be written as JSON: ") + failure.what(), FailureKind::Data);
   }

@@ -1,34 +1,14 @@
 #include "loading/PolicyLoader.h"
 
-#include <exception>
-#include <new>
 #include <set>
 #include <utility>
 
 #include "ZaroRuntime/RuntimeError.h"
+#include "service/FailureText.h"
 #include "service/ServiceManager.h"
 
-namespace {
-
-// Runs some work; what it throws is answered as a text. Empty when it went well.
-template <typename Work>
-std::string failureOf(Work work) {
-  try {
-    work();
-  } catch (const std::bad_alloc&) {
-    return "out of memory";
-  } catch (const std::exception& failure) {
-    return failure.what();
-  } catch (const char* thrown) {
-    return thrown;  // by the platform, past the library
-  }
-  return "";
-}
-
-}  // namespace
-
 PolicyLoader::PolicyLoader(std::function<std::unique_ptr<PolicySource>()> makeSource, const LastGoodPolicy& lastGood,
-                           std::chrono::seconds poll, FilterMetrics& metrics, const FilterLog& log)
+                           std::chrono::seconds poll, FilterMetrics& metrics, const ServiceLog& log)
     : m_makeSource(std::move(makeSource)),
       m_lastGood(lastGood),
       m_poll(poll),

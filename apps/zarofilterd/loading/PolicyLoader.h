@@ -13,17 +13,17 @@
 #include <string>
 #include <thread>
 
-#include "loading/LastGoodPolicy.h"
 #include "loading/PolicyHolder.h"
-#include "loading/PolicySource.h"
 #include "metrics/FilterMetrics.h"
-#include "service/FilterLog.h"
+#include "policy/LastGoodPolicy.h"
+#include "policy/PolicySource.h"
+#include "service/ServiceLog.h"
 
 class PolicyLoader {
  public:
   // What it is given must outlive it. `makeSource` is called on the loader's thread, where the source stays.
   PolicyLoader(std::function<std::unique_ptr<PolicySource>()> makeSource, const LastGoodPolicy& lastGood,
-               std::chrono::seconds poll, FilterMetrics& metrics, const FilterLog& log);
+               std::chrono::seconds poll, FilterMetrics& metrics, const ServiceLog& log);
   // Waits for the thread.
   ~PolicyLoader();
   PolicyLoader(const PolicyLoader&) = delete;
@@ -55,7 +55,7 @@ class PolicyLoader {
   const LastGoodPolicy& m_lastGood;
   const std::chrono::seconds m_poll;
   FilterMetrics& m_metrics;
-  const FilterLog& m_log;
+  const ServiceLog& m_log;
 
   std::mutex m_mutex;
   std::condition_variable m_changed;

@@ -1,8 +1,6 @@
 #include "metrics/FilterMetrics.h"
 
-#include <prometheus/text_serializer.h>
-
-#include <sstream>
+#include "service/OpenMetrics.h"
 
 namespace {
 
@@ -16,43 +14,12 @@ Histogram::BucketBoundaries reloadBuckets() {
   return {0.01, 0.1, 0.5, 1, 2, 5, 10, 60};
 }
 
-prometheus::Counter& counter(prometheus::Registry& registry, const char* name, const char* help) {
-  return prometheus::BuildCounter().Name(name).Help(help).Register(registry).Add({});
-}
-
-prometheus::Gauge& gauge(prometheus::Registry& registry, const char* name, const char* help) {
-  return prometheus::BuildGauge().Name(name).Help(help).Register(registry).Add({});
-}
-
-prometheus::Histogram& histogram(prometheus::Registry& registry, const char* name, const char* help,
-                                 const Histogram::BucketBoundaries& buckets) {
-  return prometheus::BuildHistogram().Name(name).Help(help).Register(registry).Add({}, buckets);
-}
-
 double seconds(std::chrono::nanoseconds duration) {
   return std::chrono::duration<double>(duration).count();
 }
 
 double now() {
   return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
-}
-
-// The serializer writes the older text form. OpenMetrics names a family of counters without the suffix of its samples,
-// and ends in a line of its own.
-std::string asOpenMetrics(const std::string& text) {
-  static const std::string suffix = "_total";
-  std::istringstream lines(text);
-  std::string result;
-  for (std::string line; std::getline(lines, line);) {
-    if (line.compare(0, 2, "# ") == 0) {
-      const std::size_t end = line.find(' ', line.find(' ', 2) + 1);
-      if (end != std::string::npos && line.compare(end - suffix.size(), suffix.size(), suffix) == 0) {
-        line.erase(end - suffix.size(), suffix.size());
-      }
-    }
-    result += line + "\n";
-  }
-  return result + "# EOF\n";
 }
 
 }  // namespace
@@ -63,22 +30,22 @@ FilterMetrics::FilterMetrics()
                       .Help("Decisions for one sender and one recipient, by code and rule")
                       .Register(m_registry)),
       m_decisionSeconds(
-          histogram(m_registry, "zaro_filter_decision_seconds", "How long a decision took", decisionBuckets())),
-      m_undecided(counter(m_registry, "zaro_filter_undecided_total", "Recipients that came while there was no policy")),
-      m_failedMessages(counter(m_registry, "zaro_filter_failed_messages_total",
-                               "Messages whose actions the mail server did not take")),
-      m_generation(gauge(m_registry, "zaro_filter_generation", "Version of the policy that decides; 0 without one")),
-      m_rules(gauge(m_registry, "zaro_filter_rules", "Enabled rules of the policy")),
-      m_patterns(gauge(m_registry, "zaro_filter_patterns", "Patterns of senders in the policy")),
-      m_confirmed(gauge(m_registry, "zaro_filter_policy_confirmed_timestamp_seconds",
-                        "When the policy was last found to be the stored one; 0: never")),
-      m_age(gauge(m_registry, "zaro_filter_policy_age_seconds",
-                  "How long ago the policy was last found to be the stored one; -1: never")),
-      m_reloadSeconds(histogram(m_registry, "zaro_filter_reload_seconds", "How long a reload took", reloadBuckets())),
-      m_failedReloads(counter(m_registry, "zaro_filter_reload_failures_total",
-                              "Reloads, and looks at whether one is due, that failed")),
+          addHistogram(m_registry, "zaro_filter_decision_seconds", "How long a decision took", decisionBuckets())),
+      m_undecided(addCounter(m_registry, "zaro_filter_undecided_total", "Recipients that came while there was no policy")),
+      m_failedMessages(addCounter(m_registry, "zaro_filter_failed_messages_total",
+                                  "Messages whose actions the mail server did not take")),
+      m_generation(addGauge(m_registry, "zaro_filter_generation", "Version of the policy that decides; 0 without one")),
+      m_rules(addGauge(m_registry, "zaro_filter_rules", "Enabled rules of the policy")),
+      m_patterns(addGauge(m_registry, "zaro_filter_patterns", "Patterns of senders in the policy")),
+      m_confirmed(addGauge(m_registry, "zaro_filter_policy_confirmed_timestamp_seconds",
+                           "When the policy was last found to be the stored one; 0: never")),
+      m_age(addGauge(m_registry, "zaro_filter_policy_age_seconds",
+                     "How long ago the policy was last found to be the stored one; -1: never")),
+      m_reloadSeconds(addHistogram(m_registry, "zaro_filter_reload_seconds", "How long a reload took", reloadBuckets())),
+      m_failedReloads(addCounter(m_registry, "zaro_filter_reload_failures_total",
+                                 "Reloads, and looks at whether one is due, that failed")),
       m_unsavedPolicies(
-          counter(m_registry, "zaro_filter_unsaved_policies_total", "Policies that could not be kept on disk")) {}
+          addCounter(m_registry, "zaro_filter_unsaved_policies_total", "Policies that could not be kept on disk")) {}
 
 void FilterMetrics::countDecision(unsigned int code, const std::string& rule, std::chrono::nanoseconds took) {
   {
@@ -136,7 +103,5 @@ void FilterMetrics::confirmPolicy() {
 
 std::string FilterMetrics::text() {
   m_age.Set(m_confirmed.Value() > 0 ? now() - m_confirmed.Value() : -1);
-  std::ostringstream out;
-  prometheus::TextSerializer().Serialize(out, m_registry.Collect());
-  return asOpenMetrics(out.str());
+  return openMetricsText(m_registry);
 }

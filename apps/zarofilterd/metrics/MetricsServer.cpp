@@ -9,6 +9,7 @@
 #include <exception>
 
 #include "ZaroRuntime/RuntimeError.h"
+#include "service/OpenMetrics.h"
 
 namespace {
 
@@ -37,8 +38,7 @@ MHD_Result answer(void* metrics, MHD_Connection* connection, const char* url, co
     return respond(connection, MHD_HTTP_METHOD_NOT_ALLOWED, "GET only\n", plain);
   }
   try {
-    return respond(connection, MHD_HTTP_OK, static_cast<FilterMetrics*>(metrics)->text(),
-                   "application/openmetrics-text; version=1.0.0; charset=utf-8");
+    return respond(connection, MHD_HTTP_OK, static_cast<FilterMetrics*>(metrics)->text(), kOpenMetricsType);
   } catch (const std::exception&) {
     return MHD_NO;  // ends the connection; nothing may be thrown through the library
   }

@@ -11,14 +11,14 @@ namespace zarotest {
 // What the parts of a filter share, with the defaults of the settings.
 class FilterParts {
  public:
-  FilterParts() : log(FilterLog::Target::StandardError), holder([] {}), desk{settings, holder, metrics, log} {
+  FilterParts() : log(ServiceLog::Target::StandardError), holder([] {}), desk{settings, holder, metrics, log} {
     settings.decisions = {"", true, false, true, false, "X-Zaro-Policy"};
   }
 
   void use(const MailPolicy& policy) { holder.replace(policy); }
 
   FilterSettings settings = {};
-  FilterLog log;
+  ServiceLog log;
   FilterMetrics metrics;
   PolicyHolder holder;
   DecisionDesk desk;

@@ -51,7 +51,7 @@ class ChangingSource : public PolicySource {
 class ReloadTest : public testing::Test {
  protected:
   ReloadTest()
-      : m_log(FilterLog::Target::StandardError),
+      : m_log(ServiceLog::Target::StandardError),
         m_lastGood(m_directory.path("state")),
         m_loader([this] { return std::make_unique<ChangingSource>(m_version); }, m_lastGood, std::chrono::seconds(3600),
                  m_metrics, m_log) {}
@@ -95,7 +95,7 @@ class ReloadTest : public testing::Test {
   std::atomic<std::uint64_t> m_version{0};
   std::atomic<unsigned long> m_wrong{0};
   std::atomic<unsigned long> m_decisions{0};
-  FilterLog m_log;
+  ServiceLog m_log;
   FilterMetrics m_metrics;
   LastGoodPolicy m_lastGood;
   PolicyLoader m_loader;

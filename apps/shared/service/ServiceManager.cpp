@@ -20,6 +20,6 @@ void tellReloading() {
   tell("RELOADING=1\nSTATUS=Reloading the policy");
 }
 
-void tellStopping() {
-  tell("STOPPING=1\nSTATUS=Finishing the messages in progress");
+void tellStopping(const std::string& status) {
+  tell("STOPPING=1\nSTATUS=" + status);
 }

@@ -1,4 +1,4 @@
-// Where the filter's policy comes from. For the loader's thread alone.
+// Where a service's policy comes from. For one thread alone.
 #pragma once
 
 #include <cstdint>
@@ -6,7 +6,6 @@
 #include <optional>
 
 #include "policy/MailPolicy.h"
-#include "store/FilterSettings.h"
 
 class PolicySource {
  public:
@@ -19,5 +18,5 @@ class PolicySource {
   virtual std::optional<MailPolicy> loadUnless(std::optional<std::uint64_t> known) = 0;
 };
 
-// The one that the settings name. Throws RuntimeError.
-std::unique_ptr<PolicySource> makePolicySource(const FilterSettings& settings);
+// The database of the installation.
+std::unique_ptr<PolicySource> makeDatabaseSource();

@@ -5,4 +5,4 @@
 
 void tellReady(const std::string& status);
 void tellReloading();
-void tellStopping();
+void tellStopping(const std::string& status);

@@ -1,13 +1,13 @@
-#include "service/FilterLog.h"
+#include "service/ServiceLog.h"
 
 #include <syslog.h>
 #include <unistd.h>
 
+#include <cerrno>
+
 #include "ZaroRuntime/PrintableText.h"
 
 namespace {
-
-constexpr const char* kProgram = "zarofilterd";
 
 const char* nameOf(int priority) {
   switch (priority) {
@@ -22,33 +22,33 @@ const char* nameOf(int priority) {
 
 }  // namespace
 
-FilterLog::FilterLog(Target target) : m_target(target) {
+ServiceLog::ServiceLog(Target target) : m_target(target) {
   if (m_target == Target::SystemLog) {
-    openlog(kProgram, LOG_PID, LOG_MAIL);
+    openlog(program_invocation_short_name, LOG_PID, LOG_MAIL);
   }
 }
 
-void FilterLog::info(const std::string& text) const {
+void ServiceLog::info(const std::string& text) const {
   _write(LOG_INFO, text);
 }
 
-void FilterLog::warning(const std::string& text) const {
+void ServiceLog::warning(const std::string& text) const {
   _write(LOG_WARNING, text);
 }
 
-void FilterLog::error(const std::string& text) const {
+void ServiceLog::error(const std::string& text) const {
   _write(LOG_ERR, text);
 }
 
-void FilterLog::_write(int priority, const std::string& text) const {
+void ServiceLog::_write(int priority, const std::string& text) const {
   const std::string printable = zaroruntime::printableText(text);
   if (m_target == Target::SystemLog) {
     syslog(priority, "%s", printable.c_str());
     return;
   }
   // One write per line, so that lines of several threads do not mix. A log that cannot be written has nobody to tell.
-  const std::string line =
-      std::string(kProgram) + "[" + std::to_string(getpid()) + "]: " + nameOf(priority) + ": " + printable + "\n";
+  const std::string line = std::string(program_invocation_short_name) + "[" + std::to_string(getpid()) +
+                           "]: " + nameOf(priority) + ": " + printable + "\n";
   static_cast<void>(!::write(STDERR_FILENO, line.data(), line.size()));
 }
 

@@ -1,13 +1,13 @@
-// The filter's log: standard error in the foreground, the system's mail log otherwise. Safe from any thread.
+// The log of a service: standard error in the foreground, the system's mail log otherwise. Safe from any thread.
 #pragma once
 
 #include <string>
 
-class FilterLog {
+class ServiceLog {
  public:
   enum class Target { StandardError, SystemLog };
 
-  explicit FilterLog(Target target);
+  explicit ServiceLog(Target target);
 
   // One line each. Texts from outside are made printable.
   void info(const std::string& text) const;

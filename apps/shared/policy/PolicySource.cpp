@@ -1,6 +1,5 @@
-#include "loading/PolicySource.h"
+#include "policy/PolicySource.h"
 
-#include "ZaroRuntime/RuntimeError.h"
 #include "policy/PolicyLoading.h"
 #include "store/Database.h"
 
@@ -21,10 +20,6 @@ class DatabaseSource : public PolicySource {
 
 }  // namespace
 
-std::unique_ptr<PolicySource> makePolicySource(const FilterSettings& settings) {
-  if (settings.fromPolicyServer) {
-    throw zaroruntime::RuntimeError("[mail_filter] source: this filter reads no policy server yet",
-                                    zaroruntime::FailureKind::Configuration);
-  }
+std::unique_ptr<PolicySource> makeDatabaseSource() {
   return std::make_unique<DatabaseSource>();
 }

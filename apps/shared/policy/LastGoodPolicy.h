@@ -3,6 +3,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "policy/MailPolicy.h"
 
@@ -13,9 +14,15 @@ class LastGoodPolicy {
 
   // Replaces what is kept, as a whole or not at all. Throws RuntimeError.
   void save(const MailPolicy& policy) const;
+  // The same with a snapshot that is there as a text. It is not looked at.
+  void saveText(std::string_view snapshot) const;
   // Nothing when nothing is kept. Throws RuntimeError for a file that cannot be read or is not whole.
   std::optional<MailPolicy> load() const;
+  // The text that is kept, not looked at. Nothing when nothing is kept. Throws RuntimeError.
+  std::optional<std::string> text() const;
 
  private:
+  std::string _path() const;
+
   std::string m_directory;
 };

@@ -11,7 +11,7 @@ enum class Event : char {
   None = 0,  // the time is over
   Reload = 'r',
   Stop = 's',
-  MilterEnded = 'm',
+  Ended = 'e',  // what the service runs has ended by itself
 };
 
 class Signals {
