@@ -128,6 +128,7 @@ int main(int argumentCount, char** arguments) {
   const Tree& tree = enter<Tree>("tree", data, matches);
   benchmark::RegisterBenchmark("lookup/tree in batches",
                                [&](benchmark::State& state) { lookUpBatch(state, tree, data.addresses); });
+  enter<AddedToTree>("tree with an addition", data, matches);
   enter<WalkedTree>("plain walk", data, matches);
   enter<FlatHashMap>("flat_hash_map", data, matches);
   enter<TwoLevelMap>("two-level hash", data, matches);

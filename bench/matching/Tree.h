@@ -48,12 +48,21 @@ class OneByOne : public Tree {
   }
 };
 
-// A pattern that comes after the freeze makes a tree answer by a walk down its levels.
+// A pattern is added after the freeze, at a domain of its own.
+class AddedToTree : public Tree {
+ public:
+  void fill(const std::vector<std::string>& patterns) {
+    Tree::fill(patterns);
+    root().addAddressPattern("ann@after-the-freeze.invalid", 1, nullptr, nullptr);
+  }
+};
+
+// Below "*" alone, a pattern that comes after the freeze makes a tree answer by a walk down its levels.
 class WalkedTree : public Tree {
  public:
   void fill(const std::vector<std::string>& patterns) {
     Tree::fill(patterns);
-    root().addAddressPattern("nobody@after-the-freeze.invalid", 1, nullptr, nullptr);
+    root().addAddressPattern("after-the-freeze@*", 1, nullptr, nullptr);
   }
 };
 

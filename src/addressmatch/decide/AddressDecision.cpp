@@ -102,8 +102,7 @@ void decideTogether(const SearchedTrees& trees, const char* const* addresses, st
     if (one.isDecided) {
       askEachTree(trees.trees(), addresses[i], *one.decision);
     } else {
-      std::for_each(trees.begin(), trees.end(),
-                    [&one](const SearchedTrees::Run& run) { run.prefetchFilters(one.query); });
+      std::for_each(trees.begin(), trees.end(), [&one](const SearchedTrees::Run& run) { run.prefetch(one.query); });
     }
   }
   // What one pass prefetches has arrived when the next pass reads it.

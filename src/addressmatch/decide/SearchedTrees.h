@@ -30,9 +30,14 @@ class SearchedTrees {
     // The most trees.
     static constexpr std::size_t kMost = SlicedFilter::kMostSets;
 
-    void prefetchFilters(const Query& query) const {
-      if (m_filters != nullptr) {
-        m_filters->prefetch(query);
+    // Prefetches what `forEachCandidate` reads, and what `locate` reads of a tree that will surely be taken.
+    void prefetch(const Query& query) const {
+      if (m_filters == nullptr) {
+        return;
+      }
+      m_filters->prefetch(query);
+      if (hasOneTree()) {
+        m_indexes[firstSlice()]->prefetchPilots(query);
       }
     }
     // Calls `take(tree, index, presence)` for every tree that is to be asked, in order. The index is null for a tree
@@ -44,9 +49,9 @@ class SearchedTrees {
         return;
       }
       const PresenceRows rows = m_filters->ask(query);
-      if ((m_slices & (m_slices - 1)) == 0) {
-        // A single tree: where to look need not wait for the filters.
-        const auto slice = static_cast<unsigned int>(__builtin_ctz(m_slices));
+      if (hasOneTree()) {
+        // Where to look need not wait for the filters.
+        const unsigned int slice = firstSlice();
         take(m_trees[slice], m_indexes[slice], rows.in(slice));
         return;
       }
@@ -59,6 +64,9 @@ class SearchedTrees {
    private:
     friend class SearchedTrees;
 
+    // For runs with filters.
+    bool hasOneTree() const { return (m_slices & (m_slices - 1)) == 0; }
+    unsigned int firstSlice() const { return static_cast<unsigned int>(__builtin_ctz(m_slices)); }
     // Returns the slice's bit.
     std::uint32_t add(unsigned int slice, unsigned int tree, const FrozenIndex& index) {
       m_trees[slice] = tree;
