@@ -62,104 +62,15 @@ constexpr Need kNeeds[] = {
     {ZaroAction::Archive, "an address", [](const MailPolicy::Rule& rule) { return !rule.address.empty(); }},
 };
 
-}  // namespace
-
-bool PolicyRule::does(ZaroAction::ActionType type) const {
-  return std::any_of(keys.begin(), keys.end(), [&](const ActionKey* key) { return key->type == type; });
-}
-
-std::optional<std::string> missingForActions(const MailPolicy::Rule& rule) {
-  for (const ActionKey* key : keysIn(rule.actions)) {
-    for (const Need& need : kNeeds) {
-      if (need.type == key->type && !need.isMet(rule)) {
-        return std::string(key->name) + " needs " + need.name;
-      }
-    }
-  }
-  return std::nullopt;
-}
-
-// Builds a generation; its indexes are of no use afterwards.
-class PolicyGeneration::Builder {
+// Finds what rules refer to, and refuses the rules that cannot be applied.
+class RuleResolver {
  public:
-  Builder(PolicyGeneration& generation, const MailPolicy& policy)
-      : m_generation(generation),
-        m_groups(byId(policy.groups, "address groups")),
+  explicit RuleResolver(const MailPolicy& policy)
+      : m_groups(byId(policy.groups, "address groups")),
         m_entities(byId(policy.entities, "managing groups")),
-        m_objects(byId(policy.objects, "objects")) {
-    std::vector<const MailPolicy::Rule*> rules;
-    for (const MailPolicy::Rule& rule : policy.rules) {
-      if (rule.enabled) {
-        rules.push_back(&rule);
-      }
-    }
-    std::sort(rules.begin(), rules.end(), [](const MailPolicy::Rule* one, const MailPolicy::Rule* other) {
-      return one->position < other->position;
-    });
-    for (const MailPolicy::Rule* rule : rules) {
-      if (!generation.m_rules.empty() && generation.m_rules.back().stored.position == rule->position) {
-        throw PolicyError(nameOf(*rule) + " has the position of another rule");
-      }
-      generation.m_rules.push_back(_resolved(*rule));
-    }
-  }
+        m_objects(byId(policy.objects, "objects")) {}
 
-  void build() {
-    m_generation.m_recipients = _newTree();
-    for (std::size_t place = 0; place != m_generation.m_rules.size(); ++place) {
-      const MailPolicy::Rule& rule = m_generation.m_rules[place].stored;
-      const std::uint32_t scope = _scopeOf(m_generation.m_rules[place]);
-      if (rule.recipients) {
-        m_generation.m_scopes[scope].rulesByGroup[_recipientsOf(*rule.recipients)].push_back(place);
-      } else {
-        m_generation.m_scopes[scope].rules.push_back(place);
-      }
-      m_generation.m_treeOfRule.push_back(_treeOf(m_generation.m_rules[place]));
-    }
-    for (const auto& [pattern, number] : m_numbers) {
-      _require(m_generation.m_recipients->addAddressPattern(
-                   pattern.c_str(), static_cast<KxEmailBelongsTo>(number << kNumberShift), nullptr, nullptr),
-               pattern);
-    }
-    if (m_refused != 0) {
-      m_generation.m_warnings.push_back(std::to_string(m_refused) +
-                                        " patterns stand in lists of one rule whose kinds exclude each other, and keep the "
-                                        "kind of the first list; the first is " +
-                                        quoted(m_firstRefused));
-    }
-    KxWildcardEmail::initScanTimeMode();
-  }
-
- private:
-  using Combination = std::vector<std::pair<unsigned int, KxEmailBelongsTo>>;
-
-  static void _require(bool isAdded, const std::string& pattern) {
-    if (!isAdded) {
-      throw PolicyError("the address pattern " + quoted(pattern) + " cannot be stored in a tree");
-    }
-  }
-
-  template <typename Element>
-  static const Element& _find(const std::unordered_map<unsigned int, const Element*>& elements, unsigned int id,
-                              const MailPolicy::Rule& rule, const char* what) {
-    const auto found = elements.find(id);
-    if (found == elements.end()) {
-      throw PolicyError(nameOf(rule) + " refers to " + what + " " + std::to_string(id) + ", which is not there");
-    }
-    return *found->second;
-  }
-
-  // What goes into a reply or a header: a line's end in it would begin another header.
-  static void _requireOneLine(const std::string& text, const MailPolicy::Rule& rule) {
-    const bool hasControls = std::any_of(text.begin(), text.end(), [](char character) {
-      return static_cast<unsigned char>(character) < ' ' || character == '\x7f';
-    });
-    if (hasControls) {
-      throw PolicyError(nameOf(rule) + " has a control character in " + quoted(text));
-    }
-  }
-
-  PolicyRule _resolved(const MailPolicy::Rule& rule) const {
+  PolicyRule resolve(const MailPolicy::Rule& rule) const {
     PolicyRule resolved;
     resolved.stored = rule;
     try {
@@ -204,6 +115,133 @@ class PolicyGeneration::Builder {
     return resolved;
   }
 
+  const MailPolicy::Group& group(unsigned int id) const { return *m_groups.at(id); }
+
+ private:
+  template <typename Element>
+  static const Element& _find(const std::unordered_map<unsigned int, const Element*>& elements, unsigned int id,
+                              const MailPolicy::Rule& rule, const char* what) {
+    const auto found = elements.find(id);
+    if (found == elements.end()) {
+      throw PolicyError(nameOf(rule) + " refers to " + what + " " + std::to_string(id) + ", which is not there");
+    }
+    return *found->second;
+  }
+
+  // What goes into a reply or a header: a line's end in it would begin another header.
+  static void _requireOneLine(const std::string& text, const MailPolicy::Rule& rule) {
+    const bool hasControls = std::any_of(text.begin(), text.end(), [](char character) {
+      return static_cast<unsigned char>(character) < ' ' || character == '\x7f';
+    });
+    if (hasControls) {
+      throw PolicyError(nameOf(rule) + " has a control character in " + quoted(text));
+    }
+  }
+
+  std::unordered_map<unsigned int, const MailPolicy::Group*> m_groups;
+  std::unordered_map<unsigned int, const MailPolicy::Entity*> m_entities;
+  std::unordered_map<unsigned int, const MailPolicy::Object*> m_objects;
+};
+
+std::vector<const MailPolicy::Rule*> enabledByPosition(const MailPolicy& policy) {
+  std::vector<const MailPolicy::Rule*> rules;
+  for (const MailPolicy::Rule& rule : policy.rules) {
+    if (rule.enabled) {
+      rules.push_back(&rule);
+    }
+  }
+  std::sort(rules.begin(), rules.end(),
+            [](const MailPolicy::Rule* one, const MailPolicy::Rule* other) { return one->position < other->position; });
+  return rules;
+}
+
+// The rules stand in the order of their positions.
+void refuseSamePosition(const MailPolicy::Rule* before, const MailPolicy::Rule& rule) {
+  if (before != nullptr && before->position == rule.position) {
+    throw PolicyError(nameOf(rule) + " has the position of another rule");
+  }
+}
+
+}  // namespace
+
+bool PolicyRule::does(ZaroAction::ActionType type) const {
+  return std::any_of(keys.begin(), keys.end(), [&](const ActionKey* key) { return key->type == type; });
+}
+
+std::optional<std::string> missingForActions(const MailPolicy::Rule& rule) {
+  for (const ActionKey* key : keysIn(rule.actions)) {
+    for (const Need& need : kNeeds) {
+      if (need.type == key->type && !need.isMet(rule)) {
+        return std::string(key->name) + " needs " + need.name;
+      }
+    }
+  }
+  return std::nullopt;
+}
+
+std::vector<std::string> unusableRules(const MailPolicy& policy) {
+  const RuleResolver resolver(policy);
+  std::vector<std::string> faults;
+  const MailPolicy::Rule* before = nullptr;
+  for (const MailPolicy::Rule* rule : enabledByPosition(policy)) {
+    try {
+      refuseSamePosition(before, *rule);
+      static_cast<void>(resolver.resolve(*rule));
+    } catch (const PolicyError& fault) {
+      faults.emplace_back(fault.what());
+    }
+    before = rule;
+  }
+  return faults;
+}
+
+// Builds a generation; its indexes are of no use afterwards.
+class PolicyGeneration::Builder {
+ public:
+  Builder(PolicyGeneration& generation, const MailPolicy& policy) : m_generation(generation), m_resolver(policy) {
+    const MailPolicy::Rule* before = nullptr;
+    for (const MailPolicy::Rule* rule : enabledByPosition(policy)) {
+      refuseSamePosition(before, *rule);
+      generation.m_rules.push_back(m_resolver.resolve(*rule));
+      before = rule;
+    }
+  }
+
+  void build() {
+    m_generation.m_recipients = _newTree();
+    for (std::size_t place = 0; place != m_generation.m_rules.size(); ++place) {
+      const MailPolicy::Rule& rule = m_generation.m_rules[place].stored;
+      const std::uint32_t scope = _scopeOf(m_generation.m_rules[place]);
+      if (rule.recipients) {
+        m_generation.m_scopes[scope].rulesByGroup[_recipientsOf(*rule.recipients)].push_back(place);
+      } else {
+        m_generation.m_scopes[scope].rules.push_back(place);
+      }
+      m_generation.m_treeOfRule.push_back(_treeOf(m_generation.m_rules[place]));
+    }
+    for (const auto& [pattern, number] : m_numbers) {
+      _require(m_generation.m_recipients->addAddressPattern(
+                   pattern.c_str(), static_cast<KxEmailBelongsTo>(number << kNumberShift), nullptr, nullptr),
+               pattern);
+    }
+    if (m_refused != 0) {
+      m_generation.m_warnings.push_back(std::to_string(m_refused) +
+                                        " patterns stand in lists of one rule whose kinds exclude each other, and keep the "
+                                        "kind of the first list; the first is " +
+                                        quoted(m_firstRefused));
+    }
+    KxWildcardEmail::initScanTimeMode();
+  }
+
+ private:
+  using Combination = std::vector<std::pair<unsigned int, KxEmailBelongsTo>>;
+
+  static void _require(bool isAdded, const std::string& pattern) {
+    if (!isAdded) {
+      throw PolicyError("the address pattern " + quoted(pattern) + " cannot be stored in a tree");
+    }
+  }
+
   std::unique_ptr<KxWildcardRootNode> _newTree() { return std::make_unique<KxWildcardRootNode>(&m_generation.m_table); }
 
   Entry& _entryOf(const std::string& pattern) {
@@ -230,7 +268,7 @@ class PolicyGeneration::Builder {
   std::uint32_t _recipientsOf(unsigned int group) {
     const auto [place, isNew] = m_recipientGroups.emplace(group, static_cast<std::uint32_t>(m_recipientGroups.size()));
     if (isNew) {
-      for (const std::string& member : m_groups.at(group)->members) {
+      for (const std::string& member : m_resolver.group(group).members) {
         std::vector<std::uint32_t>& groups = _entryOf(member).groups;
         if (groups.empty() || groups.back() != place->second) {
           groups.push_back(place->second);
@@ -264,7 +302,7 @@ class PolicyGeneration::Builder {
                                               [&, kind = kind](const auto& one) { return one.second == kind; }) == 1;
       // The kind tells the list where it can; a text for each leaf costs memory.
       const std::string number = std::to_string(list);
-      _add(tree, m_groups.at(group)->members, kind, isOnlyOfKind ? nullptr : number.c_str());
+      _add(tree, m_resolver.group(group).members, kind, isOnlyOfKind ? nullptr : number.c_str());
     }
   }
 
@@ -291,9 +329,7 @@ class PolicyGeneration::Builder {
   }
 
   PolicyGeneration& m_generation;
-  std::unordered_map<unsigned int, const MailPolicy::Group*> m_groups;
-  std::unordered_map<unsigned int, const MailPolicy::Entity*> m_entities;
-  std::unordered_map<unsigned int, const MailPolicy::Object*> m_objects;
+  RuleResolver m_resolver;
   std::unordered_map<std::string, std::size_t> m_numbers;  // of patterns of scopes and recipients
   std::unordered_map<unsigned int, std::uint32_t> m_recipientGroups;
   std::map<Combination, KxWildcardRootNode*> m_combinations;

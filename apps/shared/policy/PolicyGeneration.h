@@ -21,15 +21,9 @@
 
 #include "KxStringtable.h"
 #include "KxWildcardNode.h"
-#include "ZaroRuntime/RuntimeError.h"
 #include "policy/MailPolicy.h"
+#include "policy/PolicyError.h"
 #include "policy/PolicyVocabulary.h"
-
-// The policy cannot be applied as it is stored, and the text names the rule and says why.
-class PolicyError : public zaroruntime::RuntimeError {
- public:
-  explicit PolicyError(const std::string& text) : RuntimeError(text, zaroruntime::FailureKind::Data) {}
-};
 
 // An enabled rule, with the names that what it refers to has.
 struct PolicyRule {
@@ -44,6 +38,10 @@ struct PolicyRule {
   bool asksHeader() const { return stored.compare != MailPolicy::Compare::Envelope; }
   bool does(ZaroAction::ActionType type) const;
 };
+
+// Why the enabled rules that cannot be applied cannot be, by position; one such rule keeps a generation from being
+// made. The members of groups are not looked at.
+std::vector<std::string> unusableRules(const MailPolicy& policy);
 
 // What an action of a rule needs and the rule lacks, in words; nothing when it has all. Throws as `keysIn`.
 std::optional<std::string> missingForActions(const MailPolicy::Rule& rule);

@@ -21,14 +21,24 @@ Number numberIn(const std::optional<std::string>& text) {
   Number number = 0;
   const auto read = std::from_chars(digits.data(), digits.data() + digits.size(), number);
   if (read.ec != std::errc() || read.ptr != digits.data() + digits.size()) {
-    throw zaroruntime::RuntimeError("the stored policy holds " + quoted(text.value_or("NULL")) + " for a number",
-                                    zaroruntime::FailureKind::Data);
+    throw PolicyError("the stored policy holds " + quoted(text.value_or("NULL")) + " for a number");
   }
   return number;
 }
 
 std::optional<unsigned int> idOrNone(const std::optional<std::string>& text) {
   return text ? std::make_optional(numberIn<unsigned int>(text)) : std::nullopt;
+}
+
+// What has an identifier; `referrer` names the row that refers to it.
+template <typename Element>
+Element& elementOf(const std::unordered_map<unsigned int, Element*>& elements, unsigned int id, const char* referrer) {
+  const auto found = elements.find(id);
+  if (found == elements.end()) {
+    throw PolicyError("the stored policy has " + std::string(referrer) + " " + std::to_string(id) +
+                      ", which is not there");
+  }
+  return *found->second;
 }
 
 std::string textIn(std::optional<std::string>& text) {
@@ -75,7 +85,7 @@ void readMembers(StoreConnection& db, std::vector<MailPolicy::Group>& groups) {
                             " ORDER BY group_id, position LIMIT " + std::to_string(kMembersAtOnce),
                         {"group_id", "position", "address"});
     for (Row& row : rows) {
-      places.at(numberIn<unsigned int>(row[0]))->members.push_back(textIn(row[2]));
+      elementOf(places, numberIn<unsigned int>(row[0]), "members of the address group").members.push_back(textIn(row[2]));
     }
     if (rows.size() < kMembersAtOnce) {
       return;
@@ -89,7 +99,6 @@ std::vector<MailPolicy::Group> groupsIn(StoreConnection& db) {
   for (Row& row : db.rows("SELECT id, name FROM named_object WHERE type = 5 ORDER BY id", {"id", "name"})) {
     groups.push_back({numberIn<unsigned int>(row[0]), textIn(row[1]), {}});
   }
-  readMembers(db, groups);
   return groups;
 }
 
@@ -113,19 +122,36 @@ MailPolicy::FilterOrder filterOrderIn(StoreConnection& db) {
   return order;
 }
 
-}  // namespace
-
-MailPolicy loadMailPolicy(StoreConnection& db) {
+MailPolicy load(StoreConnection& db, bool withMembers) {
   const ReadTransaction transaction(db);
   db.requireOwnSchema();
   MailPolicy policy;
   policy.version = storedPolicyVersion(db);
-  policy.rules = storedRules(db);
-  policy.entities = entitiesIn(db);
-  policy.groups = groupsIn(db);
-  policy.objects = objectsIn(db);
-  policy.filterOrder = filterOrderIn(db);
+  try {
+    policy.rules = storedRules(db);
+    policy.entities = entitiesIn(db);
+    policy.groups = groupsIn(db);
+    if (withMembers) {
+      readMembers(db, policy.groups);
+    }
+    policy.objects = objectsIn(db);
+    policy.filterOrder = filterOrderIn(db);
+  } catch (const PolicyError& wrong) {
+    throw UnreadablePolicy(wrong.what(), policy.version);
+  }
   return policy;
+}
+
+}  // namespace
+
+MailPolicy loadMailPolicy(StoreConnection& db) {
+  constexpr bool kWithMembers = true;
+  return load(db, kWithMembers);
+}
+
+MailPolicy loadMailPolicyWithoutMembers(StoreConnection& db) {
+  constexpr bool kWithoutMembers = false;
+  return load(db, kWithoutMembers);
 }
 
 std::vector<MailPolicy::Rule> storedRules(StoreConnection& db) {
@@ -156,8 +182,8 @@ std::vector<MailPolicy::Rule> storedRules(StoreConnection& db) {
   }
   for (const Row& row : db.rows("SELECT rule_id, group_id, kind FROM policy_rule_list ORDER BY rule_id, position",
                                 {"rule_id", "group_id", "kind"})) {
-    places.at(numberIn<unsigned int>(row[0]))
-        ->lists.push_back({numberIn<unsigned int>(row[1]), numberIn<KxEmailBelongsTo>(row[2])});
+    elementOf(places, numberIn<unsigned int>(row[0]), "a list of the rule")
+        .lists.push_back({numberIn<unsigned int>(row[1]), numberIn<KxEmailBelongsTo>(row[2])});
   }
   return rules;
 }

@@ -5,14 +5,19 @@
 #include <vector>
 
 #include "policy/MailPolicy.h"
+#include "policy/PolicyError.h"
 #include "store/Database.h"
 
 // Reads all of the policy as it is at one moment, in a transaction of its own that waits for no writer and keeps none
 // waiting (with SQLite, writers wait for it unless the database has a write-ahead log). `db` must not be in one. Throws
-// DatabaseError, and RuntimeError for stored numbers that are none.
+// DatabaseError, and UnreadablePolicy for rows that make no policy: SQLite checks neither numbers nor references for
+// programs that do not ask for it.
 MailPolicy loadMailPolicy(StoreConnection& db);
 
-// The rules alone, by position.
+// The same without the members of address groups.
+MailPolicy loadMailPolicyWithoutMembers(StoreConnection& db);
+
+// The rules alone, by position. Throws DatabaseError and PolicyError.
 std::vector<MailPolicy::Rule> storedRules(StoreConnection& db);
 
 // The counter of the policy: another number than before tells that the policy is another. One row is read.

@@ -14,7 +14,8 @@ class PolicySource {
   PolicySource(const PolicySource&) = delete;
   PolicySource& operator=(const PolicySource&) = delete;
 
-  // The policy, unless its version is `known`. Throws RuntimeError.
+  // The policy, unless its version is `known`. Throws RuntimeError, and UnreadablePolicy where it would fail again as
+  // long as the version stands.
   virtual std::optional<MailPolicy> loadUnless(std::optional<std::uint64_t> known) = 0;
 };
 

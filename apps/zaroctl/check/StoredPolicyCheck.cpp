@@ -1,11 +1,15 @@
 #include <algorithm>
+#include <iterator>
 #include <regex>
 #include <string>
+#include <vector>
 
 #include "ZaroRuntime/RuntimeError.h"
 #include "ZaroRuntime/SchemaVersion.h"
 #include "check/Checks.h"
 #include "console/Text.h"
+#include "policy/PolicyGeneration.h"
+#include "policy/PolicyLoading.h"
 
 using zaroruntime::RuntimeError;
 
@@ -29,6 +33,7 @@ class StoredPolicyCheck {
       _checkOwners();
       _checkSystemArea();
       _checkMemberIndex();
+      _checkRules();
     }
   }
 
@@ -122,6 +127,35 @@ class StoredPolicyCheck {
     return nullptr;
   }
 
+  // One that mail filters cannot apply keeps the changes of all others from them.
+  void _checkRules() {
+    m_findings.check("rules", [&] {
+      StoreConnection db;
+      const MailPolicy policy = loadMailPolicyWithoutMembers(db);
+      const std::vector<std::string> faults = unusableRules(policy);
+      if (faults.empty()) {
+        return std::string("mail filters can apply every one that is enabled");
+      }
+      throw RuntimeError("database " + m_database.name +
+                         ": mail filters cannot apply the policy, and keep the one before until these are changed or "
+                         "disabled: " +
+                         _firstOf(faults, "; "));
+    });
+  }
+
+  // Some of the texts, and how many more there are.
+  static std::string _firstOf(const std::vector<std::string>& texts, const char* separator) {
+    constexpr std::size_t kMost = 5;
+    std::string list;
+    for (std::size_t i = 0; i < std::min(texts.size(), kMost); ++i) {
+      list.append(i == 0 ? "" : separator).append(texts[i]);
+    }
+    if (texts.size() > kMost) {
+      list += " and " + std::to_string(texts.size() - kMost) + " more";
+    }
+    return list;
+  }
+
   static std::string _objectName(const zaroruntime::SqlSession::Row& row) {
     return "object " + row[0].value_or("") + " (" + quoted(row[1].value_or("")) + ")";
   }
@@ -133,15 +167,10 @@ class StoredPolicyCheck {
       if (rows.empty()) {
         return std::string(right);
       }
-      constexpr std::size_t kMostNames = 5;
-      std::string names;
-      for (std::size_t i = 0; i < std::min(rows.size(), kMostNames); ++i) {
-        names.append(i == 0 ? "" : ", ").append(quoted(rows[i].front().value_or("")));
-      }
-      if (rows.size() > kMostNames) {
-        names += " and " + std::to_string(rows.size() - kMostNames) + " more";
-      }
-      throw RuntimeError("database " + m_database.name + ": " + wrong + names);
+      std::vector<std::string> names;
+      std::transform(rows.begin(), rows.end(), std::back_inserter(names),
+                     [](const auto& row) { return quoted(row.front().value_or("")); });
+      throw RuntimeError("database " + m_database.name + ": " + wrong + _firstOf(names, ", "));
     });
   }
 

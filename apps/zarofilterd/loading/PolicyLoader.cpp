@@ -30,7 +30,7 @@ PolicyLoader::~PolicyLoader() {
 void PolicyLoader::start() {
   m_thread = std::thread([this] { _run(); });
   std::unique_lock<std::mutex> lock(m_mutex);
-  m_changed.wait(lock, [this] { return m_tried; });
+  m_changed.wait(lock, [this] { return m_started; });
 }
 
 void PolicyLoader::requestReload() {
@@ -49,9 +49,12 @@ bool PolicyLoader::stop(std::chrono::milliseconds longest) {
 }
 
 void PolicyLoader::_run() {
+  if (_useLastGood()) {
+    _tellStarted();
+  }
   std::unique_ptr<PolicySource> source;
   Clock::time_point nextLook = Clock::now();
-  bool forced = true;
+  bool forced = false;
   for (;;) {
     if (_isDue(nextLook, forced)) {
       const std::string failure = failureOf([&] {
@@ -63,12 +66,11 @@ void PolicyLoader::_run() {
       if (failure.empty()) {
         m_lastFailure.clear();
       } else {
-        _tellFailure(failure);
+        _tellFailure(failure, forced);
       }
       nextLook = Clock::now() + m_poll;
-      const std::lock_guard<std::mutex> lock(m_mutex);
-      m_tried = true;
-      m_changed.notify_all();
+      m_hasLooked = true;
+      _tellStarted();
     }
     m_holder.destroyReturned();
     _wait(nextLook);
@@ -100,31 +102,54 @@ bool PolicyLoader::_isDue(Clock::time_point nextLook, bool& forced) {
 
 void PolicyLoader::_look(PolicySource& source, bool forced) {
   const Clock::time_point began = Clock::now();
-  const std::optional<MailPolicy> policy = source.loadUnless(forced ? std::nullopt : m_version);
-  if (policy) {
-    _adopt(*policy, began);
+  try {
+    if (const std::optional<MailPolicy> policy = source.loadUnless(forced ? std::nullopt : m_version)) {
+      _adopt(*policy, began);
+    }
+  } catch (const UnreadablePolicy& refusal) {
+    _refuse(refusal.version());
+    throw;
   }
-  m_metrics.confirmPolicy();
+  if (!m_isRefused) {
+    m_metrics.confirmPolicy();
+  }
 }
 
 void PolicyLoader::_adopt(const MailPolicy& policy, Clock::time_point began) {
-  if (m_tried) {
+  // The first one belongs to the start, of whose end the filter tells.
+  if (m_hasLooked) {
     tellReloading();
   }
-  const std::string failure = failureOf([&] { _use(policy); });
-  if (m_tried) {
+  const std::string failure = failureOf([&] {
+    try {
+      _use(policy);
+    } catch (const PolicyError&) {
+      _refuse(policy.version);
+      throw;
+    }
+  });
+  if (m_hasLooked) {
     tellReady(failure.empty() ? "Policy " + std::to_string(policy.version) : "The policy could not be reloaded");
   }
   if (!failure.empty()) {
     throw zaroruntime::RuntimeError(failure);
   }
   m_version = policy.version;
+  m_isRefused = false;
+  m_metrics.setRefused(0);
   m_metrics.countReload(Clock::now() - began);
   const std::string unsaved = failureOf([&] { m_lastGood.save(policy); });
   if (!unsaved.empty()) {
     m_metrics.countUnsavedPolicy();
     m_log.warning("the policy is not kept on disk: " + unsaved);
   }
+}
+
+// It would be refused again as long as it is the stored one.
+void PolicyLoader::_refuse(std::uint64_t version) {
+  m_version = version;
+  m_isRefused = true;
+  m_metrics.setRefused(version);
 }
 
 void PolicyLoader::_use(const MailPolicy& policy) {
@@ -144,30 +169,35 @@ void PolicyLoader::_use(const MailPolicy& policy) {
              std::to_string(generation->senderPatterns()) + " patterns of senders");
 }
 
-void PolicyLoader::_useLastGood() {
+// False when there is none.
+bool PolicyLoader::_useLastGood() {
   const std::string failure = failureOf([&] {
     if (const std::optional<MailPolicy> policy = m_lastGood.load()) {
-      m_log.warning("the last good policy counts");
+      m_log.info("the last good policy counts until the stored one is read");
       _use(*policy);
-    } else {
-      m_log.error("there is no last good policy");
     }
   });
   if (!failure.empty()) {
     m_log.error("the last good policy cannot be used: " + failure);
   }
+  return m_holder.current() != nullptr;
 }
 
-// The log has a failure once, however often it comes.
-void PolicyLoader::_tellFailure(const std::string& why) {
+// The log has a failure once, however often it comes; a reload that was asked for is answered each time.
+void PolicyLoader::_tellFailure(const std::string& why, bool forced) {
   m_metrics.countFailedReload();
-  if (why != m_lastFailure) {
+  if (forced || why != m_lastFailure) {
     m_log.error("the policy is not reloaded: " + why);
     m_lastFailure = why;
   }
-  if (!m_tried) {
-    _useLastGood();
+}
+
+void PolicyLoader::_tellStarted() {
+  {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_started = true;
   }
+  m_changed.notify_all();
 }
 
 void PolicyLoader::_wake() {

@@ -1,7 +1,8 @@
 // The one thread that reads, builds and destroys policies.
 //
-// A reload that fails leaves the policy as it is; the log and a metric tell. The first one that fails takes the last
-// good policy from disk.
+// 1. The last good policy decides from the start, before the source is asked: a source that is down may take long to say so.
+// 2. A reload that fails leaves the policy as it is; the log and a metric tell.
+// 3. A stored policy that cannot be applied is not read again until it is another one or a reload is asked for.
 #pragma once
 
 #include <chrono>
@@ -31,7 +32,7 @@ class PolicyLoader {
 
   const PolicyHolder& policy() const { return m_holder; }
 
-  // Starts the thread, and waits until it has tried to get a policy.
+  // Starts the thread, and waits until it has a policy or has tried to get one.
   void start();
   // Asks for a reload, even if the version stands.
   void requestReload();
@@ -46,9 +47,11 @@ class PolicyLoader {
   bool _isDue(Clock::time_point nextLook, bool& forced);
   void _look(PolicySource& source, bool forced);
   void _adopt(const MailPolicy& policy, Clock::time_point began);
+  void _refuse(std::uint64_t version);
   void _use(const MailPolicy& policy);
-  void _useLastGood();
-  void _tellFailure(const std::string& why);
+  bool _useLastGood();
+  void _tellFailure(const std::string& why, bool forced);
+  void _tellStarted();
   void _wake();
 
   std::function<std::unique_ptr<PolicySource>()> m_makeSource;
@@ -62,11 +65,13 @@ class PolicyLoader {
   bool m_reload = false;
   bool m_returned = false;
   bool m_stop = false;
-  bool m_tried = false;
+  bool m_started = false;
   bool m_ended = false;
 
   // Of the loader's thread.
-  std::optional<std::uint64_t> m_version;  // of the source; nothing for a policy from disk
+  std::optional<std::uint64_t> m_version;  // the last one that the source gave, or could not be applied
+  bool m_isRefused = false;                // it could not be
+  bool m_hasLooked = false;
   std::string m_lastFailure;
 
   PolicyHolder m_holder;

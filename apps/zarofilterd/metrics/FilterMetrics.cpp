@@ -7,7 +7,7 @@ namespace {
 using prometheus::Histogram;
 
 Histogram::BucketBoundaries decisionBuckets() {
-  return {1e-6, 2e-6, 5e-6, 1e-5, 2e-5, 5e-5, 1e-4, 1e-3, 1e-2};
+  return {1e-6, 2e-6, 3e-6, 5e-6, 7e-6, 1e-5, 1.5e-5, 2e-5, 3e-5, 5e-5, 1e-4, 1e-3, 2e-3, 5e-3, 1e-2, 1e-1};
 }
 
 Histogram::BucketBoundaries reloadBuckets() {
@@ -35,6 +35,8 @@ FilterMetrics::FilterMetrics()
       m_failedMessages(addCounter(m_registry, "zaro_filter_failed_messages_total",
                                   "Messages whose actions the mail server did not take")),
       m_generation(addGauge(m_registry, "zaro_filter_generation", "Version of the policy that decides; 0 without one")),
+      m_refused(addGauge(m_registry, "zaro_filter_refused_generation",
+                         "Version of the stored policy that could not be applied; 0: it could")),
       m_rules(addGauge(m_registry, "zaro_filter_rules", "Enabled rules of the policy")),
       m_patterns(addGauge(m_registry, "zaro_filter_patterns", "Patterns of senders in the policy")),
       m_confirmed(addGauge(m_registry, "zaro_filter_policy_confirmed_timestamp_seconds",
@@ -69,6 +71,10 @@ void FilterMetrics::setGeneration(std::uint64_t version, std::size_t rules, std:
   m_generation.Set(static_cast<double>(version));
   m_rules.Set(static_cast<double>(rules));
   m_patterns.Set(static_cast<double>(patterns));
+}
+
+void FilterMetrics::setRefused(std::uint64_t version) {
+  m_refused.Set(static_cast<double>(version));
 }
 
 void FilterMetrics::keepRules(const std::set<std::string>& names) {

@@ -25,6 +25,8 @@ class FilterMetrics {
   // A message whose actions the mail server did not take.
   void countFailedMessage();
   void setGeneration(std::uint64_t version, std::size_t rules, std::size_t patterns);
+  // The stored policy of a version could not be applied; 0: it could.
+  void setRefused(std::uint64_t version);
   // Forgets the decisions of other rules, so that renamed and removed ones do not pile up.
   void keepRules(const std::set<std::string>& names);
   void countReload(std::chrono::nanoseconds took);
@@ -47,6 +49,7 @@ class FilterMetrics {
   prometheus::Counter& m_undecided;
   prometheus::Counter& m_failedMessages;
   prometheus::Gauge& m_generation;
+  prometheus::Gauge& m_refused;
   prometheus::Gauge& m_rules;
   prometheus::Gauge& m_patterns;
   prometheus::Gauge& m_confirmed;

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <future>
 #include <memory>
 #include <optional>
 #include <string>
@@ -48,6 +49,55 @@ class ChangingSource : public PolicySource {
   std::atomic<std::uint64_t>& m_version;
 };
 
+// Policies as they are given, and what was asked for.
+class GivenSource : public PolicySource {
+ public:
+  struct State {
+    std::atomic<std::uint64_t> version{1};
+    std::atomic<bool> canBeApplied{true};
+    std::atomic<bool> canBeRead{true};
+    std::atomic<unsigned int> looks{0};
+    std::atomic<unsigned int> reads{0};
+  };
+
+  explicit GivenSource(State& state) : m_state(state) {}
+
+  std::optional<MailPolicy> loadUnless(std::optional<std::uint64_t> known) override {
+    ++m_state.looks;
+    const std::uint64_t version = m_state.version;
+    if (known == version) {
+      return std::nullopt;
+    }
+    ++m_state.reads;
+    if (!m_state.canBeRead) {
+      throw UnreadablePolicy("nonsense is stored", version);
+    }
+    MailPolicy policy = policyOfVersion(version);
+    if (!m_state.canBeApplied) {
+      policy.rules.front().name = "Broken rule";
+      policy.rules.front().actions = actionBitmap({"Readdress"});
+    }
+    return policy;
+  }
+
+ private:
+  State& m_state;
+};
+
+// Does not answer until it is let go on.
+class HangingSource : public PolicySource {
+ public:
+  explicit HangingSource(std::shared_future<void> goesOn) : m_goesOn(std::move(goesOn)) {}
+
+  std::optional<MailPolicy> loadUnless(std::optional<std::uint64_t> /*known*/) override {
+    m_goesOn.wait();
+    return policyOfVersion(8);
+  }
+
+ private:
+  std::shared_future<void> m_goesOn;
+};
+
 class ReloadTest : public testing::Test {
  protected:
   ReloadTest()
@@ -66,9 +116,10 @@ class ReloadTest : public testing::Test {
   }
 
   // Waits until so many reloads have failed.
-  void waitForFailures(int count) {
-    const std::string line = "zaro_filter_reload_failures_total " + std::to_string(count) + "\n";
-    while (m_metrics.text().find(line) == std::string::npos) {
+  void waitForFailures(int count) { waitForMetric("zaro_filter_reload_failures_total " + std::to_string(count)); }
+
+  void waitForMetric(const std::string& sample) {
+    while (m_metrics.text().find(sample + "\n") == std::string::npos) {
       std::this_thread::yield();
     }
   }
@@ -133,20 +184,67 @@ TEST_F(ReloadTest, keepsThePolicyWhenAReloadFails) {
   reload(2);
 }
 
-TEST_F(ReloadTest, looksForTheLastGoodPolicyOnce) {
-  testing::internal::CaptureStderr();
-  m_loader.start();
-  for (int failures = 2; failures <= 3; ++failures) {
-    m_loader.requestReload();
-    waitForFailures(failures);
+TEST_F(ReloadTest, decidesByTheLastGoodPolicyWithoutWaitingForTheSource) {
+  m_lastGood.save(policyOfVersion(7));
+  std::promise<void> goesOn;
+  PolicyLoader loader([answer = goesOn.get_future().share()] { return std::make_unique<HangingSource>(answer); },
+                      m_lastGood, std::chrono::seconds(3600), m_metrics, m_log);
+  loader.start();
+  ASSERT_NE(loader.policy().current(), nullptr);
+  EXPECT_EQ(loader.policy().current()->version(), 7u);
+  goesOn.set_value();
+  while (loader.policy().current()->version() != 8) {
+    std::this_thread::yield();
   }
-  EXPECT_TRUE(m_loader.stop(std::chrono::seconds(60)));
-  const std::string log = testing::internal::GetCapturedStderr();
-  const std::string text = "there is no last good policy";
-  const std::size_t first = log.find(text);
-  ASSERT_NE(first, std::string::npos) << log;
-  EXPECT_EQ(log.find(text, first + 1), std::string::npos) << log;
 }
+
+// A source that holds what cannot be used is polled without a pause.
+class RefusedPolicyTest : public ReloadTest, public testing::WithParamInterface<std::atomic<bool> GivenSource::State::*> {
+ protected:
+  RefusedPolicyTest()
+      : m_polling([this] { return std::make_unique<GivenSource>(m_given); }, m_lastGood, std::chrono::seconds(0),
+                  m_metrics, m_log) {}
+
+  void waitForLooks(unsigned int more) {
+    for (const unsigned int until = m_given.looks + more; m_given.looks < until;) {
+      std::this_thread::yield();
+    }
+  }
+
+  static unsigned int failuresIn(const std::string& log) {
+    unsigned int count = 0;
+    for (std::size_t at = 0; (at = log.find("the policy is not reloaded", at)) != std::string::npos; ++at) {
+      ++count;
+    }
+    return count;
+  }
+
+  GivenSource::State m_given;
+  PolicyLoader m_polling;
+};
+
+TEST_P(RefusedPolicyTest, isReadOnceUntilItIsAnotherOneOrAReloadIsAskedFor) {
+  m_polling.start();
+  testing::internal::CaptureStderr();
+  m_given.*GetParam() = false;
+  m_given.version = 2;
+  waitForMetric("zaro_filter_refused_generation 2");
+  waitForLooks(5);
+  EXPECT_EQ(m_given.reads, 2u);
+  m_polling.requestReload();
+  waitForFailures(2);
+  waitForLooks(5);
+  EXPECT_EQ(m_given.reads, 3u);
+  EXPECT_EQ(m_polling.policy().current()->version(), 1u);
+  m_given.*GetParam() = true;
+  m_given.version = 3;
+  waitForMetric("zaro_filter_refused_generation 0");
+  EXPECT_EQ(m_polling.policy().current()->version(), 3u);
+  EXPECT_EQ(failuresIn(testing::internal::GetCapturedStderr()), 2u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Reasons, RefusedPolicyTest,
+                         testing::Values(&GivenSource::State::canBeApplied, &GivenSource::State::canBeRead));
 
 TEST_F(ReloadTest, leavesAGenerationToTheMessageThatUsesIt) {
   m_version = 1;

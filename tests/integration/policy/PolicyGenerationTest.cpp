@@ -1,6 +1,7 @@
 // A generation of the policy: what it refuses, and what it costs to ask.
 #include "policy/PolicyGeneration.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -80,6 +81,18 @@ TEST(PolicyGeneration, refusesWhatItCannotApply) {
       EXPECT_EQ(std::string(error.what()), wrong.reason) << wrong.label;
     }
   }
+}
+
+TEST(PolicyGeneration, hasEveryRuleToldThatItCouldNotApply) {
+  PolicyMaker maker = soundPolicy();
+  EXPECT_THAT(unusableRules(maker.policy()), testing::IsEmpty());
+  maker.rule("broken", {}, {"Readdress"});
+  maker.rule("right", {});
+  maker.rule("broken too", {{9, 2}});
+  maker.rule("broken and disabled", {}, {"Readdress"}).enabled = false;
+  EXPECT_THAT(unusableRules(maker.policy()),
+              testing::ElementsAre("rule 2 (\"broken\"): Readdress needs an address",
+                                   "rule 4 (\"broken too\") refers to the address group 9, which is not there"));
 }
 
 TEST(PolicyGeneration, doesNotLookAtDisabledRules) {

@@ -56,11 +56,26 @@ TEST_P(Check, freshInstallationHasNothingWrong) {
   EXPECT_THAT(lines, Each(StartsWith("ok\t")));
   for (const char* subject : {"installation", "files", "database settings", "key", "password", "policy settings",
                               "display language", "display strings", "data source", "connection", "schema", "entities",
-                              "objects", "quarantine", "groups", "statement"}) {
+                              "objects", "quarantine", "groups", "rules", "statement"}) {
     EXPECT_THAT(lines, Contains(StartsWith(std::string("ok\t") + subject + "\t")));
   }
   EXPECT_THAT(lines, Contains("ok\tschema\tversion " + std::to_string(zaroruntime::kSchemaVersion)));
   EXPECT_THAT(lines, Contains("ok\tstatement\t" + homeFile(kAdminId) + ": understood by the database"));
+}
+
+TEST_P(Check, rulesThatNoMailFilterCanApplyAreTold) {
+  session()->run(
+      "INSERT INTO policy_rule (name, enabled, actions) VALUES ('To nowhere', 1, '00000100000000000'), "
+      "('Stamp', 1, '00000010000000000'), ('Disabled', 0, '00000010000000000')");
+  const auto id = [&](const std::string& name) {
+    return value("SELECT id FROM policy_rule WHERE name = '" + name + "'");
+  };
+  const auto wrong = wrongs();
+  ASSERT_EQ(wrong.size(), 1u);
+  EXPECT_THAT(wrong[0], StartsWith("rules\t"));
+  EXPECT_THAT(wrong[0],
+              testing::EndsWith("rule " + id("To nowhere") + " (\"To nowhere\"): Readdress needs an address; rule " +
+                                id("Stamp") + " (\"Stamp\") wants Stamped, which a mail filter cannot do"));
 }
 
 TEST_P(Check, everyStatementFileOfTheInstallationIsLookedAt) {

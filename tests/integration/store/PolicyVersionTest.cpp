@@ -216,6 +216,33 @@ TEST_P(PolicyVersion, isReadWithThePolicy) {
   });
 }
 
+// SQLite enforces references only for programs that ask for it.
+TEST_P(PolicyVersion, rowsWithoutWhatTheyReferToAreNamed) {
+  if (!isSqlite()) {
+    GTEST_SKIP() << "PostgreSQL has no such rows";
+  }
+  fill();
+  const auto session = home().session();
+  session->run("PRAGMA foreign_keys = OFF");
+  const auto expectUnreadable = [&](const std::string& text) {
+    inOwnProcess([&] {
+      StoreConnection db;
+      try {
+        loadMailPolicy(db);
+        FAIL() << "no failure";
+      } catch (const UnreadablePolicy& failure) {
+        EXPECT_EQ(failure.what(), text);
+        EXPECT_EQ(failure.version(), static_cast<std::uint64_t>(version()));
+      }
+    });
+  };
+  session->run("INSERT INTO policy_rule_list (rule_id, position, group_id, kind) VALUES (17, 0, 1, 2)");
+  expectUnreadable("the stored policy has a list of the rule 17, which is not there");
+  session->run("DELETE FROM policy_rule_list");
+  session->run("INSERT INTO address_group_member (group_id, position, address) VALUES (18, 0, 'a@b.test')");
+  expectUnreadable("the stored policy has members of the address group 18, which is not there");
+}
+
 TEST_P(PolicyVersion, membersAreReadInPieces) {
   home().sql("INSERT INTO named_object (type, name) VALUES (5, 'one'), (5, 'two')");
   const std::string numbers = isSqlite()
