@@ -10,13 +10,27 @@ std::string ruleName(const Verdict& verdict) {
   return verdict.rule != nullptr ? verdict.rule->stored.name : "";
 }
 
+Verdict decideAndCount(const DecisionDesk& desk, const PolicyGeneration& generation, const Question& question,
+                       bool headerMayFollow) {
+  const Clock::time_point began = Clock::now();
+  const Verdict verdict = Decider(generation, desk.settings.decisions).decide(question);
+  const auto took = Clock::now() - began;
+  if (!headerMayFollow || !verdict.awaitsHeader) {
+    desk.metrics.countDecision(verdict.code, ruleName(verdict), took);
+  }
+  return verdict;
+}
+
 }  // namespace
 
 Verdict DecisionDesk::decide(const PolicyGeneration& generation, const Question& question) const {
-  const Clock::time_point began = Clock::now();
-  const Verdict verdict = Decider(generation, settings.decisions).decide(question);
-  metrics.countDecision(verdict.code, ruleName(verdict), Clock::now() - began);
-  return verdict;
+  constexpr bool kHeaderMayFollow = true;
+  return decideAndCount(*this, generation, question, kHeaderMayFollow);
+}
+
+Verdict DecisionDesk::decideWithoutHeader(const PolicyGeneration& generation, const Question& question) const {
+  constexpr bool kHeaderMayFollow = false;
+  return decideAndCount(*this, generation, question, kHeaderMayFollow);
 }
 
 void DecisionDesk::tell(const PolicyGeneration& generation, const std::string& queueId, const Question& question,
@@ -32,6 +46,9 @@ void DecisionDesk::tell(const PolicyGeneration& generation, const std::string& q
   add("pattern", std::string(verdict.pattern));
   add("code", std::to_string(verdict.code));
   add("action", keysText(verdict.keys()));
+  if (verdict.does(ZaroAction::Quarantine)) {
+    add("area", verdict.rule->area);
+  }
   add("done", settings.decisions.shadow ? "shadow" : verdict.isExempt ? "exempt" : done);
   add("generation", std::to_string(generation.version()));
   log.info(line);

@@ -17,8 +17,11 @@ struct DecisionDesk {
   FilterMetrics& metrics;
   const ServiceLog& log;
 
-  // Decides by a generation, which must outlive the verdict, and counts.
+  // Decides by a generation, which must outlive the verdict, and counts the decision. One that the header's From can
+  // still change is counted when it is asked for with that.
   Verdict decide(const PolicyGeneration& generation, const Question& question) const;
+  // The same where no header will be known.
+  Verdict decideWithoutHeader(const PolicyGeneration& generation, const Question& question) const;
   // One line in the log. `done` is what happens to the recipient, in one word.
   void tell(const PolicyGeneration& generation, const std::string& queueId, const Question& question,
             const Verdict& verdict, const std::string& done) const;
