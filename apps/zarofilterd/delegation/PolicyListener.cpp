@@ -22,7 +22,6 @@
 
 namespace {
 
-constexpr std::size_t kMostConnections = 1000;
 constexpr std::chrono::milliseconds kPause{100};  // where descriptors or memory are short
 constexpr const char* kNothing = "DUNNO";
 
@@ -121,14 +120,14 @@ std::string policyAction(const DecisionDesk& desk, const PolicyRequest& request)
   question.sender = sender;
   question.recipient = recipient;
   question.authenticated = !request.value("sasl_username").empty();
-  const Verdict verdict = desk.decide(*policy, question);
+  const Verdict verdict = desk.decideWithoutHeader(*policy, question);
   const Outcome outcome = outcomeOf(verdict, desk.settings.decisions);
   desk.tell(*policy, request.value("queue_id"), question, verdict, outcome.word);
   return outcome.action;
 }
 
-PolicyListener::PolicyListener(const DecisionDesk& desk)
-    : m_desk(desk), m_file(desk.settings.policySocket), m_listening(-1) {
+PolicyListener::PolicyListener(const DecisionDesk& desk, const DelegationLimits& limits)
+    : m_desk(desk), m_limits(limits), m_file(desk.settings.policySocket), m_listening(-1) {
   removeOldFile(m_file.path());
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) {
@@ -165,14 +164,13 @@ void PolicyListener::_serve() {
 }
 
 bool PolicyListener::_serveOnce() {
-  constexpr int kForever = -1;
-  const bool listens = !m_acceptFailed && m_connections.size() < kMostConnections;
-  std::vector<pollfd> waiting = {{m_stopRead, POLLIN, 0}, {m_listening, static_cast<short>(listens ? POLLIN : 0), 0}};
+  std::vector<pollfd> waiting = {{m_stopRead, POLLIN, 0},
+                                 {m_listening, static_cast<short>(m_acceptFailed ? 0 : POLLIN), 0}};
   for (const Connection& connection : m_connections) {
     const short wanted = connection.unsent.empty() ? POLLIN : POLLOUT;
     waiting.push_back({connection.descriptor, wanted, 0});
   }
-  const int longest = m_acceptFailed ? static_cast<int>(kPause.count()) : kForever;
+  const int longest = _longestWait();
   m_acceptFailed = false;
   if (poll(waiting.data(), waiting.size(), longest) < 0) {
     return true;
@@ -182,7 +180,9 @@ bool PolicyListener::_serveOnce() {
   }
   for (std::size_t i = 0; i < m_connections.size(); ++i) {
     Connection& connection = m_connections[i];
-    if (waiting[i + 2].revents != 0 && !_exchange(connection, waiting[i + 2].revents)) {
+    const short events = waiting[i + 2].revents;
+    const bool goesOn = events == 0 || _exchange(connection, events);
+    if (!goesOn || Clock::now() >= connection.lastRequest + m_limits.idle) {
       close(connection.descriptor);
       connection.descriptor = kClosed;
     }
@@ -195,13 +195,39 @@ bool PolicyListener::_serveOnce() {
   return true;
 }
 
+// In milliseconds; -1 is for ever.
+int PolicyListener::_longestWait() const {
+  constexpr int kForever = -1;
+  if (m_acceptFailed) {
+    return static_cast<int>(kPause.count());
+  }
+  if (m_connections.empty()) {
+    return kForever;
+  }
+  const auto left = _idlest()->lastRequest + m_limits.idle - Clock::now();
+  constexpr std::chrono::milliseconds kRoundedUp{1};
+  return static_cast<int>(
+      std::max(std::chrono::duration_cast<std::chrono::milliseconds>(left) + kRoundedUp, kRoundedUp).count());
+}
+
+std::vector<PolicyListener::Connection>::const_iterator PolicyListener::_idlest() const {
+  return std::min_element(m_connections.begin(), m_connections.end(), [](const Connection& one, const Connection& other) {
+    return one.lastRequest < other.lastRequest;
+  });
+}
+
 void PolicyListener::_accept() {
   m_connections.reserve(m_connections.size() + 1);
   const int descriptor = accept4(m_listening, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
   if (descriptor >= 0) {
     const int on = 1;
     setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);  // of no effect on unix sockets
-    m_connections.push_back({descriptor, "", ""});
+    if (m_connections.size() >= m_limits.connections) {
+      const auto idlest = _idlest();
+      close(idlest->descriptor);
+      m_connections.erase(idlest);
+    }
+    m_connections.push_back({descriptor, "", "", Clock::now()});
   }
   // The connection waits on, and would be told of at once.
   m_acceptFailed = descriptor < 0 && (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM);
@@ -233,6 +259,7 @@ bool PolicyListener::_receive(Connection& connection) const {
   connection.received.append(buffer, static_cast<std::size_t>(count));
   while (const std::optional<PolicyRequest> request = PolicyRequest::takeFrom(connection.received)) {
     connection.unsent += policyAnswer(policyAction(m_desk, *request));
+    connection.lastRequest = Clock::now();
   }
   return connection.received.size() <= PolicyRequest::kLongest && _send(connection);
 }
