@@ -103,7 +103,7 @@ class FromReader {
   std::string m_outside;
 };
 
-// --- Subjects ---
+// --- Encoded words ---
 
 bool isAscii(const std::string& text) {
   return std::all_of(text.begin(), text.end(), [](char letter) { return letter >= ' ' && letter < 127; });
@@ -129,7 +129,8 @@ bool continuesCharacter(char byte) {
   return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80;
 }
 
-// An encoded word has 75 characters at most, and no character is divided among two.
+// An encoded word has 75 characters at most, and no character is divided among two. One word stands on a line, since
+// long lines are cut on the way.
 std::string encodedWords(const std::string& text) {
   constexpr std::size_t kMostBytes = 45;
   std::string words;
@@ -138,7 +139,7 @@ std::string encodedWords(const std::string& text) {
     while (end < text.size() && end > at + 1 && continuesCharacter(text[end])) {
       --end;
     }
-    words += (words.empty() ? "" : " ");
+    words += (words.empty() ? "" : "\n ");
     words += "=?UTF-8?B?" + base64(text.substr(at, end - at)) + "?=";
     at = end;
   }
@@ -149,6 +150,10 @@ std::string encodedWords(const std::string& text) {
 
 std::optional<std::string> addressOfFrom(std::string_view value) {
   return FromReader(value).address();
+}
+
+std::string asHeaderText(const std::string& text) {
+  return isAscii(text) ? text : encodedWords(text);
 }
 
 std::string taggedSubject(const std::string& tag, const std::string& subject) {

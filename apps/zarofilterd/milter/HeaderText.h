@@ -12,5 +12,8 @@ std::optional<std::string> addressOfFrom(std::string_view value);
 // there already stays as it is.
 std::string taggedSubject(const std::string& tag, const std::string& subject);
 
+// A text as the value of a header field: in encoded words where it is not plain ASCII, on a line each.
+std::string asHeaderText(const std::string& text);
+
 // A text on one line of printable ASCII, other bytes as question marks, cut to what one line of SMTP takes.
 std::string asReplyText(const std::string& text);

@@ -202,7 +202,7 @@ bool Session::_applyToHeaders(const MessageVerdict& message, MailServer& server)
     taken = taken && (m_subject ? server.replaceHeader("Subject", 1, subject) : server.insertHeader("Subject", subject));
   }
   if (message.headerValue) {
-    taken = taken && server.insertHeader(name, *message.headerValue);
+    taken = taken && server.insertHeader(name, asHeaderText(*message.headerValue));
   }
   if (message.decision) {
     taken = taken && server.insertHeader(name, *message.decision);

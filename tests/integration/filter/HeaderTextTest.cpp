@@ -60,6 +60,7 @@ TEST(TaggedSubject, encodesATagThatIsNotAscii) {
             tagged);
 }
 
+// A line of a message has 998 characters at most (RFC 5322, 2.1.1).
 TEST(TaggedSubject, dividesLongTagsBetweenCharacters) {
   std::string tag;
   for (int i = 0; i < 60; ++i) {
@@ -67,12 +68,17 @@ TEST(TaggedSubject, dividesLongTagsBetweenCharacters) {
   }
   const std::string tagged = taggedSubject(tag, "");
   for (std::size_t begin = 0; begin < tagged.size();) {
-    const std::size_t end = std::min(tagged.find(' ', begin), tagged.size());
+    const std::size_t end = std::min(tagged.find_first_of(" \n", begin), tagged.size());
     EXPECT_LE(end - begin, 75u);
     begin = end + 1;
   }
   // Of 45 bytes one is half a character, so a word has 44: 60 characters of base64 without padding at a character's end.
-  EXPECT_NE(tagged.find("?= =?UTF-8?B?w7zDv"), std::string::npos) << tagged;
+  EXPECT_NE(tagged.find("?=\n =?UTF-8?B?w7zDv"), std::string::npos) << tagged;
+}
+
+TEST(HeaderText, isEncodedWhereItIsNotAscii) {
+  EXPECT_EQ(asHeaderText("plain; text"), "plain; text");
+  EXPECT_EQ(asHeaderText("\u00FC"), "=?UTF-8?B?w7w=?=");  // echo -n 'ü' | base64
 }
 
 TEST(ReplyText, isOneShortLineOfAscii) {

@@ -15,7 +15,9 @@
 namespace {
 
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 using zarotest::FilterParts;
 using Reply = Session::Reply;
 
@@ -204,6 +206,29 @@ TEST_F(SessionTest, decidesByTheHeadersFromAtTheEnd) {
   EXPECT_EQ(send("<nobody@good.test>", {"<a@b.test>"}, {{"From", "Friend <forged@bad.test>"}}), Reply::Reject);
   EXPECT_EQ(m_server.reply, "550 5.7.1 not from there");
   EXPECT_EQ(send("<forged@bad.test>", {"<a@b.test>"}, {{"From", "nobody@good.test"}}), Reply::Continue);
+}
+
+// The rule that compares the header has a say in every decision for these recipients.
+TEST_F(SessionTest, countsADecisionOnceWhenTheHeaderHadAPartInIt) {
+  usePolicy();
+  send("<nobody@good.test>", {"<a@b.test>"}, {{"From", "forged@bad.test"}});
+  EXPECT_THAT(m_parts.metrics.text(), HasSubstr("zaro_filter_decision_seconds_count 1\n"));
+  EXPECT_THAT(m_parts.metrics.text(), HasSubstr("zaro_filter_decisions_total{code=\"2\",rule=\"by header\"} 1\n"));
+  EXPECT_THAT(m_parts.metrics.text(), Not(HasSubstr("code=\"0\"")));
+}
+
+TEST_F(SessionTest, namesTheAreaOfAQuarantineInTheLog) {
+  usePolicy();
+  testing::internal::CaptureStderr();
+  send("<held@bad.test>", {"<a@b.test>"});
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr(" action=Quarantine area=Spam done=pass "));
+}
+
+TEST_F(SessionTest, encodesAHeaderValueThatIsNotAscii) {
+  m_made.rule("encoded", {"encoded@bad.test"}, 2, {"InsertXHeaderTag"}).headerValue = "verd\u00E4chtig";
+  usePolicy();
+  send("<encoded@bad.test>", {"<a@b.test>"});
+  EXPECT_EQ(m_server.notes.at(0), "insert X-Zaro-Policy: =?UTF-8?B?dmVyZMOkY2h0aWc=?=");
 }
 
 TEST_F(SessionTest, keepsNothingOfTheMessageBefore) {
