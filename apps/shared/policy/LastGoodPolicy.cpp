@@ -51,6 +51,7 @@ class NewFile {
     if (std::rename(m_path.c_str(), m_target.c_str()) != 0) {
       throwErrno(m_target, "cannot replace");
     }
+    bringToDisk(std::filesystem::path(m_target).parent_path());
   }
 
  private:

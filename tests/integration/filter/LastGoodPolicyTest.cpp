@@ -1,6 +1,11 @@
 #include "policy/LastGoodPolicy.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
 
 #include "ZaroRuntime/RuntimeError.h"
 #include "policy/PolicyMaker.h"
@@ -8,6 +13,27 @@
 #include "support/TemporaryDirectory.h"
 
 namespace {
+
+std::atomic<int> syncedDirectories{0};
+
+}  // namespace
+
+// In the place of the C library's.
+extern "C" int fsync(int descriptor) {
+  struct stat status = {};
+  syncedDirectories += fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode) ? 1 : 0;
+  return static_cast<int>(syscall(SYS_fsync, descriptor));
+}
+
+namespace {
+
+// A rename that is not on the disk is undone by a power failure.
+TEST(LastGoodPolicy, isOnTheDiskUnderItsName) {
+  const zarotest::TemporaryDirectory directory;
+  syncedDirectories = 0;
+  LastGoodPolicy(directory.path("state")).save(MailPolicy());
+  EXPECT_EQ(syncedDirectories, 1);
+}
 
 TEST(LastGoodPolicy, isReplacedAsAWhole) {
   const zarotest::TemporaryDirectory directory;
