@@ -241,8 +241,11 @@ ReadSettings readAsFilter(const Settings& stored) {
   for (const FilterRow& row : kFilterRows) {
     ReadSetting setting{kFilterSection, row.key, stored.find(kFilterSection, row.key), row.fallback, ""};
     if (setting.stored == nullptr) {
-      setting.note = "missing; the default counts";
-    } else if (setting.note = row.whyNoValue(setting.stored->value); setting.note.empty()) {
+      read.settings.push_back(std::move(setting));
+      continue;
+    }
+    setting.note = row.whyNoValue(setting.stored->value);
+    if (setting.note.empty()) {
       setting.value = setting.stored->value;
     } else {
       setting.value = nullptr;

@@ -11,6 +11,14 @@ Json textOrNull(const std::string& text) {
   return text.empty() ? Json(nullptr) : Json(text);
 }
 
+// Where the value comes from: a layer, or the reader's own default.
+Json sourceOf(const ReadSetting& setting) {
+  if (setting.stored != nullptr) {
+    return nameOf(setting.stored->layer);
+  }
+  return setting.value.is_null() ? Json(nullptr) : Json("default");
+}
+
 // Why the value is not the stored one, and what the file stands above.
 std::string noteOn(const ReadSetting& setting) {
   std::string note = setting.note;
@@ -31,7 +39,7 @@ ExitCode show(Output& out, const char* reader, ReadSettings (*read)(const zaroru
                     {"key", setting.key},
                     {"value", setting.value},
                     {"stored", there ? Json(setting.stored->value) : Json(nullptr)},
-                    {"from", there ? Json(nameOf(setting.stored->layer)) : Json(nullptr)},
+                    {"from", sourceOf(setting)},
                     {"note", textOrNull(noteOn(setting))}});
   }
   out.rows(

@@ -98,6 +98,21 @@ TEST_P(SharedSettings, areThoseOfTheDatabase) {
   EXPECT_EQ(run({"check"}).status, 0);
 }
 
+TEST_P(SharedSettings, ofTheFilterAreDefaultsUntilTheyAreSet) {
+  const ProgramResult fresh = run({"settings", "filter"});
+  EXPECT_EQ(fresh.status, 0) << fresh.err;
+  EXPECT_THAT(linesOf(fresh.out), AllOf(testing::Each(testing::EndsWith("\t-\tdefault\t-")),
+                                        Contains("mail_filter\tpoll_secs\t5\t-\tdefault\t-")));
+  ASSERT_EQ(set({"mail_filter.poll_secs=7"}).status, 0);
+  addRow("mail_filter", "socket_mode", "0007");
+  const ProgramResult changed = run({"settings", "filter"});
+  EXPECT_EQ(changed.status, 78);
+  EXPECT_THAT(
+      linesOf(changed.out),
+      AllOf(Contains("mail_filter\tpoll_secs\t7\t7\tdatabase\t-"),
+            Contains("mail_filter\tsocket_mode\t-\t0007\tdatabase\ta mode that keeps the filter itself from its socket")));
+}
+
 TEST_P(SharedSettings, areSetForAllHosts) {
   const std::string before = zaroIni();
   const ProgramResult result = set({"threads=32", "max_threads=0128"});
