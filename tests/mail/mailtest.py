@@ -27,8 +27,8 @@ ACTIONS = {"Delete": 0, "Quarantine": 1, "Archive": 3, "Readdress": 5, "SubjectT
 BITMAP_LENGTH = 17
 
 
-def wait_until(condition, what):
-    deadline = time.monotonic() + PATIENCE
+def wait_until(condition, what, patience=PATIENCE):
+    deadline = time.monotonic() + patience
     while not condition():
         if time.monotonic() > deadline:
             raise AssertionError("waited in vain: " + what)
@@ -57,14 +57,20 @@ class Gateway:
 
     def __init__(self, directory):
         self.home = directory / "gateway"
-        self.zaroctl("init", str(self.home))
+        self.make()
         self.set(socket_mode="0666", poll_secs="1")
-        with self.database() as db:
-            db.execute("INSERT INTO administrator (name, is_root) VALUES ('admin', 1)")
+        self.run_sql("INSERT INTO administrator (name, is_root) VALUES ('admin', 1)")
 
-    def zaroctl(self, *arguments, status=0):
+    def make(self):
+        self.zaroctl("init", str(self.home))
+
+    def run_sql(self, statement):
+        with self.database() as db:
+            db.execute(statement)
+
+    def zaroctl(self, *arguments, status=0, given=""):
         environment = {key: value for key, value in os.environ.items() if not key.startswith("ZARO_")}
-        done = subprocess.run([ZAROCTL, *arguments], env={**environment, "ZARO_HOME": str(self.home)},
+        done = subprocess.run([ZAROCTL, *arguments], env={**environment, "ZARO_HOME": str(self.home)}, input=given,
                               capture_output=True, text=True, timeout=PATIENCE, check=False)
         assert done.returncode == status, f"{arguments}: {done.returncode} {done.stderr}"
         return done.stdout
@@ -139,14 +145,13 @@ class Filter:
         self.process = None
         self.log_path = gateway.home / "filter.log"
 
-    def start(self, wait=True):
+    def start(self, patience=PATIENCE):
         inherited = {key: value for key, value in os.environ.items() if not key.startswith("ZARO_")}
         with open(self.log_path, "ab") as log:
             self.process = subprocess.Popen(
                 [*self.wrapper, ZAROFILTERD, "--home", str(self.gateway.home), "--foreground"], stderr=log,
                 env={**inherited, **self.environment})
-        if wait:
-            wait_until(self._is_ready, "the filter listens")
+        wait_until(self._is_ready, "the filter listens", patience)
         return self
 
     def _is_ready(self):
@@ -229,6 +234,14 @@ postlog unix-dgram n - n - 1 postlogd
         (self.directory / "etc" / "main.cf").write_text("".join(f"{key} = {value}\n" for key, value in settings.items()))
         (self.directory / "etc" / "master.cf").write_text(f"127.0.0.1:{self.port} inet n - n - - smtpd\n" + self.SERVICES)
 
+    def add_port(self, **settings):
+        """Before the start: takes mail at one more port, with other settings. Answers the port."""
+        port = free_port()
+        with open(self.directory / "etc" / "master.cf", "a", encoding="ascii") as services:
+            services.write(f"127.0.0.1:{port} inet n - n - - smtpd\n")
+            services.writelines(f"  -o {key}={value}\n" for key, value in settings.items())
+        return port
+
     def start(self):
         subprocess.run(["postfix", "-c", self.directory / "etc", "check"], check=True, capture_output=True, timeout=PATIENCE)
         # In a session of its own, as master wants it.
@@ -298,7 +311,10 @@ class MailTest(unittest.TestCase):
         directory = Directory()
         self.addCleanup(directory.remove)
         self.directory = directory.path
-        self.gateway = Gateway(self.directory)
+        self.gateway = self.make_gateway()
+
+    def make_gateway(self):
+        return Gateway(self.directory)
 
     def start_filter(self, **arguments):
         started = Filter(self.gateway, **arguments)
