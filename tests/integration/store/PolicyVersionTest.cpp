@@ -75,6 +75,20 @@ TEST_P(PolicyVersion, nothingElseRaisesIt) {
                false);
 }
 
+TEST_P(PolicyVersion, updatesThatChangeNothingDoNotRaiseIt) {
+  fill();
+  home().sql(members(2));
+  home().sql("INSERT INTO policy_rule_list (rule_id, position, group_id, kind) VALUES (1, 0, 1, 2)");
+  home().sql("INSERT INTO manual_rule_order (rule_order, filter_id, filter_type) VALUES (1, 1, 'virus')");
+  home().sql("INSERT INTO global_setting (section, name, value) VALUES ('email-scan', 'manualRuleOrder', 'on')");
+  expectRaises({"UPDATE named_object SET name = name", "UPDATE entity SET name = '*@*.b.test'",
+                "UPDATE policy_rule SET name = 'rule', scope_id = NULL", "UPDATE policy_rule_list SET kind = 2",
+                "UPDATE address_group_member SET address = address", "UPDATE manual_rule_order SET filter_id = 1",
+                "UPDATE global_setting SET value = 'on' WHERE section = 'email-scan'"},
+               false);
+  expectRaises({"UPDATE address_group_member SET address = 'new@b.test' WHERE position = 1"}, true);
+}
+
 TEST_P(PolicyVersion, ruleThatIsIgnoredLeavesItCounting) {
   fill();
   home().sql("INSERT INTO policy_rule (name, position) VALUES ('other', 1) ON CONFLICT DO NOTHING");

@@ -102,6 +102,17 @@ BEGIN
 END
 $$;
 
+-- The same, unless the rows are what they were.
+CREATE FUNCTION note_policy_update () RETURNS TRIGGER
+LANGUAGE plpgsql SECURITY DEFINER SET search_path FROM CURRENT AS $$
+BEGIN
+  IF EXISTS (SELECT * FROM changed EXCEPT SELECT * FROM before_change) THEN
+    INSERT INTO policy_change (transaction_id) VALUES (txid_current()) ON CONFLICT DO NOTHING;
+  END IF;
+  RETURN NULL;
+END
+$$;
+
 -- For a statement without, and for one row.
 CREATE FUNCTION note_any_policy_change () RETURNS TRIGGER
 LANGUAGE plpgsql SECURITY DEFINER SET search_path FROM CURRENT AS $$
@@ -120,7 +131,8 @@ BEGIN
     EXECUTE format('CREATE TRIGGER %1$I AFTER INSERT ON %2$I REFERENCING NEW TABLE AS changed
       FOR EACH STATEMENT EXECUTE FUNCTION note_policy_change()', decisive || '_added_is_noted', decisive);
     EXECUTE format('CREATE TRIGGER %1$I AFTER UPDATE ON %2$I REFERENCING NEW TABLE AS changed
-      FOR EACH STATEMENT EXECUTE FUNCTION note_policy_change()', decisive || '_changed_is_noted', decisive);
+      OLD TABLE AS before_change FOR EACH STATEMENT EXECUTE FUNCTION note_policy_update()',
+      decisive || '_changed_is_noted', decisive);
     EXECUTE format('CREATE TRIGGER %1$I AFTER DELETE ON %2$I REFERENCING OLD TABLE AS changed
       FOR EACH STATEMENT EXECUTE FUNCTION note_policy_change()', decisive || '_removed_is_noted', decisive);
     EXECUTE format('CREATE TRIGGER %1$I AFTER TRUNCATE ON %2$I
@@ -133,8 +145,9 @@ CREATE TRIGGER global_setting_added_is_noted AFTER INSERT ON global_setting FOR 
 WHEN (NEW.section = 'email-scan' AND NEW.name = 'manualRuleOrder') EXECUTE FUNCTION note_any_policy_change();
 
 CREATE TRIGGER global_setting_changed_is_noted AFTER UPDATE ON global_setting FOR EACH ROW
-WHEN ((OLD.section = 'email-scan' AND OLD.name = 'manualRuleOrder') OR
-  (NEW.section = 'email-scan' AND NEW.name = 'manualRuleOrder')) EXECUTE FUNCTION note_any_policy_change();
+WHEN (((OLD.section = 'email-scan' AND OLD.name = 'manualRuleOrder') OR
+  (NEW.section = 'email-scan' AND NEW.name = 'manualRuleOrder')) AND OLD IS DISTINCT FROM NEW)
+EXECUTE FUNCTION note_any_policy_change();
 
 CREATE TRIGGER global_setting_emptied_is_noted AFTER TRUNCATE ON global_setting
 FOR EACH STATEMENT EXECUTE FUNCTION note_any_policy_change();

@@ -171,19 +171,26 @@ CREATE TRIGGER policy_rule_is_placed AFTER INSERT ON policy_rule BEGIN
   INSERT INTO policy_change VALUES (-1);
 END;
 
--- Everything else row by row; the condition keeps a load of many members fast.
+-- Everything else row by row, unless an update leaves a row as it was; the condition on the version keeps a load of many
+-- members fast.
 CREATE TRIGGER named_object_added_is_noted AFTER INSERT ON named_object
 WHEN (SELECT is_changed FROM policy_version) = 0 BEGIN
   INSERT INTO policy_change VALUES (0);
 END;
 
 CREATE TRIGGER named_object_changed_is_noted AFTER UPDATE ON named_object
-WHEN (SELECT is_changed FROM policy_version) = 0 BEGIN
+WHEN (SELECT is_changed FROM policy_version) = 0 AND
+  (OLD.id, OLD.type, OLD.name, OLD.content) IS NOT
+  (NEW.id, NEW.type, NEW.name, NEW.content) BEGIN
   INSERT INTO policy_change VALUES (0);
 END;
 
 CREATE TRIGGER policy_rule_changed_is_noted AFTER UPDATE ON policy_rule
-WHEN (SELECT is_changed FROM policy_version) = 0 BEGIN
+WHEN (SELECT is_changed FROM policy_version) = 0 AND
+  (OLD.id, OLD.name, OLD.quarantine_id, OLD.position, OLD.enabled, OLD.scope_id, OLD.recipients_id,
+    OLD.compares, OLD.actions, OLD.reply, OLD.tag, OLD.header_value, OLD.address) IS NOT
+  (NEW.id, NEW.name, NEW.quarantine_id, NEW.position, NEW.enabled, NEW.scope_id, NEW.recipients_id,
+    NEW.compares, NEW.actions, NEW.reply, NEW.tag, NEW.header_value, NEW.address) BEGIN
   INSERT INTO policy_change VALUES (0);
 END;
 
@@ -193,7 +200,9 @@ WHEN (SELECT is_changed FROM policy_version) = 0 BEGIN
 END;
 
 CREATE TRIGGER policy_rule_list_changed_is_noted AFTER UPDATE ON policy_rule_list
-WHEN (SELECT is_changed FROM policy_version) = 0 BEGIN
+WHEN (SELECT is_changed FROM policy_version) = 0 AND
+  (OLD.rule_id, OLD.position, OLD.group_id, OLD.kind) IS NOT
+  (NEW.rule_id, NEW.position, NEW.group_id, NEW.kind) BEGIN
   INSERT INTO policy_change VALUES (0);
 END;
 
@@ -208,7 +217,9 @@ WHEN (SELECT is_changed FROM policy_version) = 0 BEGIN
 END;
 
 CREATE TRIGGER address_group_member_changed_is_noted AFTER UPDATE ON address_group_member
-WHEN (SELECT is_changed FROM policy_version) = 0 BEGIN
+WHEN (SELECT is_changed FROM policy_version) = 0 AND
+  (OLD.group_id, OLD.position, OLD.address) IS NOT
+  (NEW.group_id, NEW.position, NEW.address) BEGIN
   INSERT INTO policy_change VALUES (0);
 END;
 
@@ -223,7 +234,9 @@ WHEN (SELECT is_changed FROM policy_version) = 0 BEGIN
 END;
 
 CREATE TRIGGER entity_changed_is_noted AFTER UPDATE ON entity
-WHEN (SELECT is_changed FROM policy_version) = 0 BEGIN
+WHEN (SELECT is_changed FROM policy_version) = 0 AND
+  (OLD.id, OLD.name, OLD.type) IS NOT
+  (NEW.id, NEW.name, NEW.type) BEGIN
   INSERT INTO policy_change VALUES (0);
 END;
 
@@ -238,7 +251,9 @@ WHEN (SELECT is_changed FROM policy_version) = 0 BEGIN
 END;
 
 CREATE TRIGGER manual_rule_order_changed_is_noted AFTER UPDATE ON manual_rule_order
-WHEN (SELECT is_changed FROM policy_version) = 0 BEGIN
+WHEN (SELECT is_changed FROM policy_version) = 0 AND
+  (OLD.rule_order, OLD.filter_id, OLD.filter_type) IS NOT
+  (NEW.rule_order, NEW.filter_id, NEW.filter_type) BEGIN
   INSERT INTO policy_change VALUES (0);
 END;
 
@@ -255,7 +270,8 @@ END;
 CREATE TRIGGER global_setting_changed_is_noted AFTER UPDATE ON global_setting
 WHEN (SELECT is_changed FROM policy_version) = 0 AND (
   (OLD.section = 'email-scan' AND OLD.name = 'manualRuleOrder') OR
-  (NEW.section = 'email-scan' AND NEW.name = 'manualRuleOrder')) BEGIN
+  (NEW.section = 'email-scan' AND NEW.name = 'manualRuleOrder')) AND
+  (OLD.section, OLD.name, OLD.value) IS NOT (NEW.section, NEW.name, NEW.value) BEGIN
   INSERT INTO policy_change VALUES (0);
 END;
 
