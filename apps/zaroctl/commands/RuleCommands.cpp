@@ -1,4 +1,5 @@
 // rule list, rule show, rule add, rule modify, rule remove, rule move
+#include <algorithm>
 #include <memory>
 #include <optional>
 #include <string>
@@ -179,6 +180,9 @@ void refuseWrongAddress(const std::optional<std::string>& address) {
   std::string wrong = wrongMember(*address);
   if (wrong.empty() && (address->find('@') == std::string::npos || address->find_first_of("*<>") != std::string::npos)) {
     wrong = "is no address";
+  }
+  if (wrong.empty() && !std::all_of(address->begin(), address->end(), [](char letter) { return letter > ' ' && letter < 127; })) {
+    wrong = "is not plain ASCII, which not every mail server takes; write its domain in A-labels";
   }
   if (!wrong.empty()) {
     throw UsageError("--address: " + quoted(*address) + " " + wrong);

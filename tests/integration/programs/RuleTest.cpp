@@ -172,6 +172,7 @@ TEST_P(Rule, refusesWhatIsBeyondTheBoundaryOrMakesNoSense) {
       {"Quarantine without an area", add({"--action", "Quarantine"}), "Quarantine needs a quarantine area"},
       {"Bcc without an address", add({"--action", "Bcc"}), "Bcc needs an address"},
       {"no address", add({"--address", "*@b.test"}), "is no address"},
+      {"address beyond ASCII", add({"--address", "a@b\u00FCcher.test"}), "is not plain ASCII"},
       {"line break in a reply", add({"--reply", "a\nb"}), "holds control characters"},
       {"position nought", add({"--position", "0"}), "is no number from 1"},
       {"no comparison", add({"--compare", "neither"}), "is neither envelope, nor header, nor both"},
