@@ -29,9 +29,12 @@ class PostfixMatrix(MailTest):
         rule("move", ["moved@bad.test"], actions=["Readdress"], address="other@example.com")
         rule("copy", ["copied@bad.test"], actions=["Bcc"], address="archive@example.com")
         rule("hold", ["held@bad.test"], actions=["Quarantine"], area="Spam area")
+        rule("spelled otherwise", ["plain@tags.test", "*@b\u00fccher.test"], actions=["Delete"], reply="known")
+        rule("one of many", ["x@good.test"], scope="list@example.com", actions=["Delete"], reply="not to the list")
         rule("by header", ["forged@bad.test"], compares=2, actions=["Delete"], reply="not from there")
+        self.gateway.set(delimiter="+", strip_srs="yes")
         self.filter = self.start_filter()
-        self.server = self.start_postfix(virtual_mailbox_domains="example.com, sales.example.com, null.example.com")
+        self.server = self.start_postfix(smtpd_authorized_xclient_hosts="127.0.0.1", virtual_mailbox_domains="example.com, sales.example.com, null.example.com")
 
     def send(self, sender, recipients, subject="Hello", more=""):
         body, marker = message(subject, more)
@@ -43,7 +46,8 @@ class PostfixMatrix(MailTest):
         for case in (self.passes, self.refuses, self.refuses_one_of_two, self.drops, self.drops_one_of_two, self.postpones,
                      self.tags, self.readdresses, self.copies, self.holds, self.takes_forged_headers_out, self.by_header,
                      self.null_sender, self.quoted_local_part, self.huge_header, self.eight_bit, self.pipelining,
-                     self.broken_connections, self.many_messages_in_a_session, self.by_subdomain):
+                     self.broken_connections, self.many_messages_in_a_session, self.by_subdomain,
+                     self.spellings_of_senders, self.extension_of_a_recipient, self.authenticated):
             with self.subTest(case.__name__):
                 case()
 
@@ -121,6 +125,26 @@ class PostfixMatrix(MailTest):
     def quoted_local_part(self):
         codes, _, _ = self.send('"refused"@bad.test', ["a@example.com"])
         self.assertEqual(codes, [550])
+
+    def spellings_of_senders(self):
+        for sender in ("plain+extension@tags.test", "prvs=1234abcdef=plain@tags.test", "SRS0=ab=XY=tags.test=plain@relay.test",
+                       "SRS1=cd=one.test==ab=XY=tags.test=plain@relay.test", "PLAIN@Tags.Test", "x@xn--bcher-kva.test"):
+            self.assertEqual(self.send(sender, ["a@example.com"])[0], [550], sender)
+        for sender in ("plain@relay.test", "plain@bcher.test"):
+            self.assertEqual(self.send(sender, ["a@example.com"])[0], [250], sender)
+
+    def extension_of_a_recipient(self):
+        codes, _, _ = self.send("x@good.test", ["list+topic@example.com", "other+list@example.com"])
+        self.assertEqual(codes, [550, 250])
+
+    def authenticated(self):
+        # What a login leaves behind; XCLIENT stands for it.
+        with self.server.connect() as session:
+            session.ehlo()
+            self.assertEqual(session.docmd("XCLIENT", "LOGIN=somebody")[0], 220)
+            session.ehlo()
+            session.mail("refused@bad.test")
+            self.assertEqual(session.rcpt("a@example.com")[0], 250)
 
     def by_subdomain(self):
         codes, _, _ = self.send("REFUSED@BAD.TEST", ['"a b"@example.com'])
