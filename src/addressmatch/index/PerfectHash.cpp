@@ -11,8 +11,8 @@ namespace zaro_addressmatch {
 
 namespace {
 
-constexpr std::size_t kKeysPerBucket = 4;
-constexpr std::size_t kLoadPercent = 75;
+constexpr std::size_t kKeysPerBucket = 2;
+constexpr std::size_t kLoadPercent = 95;
 // A bigger bucket is a sign of a hash that does not scatter the keys.
 constexpr std::size_t kBiggestBucket = 64;
 // A bucket without a pilot among so many has two hashes that are the same.

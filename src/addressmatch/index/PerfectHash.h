@@ -8,7 +8,7 @@
 //
 //   invariant   two keys of the set have two slots; any other key has some slot, so that the caller compares what lies there
 //   cost        a look-up reads one pilot and computes; building takes expected linear time
-//   memory      a quarter of a byte a key for the pilots, at a load factor of 3/4 for the slots themselves
+//   memory      half a byte a key for the pilots, at a load factor of 95 % for the slots themselves
 #pragma once
 
 #include <cstddef>

@@ -118,6 +118,15 @@ void InternedTexts::forgetKeys() {
   }
 }
 
+void InternedTexts::shrink() {
+  for (Part& part : m_parts) {
+    const std::size_t slots = std::max(kFirstSlots, part.used() * 100 / kLoadPercent + 1);
+    if (slots < part.slotCount()) {
+      part.resize(slots, home(m_partBits));
+    }
+  }
+}
+
 bool InternedTexts::isBorrowed(const KxIndexedString* entry) const {
   return !m_borrowed.empty() && std::find(m_borrowed.begin(), m_borrowed.end(), entry) != m_borrowed.end();
 }

@@ -93,6 +93,9 @@ class InternedTexts {
   // Gives back what finding takes; from here on no text is found.
   void forgetKeys();
 
+  // Gives back the room for further texts. Throws std::bad_alloc (every text is still found).
+  void shrink();
+
   // Gives the entries their ranks in text order, as `assignRanks` does. Throws std::bad_alloc (strong guarantee).
   bool rank(unsigned int limit);
 

@@ -254,6 +254,11 @@ void KxStringtable::lock() {
         LogLevel::Error,
         "KxStrintable::lock: index exceeded maximum allowed. Remainder of strings will be unindexed. Loss of optimizations likely, but functionality should still be preseng");
   }
+  withinMemory([this] {
+    if (_entries != nullptr) {
+      _entries->shrink();
+    }
+  });
   _lock();
 }
 

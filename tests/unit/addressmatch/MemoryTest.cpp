@@ -19,7 +19,7 @@ std::size_t numberOfPatterns() {
 class TreeMemory : public scripted::PlatformTest {};
 
 TEST_F(TreeMemory, frozenTreeWithItsTextsTakesAFewHundredBytesAPattern) {
-  constexpr std::size_t kMost = sizeof(void*) == 8 ? 360 : 220;
+  constexpr std::size_t kMost = sizeof(void*) == 8 ? 280 : 210;
   const bench::MailData data = bench::makeMailData(numberOfPatterns(), 0);
   const AllocationCount count;
   KxStringtable table;
