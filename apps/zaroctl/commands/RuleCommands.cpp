@@ -181,7 +181,8 @@ void refuseWrongAddress(const std::optional<std::string>& address) {
   if (wrong.empty() && (address->find('@') == std::string::npos || address->find_first_of("*<>") != std::string::npos)) {
     wrong = "is no address";
   }
-  if (wrong.empty() && !std::all_of(address->begin(), address->end(), [](char letter) { return letter > ' ' && letter < 127; })) {
+  if (wrong.empty() &&
+      !std::all_of(address->begin(), address->end(), [](char letter) { return letter > ' ' && letter < 127; })) {
     wrong = "is not plain ASCII, which not every mail server takes; write its domain in A-labels";
   }
   if (!wrong.empty()) {
