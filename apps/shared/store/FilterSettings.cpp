@@ -5,34 +5,24 @@
 #include <sys/un.h>
 
 #include <algorithm>
-#include <array>
 #include <iterator>
 
 #include "ZaroRuntime/RuntimeError.h"
 #include "console/Text.h"
+#include "store/DefaultedSettings.h"
 
 using zaroruntime::FailureKind;
 using zaroruntime::RuntimeError;
-using zaroruntime::Setting;
 using zaroruntime::Settings;
 
 namespace {
 
 // --- Why a text is no value; each answers an empty text when it is one ---
 
-bool isNumericAddress(const std::string& text, int family) {
-  std::array<unsigned char, sizeof(in6_addr)> address = {};
-  return inet_pton(family, text.c_str(), address.data()) == 1;
-}
-
 bool isPort(const std::string& text) {
   constexpr long long kHighestPort = 65535;
   const auto number = decimalNumber(text);
   return number && *number >= 1 && *number <= kHighestPort;
-}
-
-std::string judgePath(const std::string& path) {
-  return path.empty() || !isPlainText(path) ? "not a path" : "";
 }
 
 std::string judgeSocket(const std::string& text) {
@@ -134,7 +124,7 @@ std::string judgeMetrics(const std::string& text) {
     return "not ADDRESS:PORT";
   }
   const std::string address = text.substr(0, colon);
-  const bool loopback = address == "[::1]" || (isNumericAddress(address, AF_INET) && address.compare(0, 4, "127.") == 0);
+  const bool loopback = address == "[::1]" || (isNumericAddress(address, AF_INET) && isLoopback(address));
   return loopback ? "" : "not an address of the loopback interface";
 }
 
@@ -150,14 +140,8 @@ std::string judgeSource(const std::string& text) {
   return text == "database" || text == "policy_server" ? "" : "neither database nor policy_server";
 }
 
-struct FilterRow {
-  const char* key;
-  const char* fallback;
-  std::string (*whyNoValue)(const std::string&);
-};
-
 // One for each key of the section in kSettingTable; FilterSettingsTest compares them.
-constexpr FilterRow kFilterRows[] = {
+constexpr DefaultedSetting kFilterRows[] = {
     {"socket", "unix:run/zarofilterd.sock", judgeSocket},
     {"socket_mode", "0660", judgeMode},
     {"socket_group", "", judgeGroup},
@@ -175,14 +159,7 @@ constexpr FilterRow kFilterRows[] = {
     {"state_dir", "state", judgePath},
 };
 
-const FilterRow& rowOf(const std::string& key) {
-  return *std::find_if(std::begin(kFilterRows), std::end(kFilterRows),
-                       [&](const FilterRow& row) { return key == row.key; });
-}
-
-std::string unusable(const char* key, const std::string& value, const std::string& wrong) {
-  return "[" + std::string(kFilterSection) + "] " + key + ": " + quoted(value) + " is " + wrong;
-}
+constexpr DefaultedSettings kFilterSettings(kFilterSection, kFilterRows);
 
 // --- Values as the filter uses them ---
 
@@ -191,17 +168,7 @@ class Values {
   Values(const zaroruntime::Installation& installation, const Settings& stored)
       : m_installation(installation), m_stored(stored) {}
 
-  std::string text(const char* key) const {
-    const Setting* setting = m_stored.find(kFilterSection, key);
-    if (setting == nullptr) {
-      return rowOf(key).fallback;
-    }
-    const std::string wrong = whyNoFilterValue(key, setting->value);
-    if (!wrong.empty()) {
-      throw RuntimeError(unusable(key, setting->value, wrong), FailureKind::Configuration);
-    }
-    return setting->value;
-  }
+  std::string text(const char* key) const { return kFilterSettings.text(m_stored, key); }
 
   bool isYes(const char* key) const { return strcasecmp(text(key).c_str(), "yes") == 0; }
 
@@ -220,7 +187,8 @@ class Values {
     }
     const std::string whole = path(rest);
     if (whole.size() >= sizeof(sockaddr_un::sun_path)) {
-      throw RuntimeError(unusable(key, whole, "a path that is too long for a socket"), FailureKind::Configuration);
+      throw RuntimeError(kFilterSettings.unusable(key, whole, "a path that is too long for a socket"),
+                         FailureKind::Configuration);
     }
     return "unix:" + whole;
   }
@@ -233,28 +201,12 @@ class Values {
 }  // namespace
 
 std::string whyNoFilterValue(const std::string& key, const std::string& text) {
-  return rowOf(key).whyNoValue(text);
+  return kFilterSettings.whyNoValue(key, text);
 }
 
 ReadSettings readAsFilter(const Settings& stored) {
   ReadSettings read{{}, 0, ""};
-  for (const FilterRow& row : kFilterRows) {
-    ReadSetting setting{kFilterSection, row.key, stored.find(kFilterSection, row.key), row.fallback, ""};
-    if (setting.stored == nullptr) {
-      read.settings.push_back(std::move(setting));
-      continue;
-    }
-    setting.note = row.whyNoValue(setting.stored->value);
-    if (setting.note.empty()) {
-      setting.value = setting.stored->value;
-    } else {
-      setting.value = nullptr;
-      if (read.unusable.empty()) {
-        read.unusable = unusable(row.key, setting.stored->value, setting.note);
-      }
-    }
-    read.settings.push_back(std::move(setting));
-  }
+  kFilterSettings.read(stored, read);
   return read;
 }
 

@@ -9,6 +9,7 @@
 #include "ZaroPolicyServerInterface.h"
 #include "ZaroRuntime/LastFailure.h"
 #include "console/Text.h"
+#include "store/ServerSettings.h"
 
 using zaroruntime::Setting;
 using zaroruntime::SettingLayer;
@@ -193,8 +194,10 @@ bool addMissingSettings(zaroruntime::SqlSession& session) {
 }
 
 ReadSettings readAsServer(const Settings& stored) {
-  return compare(SettingReader::Server, askForServer(), stored, Interface::findServerRule,
-                 [&](const KnownSetting& setting) { return sectionOf(setting, stored); });
+  ReadSettings read = compare(SettingReader::Server, askForServer(), stored, Interface::findServerRule,
+                              [&](const KnownSetting& setting) { return sectionOf(setting, stored); });
+  readServerOnly(stored, read);
+  return read;
 }
 
 ReadSettings readAsClient(const Settings& stored) {
@@ -223,7 +226,7 @@ std::string whyUnreadable(const char* reader, const ReadSettings& read) {
   }
   std::string why = zaroruntime::lastFailure();
   for (const ReadSetting& setting : read.settings) {
-    if (setting.stored == nullptr) {
+    if (setting.stored == nullptr && setting.value.is_null()) {
       why = "[" + setting.section + "] " + setting.key + " is missing";
       break;
     }

@@ -24,9 +24,16 @@ enum class SettingKind {
   Host,
   LdapNumber,
   FilterValue,  // by the rules in FilterSettings.cpp
+  ServerValue,  // by the rules in ServerSettings.cpp
 };
 
-enum class SettingReader { Server, Client, Both, Filter };
+enum class SettingReader {
+  Server,  // by the library, as the next two
+  Client,
+  Both,
+  Filter,
+  ServerProgram,
+};
 
 struct KnownSetting {
   SettingSection section;
@@ -48,6 +55,11 @@ inline constexpr KnownSetting kSettingTable[] = {
     {SettingSection::Cache, "ldap_cache_TTL_minutes", SettingKind::ServerNumber, SettingReader::Server, true, "1440"},
     {SettingSection::Server, "recv_timeout_secs", SettingKind::ServerNumber, SettingReader::Server, false, "60"},
     {SettingSection::Server, "send_timeout_secs", SettingKind::ServerNumber, SettingReader::Server, false, "60"},
+    {SettingSection::Server, "address", SettingKind::ServerValue, SettingReader::ServerProgram, false, nullptr},
+    {SettingSection::Server, "certificate", SettingKind::ServerValue, SettingReader::ServerProgram, false, nullptr},
+    {SettingSection::Server, "private_key", SettingKind::ServerValue, SettingReader::ServerProgram, false, nullptr},
+    {SettingSection::Server, "client_ca", SettingKind::ServerValue, SettingReader::ServerProgram, false, nullptr},
+    {SettingSection::Server, "token_file", SettingKind::ServerValue, SettingReader::ServerProgram, false, nullptr},
     {SettingSection::Client, "host", SettingKind::Host, SettingReader::Client, false, "127.0.0.1"},
     {SettingSection::Client, "recv_timeout_secs", SettingKind::ClientNumber, SettingReader::Client, false, "60"},
     {SettingSection::Client, "send_timeout_secs", SettingKind::ClientNumber, SettingReader::Client, false, "60"},
@@ -88,6 +100,6 @@ constexpr const char* nameOf(SettingSection section) {
 }
 
 constexpr bool isReadBy(const KnownSetting& setting, SettingReader reader) {
-  const bool byBoth = setting.reader == SettingReader::Both && reader != SettingReader::Filter;
-  return setting.reader == reader || byBoth;
+  const bool byBoth = reader == SettingReader::Server || reader == SettingReader::Client;
+  return setting.reader == reader || (setting.reader == SettingReader::Both && byBoth);
 }

@@ -24,6 +24,7 @@
 #include "store/Database.h"
 #include "store/FilterSettings.h"
 #include "store/PolicySettings.h"
+#include "store/ServerSettings.h"
 #include "store/Transaction.h"
 
 using zaroruntime::FailureKind;
@@ -87,6 +88,8 @@ std::string whyNoValue(const KnownSetting& setting, const std::string& text) {
       return judgeHost(text);
     case SettingKind::FilterValue:
       return whyNoFilterValue(setting.key, text);
+    case SettingKind::ServerValue:
+      return whyNoServerValue(setting.key, text);
     case SettingKind::LdapNumber:
       break;
   }
@@ -165,6 +168,7 @@ std::string normalForm(const KnownSetting& setting, std::string value) {
       return withCase(std::toupper);
     case SettingKind::Host:
     case SettingKind::FilterValue:
+    case SettingKind::ServerValue:
       break;
   }
   return value;

@@ -1,6 +1,7 @@
 // zaroctl settings: values with their origin and reason, and what setting them writes.
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <thread>
@@ -14,6 +15,7 @@ namespace fs = std::filesystem;
 using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
@@ -23,6 +25,7 @@ using zarotest::linesOf;
 using zarotest::ProgramResult;
 
 constexpr const char* kZaroIni = "config/zaro.ini";
+constexpr const char* kDefault = "\tdefault\t-";
 
 // As init makes an installation: all hosts share the settings.
 class SharedSettings : public zarotest::ProgramTest {
@@ -34,7 +37,14 @@ class SharedSettings : public zarotest::ProgramTest {
     }
   }
 
-  std::vector<std::string> server(int status = 0) const { return linesAbout("server", status); }
+  // Without the settings that have a default and are not stored.
+  std::vector<std::string> server(int status = 0) const {
+    std::vector<std::string> lines = linesAbout("server", status);
+    lines.erase(std::remove_if(lines.begin(), lines.end(),
+                               [](const std::string& line) { return testing::Matches(EndsWith(kDefault))(line); }),
+                lines.end());
+    return lines;
+  }
   std::vector<std::string> client(int status = 0) const { return linesAbout("client", status); }
 
   ProgramResult set(const std::vector<std::string>& settings) const { return change({"settings", "set"}, settings); }
@@ -101,8 +111,8 @@ TEST_P(SharedSettings, areThoseOfTheDatabase) {
 TEST_P(SharedSettings, ofTheFilterAreDefaultsUntilTheyAreSet) {
   const ProgramResult fresh = run({"settings", "filter"});
   EXPECT_EQ(fresh.status, 0) << fresh.err;
-  EXPECT_THAT(linesOf(fresh.out), AllOf(testing::Each(testing::EndsWith("\t-\tdefault\t-")),
-                                        Contains("mail_filter\tpoll_secs\t5\t-\tdefault\t-")));
+  EXPECT_THAT(linesOf(fresh.out),
+              AllOf(testing::Each(EndsWith("\t-\tdefault\t-")), Contains("mail_filter\tpoll_secs\t5\t-\tdefault\t-")));
   ASSERT_EQ(set({"mail_filter.poll_secs=7"}).status, 0);
   addRow("mail_filter", "socket_mode", "0007");
   const ProgramResult changed = run({"settings", "filter"});
@@ -169,6 +179,23 @@ TEST_P(SharedSettings, thatAreMissingAreFoundByCheck) {
   const ProgramResult found = run({"check"});
   EXPECT_EQ(found.status, 78);
   EXPECT_THAT(found.out, HasSubstr("[policy_server] max_threads is missing; zaroctl settings set KEY=VALUE sets it"));
+}
+
+TEST_P(SharedSettings, ofTheServersProgramAreSetAndShown) {
+  ASSERT_EQ(set({"address=192.0.2.1", "policy_server.token_file=config/token", "client_ca="}).status, 0);
+  EXPECT_THAT(server(), AllOf(Contains("policy_server\taddress\t192.0.2.1\t192.0.2.1\tdatabase\t-"),
+                              Contains("policy_server\ttoken_file\tconfig/token\tconfig/token\tdatabase\t-")));
+  for (const char* wrong : {"address=policy.example.test", "address=", "token_file=a\nb"}) {
+    EXPECT_EQ(set({wrong}).status, 64) << wrong;
+  }
+}
+
+TEST_P(SharedSettings, thatTheServersProgramCannotUseAreTold) {
+  addRow("policy_server", "address", "policy.example.test");
+  const ProgramResult shown = run({"settings", "server"});
+  EXPECT_EQ(shown.status, 78);
+  EXPECT_THAT(shown.err, HasSubstr("[policy_server] address: \"policy.example.test\" is not an IP address"));
+  EXPECT_THAT(run({"check"}).out, HasSubstr("[policy_server] address: \"policy.example.test\" is not an IP address"));
 }
 
 // --- Showing ---
@@ -285,7 +312,7 @@ TEST_P(Settings, jsonHasOneObjectForEach) {
   const ProgramResult result = run({"settings", "server", "--json"});
   EXPECT_EQ(result.status, 0);
   const auto settings = nlohmann::json::parse(result.out);
-  ASSERT_EQ(settings.size(), 9u);
+  ASSERT_EQ(settings.size(), 14u);
   EXPECT_EQ(settings[0], (nlohmann::json{{"section", "policy_server"},
                                          {"key", "backlog"},
                                          {"value", 1000},

@@ -108,16 +108,18 @@ TEST(SettingFile, hasNoneOfTheTable) {
   EXPECT_EQ(sections, std::vector<std::string>{"[display]"});
 }
 
-// The mail filter has a default for each of its keys, the readers of the others have not.
+// The programs have a default for each key that only they read, the library has none.
 TEST(SettingTableRows, haveAValueForNewInstallationsUnlessThereIsADefault) {
   for (const KnownSetting& setting : kSettingTable) {
-    EXPECT_EQ(setting.initial == nullptr, setting.section == SettingSection::Filter) << setting.key;
+    const bool byLibrary = setting.reader != SettingReader::Filter && setting.reader != SettingReader::ServerProgram;
+    EXPECT_EQ(setting.initial != nullptr, byLibrary) << setting.key;
   }
 }
 
 const char* shown(SettingReader reader) {
   switch (reader) {
     case SettingReader::Server:
+    case SettingReader::ServerProgram:
       return "server";
     case SettingReader::Client:
       return "client";

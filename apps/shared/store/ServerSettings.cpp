@@ -1,0 +1,110 @@
+#include "store/ServerSettings.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <string>
+
+#include "ZaroPolicyServerInterface.h"
+#include "ZaroRuntime/RuntimeError.h"
+#include "console/Text.h"
+#include "store/DefaultedSettings.h"
+
+using zaroruntime::FailureKind;
+using zaroruntime::RuntimeError;
+using zaroruntime::Settings;
+using Interface = ZaroPolicyServerInterface;
+
+namespace {
+
+// One for each key of the table that only the program reads; ServerSettingsTest compares them.
+constexpr DefaultedSetting kServerRows[] = {
+    {"address", "127.0.0.1", judgeAddress}, {"certificate", "", judgeOptionalPath},
+    {"private_key", "", judgeOptionalPath}, {"client_ca", "", judgeOptionalPath},
+    {"token_file", "", judgeOptionalPath},
+};
+
+constexpr DefaultedSettings kServerOnly(kServerSection, kServerRows);
+
+std::string aboutKey(const char* key, const std::string& text) {
+  return "[" + std::string(kServerSection) + "] " + key + ": " + text;
+}
+
+// What each setting allows by itself and the server cannot do with all of them; empty when it can.
+std::string whyNoServer(const ServerSettings& settings) {
+  if (settings.https && (settings.certificate.empty() || settings.privateKey.empty())) {
+    return aboutKey("protocol", "HTTPS takes a certificate and a private_key");
+  }
+  if (!settings.https && !settings.clientCa.empty()) {
+    return aboutKey("client_ca", "clients show certificates over HTTPS only");
+  }
+  if (!isLoopback(settings.address) && settings.clientCa.empty() && settings.tokenFile.empty()) {
+    return aboutKey("address", settings.address +
+                                   " is not of the loopback interface, where clients have to prove themselves: set "
+                                   "token_file, or client_ca with HTTPS");
+  }
+  return "";
+}
+
+ServerSettings onlyTheProgram(const Settings& stored) {
+  ServerSettings settings = {};
+  settings.address = kServerOnly.text(stored, "address");
+  settings.certificate = kServerOnly.text(stored, "certificate");
+  settings.privateKey = kServerOnly.text(stored, "private_key");
+  settings.clientCa = kServerOnly.text(stored, "client_ca");
+  settings.tokenFile = kServerOnly.text(stored, "token_file");
+  return settings;
+}
+
+// The value that the table has for new installations counts where a stored one is no number.
+unsigned int initialNumber(const char* key) {
+  const auto* found = std::find_if(std::begin(kSettingTable), std::end(kSettingTable), [&](const KnownSetting& setting) {
+    return isReadBy(setting, SettingReader::Server) && std::string(key) == setting.key;
+  });
+  return static_cast<unsigned int>(*decimalNumber(found->initial));
+}
+
+// A relative path lies in the installation.
+void makeAbsolute(const zaroruntime::Installation& installation, std::string& path) {
+  if (!path.empty() && path[0] != '/') {
+    path = installation.path(path);
+  }
+}
+
+}  // namespace
+
+std::string whyNoServerValue(const std::string& key, const std::string& text) {
+  return kServerOnly.whyNoValue(key, text);
+}
+
+void readServerOnly(const Settings& stored, ReadSettings& read) {
+  kServerOnly.read(stored, read);
+}
+
+ServerSettings serverSettings(const zaroruntime::Installation& installation, const Settings& stored) {
+  ServerSettings settings = onlyTheProgram(stored);
+  settings.port = initialNumber("PolicyServerPort");
+  settings.backlog = initialNumber("backlog");
+  settings.receiveSeconds = initialNumber("recv_timeout_secs");
+  settings.sendSeconds = initialNumber("send_timeout_secs");
+  settings.threads = initialNumber("threads");
+  settings.maxThreads = initialNumber("max_threads");
+  Interface::Protocol protocol = Interface::HTTP;
+  unsigned int cacheMinutes = 0;
+  const unsigned int code = Interface::getSettingsFromDatabase(
+      settings.backlog, settings.keepAlive, settings.port, protocol, settings.receiveSeconds, settings.sendSeconds,
+      settings.threads, settings.maxThreads, cacheMinutes, true);
+  if (code != 0) {
+    throw RuntimeError(whyUnreadable("the policy server", readAsServer(stored)), FailureKind::Configuration);
+  }
+  settings.https = protocol == Interface::HTTPS;
+  settings.threads = std::min(settings.threads, settings.maxThreads);
+  const std::string why = whyNoServer(settings);
+  if (!why.empty()) {
+    throw RuntimeError(why, FailureKind::Configuration);
+  }
+  for (std::string* path : {&settings.certificate, &settings.privateKey, &settings.clientCa, &settings.tokenFile}) {
+    makeAbsolute(installation, *path);
+  }
+  return settings;
+}
