@@ -1,0 +1,140 @@
+#include "PolicyServer.h"
+
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <system_error>
+
+#include "ZaroRuntime/RuntimeError.h"
+#include "access/ServerFiles.h"
+#include "http/HttpServer.h"
+#include "http/RequestHandler.h"
+#include "installation/Files.h"
+#include "metrics/ServerMetrics.h"
+#include "policy/LastGoodPolicy.h"
+#include "policy/PolicySource.h"
+#include "service/FailureText.h"
+#include "service/ServiceManager.h"
+#include "service/Signals.h"
+#include "snapshot/SnapshotMaker.h"
+#include "store/DefaultedSettings.h"
+#include "store/PolicyServers.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds kGrace = std::chrono::seconds(30);
+constexpr milliseconds kForever = std::chrono::hours(24);
+
+std::string madeDirectory(const std::string& directory) {
+  std::error_code failure;
+  std::filesystem::create_directories(directory, failure);
+  if (failure) {
+    throw zaroruntime::RuntimeError(directory + ": cannot make the directory of the server's state: " + failure.message(),
+                                    zaroruntime::FailureKind::Creation);
+  }
+  return directory;
+}
+
+class PolicyServer {
+ public:
+  PolicyServer(const ServerSettings& settings, const ServerPlaces& places, const ServiceLog& log)
+      : m_settings(settings),
+        m_places(places),
+        m_log(log),
+        m_lock(madeDirectory(places.stateDirectory)),
+        m_lastGood(places.stateDirectory),
+        m_handler(m_snapshots, m_metrics, !settings.tokenFile.empty() || !settings.clientCa.empty()),
+        m_server(settings, m_handler, m_metrics, log),
+        m_maker(_calls(), m_snapshots, m_lastGood, m_metrics, log) {
+    _readTokens();
+  }
+
+  // Clients can connect when this returns.
+  void start() {
+    if (!m_settings.https && !isLoopback(m_settings.address)) {
+      m_log.warning("the policy and the tokens of clients cross the network unencrypted; protocol HTTPS protects them");
+    }
+    m_maker.start();
+    if (m_snapshots.current() == nullptr) {
+      m_log.error("there is no policy: clients are told to try again until there is one");
+    }
+    m_server.start();
+    m_signals.receive();
+  }
+
+  void waitForTheEnd() {
+    for (;;) {
+      const Event event = m_signals.wait(kForever);
+      if (event == Event::Stop) {
+        return;
+      }
+      if (event == Event::Reload) {
+        _reload();
+      }
+    }
+  }
+
+  void stop() {
+    tellStopping("Finishing the requests in progress");
+    if (!m_server.finish(kGrace)) {
+      m_log.warning("requests are still in progress; their clients will try again");
+    }
+    m_log.info("ended");
+  }
+
+ private:
+  SnapshotMaker::Calls _calls() {
+    std::function<void()> registration;
+    if (!m_places.registered.empty()) {
+      registration = [this] {
+        const PolicyServerInfo server = registerPolicyServer(m_places.registered, static_cast<int>(m_settings.port));
+        m_log.info("registered as " + policyServerName(server.scannerId) + ": " + server.ipAddr + " port " +
+                   std::to_string(server.agentPort));
+      };
+    }
+    return {makeDatabaseSource, [this] { m_server.tellOfChange(); }, registration};
+  }
+
+  void _readTokens() { m_handler.replaceTokens(readTokens(m_settings)); }
+
+  // What cannot be read leaves what was read before.
+  void _reload() {
+    tellReloading();
+    for (const std::string& failure :
+         {failureOf([this] { _readTokens(); }), failureOf([this] { m_server.reloadTls(); })}) {
+      if (!failure.empty()) {
+        m_log.error("what was there before stays: " + failure);
+      }
+    }
+    m_log.info("tokens and certificates are read again");
+    m_maker.requestReload();
+  }
+
+  const ServerSettings& m_settings;
+  const ServerPlaces& m_places;
+  const ServiceLog& m_log;
+  Signals m_signals;  // before the threads, which inherit what is blocked
+  DirectoryLock m_lock;
+  ServerMetrics m_metrics;
+  LastGoodPolicy m_lastGood;
+  SnapshotHolder m_snapshots;
+  RequestHandler m_handler;
+  HttpServer m_server;
+  SnapshotMaker m_maker;  // tells the server
+};
+
+}  // namespace
+
+void serve(const ServerSettings& settings, const ServerPlaces& places, const ServiceLog& log,
+           const std::function<void()>& onReady) {
+  PolicyServer server(settings, places, log);
+  server.start();
+  log.info("ready: " + settings.address + " port " + std::to_string(settings.port) +
+           (settings.https ? " by HTTPS" : " by HTTP"));
+  tellReady("Ready");
+  onReady();
+  server.waitForTheEnd();
+  server.stop();
+}

@@ -1,0 +1,93 @@
+#include "access/TlsContext.h"
+
+#include <openssl/err.h>
+#include <openssl/ssl.h>
+
+#include <array>
+#include <string>
+
+#include "ZaroRuntime/RuntimeError.h"
+#include "access/PrivateFile.h"
+
+using zaroruntime::FailureKind;
+using zaroruntime::RuntimeError;
+using Context = boost::asio::ssl::context;
+
+namespace {
+
+[[noreturn]] void throwTlsError(const std::string& path, const char* what) {
+  std::array<char, 256> reason = {};
+  ERR_error_string_n(ERR_get_error(), reason.data(), reason.size());
+  ERR_clear_error();
+  throw RuntimeError(path + ": " + what + ": " + reason.data(), FailureKind::Configuration);
+}
+
+// The library would ask for it at the terminal.
+int noPassword(char* /*buffer*/, int /*size*/, int /*writing*/, void* /*own*/) {
+  return 0;
+}
+
+struct KeyReader {
+  explicit KeyReader(const std::string& text)
+      : memory(BIO_new_mem_buf(text.data(), static_cast<int>(text.size()))),
+        key(PEM_read_bio_PrivateKey(memory, nullptr, noPassword, nullptr)) {}
+  ~KeyReader() {
+    EVP_PKEY_free(key);
+    BIO_free(memory);
+  }
+  KeyReader(const KeyReader&) = delete;
+  KeyReader& operator=(const KeyReader&) = delete;
+
+  BIO* memory;
+  EVP_PKEY* key;
+};
+
+void useKey(SSL_CTX* context, const std::string& path) {
+  std::string text = readPrivateFile(path);
+  const KeyReader reader(text);
+  OPENSSL_cleanse(text.data(), text.size());
+  if (reader.key == nullptr) {
+    throwTlsError(path, "no private key without a password");
+  }
+  if (SSL_CTX_use_PrivateKey(context, reader.key) != 1 || SSL_CTX_check_private_key(context) != 1) {
+    throwTlsError(path, "not the key of the certificate");
+  }
+}
+
+int acceptForNow(int /*right*/, X509_STORE_CTX* /*chain*/) {
+  return 1;
+}
+
+void askForCertificates(SSL_CTX* context, const std::string& path) {
+  STACK_OF(X509_NAME)* names = SSL_load_client_CA_file(path.c_str());
+  if (names == nullptr || SSL_CTX_load_verify_locations(context, path.c_str(), nullptr) != 1) {
+    throwTlsError(path, "no certificates");
+  }
+  SSL_CTX_set_client_CA_list(context, names);
+  SSL_CTX_set_verify(context, SSL_VERIFY_PEER, acceptForNow);
+}
+
+}  // namespace
+
+std::shared_ptr<Context> makeTlsContext(const ServerSettings& settings) {
+  constexpr const char* kCiphers = "ECDHE+AESGCM:ECDHE+CHACHA20";  // of TLS 1.2; those of 1.3 are all of this kind
+  auto made = std::make_shared<Context>(Context::tls_server);
+  SSL_CTX* const context = made->native_handle();
+  ERR_clear_error();
+  if (SSL_CTX_set_min_proto_version(context, TLS1_2_VERSION) != 1 || SSL_CTX_set_cipher_list(context, kCiphers) != 1) {
+    throwTlsError("TLS", "cannot be set up");
+  }
+  SSL_CTX_set_options(context, SSL_OP_NO_RENEGOTIATION | SSL_OP_NO_COMPRESSION | SSL_OP_CIPHER_SERVER_PREFERENCE);
+  // A resumed session would keep what was found about the client's certificate, whatever became of the CA.
+  SSL_CTX_set_session_cache_mode(context, SSL_SESS_CACHE_OFF);
+  SSL_CTX_set_num_tickets(context, 0);
+  SSL_CTX_set_options(context, SSL_OP_NO_TICKET);
+  if (SSL_CTX_use_certificate_chain_file(context, settings.certificate.c_str()) != 1) {
+    throwTlsError(settings.certificate, "no certificate");
+  }
+  useKey(context, settings.privateKey);
+  if (!settings.clientCa.empty()) {
+    askForCertificates(context, settings.clientCa);
+  }
+  return made;
+}

@@ -1,0 +1,12 @@
+// What TLS connections are made with.
+#pragma once
+
+#include <boost/asio/ssl/context.hpp>
+#include <memory>
+
+#include "store/ServerSettings.h"
+
+// Reads the files of the settings. TLS 1.2 and up, with ciphers that keep past traffic secret. Where there is a client
+// CA, clients are asked for a certificate; a wrong one, or none, is no failure of the handshake, since the answer is to
+// say so. Throws RuntimeError naming the file.
+std::shared_ptr<boost::asio::ssl::context> makeTlsContext(const ServerSettings& settings);

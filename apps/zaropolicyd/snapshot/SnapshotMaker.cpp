@@ -1,0 +1,191 @@
+#include "snapshot/SnapshotMaker.h"
+
+#include <chrono>
+#include <sstream>
+#include <utility>
+
+#include "policy/PolicySnapshot.h"
+#include "service/FailureText.h"
+#include "service/ServiceManager.h"
+#include "snapshot/Gzip.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// A held request is answered within this and the time that a snapshot takes.
+constexpr std::chrono::seconds kBetweenLooks(1);
+
+std::shared_ptr<const ServedSnapshot> snapshotOf(std::uint64_t version, const std::string& digest, std::string text,
+                                                 std::size_t rules) {
+  auto gzip = std::make_shared<const std::string>(gzipped(text));
+  return std::make_shared<const ServedSnapshot>(
+      ServedSnapshot{version, '"' + std::to_string(version) + '-' + digest + '"',
+                     std::make_shared<const std::string>(std::move(text)), std::move(gzip), rules});
+}
+
+// What stands between the head, which has the time, and the tail, which has the digest.
+std::string_view bodyOf(const ServedSnapshot& snapshot) {
+  const std::string_view text = *snapshot.text;
+  const std::size_t begin = text.find('\n');
+  const std::size_t end = text.rfind('\n', text.size() - 2);
+  return text.substr(begin, end - begin);
+}
+
+}  // namespace
+
+std::shared_ptr<const ServedSnapshot> makeSnapshot(const MailPolicy& policy) {
+  std::string text;
+  const std::string digest = writeSnapshot(policy, [&](std::string_view piece) { text += piece; });
+  return snapshotOf(policy.version, digest, std::move(text), policy.rules.size());
+}
+
+std::shared_ptr<const ServedSnapshot> makeSnapshot(std::string text) {
+  std::istringstream lines(text);
+  std::string line;
+  std::string last;
+  const MailPolicy policy = readSnapshot([&](std::string& next) {
+    const bool isThere = static_cast<bool>(std::getline(lines, next));
+    last = isThere ? next : last;
+    return isThere;
+  });
+  const std::size_t digest = last.find(":\"") + 2;
+  return snapshotOf(policy.version, last.substr(digest, last.rfind('"') - digest), std::move(text), policy.rules.size());
+}
+
+bool haveSamePolicy(const ServedSnapshot& one, const ServedSnapshot& other) {
+  return one.version == other.version && bodyOf(one) == bodyOf(other);
+}
+
+SnapshotMaker::SnapshotMaker(Calls calls, SnapshotHolder& snapshots, const LastGoodPolicy& lastGood,
+                             ServerMetrics& metrics, const ServiceLog& log)
+    : m_calls(std::move(calls)), m_snapshots(snapshots), m_lastGood(lastGood), m_metrics(metrics), m_log(log) {}
+
+SnapshotMaker::~SnapshotMaker() {
+  if (m_thread.joinable()) {
+    {
+      const std::lock_guard<std::mutex> lock(m_mutex);
+      m_stop = true;
+    }
+    m_changed.notify_all();
+    m_thread.join();
+  }
+}
+
+void SnapshotMaker::start() {
+  m_thread = std::thread([this] { _run(); });
+  std::unique_lock<std::mutex> lock(m_mutex);
+  m_changed.wait(lock, [this] { return m_started; });
+}
+
+void SnapshotMaker::requestReload() {
+  {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_reload = true;
+  }
+  m_changed.notify_all();
+}
+
+void SnapshotMaker::_run() {
+  _useLastGood();
+  if (m_snapshots.current() != nullptr) {
+    _tellStarted();
+  }
+  for (bool forced = false; !_mustStop(); forced = _wait()) {
+    const std::string failure = failureOf([&] { _look(forced); });
+    if (failure.empty()) {
+      m_lastFailure.clear();
+    } else {
+      _tellFailure(failure);
+    }
+    if (forced) {
+      tellReady(failure.empty() ? "Policy " + std::to_string(*m_version) : "The policy could not be reloaded");
+    }
+    _tellStarted();
+  }
+}
+
+void SnapshotMaker::_useLastGood() {
+  const std::string failure = failureOf([&] {
+    if (std::optional<std::string> text = m_lastGood.text()) {
+      _replace(makeSnapshot(*std::move(text)));
+    }
+  });
+  if (!failure.empty()) {
+    m_log.warning("the policy that was kept on disk cannot be served: " + failure);
+  }
+}
+
+void SnapshotMaker::_look(bool forced) {
+  if (!m_source) {
+    m_source = m_calls.makeSource();
+  }
+  if (const std::optional<MailPolicy> policy = m_source->loadUnless(forced ? std::nullopt : m_version)) {
+    _serve(*policy);
+    m_version = policy->version;
+  }
+  m_snapshots.confirm();
+  m_metrics.confirmPolicy();
+  if (m_calls.onDatabase) {
+    m_calls.onDatabase();
+    m_calls.onDatabase = nullptr;
+  }
+}
+
+void SnapshotMaker::_serve(const MailPolicy& policy) {
+  const Clock::time_point began = Clock::now();
+  const std::shared_ptr<const ServedSnapshot> made = makeSnapshot(policy);
+  const std::shared_ptr<const ServedSnapshot> served = m_snapshots.current();
+  m_metrics.countSnapshot(Clock::now() - began);
+  if (served != nullptr && haveSamePolicy(*made, *served)) {
+    return;
+  }
+  if (served != nullptr && made->version < served->version) {
+    m_log.warning("the database's counter went back from " + std::to_string(served->version) + " to " +
+                  std::to_string(made->version) + "; clients refuse a policy that is older than theirs");
+  }
+  _replace(made);
+  const std::string unsaved = failureOf([&] { m_lastGood.saveText(*made->text); });
+  if (!unsaved.empty()) {
+    m_metrics.countUnsavedPolicy();
+    m_log.warning("the policy is not kept on disk: " + unsaved);
+  }
+}
+
+void SnapshotMaker::_replace(std::shared_ptr<const ServedSnapshot> snapshot) {
+  m_metrics.setSnapshot(*snapshot);
+  m_log.info("policy " + std::to_string(snapshot->version) + " is served: " + std::to_string(snapshot->rules) +
+             " rules, " + std::to_string(snapshot->text->size()) + " bytes, " + std::to_string(snapshot->gzip->size()) +
+             " compressed");
+  m_snapshots.replace(std::move(snapshot));
+  m_calls.onChange();
+}
+
+// The log has a failure once, however often it comes.
+void SnapshotMaker::_tellFailure(const std::string& why) {
+  m_snapshots.doubt();
+  m_metrics.countFailedLook();
+  if (why != m_lastFailure) {
+    m_log.error("the policy is not reloaded: " + why);
+    m_lastFailure = why;
+  }
+}
+
+void SnapshotMaker::_tellStarted() {
+  {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_started = true;
+  }
+  m_changed.notify_all();
+}
+
+bool SnapshotMaker::_wait() {
+  std::unique_lock<std::mutex> lock(m_mutex);
+  m_changed.wait_for(lock, kBetweenLooks, [this] { return m_reload || m_stop; });
+  return std::exchange(m_reload, false);
+}
+
+bool SnapshotMaker::_mustStop() {
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  return m_stop;
+}
