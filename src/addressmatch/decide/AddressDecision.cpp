@@ -43,6 +43,18 @@ inline bool askTree(const SearchedTrees& trees, const Search& search, const char
                                  : askTree(*trees.trees()[search.tree], search.tree, address, decision);
 }
 
+// Decides by the index of the only tree. False when that does not answer.
+bool decideByIndex(const FrozenIndex& index, const char* address, PlainDecision& decision) {
+  Query query;
+  if (!query.split(index.seed(), address, index.depths()) || query.isDotted) {
+    return false;
+  }
+  FrozenIndex::Place place;
+  index.locate(query, index.filters().ask(query).in(index.slice()), place);
+  decision.addTree(index, query, place, 0);
+  return true;
+}
+
 void decideSplit(const SearchedTrees& trees, const char* address, const Query& query, PlainDecision& decision) {
   constexpr std::size_t kMost = SearchedTrees::Run::kMost;
   for (const SearchedTrees::Run* run = trees.begin(); run != trees.end();) {
@@ -62,6 +74,16 @@ void decideSplit(const SearchedTrees& trees, const char* address, const Query& q
   }
 }
 
+void decideOver(const std::vector<KxWildcardNode*>& trees, const char* address, PlainDecision& decision) {
+  const SearchedTrees searched(trees);
+  Query query;
+  if (searched.split(query, address)) {
+    decideSplit(searched, address, query, decision);
+  } else {
+    askEachTree(trees, address, decision);
+  }
+}
+
 // What a caller gets of an outcome.
 inline void give(const Outcome& outcome, KxMatchResult& result) {
   result.code = outcome.code;
@@ -73,13 +95,14 @@ inline void give(const Outcome& outcome, KxMatchResult& result) {
 
 }  // namespace
 
-void decideAddress(const SearchedTrees& trees, const char* address, KxMatchResult& result) {
+void decideAddress(const std::vector<KxWildcardNode*>& trees, const char* address, KxMatchResult& result) {
   PlainDecision decision(g_noObserver);
-  Query query;
-  if (trees.split(query, address)) {
-    decideSplit(trees, address, query, decision);
-  } else {
-    askEachTree(trees.trees(), address, decision);
+  // A single tree needs nothing of what brings several side by side, which takes a tenth of the time in a small one.
+  const FrozenIndex* only = trees.size() == 1 && trees[0] != nullptr ? Level(*trees[0]).index() : nullptr;
+  if (only == nullptr) {
+    decideOver(trees, address, decision);
+  } else if (!decideByIndex(*only, address, decision)) {
+    askEachTree(trees, address, decision);
   }
   give(decision.outcome(), result);
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <vector>
 
 #include "KxWildcardEmail.h"
 #include "addressmatch/decide/Decision.h"
@@ -10,7 +11,7 @@
 namespace zaro_addressmatch {
 
 // Decides one address. Throws std::bad_alloc.
-void decideAddress(const SearchedTrees& trees, const char* address, KxMatchResult& result);
+void decideAddress(const std::vector<KxWildcardNode*>& trees, const char* address, KxMatchResult& result);
 
 // So many addresses are decided together, so that their cache misses overlap.
 constexpr std::size_t kAddressesTogether = 24;

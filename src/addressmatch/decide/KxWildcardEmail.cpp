@@ -95,7 +95,7 @@ KxWildcardNode* KxWildcardEmail::makeNewFloatingTree() {
 unsigned char KxWildcardEmail::matchEmailAddress(const char* address, std::vector<KxWildcardNode*>& trees,
                                                  unsigned int* treeIndex, const char** name, KxEmailBelongsTo* belongsTo) {
   KxMatchResult result = {0, 0, nullptr, 0};
-  if (!withinMemory([&] { decideAddress(SearchedTrees(trees), address, result); })) {
+  if (!withinMemory([&] { decideAddress(trees, address, result); })) {
     logNoMemory(address);
   }
   give(treeIndex, result.treeIndex);
