@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <optional>
 #include <string>
 
 #include "Filter.h"
@@ -12,6 +13,7 @@
 #include "console/RunProgram.h"
 #include "console/Text.h"
 #include "loading/FilterSource.h"
+#include "loading/LastGoodSettings.h"
 #include "policy/PolicyGeneration.h"
 #include "service/Background.h"
 #include "store/FilterSettings.h"
@@ -67,13 +69,14 @@ ExitCode check(const Installation& installation) {
 }
 
 ExitCode serveMail(const Installation& installation, bool foreground) {
-  const auto settingsNow = [&] { return filterSettings(installation, zaroruntime::readSettings(installation)); };
-  if (foreground) {
-    serve(settingsNow(), ServiceLog(ServiceLog::Target::StandardError), [] {});
-  } else {
-    const Background background;
-    serve(settingsNow(), ServiceLog(ServiceLog::Target::SystemLog), [&] { background.tellReady(); });
-  }
+  const std::optional<Background> background = foreground ? std::nullopt : std::make_optional<Background>();
+  const ServiceLog log(foreground ? ServiceLog::Target::StandardError : ServiceLog::Target::SystemLog);
+  const FilterSettings settings = filterSettings(installation, settingsOrLastGood(installation, log));
+  serve(settings, log, [&] {
+    if (background) {
+      background->tellReady();
+    }
+  });
   return ExitCode::Found;
 }
 

@@ -95,6 +95,17 @@ class ServerGoesAway(MailTest):
         self.assertEqual(wrong, [])
         self.assertIsNone(started.process.poll())
 
+    def test_a_filter_that_starts_meanwhile_keeps_the_settings_of_all_hosts(self):
+        self.gateway.zaroctl("settings", "set", "mail_filter.shadow=yes")
+        started = self.start_filter()
+        started.stop()
+        control("stop")
+        started.start()
+        started.wait_for_log("the settings of all hosts are those that the database had last")
+        server = self.start_postfix()
+        self.assertEqual(server.send("refused@bad.test", ["a@example.com"])[0], [250])
+        started.wait_for_log("done=shadow")
+
     def test_a_filter_that_starts_meanwhile_decides_by_the_last_good_policy(self):
         started = self.start_filter()
         started.stop()

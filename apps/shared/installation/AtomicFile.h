@@ -1,0 +1,28 @@
+// A file that takes the place of another one as a whole, or not at all.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+// Has another name until then. Only its owner may open it. Everything throws RuntimeError naming the file.
+class AtomicFile {
+ public:
+  // Makes the directory that `path` names, if it is not there.
+  explicit AtomicFile(const std::string& path);
+  // Unless it was put in place, nothing is left of it.
+  ~AtomicFile();
+  AtomicFile(const AtomicFile&) = delete;
+  AtomicFile& operator=(const AtomicFile&) = delete;
+
+  void append(std::string_view text);
+  // It would outlast a power failure when this returns.
+  void putInPlace();
+
+ private:
+  void _flush();
+
+  std::string m_target;
+  std::string m_path;
+  int m_descriptor = -1;
+  std::string m_unwritten;
+};

@@ -1,0 +1,85 @@
+#include "loading/LastGoodSettings.h"
+
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+
+#include "installation/AtomicFile.h"
+#include "service/FailureText.h"
+#include "store/SettingTable.h"
+
+using Json = nlohmann::ordered_json;
+using zaroruntime::Installation;
+using zaroruntime::Setting;
+using zaroruntime::SettingLayer;
+using zaroruntime::Settings;
+
+namespace {
+
+// What a filter reads.
+constexpr const char* kSections[] = {kFilterSection, kClientSection, kServerSection};
+
+// Where `state_dir` is by default: what is kept may say that it is elsewhere.
+std::string pathIn(const Installation& installation) {
+  return installation.path("state/settings.json");
+}
+
+void keep(const Settings& stored, const std::string& path) {
+  Json kept = Json::object();
+  for (const char* section : kSections) {
+    const auto found = stored.sections.find(section);
+    if (found == stored.sections.end()) {
+      continue;
+    }
+    for (const auto& [key, setting] : found->second) {
+      if (setting.layer == SettingLayer::Database) {
+        kept[section][key] = setting.value;
+      }
+    }
+  }
+  AtomicFile file(path);
+  file.append(kept.dump(2) + "\n");
+  file.putInPlace();
+}
+
+// False when nothing was kept.
+bool addKept(Settings& stored, const std::string& path) {
+  std::ifstream file(path);
+  if (!file) {
+    return false;
+  }
+  for (const auto& [section, keys] : Json::parse(file).get<std::map<std::string, std::map<std::string, std::string>>>()) {
+    for (const auto& [key, value] : keys) {
+      stored.sections[section].emplace(key, Setting{value, SettingLayer::Database, std::nullopt});
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
+Settings settingsOrLastGood(const Installation& installation, const ServiceLog& log) {
+  Settings stored = zaroruntime::readSettings(installation);
+  const std::string path = pathIn(installation);
+  if (stored.databaseFailure.empty()) {
+    const std::string failure = failureOf([&] { keep(stored, path); });
+    if (!failure.empty()) {
+      log.warning("the settings of all hosts are not kept on disk: " + failure);
+    }
+    return stored;
+  }
+  bool isAdded = false;
+  const std::string failure = failureOf([&] { isAdded = addKept(stored, path); });
+  if (!failure.empty()) {
+    log.error(path + ": " + failure);
+  }
+  if (isAdded) {
+    log.warning("the settings of all hosts are those that the database had last: " + stored.databaseFailure);
+  } else if (std::filesystem::exists(installation.databaseIni())) {  // else a host without a database, which is no fault
+    log.warning("only the settings of this host count: " + stored.databaseFailure);
+  }
+  return stored;
+}
