@@ -279,3 +279,15 @@ MailPolicy readSnapshot(const std::function<bool(std::string&)>& next) {
     refuse(failure.what());
   }
 }
+
+MailPolicy readSnapshotText(std::string_view text) {
+  return readSnapshot([&](std::string& line) {
+    if (text.empty()) {
+      return false;
+    }
+    const std::size_t end = std::min(text.find('\n'), text.size());
+    line.assign(text.substr(0, end));
+    text.remove_prefix(std::min(end + 1, text.size()));
+    return true;
+  });
+}

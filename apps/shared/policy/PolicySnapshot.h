@@ -21,3 +21,5 @@ std::string writeSnapshot(const MailPolicy& policy, const std::function<void(std
 // Reads one as a whole. `next` takes the next line, without its end, and answers false behind the last one. Throws
 // RuntimeError for anything that is no whole snapshot.
 MailPolicy readSnapshot(const std::function<bool(std::string&)>& next);
+// The same of a text that is there as a whole.
+MailPolicy readSnapshotText(std::string_view text);

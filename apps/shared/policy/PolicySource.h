@@ -1,11 +1,19 @@
-// Where a service's policy comes from. For one thread alone.
+// Where a service's policy comes from. For one thread alone, but for `interrupt`.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
+#include <exception>
 #include <memory>
 #include <optional>
 
 #include "policy/MailPolicy.h"
+
+// A load ended since `interrupt` was called. It tells nothing of the policy.
+class LoadInterrupted : public std::exception {
+ public:
+  const char* what() const noexcept override { return "interrupted"; }
+};
 
 class PolicySource {
  public:
@@ -16,7 +24,15 @@ class PolicySource {
 
   // The policy, unless its version is `known`. Throws RuntimeError, and UnreadablePolicy where it would fail again as
   // long as the version stands.
+  //
+  // A source may wait for a policy that is not `known`; then it throws LoadInterrupted when `interrupt` ends that.
   virtual std::optional<MailPolicy> loadUnless(std::optional<std::uint64_t> known) = 0;
+
+  // Any thread: ends the load that waits, or else the next one that would.
+  virtual void interrupt() {}
+
+  // How long to wait before the next load; nothing leaves it to the caller.
+  virtual std::optional<std::chrono::milliseconds> pause(bool /*hasFailed*/) const { return std::nullopt; }
 };
 
 // The database of the installation.

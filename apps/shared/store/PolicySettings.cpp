@@ -9,6 +9,7 @@
 #include "ZaroPolicyServerInterface.h"
 #include "ZaroRuntime/LastFailure.h"
 #include "console/Text.h"
+#include "store/ClientSettings.h"
 #include "store/ServerSettings.h"
 
 using zaroruntime::Setting;
@@ -201,13 +202,15 @@ ReadSettings readAsServer(const Settings& stored) {
 }
 
 ReadSettings readAsClient(const Settings& stored) {
-  return compare(SettingReader::Client, askForClient(), stored, Interface::findClientRule,
-                 [&](const KnownSetting& setting) {
-                   // What the client's own section lacks is the server's.
-                   const bool taken = stored.find(nameOf(setting.section), setting.key) == nullptr &&
-                                      stored.find(kServerSection, setting.key) != nullptr;
-                   return std::string(taken ? kServerSection : nameOf(setting.section));
-                 });
+  ReadSettings read = compare(SettingReader::Client, askForClient(), stored, Interface::findClientRule,
+                              [&](const KnownSetting& setting) {
+                                // What the client's own section lacks is the server's.
+                                const bool taken = stored.find(nameOf(setting.section), setting.key) == nullptr &&
+                                                   stored.find(kServerSection, setting.key) != nullptr;
+                                return std::string(taken ? kServerSection : nameOf(setting.section));
+                              });
+  readClientOnly(stored, read);
+  return read;
 }
 
 std::string whyNoWord(SettingKind kind, const std::string& text) {

@@ -21,8 +21,9 @@ enum class SettingKind {
   ClientNumber,
   YesOrNo,
   Protocol,
-  Host,
+  Hosts,
   LdapNumber,
+  ClientValue,  // by the rules in ClientSettings.cpp
   FilterValue,  // by the rules in FilterSettings.cpp
   ServerValue,  // by the rules in ServerSettings.cpp
 };
@@ -33,6 +34,7 @@ enum class SettingReader {
   Both,
   Filter,
   ServerProgram,
+  ClientProgram,
 };
 
 struct KnownSetting {
@@ -60,9 +62,13 @@ inline constexpr KnownSetting kSettingTable[] = {
     {SettingSection::Server, "private_key", SettingKind::ServerValue, SettingReader::ServerProgram, false, nullptr},
     {SettingSection::Server, "client_ca", SettingKind::ServerValue, SettingReader::ServerProgram, false, nullptr},
     {SettingSection::Server, "token_file", SettingKind::ServerValue, SettingReader::ServerProgram, false, nullptr},
-    {SettingSection::Client, "host", SettingKind::Host, SettingReader::Client, false, "127.0.0.1"},
+    {SettingSection::Client, "host", SettingKind::Hosts, SettingReader::Client, false, "127.0.0.1"},
     {SettingSection::Client, "recv_timeout_secs", SettingKind::ClientNumber, SettingReader::Client, false, "60"},
     {SettingSection::Client, "send_timeout_secs", SettingKind::ClientNumber, SettingReader::Client, false, "60"},
+    {SettingSection::Client, "ca", SettingKind::ClientValue, SettingReader::ClientProgram, false, nullptr},
+    {SettingSection::Client, "certificate", SettingKind::ClientValue, SettingReader::ClientProgram, false, nullptr},
+    {SettingSection::Client, "private_key", SettingKind::ClientValue, SettingReader::ClientProgram, false, nullptr},
+    {SettingSection::Client, "token_file", SettingKind::ClientValue, SettingReader::ClientProgram, false, nullptr},
     {SettingSection::Ldap, "enabled_server", SettingKind::LdapNumber, SettingReader::Server, false, "0"},
     {SettingSection::Ldap, "access_type", SettingKind::LdapNumber, SettingReader::Server, false, "0"},
     {SettingSection::Filter, "socket", SettingKind::FilterValue, SettingReader::Filter, false, nullptr},

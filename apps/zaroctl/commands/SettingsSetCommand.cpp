@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cctype>
 #include <climits>
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <optional>
@@ -21,6 +22,7 @@
 #include "commands/Commands.h"
 #include "console/Text.h"
 #include "console/UsageError.h"
+#include "store/ClientSettings.h"
 #include "store/Database.h"
 #include "store/FilterSettings.h"
 #include "store/PolicySettings.h"
@@ -63,11 +65,6 @@ std::string judgeNumber(const Rule& rule, const std::string& text) {
   return decimalNumber(text).value_or(LLONG_MAX) > INT_MAX ? "above " + std::to_string(INT_MAX) : "";
 }
 
-std::string judgeHost(const std::string& text) {
-  const bool blank = text.find_first_of(" \t") != std::string::npos;
-  return text.empty() || blank || !isPlainText(text) ? "not the name or address of a host" : "";
-}
-
 std::string judgeLdapNumber(const std::string& text) {
   // The number of a server is doubled to find its section.
   constexpr unsigned int kHighest = (INT_MAX - 1) / 2;
@@ -84,8 +81,10 @@ std::string whyNoValue(const KnownSetting& setting, const std::string& text) {
     case SettingKind::YesOrNo:
     case SettingKind::Protocol:
       return whyNoWord(setting.kind, text);
-    case SettingKind::Host:
-      return judgeHost(text);
+    case SettingKind::Hosts:
+      return whyNoHosts(text);
+    case SettingKind::ClientValue:
+      return whyNoClientValue(setting.key, text);
     case SettingKind::FilterValue:
       return whyNoFilterValue(setting.key, text);
     case SettingKind::ServerValue:
@@ -166,7 +165,8 @@ std::string normalForm(const KnownSetting& setting, std::string value) {
       return withCase(std::tolower);
     case SettingKind::Protocol:
       return withCase(std::toupper);
-    case SettingKind::Host:
+    case SettingKind::Hosts:
+    case SettingKind::ClientValue:
     case SettingKind::FilterValue:
     case SettingKind::ServerValue:
       break;
@@ -339,9 +339,12 @@ Values valuesRead(const Settings& stored, const std::vector<Change>& changes, st
   Values values;
   const bool clients = concernsSection(changes, SettingSection::Client);
   const bool filters = concernsSection(changes, SettingSection::Filter);
-  const bool servers = std::any_of(changes.begin(), changes.end(), [](const Change& change) {
-    return change.setting->section != SettingSection::Client && change.setting->section != SettingSection::Filter;
-  });
+  // Without a database there is no server on this host, but clients read some of its settings.
+  const bool canBeServer = std::filesystem::exists(Installation::fromEnvironment().databaseIni());
+  const bool servers =
+      canBeServer && std::any_of(changes.begin(), changes.end(), [](const Change& change) {
+        return change.setting->section != SettingSection::Client && change.setting->section != SettingSection::Filter;
+      });
   const auto add = [&](const char* reader, const ReadSettings& read, bool concerned) {
     for (const ReadSetting& setting : read.settings) {
       values.emplace(std::make_pair(setting.section, setting.key), setting.value);

@@ -1,8 +1,8 @@
 #include "access/ServerFiles.h"
 
 #include "ZaroRuntime/RuntimeError.h"
-#include "access/PrivateFile.h"
 #include "access/TlsContext.h"
+#include "installation/PrivateFile.h"
 
 std::shared_ptr<const Tokens> readTokens(const ServerSettings& settings) {
   if (settings.tokenFile.empty()) {

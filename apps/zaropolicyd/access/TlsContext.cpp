@@ -7,7 +7,7 @@
 #include <string>
 
 #include "ZaroRuntime/RuntimeError.h"
-#include "access/PrivateFile.h"
+#include "installation/PrivateFile.h"
 
 using zaroruntime::FailureKind;
 using zaroruntime::RuntimeError;

@@ -6,8 +6,8 @@
 #include <string>
 
 #include "ZaroRuntime/RuntimeError.h"
-#include "access/PrivateFile.h"
 #include "access/Tokens.h"
+#include "installation/PrivateFile.h"
 #include "policy/PolicyMaker.h"
 #include "snapshot/Gzip.h"
 #include "snapshot/SnapshotMaker.h"

@@ -38,14 +38,8 @@ class SharedSettings : public zarotest::ProgramTest {
   }
 
   // Without the settings that have a default and are not stored.
-  std::vector<std::string> server(int status = 0) const {
-    std::vector<std::string> lines = linesAbout("server", status);
-    lines.erase(std::remove_if(lines.begin(), lines.end(),
-                               [](const std::string& line) { return testing::Matches(EndsWith(kDefault))(line); }),
-                lines.end());
-    return lines;
-  }
-  std::vector<std::string> client(int status = 0) const { return linesAbout("client", status); }
+  std::vector<std::string> server(int status = 0) const { return storedLines("server", status); }
+  std::vector<std::string> client(int status = 0) const { return storedLines("client", status); }
 
   ProgramResult set(const std::vector<std::string>& settings) const { return change({"settings", "set"}, settings); }
   ProgramResult setHere(const std::vector<std::string>& settings) const {
@@ -79,6 +73,13 @@ class SharedSettings : public zarotest::ProgramTest {
   std::string secondHome() const { return directory().path("second"); }
 
  private:
+  std::vector<std::string> storedLines(const char* reader, int status) const {
+    std::vector<std::string> lines = linesAbout(reader, status);
+    lines.erase(std::remove_if(lines.begin(), lines.end(),
+                               [](const std::string& line) { return testing::Matches(EndsWith(kDefault))(line); }),
+                lines.end());
+    return lines;
+  }
   std::vector<std::string> linesAbout(const char* reader, int status) const {
     const ProgramResult result = run({"settings", reader});
     EXPECT_EQ(result.status, status) << result.err;
@@ -555,7 +556,8 @@ const WrongSetting kWrongSettings[] = {
     {"lifetimeOfManyDigits", "ldap_cache_TTL_minutes=18446744073709551621", "is above 2147483647"},
     {"word", "keep-alive=true", "policy_server.keep-alive: \"true\" is neither yes nor no"},
     {"protocol", "protocol=ftp", "policy_server.protocol: \"ftp\" is neither HTTP nor HTTPS"},
-    {"emptyHost", "host=", "policy_client.host: \"\" is not the name or address of a host"},
+    {"noHost", "host=a,", "policy_client.host: \"a,\" is not the name or address of a host"},
+    {"hostAndMore", "host=a/b", "policy_client.host: \"a/b\" is not the name or address of a host"},
     {"hostWithBlank", "host=a b", "policy_client.host: \"a b\" is not the name or address of a host"},
     {"hostWithLineEnd", "host=a\nb", "policy_client.host: \"a\\nb\" is not the name or address of a host"},
     {"ldapServer", "enabled_server=1073741824", "LDAP.enabled_server: \"1073741824\" is above 1073741823"},

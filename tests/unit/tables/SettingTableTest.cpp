@@ -111,7 +111,7 @@ TEST(SettingFile, hasNoneOfTheTable) {
 // The programs have a default for each key that only they read, the library has none.
 TEST(SettingTableRows, haveAValueForNewInstallationsUnlessThereIsADefault) {
   for (const KnownSetting& setting : kSettingTable) {
-    const bool byLibrary = setting.reader != SettingReader::Filter && setting.reader != SettingReader::ServerProgram;
+    const bool byLibrary = isReadBy(setting, SettingReader::Server) || isReadBy(setting, SettingReader::Client);
     EXPECT_EQ(setting.initial != nullptr, byLibrary) << setting.key;
   }
 }
@@ -122,6 +122,7 @@ const char* shown(SettingReader reader) {
     case SettingReader::ServerProgram:
       return "server";
     case SettingReader::Client:
+    case SettingReader::ClientProgram:
       return "client";
     case SettingReader::Filter:
       return "filter";

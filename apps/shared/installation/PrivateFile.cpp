@@ -1,4 +1,4 @@
-#include "access/PrivateFile.h"
+#include "installation/PrivateFile.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
