@@ -28,6 +28,8 @@ namespace {
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
+// Less than what a service manager waits; then mail is answered without a policy.
+constexpr milliseconds kLongestStart = std::chrono::seconds(30);
 constexpr milliseconds kGrace = std::chrono::seconds(30);
 constexpr milliseconds kForTheLastReply = milliseconds(200);
 constexpr milliseconds kBetweenLooks = std::chrono::seconds(1);
@@ -46,8 +48,8 @@ class Filter {
       : m_log(log),
         m_lock(madeDirectory(settings.stateDirectory)),
         m_lastGood(settings.stateDirectory),
-        m_loader([&settings] { return makePolicySource(settings); }, m_lastGood,
-                 std::chrono::seconds(settings.pollSeconds), m_metrics, log),
+        m_loader([this, &settings](auto decides) { return makePolicySource(settings, _surroundings(decides)); },
+                 m_lastGood, std::chrono::seconds(settings.pollSeconds), m_metrics, log),
         m_desk{settings, m_loader.policy(), m_metrics, log} {}
 
   // Mail servers can connect when this returns.
@@ -56,7 +58,7 @@ class Filter {
     if (!settings.metrics.empty()) {
       m_metricsServer = std::make_unique<MetricsServer>(settings.metrics, m_metrics);
     }
-    m_loader.start();
+    m_loader.start(kLongestStart);
     if (m_loader.policy().current() == nullptr) {
       m_log.error(std::string("there is no policy: mail is ") +
                   (settings.acceptWithoutPolicy ? "accepted" : "postponed") + " until there is one");
@@ -116,6 +118,12 @@ class Filter {
   }
 
  private:
+  SourceSurroundings _surroundings(std::optional<std::uint64_t> decides) {
+    return {decides, [this](const std::string& server) { m_metrics.countServerAnswer(server); },
+            [this](const std::string& server) { m_metrics.countServerFailure(server); },
+            [this](const std::string& text) { m_log.warning(text); }};
+  }
+
   const ServiceLog& m_log;
   Signals m_signals;  // before the threads, which inherit what is blocked
   DirectoryLock m_lock;

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <filesystem>
 #include <optional>
 #include <string>
 
@@ -40,7 +41,9 @@ Output::Form outputForm() {
 // The settings that count, and the totals of the policy that would.
 ExitCode check(const Installation& installation) {
   const zaroruntime::Settings stored = zaroruntime::readSettings(installation);
-  tellOfDatabase(stored);
+  if (std::filesystem::exists(installation.databaseIni())) {  // else a host without a database, which is no fault
+    tellOfDatabase(stored);
+  }
   const ReadSettings read = readAsFilter(stored);
   Output out(outputForm());
   Json record = Json::object();

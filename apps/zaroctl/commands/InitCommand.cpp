@@ -11,16 +11,20 @@
 #include "ZaroRuntime/IniFile.h"
 #include "ZaroRuntime/RuntimeError.h"
 #include "ZaroRuntime/SchemaVersion.h"
+#include "ZaroRuntime/SettingsStore.h"
 #include "ZaroRuntime/StoredPassword.h"
 #include "commands/CommandTree.h"
 #include "commands/Commands.h"
 #include "console/DelayedSignals.h"
 #include "console/PasswordInput.h"
+#include "console/Text.h"
 #include "console/UsageError.h"
 #include "installation/NewInstallation.h"
 #include "installation/Skeleton.h"
+#include "store/ClientSettings.h"
 #include "store/Database.h"
 #include "store/PolicySettings.h"
+#include "store/SettingTable.h"
 
 namespace fs = std::filesystem;
 using zaroruntime::FailureKind;
@@ -47,6 +51,8 @@ struct Arguments {
   std::string sslMode = "prefer";
   bool noPassword = false;
   bool sample = false;
+  bool filterOnly = false;
+  std::string policyServer;
   std::string skeleton;
   std::vector<const CLI::Option*> serverOptions;  // only --db postgresql takes them
 };
@@ -217,6 +223,41 @@ ExitCode makeInstallation(Output& out, const Arguments& arguments) {
   return ExitCode::Found;
 }
 
+// --- A host that has a mail filter and no database ---
+
+// What its filter and a client of policy servers read; the filter's own settings have defaults.
+std::vector<zaroruntime::SettingText> settingsOfFilterHost(const std::string& policyServer) {
+  std::vector<zaroruntime::SettingText> texts;
+  for (const KnownSetting& setting : kSettingTable) {
+    if (isReadBy(setting, SettingReader::Client)) {
+      const bool isHost = setting.kind == SettingKind::Hosts;
+      texts.push_back({nameOf(setting.section), setting.key, isHost ? policyServer : setting.initial});
+    }
+  }
+  texts.push_back({kFilterSection, "source", "policy_server"});
+  return texts;
+}
+
+ExitCode makeFilterHost(Output& out, const Arguments& arguments) {
+  const std::string wrong = whyNoHosts(arguments.policyServer);
+  if (!wrong.empty() || arguments.policyServer.empty()) {
+    throw UsageError("--policy-server: " + quoted(arguments.policyServer) + " is not the name or address of a host");
+  }
+  const std::string target = targetDirectory(arguments);
+  const std::string skeleton = skeletonDirectory(arguments.skeleton);
+  const DelayedSignals delayed;
+  NewInstallation made(target);
+  const Installation installation(made.workDirectory());
+  fs::create_directory(installation.path("config"));
+  made.copy(skeleton + "/config/zaro.ini", "config/zaro.ini");
+  zaroruntime::writeHostSettings(installation, settingsOfFilterHost(arguments.policyServer));
+  delayed.throwIfInterrupted();
+  made.publish();
+  delayed.forget();
+  out.record({{"home", made.target()}, {"database", "none"}, {"policy_server", arguments.policyServer}});
+  return ExitCode::Found;
+}
+
 }  // namespace
 
 void addInit(CommandTree& tree) {
@@ -224,8 +265,19 @@ void addInit(CommandTree& tree) {
   CLI::App* command =
       tree.add("init", "Make an installation directory and its database",
                {"zaroctl init --sample /opt/gateway",
-                "zaroctl init --db postgresql --host db.example.test --user gateway /opt/gateway < password-file"},
-               [arguments](Output& out) { return makeInstallation(out, *arguments); });
+                "zaroctl init --db postgresql --host db.example.test --user gateway /opt/gateway < password-file",
+                "zaroctl init --filter-only --policy-server policy.example.test /opt/gateway"},
+               [arguments](Output& out) {
+                 return arguments->filterOnly ? makeFilterHost(out, *arguments) : makeInstallation(out, *arguments);
+               });
+  CLI::Option* filterOnly = command->add_flag("--filter-only", arguments->filterOnly,
+                                              "Make one without a database, for a mail filter that asks policy servers");
+  CLI::Option* policyServer = command
+                                  ->add_option("--policy-server", arguments->policyServer,
+                                               "Name or address of the policy server; of several with commas")
+                                  ->type_name("HOST");
+  policyServer->needs(filterOnly);
+  filterOnly->needs(policyServer);
   command->add_option("DIR", arguments->directory, "The directory to make; else the one that --home or ZARO_HOME names")
       ->type_name("");
   command->add_option("--db", arguments->dialect, "The database: sqlite is embedded, postgresql a server")
@@ -235,6 +287,10 @@ void addInit(CommandTree& tree) {
   command->add_flag("--sample", arguments->sample, "Fill the database with a made-up company");
   command->add_option("--skeleton", arguments->skeleton, "Where the files of an installation are copied from")
       ->type_name("DIR");
+
+  for (const char* name : {"--db", "--sample"}) {
+    filterOnly->excludes(command->get_option(name));
+  }
 
   command
       ->add_option("--host", arguments->host,
@@ -266,4 +322,8 @@ void addInit(CommandTree& tree) {
       ->group(kServerGroup);
   arguments->serverOptions =
       std::as_const(*command).get_options([](const CLI::Option* option) { return option->get_group() == kServerGroup; });
+  for (CLI::Option* option :
+       command->get_options([](const CLI::Option* option) { return option->get_group() == kServerGroup; })) {
+    filterOnly->excludes(option);
+  }
 }

@@ -1,11 +1,15 @@
 #include "loading/FilterSource.h"
 
-#include "ZaroRuntime/RuntimeError.h"
+#include "ZaroRuntime/Installation.h"
+#include "ZaroRuntime/SettingsStore.h"
+#include "loading/ServerSource.h"
+#include "store/ClientSettings.h"
 
-std::unique_ptr<PolicySource> makePolicySource(const FilterSettings& settings) {
-  if (settings.fromPolicyServer) {
-    throw zaroruntime::RuntimeError("[mail_filter] source: this filter reads no policy server yet",
-                                    zaroruntime::FailureKind::Configuration);
+std::unique_ptr<PolicySource> makePolicySource(const FilterSettings& settings, const SourceSurroundings& surroundings) {
+  if (!settings.fromPolicyServer) {
+    return makeDatabaseSource();
   }
-  return makeDatabaseSource();
+  const auto installation = zaroruntime::Installation::fromEnvironment();
+  return std::make_unique<ServerSource>(clientSettings(installation, zaroruntime::readSettings(installation)),
+                                        surroundings);
 }

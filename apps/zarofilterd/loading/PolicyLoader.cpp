@@ -7,8 +7,8 @@
 #include "service/FailureText.h"
 #include "service/ServiceManager.h"
 
-PolicyLoader::PolicyLoader(std::function<std::unique_ptr<PolicySource>()> makeSource, const LastGoodPolicy& lastGood,
-                           std::chrono::seconds poll, FilterMetrics& metrics, const ServiceLog& log)
+PolicyLoader::PolicyLoader(MakeSource makeSource, const LastGoodPolicy& lastGood, std::chrono::seconds poll,
+                           FilterMetrics& metrics, const ServiceLog& log)
     : m_makeSource(std::move(makeSource)),
       m_lastGood(lastGood),
       m_poll(poll),
@@ -18,33 +18,24 @@ PolicyLoader::PolicyLoader(std::function<std::unique_ptr<PolicySource>()> makeSo
 
 PolicyLoader::~PolicyLoader() {
   if (m_thread.joinable()) {
-    {
-      const std::lock_guard<std::mutex> lock(m_mutex);
-      m_stop = true;
-    }
-    m_changed.notify_all();
+    _change(m_stop);
     m_thread.join();
   }
 }
 
-void PolicyLoader::start() {
+void PolicyLoader::start(std::chrono::milliseconds longest) {
   m_thread = std::thread([this] { _run(); });
   std::unique_lock<std::mutex> lock(m_mutex);
-  m_changed.wait(lock, [this] { return m_started; });
+  m_changed.wait_for(lock, longest, [this] { return m_started; });
 }
 
 void PolicyLoader::requestReload() {
-  {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    m_reload = true;
-  }
-  m_changed.notify_all();
+  _change(m_reload);
 }
 
 bool PolicyLoader::stop(std::chrono::milliseconds longest) {
+  _change(m_stop);
   std::unique_lock<std::mutex> lock(m_mutex);
-  m_stop = true;
-  m_changed.notify_all();
   return m_changed.wait_for(lock, longest, [this] { return m_ended; });
 }
 
@@ -52,25 +43,12 @@ void PolicyLoader::_run() {
   if (_useLastGood()) {
     _tellStarted();
   }
-  std::unique_ptr<PolicySource> source;
   Clock::time_point nextLook = Clock::now();
   bool forced = false;
   for (;;) {
     if (_isDue(nextLook, forced)) {
-      const std::string failure = failureOf([&] {
-        if (!source) {
-          source = m_makeSource();
-        }
-        _look(*source, forced);
-      });
-      if (failure.empty()) {
-        m_lastFailure.clear();
-      } else {
-        _tellFailure(failure, forced);
-      }
-      nextLook = Clock::now() + m_poll;
-      m_hasLooked = true;
-      _tellStarted();
+      const std::chrono::milliseconds pause = _lookAt(forced);
+      nextLook = Clock::now() + pause;
     }
     m_holder.destroyReturned();
     _wait(nextLook);
@@ -79,12 +57,38 @@ void PolicyLoader::_run() {
       break;
     }
   }
-  source.reset();
+  _setSource(nullptr);
   m_holder.clear();
   m_holder.destroyReturned();
   const std::lock_guard<std::mutex> lock(m_mutex);
   m_ended = true;
   m_changed.notify_all();
+}
+
+// Answers the pause before the next look.
+std::chrono::milliseconds PolicyLoader::_lookAt(bool forced) {
+  bool isInterrupted = false;
+  const std::string failure = failureOf([&] {
+    try {
+      _look(forced);
+    } catch (const LoadInterrupted&) {
+      isInterrupted = true;
+    }
+  });
+  if (isInterrupted) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_reload = m_reload || forced;  // what was asked for is still to be done
+    return std::chrono::milliseconds::zero();
+  }
+  if (failure.empty()) {
+    m_lastFailure.clear();
+  } else {
+    _tellFailure(failure, forced);
+  }
+  m_hasLooked = true;
+  _tellStarted();
+  const auto pause = m_source ? m_source->pause(!failure.empty()) : std::nullopt;
+  return pause.value_or(m_poll);
 }
 
 void PolicyLoader::_wait(Clock::time_point nextLook) {
@@ -100,10 +104,14 @@ bool PolicyLoader::_isDue(Clock::time_point nextLook, bool& forced) {
   return forced || Clock::now() >= nextLook;
 }
 
-void PolicyLoader::_look(PolicySource& source, bool forced) {
+void PolicyLoader::_look(bool forced) {
+  if (!m_source) {
+    const auto decides = m_holder.current();
+    _setSource(m_makeSource(decides ? std::make_optional(decides->version()) : std::nullopt));
+  }
   const Clock::time_point began = Clock::now();
   try {
-    if (const std::optional<MailPolicy> policy = source.loadUnless(forced ? std::nullopt : m_version)) {
+    if (const std::optional<MailPolicy> policy = m_source->loadUnless(forced ? std::nullopt : m_version)) {
       _adopt(*policy, began);
     }
   } catch (const UnreadablePolicy& refusal) {
@@ -201,9 +209,20 @@ void PolicyLoader::_tellStarted() {
 }
 
 void PolicyLoader::_wake() {
-  {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    m_returned = true;
+  _change(m_returned);
+}
+
+// Any thread: tells the loader's one that there is something to do.
+void PolicyLoader::_change(bool& what) {
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  what = true;
+  if (m_source) {
+    m_source->interrupt();
   }
   m_changed.notify_all();
+}
+
+void PolicyLoader::_setSource(std::unique_ptr<PolicySource> source) {
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  m_source = std::move(source);
 }

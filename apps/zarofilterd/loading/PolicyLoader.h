@@ -3,6 +3,7 @@
 // 1. The last good policy decides from the start, before the source is asked: a source that is down may take long to say so.
 // 2. A reload that fails leaves the policy as it is; the log and a metric tell.
 // 3. A stored policy that cannot be applied is not read again until it is another one or a reload is asked for.
+// 4. A source that waits for a change is interrupted by whatever else there is to do.
 #pragma once
 
 #include <chrono>
@@ -22,9 +23,12 @@
 
 class PolicyLoader {
  public:
+  // Makes the source; `decides` is the version of the policy that decides already.
+  using MakeSource = std::function<std::unique_ptr<PolicySource>(std::optional<std::uint64_t> decides)>;
+
   // What it is given must outlive it. `makeSource` is called on the loader's thread, where the source stays.
-  PolicyLoader(std::function<std::unique_ptr<PolicySource>()> makeSource, const LastGoodPolicy& lastGood,
-               std::chrono::seconds poll, FilterMetrics& metrics, const ServiceLog& log);
+  PolicyLoader(MakeSource makeSource, const LastGoodPolicy& lastGood, std::chrono::seconds poll, FilterMetrics& metrics,
+               const ServiceLog& log);
   // Waits for the thread.
   ~PolicyLoader();
   PolicyLoader(const PolicyLoader&) = delete;
@@ -32,8 +36,8 @@ class PolicyLoader {
 
   const PolicyHolder& policy() const { return m_holder; }
 
-  // Starts the thread, and waits until it has a policy or has tried to get one.
-  void start();
+  // Starts the thread, and waits until it has a policy or has tried to get one, for so long at most.
+  void start(std::chrono::milliseconds longest);
   // Asks for a reload, even if the version stands.
   void requestReload();
   // Lets the thread end once every generation is handed back. False when that has not come about in time.
@@ -45,7 +49,8 @@ class PolicyLoader {
   void _run();
   void _wait(Clock::time_point nextLook);
   bool _isDue(Clock::time_point nextLook, bool& forced);
-  void _look(PolicySource& source, bool forced);
+  std::chrono::milliseconds _lookAt(bool forced);
+  void _look(bool forced);
   void _adopt(const MailPolicy& policy, Clock::time_point began);
   void _refuse(std::uint64_t version);
   void _use(const MailPolicy& policy);
@@ -53,8 +58,10 @@ class PolicyLoader {
   void _tellFailure(const std::string& why, bool forced);
   void _tellStarted();
   void _wake();
+  void _change(bool& what);
+  void _setSource(std::unique_ptr<PolicySource> source);
 
-  std::function<std::unique_ptr<PolicySource>()> m_makeSource;
+  MakeSource m_makeSource;
   const LastGoodPolicy& m_lastGood;
   const std::chrono::seconds m_poll;
   FilterMetrics& m_metrics;
@@ -67,6 +74,7 @@ class PolicyLoader {
   bool m_stop = false;
   bool m_started = false;
   bool m_ended = false;
+  std::unique_ptr<PolicySource> m_source;  // replaced under the mutex, used by the loader's thread without it
 
   // Of the loader's thread.
   std::optional<std::uint64_t> m_version;  // the last one that the source gave, or could not be applied

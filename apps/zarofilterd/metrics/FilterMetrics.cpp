@@ -47,7 +47,19 @@ FilterMetrics::FilterMetrics()
       m_failedReloads(addCounter(m_registry, "zaro_filter_reload_failures_total",
                                  "Reloads, and looks at whether one is due, that failed")),
       m_unsavedPolicies(
-          addCounter(m_registry, "zaro_filter_unsaved_policies_total", "Policies that could not be kept on disk")) {}
+          addCounter(m_registry, "zaro_filter_unsaved_policies_total", "Policies that could not be kept on disk")),
+      m_serverAnswers(prometheus::BuildCounter()
+                          .Name("zaro_filter_policy_server_answers_total")
+                          .Help("Answers of a policy server that count, by server")
+                          .Register(m_registry)),
+      m_serverFailures(prometheus::BuildCounter()
+                           .Name("zaro_filter_policy_server_failures_total")
+                           .Help("Questions that a policy server gave no answer to that counts, by server")
+                           .Register(m_registry)),
+      m_serverAnswered(prometheus::BuildGauge()
+                           .Name("zaro_filter_policy_server_answer_timestamp_seconds")
+                           .Help("When a policy server last gave an answer that counts, by server")
+                           .Register(m_registry)) {}
 
 void FilterMetrics::countDecision(unsigned int code, const std::string& rule, std::chrono::nanoseconds took) {
   {
@@ -105,6 +117,15 @@ void FilterMetrics::countUnsavedPolicy() {
 
 void FilterMetrics::confirmPolicy() {
   m_confirmed.Set(now());
+}
+
+void FilterMetrics::countServerAnswer(const std::string& server) {
+  m_serverAnswers.Add({{"server", server}}).Increment();
+  m_serverAnswered.Add({{"server", server}}).Set(now());
+}
+
+void FilterMetrics::countServerFailure(const std::string& server) {
+  m_serverFailures.Add({{"server", server}}).Increment();
 }
 
 std::string FilterMetrics::text() {

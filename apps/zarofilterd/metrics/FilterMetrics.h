@@ -35,6 +35,9 @@ class FilterMetrics {
   void countUnsavedPolicy();
   // The policy was found to be the current one, or replaced.
   void confirmPolicy();
+  // A policy server that was asked gave an answer that counts, or failed.
+  void countServerAnswer(const std::string& server);
+  void countServerFailure(const std::string& server);
 
   // Everything in the text form of OpenMetrics.
   std::string text();
@@ -57,4 +60,7 @@ class FilterMetrics {
   prometheus::Histogram& m_reloadSeconds;
   prometheus::Counter& m_failedReloads;
   prometheus::Counter& m_unsavedPolicies;
+  prometheus::Family<prometheus::Counter>& m_serverAnswers;
+  prometheus::Family<prometheus::Counter>& m_serverFailures;
+  prometheus::Family<prometheus::Gauge>& m_serverAnswered;
 };

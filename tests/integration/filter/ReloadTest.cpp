@@ -3,12 +3,15 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstdlib>
 #include <future>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "filter/FilterParts.h"
@@ -98,13 +101,54 @@ class HangingSource : public PolicySource {
   std::shared_future<void> m_goesOn;
 };
 
+// Holds a caller that knows its policy until it is interrupted.
+class HoldingSource : public PolicySource {
+ public:
+  struct State {
+    std::atomic<unsigned int> reads{0};
+    std::atomic<bool> isHeld{false};
+  };
+
+  explicit HoldingSource(State& state) : m_state(state) {}
+
+  std::optional<MailPolicy> loadUnless(std::optional<std::uint64_t> known) override {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_state.isHeld = known.has_value();
+    m_interruption.wait(lock, [&] { return !known || m_isInterrupted; });
+    m_state.isHeld = false;
+    if (std::exchange(m_isInterrupted, false)) {
+      throw LoadInterrupted();
+    }
+    ++m_state.reads;
+    return policyOfVersion(1);
+  }
+
+  void interrupt() override {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_isInterrupted = true;
+    m_interruption.notify_all();
+  }
+
+  std::optional<std::chrono::milliseconds> pause(bool /*hasFailed*/) const override {
+    return std::chrono::milliseconds::zero();
+  }
+
+ private:
+  State& m_state;
+  std::mutex m_mutex;
+  std::condition_variable m_interruption;
+  bool m_isInterrupted = false;
+};
+
+constexpr std::chrono::seconds kPatience(60);
+
 class ReloadTest : public testing::Test {
  protected:
   ReloadTest()
       : m_log(ServiceLog::Target::StandardError),
         m_lastGood(m_directory.path("state")),
-        m_loader([this] { return std::make_unique<ChangingSource>(m_version); }, m_lastGood, std::chrono::seconds(3600),
-                 m_metrics, m_log) {}
+        m_loader([this](auto) { return std::make_unique<ChangingSource>(m_version); }, m_lastGood,
+                 std::chrono::seconds(3600), m_metrics, m_log) {}
 
   // Asks for a reload, and waits until the version decides.
   void reload(std::uint64_t version) {
@@ -155,7 +199,7 @@ class ReloadTest : public testing::Test {
 TEST_F(ReloadTest, neverMixesPoliciesUnderThreads) {
   constexpr std::uint64_t kReloads = 50;
   m_version = 1;
-  m_loader.start();
+  m_loader.start(kPatience);
   ASSERT_NE(m_loader.policy().current(), nullptr);
   std::atomic<bool> end{false};
   std::vector<std::thread> threads;
@@ -175,7 +219,7 @@ TEST_F(ReloadTest, neverMixesPoliciesUnderThreads) {
 
 TEST_F(ReloadTest, keepsThePolicyWhenAReloadFails) {
   m_version = 1;
-  m_loader.start();
+  m_loader.start(kPatience);
   m_version = 0;
   m_loader.requestReload();
   waitForFailures(1);
@@ -187,9 +231,9 @@ TEST_F(ReloadTest, keepsThePolicyWhenAReloadFails) {
 TEST_F(ReloadTest, decidesByTheLastGoodPolicyWithoutWaitingForTheSource) {
   m_lastGood.save(policyOfVersion(7));
   std::promise<void> goesOn;
-  PolicyLoader loader([answer = goesOn.get_future().share()] { return std::make_unique<HangingSource>(answer); },
+  PolicyLoader loader([answer = goesOn.get_future().share()](auto) { return std::make_unique<HangingSource>(answer); },
                       m_lastGood, std::chrono::seconds(3600), m_metrics, m_log);
-  loader.start();
+  loader.start(kPatience);
   ASSERT_NE(loader.policy().current(), nullptr);
   EXPECT_EQ(loader.policy().current()->version(), 7u);
   goesOn.set_value();
@@ -198,11 +242,71 @@ TEST_F(ReloadTest, decidesByTheLastGoodPolicyWithoutWaitingForTheSource) {
   }
 }
 
+TEST_F(ReloadTest, waitsForTheFirstAnswerForALimitedTime) {
+  std::promise<void> goesOn;
+  PolicyLoader loader([answer = goesOn.get_future().share()](auto) { return std::make_unique<HangingSource>(answer); },
+                      m_lastGood, std::chrono::seconds(3600), m_metrics, m_log);
+  loader.start(std::chrono::milliseconds(1));
+  EXPECT_EQ(loader.policy().current(), nullptr);
+  goesOn.set_value();
+  while (loader.policy().current() == nullptr) {
+    std::this_thread::yield();
+  }
+}
+
+TEST_F(ReloadTest, tellsTheSourceWhatDecidesAlready) {
+  m_lastGood.save(policyOfVersion(7));
+  std::promise<std::optional<std::uint64_t>> told;
+  m_version = 8;
+  PolicyLoader loader(
+      [&](auto decides) {
+        told.set_value(decides);
+        return std::make_unique<ChangingSource>(m_version);
+      },
+      m_lastGood, std::chrono::seconds(3600), m_metrics, m_log);
+  loader.start(kPatience);
+  EXPECT_EQ(told.get_future().get(), 7u);
+}
+
+class HeldReloadTest : public ReloadTest {
+ protected:
+  HeldReloadTest()
+      : m_waiting([this](auto) { return std::make_unique<HoldingSource>(m_holding); }, m_lastGood,
+                  std::chrono::seconds(3600), m_metrics, m_log) {}
+
+  void waitUntilHeld() const {
+    while (!m_holding.isHeld) {
+      std::this_thread::yield();
+    }
+  }
+
+  HoldingSource::State m_holding;
+  PolicyLoader m_waiting;
+};
+
+TEST_F(HeldReloadTest, isDoneAtOnceWhenItIsAskedFor) {
+  m_waiting.start(kPatience);
+  for (unsigned int reads = 1; reads <= 20; ++reads) {
+    waitUntilHeld();
+    EXPECT_EQ(m_holding.reads, reads);
+    m_waiting.requestReload();
+    while (m_holding.reads == reads) {
+      std::this_thread::yield();
+    }
+  }
+}
+
+TEST_F(HeldReloadTest, endsAtOnceWhenTheFilterDoes) {
+  m_waiting.start(kPatience);
+  waitUntilHeld();
+  EXPECT_TRUE(m_waiting.stop(kPatience));
+}
+
 // A source that holds what cannot be used is polled without a pause.
 class RefusedPolicyTest : public ReloadTest, public testing::WithParamInterface<std::atomic<bool> GivenSource::State::*> {
  protected:
   RefusedPolicyTest()
-      : m_polling([this] { return std::make_unique<GivenSource>(m_given); }, m_lastGood, std::chrono::seconds(0),
+      : m_polling([this](auto) { return std::make_unique<GivenSource>(m_given); }, m_lastGood, std::chrono::seconds(0),
                   m_metrics, m_log) {}
 
   void waitForLooks(unsigned int more) {
@@ -224,7 +328,7 @@ class RefusedPolicyTest : public ReloadTest, public testing::WithParamInterface<
 };
 
 TEST_P(RefusedPolicyTest, isReadOnceUntilItIsAnotherOneOrAReloadIsAskedFor) {
-  m_polling.start();
+  m_polling.start(kPatience);
   testing::internal::CaptureStderr();
   m_given.*GetParam() = false;
   m_given.version = 2;
@@ -248,7 +352,7 @@ INSTANTIATE_TEST_SUITE_P(Reasons, RefusedPolicyTest,
 
 TEST_F(ReloadTest, leavesAGenerationToTheMessageThatUsesIt) {
   m_version = 1;
-  m_loader.start();
+  m_loader.start(kPatience);
   std::shared_ptr<const PolicyGeneration> used = m_loader.policy().current();
   reload(2);
   EXPECT_EQ(used->version(), 1u);
