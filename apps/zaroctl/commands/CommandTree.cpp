@@ -23,6 +23,7 @@ constexpr GroupRow kGroups[] = {
     {"filter", "Rule filters"},
     {"group", "Address groups"},
     {"object", "Named objects"},
+    {"policy", "Policies that policy servers hand out"},
     {"quarantine", "Quarantine areas"},
     {"rules", "The order of rule filters"},
     {"schema", "The version of the database's schema"},

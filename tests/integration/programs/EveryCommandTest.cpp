@@ -28,6 +28,13 @@ struct CommandRow {
   std::string input;
 };
 
+// A policy of nothing.
+constexpr const char* kSnapshot =
+    R"({"format":1,"version":3,"made_at":"2026-01-01T00:00:00Z","rules":0,"entities":0,"groups":0,"members":0,"objects":0}
+{"order":{"manual":false,"groups":[]}}
+{"sha256":"f816619705ecd8d58b176de92e05061fcf5b3b75e0839547c44b1842508efd16"}
+)";
+
 // Every command, so that each reaches all it asks the library for.
 const std::vector<CommandRow> kCommands = {
     {{"init"}, {"{home}.second"}, ""},
@@ -106,6 +113,9 @@ const std::vector<CommandRow> kCommands = {
     {{"servers", "list"}, {}, ""},
     {{"servers", "add"}, {"9", "192.0.2.9", "15505"}, ""},
     {{"servers", "remove"}, {"1"}, ""},
+    {{"policy", "fetch"}, {"--host", "127.0.0.1"}, ""},
+    {{"policy", "show"}, {"-"}, kSnapshot},
+    {{"policy", "diff"}, {"-"}, kSnapshot},
     {{"rule", "list"}, {"--as", "admin"}, ""},
     {{"rule", "show"}, {"--as", "admin", "Deliver builds at once"}, ""},
     {{"rule", "add"}, {"--as", "sales-admin", "--for", "*@sales.example.test", "--list", "Partners:block", "New"}, ""},

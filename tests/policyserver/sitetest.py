@@ -1,0 +1,150 @@
+"""Hosts that run only a mail filter, and policy servers that answer as a test says."""
+
+import hashlib
+import http.server
+import os
+import signal
+import socket
+import ssl
+import subprocess
+import threading
+
+from servertest import PATIENCE, ZAROCTL, environment, wait_until
+
+ZAROFILTERD = os.environ["ZAROFILTERD_PATH"]
+
+
+def run_zaroctl(home, *arguments, status=0, given=None):
+    """What the command prints, on standard output and on standard error."""
+    done = subprocess.run([ZAROCTL, *arguments], env={**environment(), "ZARO_HOME": str(home)}, input=given,
+                          capture_output=True, text=True, timeout=PATIENCE, check=False)
+    assert done.returncode == status, f"{arguments}: {done.returncode} {done.stdout} {done.stderr}"
+    return done.stdout, done.stderr
+
+
+class FilterHost:
+    """An installation without a database, whose filter asks policy servers; mail servers ask it by policy delegation."""
+
+    def __init__(self, directory, name, port, hosts="127.0.0.1", **client):
+        self.home = directory / name
+        self.delegation = self.home / "run" / "policy.sock"
+        self.log_path = self.home / "filter.log"
+        self.process = None
+        run_zaroctl(self.home, "init", "--filter-only", "--policy-server", hosts)
+        # A look by the clock would come too late for any of these tests.
+        self.set(f"PolicyServerPort={port}", "mail_filter.policy_socket=unix:run/policy.sock", "mail_filter.poll_secs=3600",
+                 *(f"policy_client.{key}={value}" for key, value in client.items()))
+
+    def set(self, *settings):
+        run_zaroctl(self.home, "settings", "set", "--host", *settings)
+
+    def start(self):
+        with open(self.log_path, "ab") as log:
+            self.process = subprocess.Popen([ZAROFILTERD, "--home", str(self.home), "--foreground"], stderr=log,
+                                            env=environment())
+        wait_until(self._is_ready, f"the filter listens: {self.log()}")
+        return self
+
+    def _is_ready(self):
+        assert self.process.poll() is None, f"the filter ended: {self.log()}"
+        return f"zarofilterd[{self.process.pid}]: info: ready" in self.log()
+
+    def log(self):
+        return self.log_path.read_text(encoding="utf-8", errors="replace")
+
+    def wait_for_log(self, text, count=1):
+        wait_until(lambda: self.log().count(text) >= count, f"{text!r} in {self.log()}")
+
+    def reload(self):
+        self.process.send_signal(signal.SIGHUP)
+
+    def stop(self):
+        """Answers the exit status."""
+        if self.process is None:
+            return None
+        if self.process.poll() is None:
+            self.process.terminate()
+        status = self.process.wait(PATIENCE)
+        self.process = None
+        return status
+
+    def decide(self, sender, recipient="user@example.com"):
+        """What a mail server is told."""
+        with socket.socket(socket.AF_UNIX) as asking:
+            asking.settimeout(PATIENCE)
+            asking.connect(str(self.delegation))
+            asking.sendall(f"request=smtpd_access_policy\nprotocol_state=RCPT\nsender={sender}\nrecipient={recipient}\n\n"
+                           .encode())
+            answer = b""
+            while not answer.endswith(b"\n\n"):
+                answer += asking.recv(4096)
+        return answer.decode().strip()
+
+    def refuses(self, sender):
+        return self.decide(sender).startswith("action=550")
+
+
+class FakeServer:
+    """Answers each GET with a status, headers and a body that can be changed meanwhile."""
+
+    def __init__(self, port=0, address="127.0.0.1", certificate=None, key=None, client_ca=None):
+        self.status = 503
+        self.headers = {}
+        self.body = b""
+        self.requests = []
+        fake = self
+
+        class Handler(http.server.BaseHTTPRequestHandler):
+            protocol_version = "HTTP/1.1"
+
+            def do_GET(self):  # pylint: disable=invalid-name
+                fake.requests.append((self.path, dict(self.headers)))
+                self.send_response(fake.status)
+                for name, value in {"Content-Length": str(len(fake.body)), **fake.headers}.items():
+                    self.send_header(name, value)
+                self.end_headers()
+                self.wfile.write(fake.body)
+
+            def log_message(self, *_):  # pylint: disable=arguments-differ
+                pass
+
+        class Server(http.server.ThreadingHTTPServer):
+            daemon_threads = True
+
+            def handle_error(self, *_):
+                pass
+
+        self.server = Server((address, port), Handler)
+        self.port = self.server.server_address[1]
+        if certificate:
+            context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+            context.load_cert_chain(certificate, key)
+            if client_ca:
+                context.load_verify_locations(client_ca)
+                context.verify_mode = ssl.CERT_REQUIRED
+            self.server.socket = context.wrap_socket(self.server.socket, server_side=True, do_handshake_on_connect=False)
+        self.thread = threading.Thread(target=self.server.serve_forever, kwargs={"poll_interval": 0.02}, daemon=True)
+        self.thread.start()
+
+    def answer(self, body, status=200, **headers):
+        self.status, self.body, self.headers = status, body, {name.replace("_", "-"): value
+                                                              for name, value in headers.items()}
+
+    def stop(self):
+        self.server.shutdown()
+        self.server.server_close()
+
+
+def snapshot(version, blocked="refused@bad.test"):
+    """A policy with one rule, which refuses one sender."""
+    delete = "1" + "0" * 16
+    lines = [
+        f'{{"format":1,"version":{version},"made_at":"2026-01-01T00:00:00Z","rules":1,"entities":0,"groups":1,'
+        '"members":1,"objects":0}',
+        f'{{"rule":1,"name":"refuse","position":1,"enabled":true,"scope":null,"recipients":null,"lists":[[2,2]],"compare":1,'
+        f'"actions":"{delete}","quarantine":null,"reply":"no","tag":"","header_value":"","address":""}}',
+        '{"group":2,"name":"list"}',
+        f'{{"members":["{blocked}"]}}',
+        '{"order":{"manual":false,"groups":[]}}']
+    text = "".join(line + "\n" for line in lines)
+    return (text + f'{{"sha256":"{hashlib.sha256(text.encode()).hexdigest()}"}}\n').encode()
