@@ -14,9 +14,9 @@
 #include "console/RunProgram.h"
 #include "console/Text.h"
 #include "loading/FilterSource.h"
-#include "loading/LastGoodSettings.h"
 #include "policy/PolicyGeneration.h"
 #include "service/Background.h"
+#include "service/LastGoodSettings.h"
 #include "store/FilterSettings.h"
 
 using zaroruntime::Installation;
@@ -74,7 +74,9 @@ ExitCode check(const Installation& installation) {
 ExitCode serveMail(const Installation& installation, bool foreground) {
   const std::optional<Background> background = foreground ? std::nullopt : std::make_optional<Background>();
   const ServiceLog log(foreground ? ServiceLog::Target::StandardError : ServiceLog::Target::SystemLog);
-  const FilterSettings settings = filterSettings(installation, settingsOrLastGood(installation, log));
+  // Where `state_dir` is by default: what is kept may say that it is elsewhere.
+  const std::string kept = installation.path("state/settings.json");
+  const FilterSettings settings = filterSettings(installation, settingsOrLastGood(installation, kept, log));
   serve(settings, log, [&] {
     if (background) {
       background->tellReady();

@@ -1,5 +1,7 @@
 #include "PolicyServer.h"
 
+#include <unistd.h>
+
 #include <chrono>
 #include <filesystem>
 #include <memory>
@@ -7,6 +9,7 @@
 
 #include "ZaroRuntime/RuntimeError.h"
 #include "access/ServerFiles.h"
+#include "console/ExitCode.h"
 #include "http/HttpServer.h"
 #include "http/RequestHandler.h"
 #include "installation/Files.h"
@@ -25,6 +28,7 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr milliseconds kGrace = std::chrono::seconds(30);
+constexpr milliseconds kForTheDatabase = std::chrono::seconds(5);
 constexpr milliseconds kForever = std::chrono::hours(24);
 
 std::string madeDirectory(const std::string& directory) {
@@ -76,12 +80,15 @@ class PolicyServer {
     }
   }
 
-  void stop() {
+  // False when a thread cannot be waited for.
+  bool stop() {
     tellStopping("Finishing the requests in progress");
     if (!m_server.finish(kGrace)) {
       m_log.warning("requests are still in progress; their clients will try again");
     }
+    const bool isFree = m_maker.stop(kForTheDatabase);
     m_log.info("ended");
+    return isFree;
   }
 
  private:
@@ -136,5 +143,7 @@ void serve(const ServerSettings& settings, const ServerPlaces& places, const Ser
   tellReady("Ready");
   onReady();
   server.waitForTheEnd();
-  server.stop();
+  if (!server.stop()) {
+    _exit(static_cast<int>(ExitCode::Found));  // the driver of a database that does not answer gives up much later
+  }
 }

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <optional>
 #include <string>
 
 #include "PolicyServer.h"
@@ -14,6 +15,7 @@
 #include "console/UsageError.h"
 #include "policy/PolicySource.h"
 #include "service/Background.h"
+#include "service/LastGoodSettings.h"
 #include "snapshot/SnapshotMaker.h"
 #include "store/DefaultedSettings.h"
 #include "store/PolicyServers.h"
@@ -83,17 +85,16 @@ void requireReachable(const ServerSettings& settings, const std::string& registe
 
 ExitCode serveClients(const Installation& installation, const Options& options) {
   const ServerPlaces places = {installation.path("state/policy-server"), options.registered};
-  const auto settingsNow = [&] {
-    ServerSettings settings = serverSettings(installation, zaroruntime::readSettings(installation));
-    requireReachable(settings, options.registered);
-    return settings;
-  };
-  if (options.foreground) {
-    serve(settingsNow(), places, ServiceLog(ServiceLog::Target::StandardError), [] {});
-  } else {
-    const Background background;
-    serve(settingsNow(), places, ServiceLog(ServiceLog::Target::SystemLog), [&] { background.tellReady(); });
-  }
+  const std::optional<Background> background = options.foreground ? std::nullopt : std::make_optional<Background>();
+  const ServiceLog log(options.foreground ? ServiceLog::Target::StandardError : ServiceLog::Target::SystemLog);
+  const ServerSettings settings =
+      serverSettings(installation, settingsOrLastGood(installation, places.stateDirectory + "/settings.json", log));
+  requireReachable(settings, options.registered);
+  serve(settings, places, log, [&] {
+    if (background) {
+      background->tellReady();
+    }
+  });
   return ExitCode::Found;
 }
 

@@ -186,7 +186,7 @@ class Failures(ServerTest):
         wait_until(lambda: json.loads(curl(server.url("/readyz")).body)["age_seconds"] >= 1, "it gets older")
         self.assertEqual(json.loads(curl(server.url("/readyz")).body)["database"], "unreachable")
         self.assertGreaterEqual(server.metric("zaro_server_policy_age_seconds"), 1)
-        # A restart does not lose it, nor change its tag.
+        # A restart loses neither it nor the settings of all hosts, and its tag stays.
         self.installation.mend_database()
         self.installation.take_database_away()
         self.assertEqual(server.stop(), 0)
@@ -201,7 +201,13 @@ class Failures(ServerTest):
 
     def test_without_any_policy_clients_try_again(self):
         self.installation.take_database_away()
-        server = self.start()
+        self.assertIn("[policy_server] backlog: it is missing in zaro.ini", self.refused_start())
+        self.installation.give_database_back()
+        server = self.start()  # which keeps the settings that it found
+        server.stop()
+        (self.installation.home / "state" / "policy-server" / "policy.snapshot").unlink()
+        self.installation.take_database_away()
+        server.start()
         for path in ("/v1/policy", "/v1/policy?wait=1", "/readyz"):
             answer = curl(server.url(path))
             self.assertEqual((answer.status, "retry-after" in answer.fields), (503, True))

@@ -49,10 +49,10 @@ class Installation:
         self.home = directory / "gateway"
         self.port = free_port()
         self.zaroctl("init", str(self.home))
-        # In the host's file, so that the server starts without its database.
-        self.set(**{"backlog": 100, "keep-alive": "yes", "PolicyServerPort": self.port, "protocol": "HTTP",
-                    "recv_timeout_secs": 60, "send_timeout_secs": 60, "threads": 2, "max_threads": 4})
-        self._append("[LDAP_SVR_1]\nldap_cache_TTL_minutes=1440\n")
+        with self.database() as db:
+            for key, value in (("PolicyServerPort", self.port), ("threads", 2), ("max_threads", 4)):
+                db.execute("UPDATE global_setting SET value = ? WHERE section = 'policy_server' AND name = ?", (value, key))
+            db.commit()
         self.change("first")
 
     def zaroctl(self, *arguments, status=0):
@@ -64,14 +64,11 @@ class Installation:
     def _ini(self):
         return self.home / "config" / "zaro.ini"
 
-    def _append(self, text):
-        self._ini().write_text(self._ini().read_text(encoding="utf-8") + text, encoding="utf-8")
-
     def set(self, **settings):
         """In the file, which counts above the database. The values may be any."""
         text = self._ini().read_text(encoding="utf-8")
         if "[policy_server]\n" not in text:
-            text += "[policy_server]\n"
+            text += "\n[policy_server]\n"
         for key, value in settings.items():
             text = re.sub(rf"(?m)^{key}=.*\n", "", text).replace("[policy_server]\n", f"[policy_server]\n{key}={value}\n")
         self._ini().write_text(text, encoding="utf-8")

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <cstdio>
 
 #include "ZaroRuntime/PrintableText.h"
@@ -102,5 +103,5 @@ void diagnose(const std::string& text) {
   if (text.size() > kLongestDiagnostic) {
     line += "...";
   }
-  std::fprintf(stderr, "zaroctl: %s\n", line.c_str());
+  std::fprintf(stderr, "%s: %s\n", program_invocation_short_name, line.c_str());
 }

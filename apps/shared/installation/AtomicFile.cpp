@@ -11,7 +11,7 @@
 
 AtomicFile::AtomicFile(const std::string& path) : m_target(std::filesystem::absolute(path)), m_path(m_target + ".new") {
   std::error_code failure;
-  std::filesystem::create_directory(std::filesystem::path(path).parent_path(), failure);
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path(), failure);
   m_descriptor = ::open(m_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600);
   if (m_descriptor < 0) {
     throwErrno(m_path, "cannot write");

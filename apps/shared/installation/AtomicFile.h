@@ -7,7 +7,7 @@
 // Has another name until then. Only its owner may open it. Everything throws RuntimeError naming the file.
 class AtomicFile {
  public:
-  // Makes the directory that `path` names, if it is not there.
+  // Makes the directories that `path` names, if they are not there.
   explicit AtomicFile(const std::string& path);
   // Unless it was put in place, nothing is left of it.
   ~AtomicFile();

@@ -179,7 +179,7 @@ class Values {
     const std::string text = this->text(key);
     const std::size_t colon = text.find(':');
     if (text.empty()) {
-      return text;
+      return "";
     }
     const std::string rest = text.substr(colon + 1);
     if (text.compare(0, colon, "unix") != 0) {

@@ -66,7 +66,7 @@ PolicyServerInfo registerPolicyServer(const std::string& address, int port) {
     db.lockTable("component");
     PolicyServerInfo server{1, address, port};
     for (const auto& row : rowsWhere(db, " ORDER BY scanner_id")) {
-      const PolicyServerInfo other = serverOf(row);
+      PolicyServerInfo other = serverOf(row);
       if (other.ipAddr == address && other.agentPort == port) {
         return other;
       }

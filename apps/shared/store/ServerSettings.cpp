@@ -64,6 +64,49 @@ unsigned int initialNumber(const char* key) {
   return static_cast<unsigned int>(*decimalNumber(found->initial));
 }
 
+struct NumberRow {
+  const char* key;
+  unsigned int ServerSettings::*number;
+};
+
+constexpr NumberRow kNumbers[] = {
+    {"backlog", &ServerSettings::backlog},
+    {"PolicyServerPort", &ServerSettings::port},
+    {"recv_timeout_secs", &ServerSettings::receiveSeconds},
+    {"send_timeout_secs", &ServerSettings::sendSeconds},
+    {"threads", &ServerSettings::threads},
+    {"max_threads", &ServerSettings::maxThreads},
+};
+
+void readByLibrary(const Settings& stored, ServerSettings& settings) {
+  Interface::Protocol protocol = Interface::HTTP;
+  unsigned int cacheMinutes = 0;
+  const unsigned int code = Interface::getSettingsFromDatabase(
+      settings.backlog, settings.keepAlive, settings.port, protocol, settings.receiveSeconds, settings.sendSeconds,
+      settings.threads, settings.maxThreads, cacheMinutes, true);
+  if (code != 0) {
+    throw RuntimeError(whyUnreadable("the policy server", readAsServer(stored)), FailureKind::Configuration);
+  }
+  settings.https = protocol == Interface::HTTPS;
+}
+
+// By the same rules, but from what was kept of a database that does not answer, which the library does not know.
+void readKept(const Settings& stored, ServerSettings& settings) {
+  const auto textOf = [&](const char* key) {
+    const zaroruntime::Setting* setting = stored.find(kServerSection, key);
+    if (setting == nullptr) {
+      throw RuntimeError(aboutKey(key, "it is missing in zaro.ini, and " + stored.databaseFailure),
+                         FailureKind::Configuration);
+    }
+    return setting->value;
+  };
+  for (const NumberRow& row : kNumbers) {
+    Interface::readNumber(*Interface::findServerRule(row.key), textOf(row.key), settings.*row.number);
+  }
+  settings.keepAlive = strcasecmp(textOf("keep-alive").c_str(), "yes") == 0;
+  settings.https = strcasecmp(textOf("protocol").c_str(), "https") == 0;
+}
+
 // A relative path lies in the installation.
 void makeAbsolute(const zaroruntime::Installation& installation, std::string& path) {
   if (!path.empty() && path[0] != '/') {
@@ -83,21 +126,14 @@ void readServerOnly(const Settings& stored, ReadSettings& read) {
 
 ServerSettings serverSettings(const zaroruntime::Installation& installation, const Settings& stored) {
   ServerSettings settings = onlyTheProgram(stored);
-  settings.port = initialNumber("PolicyServerPort");
-  settings.backlog = initialNumber("backlog");
-  settings.receiveSeconds = initialNumber("recv_timeout_secs");
-  settings.sendSeconds = initialNumber("send_timeout_secs");
-  settings.threads = initialNumber("threads");
-  settings.maxThreads = initialNumber("max_threads");
-  Interface::Protocol protocol = Interface::HTTP;
-  unsigned int cacheMinutes = 0;
-  const unsigned int code = Interface::getSettingsFromDatabase(
-      settings.backlog, settings.keepAlive, settings.port, protocol, settings.receiveSeconds, settings.sendSeconds,
-      settings.threads, settings.maxThreads, cacheMinutes, true);
-  if (code != 0) {
-    throw RuntimeError(whyUnreadable("the policy server", readAsServer(stored)), FailureKind::Configuration);
+  for (const NumberRow& row : kNumbers) {
+    settings.*row.number = initialNumber(row.key);
   }
-  settings.https = protocol == Interface::HTTPS;
+  if (stored.databaseFailure.empty()) {
+    readByLibrary(stored, settings);
+  } else {
+    readKept(stored, settings);
+  }
   settings.threads = std::min(settings.threads, settings.maxThreads);
   const std::string why = whyNoServer(settings);
   if (!why.empty()) {

@@ -62,7 +62,8 @@ class HttpServer::Implementation {
     const unsigned int most = m_settings.maxThreads;
     m_threads =
         std::make_unique<WorkerThreads>(m_context, WorkerThreads::Numbers{m_settings.threads, most}, m_metrics, m_log);
-    m_surroundings.reset(new SessionSurroundings{m_settings, m_handler, m_metrics, m_log, m_connections, *m_threads});
+    m_surroundings =
+        std::make_unique<SessionSurroundings>(m_settings, m_handler, m_metrics, m_log, m_connections, *m_threads);
     boost::asio::post(m_acceptor.get_executor(), [this] { _accept(); });
   }
 

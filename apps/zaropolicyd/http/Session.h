@@ -34,6 +34,15 @@
 
 // What all sessions share.
 struct SessionSurroundings {
+  SessionSurroundings(const ServerSettings& theSettings, const RequestHandler& theHandler, ServerMetrics& theMetrics,
+                      const ServiceLog& theLog, Connections& theConnections, WorkerThreads& theThreads)
+      : settings(theSettings),
+        handler(theHandler),
+        metrics(theMetrics),
+        log(theLog),
+        connections(theConnections),
+        threads(theThreads) {}
+
   const ServerSettings& settings;
   const RequestHandler& handler;
   ServerMetrics& metrics;
@@ -183,6 +192,7 @@ class Session : public Connection, public std::enable_shared_from_this<Session<S
 
   // Answers what is no request, or too much of one.
   void _refuse(unsigned int status, const char* why) {
+    m_isAnswering = true;
     m_isHead = false;
     m_staysOpen = false;
     m_hasUnread = true;
@@ -391,10 +401,13 @@ class Session : public Connection, public std::enable_shared_from_this<Session<S
     }
   }
 
+  // A request that has begun to come is waited for, a handshake is not.
   void _finish() {
     if (_isIdle()) {
       m_mustEnd = true;
       _socket().cancel();
+    } else if (!m_isReading && !m_isAnswering) {
+      _socket().close();
     }
     _lookAgain();
   }

@@ -63,11 +63,7 @@ SnapshotMaker::SnapshotMaker(Calls calls, SnapshotHolder& snapshots, const LastG
 
 SnapshotMaker::~SnapshotMaker() {
   if (m_thread.joinable()) {
-    {
-      const std::lock_guard<std::mutex> lock(m_mutex);
-      m_stop = true;
-    }
-    m_changed.notify_all();
+    stop(std::chrono::milliseconds(0));
     m_thread.join();
   }
 }
@@ -84,6 +80,13 @@ void SnapshotMaker::requestReload() {
     m_reload = true;
   }
   m_changed.notify_all();
+}
+
+bool SnapshotMaker::stop(std::chrono::milliseconds longest) {
+  std::unique_lock<std::mutex> lock(m_mutex);
+  m_stop = true;
+  m_changed.notify_all();
+  return m_changed.wait_for(lock, longest, [this] { return m_ended; });
 }
 
 void SnapshotMaker::_run() {
@@ -103,6 +106,9 @@ void SnapshotMaker::_run() {
     }
     _tellStarted();
   }
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  m_ended = true;
+  m_changed.notify_all();
 }
 
 void SnapshotMaker::_useLastGood() {

@@ -6,6 +6,7 @@
 // across a restart.
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -41,6 +42,8 @@ class SnapshotMaker {
   void start();
   // Asks for a look, which reads the policy even if the counter stands.
   void requestReload();
+  // Lets the thread end. False when the database keeps it longer.
+  bool stop(std::chrono::milliseconds longest);
 
  private:
   void _run();
@@ -65,6 +68,7 @@ class SnapshotMaker {
   bool m_reload = false;
   bool m_stop = false;
   bool m_started = false;
+  bool m_ended = false;
 
   // Of the maker's thread.
   std::unique_ptr<PolicySource> m_source;

@@ -1,4 +1,4 @@
-#include "loading/LastGoodSettings.h"
+#include "service/LastGoodSettings.h"
 
 #include <filesystem>
 #include <fstream>
@@ -19,13 +19,8 @@ using zaroruntime::Settings;
 
 namespace {
 
-// What a filter reads.
+// What services read.
 constexpr const char* kSections[] = {kFilterSection, kClientSection, kServerSection};
-
-// Where `state_dir` is by default: what is kept may say that it is elsewhere.
-std::string pathIn(const Installation& installation) {
-  return installation.path("state/settings.json");
-}
 
 void keep(const Settings& stored, const std::string& path) {
   Json kept = Json::object();
@@ -61,9 +56,8 @@ bool addKept(Settings& stored, const std::string& path) {
 
 }  // namespace
 
-Settings settingsOrLastGood(const Installation& installation, const ServiceLog& log) {
+Settings settingsOrLastGood(const Installation& installation, const std::string& path, const ServiceLog& log) {
   Settings stored = zaroruntime::readSettings(installation);
-  const std::string path = pathIn(installation);
   if (stored.databaseFailure.empty()) {
     const std::string failure = failureOf([&] { keep(stored, path); });
     if (!failure.empty()) {
