@@ -20,7 +20,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 constexpr auto kPause = std::chrono::milliseconds(2);
 
-// Whoever may write the file, for it is they who must be able to open the lock; and nobody else, who could hold them up.
+// For the users who may write the file, since they must be able to open the lock. Others could hold them up by it.
 mode_t lockMode(mode_t mode) {
   const auto both = [&](mode_t write, mode_t read) { return (mode & write) != 0 ? write | read : mode_t(0); };
   return S_IRUSR | S_IWUSR | both(S_IWGRP, S_IRGRP) | both(S_IWOTH, S_IROTH);

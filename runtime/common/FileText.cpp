@@ -170,7 +170,7 @@ bool canKeepOwnerOf(const std::string& path) {
 
 void requireWritable(const std::string& path) {
   const struct stat status = statusOf(path);
-  // Nobody may write it: that stops its owner and root too, who could put a new file in its place.
+  // No user may write it: that stops its owner and root too, who could put a new file in its place.
   constexpr mode_t kWritable = S_IWUSR | S_IWGRP | S_IWOTH;
   if ((status.st_mode & kWritable) == 0) {
     throw RuntimeError(path + ": cannot write: the file is read-only", FailureKind::Refused);

@@ -19,7 +19,7 @@ struct FileOwner {
   gid_t group;
 };
 
-// A new text for a file, on the disk under a temporary name beside it. Whoever reads meanwhile, or after a crash, finds
+// A new text for a file, on the disk under a temporary name beside it. A reader, meanwhile or after a crash, finds
 // the old text or the new one. Two at a time for one file need a lock.
 class FileReplacement {
  public:

@@ -20,7 +20,7 @@ ConfigFileOnDisk::ConfigFileOnDisk(const char* path)
   try {
     m_impl->ini = std::make_unique<zaroruntime::IniFile>(m_impl->path);
   } catch (const std::exception& failure) {
-    // Whoever made the object only learns that it is not open, so the reason is told here.
+    // The caller only learns that the object is not open, so the reason is told here.
     PolicyLog::log(LogLevel::Error, "ConfigFileOnDisk: %s", failure.what());
   }
 }

@@ -65,7 +65,7 @@ std::string stamped(LogLevel level, const std::string& text) {
 
 // One write per line, so that lines of several threads and processes do not mix.
 void writeLine(int fd, const std::string& line) {
-  // A log that cannot be written has nobody left to tell.
+  // A log that cannot be written leaves no place to tell that.
   static_cast<void>(!::write(fd, line.data(), line.size()));
 }
 

@@ -23,7 +23,7 @@ using zaroruntime::TransactionVerb;
 
 namespace {
 
-// Whoever made the connection string cut it at this length.
+// The library cuts the connection string at this length.
 constexpr std::size_t kFullInitString = 511;
 constexpr char kDatabaseKey[] = ";DATABASE=";
 

@@ -8,8 +8,8 @@
 //
 // 1. None means that no BEGIN was seen, not that there is no transaction: a server may have begun one by itself, or in a
 //    batch. So a COMMIT is sent in this state too.
-// 2. In Lost and Unknown nothing is open in the database any more. Statements are refused all the same until the ROLLBACK
-//    of whoever began the transaction: executed, they would be committed one by one.
+// 2. In Lost and Unknown nothing is open in the database any more. Statements are refused all the same until the caller
+//    that began the transaction rolls back: executed, they would be committed one by one.
 #pragma once
 
 #include <exception>

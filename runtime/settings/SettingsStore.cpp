@@ -17,10 +17,10 @@ namespace {
 
 // Seconds; above what one writer can need for the database.
 constexpr int kLockTimeOut = 30;
-constexpr int kSettingsLockTimeOut = 60;  // and above what somebody can wait for that one
+constexpr int kSettingsLockTimeOut = 60;  // and above the longest wait for that one
 
 IniFile readFile(const std::string& path) {
-  // A line that is skipped would be a setting that somebody believes to have made.
+  // A line that is skipped would be a setting that the administrator believes to have made.
   return IniFile(path, IniFile::Malformed::Refused);
 }
 
@@ -130,17 +130,25 @@ std::string namesOf(const std::vector<TableSetting>& changes) {
   return (changes.size() == 1 ? "setting " : "settings ") + names + (changes.size() == 1 ? " is" : " are");
 }
 
-void writeAll(const Installation& installation, const std::vector<TableSetting>& changes) {
+// Writes the file under its lock: `replace` gets the new file, complete under its temporary name, and puts it in place.
+template <typename Replace>
+void writeFile(const Installation& installation, const std::vector<SettingText>& changes, Replace replace) {
   try {
     const std::string path = realPathOf(installation.settingsIni());
     requireOwner(path);
     const FileLock lock(path, ".lock", kLockTimeOut);
     FileReplacement replacement = fileWith(path, changes);
-    writeSettingsTable(installation, changes);
-    replaceBelowTable(replacement, path);
+    replace(replacement, path);
   } catch (const RuntimeError& failure) {
     throw RuntimeError(namesOf(changes) + " not written: " + failure.what(), failure.kind());
   }
+}
+
+void writeBothLayers(const Installation& installation, const std::vector<SettingText>& changes) {
+  writeFile(installation, changes, [&](FileReplacement& replacement, const std::string& path) {
+    writeSettingsTable(installation, changes);
+    replaceBelowTable(replacement, path);
+  });
 }
 
 }  // namespace
@@ -151,20 +159,12 @@ void writeSetting(const Installation& installation, const std::string& section, 
   if (openChanges() != nullptr) {
     openChanges()->push_back(change);
   } else {
-    writeAll(installation, {change});
+    writeBothLayers(installation, {change});
   }
 }
 
 void writeHostSettings(const Installation& installation, const std::vector<SettingText>& settings) {
-  try {
-    const std::string path = realPathOf(installation.settingsIni());
-    requireOwner(path);
-    const FileLock lock(path, ".lock", kLockTimeOut);
-    FileReplacement replacement = fileWith(path, settings);
-    replaceBy(replacement, path);
-  } catch (const RuntimeError& failure) {
-    throw RuntimeError(namesOf(settings) + " not written: " + failure.what(), failure.kind());
-  }
+  writeFile(installation, settings, replaceBy);
 }
 
 SettingsTransaction::SettingsTransaction(const Installation& installation) {
@@ -178,7 +178,7 @@ SettingsTransaction::~SettingsTransaction() {
 }
 
 void SettingsTransaction::commit() {
-  writeAll(m_impl->installation, m_impl->changes);
+  writeBothLayers(m_impl->installation, m_impl->changes);
   m_impl->changes.clear();
 }
 

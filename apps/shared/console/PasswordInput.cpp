@@ -83,7 +83,7 @@ class NoEcho {
   static void _handle(int number, struct sigaction& before) {
     sigaction(number, nullptr, &before);
     if (before.sa_handler == SIG_IGN) {
-      return;  // whoever started the program wants it so
+      return;  // the process that started the program wants it so
     }
     struct sigaction action = {};
     action.sa_handler = restoreTerminalAndRaise;

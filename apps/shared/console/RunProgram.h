@@ -6,7 +6,7 @@
 #include "console/ExitCode.h"
 
 // Prepares the process, runs the work and tells on standard error what it throws. Returns the exit status; a signal
-// that interrupted the work is raised again, so that whoever started the program learns why it ended.
+// that interrupted the work is raised again, so that the calling process learns why it ended.
 //
 // A program knows the password of the database, so that its memory is kept out of core dumps; and a file that grows
 // beyond the limit of its size is a failed write, not the end of the program.

@@ -1,4 +1,4 @@
-// What somebody may have meant who mistyped a word.
+// What the user may have meant by a mistyped word.
 #pragma once
 
 #include <string>

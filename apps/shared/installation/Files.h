@@ -16,7 +16,7 @@ void bringToDisk(const std::string& path);
 // on standard error.
 void tryToBringToDisk(const std::string& directory);
 
-// A lock on a directory for who changes the files in it. Throws when somebody else has it.
+// A lock on a directory, for the process that changes the files in it. Throws when another process has it.
 class DirectoryLock {
  public:
   explicit DirectoryLock(const std::string& directory);

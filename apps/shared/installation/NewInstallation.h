@@ -23,7 +23,7 @@ class NewInstallation {
   // Gives a file or directory below the work directory, and everything in it, the text and name of one of the skeleton.
   void copy(const std::string& from, const std::string& relative);
   // Sets the permissions, brings everything to the disk and moves it into place. Throws RuntimeError, and then nothing
-  // is in its place; what somebody else put there meanwhile is not touched.
+  // is in its place; what another process put there meanwhile is not touched.
   void publish();
 
  private:

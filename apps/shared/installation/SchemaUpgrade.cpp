@@ -14,7 +14,7 @@ using zaroruntime::RuntimeError;
 
 namespace {
 
-// PostgreSQL: how long a lock is waited for. Everybody who comes later waits behind it.
+// PostgreSQL: how long a lock is waited for. Later transactions wait behind it.
 constexpr const char* kLockTimeOut = "SET LOCAL lock_timeout = '15s'";
 
 struct TakenBack {};

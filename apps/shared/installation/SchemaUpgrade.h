@@ -4,7 +4,7 @@
 // makes version NNNN of the version before it, and inserts that row into schema_version.
 //
 // 1. A script runs in one transaction, together with its row.
-// 2. The transaction holds the table of versions against everybody. So it begins when no change is in progress that has
+// 2. The transaction holds the table of versions against all others. So it begins when no change is in progress that has
 //    looked at the version; a change that looks later, and another upgrade, wait and see the new one. (On SQLite the
 //    transaction holds the whole database against writers; readers go on.)
 // 3. Scripts for SQLite run with foreign keys switched off, as the rebuilding of a table needs (the script itself says

@@ -45,7 +45,7 @@ unsigned int PatternLint::_placeOf(const std::string& file) {
   return static_cast<unsigned int>(m_files.size() - 1);
 }
 
-// Only takes the line in: whoever asks a tree while it is filled has it sort what it holds.
+// Only takes the line in: a tree that is asked while it is filled sorts what it holds each time.
 void PatternLint::_add(const PatternOrigin& origin) {
   const unsigned int file = _placeOf(origin.file);
   const std::vector<PatternMistake> mistakes = mistakesIn(origin.pattern);

@@ -17,7 +17,7 @@ std::vector<PatternMistake> mistakesIn(std::string_view pattern);
 // Whether the pattern contains every address.
 bool isCatchAll(std::string_view pattern);
 
-// The text before a comment that somebody wrote behind a pattern, without blanks at its ends; all of the text when
+// The text before a comment behind a pattern, without blanks at its ends; all of the text when
 // there is no comment. A "#" in a local part begins none.
 std::string_view withoutComment(std::string_view text);
 // The text inside of angle brackets or quotes, without blanks at its ends; nothing unless there is exactly one pair and

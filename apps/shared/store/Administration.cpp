@@ -151,7 +151,7 @@ GroupEntity WantedEntity::find(StoreConnection& db) const {
 GroupEntity WantedEntity::lock(StoreConnection& db, const char* suffix) const {
   const GroupEntity found = find(db);
   db.rows("SELECT id FROM entity WHERE id = " + std::to_string(found.id) + suffix, {"id"});
-  return find(db);  // whoever held the lock may have changed it
+  return find(db);  // the holder of the lock may have changed it
 }
 
 GroupEntity WantedEntity::_findAmong(const std::vector<GroupEntity>& entities) const {

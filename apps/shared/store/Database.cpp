@@ -10,7 +10,7 @@ using zaroruntime::RuntimeError;
 
 namespace {
 
-// Seconds; somebody waits at the terminal.
+// Seconds; the user waits at the terminal.
 constexpr int kConnectTimeOut = 10;
 // More than a program's units of work that are open at a time. A connection is made when it is needed.
 constexpr int kPoolSize = 4;

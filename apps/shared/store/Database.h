@@ -67,7 +67,7 @@ class StoreConnection {
   void lockTable(const char* table);
   // The suffix that locks the rows a query finds; empty on SQLite.
   const char* forUpdate() const;
-  // The same, but only against removal: whoever refers to the rows takes such a lock too, and any number may have it.
+  // The same, but only against removal: transactions that refer to the rows take such a lock too, any number at once.
   const char* forReference() const;
 
  private:

@@ -42,7 +42,7 @@ std::string wrongMember(const std::string& address) {
   if (address.find(' ') != std::string::npos) {
     return "holds a blank";
   }
-  // The null sender and everybody are the only patterns without one that mail can have.
+  // Without one, the null sender and the pattern of all addresses are the only patterns that mail can match.
   return address.find('@') == std::string::npos && address != "<>" && address != "*" ? "has no @" : "";
 }
 

@@ -3,7 +3,7 @@
 // 1. A change is one transaction that locks the object first, and changes only what it names.
 // 2. An administrator changes what is visible in `visibleObjects` and editable by `ZaroNamedObj::isEditable`. What is not
 //    visible is not there: a refusal shows nothing of it.
-// 3. Names that begin with "OPP:" are the system's. Nobody gives an object such a name. The quarantine area that has one
+// 3. Names that begin with "OPP:" are the system's. No object is given such a name. The quarantine area that has one
 //    (of several the oldest) keeps its name and type and is not removed; the administration root may change its content.
 //
 // Everything here throws RuntimeError when the database fails, and NotThere for what is not there.

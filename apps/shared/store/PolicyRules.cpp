@@ -60,7 +60,7 @@ std::map<unsigned int, std::string> objectsSeen(StoreConnection& db, const Viewe
   return objects;
 }
 
-// The system's area is offered to everybody.
+// The system's area is offered to every administrator.
 void addSystemArea(StoreConnection& db, std::map<unsigned int, std::string>& areas) {
   for (const auto& row : db.rows("SELECT id, name FROM named_object WHERE type = 3 AND substr(name, 1, 4) = " +
                                      sqlLiteral(kSystemArea) + " ORDER BY id LIMIT 1",
@@ -131,7 +131,7 @@ class RuleEdit {
     }
     _lockRow("named_object", objects);
     m_db.lockTable("policy_rule");
-    m_sight = PolicySight(m_db, m_viewer);  // whoever held a lock may have changed it
+    m_sight = PolicySight(m_db, m_viewer);  // the holder of a lock may have changed it
   }
 
   MailPolicy::Rule find(const WantedRule& wanted) {

@@ -2,8 +2,8 @@
 //
 // 1. An administrator sees and makes rules whose scope is one of the administrator's wildcard managing groups, or is
 //    contained in one; the administration root sees and makes all, and is the only one for rules without a scope.
-// 2. A rule names address groups and quarantine areas that the administrator sees. One that has others, which somebody else
-//    gave it, is seen without their names, and not changed.
+// 2. A rule names address groups and quarantine areas that the administrator sees. One that has others, given
+//    by another administrator, is seen without their names, and not changed.
 // 3. A change is one transaction that locks what the rule refers to, in the order of identifiers, and then the rules: places
 //    of rules depend on each other.
 //

@@ -105,7 +105,7 @@ class DatabaseSettingsCheck {
     const std::string path = m_installation.databaseIni();
     struct stat status = {};
     if (::stat(path.c_str(), &status) == 0 && (status.st_mode & S_IROTH) != 0) {
-      throw RuntimeError(path + ": the password is stored in clear, and everybody can read the file (chmod o-r " +
+      throw RuntimeError(path + ": the password is stored in clear, and every user can read the file (chmod o-r " +
                          path + ", or store it encrypted with zaroctl password)");
     }
     return "stored in clear";

@@ -20,7 +20,7 @@ class FilesCheck {
     _look(directory);
     _list(directory);
     if (m_sound) {
-      m_findings.ok("files", directory.string() + ": can be listed; nothing that everybody may write");
+      m_findings.ok("files", directory.string() + ": can be listed; nothing that every user may write");
     }
   }
 
@@ -48,10 +48,10 @@ class FilesCheck {
   void _look(const fs::path& path) {
     struct stat status = {};
     if (::stat(path.c_str(), &status) != 0) {
-      return;  // whoever needs the file tells what is wrong
+      return;  // the check that needs the file tells what is wrong
     }
     if ((status.st_mode & S_IWOTH) != 0) {
-      _tell(path.string() + ": everybody may write it (chmod o-w " + path.string() + ")");
+      _tell(path.string() + ": every user may write it (chmod o-w " + path.string() + ")");
     }
   }
 

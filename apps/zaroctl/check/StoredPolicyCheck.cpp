@@ -57,19 +57,20 @@ class StoredPolicyCheck {
   }
 
   // Addresses are compared in lower case, so such a pattern is never found again when its parents are looked for, and
-  // that fails for everybody below it.
+  // that fails for every administrator below it.
   void _checkEntities() {
     _checkRows("entities", "SELECT name FROM entity WHERE type = 6 AND name <> lower(name) ORDER BY name",
-               "no pattern with capitals", "patterns with capitals, which nobody below them can do with: ");
+               "no pattern with capitals", "patterns with capitals, for which the look-up of parents fails: ");
   }
 
   void _checkOwners() {
-    _checkRows("objects",
-               "SELECT name FROM named_object WHERE NOT EXISTS (SELECT 1 FROM named_object_owner WHERE object_id = id) "
-               "ORDER BY name",
-               "every one has an owner",
-               "without an owner, so that nobody but the root sees them, while whoever has a managing group may change and "
-               "remove them through the library: ");
+    _checkRows(
+        "objects",
+        "SELECT name FROM named_object WHERE NOT EXISTS (SELECT 1 FROM named_object_owner WHERE object_id = id) "
+        "ORDER BY name",
+        "every one has an owner",
+        "without an owner, so that only the root sees them, while any administrator with a managing group may change and "
+        "remove them through the library: ");
   }
 
   // The library takes the first that it finds.

@@ -97,7 +97,7 @@ constexpr LastGroup kLastGroups[] = {
     {"one byte for its three characters, which hold two", "the last byte is"},
 };
 
-// Where the gateway's reading differs from what somebody who looks at the text expects.
+// Where the gateway's reading differs from what a reader of the text expects.
 void explainReading(const std::string& text) {
   const Reading reading = readingOf(text);
   const LastGroup& group = kLastGroups[reading.taken % std::size(kLastGroups)];

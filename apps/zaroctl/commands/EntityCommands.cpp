@@ -103,7 +103,7 @@ ExitCode remove(Output& out, const WantedEntity& wanted) {
     const std::size_t objects = objectsOf(db, entity).size();
     if (objects != 0) {
       throw RuntimeError(quoted(entity.name) + " owns " + std::to_string(objects) +
-                             " objects, which would be left to nobody; it is not removed",
+                             " objects, which would be left without an owner; it is not removed",
                          FailureKind::Refused);
     }
     db.run("DELETE FROM entity WHERE id = " + std::to_string(entity.id));

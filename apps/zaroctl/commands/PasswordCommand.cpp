@@ -45,7 +45,7 @@ std::string valueOf(const IniFile& ini, const char* key) {
   return ini.get(kSection, key).value_or("");
 }
 
-// Makes the key if there is none: for whoever may read the settings, which need not be this user.
+// Makes the key if there is none: for the owner of the settings, who need not be this user.
 std::string encryptedPassword(const std::string& password, const std::string& keyPath, const std::string& settingsPath) {
   if (fs::exists(fs::symlink_status(keyPath))) {
     return zaroruntime::encryptPassword(password, keyPath);

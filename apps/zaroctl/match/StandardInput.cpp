@@ -41,7 +41,7 @@ class Waiting {
 bool askAboutStandardInput(Question& question, const AskedForm& form) {
   Waiting waiting(question);
   bool readable = true;
-  // Whoever writes the addresses one by one gets each answer before the next.
+  // A program that writes the addresses one by one gets each answer before the next.
   LineReader lines(STDIN_FILENO, "standard input", [&waiting] {
     waiting.answer();
     std::fflush(stdout);

@@ -3,7 +3,7 @@
 
 namespace zaroruntime {
 
-// How pools connect from now on, for programs at which somebody waits; otherwise within 30 seconds, and with 5 further
+// How pools connect from now on, for programs at which a user waits; otherwise within 30 seconds, and with 5 further
 // trials.
 //   timeOut   seconds for one attempt
 //   trials    further attempts; 0 for none

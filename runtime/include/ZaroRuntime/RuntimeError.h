@@ -6,7 +6,7 @@
 
 namespace zaroruntime {
 
-// What a failure means to whoever thinks of trying again, or of mending it.
+// What a failure means to a caller that may try again, and to an administrator who mends it.
 enum class FailureKind {
   None,            // nothing failed
   Contention,      // another transaction was in the way; nothing is stored, and another attempt may succeed

@@ -1,5 +1,5 @@
 // The version of the database schema that programs and statement files of this release are written for. On any other
-// nobody writes: what a statement means there is not known.
+// no program writes: what a statement means there is not known.
 #pragma once
 
 #include <optional>

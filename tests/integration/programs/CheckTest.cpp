@@ -126,7 +126,7 @@ TEST_P(Check, filesThatEverybodyMayWriteAreTold) {
   for (const char* name : {"config/zaro.ini", kAdminId, "resources/display.en.ini", "sql"}) {
     const std::string path = homeFile(name);
     fs::permissions(path, fs::perms::others_write, fs::perm_options::add);
-    EXPECT_EQ(wrongs(), only("files\t" + path + ": everybody may write it (chmod o-w " + path + ")"));
+    EXPECT_EQ(wrongs(), only("files\t" + path + ": every user may write it (chmod o-w " + path + ")"));
     fs::permissions(path, fs::perms::others_write, fs::perm_options::remove);
   }
 }
@@ -285,7 +285,7 @@ TEST_P(Check, passwordInClearThatEverybodyCanReadIsNamed) {
   replaceLine(kDatabaseIni, "Password", "Password=open secret");
   ASSERT_EQ(chmod(homeFile(kDatabaseIni).c_str(), 0644), 0);
   EXPECT_THAT(wrongs(), Contains("password\t" + homeFile(kDatabaseIni) +
-                                 ": the password is stored in clear, and everybody can read the file (chmod o-r " +
+                                 ": the password is stored in clear, and every user can read the file (chmod o-r " +
                                  homeFile(kDatabaseIni) + ", or store it encrypted with zaroctl password)"));
   EXPECT_THAT(run({"check"}).out, Not(HasSubstr("open secret")));
   ASSERT_EQ(run({"password"}, "open secret\n").status, 0);
@@ -320,8 +320,8 @@ TEST_P(Check, patternsWithCapitalsAreNamed) {
   db->run("INSERT INTO entity (name, type) VALUES ('*@B.test', 6), ('Capitals are fine here', 0)");
   const auto found = wrongs();
   ASSERT_EQ(found.size(), 1u);
-  EXPECT_THAT(found[0], MatchesRegex("entities\tdatabase .+: patterns with capitals, which nobody below them can do "
-                                     "with: \"\\*@B.test\""));
+  EXPECT_THAT(found[0], MatchesRegex("entities\tdatabase .+: patterns with capitals, for which the look-up of parents "
+                                     "fails: \"\\*@B.test\""));
 }
 
 TEST_P(Check, objectsWithoutAnOwnerAreNamedUpToFive) {
@@ -330,8 +330,8 @@ TEST_P(Check, objectsWithoutAnOwnerAreNamedUpToFive) {
   }
   const auto found = wrongs();
   ASSERT_EQ(found.size(), 1u);
-  EXPECT_THAT(found[0], MatchesRegex("objects\tdatabase .+: without an owner, so that nobody but the root sees them, while "
-                                     "whoever has a managing group may change and remove them through the library: "
+  EXPECT_THAT(found[0], MatchesRegex("objects\tdatabase .+: without an owner, so that only the root sees them, while any "
+                                     "administrator with a managing group may change and remove them through the library: "
                                      "\"a\", \"b\", \"c\", \"d\", \"e\" and 2 more"));
 }
 

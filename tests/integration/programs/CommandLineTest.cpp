@@ -42,7 +42,7 @@ const WrongUsage kWrongUsages[] = {
 
 class WrongUsageOf : public testing::TestWithParam<WrongUsage> {};
 
-TEST_P(WrongUsageOf, theProgramIsToldInOneLineWithStatusTwo) {
+TEST_P(WrongUsageOf, isToldInOneLineWithTheStatusOfUsage) {
   const ProgramResult result = zaroctl(GetParam().arguments);
   EXPECT_EQ(result.status, 64);
   EXPECT_EQ(result.out, "");

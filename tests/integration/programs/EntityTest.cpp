@@ -72,7 +72,7 @@ TEST_P(Entity, wrongOnesAreRefused) {
 }
 
 TEST_P(Entity, isRemovedUnlessItOwnsObjects) {
-  expectRefused({"entity", "remove", "*@example.org"}, 77, "owns 1 objects, which would be left to nobody");
+  expectRefused({"entity", "remove", "*@example.org"}, 77, "owns 1 objects, which would be left without an owner");
   EXPECT_THAT(lines({"remove", "*@*.sales.example.test"}), testing::Contains("id\t8"));
   expectRefused({"entity", "remove", "*@*.sales.example.test"}, 1, "no managing group named");
   EXPECT_EQ(value("SELECT count(*) FROM administrator_entity WHERE entity_id = 8"), "0");
