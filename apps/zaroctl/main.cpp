@@ -5,17 +5,20 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <string>
 #include <vector>
 
 #include "ZaroRuntime/RuntimeError.h"
 #include "commands/CommandLine.h"
+#include "commands/ResultKeys.h"
 #include "console/Environment.h"
 #include "console/ExitCode.h"
 #include "console/Output.h"
 #include "console/RunProgram.h"
 #include "console/Suggestion.h"
 #include "console/Text.h"
+#include "console/UsageError.h"
 #include "store/Transaction.h"
 
 using zaroruntime::RuntimeError;
@@ -32,11 +35,15 @@ void setEnvironment(const CLI::App& app, const GlobalOptions& options) {
   }
 }
 
-Output::Form outputForm(const GlobalOptions& options) {
+Output outputFor(const GlobalOptions& options) {
+  const bool isTerminal = isatty(STDOUT_FILENO) != 0;
   if (options.json) {
-    return Output::Form::Document;
+    return Output(Output::Form::Document);
   }
-  return isatty(STDOUT_FILENO) != 0 ? Output::Form::Table : Output::Form::Lines;
+  if (!options.query.empty()) {
+    return Output::valuesOf(options.query, isTerminal ? Output::Escaping::Printable : Output::Escaping::None);
+  }
+  return isTerminal ? Output(terminalOfOutput()) : Output(Output::Form::Lines);
 }
 
 // The command as far as it was understood, and its words.
@@ -48,13 +55,18 @@ const CLI::App& understood(const CLI::App& app) {
   return *command;
 }
 
-std::string commandLine(const CLI::App& app) {
-  std::string words = app.get_name();
+std::string wordsOf(const CLI::App& app) {
+  std::string words;
   for (const CLI::App* command = &app; !command->get_subcommands().empty();) {
     command = command->get_subcommands().front();
-    words += " " + command->get_name();
+    words.append(words.empty() ? "" : " ").append(command->get_name());
   }
   return words;
+}
+
+std::string commandLine(const CLI::App& app) {
+  const std::string words = wordsOf(app);
+  return app.get_name() + (words.empty() ? "" : " " + words);
 }
 
 // The word that may have been meant; empty when none is like it.
@@ -86,7 +98,7 @@ constexpr const char* kFirstSteps =
     "All commands: zaroctl --help. One of them: zaroctl help COMMAND.\n";
 
 // `help WORDS` is `WORDS --help`.
-std::vector<std::string> wordsOf(int argc, const char* const* argv) {
+std::vector<std::string> givenWords(int argc, const char* const* argv) {
   std::vector<std::string> words(argv + 1, argv + argc);
   if (!words.empty() && words.front() == "help") {
     words.erase(words.begin());
@@ -110,13 +122,29 @@ ExitCode parseFailure(const CLI::App& app, const CLI::ParseError& error) {
   return ExitCode::Usage;
 }
 
+// What a failure after a change has to say.
+std::string unprintedChange(const std::exception& failure) {
+  return std::string("the change is made, but its result cannot be printed: ") + failure.what();
+}
+
+// Not every result of a command has each of its keys, which only printing finds.
+ExitCode act(const Action& action, Output& out) {
+  try {
+    return action(out);
+  } catch (const UsageError& failure) {
+    if (hasCommittedChange()) {
+      throw RuntimeError(unprintedChange(failure), zaroruntime::FailureKind::Data);
+    }
+    throw;
+  }
+}
+
 void finish(Output& out) {
   try {
     out.finish();
   } catch (const RuntimeError& failure) {
     if (hasCommittedChange()) {
-      throw RuntimeError(std::string("the change is made, but its result cannot be printed: ") + failure.what(),
-                         failure.kind());
+      throw RuntimeError(unprintedChange(failure), failure.kind());
     }
     throw;
   }
@@ -128,13 +156,16 @@ ExitCode run(int argc, const char* const* argv) {
   }
   CommandLine line;
   try {
-    line.app().parse(wordsOf(argc, argv));
+    line.app().parse(givenWords(argc, argv));
   } catch (const CLI::ParseError& error) {
     return parseFailure(line.app(), error);
   }
   setEnvironment(line.app(), line.options());
-  Output out(outputForm(line.options()));
-  const ExitCode code = line.chosen()(out);
+  if (line.app().count("--query") != 0) {
+    requireResultKey(wordsOf(line.app()), line.options().query);
+  }
+  Output out = outputFor(line.options());
+  const ExitCode code = act(line.chosen(), out);
   finish(out);
   return code;
 }

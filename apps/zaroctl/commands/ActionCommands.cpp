@@ -34,17 +34,17 @@ ExitCode listActions(Output& out) {
   for (const ZaroAction::Definition& action : ZaroAction::definitions()) {
     rows.push_back({{"value", static_cast<int>(action.type)},
                     {"name", action.name},
-                    {"xHeaderName", action.nameForXHdr},
+                    {"x_header_name", action.nameForXHdr},
                     {"terminal", action.terminal},
-                    {"changesHeader", changeText(action.header)},
-                    {"changesBody", changeText(action.body)}});
+                    {"changes_header", changeText(action.header)},
+                    {"changes_body", changeText(action.body)}});
   }
   out.rows({{"value", "VALUE"},
             {"name", "NAME"},
-            {"xHeaderName", "X-HEADER"},
+            {"x_header_name", "X-HEADER"},
             {"terminal", "TERMINAL"},
-            {"changesHeader", "CHANGES HEADER"},
-            {"changesBody", "CHANGES BODY"}},
+            {"changes_header", "CHANGES HEADER"},
+            {"changes_body", "CHANGES BODY"}},
            rows);
   return ExitCode::Found;
 }
@@ -104,7 +104,7 @@ ExitCode showActions(Output& out, const std::string& bitMap) {
   }
   const std::string display = displayText(bitMap);
   tellOfMissingTexts(keys);
-  out.record({{"display", display}, {"positions", positions}, {"keys", keys}, {"withoutText", withoutText}});
+  out.record({{"display", display}, {"positions", positions}, {"keys", keys}, {"without_text", withoutText}});
   return ExitCode::Found;
 }
 

@@ -1,4 +1,4 @@
-// admin list, admin add, admin remove, admin assign, admin unassign
+// admin list, admin show, admin add, admin remove, admin assign, admin unassign
 #include <map>
 #include <memory>
 #include <string>
@@ -19,8 +19,12 @@ using zaroruntime::sqlLiteral;
 
 namespace {
 
+bool isRoot(const StoreConnection::Row& row) {
+  return row[2] == "1";
+}
+
 Json recordOf(const StoreConnection::Row& row) {
-  return {{"id", idIn(row, 0)}, {"name", row[1].value_or("")}, {"root", row[2] == "1"}, {"entities", idIn(row, 3)}};
+  return {{"id", idIn(row, 0)}, {"name", row[1].value_or("")}, {"root", isRoot(row)}, {"entities", idIn(row, 3)}};
 }
 
 std::vector<StoreConnection::Row> adminsWhere(StoreConnection& db, const std::string& condition) {
@@ -55,21 +59,47 @@ ExitCode listAll(Output& out) {
   return ExitCode::Found;
 }
 
-ExitCode add(Output& out, const std::string& name, bool isRoot) {
+ExitCode show(Output& out, const std::string& name) {
+  StoreConnection db;
+  const StoreConnection::Row admin = findAdmin(db, name);
+  Json record = recordOf(admin);
+  Json names = Json::array();
+  Json groups = Json::array();
+  for (const GroupEntity& entity : entitiesOf(db, idIn(admin, 0))) {
+    names.push_back(entity.name);
+    groups.push_back(recordOf(entity));
+  }
+  record["entities"] = names;
+  Json document = record;
+  document["entities"] = groups;
+  out.record(record, document);
+  return ExitCode::Found;
+}
+
+ExitCode add(Output& out, const std::string& name, bool asRoot) {
   refuseWrongName("NAME", name);
   out.record(inTransaction([&](StoreConnection& db) {
     if (!adminsWhere(db, "name = " + sqlLiteral(name)).empty()) {
       throw RuntimeError("there is an administrator named " + quoted(name) + " already", FailureKind::Refused);
     }
-    db.run("INSERT INTO administrator (name, is_root) VALUES (" + sqlLiteral(name) + ", " + (isRoot ? "1" : "0") + ")");
+    db.run("INSERT INTO administrator (name, is_root) VALUES (" + sqlLiteral(name) + ", " + (asRoot ? "1" : "0") + ")");
     return recordOf(findAdmin(db, name));
   }));
   return ExitCode::Found;
 }
 
+// The roots are locked before any administrator, so that of two who remove the last two one waits for the other.
 ExitCode remove(Output& out, const std::string& name) {
   out.record(inTransaction([&](StoreConnection& db) {
+    const auto roots =
+        db.rows(std::string("SELECT id FROM administrator WHERE is_root = 1 ORDER BY id") + db.forUpdate(), {"id"});
     const StoreConnection::Row admin = lockAdmin(db, name, db.forUpdate());
+    if (isRoot(admin) && roots.size() < 2) {
+      throw RuntimeError(quoted(name) +
+                             " is the last administration root, without whom no administrator sees all objects; it is not "
+                             "removed (zaroctl admin add --root NAME adds another)",
+                         FailureKind::Refused);
+    }
     db.run("DELETE FROM administrator WHERE id = " + std::to_string(idIn(admin, 0)));
     return recordOf(admin);
   }));
@@ -146,6 +176,14 @@ void addAssignmentArguments(CLI::App& command, Assignment& assignment) {
 
 void addAdminList(CommandTree& tree) {
   tree.add("admin list", "List the administrators", {"zaroctl admin list"}, listAll);
+}
+
+void addAdminShow(CommandTree& tree) {
+  const auto name = std::make_shared<std::string>();
+  CLI::App* command = tree.add("admin show", "Show an administrator with the managing groups",
+                               {"zaroctl admin show postmaster", "zaroctl admin show -q root postmaster"},
+                               tellingNotThere([name](Output& out) { return show(out, *name); }));
+  command->add_option("NAME", *name, "The administrator's name, exactly as stored")->required()->type_name("");
 }
 
 void addAdminAdd(CommandTree& tree) {

@@ -11,6 +11,7 @@
 struct GlobalOptions {
   std::string home;
   bool json = false;
+  std::string query;  // the one key whose values are printed; empty for all
   int verbosity = 0;  // how often --verbose was given
 };
 

@@ -25,6 +25,7 @@ constexpr GroupRow kGroups[] = {
     {"object", "Named objects"},
     {"policy", "Policies that policy servers hand out"},
     {"quarantine", "Quarantine areas"},
+    {"rule", "Rules that decide mail"},
     {"rules", "The order of rule filters"},
     {"schema", "The version of the database's schema"},
     {"servers", "Registered policy servers"},

@@ -16,6 +16,7 @@ constexpr void (*kCommands[])(CommandTree&) = {
     addBackup,
     addAdminId,
     addAdminList,
+    addAdminShow,
     addAdminAdd,
     addAdminRemove,
     addAdminAssign,

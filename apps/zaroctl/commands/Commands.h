@@ -11,6 +11,7 @@ void addAdminAssign(CommandTree& tree);
 void addAdminId(CommandTree& tree);
 void addAdminList(CommandTree& tree);
 void addAdminRemove(CommandTree& tree);
+void addAdminShow(CommandTree& tree);
 void addAdminUnassign(CommandTree& tree);
 void addAudit(CommandTree& tree);
 void addAuditTrim(CommandTree& tree);

@@ -160,7 +160,7 @@ ExitCode tellMembership(Output& out, const std::string& group, const std::string
 // Adds a group and all below it, to the lines for people and to the document. A group in two others stands below both.
 void addBranch(const EntityTree& tree, std::size_t at, const std::string& indent, Json& lines, Json& document) {
   const GroupEntity& entity = tree.entity(at);
-  lines.push_back({{"name", indent + entity.name}, {"id", entity.id}});
+  lines.push_back({{"shown", indent + entity.name}, {"name", entity.name}, {"id", entity.id}});
   Json below = Json::array();
   for (const std::size_t lower : tree.below(at)) {
     addBranch(tree, lower, indent + "  ", lines, below);
@@ -179,7 +179,7 @@ ExitCode printTree(Output& out, bool isDot) {
   for (const std::size_t top : tree.tops()) {
     addBranch(tree, top, "", lines, document);
   }
-  out.rows({{"name", "NAME"}, {"id", "ID"}}, lines, document);
+  out.rows({{"shown", "NAME"}, {"id", "ID"}}, lines, document);
   return ExitCode::Found;
 }
 

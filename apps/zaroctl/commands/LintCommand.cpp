@@ -38,9 +38,12 @@ ExitCode lint(Output& out, const Arguments& arguments) {
                     {"suggestion", finding.suggestion},
                     {"patterns", finding.patterns}});
   }
-  out.rows(
-      {{"place", "PLACE"}, {"pattern", "PATTERN"}, {"rule", "RULE"}, {"reason", "REASON"}, {"suggestion", "SUGGESTION"}},
-      rows);
+  out.rows({{"place", "PLACE"},
+            {"pattern", "PATTERN"},
+            {"rule", "RULE"},
+            {"reason", "REASON", Output::Width::Whole},
+            {"suggestion", "SUGGESTION", Output::Width::Whole}},
+           rows);
   return rows.empty() ? ExitCode::Found : ExitCode::NotFound;
 }
 

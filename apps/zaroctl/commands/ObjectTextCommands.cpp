@@ -57,7 +57,7 @@ ExitCode printPolicyText(Output& out, const PolicyTextOptions& options) {
   std::string text;
   unsigned int sizeHint = 0;
   manager.serialize(text, sizeHint);
-  if (out.isDocument()) {
+  if (out.isByKey()) {
     out.record({{"records", manager.records.size()}, {"lead", options.lead}, {"estimate", sizeHint}, {"text", text}});
   } else {
     out.raw(text);

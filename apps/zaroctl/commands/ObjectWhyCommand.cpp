@@ -73,8 +73,8 @@ class Explanation {
             {"visible", _summary() != nullptr},
             {"editable", _editable()},
             {"deletable", m_deletable},
-            {"directlyEditable", m_directlyEditable},
-            {"ownersLeft", _names(_left())},
+            {"directly_editable", m_directlyEditable},
+            {"owners_left", _names(_left())},
             {"rules", rulesThatUse(m_object.id)}};
   }
 

@@ -34,7 +34,7 @@ std::string settingsFile(const Installation& installation) {
 }
 
 IniFile readSettings(const std::string& path) {
-  IniFile ini(path);
+  IniFile ini(path, IniFile::Malformed::Refused);
   if (!ini.hasSection(kSection)) {
     throw RuntimeError(path + ": section [" + kSection + "] is missing", FailureKind::Configuration);
   }

@@ -61,7 +61,7 @@ class Why {
     _collectPatterns("envelope", m_explanation.envelope);
     _collectPatterns("header", m_explanation.header);
     const Json decision = _decision();
-    if (out.isDocument()) {
+    if (out.isByKey()) {
       out.record({{"sender", m_explanation.envelope.address},
                   {"header_from", m_explanation.header.isAsked ? Json(m_explanation.header.address) : Json(nullptr)},
                   {"recipient", m_explanation.recipient},
@@ -203,7 +203,7 @@ class Why {
               {"weight", "WEIGHT"},
               {"kind", "KIND"},
               {"list", "LIST"},
-              {"fate", "FATE"}},
+              {"fate", "FATE", Output::Width::Whole}},
              m_patterns);
   }
 

@@ -42,9 +42,13 @@ ExitCode show(Output& out, const char* reader, ReadSettings (*read)(const zaroru
                     {"from", sourceOf(setting)},
                     {"note", textOrNull(noteOn(setting))}});
   }
-  out.rows(
-      {{"section", "SECTION"}, {"key", "KEY"}, {"value", "VALUE"}, {"stored", "STORED"}, {"from", "FROM"}, {"note", "NOTE"}},
-      rows);
+  out.rows({{"section", "SECTION"},
+            {"key", "KEY"},
+            {"value", "VALUE"},
+            {"stored", "STORED"},
+            {"from", "FROM"},
+            {"note", "NOTE", Output::Width::Whole}},
+           rows);
   if (!found.isComplete()) {
     diagnose(whyUnreadable(reader, found));
     return ExitCode::Configuration;

@@ -11,8 +11,8 @@ bool Differences::answer(const Addresses& addresses) {
   for (std::size_t i = 0; i != addresses.size(); ++i) {
     if (!isSame(before[i], after[i])) {
       Json row = addresses[i].row();
-      describe(before[i], m_old, "old", row);
-      describe(after[i], m_new, "new", row);
+      describe(before[i], m_old, "old_", row);
+      describe(after[i], m_new, "new_", row);
       m_rows.add(std::move(row));
       all = false;
     }

@@ -13,10 +13,10 @@ class Differences : public Question {
         m_new(newTrees),
         m_rows(out,
                {{"address", "ADDRESS"},
-                {"oldCode", "OLD CODE"},
-                {"oldPattern", "OLD PATTERN"},
-                {"newCode", "NEW CODE"},
-                {"newPattern", "NEW PATTERN"},
+                {"old_code", "OLD CODE"},
+                {"old_pattern", "OLD PATTERN"},
+                {"new_code", "NEW CODE"},
+                {"new_pattern", "NEW PATTERN"},
                 {"asked", "ASKED"}},
                together) {}
 

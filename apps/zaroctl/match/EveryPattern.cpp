@@ -25,7 +25,7 @@ void EveryPattern::show(const AskedAddress& address) {
       row["kind"] = leaf->getState();
       row["weight"] = leaf->getWeight();
       row["tree"] = m_trees.name(tree);
-      row["treeIndex"] = tree;
+      row["tree_index"] = tree;
       m_rows.add(std::move(row));
     }
   }

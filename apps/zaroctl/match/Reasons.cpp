@@ -25,7 +25,7 @@ bool Reasons::explain(const AskedAddress& address) {
     throw std::bad_alloc();
   }
   const Json candidates = candidatesOf(explanation);
-  if (m_out.isDocument()) {
+  if (m_out.isByKey()) {
     m_out.next({}, documentOf(address, explanation, candidates));
   } else {
     m_out.remark(address.given == address.asked ? *address.given : *address.given + ", asked as " + *address.asked);
@@ -34,7 +34,7 @@ bool Reasons::explain(const AskedAddress& address) {
                 {"kind", "KIND"},
                 {"weight", "WEIGHT"},
                 {"tree", "TREE"},
-                {"text", "WHAT BECAME OF IT"}},
+                {"text", "WHAT BECAME OF IT", Output::Width::Whole}},
                candidates);
     m_out.remark(codeText(explanation));
   }
@@ -49,7 +49,7 @@ Json Reasons::candidatesOf(const KxMatchExplanation& explanation) const {
                 {"kind", candidate.state},
                 {"weight", candidate.weight},
                 {"tree", m_trees.name(candidate.tree)},
-                {"treeIndex", candidate.tree},
+                {"tree_index", candidate.tree},
                 {"fate", fateWord(candidate.fate)}};
     if (candidate.other != KxMatchCandidate::kNone) {
       row["other"] = candidate.other + 1;
@@ -68,12 +68,12 @@ Json Reasons::documentOf(const AskedAddress& address, const KxMatchExplanation& 
   Json document = address.row();
   describe({explanation.code, explanation.treeIndex, explanation.name, explanation.belongsTo}, m_trees, "", document);
   document["tier"] = tierWord(explanation.tier);
-  document["weightA"] = explanation.weightA;
-  document["weightB"] = explanation.weightB;
-  document["bothKinds"] = explanation.bothKinds;
-  document["baseCode"] = explanation.baseCode;
-  document["addedCode"] = explanation.addedCode;
-  document["treesSearched"] = explanation.treesSearched;
+  document["weight_a"] = explanation.weightA;
+  document["weight_b"] = explanation.weightB;
+  document["both_kinds"] = explanation.bothKinds;
+  document["base_code"] = explanation.baseCode;
+  document["added_code"] = explanation.addedCode;
+  document["trees_searched"] = explanation.treesSearched;
   document["candidates"] = candidates;
   document["text"] = codeText(explanation);
   return document;

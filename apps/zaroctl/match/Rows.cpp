@@ -1,15 +1,10 @@
 #include "match/Rows.h"
 
 void describe(const Decision& decision, const PatternTrees& trees, const std::string& prefix, Json& row) {
-  const auto key = [&](std::string name) {
-    if (!prefix.empty()) {
-      name[0] = static_cast<char>(name[0] - 'a' + 'A');
-    }
-    return prefix + name;
-  };
+  const auto key = [&](const char* name) { return prefix + name; };
   row[key("code")] = decision.code;
   if (decision.code == 0) {
-    for (const char* name : {"pattern", "kind", "tree", "treeIndex"}) {
+    for (const char* name : {"pattern", "kind", "tree", "tree_index"}) {
       row[key(name)] = nullptr;
     }
     return;
@@ -17,5 +12,5 @@ void describe(const Decision& decision, const PatternTrees& trees, const std::st
   row[key("pattern")] = decision.pattern;
   row[key("kind")] = decision.kind;
   row[key("tree")] = trees.name(decision.tree);
-  row[key("treeIndex")] = decision.tree;
+  row[key("tree_index")] = decision.tree;
 }

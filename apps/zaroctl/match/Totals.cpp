@@ -27,12 +27,17 @@ void Totals::finish() {
   if (m_unreadable != 0) {
     record["unreadable"] = m_unreadable;
   }
+  Json document = record;
+  document["codes"] = Json::array();
   for (const auto& [code, count] : m_byCode) {
     if (code != 0) {
       record["code " + std::to_string(code)] = count;
+      document["codes"].push_back({{"code", code}, {"addresses", count}});
     }
   }
-  record["seconds"] = std::round(seconds * 1000) / 1000;
-  record["addresses per second"] = seconds > 0 ? std::llround(static_cast<double>(total) / seconds) : 0;
-  m_out.record(record);
+  for (Json* result : {&record, &document}) {
+    (*result)["seconds"] = std::round(seconds * 1000) / 1000;
+    (*result)["addresses_per_second"] = seconds > 0 ? std::llround(static_cast<double>(total) / seconds) : 0;
+  }
+  m_out.record(record, document);
 }

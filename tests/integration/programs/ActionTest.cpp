@@ -50,10 +50,10 @@ TEST(ActionList, isAnArrayOfObjectsInJson) {
   ASSERT_EQ(actions.size(), 18u);
   EXPECT_EQ(actions.at(3), (json{{"value", 3},
                                  {"name", "ReaddressAction"},
-                                 {"xHeaderName", "readdress"},
+                                 {"x_header_name", "readdress"},
                                  {"terminal", true},
-                                 {"changesHeader", "yes"},
-                                 {"changesBody", "no"}}));
+                                 {"changes_header", "yes"},
+                                 {"changes_body", "no"}}));
 }
 
 class ActionShow : public testing::Test {
@@ -85,20 +85,20 @@ TEST_F(ActionShow, showsTheDisplayStringAndThePositions) {
   EXPECT_EQ(result.err, "");
   EXPECT_THAT(linesOf(result.out),
               ElementsAre("display\tDelete; Quarantine; Send blind copy (BCC); Hand off to another server",
-                          "positions\t0, 1, 4, 12", "keys\tDelete, Quarantine, Handoff, Bcc", "withoutText\t-"));
+                          "positions\t0, 1, 4, 12", "keys\tDelete, Quarantine, Handoff, Bcc", "without_text\t-"));
 }
 
 TEST_F(ActionShow, tellsOfPositionsWithoutAText) {
   const json shown = json::parse(show("10100000000000101", "C", true).out);
   EXPECT_EQ(
       shown,
-      (json{{"display", "Delete"}, {"positions", {0, 2, 14, 16}}, {"keys", {"Delete"}}, {"withoutText", {2, 14, 16}}}));
+      (json{{"display", "Delete"}, {"positions", {0, 2, 14, 16}}, {"keys", {"Delete"}}, {"without_text", {2, 14, 16}}}));
 }
 
 TEST_F(ActionShow, showsNothingForABitMapWithNothingSet) {
   const ProgramResult result = show("00000000000000000");
   EXPECT_EQ(result.status, 0);
-  EXPECT_THAT(linesOf(result.out), ElementsAre("display\t", "positions\t-", "keys\t-", "withoutText\t-"));
+  EXPECT_THAT(linesOf(result.out), ElementsAre("display\t", "positions\t-", "keys\t-", "without_text\t-"));
 }
 
 TEST_F(ActionShow, speaksTheLanguageOfTheLocale) {

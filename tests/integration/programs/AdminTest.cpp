@@ -62,6 +62,24 @@ TEST_P(Admin, whoeverIsNotThereIsNotFound) {
   EXPECT_EQ(value("SELECT count(*) FROM administrator_entity WHERE administrator_id = 6"), "0");
 }
 
+TEST_P(Admin, lastRootIsNotRemoved) {
+  expectRefused({"admin", "remove", "admin"}, 77, "\"admin\" is the last administration root");
+  EXPECT_EQ(run({"admin", "id", "admin"}).status, 0);
+  ASSERT_EQ(run({"admin", "add", "--root", "chief"}).status, 0);
+  EXPECT_EQ(run({"admin", "remove", "admin"}).status, 0);
+  expectRefused({"admin", "remove", "chief"}, 77, "\"chief\" is the last administration root");
+}
+
+TEST_P(Admin, ofTwoWhoRemoveTheLastTwoRootsOneIsRefused) {
+  ASSERT_EQ(run({"admin", "add", "--root", "chief"}).status, 0);
+  ProgramResult one;
+  std::thread other([&] { one = run({"admin", "remove", "chief"}); });
+  const ProgramResult two = run({"admin", "remove", "admin"});
+  other.join();
+  EXPECT_EQ(one.status + two.status, 77) << one.err << two.err;
+  EXPECT_EQ(value("SELECT count(*) FROM administrator WHERE is_root = 1"), "1");
+}
+
 TEST_P(Admin, unassignTakesOutAllOrNothing) {
   expectRefused({"admin", "unassign", "sales-admin", "*@sales.example.test", "Headquarters"}, 77,
                 "\"sales-admin\" is not assigned to \"Headquarters\"; nothing is changed");

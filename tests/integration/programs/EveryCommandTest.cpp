@@ -51,6 +51,7 @@ const std::vector<CommandRow> kCommands = {
     {{"import"}, {"--dry-run", "--merge", "-"}, R"({"format": "zaropolicy", "version": 1})"},
     {{"admin", "id"}, {"postmaster"}, ""},
     {{"admin", "list"}, {}, ""},
+    {{"admin", "show"}, {"postmaster"}, ""},
     {{"admin", "add"}, {"helpdesk"}, ""},
     {{"admin", "remove"}, {"auditor"}, ""},
     {{"admin", "assign"}, {"auditor", "*@example.test"}, ""},

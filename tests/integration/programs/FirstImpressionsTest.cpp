@@ -1,4 +1,5 @@
-// What somebody meets who does not know the program yet: first steps, help, suggestions, names that can be told apart.
+// What a new user meets: first steps, help, suggestions, tables that can be read, names that can be told apart.
+#include <map>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -13,6 +14,7 @@ using testing::Not;
 using testing::StartsWith;
 using zarotest::linesOf;
 using zarotest::ProgramResult;
+using zarotest::ProgramRun;
 using zarotest::zaroctl;
 
 TEST(FirstImpressions, nothingAtAllTellsWhatToTypeFirst) {
@@ -48,7 +50,97 @@ TEST(FirstImpressions, mistypedWordsAreToldWithTheLikeliestOnes) {
   EXPECT_THAT(zaroctl({"quantum"}).err, Not(HasSubstr("did you mean")));
 }
 
-class FirstSteps : public zarotest::SampleInstallation {};
+class FirstSteps : public zarotest::SampleInstallation {
+ protected:
+  ProgramResult onTerminal(const std::vector<std::string>& arguments,
+                           const std::map<std::string, std::string>& terminal) const {
+    ProgramRun run;
+    run.environment = terminal;
+    run.environment["ZARO_HOME"] = home();
+    return zarotest::zaroctlOnTerminal(arguments, "", run);
+  }
+};
+
+TEST_P(FirstSteps, singleValuesArePrintedByTheirKey) {
+  EXPECT_EQ(run({"-q", "name", "admin", "show", "postmaster"}).out, "postmaster\n");
+  EXPECT_EQ(run({"admin", "show", "--query", "root", "postmaster"}).out, "no\n");
+  const auto list = nlohmann::json::parse(run({"admin", "list", "--json"}).out);
+  std::string ids;
+  for (const auto& admin : list) {
+    ids += admin.at("id").dump() + "\n";
+  }
+  EXPECT_EQ(run({"admin", "list", "-q", "id"}).out, ids);
+  EXPECT_EQ(run({"rules", "order", "-q", "manual"}).out, "yes\n");
+  EXPECT_EQ(run({"rule", "why", "-q", "recipient", "a@b.test", "<C@Example.test>"}).out, "c@example.test\n");
+}
+
+struct WrongQuery {
+  std::vector<std::string> arguments;
+  const char* told;
+};
+
+const WrongQuery kWrongQueries[] = {
+    {{"admin", "list", "-q", "nmae"}, "admin list has no key \"nmae\"; it has id, name, root, entities"},
+    {{"admin", "list", "-q", ""}, "admin list has no key \"\"; it has id, name"},
+    {{"group", "export", "Board", "-q", "name"}, "group export prints nothing by key"},
+    {{"group", "list", "--as", "admin", "-q", "owners"}, "the result has no key \"owners\"; it has id, name, members"},
+    {{"admin", "list", "-q", "id", "--json"}, "--json"},
+};
+
+TEST_P(FirstSteps, keysThatAResultLacksAreToldWithThoseItHas) {
+  for (const WrongQuery& row : kWrongQueries) {
+    expectRefused(row.arguments, 64, row.told);
+  }
+}
+
+TEST_P(FirstSteps, nothingIsChangedForAKeyThatNoResultHas) {
+  expectRefused({"admin", "add", "helpdesk", "-q", "nmae"}, 64, "has no key");
+  EXPECT_EQ(run({"admin", "id", "helpdesk"}).status, 1);
+}
+
+TEST_P(FirstSteps, changeWhoseResultLacksTheKeyIsToldAsMade) {
+  const ProgramResult result = run({"rules", "set-order", "--off", "-q", "position"});
+  EXPECT_EQ(result.status, 65);
+  EXPECT_THAT(result.err, StartsWith("zaroctl: the change is made, but its result cannot be printed: "));
+  EXPECT_EQ(run({"rules", "order"}).status, 1);
+}
+
+TEST_P(FirstSteps, headingsAreBoldOnTerminalsThatShowIt) {
+  EXPECT_THAT(onTerminal({"admin", "list"}, {{"TERM", "xterm"}}).out, StartsWith("\x1b[1mID"));
+  EXPECT_THAT(onTerminal({"admin", "list"}, {{"TERM", "xterm"}, {"NO_COLOR", ""}}).out, StartsWith("\x1b[1mID"));
+  EXPECT_THAT(onTerminal({"admin", "list"}, {{"TERM", "xterm"}, {"NO_COLOR", "1"}}).out, StartsWith("ID"));
+  EXPECT_THAT(onTerminal({"admin", "list"}, {{"TERM", "dumb"}}).out, StartsWith("ID"));
+  EXPECT_THAT(onTerminal({"admin", "list"}, {}).out, StartsWith("ID"));
+  EXPECT_THAT(run({"admin", "list"}).out, Not(HasSubstr("\x1b")));
+  EXPECT_THAT(onTerminal({"admin", "list", "--json"}, {{"TERM", "xterm"}}).out, Not(HasSubstr("\x1b")));
+}
+
+TEST_P(FirstSteps, contentsAreCutToTheTerminalAndNowhereElse) {
+  const std::string content(300, 'x');
+  ASSERT_EQ(run({"object", "modify", "--as", "admin", "2", "--content", content}).status, 0);
+  const std::vector<std::string> list = {"quarantine", "list", "--as", "admin"};
+  for (const std::string& line : linesOf(onTerminal(list, {{"COLUMNS", "80"}}).out)) {
+    EXPECT_LE(line.size(), 80u + 2u) << line;  // the ellipsis takes three bytes
+  }
+  EXPECT_THAT(onTerminal(list, {{"COLUMNS", "80"}}).out, HasSubstr("xx\u2026"));
+  EXPECT_THAT(onTerminal({"object", "show", "--as", "admin", "2"}, {{"COLUMNS", "80"}}).out, HasSubstr(content));
+  EXPECT_THAT(run(list).out, HasSubstr(content));
+  EXPECT_THAT(run({"--json", "quarantine", "list", "--as", "admin"}).out, HasSubstr(content));
+}
+
+TEST_P(FirstSteps, administratorIsShownWithItsGroups) {
+  const auto shown = nlohmann::json::parse(run({"admin", "show", "sales-admin", "--json"}).out);
+  EXPECT_EQ(shown.at("name"), "sales-admin");
+  EXPECT_EQ(shown.at("root"), false);
+  std::vector<std::string> names;
+  for (const auto& entity : shown.at("entities")) {
+    names.push_back(entity.at("name"));
+  }
+  EXPECT_THAT(names, testing::UnorderedElementsAre("*@sales.example.test", "*@*.sales.example.test",
+                                                   "cn=sales,ou=groups,dc=example,dc=test"));
+  EXPECT_THAT(run({"admin", "show", "sales-admin"}).out, HasSubstr("*@sales.example.test, *@"));
+  expectRefused({"admin", "show", "nobody"}, 1, "no administrator named \"nobody\"");
+}
 
 TEST_P(FirstSteps, groupsAreListedWithTheirOwners) {
   const auto groups = nlohmann::json::parse(run({"group", "list", "--json"}).out);
@@ -82,7 +174,7 @@ TEST_P(FirstSteps, ambiguousNamesAreToldWithTheirIdentifiers) {
 
 TEST_P(FirstSteps, lineOfDatabaseIniWithoutMeaningIsFatal) {
   replaceLine("config/database.ini", "Password", "Password");
-  for (const std::vector<std::string>& command : {std::vector<std::string>{"admin", "list"}, {"check"}}) {
+  for (const std::vector<std::string>& command : {std::vector<std::string>{"admin", "list"}, {"check"}, {"password"}}) {
     const ProgramResult result = run(command);
     EXPECT_EQ(result.status, 78) << command[0];
     EXPECT_THAT(result.out + result.err, HasSubstr(" is neither a section, a key with a value nor a comment"));

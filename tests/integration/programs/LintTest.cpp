@@ -412,7 +412,7 @@ TEST_F(Lint, publicSuffixListLoadsIsLintedAndMatches) {
     const Json answer = Json::parse(answers[i]);
     const bool isException = exceptions.find("*" + asked[i].substr(4) + "\n") != std::string::npos;
     EXPECT_EQ(answer["code"], isException ? 1 : 2) << asked[i];
-    EXPECT_EQ(answer["treeIndex"], isException ? 0 : 1) << asked[i];
+    EXPECT_EQ(answer["tree_index"], isException ? 0 : 1) << asked[i];
   }
 }
 

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <iterator>
 #include <map>
 #include <set>
 #include <sstream>
@@ -11,6 +12,7 @@
 
 #include "Documents.h"
 #include "commands/CommandLine.h"
+#include "commands/ResultKeys.h"
 
 namespace {
 
@@ -176,7 +178,7 @@ TEST_F(Manual, synopsisHasEveryCommandAndNoOther) {
     declared.insert(words);
   }
   Words forms = synopsis();
-  EXPECT_EQ(forms.at(0), "[--home DIR] [--json] [-v] COMMAND [ARGUMENTS]");
+  EXPECT_EQ(forms.at(0), "[--home DIR] [--json | -q KEY] [-v] COMMAND [ARGUMENTS]");
   forms.erase(forms.begin());
   std::set<std::string> shown;
   for (const std::string& form : forms) {
@@ -223,12 +225,13 @@ TEST_F(Manual, synopsisShowsOptionsAndArgumentsAsTheyAreDeclared) {
 TEST_F(Manual, hasTheGlobalOptions) {
   std::set<std::string> declared;
   for (const CLI::Option* option : m_line.app().get_options()) {
+    const Words values = valuesOf(*option);
+    const std::string value = values.empty() ? "" : " " + values[0];
     for (const std::string& name : option->get_lnames()) {
-      const Words values = valuesOf(*option);
-      declared.insert("--" + name + (values.empty() ? "" : " " + values[0]));
+      declared.insert("--" + name + value);
     }
     for (const std::string& name : option->get_snames()) {
-      declared.insert("-" + name);
+      declared.insert("-" + name + value);
     }
   }
   std::set<std::string> shown;
@@ -260,6 +263,35 @@ TEST_F(Manual, describesEveryCommandAndNoOther) {
     described.insert(heading);
   }
   EXPECT_EQ(described, declared);
+}
+
+// The words of a table's cell and of a row of the code are the same, in the same order.
+Words wordsIn(const char* text) {
+  std::istringstream words(text);
+  return {std::istream_iterator<std::string>(words), std::istream_iterator<std::string>()};
+}
+
+TEST_F(Manual, tellsTheKeysOfEveryResult) {
+  struct Keys {
+    Words keys;
+    Words within;
+    bool operator==(const Keys& other) const { return keys == other.keys && within == other.within; }
+  };
+  std::map<std::string, Keys> declared;
+  for (const ResultKeys& row : resultKeys()) {
+    EXPECT_EQ(m_commands.count(row.command), 1u) << row.command;
+    declared[row.command] = {wordsIn(row.keys), wordsIn(row.within)};
+  }
+  std::map<std::string, Keys> told;
+  for (const zarotest::TableRow& row : zarotest::tableOf(kManual, "| command | keys | keys inside of these |")) {
+    for (const std::string& command : zarotest::codeWords(row[0])) {
+      told[command] = {zarotest::codeWords(row[1]), zarotest::codeWords(row[2])};
+    }
+  }
+  for (const auto& [command, keys] : declared) {
+    EXPECT_TRUE(told[command] == keys) << command;
+  }
+  EXPECT_EQ(told.size(), declared.size());
 }
 
 TEST_F(Manual, helpOfEveryCommandHasWhatIsDeclaredAndExamples) {

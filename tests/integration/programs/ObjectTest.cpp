@@ -185,18 +185,18 @@ TEST_P(Object, whyTellsOfAContainingOwnerAndOfOwnersLeft) {
   EXPECT_EQ(why["steps"][4]["owners"], nlohmann::json{"*@*.example.test"});
   EXPECT_EQ(why["visible"], true);
   EXPECT_EQ(why["editable"], false);
-  EXPECT_EQ(why["ownersLeft"], nlohmann::json{"*@*.example.test"});
+  EXPECT_EQ(why["owners_left"], nlohmann::json{"*@*.example.test"});
 }
 
 TEST_P(Object, whyTellsOfRulesAndOfWhoSeesNothing) {
   const auto used = document({"why", "--as", "postmaster", "2"});
   EXPECT_EQ(used["editable"], true);
   EXPECT_EQ(used["deletable"], false);
-  EXPECT_EQ(used["directlyEditable"], true);
+  EXPECT_EQ(used["directly_editable"], true);
   EXPECT_EQ(used["rules"], nlohmann::json{"Hold confidential mail to partners"});
   const auto hidden = document({"why", "--as", "customer-admin", "3"});
   EXPECT_EQ(hidden["visible"], false);
-  EXPECT_EQ(hidden["directlyEditable"], false);
+  EXPECT_EQ(hidden["directly_editable"], false);
   const auto root = document({"why", "--as", "admin", "3"});
   EXPECT_EQ(root["root"], true);
   EXPECT_EQ(root["editable"], true);
@@ -206,7 +206,7 @@ TEST_P(Object, whyTellsOfRulesAndOfWhoSeesNothing) {
   EXPECT_EQ(reserved["steps"][0]["step"], "not listed");
   EXPECT_EQ(reserved["visible"], false);
   session()->run("DELETE FROM named_object_owner WHERE object_id = 11");
-  EXPECT_EQ(document({"why", "--as", "sales-admin", "11"})["ownersLeft"], nlohmann::json{"nobody"});
+  EXPECT_EQ(document({"why", "--as", "sales-admin", "11"})["owners_left"], nlohmann::json{"nobody"});
   expectRefused({"object", "why", "--as", "admin", "99"}, 1, "no object 99");
 }
 

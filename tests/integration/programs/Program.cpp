@@ -73,7 +73,8 @@ std::vector<std::string> environmentOf(const ProgramRun& run) {
   std::vector<std::string> variables;
   for (char** variable = environ; *variable != nullptr; ++variable) {
     const std::string text = *variable;
-    if (text.compare(0, 4, "ZARO") != 0) {
+    const bool isOfTheTerminal = text.compare(0, 5, "TERM=") == 0 || text.compare(0, 9, "NO_COLOR=") == 0;
+    if (text.compare(0, 4, "ZARO") != 0 && !isOfTheTerminal) {
       variables.push_back(text);
     }
   }
@@ -204,11 +205,15 @@ void readBoth(const Child& child, int outFd, int errFd, ProgramResult& result) {
   }
 }
 
-// A terminal: our end, and until the program runs the one that it gets.
+// A terminal: our end, and until the program runs the one that it gets. It is as wide as COLUMNS says, as for the
+// programs of a shell.
 struct Terminal {
-  Terminal() {
+  explicit Terminal(const ProgramRun& run) {
     int ends[2];
-    if (openpty(&ends[0], &ends[1], nullptr, nullptr, nullptr) != 0) {
+    const auto columns = run.environment.find("COLUMNS");
+    winsize size = {};
+    size.ws_col = columns != run.environment.end() ? static_cast<unsigned short>(std::stoi(columns->second)) : 0;
+    if (openpty(&ends[0], &ends[1], nullptr, nullptr, &size) != 0) {
       throw std::runtime_error("cannot make a terminal");
     }
     ours.reset(ends[0]);
@@ -269,7 +274,7 @@ ProgramResult zaroctl(const std::vector<std::string>& arguments, const ProgramRu
 ProgramResult zaroctlOnTerminal(const std::vector<std::string>& arguments, const std::string& typed,
                                 const ProgramRun& run) {
   Launch launch(arguments, run);
-  Terminal terminal;
+  Terminal terminal(run);
   if (run.typedBeforeThePrompt) {
     tcflow(terminal.theirs.get(), TCOOFF);
   }

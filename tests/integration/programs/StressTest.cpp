@@ -248,6 +248,12 @@ TEST_P(Stress, whatIsAcknowledgedIsStoredAndNothingElse) {
     });
     threads.emplace_back([this] {
       for (int round = 0; round < rounds(); ++round) {
+        const ProgramResult result = run({"rules", "set-order", "--off"});
+        EXPECT_TRUE(result.status == 0 || result.status == 75) << result.status << result.err;
+      }
+    });
+    threads.emplace_back([this] {
+      for (int round = 0; round < rounds(); ++round) {
         const ProgramResult result = run({"password"}, initInput().empty() ? "unused\n" : initInput());
         // The password is the one that was stored before, so what is not acknowledged is no loss either.
         EXPECT_TRUE(result.status == 0 || result.status == 75) << result.status << result.err;
@@ -283,6 +289,8 @@ TEST_P(Stress, whatIsAcknowledgedIsStoredAndNothingElse) {
     order += row[0].value_or("?");
   }
   EXPECT_EQ(orders.count(order), 1u) << order;
+  EXPECT_THAT(value("SELECT value FROM global_setting WHERE section = 'email-scan' AND name = 'manualRuleOrder'"),
+              testing::AnyOf("on", "off"));
   const std::string stored =
       value("SELECT value FROM global_setting WHERE section = 'policy_client' AND name = 'recv_timeout_secs'");
   EXPECT_EQ(timeOuts.count(stored), 1u) << stored;
