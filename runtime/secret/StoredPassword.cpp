@@ -62,7 +62,7 @@ void readKey(const std::string& path, Key& key) {
     throw RuntimeError(path + ": the key file belongs to neither this user nor root", FailureKind::Refused);
   }
   if ((status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
-    throw RuntimeError(path + ": the key file is open to group or others (make it mode 0600)",
+    throw RuntimeError(path + ": the key file is open to group or others (chmod 600 " + path + ")",
                        FailureKind::Configuration);
   }
   const bool sized = status.st_size == static_cast<off_t>(key.size());

@@ -32,8 +32,9 @@ void checkDisplay(const zaroruntime::Installation& installation, Findings& findi
 // The data source and the connection to it.
 std::optional<CheckedDatabase> checkConnection(const zaroruntime::Installation& installation,
                                                const zaroruntime::DatabaseSettings& settings, Findings& findings);
-// The schema and, when it is this program's, the policy that is stored in it.
-void checkStoredPolicy(const zaroruntime::Installation& installation, const CheckedDatabase& database,
-                       Findings& findings);
+// Whether the schema is this program's. On another one nothing else of the database is looked at.
+bool checkSchema(const zaroruntime::Installation& installation, const CheckedDatabase& database, Findings& findings);
+// The policy that is stored.
+void checkStoredPolicy(const CheckedDatabase& database, Findings& findings);
 // The statement files; against the database unless it is null.
 void checkStatements(const zaroruntime::Installation& installation, const CheckedDatabase* database, Findings& findings);

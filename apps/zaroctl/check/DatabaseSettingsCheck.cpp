@@ -74,8 +74,15 @@ class DatabaseSettingsCheck {
       m_findings.ok("key", path + ": absent; no encrypted password needs it");
       return;
     }
-    m_findings.check("key", [&] {
-      zaroruntime::checkSecretKey(path);
+    m_hasKey = m_findings.check("key", [&] {
+      try {
+        zaroruntime::checkSecretKey(path);
+      } catch (const RuntimeError& failure) {
+        const bool lost = !fs::exists(fs::symlink_status(path, ignored));
+        throw RuntimeError(
+            failure.what() + std::string(lost ? " (zaroctl password makes one, and stores the password again)" : ""),
+            failure.kind());
+      }
       return path + ": private and whole";
     });
   }
@@ -87,6 +94,8 @@ class DatabaseSettingsCheck {
     std::string clear = *m_storedPassword;
     if (!_isPasswordEncrypted()) {
       m_findings.check("password", [&] { return _clearPasswordFinding(); });
+    } else if (!m_hasKey) {
+      m_settings.reset();  // that finding is enough
     } else if (!m_findings.check("password", [&] {
                  clear = _decryptedPassword();
                  return "stored encrypted; the key opens it";
@@ -112,15 +121,10 @@ class DatabaseSettingsCheck {
   }
 
   std::string _decryptedPassword() const {
-    const std::string key = m_installation.secretKey();
     try {
-      return zaroruntime::decryptPassword(*m_storedPassword, key);
+      return zaroruntime::decryptPassword(*m_storedPassword, m_installation.secretKey());
     } catch (const RuntimeError& failure) {
-      std::error_code ignored;
-      const bool lost = !fs::exists(fs::symlink_status(key, ignored));
-      throw RuntimeError(m_installation.databaseIni() + ": key Password: " + failure.what() +
-                             (lost ? " (zaroctl password makes a new key and stores the password again)" : ""),
-                         failure.kind());
+      throw RuntimeError(m_installation.databaseIni() + ": key Password: " + failure.what(), failure.kind());
     }
   }
 
@@ -141,6 +145,7 @@ class DatabaseSettingsCheck {
 
   const Installation& m_installation;
   Findings& m_findings;
+  bool m_hasKey = false;
   std::optional<std::string> m_storedPassword;
   std::optional<DatabaseSettings> m_settings;
 };

@@ -7,6 +7,7 @@
 #include "ZaroRuntime/IniFile.h"
 #include "ZaroRuntime/RuntimeError.h"
 #include "check/Checks.h"
+#include "check/Restoring.h"
 #include "console/Text.h"
 
 using zaroruntime::IniFile;
@@ -69,9 +70,18 @@ std::string wrongStrings(const IniFile& ini) {
   return wrong;
 }
 
+IniFile readStrings(const std::string& path) {
+  try {
+    return IniFile(path);
+  } catch (const RuntimeError& failure) {
+    const std::string name = path.substr(path.rfind('/') + 1);
+    throw RuntimeError(failure.what() + restoringCommand("resources/" + name, path), failure.kind());
+  }
+}
+
 void checkStrings(const std::string& path, Findings& findings) {
   findings.check("display strings", [&] {
-    const IniFile ini(path);
+    const IniFile ini = readStrings(path);
     const std::string wrong = wrongStrings(ini);
     if (!wrong.empty()) {
       throw RuntimeError(path + ": section [" + kSection + "]: " + wrong);

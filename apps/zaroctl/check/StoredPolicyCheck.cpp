@@ -22,55 +22,43 @@ bool isByAddress(const std::string& statement) {
   return std::regex_search(statement, kAddressFirst) && !std::regex_search(statement, kSomeRows);
 }
 
+std::string schemaFinding(const zaroruntime::Installation& installation, zaroruntime::SqlSession& session) {
+  if (!zaroruntime::installedSchemaVersion(session)) {
+    throw RuntimeError("there is no table schema_version (run " + installation.sqlDirectory() + "/schema.sql)");
+  }
+  zaroruntime::requireSchemaVersion(session);
+  return "version " + std::to_string(zaroruntime::kSchemaVersion);
+}
+
 class StoredPolicyCheck {
  public:
-  StoredPolicyCheck(const zaroruntime::Installation& installation, const CheckedDatabase& database, Findings& findings)
-      : m_installation(installation), m_database(database), m_findings(findings) {}
+  StoredPolicyCheck(const CheckedDatabase& database, Findings& findings) : m_database(database), m_findings(findings) {}
 
   void run() {
-    if (_checkSchema()) {
-      _checkEntities();
-      _checkOwners();
-      _checkSystemArea();
-      _checkMemberIndex();
-      _checkRules();
-    }
+    _checkEntities();
+    _checkOwners();
+    _checkSystemArea();
+    _checkMemberIndex();
+    _checkRules();
   }
 
  private:
-  bool _checkSchema() {
-    return m_findings.check("schema", [&] {
-      try {
-        return _schemaFinding();
-      } catch (const RuntimeError& failure) {
-        throw RuntimeError("database " + m_database.name + ": " + failure.what(), failure.kind());
-      }
-    });
-  }
-
-  std::string _schemaFinding() {
-    if (!zaroruntime::installedSchemaVersion(*m_database.session)) {
-      throw RuntimeError("there is no table schema_version (run " + m_installation.sqlDirectory() + "/schema.sql)");
-    }
-    zaroruntime::requireSchemaVersion(*m_database.session);
-    return "version " + std::to_string(zaroruntime::kSchemaVersion);
-  }
-
   // Addresses are compared in lower case, so such a pattern is never found again when its parents are looked for, and
   // that fails for every administrator below it.
   void _checkEntities() {
-    _checkRows("entities", "SELECT name FROM entity WHERE type = 6 AND name <> lower(name) ORDER BY name",
-               "no pattern with capitals", "patterns with capitals, for which the look-up of parents fails: ");
+    _checkRows("entities", "SELECT id, name FROM entity WHERE type = 6 AND name <> lower(name) ORDER BY name",
+               "no pattern with capitals",
+               "patterns with capitals, for which the look-up of parents fails (zaroctl entity add NAME makes one in lower "
+               "case; assign its administrators, then zaroctl entity remove --id ID): ");
   }
 
   void _checkOwners() {
-    _checkRows(
-        "objects",
-        "SELECT name FROM named_object WHERE NOT EXISTS (SELECT 1 FROM named_object_owner WHERE object_id = id) "
-        "ORDER BY name",
-        "every one has an owner",
-        "without an owner, so that only the root sees them, while any administrator with a managing group may change and "
-        "remove them through the library: ");
+    _checkRows("objects",
+               "SELECT id, name FROM named_object WHERE NOT EXISTS (SELECT 1 FROM named_object_owner WHERE object_id = id) "
+               "ORDER BY name",
+               "every one has an owner",
+               "without an owner, so that only the root sees them, while any administrator with a managing group may "
+               "change and remove them through the library (zaroctl object remove --as ROOT ID): ");
   }
 
   // The library takes the first that it finds.
@@ -83,15 +71,15 @@ class StoredPolicyCheck {
             "no quarantine area has the system's name (\"OPP:\"): administrators are offered none but their own");
       }
       if (rows.size() == 1) {
-        return "one area has the system's name: " + _objectName(rows.front());
+        return "one area has the system's name: object " + _nameOf(rows.front());
       }
       std::string names;
       for (const auto& row : rows) {
-        names.append(names.empty() ? "" : ", ").append(_objectName(row));
+        names.append(names.empty() ? "" : ", ").append(_nameOf(row));
       }
       throw RuntimeError("database " + m_database.name +
-                         ": more than one with the system's name (\"OPP:\"), of which the oldest counts and the "
-                         "administration root may remove the others: " +
+                         ": more than one with the system's name (\"OPP:\"), of which the oldest counts (zaroctl "
+                         "object remove --as ROOT ID removes another): " +
                          names);
     });
   }
@@ -139,7 +127,7 @@ class StoredPolicyCheck {
       }
       throw RuntimeError("database " + m_database.name +
                          ": mail filters cannot apply the policy, and keep the one before until these are changed or "
-                         "disabled: " +
+                         "disabled (zaroctl rule modify --as ROOT NAME --disabled): " +
                          _firstOf(faults, "; "));
     });
   }
@@ -157,11 +145,11 @@ class StoredPolicyCheck {
     return list;
   }
 
-  static std::string _objectName(const zaroruntime::SqlSession::Row& row) {
-    return "object " + row[0].value_or("") + " (" + quoted(row[1].value_or("")) + ")";
+  static std::string _nameOf(const zaroruntime::SqlSession::Row& row) {
+    return row[0].value_or("") + " (" + quoted(row[1].value_or("")) + ")";
   }
 
-  // Names that a query must not find.
+  // Rows, an identifier and a name each, that a query must not find.
   void _checkRows(const char* subject, const char* query, const char* right, const char* wrong) {
     m_findings.check(subject, [&] {
       const auto rows = m_database.session->rows(query);
@@ -169,20 +157,27 @@ class StoredPolicyCheck {
         return std::string(right);
       }
       std::vector<std::string> names;
-      std::transform(rows.begin(), rows.end(), std::back_inserter(names),
-                     [](const auto& row) { return quoted(row.front().value_or("")); });
+      std::transform(rows.begin(), rows.end(), std::back_inserter(names), _nameOf);
       throw RuntimeError("database " + m_database.name + ": " + wrong + _firstOf(names, ", "));
     });
   }
 
-  const zaroruntime::Installation& m_installation;
   const CheckedDatabase& m_database;
   Findings& m_findings;
 };
 
 }  // namespace
 
-void checkStoredPolicy(const zaroruntime::Installation& installation, const CheckedDatabase& database,
-                       Findings& findings) {
-  StoredPolicyCheck(installation, database, findings).run();
+bool checkSchema(const zaroruntime::Installation& installation, const CheckedDatabase& database, Findings& findings) {
+  return findings.check("schema", [&] {
+    try {
+      return schemaFinding(installation, *database.session);
+    } catch (const RuntimeError& failure) {
+      throw RuntimeError("database " + database.name + ": " + failure.what(), failure.kind());
+    }
+  });
+}
+
+void checkStoredPolicy(const CheckedDatabase& database, Findings& findings) {
+  StoredPolicyCheck(database, findings).run();
 }

@@ -29,11 +29,12 @@ void checkAll(const Installation& installation, Findings& findings) {
   checkPolicySettings(installation, findings);
   checkDisplay(installation, findings);
   const auto database = settings ? checkConnection(installation, *settings, findings) : std::nullopt;
-  if (database) {
+  const bool hasSchema = database && checkSchema(installation, *database, findings);
+  if (hasSchema) {
     checkSettingLayers(installation, *database, findings);
-    checkStoredPolicy(installation, *database, findings);
+    checkStoredPolicy(*database, findings);
   }
-  checkStatements(installation, database ? &*database : nullptr, findings);
+  checkStatements(installation, hasSchema ? &*database : nullptr, findings);
 }
 
 ExitCode checkInstallation(Output& out) {
@@ -46,7 +47,7 @@ ExitCode checkInstallation(Output& out) {
       })) {
     checkAll(*installation, findings);
   }
-  out.rows({{"state", "STATE"}, {"subject", "SUBJECT"}, {"finding", "FINDING"}}, findings.list());
+  out.rows({{"state", "STATE"}, {"subject", "SUBJECT"}, {"finding", "FINDING", Output::Width::Whole}}, findings.list());
   return findings.exitCode();
 }
 
