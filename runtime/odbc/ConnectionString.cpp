@@ -1,8 +1,6 @@
 #include "odbc/ConnectionString.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -13,6 +11,7 @@
 
 #include "ZaroRuntime/RuntimeError.h"
 #include "common/AsciiText.h"
+#include "odbc/SqliteFile.h"
 
 namespace zaroruntime {
 
@@ -190,14 +189,7 @@ std::string databaseFile(const std::string& name, const Installation& installati
   if (!S_ISREG(status.st_mode)) {
     throw RuntimeError("database file " + path + ": not a regular file", FailureKind::Configuration);
   }
-  // Readers too write to the files beside it that they share with writers.
-  const std::string directory = path.substr(0, path.rfind('/') + 1);
-  for (const std::string& needed : {path, directory}) {
-    if (::faccessat(AT_FDCWD, needed.c_str(), R_OK | W_OK, AT_EACCESS) != 0) {
-      throw RuntimeError("database file " + path + ": this user may not read and write " + needed, FailureKind::Refused);
-    }
-  }
-  return path;
+  return openedSqliteFile(path);
 }
 
 // No user or password goes to SQLite: it has none, and its driver would take a semicolon in one for a new option.

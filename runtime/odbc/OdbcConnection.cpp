@@ -87,7 +87,10 @@ void OdbcConnection::connect(const std::string& connectionString, Dialect dialec
     // Braces in a text are not ODBC's own escapes.
     SQLSetStmtAttr(m_statement.get(), SQL_ATTR_NOSCAN, attribute(SQL_NOSCAN_ON), 0);
     if (dialect == Dialect::SQLite) {
-      _checkDatabaseIsFile();
+      const std::string file = _databaseFile();
+      if (opensImmutable(connectionString)) {
+        m_immutable.emplace(file);
+      }
     } else if (dialect == Dialect::PostgreSQL) {
       _prepareSession();
     } else {
@@ -145,6 +148,7 @@ void OdbcConnection::disconnect() noexcept {
     m_connected = false;
   }
   m_connection.reset();
+  m_immutable.reset();
 }
 
 void OdbcConnection::execute(const std::string& statement) {
@@ -156,6 +160,7 @@ void OdbcConnection::execute(const std::string& statement) {
   }
   _send(statement);
   _describeColumns();
+  _requireUnchanged();
 }
 
 void OdbcConnection::_send(const std::string& statement) {
@@ -180,6 +185,7 @@ bool OdbcConnection::fetch() {
   }
   const SQLRETURN result = SQLFetch(m_statement.get());
   if (result == SQL_NO_DATA) {
+    _requireUnchanged();
     return false;
   }
   _test(result, "SQLFetch");
@@ -191,6 +197,7 @@ bool OdbcConnection::fetch() {
       m_row[column] = std::move(text);
     }
   }
+  _requireUnchanged();
   return true;
 }
 
@@ -216,13 +223,23 @@ std::optional<std::size_t> OdbcConnection::findColumn(const char* name) const {
 }
 
 // A file that cannot be opened for writing, or a wrong setting, silently gives a temporary database.
-void OdbcConnection::_checkDatabaseIsFile() {
+std::string OdbcConnection::_databaseFile() {
   execute("PRAGMA database_list");
-  const auto file = findColumn("file");
-  const bool onDisk = file && fetch() && value(*file).has_value() && !value(*file)->empty();
+  const auto column = findColumn("file");
+  std::string file = column && fetch() ? value(*column).value_or("") : "";
   closeResult();
-  if (!onDisk) {
+  if (file.empty()) {
     throw OdbcError("08001", 0, "the driver opened a temporary database instead of the file", false);
+  }
+  return file;
+}
+
+// What was read may be half of before and half of after a change. The next statement opens the file anew.
+void OdbcConnection::_requireUnchanged() {
+  if (m_immutable && !m_immutable->isUnchanged()) {
+    const std::string path = m_immutable->path();
+    disconnect();
+    throw OdbcError("40001", 0, "database file " + path + ": another program changed it while it was read", false);
   }
 }
 
@@ -350,6 +367,9 @@ void OdbcConnection::_test(SQLRETURN result, const char* call) {
   std::string text = std::string(call) + ": " + (found.text.empty() ? "failed without a reason" : found.text);
   if (text.find("Can't open lib") != std::string::npos) {
     text += " (is the driver's package installed: libsqliteodbc, odbc-postgresql?)";
+  }
+  if (text.find("attempt to write a readonly database") != std::string::npos) {
+    text += " (this user may only read the database's file, or the directory that it is in)";
   }
   throw OdbcError(found.state, found.native, text, dead == SQL_CD_TRUE);
 }

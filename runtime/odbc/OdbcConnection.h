@@ -8,6 +8,7 @@
 #include "ZaroRuntime/DataSource.h"
 #include "odbc/OdbcError.h"
 #include "odbc/OdbcHandle.h"
+#include "odbc/SqliteFile.h"
 
 namespace zaroruntime {
 
@@ -56,7 +57,9 @@ class OdbcConnection {
   SQLHSTMT statement() const { return m_statement.get(); }
 
  private:
-  void _checkDatabaseIsFile();
+  // The file's path.
+  std::string _databaseFile();
+  void _requireUnchanged();
   void _prepareSession();
   void _send(const std::string& statement);
   std::vector<std::string> _driverSettings();
@@ -71,8 +74,9 @@ class OdbcConnection {
   OdbcHandle m_statement;
   bool m_connected = false;
   Dialect m_dialect = Dialect::Other;
-  std::string m_driverSettings;  // statements that set again what PostgreSQL's driver had set
-  bool m_startsPlain = false;    // PostgreSQL begins a session with all of that, and without a role
+  std::optional<ImmutableFile> m_immutable;  // what SQLite reads without locks
+  std::string m_driverSettings;              // statements that set again what PostgreSQL's driver had set
+  bool m_startsPlain = false;                // PostgreSQL begins a session with all of that, and without a role
   std::vector<std::string> m_columns;
   std::vector<std::optional<std::string>> m_row;
   std::vector<char> m_buffer;  // first piece of every column
