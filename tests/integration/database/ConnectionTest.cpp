@@ -538,6 +538,38 @@ TEST_P(SqliteConnection, commitsAreOnTheDiskUnlessTheDataSourceSaysOtherwise) {
   EXPECT_EQ(first("SELECT synchronous AS \"v\" FROM pragma_synchronous"), "1");
 }
 
+TEST_P(SqliteConnection, changeOfAnImmutableFileIsNoticed) {
+  const std::string path = home().directory().path("own.db");
+  const std::string writable = "DRIVER=libsqlite3odbc.so;JournalMode=WAL;Database=" + path + ";";
+  const std::string immutable = "DRIVER=libsqlite3odbc.so;Database=file:" + path + "?immutable=1;";
+  zaroruntime::OdbcConnection writer;
+  writer.connect(writable, Dialect::SQLite, 5);
+  writer.execute("CREATE TABLE t(a INTEGER)");
+  writer.disconnect();
+
+  for (const bool isWriterOpen : {true, false}) {
+    zaroruntime::OdbcConnection reader;
+    reader.connect(immutable, Dialect::SQLite, 5);
+    reader.execute("SELECT count(*) FROM t");
+    ASSERT_TRUE(reader.fetch());
+    EXPECT_EQ(reader.value(0), isWriterOpen ? "0" : "1");
+    writer.connect(writable, Dialect::SQLite, 5);
+    writer.execute("INSERT INTO t VALUES(1)");
+    if (!isWriterOpen) {
+      writer.disconnect();
+    }
+    try {
+      reader.execute("SELECT count(*) FROM t");
+      ADD_FAILURE() << "the change was not noticed";
+    } catch (const zaroruntime::OdbcError& failure) {
+      EXPECT_EQ(failure.what(), "database file " + path + ": another program changed it while it was read");
+      EXPECT_EQ(failure.kind(), FailureKind::Contention);
+    }
+    EXPECT_FALSE(reader.isConnected());
+    writer.disconnect();
+  }
+}
+
 INSTANTIATE_TEST_SUITE_P(, SqliteConnection, testing::Values(Dialect::SQLite), zarotest::dialectTestName);
 
 class PostgresqlConnection : public Connection {

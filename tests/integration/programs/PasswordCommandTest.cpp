@@ -209,6 +209,8 @@ TEST_P(PasswordCommand, unusableSettingsAreNamed) {
   for (const std::vector<std::string>& arguments : {std::vector<std::string>{"password"}, {"password", "--clear"}}) {
     writeFile(kDatabaseIni, "[Other]\n");
     expectRefused(arguments, "secret\n", 78, homeFile(kDatabaseIni) + ": section [Database_Settings] is missing");
+    writeFile(kDatabaseIni, "[Database_Settings]\nPassword\n");
+    expectRefused(arguments, "secret\n", 78, homeFile(kDatabaseIni) + ": line 2 is neither a section");
     fs::remove(homeFile(kDatabaseIni));
     expectRefused(arguments, "secret\n", 78, homeFile(kDatabaseIni) + ": cannot open: No such file or directory");
   }

@@ -40,6 +40,8 @@ const SetCase kSetCases[] = {
     {"new key at the end without a line end", "[s]\na=1", "[s]\na=1\nk=v\n"},
     {"new section", "[t]\nk=1\n", "[t]\nk=1\n\n[s]\nk=v\n"},
     {"new section behind a comment", "[t]\nk=1\n; end", "[t]\nk=1\n; end\n\n[s]\nk=v\n"},
+    {"new section behind a line without an end", "[t]\nk=1", "[t]\nk=1\n\n[s]\nk=v\n"},
+    {"new section behind a section without an end", "[t]", "[t]\n\n[s]\nk=v\n"},
     {"new file", "", "[s]\nk=v\n"},
     {"the last of two counts", "[s]\nk=1\nk=2\n", "[s]\nk=1\nk=v\n"},
     {"section that stands twice", "[s]\nk=1\n[t]\n[s]\nk=2\nz=3\n", "[s]\nk=1\n[t]\n[s]\nk=v\nz=3\n"},
