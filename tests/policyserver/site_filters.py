@@ -1,6 +1,7 @@
 """Filters on hosts without a database, and the policy servers that they ask."""
 
 import gzip
+import json
 import os
 import pathlib
 import shutil
@@ -10,7 +11,7 @@ import time
 import unittest
 
 from servertest import PATIENCE, Certificates, Installation, Server, environment, free_port, wait_until
-from sitetest import ZAROFILTERD, FakeServer, FilterHost, run_zaroctl, snapshot
+from sitetest import ZAROFILTERD, FakeServer, FilterHost, run_zaroctl, snapshot, with_digest
 
 TOKEN = "a-token-that-no-log-shows"
 
@@ -123,6 +124,7 @@ class FilterOfAFake(SiteTest):
     def test_what_is_no_newer_whole_policy_is_refused(self):
         host = self.filter_host("filter", self.server.port).start()
         self.assertTrue(host.refuses("refused@bad.test"))
+        self.assertIn("policy\t-\t", run_zaroctl(host.home, "policy", "show")[0])
         whole = snapshot(8, "other@bad.test")
         for name, body, why in (
                 ("tampered", whole.replace(b"other@bad.test", b"othex@bad.test"), "it was changed"),
@@ -272,6 +274,49 @@ class ExitStatus(SiteTest):
         asked = len(self.server.requests)
         self.assertIn("other users may read or write it", self.fetch(78))
         self.assertEqual(len(self.server.requests), asked)
+
+
+class Snapshots(SiteTest):
+    """`zaroctl policy show` and `policy diff` on files, which need no installation."""
+
+    def write(self, name, text):
+        (self.directory / name).write_bytes(text)
+        return str(self.directory / name)
+
+    def zaroctl(self, *arguments, status=0, given=None):
+        return run_zaroctl(self.directory / "none", "policy", *arguments, status=status, given=given)
+
+    def test_differences_are_told_one_by_one(self):
+        before = snapshot(7)
+        old = self.write("old", before)
+        lines = before.splitlines(keepends=True)[:-1]
+        for part, by, told in (
+                (b'"version":7', b'"version":8', None),
+                (b'"members":["refused@bad.test"]', b'"members":["other@bad.test"]',
+                 ["removed\tgroup\t2\tlist\tmember\trefused@bad.test\t-", "added\tgroup\t2\tlist\tmember\t-\tother@bad.test"]),
+                (b'"name":"list"', b'"name":"renamed"',
+                 ["changed\trule\t1\trefuse\tlists\tlist:block\trenamed:block", "changed\tgroup\t2\trenamed\tname\tlist\trenamed"]),
+                (b'"reply":"no"', b'"reply":""', ["changed\trule\t1\trefuse\treply\tno\t-"]),
+                (b'"enabled":true', b'"enabled":false', ["changed\trule\t1\trefuse\tenabled\tyes\tno"]),
+                (b'"rule":1', b'"rule":9', ["removed\trule\t1\trefuse\t-\t-\t-", "added\trule\t9\trefuse\t-\t-\t-"]),
+                (b'"manual":false', b'"manual":true', ["changed\torder\t0\torder of rule filters\tmanual\tno\tyes"])):
+            with self.subTest(part):
+                new = self.write("new", with_digest(b"".join(lines).replace(part, by)))
+                out, _ = self.zaroctl("diff", old, new, status=1 if told else 0)
+                self.assertEqual(sorted(out.splitlines()), sorted(told or []))
+        found = json.loads(self.zaroctl("diff", "--json", old, new, status=1)[0])
+        self.assertEqual((found["before"], found["after"], len(found["differences"])), (7, 7, 1))
+
+    def test_what_is_no_snapshot_is_refused(self):
+        whole = self.write("whole", snapshot(7))
+        bad = self.write("bad", snapshot(7)[:-9])
+        for arguments, status in ((("show", bad), 65), (("diff", bad, whole), 65), (("diff", whole, bad), 65),
+                                  (("show", str(self.directory / "none")), 74), (("diff", "-", "-"), 64), (("show", whole), 0)):
+            with self.subTest(arguments):
+                self.zaroctl(*arguments, status=status)
+        shown = json.loads(self.zaroctl("show", "--json", whole)[0])
+        self.assertEqual((shown["version"], shown["made_at"], shown["rules"]), (7, "2026-01-01T00:00:00Z", 1))
+        self.assertEqual([entry["members"] for entry in shown["entries"] if entry["kind"] == "group"], [["refused@bad.test"]])
 
 
 class Tls(SiteTest):

@@ -146,5 +146,9 @@ def snapshot(version, blocked="refused@bad.test"):
         '{"group":2,"name":"list"}',
         f'{{"members":["{blocked}"]}}',
         '{"order":{"manual":false,"groups":[]}}']
-    text = "".join(line + "\n" for line in lines)
-    return (text + f'{{"sha256":"{hashlib.sha256(text.encode()).hexdigest()}"}}\n').encode()
+    return with_digest("".join(line + "\n" for line in lines).encode())
+
+
+def with_digest(text):
+    """The snapshot whose lines but the last these are."""
+    return text + f'{{"sha256":"{hashlib.sha256(text).hexdigest()}"}}\n'.encode()
