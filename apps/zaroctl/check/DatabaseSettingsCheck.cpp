@@ -94,9 +94,7 @@ class DatabaseSettingsCheck {
     std::string clear = *m_storedPassword;
     if (!_isPasswordEncrypted()) {
       m_findings.check("password", [&] { return _clearPasswordFinding(); });
-    } else if (!m_hasKey) {
-      m_settings.reset();  // that finding is enough
-    } else if (!m_findings.check("password", [&] {
+    } else if (!m_hasKey || !m_findings.check("password", [&] {
                  clear = _decryptedPassword();
                  return "stored encrypted; the key opens it";
                })) {
