@@ -31,7 +31,7 @@ class FromReader {
           return _inBrackets();
         case ',':
         case ';':
-          if (const auto found = _outside()) {
+          if (auto found = _outside()) {
             return found;
           }
           m_outside.clear();
