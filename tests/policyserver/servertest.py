@@ -1,7 +1,9 @@
 """Installations and policy servers for tests: processes on loopback that end by their process ids."""
 
+import atexit
 import collections
 import contextlib
+import functools
 import json
 import os
 import pathlib
@@ -42,13 +44,23 @@ def environment():
     return {key: value for key, value in os.environ.items() if not key.startswith("ZARO_")}
 
 
+@functools.lru_cache(maxsize=None)
+def template():
+    """An installation to copy: making one waits for the disk."""
+    directory = tempfile.TemporaryDirectory(prefix="zaro-server-")
+    atexit.register(directory.cleanup)
+    home = pathlib.Path(directory.name) / "gateway"
+    subprocess.run([ZAROCTL, "init", home], env=environment(), capture_output=True, timeout=PATIENCE, check=True)
+    return home
+
+
 class Installation:
     """An installation with a policy, on the embedded database."""
 
     def __init__(self, directory):
         self.home = directory / "gateway"
         self.port = free_port()
-        self.zaroctl("init", str(self.home))
+        shutil.copytree(template(), self.home)
         with self.database() as db:
             for key, value in (("PolicyServerPort", self.port), ("threads", 2), ("max_threads", 4)):
                 db.execute("UPDATE global_setting SET value = ? WHERE section = 'policy_server' AND name = ?", (value, key))

@@ -46,7 +46,7 @@ void ServiceLog::_write(int priority, const std::string& text) const {
     syslog(priority, "%s", printable.c_str());
     return;
   }
-  // One write per line, so that lines of several threads do not mix. A log that cannot be written has nobody to tell.
+  // One write per line, so that lines of several threads do not mix. A line that cannot be written is lost.
   const std::string line = std::string(program_invocation_short_name) + "[" + std::to_string(getpid()) +
                            "]: " + nameOf(priority) + ": " + printable + "\n";
   static_cast<void>(!::write(STDERR_FILENO, line.data(), line.size()));

@@ -4,7 +4,7 @@
 
 namespace {
 
-// Without a service manager there is nobody to tell, and that is no failure.
+// Without a service manager this does nothing, and that is no failure.
 void tell(const std::string& state) {
   constexpr int kKeepEnvironment = 0;
   static_cast<void>(sd_notify(kKeepEnvironment, state.c_str()));

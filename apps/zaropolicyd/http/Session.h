@@ -93,7 +93,8 @@ class Session : public Connection, public std::enable_shared_from_this<Session<S
 
   static constexpr std::uint32_t kLongestHeader = 16384;
   static constexpr std::uint64_t kLongestBody = 16384;
-  static constexpr std::size_t kPiece = 65536;
+  // What a plain socket does not take of it is left for the next piece, but TLS has to get rid of it all.
+  static constexpr std::size_t kPiece = kIsTls ? 65536 : 1U << 20U;
   static constexpr std::chrono::seconds kBetweenLooksAtThePeer{5};
   static constexpr std::chrono::seconds kForTheLastBytes{2};
   static constexpr std::size_t kMostLastBytes = 1U << 20U;
