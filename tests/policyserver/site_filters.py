@@ -94,6 +94,26 @@ class WholeSite(SiteTest):
             wait_until(lambda one=one: one.refuses("third@bad.test"), "the servers are found again")
             self.assertEqual(one.stop(), 0)
 
+    def test_over_tls_with_a_token(self):
+        authority = Certificates(self.directory)
+        certificate, key = authority.make("server")
+        self.installation.set(protocol="HTTPS", certificate=certificate, private_key=key,
+                              token_file=self.installation.write("tokens", TOKEN + "\n"))
+        server = self.start_server()
+        given = self.secret("token", "another-token\n")
+        host = self.filter_host("filter", self.installation.port, ca=authority.ca, token_file=given)
+        host.set("protocol=HTTPS")
+        self.assertIn("does not take this host for a client", run_zaroctl(host.home, "policy", "fetch", status=77)[1])
+        host.start()
+        host.wait_for_log("does not take this host for a client")
+        given.write_text(TOKEN + "\n", encoding="ascii")
+        host.reload()
+        wait_until(lambda: host.refuses("refused@bad.test"), "the new token counts")
+        self.zaroctl("group", "modify", "Spammers", "--add", "other@bad.test")
+        wait_until(lambda: host.refuses("other@bad.test"), "the change counts")
+        for token in (TOKEN, "another-token"):
+            self.assertNotIn(token, server.log() + host.log())
+
     def test_fetch_show_and_diff(self):
         self.start_server()
         kept = self.directory / "policy.snapshot"
@@ -248,6 +268,12 @@ class ExitStatus(SiteTest):
                          ["zaro.ini"])
         self.assertIn("policy_client\thost\t127.0.0.1\t127.0.0.1\tzaro.ini\t-\n",
                       run_zaroctl(self.home, "settings", "client")[0])
+
+    def test_check_knows_a_host_without_a_database(self):
+        self.assertEqual({line.split("\t")[0] for line in run_zaroctl(self.home, "check")[0].splitlines()}, {"ok"})
+        token = self.secret("token", TOKEN, 0o644)
+        run_zaroctl(self.home, "settings", "set", "--host", f"policy_client.token_file={token}")
+        self.assertIn("other users may read or write it", run_zaroctl(self.home, "check", status=78)[0])
 
     def test_a_failure_leaves_the_file_as_it_is(self):
         kept = self.directory / "kept"

@@ -27,6 +27,10 @@ void checkPolicySettings(const zaroruntime::Installation& installation, Findings
 // Whether the settings' two layers hold the same, and the mail filter can use its own; for a database that answers.
 void checkSettingLayers(const zaroruntime::Installation& installation, const CheckedDatabase& database,
                         Findings& findings);
+
+// Whether a host has no database, and a mail filter that asks policy servers.
+bool isFilterHost(const zaroruntime::Installation& installation);
+void checkFilterHost(const zaroruntime::Installation& installation, Findings& findings);
 // The display language, and the display strings of every language.
 void checkDisplay(const zaroruntime::Installation& installation, Findings& findings);
 // The data source and the connection to it.

@@ -1,3 +1,4 @@
+#include <filesystem>
 #include <optional>
 #include <string>
 
@@ -6,6 +7,8 @@
 #include "ZaroRuntime/SettingsStore.h"
 #include "check/Checks.h"
 #include "console/Text.h"
+#include "installation/PrivateFile.h"
+#include "store/ClientSettings.h"
 #include "store/FilterSettings.h"
 #include "store/PolicySettings.h"
 
@@ -73,6 +76,38 @@ void checkSettingLayers(const zaroruntime::Installation& installation, const Che
   });
   findings.check("mail filter settings", [&] {
     requireReadable("the mail filter", readAsFilter(*settings));
+    return std::string("usable");
+  });
+}
+
+bool isFilterHost(const zaroruntime::Installation& installation) {
+  if (std::filesystem::exists(installation.databaseIni())) {
+    return false;
+  }
+  const std::optional<Settings> settings = readableSettings(installation);
+  const zaroruntime::Setting* source = settings ? settings->find(kFilterSection, "source") : nullptr;
+  return source != nullptr && source->value == "policy_server";
+}
+
+void checkFilterHost(const zaroruntime::Installation& installation, Findings& findings) {
+  const std::optional<Settings> settings = readableSettings(installation);
+  if (!settings) {
+    return;
+  }
+  findings.check("policy client settings", [&] {
+    const ClientSettings client = clientSettings(installation, *settings);
+    for (const std::string& file : {client.tokenFile, client.privateKey}) {
+      if (!file.empty()) {
+        readPrivateFile(file);
+      }
+    }
+    return std::string("usable; zarofilterd --check asks the policy servers");
+  });
+  findings.check("mail filter settings", [&] {
+    const ReadSettings read = readAsFilter(*settings);
+    if (!read.isComplete()) {
+      throw RuntimeError(whyUnreadable("the mail filter", read));
+    }
     return std::string("usable");
   });
 }

@@ -25,6 +25,11 @@ void checkHome(const Installation& installation) {
 // From the directory to the statements; what lacks something that an earlier area did not find is left out.
 void checkAll(const Installation& installation, Findings& findings) {
   checkFiles(installation, findings);
+  if (isFilterHost(installation)) {
+    checkPolicySettings(installation, findings);
+    checkFilterHost(installation, findings);
+    return;
+  }
   const auto settings = checkDatabaseSettings(installation, findings);
   checkPolicySettings(installation, findings);
   checkDisplay(installation, findings);
