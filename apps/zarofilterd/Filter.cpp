@@ -44,11 +44,12 @@ std::string madeDirectory(const std::string& directory) {
 
 class Filter {
  public:
-  Filter(const FilterSettings& settings, const ServiceLog& log)
+  Filter(const FilterSettings& settings, const zaroruntime::Settings& stored, const ServiceLog& log)
       : m_log(log),
         m_lock(madeDirectory(settings.stateDirectory)),
         m_lastGood(settings.stateDirectory),
-        m_loader([this, &settings](auto decides) { return makePolicySource(settings, _surroundings(decides)); },
+        m_loader([this, &settings,
+                  &stored](auto decides) { return makePolicySource(settings, stored, _surroundings(decides)); },
                  m_lastGood, std::chrono::seconds(settings.pollSeconds), m_metrics, log),
         m_desk{settings, m_loader.policy(), m_metrics, log} {}
 
@@ -140,8 +141,9 @@ class Filter {
 
 }  // namespace
 
-void serve(const FilterSettings& settings, const ServiceLog& log, const std::function<void()>& onReady) {
-  Filter filter(settings, log);
+void serve(const FilterSettings& settings, const zaroruntime::Settings& stored, const ServiceLog& log,
+           const std::function<void()>& onReady) {
+  Filter filter(settings, stored, log);
   filter.start();
   log.info("ready: " + settings.socket);
   tellReady("Ready");

@@ -57,7 +57,7 @@ ExitCode check(const Installation& installation) {
     return ExitCode::Configuration;
   }
   const FilterSettings settings = filterSettings(installation, stored);
-  const PolicyGeneration generation(makePolicySource(settings)->loadUnless(std::nullopt).value());
+  const PolicyGeneration generation(makePolicySource(settings, stored)->loadUnless(std::nullopt).value());
   for (const std::string& warning : generation.warnings()) {
     diagnose(warning);
   }
@@ -76,8 +76,8 @@ ExitCode serveMail(const Installation& installation, bool foreground) {
   const ServiceLog log(foreground ? ServiceLog::Target::StandardError : ServiceLog::Target::SystemLog);
   // Where `state_dir` is by default: what is kept may say that it is elsewhere.
   const std::string kept = installation.path("state/settings.json");
-  const FilterSettings settings = filterSettings(installation, settingsOrLastGood(installation, kept, log));
-  serve(settings, log, [&] {
+  const zaroruntime::Settings stored = settingsOrLastGood(installation, kept, log);
+  serve(filterSettings(installation, stored), stored, log, [&] {
     if (background) {
       background->tellReady();
     }

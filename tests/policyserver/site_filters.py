@@ -11,7 +11,7 @@ import time
 import unittest
 
 from servertest import PATIENCE, Certificates, Installation, Server, environment, free_port, wait_until
-from sitetest import ZAROFILTERD, FakeServer, FilterHost, run_zaroctl, snapshot, with_digest
+from sitetest import FILTER_SETTINGS, ZAROFILTERD, FakeServer, Filter, FilterHost, run_zaroctl, snapshot, with_digest
 
 TOKEN = "a-token-that-no-log-shows"
 
@@ -208,6 +208,25 @@ class FilterOfAFake(SiteTest):
         self.assertIn(f'zaro_filter_policy_server_answers_total{{server="127.0.0.2:{self.server.port}"}}', text)
         self.assertIn("zaro_filter_policy_server_answer_timestamp_seconds{", text)
 
+    def test_the_settings_of_all_hosts_count_while_their_database_is_away(self):
+        installation = Installation(self.directory)
+        with installation.database() as db:
+            db.execute("UPDATE global_setting SET value = ? WHERE section = 'policy_server' AND name = 'PolicyServerPort'",
+                       (self.server.port,))
+            db.executemany("INSERT INTO global_setting (section, name, value) VALUES ('mail_filter', ?, ?)",
+                           {"source": "policy_server", **FILTER_SETTINGS}.items())
+            db.commit()
+        host = Filter(installation.home)
+        self.addCleanup(host.stop)
+        host.start()
+        self.assertTrue(host.refuses("refused@bad.test"))
+        self.assertEqual(host.stop(), 0)
+        installation.take_database_away()
+        self.server.answer(snapshot(8, "other@bad.test"), ETag='"8-a"')
+        host.start()
+        wait_until(lambda: host.refuses("other@bad.test"), "the server is asked without the database")
+        self.assertIn("are those that the database had last", host.log())
+
     def test_check_needs_no_database(self):
         host = self.filter_host("filter", self.server.port)
         done = subprocess.run([ZAROFILTERD, "--home", str(host.home), "--check"], env=environment(), capture_output=True,
@@ -284,7 +303,7 @@ class ExitStatus(SiteTest):
         self.server.answer(snapshot(7))
         self.fetch(0, "--output", str(kept))
         self.assertEqual(kept.read_bytes(), snapshot(7))
-        self.assertEqual(os.listdir(self.directory).count("kept.new"), 0)
+        self.assertEqual([name for name in os.listdir(self.directory) if name.startswith("kept")], ["kept"])
 
     def test_a_token_is_sent_and_never_shown(self):
         token = self.secret("token", TOKEN + "\n")

@@ -22,18 +22,18 @@ def run_zaroctl(home, *arguments, status=0, given=None):
     return done.stdout, done.stderr
 
 
-class FilterHost:
-    """An installation without a database, whose filter asks policy servers; mail servers ask it by policy delegation."""
+# A look by the clock would come too late for any of the tests.
+FILTER_SETTINGS = {"policy_socket": "unix:run/policy.sock", "poll_secs": "3600"}
 
-    def __init__(self, directory, name, port, hosts="127.0.0.1", **client):
-        self.home = directory / name
+
+class Filter:
+    """The mail filter of an installation that is there; mail servers ask it by policy delegation."""
+
+    def __init__(self, home):
+        self.home = home
         self.delegation = self.home / "run" / "policy.sock"
         self.log_path = self.home / "filter.log"
         self.process = None
-        run_zaroctl(self.home, "init", "--filter-only", "--policy-server", hosts)
-        # A look by the clock would come too late for any of these tests.
-        self.set(f"PolicyServerPort={port}", "mail_filter.policy_socket=unix:run/policy.sock", "mail_filter.poll_secs=3600",
-                 *(f"policy_client.{key}={value}" for key, value in client.items()))
 
     def set(self, *settings):
         run_zaroctl(self.home, "settings", "set", "--host", *settings)
@@ -82,6 +82,16 @@ class FilterHost:
 
     def refuses(self, sender):
         return self.decide(sender).startswith("action=550")
+
+
+class FilterHost(Filter):
+    """An installation without a database, whose filter asks policy servers."""
+
+    def __init__(self, directory, name, port, hosts="127.0.0.1", **client):
+        super().__init__(directory / name)
+        run_zaroctl(self.home, "init", "--filter-only", "--policy-server", hosts)
+        self.set(f"PolicyServerPort={port}", *(f"mail_filter.{key}={value}" for key, value in FILTER_SETTINGS.items()),
+                 *(f"policy_client.{key}={value}" for key, value in client.items()))
 
 
 class FakeServer:

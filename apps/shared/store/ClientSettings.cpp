@@ -1,5 +1,6 @@
 #include "store/ClientSettings.h"
 
+#include <strings.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -53,6 +54,69 @@ std::vector<std::string> hostsIn(const std::string& text) {
   return hosts;
 }
 
+// What the library reads, or would.
+struct LibrarySettings {
+  std::string hosts;
+  unsigned int port = 0;
+  bool keepAlive = false;
+  bool usesTls = false;
+  unsigned int receiveSeconds = 0;
+  unsigned int sendSeconds = 0;
+};
+
+void requireComplete(const ReadSettings& read) {
+  if (!read.isComplete()) {
+    throw RuntimeError(whyUnreadable("a client", read), FailureKind::Configuration);
+  }
+}
+
+LibrarySettings readByLibrary(const Settings& stored) {
+  requireComplete(readAsClient(stored));
+  LibrarySettings settings;
+  Interface::Protocol protocol = Interface::HTTP;
+  const unsigned int code = Interface::getClientSettingsFromDatabase(
+      settings.hosts, settings.port, settings.keepAlive, protocol, settings.receiveSeconds, settings.sendSeconds, true);
+  if (code != ZaroErrC::Success) {
+    throw RuntimeError(whyUnreadable("a client", readAsClient(stored)), FailureKind::Configuration);
+  }
+  settings.usesTls = protocol == Interface::HTTPS;
+  return settings;
+}
+
+// What the section of clients lacks is the server's.
+std::string keptText(const Settings& stored, const char* section, const char* key) {
+  const Setting* setting = stored.find(section, key);
+  if (setting == nullptr) {
+    setting = stored.find(kServerSection, key);
+  }
+  if (setting == nullptr) {
+    throw RuntimeError("[" + std::string(section) + "] " + key + " is missing in zaro.ini, and " + stored.databaseFailure,
+                       FailureKind::Configuration);
+  }
+  return setting->value;
+}
+
+// By the same rules, but from what was kept of a database that does not answer, which the library does not know.
+LibrarySettings readKept(const Settings& stored) {
+  LibrarySettings settings;
+  const auto number = [&](const char* section, const char* key, unsigned int& value) {
+    Interface::readNumber(*Interface::findClientRule(key), keptText(stored, section, key), value);
+  };
+  const auto isWord = [&](const char* key, const char* word) {
+    return strcasecmp(keptText(stored, kServerSection, key).c_str(), word) == 0;
+  };
+  number(kServerSection, "PolicyServerPort", settings.port);
+  settings.keepAlive = isWord("keep-alive", "yes");
+  settings.usesTls = isWord("protocol", "https");
+  settings.hosts = keptText(stored, kClientSection, kHost);
+  number(kClientSection, "recv_timeout_secs", settings.receiveSeconds);
+  number(kClientSection, "send_timeout_secs", settings.sendSeconds);
+  ReadSettings read{{{kClientSection, kHost, nullptr, settings.hosts, ""}}, ZaroErrC::Success, ""};
+  readClientOnly(stored, read);
+  requireComplete(read);
+  return settings;
+}
+
 }  // namespace
 
 std::string PolicyServerAddress::text() const {
@@ -92,23 +156,14 @@ void readClientOnly(const Settings& stored, ReadSettings& read) {
 }
 
 ClientSettings clientSettings(const Installation& installation, const Settings& stored) {
-  const ReadSettings read = readAsClient(stored);
-  if (!read.isComplete()) {
-    throw RuntimeError(whyUnreadable("a client", read), FailureKind::Configuration);
-  }
+  const LibrarySettings library = stored.databaseFailure.empty() ? readByLibrary(stored) : readKept(stored);
   ClientSettings settings;
-  std::string hosts;
-  unsigned int receive = 0, send = 0;
-  Interface::Protocol protocol = Interface::HTTP;
-  const unsigned int code =
-      Interface::getClientSettingsFromDatabase(hosts, settings.port, settings.keepAlive, protocol, receive, send, true);
-  if (code != ZaroErrC::Success) {
-    throw RuntimeError(whyUnreadable("a client", readAsClient(stored)), FailureKind::Configuration);
-  }
-  settings.useHosts(hosts);
-  settings.usesTls = protocol == Interface::HTTPS;
-  settings.receiveTimeout = std::chrono::seconds(receive);
-  settings.sendTimeout = std::chrono::seconds(send);
+  settings.port = library.port;
+  settings.useHosts(library.hosts);
+  settings.usesTls = library.usesTls;
+  settings.keepAlive = library.keepAlive;
+  settings.receiveTimeout = std::chrono::seconds(library.receiveSeconds);
+  settings.sendTimeout = std::chrono::seconds(library.sendSeconds);
   const auto file = [&](const char* key) {
     const std::string text = kClientOnly.text(stored, key);
     return text.empty() || text[0] == '/' ? text : installation.path(text);

@@ -44,7 +44,8 @@ std::string whyNoClientValue(const std::string& key, const std::string& text);
 // Appends what only programs have to what the library read, and judges the hosts among the latter.
 void readClientOnly(const zaroruntime::Settings& stored, ReadSettings& read);
 
-// Throws RuntimeError saying which setting is missing or wrong.
+// While the database does not answer, what `stored` has counts, which may be what was kept of it. Throws RuntimeError
+// saying which setting is missing or wrong.
 ClientSettings clientSettings(const zaroruntime::Installation& installation, const zaroruntime::Settings& stored);
 
 // The servers that the database has registered, as far as a client can ask them. Throws RuntimeError.

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "ZaroRuntime/SettingsStore.h"
 #include "policy/PolicySource.h"
 #include "store/FilterSettings.h"
 
@@ -18,6 +19,6 @@ struct SourceSurroundings {
   std::function<void(const std::string& text)> warn = [](const std::string&) {};
 };
 
-// The source that the settings name. Throws RuntimeError.
-std::unique_ptr<PolicySource> makePolicySource(const FilterSettings& settings,
+// The source that the settings name. `stored` is what they were read from. Throws RuntimeError.
+std::unique_ptr<PolicySource> makePolicySource(const FilterSettings& settings, const zaroruntime::Settings& stored,
                                                const SourceSurroundings& surroundings = {});

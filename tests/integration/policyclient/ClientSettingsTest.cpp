@@ -33,19 +33,29 @@ class ClientSettingsTest : public testing::Test {
     unsetenv("ZARO_DB_INI");
   }
 
-  ClientSettings settingsOf(const std::string& own) const {
-    const Installation installation = Installation::fromEnvironment();
+  static Installation write(const std::string& own) {
+    Installation installation = Installation::fromEnvironment();
     std::ofstream(installation.settingsIni()) << kLibrarys << own;
+    return installation;
+  }
+
+  static ClientSettings settingsOf(const std::string& own) {
+    const Installation installation = write(own);
     return clientSettings(installation, zaroruntime::readSettings(installation));
   }
 
-  std::string refusalOf(const std::string& own) const {
+  static std::string refusalOf(const Installation& installation, const Settings& stored) {
     try {
-      settingsOf(own);
+      clientSettings(installation, stored);
     } catch (const zaroruntime::RuntimeError& refusal) {
       return refusal.what();
     }
     return "";
+  }
+
+  static std::string refusalOf(const std::string& own) {
+    const Installation installation = write(own);
+    return refusalOf(installation, zaroruntime::readSettings(installation));
   }
 
  private:
@@ -68,6 +78,35 @@ TEST_F(ClientSettingsTest, areReadWithoutADatabase) {
   EXPECT_EQ(settings.receiveTimeout.count(), 7);
   EXPECT_EQ(settings.sendTimeout.count(), 8);
   EXPECT_EQ(settings.ca + settings.certificate + settings.privateKey + settings.tokenFile, "");
+}
+
+// The library looks at the installation, whose file has less than what was kept.
+TEST_F(ClientSettingsTest, areWhatWasKeptOfADatabaseThatDoesNotAnswer) {
+  using zaroruntime::SettingLayer;
+  Settings stored;
+  stored.databaseFailure = "the database does not answer";
+  const auto keep = [&](const char* section, const char* key, const char* value) {
+    stored.sections[section][key] = {value, SettingLayer::Database, std::nullopt};
+  };
+  keep(kServerSection, "PolicyServerPort", "7070");
+  keep(kServerSection, "keep-alive", "Yes");
+  keep(kServerSection, "protocol", "https");
+  keep(kServerSection, "recv_timeout_secs", "11");
+  keep(kClientSection, "send_timeout_secs", "9999");
+  const Installation installation = Installation::fromEnvironment();
+  EXPECT_THAT(refusalOf(installation, stored),
+              HasSubstr("[policy_client] host is missing in zaro.ini, and the database"));
+  keep(kClientSection, "host", "a b");
+  EXPECT_THAT(refusalOf(installation, stored), HasSubstr("[policy_client] host: \"a b\" is not the name"));
+  keep(kClientSection, "host", "a.test");
+  keep(kClientSection, "ca", "config/ca.pem");
+  const ClientSettings settings = clientSettings(installation, stored);
+  EXPECT_THAT(textsOf(settings), ElementsAre("a.test:7070"));
+  EXPECT_TRUE(settings.usesTls);
+  EXPECT_TRUE(settings.keepAlive);
+  EXPECT_EQ(settings.receiveTimeout.count(), 11);
+  EXPECT_EQ(settings.sendTimeout.count(), 300);
+  EXPECT_EQ(settings.ca, installation.path("config/ca.pem"));
 }
 
 TEST_F(ClientSettingsTest, nameSeveralServersWithCommas) {
