@@ -5,14 +5,16 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 
 #include "installation/Files.h"
 
-AtomicFile::AtomicFile(const std::string& path) : m_target(std::filesystem::absolute(path)), m_path(m_target + ".new") {
+AtomicFile::AtomicFile(const std::string& path)
+    : m_target(std::filesystem::absolute(path)), m_path(m_target + ".new-XXXXXX") {
   std::error_code failure;
   std::filesystem::create_directories(std::filesystem::path(path).parent_path(), failure);
-  m_descriptor = ::open(m_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600);
+  m_descriptor = ::mkostemp(m_path.data(), O_CLOEXEC);  // of mode 0600
   if (m_descriptor < 0) {
     throwErrno(m_path, "cannot write");
   }
@@ -20,7 +22,9 @@ AtomicFile::AtomicFile(const std::string& path) : m_target(std::filesystem::abso
 
 AtomicFile::~AtomicFile() {
   close(m_descriptor);
-  unlink(m_path.c_str());  // gone already when it got its name
+  if (!m_isInPlace) {
+    unlink(m_path.c_str());
+  }
 }
 
 void AtomicFile::append(std::string_view text) {
@@ -39,7 +43,8 @@ void AtomicFile::putInPlace() {
   if (std::rename(m_path.c_str(), m_target.c_str()) != 0) {
     throwErrno(m_target, "cannot replace");
   }
-  bringToDisk(std::filesystem::path(m_target).parent_path());
+  m_isInPlace = true;
+  tryToBringToDisk(std::filesystem::path(m_target).parent_path());
 }
 
 void AtomicFile::_flush() {

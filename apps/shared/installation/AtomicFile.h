@@ -4,7 +4,8 @@
 #include <string>
 #include <string_view>
 
-// Has another name until then. Only its owner may open it. Everything throws RuntimeError naming the file.
+// Has another name until then, FILE.new-XXXXXX, which no other writer has. Only its owner may open it. Everything
+// throws RuntimeError naming the file.
 class AtomicFile {
  public:
   // Makes the directories that `path` names, if they are not there.
@@ -15,7 +16,7 @@ class AtomicFile {
   AtomicFile& operator=(const AtomicFile&) = delete;
 
   void append(std::string_view text);
-  // It would outlast a power failure when this returns.
+  // It would outlast a power failure when this returns; if the disk does not confirm that, standard error tells.
   void putInPlace();
 
  private:
@@ -24,5 +25,6 @@ class AtomicFile {
   std::string m_target;
   std::string m_path;
   int m_descriptor = -1;
+  bool m_isInPlace = false;
   std::string m_unwritten;
 };
