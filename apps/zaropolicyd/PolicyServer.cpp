@@ -109,13 +109,19 @@ class PolicyServer {
   // What cannot be read leaves what was read before.
   void _reload() {
     tellReloading();
+    bool isAll = true;
     for (const std::string& failure :
          {failureOf([this] { _readTokens(); }), failureOf([this] { m_server.reloadTls(); })}) {
       if (!failure.empty()) {
         m_log.error("what was there before stays: " + failure);
+        isAll = false;
       }
     }
-    m_log.info("tokens and certificates are read again");
+    if (isAll) {
+      m_log.info("tokens and certificates are read again");
+    } else {
+      m_log.warning("not all tokens and certificates are read again");
+    }
     m_maker.requestReload();
   }
 

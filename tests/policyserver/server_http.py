@@ -20,7 +20,7 @@ REQUEST = b"GET /v1/policy HTTP/1.1\r\nHost: x\r\n\r\n"
 
 
 class Answers(ServerTest):
-    def test_the_policy_is_whole_and_its_tag_strong(self):
+    def test_the_policy_is_whole_and_has_one_tag(self):
         server = self.start()
         answer = curl(server.url())
         self.assertEqual((answer.status, answer.fields["content-type"]), (200, "application/x-ndjson"))
@@ -271,6 +271,20 @@ class Administration(ServerTest):
         self.assertEqual(self.installation.zaroctl("servers", "list"), f"1\t127.0.0.1\t{self.installation.port}\n")
         self.assertIn("which other hosts do not reach", self.refused_start("--register", "192.0.2.1"))
         self.assertIn("is not an IP address", self.refused_start("--register", "policy.example.test"))
+
+    def test_a_registration_that_fails_is_no_failure_of_the_policy(self):
+        self.installation.rename_table("component", "away")
+        server = self.start_with(["--register", "127.0.0.1"])
+        server.wait_for_log("error: not registered: ")
+        # Its policy is looked at meanwhile, and is good.
+        version = self.installation.change("second")
+        server.wait_for_log(f"policy {version} is served")
+        self.assertEqual(json.loads(curl(server.url("/readyz")).body)["database"], "reachable")
+        self.assertEqual(server.metric("zaro_server_look_failures_total"), 0)
+        self.installation.rename_table("away", "component")
+        server.wait_for_log("registered as policy server 1")
+        self.assertEqual(server.log().count("not registered: "), 1)
+        self.assertNotIn("the policy is not reloaded", server.log())
 
     def test_the_service_manager_is_told(self):
         with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as notices:

@@ -15,17 +15,22 @@ from filter_postgresql import SERVER, ServerGateway, control  # noqa: E402
 from servertest import Server, curl, free_port, lines_of, wait_until  # noqa: E402
 
 
+class Gateway(ServerGateway):
+    def take_port(self):
+        self.port = free_port()
+        self.zaroctl("settings", "set", f"PolicyServerPort={self.port}")
+
+
 @unittest.skipUnless(SERVER["CTL"], "the PostgreSQL server is not ours to stop: run the tests through scripts/with-postgres")
 class DatabaseGoesAway(unittest.TestCase):
     def setUp(self):
         self.directory = pathlib.Path(tempfile.mkdtemp(prefix="zaro-server-"))
         self.addCleanup(shutil.rmtree, self.directory, ignore_errors=True)
-        self.gateway = ServerGateway(self.directory)
+        self.gateway = Gateway(self.directory)
         self.addCleanup(self.gateway.remove)
         self.addCleanup(subprocess.run, ["sh", "-c", f"{SERVER['CTL']} start"], stdout=subprocess.DEVNULL,
                         stderr=subprocess.DEVNULL, check=False)  # a test that failed may have left it stopped
-        self.gateway.port = free_port()
-        self.gateway.zaroctl("settings", "set", f"PolicyServerPort={self.gateway.port}")
+        self.gateway.take_port()
 
     def test_the_policy_is_served_all_the_while_and_changes_count_again(self):
         server = Server(self.gateway, ["--register", "127.0.0.1"])

@@ -58,11 +58,14 @@ class Https(ServerTest):
     def test_a_client_proves_itself_by_its_certificate(self):
         server = self.start(**self.files, client_ca=self.certificates.ca)
         self.assertEqual(self.ask(server, *self.pair("client")).status, 200)
-        for arguments in ((), self.pair("stranger", signed=False)):
-            answer = self.ask(server, *arguments)
-            self.assertEqual((answer.status, answer.fields["www-authenticate"]), (401, 'Bearer realm="policy"'))
-            self.assertIn(b"a client certificate or a bearer token is needed", answer.body)
-        server.wait_for_log("refused: peer=127.0.0.1 path=/v1/policy", 2)
+        for arguments, why in (((), "there is none"),
+                               (self.pair("stranger", signed=False), "the certificate is not good: self-signed certificate"),
+                               (self.pair("expired", days=-1), "the certificate is not good: certificate has expired")):
+            with self.subTest(why):
+                answer = self.ask(server, *arguments)
+                self.assertEqual((answer.status, answer.fields["www-authenticate"]), (401, 'Bearer realm="policy"'))
+                self.assertEqual(answer.body.decode(), f"a client certificate or a bearer token is needed: {why}\n")
+                server.wait_for_log(f'refused: peer=127.0.0.1 path=/v1/policy why="{why}"')
         # What watches over the server on its host needs no proof.
         self.assertEqual(self.ask(server, path="/readyz").status, 200)
 
@@ -72,10 +75,13 @@ class Https(ServerTest):
         certificate, key = self.certificates.make("renewed")
         self.files["certificate"].write_bytes(certificate.read_bytes())
         server.reload()
-        server.wait_for_log("what was there before stays")
+        self.assertIn("error: what was there before stays: ", server.log())
+        self.assertIn("warning: not all tokens and certificates are read again", server.log())
+        self.assertNotIn("info: tokens and certificates are read again", server.log())
         self.assertEqual(ssl.get_server_certificate(("127.0.0.1", self.installation.port)), before)
         self.files["private_key"].write_bytes(key.read_bytes())
         server.reload()
+        self.assertIn("info: tokens and certificates are read again", server.log())
         self.assertEqual(ssl.get_server_certificate(("127.0.0.1", self.installation.port)).split(),
                          certificate.read_text(encoding="ascii").split())
         self.assertEqual(self.ask(server).status, 200)
@@ -89,7 +95,7 @@ class Https(ServerTest):
         most = before
 
         def load():
-            for _ in range(10):
+            for _ in range(3):
                 ssl.get_server_certificate(("127.0.0.1", self.installation.port))
 
         with concurrent.futures.ThreadPoolExecutor(16) as threads:

@@ -59,13 +59,21 @@ class Installation:
 
     def __init__(self, directory):
         self.home = directory / "gateway"
-        self.port = free_port()
         shutil.copytree(template(), self.home)
+        self._store(threads=2, max_threads=4)
+        self.take_port()
+        self.change("first")
+
+    def take_port(self):
+        """Another one each time."""
+        self.port = free_port()
+        self._store(PolicyServerPort=self.port)
+
+    def _store(self, **settings):
         with self.database() as db:
-            for key, value in (("PolicyServerPort", self.port), ("threads", 2), ("max_threads", 4)):
+            for key, value in settings.items():
                 db.execute("UPDATE global_setting SET value = ? WHERE section = 'policy_server' AND name = ?", (value, key))
             db.commit()
-        self.change("first")
 
     def zaroctl(self, *arguments, status=0):
         done = subprocess.run([ZAROCTL, *arguments], env={**environment(), "ZARO_HOME": str(self.home)},
@@ -114,12 +122,12 @@ class Installation:
 
     def break_database(self):
         """For a program that has it open already."""
-        self._rename_table("policy_version", "away")
+        self.rename_table("policy_version", "away")
 
     def mend_database(self):
-        self._rename_table("away", "policy_version")
+        self.rename_table("away", "policy_version")
 
-    def _rename_table(self, name, other):
+    def rename_table(self, name, other):
         with self.database() as db:
             db.execute("PRAGMA legacy_alter_table = ON")
             db.execute(f"ALTER TABLE {name} RENAME TO {other}")
@@ -144,15 +152,24 @@ class Server:
         self.log_path = installation.home / "server.log"
 
     def start(self):
+        """On another port where a program has taken the installation's meanwhile."""
+        while not self._listens():
+            self.installation.take_port()
+        return self
+
+    def _listens(self):
         with open(self.log_path, "ab") as log:
+            before = log.tell()
             self.process = subprocess.Popen(
                 [*self.wrapper, ZAROPOLICYD, "--home", str(self.installation.home), "--foreground", *self.arguments],
                 stderr=log, env=self.environment)
-        wait_until(self._is_ready, "the server listens")
-        return self
+        wait_until(lambda: self.process.poll() is not None or self._is_ready(), "the server listens")
+        if self.process.poll() is None:
+            return True
+        assert b"Address already in use" in self.log_path.read_bytes()[before:], f"the server ended: {self.log()}"
+        return False
 
     def _is_ready(self):
-        assert self.process.poll() is None, f"the server ended: {self.log()}"
         return f"zaropolicyd[{self.process.pid}]: info: ready" in self.log()
 
     def log(self):
@@ -162,6 +179,7 @@ class Server:
         wait_until(lambda: self.log().count(text) >= count, f"{text!r} in {self.log()}")
 
     def reload(self):
+        """Returns when the server has read its files, or has found that it cannot."""
         before = self.log().count("are read again")
         self.process.send_signal(signal.SIGHUP)
         self.wait_for_log("are read again", before + 1)
@@ -257,14 +275,14 @@ class Certificates:
     def _run(self, *arguments):
         subprocess.run(["openssl", *arguments], cwd=self.directory, capture_output=True, timeout=PATIENCE, check=True)
 
-    def make(self, name, key_of=("ec", "-pkeyopt", "ec_paramgen_curve:P-256"), signed=True):
+    def make(self, name, key_of=("ec", "-pkeyopt", "ec_paramgen_curve:P-256"), signed=True, days=2):
         """A certificate for 127.0.0.1 and its key; signed by itself where the authority does not."""
         names = ["-addext", "subjectAltName=IP:127.0.0.1"]
         if signed:
             self._run("req", "-newkey", *key_of, "-nodes", "-subj", f"/CN={name}", *names, "-keyout", f"{name}.key", "-out",
                       f"{name}.csr")
             self._run("x509", "-req", "-in", f"{name}.csr", "-CA", "ca.pem", "-CAkey", "ca.key", "-CAcreateserial",
-                      "-days", "2", "-copy_extensions", "copy", "-out", f"{name}.pem")
+                      "-days", str(days), "-copy_extensions", "copy", "-out", f"{name}.pem")
         else:
             self._run("req", "-x509", "-newkey", *key_of, "-nodes", "-days", "2", "-subj", f"/CN={name}", *names,
                       "-keyout", f"{name}.key", "-out", f"{name}.pem")

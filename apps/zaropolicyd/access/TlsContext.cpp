@@ -91,3 +91,13 @@ std::shared_ptr<Context> makeTlsContext(const ServerSettings& settings) {
   }
   return made;
 }
+
+std::optional<std::string> certificateFault(SSL* connection) {
+  X509* const certificate = SSL_get_peer_certificate(connection);
+  X509_free(certificate);
+  if (certificate == nullptr || SSL_get_verify_mode(connection) == SSL_VERIFY_NONE) {
+    return std::nullopt;
+  }
+  const long result = SSL_get_verify_result(connection);
+  return result == X509_V_OK ? "" : X509_verify_cert_error_string(result);
+}

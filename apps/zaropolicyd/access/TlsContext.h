@@ -3,6 +3,8 @@
 
 #include <boost/asio/ssl/context.hpp>
 #include <memory>
+#include <optional>
+#include <string>
 
 #include "store/ServerSettings.h"
 
@@ -10,3 +12,7 @@
 // CA, clients are asked for a certificate; a wrong one, or none, is no failure of the handshake, since the answer is to
 // say so. Throws RuntimeError naming the file.
 std::shared_ptr<boost::asio::ssl::context> makeTlsContext(const ServerSettings& settings);
+
+// What is wrong with the certificate of a connection's client; empty: nothing. Nothing at all when it has none, or is
+// not asked for one.
+std::optional<std::string> certificateFault(SSL* connection);

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstddef>
-#include <iterator>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -44,12 +43,14 @@ class Connections {
     std::list<Connection*>::iterator m_at;
   };
 
-  // Under no lock of the connection's own; the place must be gone before the connection is.
+  // Under no lock of the connection's own; the place must be gone before the connection is. Strong guarantee.
   std::unique_ptr<Place> add(Connection& connection) {
+    std::list<Connection*> added{&connection};
+    auto place = std::make_unique<Place>(*this, added.begin());
     const std::lock_guard<std::mutex> lock(m_mutex);
-    m_connections.push_back(&connection);
+    m_connections.splice(m_connections.end(), added);
     m_metrics.setConnections(m_connections.size());
-    return std::make_unique<Place>(*this, std::prev(m_connections.end()));
+    return place;
   }
 
   std::size_t count() const {

@@ -11,6 +11,7 @@
 #include "ZaroRuntime/RuntimeError.h"
 #include "access/TlsContext.h"
 #include "http/Session.h"
+#include "service/FailureText.h"
 
 using boost::asio::ip::tcp;
 using TlsContext = std::shared_ptr<boost::asio::ssl::context>;
@@ -111,8 +112,13 @@ class HttpServer::Implementation {
   }
 
   void _accept() {
-    m_acceptor.async_accept(boost::asio::make_strand(m_context),
-                            [this](ErrorCode failure, tcp::socket socket) { _accepted(failure, std::move(socket)); });
+    const std::string why = failureOf([this] {
+      m_acceptor.async_accept(boost::asio::make_strand(m_context),
+                              [this](ErrorCode failure, tcp::socket socket) { _accepted(failure, std::move(socket)); });
+    });
+    if (!why.empty()) {
+      _acceptLater();
+    }
   }
 
   void _accepted(ErrorCode failure, tcp::socket socket) {
@@ -121,22 +127,41 @@ class HttpServer::Implementation {
     }
     if (failure) {
       // Without descriptors or memory the connection waits on, and would be told of at once.
-      constexpr std::chrono::milliseconds kPause(100);
-      m_pause.expires_after(kPause);
-      m_pause.async_wait([this](ErrorCode cancelled) {
-        if (!cancelled) {
-          _accept();
-        }
-      });
+      _acceptLater();
       return;
     }
+    const std::string why = failureOf([&] { _takeIn(std::move(socket)); });
+    if (why.empty()) {
+      _accept();
+    } else {
+      _lose(why);
+      _acceptLater();
+    }
+  }
+
+  void _acceptLater() {
+    constexpr std::chrono::milliseconds kPause(100);
+    m_pause.expires_after(kPause);
+    m_pause.async_wait([this](ErrorCode cancelled) {
+      if (!cancelled) {
+        _accept();
+      }
+    });
+  }
+
+  void _takeIn(tcp::socket socket) {
     m_threads->probe();
     if (m_connections.count() < m_most || m_connections.makeRoom()) {
       _begin(std::move(socket));
     } else {
       _turnAway(std::move(socket));
     }
-    _accept();
+  }
+
+  // A connection that was closed for want of memory, say: then the log may have none either.
+  void _lose(const std::string& why) noexcept {
+    m_metrics.countTurnedAway();
+    static_cast<void>(failureOf([&] { m_log.error("a connection is closed: " + why); }));
   }
 
   void _begin(tcp::socket socket) {

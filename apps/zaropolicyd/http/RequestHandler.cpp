@@ -95,7 +95,8 @@ std::string RequestHandler::_whyRefused(const Request& request, bool isPolicy) c
     return "";
   }
   if (request.authorization.empty()) {
-    return "there is none";
+    return request.certificateFault.empty() ? "there is none"
+                                            : "the certificate is not good: " + request.certificateFault;
   }
   const std::optional<std::string_view> token = bearerToken(request.authorization);
   if (!token) {

@@ -22,8 +22,9 @@ struct Request {
   std::string ifNoneMatch;
   std::string acceptEncoding;
   std::string authorization;
-  bool isLocal = false;         // over the loopback interface
-  bool hasCertificate = false;  // of the client, and it is right
+  bool isLocal = false;          // over the loopback interface
+  bool hasCertificate = false;   // of the client, and it is good
+  std::string certificateFault;  // why the one that the client has is not good; empty without one
 };
 
 struct Answer {

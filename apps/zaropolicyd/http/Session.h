@@ -27,6 +27,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "access/TlsContext.h"
 #include "http/Connections.h"
 #include "http/RequestHandler.h"
 #include "http/WorkerThreads.h"
@@ -226,7 +227,7 @@ class Session : public Connection, public std::enable_shared_from_this<Session<S
     m_request.acceptEncoding = _joined(message, field::accept_encoding);
     m_request.authorization = _joined(message, field::authorization);
     m_request.isLocal = _isLocal();
-    m_request.hasCertificate = _hasCertificate();
+    _judgeCertificate();
     const Answer answer = m_surroundings.handler.answer(m_request);
     if (!answer.refusal.empty()) {
       m_surroundings.log.warning("refused: " + logField("peer", m_peer.address().to_string()) + " " +
@@ -250,17 +251,12 @@ class Session : public Connection, public std::enable_shared_from_this<Session<S
            (isMapped && boost::asio::ip::make_address_v4(boost::asio::ip::v4_mapped, address.to_v6()).is_loopback());
   }
 
-  bool _hasCertificate() {
+  void _judgeCertificate() {
     if constexpr (kIsTls) {
-      SSL* const tls = m_stream.native_handle();
-      if (SSL_get_verify_mode(tls) == SSL_VERIFY_NONE) {
-        return false;
-      }
-      X509* const certificate = SSL_get_peer_certificate(tls);
-      X509_free(certificate);
-      return certificate != nullptr && SSL_get_verify_result(tls) == X509_V_OK;
+      const std::optional<std::string> fault = certificateFault(m_stream.native_handle());
+      m_request.hasCertificate = fault && fault->empty();
+      m_request.certificateFault = fault.value_or("");
     }
-    return false;
   }
 
   // --- Held requests ---

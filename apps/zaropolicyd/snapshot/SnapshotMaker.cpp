@@ -1,5 +1,6 @@
 #include "snapshot/SnapshotMaker.h"
 
+#include <algorithm>
 #include <chrono>
 #include <sstream>
 #include <utility>
@@ -11,10 +12,10 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 // A held request is answered within this and the time that a snapshot takes.
 constexpr std::chrono::seconds kBetweenLooks(1);
+
+constexpr std::chrono::seconds kLongestUntilRegistration(60);
 
 std::shared_ptr<const ServedSnapshot> snapshotOf(std::uint64_t version, const std::string& digest, std::string text,
                                                  std::size_t rules) {
@@ -105,6 +106,9 @@ void SnapshotMaker::_run() {
       tellReady(failure.empty() ? "Policy " + std::to_string(*m_version) : "The policy could not be reloaded");
     }
     _tellStarted();
+    if (failure.empty()) {
+      _register();
+    }
   }
   const std::lock_guard<std::mutex> lock(m_mutex);
   m_ended = true;
@@ -132,10 +136,24 @@ void SnapshotMaker::_look(bool forced) {
   }
   m_snapshots.confirm();
   m_metrics.confirmPolicy();
-  if (m_calls.onDatabase) {
-    m_calls.onDatabase();
-    m_calls.onDatabase = nullptr;
+}
+
+// The log has a failure once, as with looks. It is none of the policy.
+void SnapshotMaker::_register() {
+  if (!m_calls.registerServer || Clock::now() < m_nextRegistration) {
+    return;
   }
+  const std::string failure = failureOf(m_calls.registerServer);
+  if (failure.empty()) {
+    m_calls.registerServer = nullptr;
+    return;
+  }
+  if (failure != m_whyUnregistered) {
+    m_log.error("not registered: " + failure);
+    m_whyUnregistered = failure;
+  }
+  m_nextRegistration = Clock::now() + m_untilRegistration;
+  m_untilRegistration = std::min(2 * m_untilRegistration, kLongestUntilRegistration);
 }
 
 void SnapshotMaker::_serve(const MailPolicy& policy) {

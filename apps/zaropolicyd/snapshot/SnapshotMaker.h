@@ -26,8 +26,8 @@ class SnapshotMaker {
  public:
   struct Calls {
     std::function<std::unique_ptr<PolicySource>()> makeSource;
-    std::function<void()> onChange;    // after another snapshot is in place; must not throw
-    std::function<void()> onDatabase;  // once, after a look that went well; again when it throws
+    std::function<void()> onChange;        // after another snapshot is in place; must not throw
+    std::function<void()> registerServer;  // once, after a look that went well; again, ever later, when it throws
   };
 
   // The calls come on the maker's thread. What it is given must outlive it.
@@ -46,9 +46,12 @@ class SnapshotMaker {
   bool stop(std::chrono::milliseconds longest);
 
  private:
+  using Clock = std::chrono::steady_clock;
+
   void _run();
   void _useLastGood();
   void _look(bool forced);
+  void _register();
   void _serve(const MailPolicy& policy);
   void _replace(std::shared_ptr<const ServedSnapshot> snapshot);
   void _tellFailure(const std::string& why);
@@ -74,6 +77,9 @@ class SnapshotMaker {
   std::unique_ptr<PolicySource> m_source;
   std::optional<std::uint64_t> m_version;  // of the database; nothing for a snapshot from disk
   std::string m_lastFailure;
+  std::string m_whyUnregistered;
+  Clock::time_point m_nextRegistration;
+  std::chrono::seconds m_untilRegistration{1};
 
   std::thread m_thread;
 };

@@ -82,6 +82,17 @@ TEST_F(RequestHandlerTest, takesAProofForAllThatOthersGet) {
   }
 }
 
+TEST_F(RequestHandlerTest, saysWhatIsWrongWithACertificate) {
+  Request request;
+  request.method = "GET";
+  request.target = "/v1/policy";
+  EXPECT_EQ(handler.answer(request).refusal, "there is none");
+  request.certificateFault = "certificate has expired";
+  EXPECT_EQ(handler.answer(request).refusal, "the certificate is not good: certificate has expired");
+  request.authorization = "Bearer right";
+  EXPECT_EQ(handler.answer(request).status, 200u);
+}
+
 TEST_F(RequestHandlerTest, withoutTokensNoneIsRight) {
   handler.replaceTokens(nullptr);
   Request request;
