@@ -34,7 +34,7 @@ def pattern(number):
 
 
 def sender(patterns):
-    """Somebody whom about every other time a pattern contains."""
+    """A sender, which about every other time a pattern contains."""
     number = random.randrange(patterns)
     return pattern(number).replace("*@*.", "a@b.").replace("*", "anyone") if random.random() < 0.5 else f"x{number}@good.test"
 

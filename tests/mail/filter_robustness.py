@@ -149,7 +149,7 @@ class Ending(MailTest):
         self.assertEqual(done.returncode, 0)
         with socket.socket(socket.AF_UNIX) as one:
             one.connect(str(self.gateway.home / "run" / "zarofilterd.sock"))
-            # Whoever listens at the socket is the filter, and nobody else knows its process.
+            # The process that listens at the socket is the filter; no file or output names it.
             one_peer = one.getsockopt(socket.SOL_SOCKET, socket.SO_PEERCRED, 12)
         pid = int.from_bytes(one_peer[:4], "little")
         os.kill(pid, signal.SIGTERM)
