@@ -29,6 +29,7 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds kGrace = std::chrono::seconds(30);
 constexpr milliseconds kForTheDatabase = std::chrono::seconds(5);
+constexpr milliseconds kLongestStart = std::chrono::seconds(10);
 constexpr milliseconds kForever = std::chrono::hours(24);
 
 std::string madeDirectory(const std::string& directory) {
@@ -60,7 +61,7 @@ class PolicyServer {
     if (!m_settings.https && !isLoopback(m_settings.address)) {
       m_log.warning("the policy and the tokens of clients cross the network unencrypted; protocol HTTPS protects them");
     }
-    m_maker.start();
+    m_maker.start(kLongestStart);
     if (m_snapshots.current() == nullptr) {
       m_log.error("there is no policy: clients are told to try again until there is one");
     }

@@ -218,6 +218,27 @@ class Failures(ServerTest):
             self.installation.give_database_back()
             self.assertEqual(held.result().status, 200)
 
+    def test_a_policy_that_cannot_be_read_is_told_once_and_the_last_one_is_served(self):
+        server = self.start()
+        tag = curl(server.url()).fields["etag"]
+        with self.installation.database() as db:
+            db.execute("INSERT INTO named_object (type, name, content) VALUES (3, 'wrong', CAST(X'FF' AS TEXT))")
+            version = db.execute("SELECT version FROM policy_version").fetchone()[0]
+            db.commit()
+        server.wait_for_log(f"error: policy {version} is not served: ")
+        self.assertEqual(server.metric("zaro_server_refused_policy_version"), version)
+        self.assertEqual(curl(server.url()).fields["etag"], tag)
+        state = json.loads(curl(server.url("/readyz")).body)
+        self.assertEqual((state["ready"], state["database"]), (True, "reachable"))
+        # It is not read again, although it is not what is served.
+        wait_until(lambda: server.metric("zaro_server_policy_age_seconds") > 3, "there are further looks")
+        self.assertEqual(server.log().count("is not served"), 1)
+        with self.installation.database() as db:
+            db.execute("DELETE FROM named_object WHERE name = 'wrong'")
+            db.commit()
+        wait_until(lambda: server.metric("zaro_server_refused_policy_version") == 0, "the next one is served")
+        self.assertEqual(server.metric("zaro_server_look_failures_total"), 0)
+
     def test_a_damaged_policy_on_disk_is_not_served(self):
         server = self.start()
         server.stop()

@@ -9,7 +9,7 @@ import ssl
 import subprocess
 import unittest
 
-from servertest import PATIENCE, Certificates, ServerTest, curl, wait_until
+from servertest import PATIENCE, Certificates, ServerTest, curl, read_all, wait_until
 
 
 class Https(ServerTest):
@@ -68,6 +68,38 @@ class Https(ServerTest):
                 server.wait_for_log(f'refused: peer=127.0.0.1 path=/v1/policy why="{why}"')
         # What watches over the server on its host needs no proof.
         self.assertEqual(self.ask(server, path="/readyz").status, 200)
+
+    def test_a_hangup_ends_kept_connections_whose_authority_goes(self):
+        (self.directory / "other").mkdir()
+        other = Certificates(self.directory / "other")
+        authorities = self.directory / "clients.pem"
+        authorities.write_bytes(self.certificates.ca.read_bytes())
+        server = self.start(**self.files, client_ca=authorities)
+        context = ssl.create_default_context(cafile=self.certificates.ca)
+        context.load_cert_chain(*self.certificates.make("client"))
+
+        def connect():
+            return context.wrap_socket(server.connect(), server_hostname="127.0.0.1")
+
+        def ask(connection, query="", field=""):
+            connection.sendall(f"GET /v1/policy{query} HTTP/1.1\r\nHost: x\r\n{field}\r\n".encode())
+
+        tag = self.ask(server, *self.pair("another")).fields["etag"]
+        for remains in (True, False):
+            with self.subTest(remains=remains), connect() as kept, connect() as waiting:
+                ask(kept)
+                self.assertIn(b"Connection: keep-alive\r\n", kept.recv(65536))
+                ask(waiting, "?wait=300", f"If-None-Match: {tag}\r\n")
+                wait_until(lambda: b"\nzaro_server_held_requests 1\n" in self.ask(server, path="/metrics").body,
+                           "a request is held")
+                if not remains:
+                    authorities.write_bytes(other.ca.read_bytes())
+                server.reload()
+                ask(kept)
+                for connection, good in ((kept, b" 200 "), (waiting, b" 304 ")):
+                    answer = read_all(connection)
+                    self.assertEqual(answer.split(b"\r\n")[0][8:13], good if remains else b" 401 ")
+                    self.assertIn(b"Connection: close\r\n", answer)
 
     def test_a_hangup_takes_up_certificates_and_a_wrong_one_leaves_the_old(self):
         server = self.start(**self.files)

@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "ZaroRuntime/RuntimeError.h"
+#include "policy/PolicyError.h"
 
 using Json = nlohmann::ordered_json;
 using zaroruntime::FailureKind;
@@ -268,7 +269,7 @@ std::string writeSnapshot(const MailPolicy& policy, const std::function<void(std
     writer.line(recordOf(policy.filterOrder));
     return writer.tail();
   } catch (const Json::exception& failure) {
-    throw RuntimeError(std::string("the policy cannot be written as JSON: ") + failure.what(), FailureKind::Data);
+    throw UnreadablePolicy(std::string("the policy cannot be written as JSON: ") + failure.what(), policy.version);
   }
 }
 

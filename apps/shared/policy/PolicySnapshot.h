@@ -14,8 +14,8 @@
 
 #include "policy/MailPolicy.h"
 
-// Gives the lines of a policy, each with its end, to `put`, and throws what that throws. Throws RuntimeError for a
-// policy with texts that are no UTF-8. Answers the SHA-256 of the last line.
+// Gives the lines of a policy, each with its end, to `put`, and throws what that throws. Throws
+// UnreadablePolicy for a policy with texts that are no UTF-8. Answers the SHA-256 of the last line.
 std::string writeSnapshot(const MailPolicy& policy, const std::function<void(std::string_view)>& put);
 
 // Reads one as a whole. `next` takes the next line, without its end, and answers false behind the last one. Throws

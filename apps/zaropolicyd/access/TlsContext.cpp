@@ -2,8 +2,10 @@
 
 #include <openssl/err.h>
 #include <openssl/ssl.h>
+#include <openssl/x509_vfy.h>
 
 #include <array>
+#include <memory>
 #include <string>
 
 #include "ZaroRuntime/RuntimeError.h"
@@ -67,6 +69,18 @@ void askForCertificates(SSL_CTX* context, const std::string& path) {
   SSL_CTX_set_verify(context, SSL_VERIFY_PEER, acceptForNow);
 }
 
+// As the handshake does, by the CA of another context.
+long verify(SSL* connection, X509* certificate, SSL_CTX* current) {
+  using Check = std::unique_ptr<X509_STORE_CTX, decltype(&X509_STORE_CTX_free)>;
+  const Check check(X509_STORE_CTX_new(), X509_STORE_CTX_free);
+  if (check == nullptr || X509_STORE_CTX_init(check.get(), SSL_CTX_get_cert_store(current), certificate,
+                                              SSL_get_peer_cert_chain(connection)) != 1) {
+    return X509_V_ERR_OUT_OF_MEM;
+  }
+  X509_STORE_CTX_set_default(check.get(), "ssl_client");
+  return X509_verify_cert(check.get()) == 1 ? X509_V_OK : X509_STORE_CTX_get_error(check.get());
+}
+
 }  // namespace
 
 std::shared_ptr<Context> makeTlsContext(const ServerSettings& settings) {
@@ -92,12 +106,14 @@ std::shared_ptr<Context> makeTlsContext(const ServerSettings& settings) {
   return made;
 }
 
-std::optional<std::string> certificateFault(SSL* connection) {
-  X509* const certificate = SSL_get_peer_certificate(connection);
-  X509_free(certificate);
+std::optional<std::string> certificateFault(SSL* connection, Context& current) {
+  using Certificate = std::unique_ptr<X509, decltype(&X509_free)>;
+  const Certificate certificate(SSL_get_peer_certificate(connection), X509_free);
   if (certificate == nullptr || SSL_get_verify_mode(connection) == SSL_VERIFY_NONE) {
     return std::nullopt;
   }
-  const long result = SSL_get_verify_result(connection);
+  const long result = SSL_get_SSL_CTX(connection) == current.native_handle()
+                          ? SSL_get_verify_result(connection)
+                          : verify(connection, certificate.get(), current.native_handle());
   return result == X509_V_OK ? "" : X509_verify_cert_error_string(result);
 }

@@ -13,6 +13,6 @@
 // say so. Throws RuntimeError naming the file.
 std::shared_ptr<boost::asio::ssl::context> makeTlsContext(const ServerSettings& settings);
 
-// What is wrong with the certificate of a connection's client; empty: nothing. Nothing at all when it has none, or is
-// not asked for one.
-std::optional<std::string> certificateFault(SSL* connection);
+// What is wrong with the certificate of a connection's client, by the client CA of `current`, which may be another than
+// the handshake's; empty: nothing. Nothing at all when it has none, or is not asked for one.
+std::optional<std::string> certificateFault(SSL* connection, boost::asio::ssl::context& current);

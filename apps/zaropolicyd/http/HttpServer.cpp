@@ -64,13 +64,14 @@ class HttpServer::Implementation {
     m_threads =
         std::make_unique<WorkerThreads>(m_context, WorkerThreads::Numbers{m_settings.threads, most}, m_metrics, m_log);
     m_surroundings =
-        std::make_unique<SessionSurroundings>(m_settings, m_handler, m_metrics, m_log, m_connections, *m_threads);
+        std::make_unique<SessionSurroundings>(m_settings, m_handler, m_metrics, m_log, m_connections, *m_threads, m_tls);
     boost::asio::post(m_acceptor.get_executor(), [this] { _accept(); });
   }
 
   void reloadTls() {
     if (m_settings.https) {
       std::atomic_store(&m_tls, makeTlsContext(m_settings));
+      m_connections.forEach(&Connection::wake);
     }
   }
 

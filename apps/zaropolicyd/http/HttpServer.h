@@ -21,7 +21,8 @@ class HttpServer {
   HttpServer& operator=(const HttpServer&) = delete;
 
   void start();
-  // New connections get what the files of TLS hold now. Throws RuntimeError, and then nothing changes.
+  // New connections get what the files of TLS hold now; the others end with their next answer, which a held request
+  // gets at once. Throws RuntimeError, and then nothing changes.
   void reloadTls();
   // Has held requests answered again. From any thread, also before `start`.
   void tellOfChange();

@@ -140,7 +140,7 @@ Answer RequestHandler::_readiness() const {
   nlohmann::ordered_json state = {{"ready", snapshot != nullptr}};
   state["version"] = snapshot != nullptr ? nlohmann::ordered_json(snapshot->version) : nullptr;
   state["age_seconds"] = freshness.age ? nlohmann::ordered_json(freshness.age->count()) : nullptr;
-  state["database"] = freshness.isDoubtful ? "unreachable" : "reachable";
+  state["database"] = freshness.isReachable ? "reachable" : "unreachable";
   Answer answer = answerOf(snapshot != nullptr ? 200 : 503, "application/json", state.dump() + "\n");
   if (snapshot == nullptr) {
     answer.fields.emplace_back("Retry-After", kSecondsToRetry);

@@ -5,6 +5,8 @@
 // 2. The receive time-out is for a whole request, from the end of the one before: a client that sends slowly gets no more
 //    time. The send time-out is for each piece of an answer, so that a slow line can take a large policy.
 // 3. An answer is sent from memory that all sessions share.
+// 4. When the files of TLS have been read again, a connection by TLS ends with its next answer, and the client's
+//    certificate counts by what is in them now.
 #pragma once
 
 #include <poll.h>
@@ -36,13 +38,15 @@
 // What all sessions share.
 struct SessionSurroundings {
   SessionSurroundings(const ServerSettings& theSettings, const RequestHandler& theHandler, ServerMetrics& theMetrics,
-                      const ServiceLog& theLog, Connections& theConnections, WorkerThreads& theThreads)
+                      const ServiceLog& theLog, Connections& theConnections, WorkerThreads& theThreads,
+                      const std::shared_ptr<boost::asio::ssl::context>& theTls)
       : settings(theSettings),
         handler(theHandler),
         metrics(theMetrics),
         log(theLog),
         connections(theConnections),
-        threads(theThreads) {}
+        threads(theThreads),
+        tls(theTls) {}
 
   const ServerSettings& settings;
   const RequestHandler& handler;
@@ -50,6 +54,7 @@ struct SessionSurroundings {
   const ServiceLog& log;
   Connections& connections;
   WorkerThreads& threads;
+  const std::shared_ptr<boost::asio::ssl::context>& tls;  // of new connections, by the atomic operations
   std::atomic<bool> isEnding{false};
 };
 
@@ -251,9 +256,13 @@ class Session : public Connection, public std::enable_shared_from_this<Session<S
            (isMapped && boost::asio::ip::make_address_v4(boost::asio::ip::v4_mapped, address.to_v6()).is_loopback());
   }
 
+  // Whether the files of TLS have been read again since the handshake.
+  bool _isOutdated() const { return m_context != std::atomic_load(&m_surroundings.tls); }
+
   void _judgeCertificate() {
     if constexpr (kIsTls) {
-      const std::optional<std::string> fault = certificateFault(m_stream.native_handle());
+      const std::optional<std::string> fault =
+          certificateFault(m_stream.native_handle(), *std::atomic_load(&m_surroundings.tls));
       m_request.hasCertificate = fault && fault->empty();
       m_request.certificateFault = fault.value_or("");
     }
@@ -263,7 +272,7 @@ class Session : public Connection, public std::enable_shared_from_this<Session<S
 
   void _hold(const Answer& answer) {
     const Clock::time_point now = Clock::now();
-    if (now >= m_holdEnd || m_surroundings.isEnding) {
+    if (now >= m_holdEnd || m_surroundings.isEnding || _isOutdated()) {
       _endHold();
       _send(answer);
       return;
@@ -277,6 +286,7 @@ class Session : public Connection, public std::enable_shared_from_this<Session<S
       _endHold();
       return;
     }
+    _judgeCertificate();
     const Answer answer = m_surroundings.handler.answer(m_request);
     if (answer.hold.count() > 0) {
       _hold(answer);
@@ -307,7 +317,7 @@ class Session : public Connection, public std::enable_shared_from_this<Session<S
 
   void _send(const Answer& answer) {
     namespace http = boost::beast::http;
-    m_staysOpen = m_staysOpen && !m_surroundings.isEnding;
+    m_staysOpen = m_staysOpen && !m_surroundings.isEnding && !_isOutdated();
     const bool hasBody = answer.status != 304;
     http::response_header<> header;
     header.version(11);

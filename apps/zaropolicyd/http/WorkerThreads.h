@@ -12,6 +12,7 @@
 #include <string>
 #include <thread>
 
+#include "ZaroRuntime/RuntimeError.h"
 #include "metrics/ServerMetrics.h"
 #include "service/ServiceLog.h"
 
@@ -22,10 +23,14 @@ class WorkerThreads {
     unsigned int most;
   };
 
+  // Throws RuntimeError when not even one thread can be made.
   WorkerThreads(boost::asio::io_context& context, Numbers numbers, ServerMetrics& metrics, const ServiceLog& log)
       : m_context(context), m_numbers(numbers), m_metrics(metrics), m_log(log) {
     for (unsigned int i = 0; i < m_numbers.first; ++i) {
       _add(&WorkerThreads::_serve);
+    }
+    if (m_count == 0) {
+      throw zaroruntime::RuntimeError("there is no thread to serve on");
     }
   }
   // The context must have been stopped.

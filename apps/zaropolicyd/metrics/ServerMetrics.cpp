@@ -44,6 +44,8 @@ ServerMetrics::ServerMetrics()
       m_age(addGauge(m_registry, "zaro_server_policy_age_seconds",
                      "How long ago the policy was last found to be the stored one; -1: never")),
       m_failedLooks(addCounter(m_registry, "zaro_server_look_failures_total", "Looks at the database that failed")),
+      m_refused(addGauge(m_registry, "zaro_server_refused_policy_version",
+                         "Version of the stored policy that cannot be served; 0: it can")),
       m_unsavedPolicies(
           addCounter(m_registry, "zaro_server_unsaved_policies_total", "Policies that could not be kept on disk")) {}
 

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <mutex>
 #include <string>
 
@@ -26,6 +27,8 @@ class ServerMetrics {
   void countSnapshot(std::chrono::nanoseconds took);
   // A look at the database that failed.
   void countFailedLook() { m_failedLooks.Increment(); }
+  // The stored policy that is not served; 0: it is.
+  void setRefused(std::uint64_t version) { m_refused.Set(static_cast<double>(version)); }
   void countUnsavedPolicy() { m_unsavedPolicies.Increment(); }
   // The snapshot was found to be the stored policy.
   void confirmPolicy();
@@ -49,5 +52,6 @@ class ServerMetrics {
   prometheus::Gauge& m_confirmed;
   prometheus::Gauge& m_age;
   prometheus::Counter& m_failedLooks;
+  prometheus::Gauge& m_refused;
   prometheus::Counter& m_unsavedPolicies;
 };

@@ -18,18 +18,17 @@ void SnapshotHolder::replace(std::shared_ptr<const ServedSnapshot> next) {
 void SnapshotHolder::confirm() {
   const std::lock_guard<std::mutex> lock(m_mutex);
   m_confirmed = Clock::now();
-  m_isDoubtful = false;
 }
 
-void SnapshotHolder::doubt() {
+void SnapshotHolder::setReachable(bool isReachable) {
   const std::lock_guard<std::mutex> lock(m_mutex);
-  m_isDoubtful = true;
+  m_isReachable = isReachable;
 }
 
 SnapshotHolder::Freshness SnapshotHolder::freshness() const {
   const std::lock_guard<std::mutex> lock(m_mutex);
   if (!m_confirmed) {
-    return {std::nullopt, m_isDoubtful};
+    return {std::nullopt, m_isReachable};
   }
-  return {std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - *m_confirmed), m_isDoubtful};
+  return {std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - *m_confirmed), m_isReachable};
 }

@@ -16,13 +16,13 @@ class SnapshotHolder {
   std::shared_ptr<const ServedSnapshot> current() const;
   void replace(std::shared_ptr<const ServedSnapshot> next);
 
-  // The snapshot was found to be the stored policy, just now; or the database could not be asked.
+  // The snapshot was found to be the stored policy, just now.
   void confirm();
-  void doubt();
+  void setReachable(bool isReachable);
 
   struct Freshness {
     std::optional<std::chrono::seconds> age;  // since it was confirmed; nothing: never
-    bool isDoubtful;                          // the last look at the database failed
+    bool isReachable;                         // the database answered the last look
   };
   Freshness freshness() const;
 
@@ -30,5 +30,5 @@ class SnapshotHolder {
   mutable std::mutex m_mutex;
   std::shared_ptr<const ServedSnapshot> m_current;
   std::optional<Clock::time_point> m_confirmed;
-  bool m_isDoubtful = true;
+  bool m_isReachable = false;
 };

@@ -69,10 +69,10 @@ SnapshotMaker::~SnapshotMaker() {
   }
 }
 
-void SnapshotMaker::start() {
+void SnapshotMaker::start(std::chrono::milliseconds longest) {
   m_thread = std::thread([this] { _run(); });
   std::unique_lock<std::mutex> lock(m_mutex);
-  m_changed.wait(lock, [this] { return m_started; });
+  m_changed.wait_for(lock, longest, [this] { return m_started; });
 }
 
 void SnapshotMaker::requestReload() {
@@ -103,7 +103,8 @@ void SnapshotMaker::_run() {
       _tellFailure(failure);
     }
     if (forced) {
-      tellReady(failure.empty() ? "Policy " + std::to_string(*m_version) : "The policy could not be reloaded");
+      tellReady(failure.empty() && !m_isRefused ? "Policy " + std::to_string(*m_version)
+                                                : "The policy could not be reloaded");
     }
     _tellStarted();
     if (failure.empty()) {
@@ -130,12 +131,29 @@ void SnapshotMaker::_look(bool forced) {
   if (!m_source) {
     m_source = m_calls.makeSource();
   }
-  if (const std::optional<MailPolicy> policy = m_source->loadUnless(forced ? std::nullopt : m_version)) {
-    _serve(*policy);
-    m_version = policy->version;
+  try {
+    if (const std::optional<MailPolicy> policy = m_source->loadUnless(forced ? std::nullopt : m_version)) {
+      _serve(*policy);
+      m_version = policy->version;
+      m_isRefused = false;
+      m_metrics.setRefused(0);
+    }
+  } catch (const UnreadablePolicy& refusal) {
+    _refuse(refusal);
   }
-  m_snapshots.confirm();
-  m_metrics.confirmPolicy();
+  m_snapshots.setReachable(true);
+  if (!m_isRefused) {
+    m_snapshots.confirm();
+    m_metrics.confirmPolicy();
+  }
+}
+
+// It would be refused again as long as it is the stored one.
+void SnapshotMaker::_refuse(const UnreadablePolicy& refusal) {
+  m_version = refusal.version();
+  m_isRefused = true;
+  m_metrics.setRefused(refusal.version());
+  m_log.error("policy " + std::to_string(refusal.version()) + " is not served: " + refusal.what());
 }
 
 // The log has a failure once, as with looks. It is none of the policy.
@@ -187,7 +205,7 @@ void SnapshotMaker::_replace(std::shared_ptr<const ServedSnapshot> snapshot) {
 
 // The log has a failure once, however often it comes.
 void SnapshotMaker::_tellFailure(const std::string& why) {
-  m_snapshots.doubt();
+  m_snapshots.setReachable(false);
   m_metrics.countFailedLook();
   if (why != m_lastFailure) {
     m_log.error("the policy is not reloaded: " + why);

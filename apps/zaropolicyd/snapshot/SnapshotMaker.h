@@ -1,9 +1,10 @@
 // The one thread that makes snapshots: when the database's counter moves, it reads the policy, and makes its text, its
 // compressed form and its tag once for all clients.
 //
-// A look that fails leaves the snapshot as it is; the log and a metric tell. Every snapshot is kept on disk, and served
-// after a start until the database has answered. A policy that did not change keeps its text and so its tag, also
-// across a restart.
+// A look that fails leaves the snapshot as it is; the log and a metric tell. So does a stored policy that no snapshot
+// can be made of, which is not read again until it is another one or a reload is asked for. Every snapshot is kept on
+// disk, and served after a start until the database has answered. A policy that did not change keeps its text and so
+// its tag, also across a restart.
 #pragma once
 
 #include <chrono>
@@ -18,6 +19,7 @@
 
 #include "metrics/ServerMetrics.h"
 #include "policy/LastGoodPolicy.h"
+#include "policy/PolicyError.h"
 #include "policy/PolicySource.h"
 #include "service/ServiceLog.h"
 #include "snapshot/SnapshotHolder.h"
@@ -38,8 +40,8 @@ class SnapshotMaker {
   SnapshotMaker(const SnapshotMaker&) = delete;
   SnapshotMaker& operator=(const SnapshotMaker&) = delete;
 
-  // Starts the thread, and waits until it has a snapshot or has looked for one.
-  void start();
+  // Starts the thread, and waits until it has a snapshot or has looked for one, for so long at most.
+  void start(std::chrono::milliseconds longest);
   // Asks for a look, which reads the policy even if the counter stands.
   void requestReload();
   // Lets the thread end. False when the database keeps it longer.
@@ -52,6 +54,7 @@ class SnapshotMaker {
   void _useLastGood();
   void _look(bool forced);
   void _register();
+  void _refuse(const UnreadablePolicy& refusal);
   void _serve(const MailPolicy& policy);
   void _replace(std::shared_ptr<const ServedSnapshot> snapshot);
   void _tellFailure(const std::string& why);
@@ -75,7 +78,8 @@ class SnapshotMaker {
 
   // Of the maker's thread.
   std::unique_ptr<PolicySource> m_source;
-  std::optional<std::uint64_t> m_version;  // of the database; nothing for a snapshot from disk
+  std::optional<std::uint64_t> m_version;  // of the database, served or refused; nothing for a snapshot from disk
+  bool m_isRefused = false;
   std::string m_lastFailure;
   std::string m_whyUnregistered;
   Clock::time_point m_nextRegistration;
