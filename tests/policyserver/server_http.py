@@ -258,11 +258,25 @@ class Failures(ServerTest):
         # Held requests are not idle: with as many as there may be, a further client is told to come back.
         tag = curl(server.url()).fields["etag"]
         hold = f"GET /v1/policy?wait=60 HTTP/1.1\r\nHost: x\r\nIf-None-Match: {tag}\r\n\r\n".encode()
-        held = [server.connect() for _ in range(32)]
+        held = []
         self.addCleanup(lambda: [one.close() for one in held])
-        for one in held:
-            one.sendall(hold)
-        wait_until(lambda: not self.answers(server), "no place is left")
+
+        def hold_one():
+            held.append(server.connect())
+            held[-1].sendall(hold)
+
+        for one in idle:
+            one.close()
+        wait_until(lambda: server.metric("zaro_server_connections") == 1, "the idle ones are gone")
+        for _ in range(31):
+            hold_one()
+        wait_until(lambda: server.metric("zaro_server_held_requests") == 31, "the last place is for the request for metrics")
+
+        def is_full():
+            hold_one()
+            return not self.answers(server)
+
+        wait_until(is_full, "no place is left")
         self.installation.change("second")
         self.assertIn(b" 200 ", held[0].recv(65536))
 
