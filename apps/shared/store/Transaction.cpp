@@ -158,6 +158,10 @@ bool hasCommittedChange() {
   return committedChange();
 }
 
+void tellCommittedChange() {
+  committedChange() = true;
+}
+
 void runInTransaction(const std::function<void(StoreConnection&)>& change) {
   const auto end = Clock::now() + kLastBegin;
   Pauses pauses;

@@ -29,8 +29,10 @@ void runInTransaction(const std::function<void(StoreConnection&)>& change);
 // From now on changes are made on behalf of that administrator, as the audit trail tells.
 void actAs(const std::string& administrator);
 
-// Whether this program has committed a change. What fails afterwards does not undo it.
+// Whether this program has committed a change, or made one that it has told of. What fails afterwards does not undo it.
 bool hasCommittedChange();
+// A change that is no transaction of the policy is made, such as a new installation.
+void tellCommittedChange();
 
 // Runs a change and commits it; returns what the change does.
 //   - Contention (locks, deadlocks, serialization) is waited for. Pauses grow, at random, and no attempt begins after 15

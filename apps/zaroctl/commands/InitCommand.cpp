@@ -25,6 +25,7 @@
 #include "store/Database.h"
 #include "store/PolicySettings.h"
 #include "store/SettingTable.h"
+#include "store/Transaction.h"
 
 namespace fs = std::filesystem;
 using zaroruntime::FailureKind;
@@ -173,6 +174,15 @@ void requireWholeDatabase(const Installation& installation) {
   }
 }
 
+// The result of either kind of installation has the keys of both; what is printed line by line, only what it has.
+ExitCode tellOf(Output& out, const Json& made) {
+  Json document = {{"home", nullptr},           {"database", nullptr}, {"schema", nullptr},
+                   {"schema_version", nullptr}, {"sample", nullptr},   {"policy_server", nullptr}};
+  document.update(made);
+  out.record(made, document);
+  return ExitCode::Found;
+}
+
 // On a server the work of the scripts stays, whatever becomes of the directory.
 void publish(NewInstallation& made, const Arguments& arguments, const DatabaseResult& database) {
   try {
@@ -213,14 +223,13 @@ ExitCode makeInstallation(Output& out, const Arguments& arguments) {
   }
   // From here on a signal comes too late.
   publish(made, arguments, database);
+  tellCommittedChange();
   delayed.forget();
-
-  out.record({{"home", made.target()},
-              {"database", arguments.dialect},
-              {"schema", database.schema},
-              {"schema_version", zaroruntime::kSchemaVersion},
-              {"sample", database.sample}});
-  return ExitCode::Found;
+  return tellOf(out, {{"home", made.target()},
+                      {"database", arguments.dialect},
+                      {"schema", database.schema},
+                      {"schema_version", zaroruntime::kSchemaVersion},
+                      {"sample", database.sample}});
 }
 
 // --- A host that has a mail filter and no database ---
@@ -253,9 +262,9 @@ ExitCode makeFilterHost(Output& out, const Arguments& arguments) {
   zaroruntime::writeHostSettings(installation, settingsOfFilterHost(arguments.policyServer));
   delayed.throwIfInterrupted();
   made.publish();
+  tellCommittedChange();
   delayed.forget();
-  out.record({{"home", made.target()}, {"database", "none"}, {"policy_server", arguments.policyServer}});
-  return ExitCode::Found;
+  return tellOf(out, {{"home", made.target()}, {"database", "none"}, {"policy_server", arguments.policyServer}});
 }
 
 }  // namespace

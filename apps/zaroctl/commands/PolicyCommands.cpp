@@ -88,14 +88,17 @@ ExitCode fetch(Output& out, const FetchArguments& arguments) {
   surroundings.registered = registeredServers;
   PolicyClient client(std::move(settings), std::move(surroundings));
   const PolicyAnswer answer = client.ask({});
-  if (arguments.output.empty()) {
+  if (arguments.output.empty() && !out.isByKey()) {
     out.raw(answer.text);
     return ExitCode::Found;
   }
-  AtomicFile file(arguments.output);
-  file.append(answer.text);
-  file.putInPlace();
-  Json record = {{"server", answer.server}, {"file", arguments.output}, {"bytes", answer.text.size()}};
+  Json record = {{"server", answer.server}, {"file", nullptr}, {"bytes", answer.text.size()}};
+  if (!arguments.output.empty()) {
+    AtomicFile file(arguments.output);
+    file.append(answer.text);
+    file.putInPlace();
+    record["file"] = arguments.output;
+  }
   record.update(totalsOf(answer.policy));
   out.record(record);
   return ExitCode::Found;
@@ -184,7 +187,10 @@ void addPolicyFetch(CommandTree& tree) {
       ->add_option("--host", arguments->host,
                    "The server, by name or address; with commas several, of which one is asked. Else the settings say")
       ->type_name("HOST");
-  command->add_option("--output", arguments->output, "Where the snapshot goes; else standard output")->type_name("FILE");
+  command
+      ->add_option("--output", arguments->output,
+                   "Where the snapshot goes; else standard output, but for --json and --query")
+      ->type_name("FILE");
 }
 
 void addPolicyShow(CommandTree& tree) {

@@ -40,7 +40,7 @@ const std::vector<ResultKeys>& resultKeys() {
       "trees_searched candidates text addresses decided undecided unreadable codes seconds addresses_per_second";
   // clang-format off
   static const std::vector<ResultKeys> rows = {
-      {"init", "home database schema schema_version sample", ""},
+      {"init", "home database schema schema_version sample policy_server", ""},
       {"check", "state subject finding", ""},
       {"password", "file password", ""},
       {"schema status", "database version program pending", ""},

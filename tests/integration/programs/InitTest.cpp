@@ -123,7 +123,8 @@ TEST_P(Init, jsonSaysWhatWasMade) {
                                                                {"database", dialect()},
                                                                {"schema", "created"},
                                                                {"schema_version", zaroruntime::kSchemaVersion},
-                                                               {"sample", true}}));
+                                                               {"sample", true},
+                                                               {"policy_server", nullptr}}));
 }
 
 TEST_P(Init, secretsAreClosedToOthers) {

@@ -25,6 +25,7 @@ struct CommandRow {
 // On the sample, one after the other; every command whose result is a document, in every one of its shapes.
 const std::vector<CommandRow> kCommands = {
     {"init", {"{home}.second"}, ""},
+    {"init", {"--filter-only", "--policy-server", "policy.example.test", "{home}.filter"}, ""},
     {"check", {}, ""},
     {"password", {}, "secret\n"},
     {"schema status", {}, ""},
