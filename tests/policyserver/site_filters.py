@@ -208,6 +208,19 @@ class FilterOfAFake(SiteTest):
         self.assertIn(f'zaro_filter_policy_server_answers_total{{server="127.0.0.2:{self.server.port}"}}', text)
         self.assertIn("zaro_filter_policy_server_answer_timestamp_seconds{", text)
 
+    def test_a_server_is_left_alone_also_before_the_first_policy_came(self):
+        host = self.filter_host("filter", self.server.port, hosts="127.0.0.1,127.0.0.2").start()
+        self.assertEqual(host.stop(), 0)
+        other = self.fake_server(port=self.server.port, address="127.0.0.2")
+        self.server.answer(b"", 503, Retry_After="60")
+        other.answer(b"", 503)
+        asked = len(self.server.requests)
+        host.start()
+        wait_until(lambda: len(other.requests) >= 3, "the other server is asked again")
+        self.assertEqual(len(self.server.requests), asked + 1)
+        host.reload()
+        wait_until(lambda: len(self.server.requests) == asked + 2, "a reload that was asked for does not wait")
+
     def test_the_settings_of_all_hosts_count_while_their_database_is_away(self):
         installation = Installation(self.directory)
         with installation.database() as db:
@@ -275,6 +288,22 @@ class ExitStatus(SiteTest):
         self.assertIn("cannot be reached", self.fetch(75, "--host", "127.0.0.9"))
         self.fetch(65, "--host", "user@127.0.0.9")
 
+    def test_a_result_by_key_is_not_the_snapshot(self):
+        self.server.answer(snapshot(7))
+        fetched = json.loads(run_zaroctl(self.home, "policy", "fetch", "--json")[0])
+        self.assertEqual((fetched["server"], fetched["file"], fetched["bytes"], fetched["version"]),
+                         (f"127.0.0.1:{self.server.port}", None, len(snapshot(7)), 7))
+        self.assertEqual(run_zaroctl(self.home, "policy", "fetch", "-q", "rules")[0], "1\n")
+        self.assertEqual(run_zaroctl(self.home, "policy", "fetch", "-q", "file")[0], "\n")
+        self.assertEqual(run_zaroctl(self.home, "policy", "fetch", "-q", "made_at", status=64)[0], "")
+
+    def test_a_key_of_the_other_kind_of_installation_has_no_value(self):
+        host = self.directory / "by-key"
+        for key, value in (("schema", ""), ("sample", ""), ("policy_server", "a.test")):
+            with self.subTest(key):
+                self.assertEqual(run_zaroctl(host, "init", "--filter-only", "--policy-server", "a.test", "-q", key)[0], value + "\n")
+                shutil.rmtree(host)
+
     def test_an_installation_for_a_filter_is_whole_or_refused(self):
         other = self.directory / "other"
         for arguments in (("--filter-only",), ("--policy-server", "a.test"), ("--filter-only", "--policy-server", "a b"),
@@ -304,6 +333,11 @@ class ExitStatus(SiteTest):
         self.fetch(0, "--output", str(kept))
         self.assertEqual(kept.read_bytes(), snapshot(7))
         self.assertEqual([name for name in os.listdir(self.directory) if name.startswith("kept")], ["kept"])
+
+    def test_an_answer_that_drips_is_broken_off(self):
+        run_zaroctl(self.home, "settings", "set", "--host", "policy_client.recv_timeout_secs=1", "policy_client.send_timeout_secs=1")
+        self.server.drip(10_000_000)
+        self.assertIn("does not answer in time", self.fetch(75))
 
     def test_a_token_is_sent_and_never_shown(self):
         token = self.secret("token", TOKEN + "\n")
@@ -410,6 +444,20 @@ class Tls(SiteTest):
         self.fetch(0)
         key.chmod(0o644)
         self.assertIn("other users may read or write it", self.fetch(78))
+
+    def test_a_key_with_a_password_is_refused_and_none_asked_for(self):
+        self.serve(self.right, client_ca=self.right.ca)
+        certificate, key = self.right.make("client")
+        for form in (["pkcs8", "-topk8"], ["ec", "-aes256"]):
+            with self.subTest(form[0]):
+                encrypted = self.directory / f"encrypted-{form[0]}.key"
+                subprocess.run(["openssl", *form, "-in", key, "-out", encrypted, "-passout", "pass:secret"], check=True,
+                               capture_output=True, timeout=PATIENCE)
+                encrypted.chmod(0o600)
+                self.set(f"policy_client.certificate={certificate}", f"policy_client.private_key={encrypted}")
+                _, told = run_zaroctl(self.home, "policy", "fetch", status=78, given="secret\n")
+                self.assertIn("have no password", told)
+                self.assertNotIn("Enter", told)
 
 
 if __name__ == "__main__":

@@ -8,6 +8,7 @@ import socket
 import ssl
 import subprocess
 import threading
+import time
 
 from servertest import PATIENCE, ZAROCTL, environment, wait_until
 
@@ -135,6 +136,17 @@ class FakeServer:
             self.server.socket = context.wrap_socket(self.server.socket, server_side=True, do_handshake_on_connect=False)
         self.thread = threading.Thread(target=self.server.serve_forever, kwargs={"poll_interval": 0.02}, daemon=True)
         self.thread.start()
+
+    def drip(self, size):
+        """From now on answers with a body of that size, 2000 bytes a second."""
+        def do_get(handler):
+            handler.send_response(200)
+            handler.send_header("Content-Length", str(size))
+            handler.end_headers()
+            for _ in range(size // 200):
+                handler.wfile.write(b" " * 200)
+                time.sleep(0.1)
+        self.server.RequestHandlerClass.do_GET = do_get
 
     def answer(self, body, status=200, **headers):
         self.status, self.body, self.headers = status, body, {name.replace("_", "-"): value

@@ -28,6 +28,9 @@ class PolicySource {
   // A source may wait for a policy that is not `known`; then it throws LoadInterrupted when `interrupt` ends that.
   virtual std::optional<MailPolicy> loadUnless(std::optional<std::uint64_t> known) = 0;
 
+  // The next load was asked for: it also asks what is left alone for a while after a failure.
+  virtual void leaveOutPauses() {}
+
   // Any thread: ends the load that waits, or else the next one that would.
   virtual void interrupt() {}
 

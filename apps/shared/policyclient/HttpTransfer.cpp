@@ -9,12 +9,15 @@
 
 #include "ZaroRuntime/RuntimeError.h"
 
+using Clock = std::chrono::steady_clock;
 using zaroruntime::FailureKind;
 using zaroruntime::RuntimeError;
 
 namespace {
 
-constexpr long kSlowestBytesASecond = 100;  // anything slower is a connection that has died
+constexpr long kDeadBytesASecond = 100;  // anything slower is a connection that has died
+// A body that is slower would keep the client from the next server for hours: a snapshot may have a gigabyte.
+constexpr curl_off_t kSlowestBytesASecond = 10000;
 
 struct KindRow {
   CURLcode code;
@@ -123,7 +126,7 @@ class Arrival {
 }  // namespace
 
 struct HttpTransfer::Impl {
-  explicit Impl(const HttpOptions& options) : largestBody(options.largestBody) {
+  explicit Impl(const HttpOptions& options) : largestBody(options.largestBody), connectTimeout(options.connectTimeout) {
     startLibrary();
     easy.reset(curl_easy_init());
     multi.reset(curl_multi_init());
@@ -148,13 +151,13 @@ struct HttpTransfer::Impl {
     set(easy.get(), CURLOPT_NOSIGNAL, 1L);
     set(easy.get(), CURLOPT_QUICK_EXIT, 1L);  // an interrupted look-up of a name is not waited for
     set(easy.get(), CURLOPT_TCP_KEEPALIVE, 1L);
-    set(easy.get(), CURLOPT_LOW_SPEED_LIMIT, kSlowestBytesASecond);
+    set(easy.get(), CURLOPT_LOW_SPEED_LIMIT, kDeadBytesASecond);
     set(easy.get(), CURLOPT_ERRORBUFFER, reason.data());
     set(easy.get(), CURLOPT_WRITEFUNCTION, &Arrival::take);
   }
 
   void setOptions(const HttpOptions& options) {
-    set(easy.get(), CURLOPT_CONNECTTIMEOUT, static_cast<long>(options.connectTimeout.count()));
+    set(easy.get(), CURLOPT_CONNECTTIMEOUT, static_cast<long>(connectTimeout.count()));
     set(easy.get(), CURLOPT_FORBID_REUSE, options.keepAlive ? 0L : 1L);
     if (!options.ca.empty()) {
       set(easy.get(), CURLOPT_CAINFO, options.ca.c_str());
@@ -164,20 +167,33 @@ struct HttpTransfer::Impl {
       set(easy.get(), CURLOPT_SSLCERT, options.certificate.c_str());
       const std::string& key = options.privateKey.empty() ? options.certificate : options.privateKey;
       set(easy.get(), CURLOPT_SSLKEY, key.c_str());
+      set(easy.get(), CURLOPT_KEYPASSWD, "");  // else a key that has one makes OpenSSL ask at the terminal
     }
   }
 
+  // Whether the answer takes longer than its size allows.
+  bool isTooSlow(Clock::time_point began, std::chrono::seconds patience) const {
+    curl_off_t bytes = 0;
+    curl_easy_getinfo(easy.get(), CURLINFO_SIZE_DOWNLOAD_T, &bytes);
+    return Clock::now() - began > connectTimeout + patience + std::chrono::seconds(bytes / kSlowestBytesASecond);
+  }
+
   // Nothing when it was interrupted.
-  std::optional<CURLcode> perform() {
+  std::optional<CURLcode> perform(std::chrono::seconds patience) {
     if (interrupted.exchange(false)) {
       return std::nullopt;  // a connection that is kept stays
     }
+    const Clock::time_point began = Clock::now();
     curl_multi_add_handle(multi.get(), easy.get());
     std::optional<CURLcode> code;
     for (int running = 1; running != 0;) {
       constexpr int kLongestPoll = 1000;  // milliseconds
       curl_multi_perform(multi.get(), &running);
       if (interrupted.exchange(false)) {
+        break;
+      }
+      if (running != 0 && isTooSlow(began, patience)) {
+        code = CURLE_OPERATION_TIMEDOUT;
         break;
       }
       if (running != 0) {
@@ -209,10 +225,14 @@ struct HttpTransfer::Impl {
     if (code == CURLE_OPERATION_TIMEDOUT) {
       return "does not answer in time";
     }
+    if (code == CURLE_SSL_CERTPROBLEM) {
+      return std::string(reason.data()) + "; the key must belong to the certificate and have no password";
+    }
     return reason[0] != '\0' ? reason.data() : curl_easy_strerror(code);
   }
 
   const std::size_t largestBody;
+  const std::chrono::seconds connectTimeout;
   std::array<char, CURL_ERROR_SIZE> reason = {};
   std::unique_ptr<CURLM, MultiDeleter> multi;
   std::unique_ptr<CURL, EasyDeleter> easy;
@@ -232,7 +252,7 @@ std::optional<HttpAnswer> HttpTransfer::get(const HttpRequest& request) {
   set(easy, CURLOPT_HTTPHEADER, headers.get());
   set(easy, CURLOPT_LOW_SPEED_TIME, static_cast<long>(request.patience.count()));
   set(easy, CURLOPT_WRITEDATA, &arrival);
-  const std::optional<CURLcode> code = m_impl->perform();
+  const std::optional<CURLcode> code = m_impl->perform(request.patience);
   set<curl_slist*>(easy, CURLOPT_HTTPHEADER, nullptr);
   if (!code) {
     return std::nullopt;

@@ -18,13 +18,13 @@ struct HttpOptions {
   std::size_t largestBody = 0;  // bytes, after decompression
   std::string ca;               // PEM file of the authorities that count; empty: those of the system
   std::string certificate;      // PEM file; empty: none
-  std::string privateKey;       // PEM file; empty: in the same file as the certificate
+  std::string privateKey;       // PEM file without a password; empty: in the certificate's file
 };
 
 struct HttpRequest {
   std::string url;
   std::vector<std::string> headers;   // "Name: value"
-  std::chrono::seconds patience{60};  // without an answer, or with one that does not go on
+  std::chrono::seconds patience{60};  // without an answer, or with one that does not go on; a body has 10 kB/s at least
 };
 
 struct HttpAnswer {

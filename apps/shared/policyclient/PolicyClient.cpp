@@ -122,29 +122,48 @@ milliseconds PolicyClient::pause() const {
   for (const Server& server : m_servers) {
     shortest = std::min(shortest, server.backOff.remaining(m_surroundings.now()));
   }
-  return m_servers.empty() ? BackOff::kFirst : shortest;
+  return m_servers.empty() ? m_listBackOff.remaining(m_surroundings.now()) : shortest;
 }
 
-// Servers come and go; the ones that stay keep their pauses. While the list cannot be had the one before counts.
+// Throws RuntimeError when there is none; then the list has a pause as well.
+std::vector<PolicyServerAddress> PolicyClient::_addresses() {
+  if (!m_settings.servers.empty()) {
+    return m_settings.servers;
+  }
+  try {
+    std::vector<PolicyServerAddress> addresses = m_surroundings.registered();
+    if (addresses.empty()) {
+      throw RuntimeError(
+          "there is no policy server to ask: host in section policy_client is empty, and none is registered",
+          FailureKind::Configuration);
+    }
+    m_listBackOff.succeed();
+    return addresses;
+  } catch (const RuntimeError&) {
+    m_listBackOff.fail(m_surroundings.now(), m_surroundings.chance());
+    throw;
+  }
+}
+
+// Servers come and go, so that the list is read again while all of them fail; the ones that stay keep their pauses.
+// While the list cannot be had the one before counts.
 void PolicyClient::_findServers() {
   const bool isFirst = m_servers.empty();
-  if (!isFirst && (!m_settings.servers.empty() || pause() == milliseconds::zero())) {
+  const bool allFail =
+      std::all_of(m_servers.begin(), m_servers.end(), [](const Server& server) { return !server.failure.empty(); });
+  const bool isListDue =
+      m_settings.servers.empty() && allFail && m_listBackOff.remaining(m_surroundings.now()) == milliseconds::zero();
+  if (!isFirst && !isListDue) {
     return;
   }
-  std::vector<PolicyServerAddress> addresses = m_settings.servers;
-  if (addresses.empty()) {
-    try {
-      addresses = m_surroundings.registered();
-    } catch (const RuntimeError&) {
-      if (isFirst) {
-        throw;
-      }
-      return;
+  std::vector<PolicyServerAddress> addresses;
+  try {
+    addresses = _addresses();
+  } catch (const RuntimeError&) {
+    if (isFirst) {
+      throw;
     }
-  }
-  if (addresses.empty()) {
-    throw RuntimeError("there is no policy server to ask: host in section policy_client is empty, and none is registered",
-                       FailureKind::Configuration);
+    return;
   }
   std::vector<Server> servers;
   for (const PolicyServerAddress& address : addresses) {
@@ -173,10 +192,12 @@ PolicyAnswer PolicyClient::_ask(Server& server, const PolicyQuestion& question) 
     answer.text = std::move(http->body);
     answer.policy = readSnapshotText(answer.text);
     if (question.leastVersion && answer.policy.version < *question.leastVersion) {
-      throw ServerFailure("hands out version " + std::to_string(answer.policy.version) + ", and this host has " +
-                              std::to_string(*question.leastVersion) +
-                              " already; if the database came back from a backup, remove what this host keeps",
-                          FailureKind::Data);
+      throw ServerFailure(
+          "hands out version " + std::to_string(answer.policy.version) + ", and this host has " +
+              std::to_string(*question.leastVersion) +
+              " already; if the database came back from a backup, raise its counter, or stop the filter and fetch "
+              "the policy into its place",
+          FailureKind::Data);
     }
   } else {
     refuse(*http);

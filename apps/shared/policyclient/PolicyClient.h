@@ -61,7 +61,7 @@ class PolicyClient {
   //   Other            any other answer; a certificate that is not good
   PolicyAnswer ask(const PolicyQuestion& question);
 
-  // Until a server may be asked that is not in its pause.
+  // Until a server may be asked that is not in its pause; where none is known, until the list of servers may be.
   std::chrono::milliseconds pause() const;
 
   // Any thread: the question that is asked now, or else the next one, is answered as interrupted.
@@ -74,6 +74,7 @@ class PolicyClient {
     std::string failure;  // the last one, until it answers
   };
 
+  std::vector<PolicyServerAddress> _addresses();
   void _findServers();
   PolicyAnswer _ask(Server& server, const PolicyQuestion& question);
   void _fail(Server& server, const std::string& why, std::chrono::milliseconds pause);
@@ -84,5 +85,6 @@ class PolicyClient {
   PolicyClientSurroundings m_surroundings;
   HttpTransfer m_transfer;
   std::vector<Server> m_servers;
+  BackOff m_listBackOff;  // of the list of registered servers
   std::size_t m_current = 0;
 };

@@ -109,6 +109,9 @@ void PolicyLoader::_look(bool forced) {
     const auto decides = m_holder.current();
     _setSource(m_makeSource(decides ? std::make_optional(decides->version()) : std::nullopt));
   }
+  if (forced) {
+    m_source->leaveOutPauses();
+  }
   const Clock::time_point began = Clock::now();
   try {
     if (const std::optional<MailPolicy> policy = m_source->loadUnless(forced ? std::nullopt : m_version)) {

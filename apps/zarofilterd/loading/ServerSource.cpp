@@ -24,7 +24,7 @@ ServerSource::ServerSource(ClientSettings settings, const SourceSurroundings& su
 std::optional<MailPolicy> ServerSource::loadUnless(std::optional<std::uint64_t> known) {
   PolicyQuestion question;
   question.leastVersion = m_version;
-  question.isUrgent = !known;
+  question.isUrgent = std::exchange(m_isUrgent, false);
   if (known && known == m_version) {
     question.etag = m_etag;
     question.wait = kWait;

@@ -16,6 +16,7 @@ class ServerSource : public PolicySource {
   ServerSource(ClientSettings settings, const SourceSurroundings& surroundings);
 
   std::optional<MailPolicy> loadUnless(std::optional<std::uint64_t> known) override;
+  void leaveOutPauses() override { m_isUrgent = true; }
   void interrupt() override { m_client.interrupt(); }
   std::optional<std::chrono::milliseconds> pause(bool hasFailed) const override;
 
@@ -25,6 +26,7 @@ class ServerSource : public PolicySource {
 
   SourceSurroundings m_surroundings;
   PolicyClient m_client;
+  bool m_isUrgent = false;                           // the next load
   std::optional<std::uint64_t> m_version;            // what came last; to begin with, what is there already
   std::string m_etag;                                // of what came last
   std::optional<std::chrono::milliseconds> m_pause;  // before the next question, after one that went well

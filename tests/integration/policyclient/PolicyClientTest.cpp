@@ -382,6 +382,24 @@ TEST_F(PolicyClientTest, findsServersThatWereRegisteredSince) {
   EXPECT_EQ(old.requests().size(), 1u);
 }
 
+TEST_F(PolicyClientTest, findsServersThatWereRegisteredSinceAlsoWhenAnOldOneIsDue) {
+  const ScriptedHttpServer old([](const std::string&) { return httpResponse(503, ""); });
+  const ScriptedHttpServer added([](const std::string&) { return httpResponse(200, snapshotOfVersion(7)); });
+  m_registered = {{"127.0.0.1", old.port()}};
+  refusalOf();
+  m_registered.push_back({"127.0.0.1", added.port()});
+  m_now += client().pause();
+  EXPECT_EQ(client().ask({}).kind, Kind::Snapshot);
+}
+
+TEST_F(PolicyClientTest, leavesAListWithoutServersAloneForLongerAndLonger) {
+  for (const int expected : {500, 1000, 2000, 4000}) {
+    EXPECT_THAT(refusalOf().text, HasSubstr("there is no policy server to ask"));
+    EXPECT_EQ(client().pause(), milliseconds(expected));
+    m_now += client().pause();
+  }
+}
+
 // --- Interruptions ---
 
 TEST_F(PolicyClientTest, isInterruptedWhileAServerHoldsTheQuestion) {
