@@ -8,7 +8,8 @@ import uuid
 
 from mailtest import PATIENCE, Gateway, MailTest, wait_until
 
-SERVER = {key: os.environ.get(f"ZARO_TEST_PG_{key}", "") for key in ("HOST", "PORT", "USER", "PASSWORD", "DATABASE", "CTL")}
+SERVER = {key: os.environ.get(f"ZARO_TEST_PG_{key}", "") for key in ("HOST", "PORT", "USER", "PASSWORD", "DATABASE", "CTL",
+                                                                  "REPLICA")}
 
 
 def control(action):
@@ -24,8 +25,9 @@ def sql(statement, database=SERVER["DATABASE"]):
 class ServerGateway(Gateway):
     """An installation on a database of its own, whose rules zaroctl makes."""
 
-    def __init__(self, directory):
+    def __init__(self, directory, hosts=SERVER["HOST"]):
         self.name = "mail_" + uuid.uuid4().hex
+        self.hosts = hosts
         sql(f"CREATE DATABASE {self.name}")
         super().__init__(directory)
         self.run_sql("INSERT INTO entity (type, name) VALUES (6, '*@*')")  # what the administrator makes belongs to it
@@ -33,7 +35,7 @@ class ServerGateway(Gateway):
                      "entity e")
 
     def make(self):
-        self.zaroctl("init", "--db", "postgresql", "--host", SERVER["HOST"], "--port", SERVER["PORT"], "--user",
+        self.zaroctl("init", "--db", "postgresql", "--host", self.hosts, "--port", SERVER["PORT"], "--user",
                      SERVER["USER"], "--database", self.name, str(self.home), given=SERVER["PASSWORD"] + "\n")
 
     def run_sql(self, statement):

@@ -26,7 +26,7 @@ class DatabaseGoesAway(unittest.TestCase):
     def setUp(self):
         self.directory = pathlib.Path(tempfile.mkdtemp(prefix="zaro-server-"))
         self.addCleanup(shutil.rmtree, self.directory, ignore_errors=True)
-        self.gateway = Gateway(self.directory)
+        self.gateway = Gateway(self.directory, "127.0.0.2,127.0.0.1")  # the first one is where a replica may be
         self.addCleanup(self.gateway.remove)
         self.addCleanup(subprocess.run, ["sh", "-c", f"{SERVER['CTL']} start"], stdout=subprocess.DEVNULL,
                         stderr=subprocess.DEVNULL, check=False)  # a test that failed may have left it stopped
@@ -55,6 +55,24 @@ class DatabaseGoesAway(unittest.TestCase):
         wait_until(lambda: "second@bad.test" in curl(server.url()).body.decode(), "the change is served")
         self.assertGreater(lines_of(curl(server.url()))[0]["version"], lines_of(before)[0]["version"])
         self.assertEqual(self.gateway.zaroctl("servers", "list"), f"1\t127.0.0.1\t{self.gateway.port}\n")
+
+    def test_a_promoted_replica_is_followed_without_a_restart(self):
+        server = Server(self.gateway)
+        self.addCleanup(server.stop)
+        server.start()
+        self.replica("make")
+        self.addCleanup(self.replica, "remove")
+        self.gateway.block("first", "first@bad.test")
+        wait_until(lambda: "first@bad.test" in curl(server.url()).body.decode(), "the primary's change is served")
+        control("stop")
+        server.wait_for_log("the policy is not reloaded")
+        self.replica("promote")
+        self.gateway.block("second", "second@bad.test")
+        wait_until(lambda: "second@bad.test" in curl(server.url()).body.decode(), "the replica's change is served")
+
+    @staticmethod
+    def replica(action):
+        subprocess.run([SERVER["REPLICA"], action], check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
 
 
 if __name__ == "__main__":
