@@ -386,6 +386,14 @@ class Snapshots(SiteTest):
         found = json.loads(self.zaroctl("diff", "--json", old, new, status=1)[0])
         self.assertEqual((found["before"], found["after"], len(found["differences"])), (7, 7, 1))
 
+    def test_actions_that_are_no_bitmap_are_shown_as_they_are(self):
+        whole = snapshot(7)
+        lines = whole.splitlines(keepends=True)[:-1]
+        wrong = self.write("wrong", with_digest(b"".join(lines).replace(b'"1' + b"0" * 16 + b'"', b'"no bitmap"')))
+        self.assertIn("action no bitmap;", self.zaroctl("show", wrong)[0])
+        out, _ = self.zaroctl("diff", self.write("whole", whole), wrong, status=1)
+        self.assertEqual(out, "changed\trule\t1\trefuse\taction\tDelete\tno bitmap\n")
+
     def test_what_is_no_snapshot_is_refused(self):
         whole = self.write("whole", snapshot(7))
         bad = self.write("bad", snapshot(7)[:-9])

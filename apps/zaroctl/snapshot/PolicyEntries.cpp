@@ -6,6 +6,7 @@
 #include <optional>
 #include <utility>
 
+#include "ZaroRuntime/RuntimeError.h"
 #include "policy/PolicyVocabulary.h"
 
 namespace {
@@ -31,6 +32,15 @@ Json nameIn(const Names& names, const std::optional<unsigned int>& id) {
 
 Json orNull(const std::string& text) {
   return text.empty() ? Json(nullptr) : Json(text);
+}
+
+// As it is stored where that is no bitmap, so that one such rule does not hide all others.
+std::string actionsText(const std::string& actions) {
+  try {
+    return keysText(keysIn(actions));
+  } catch (const zaroruntime::RuntimeError&) {
+    return actions;
+  }
 }
 
 class Entries {
@@ -72,7 +82,7 @@ class Entries {
             {"recipients", nameIn(m_groups, rule.recipients)},
             {"lists", lists},
             {"compare", nameOfComparison(rule.compare)},
-            {"action", orNull(keysText(keysIn(rule.actions)))},
+            {"action", orNull(actionsText(rule.actions))},
             {"quarantine", nameIn(m_objects, rule.quarantine)},
             {"reply", orNull(rule.reply)},
             {"tag", orNull(rule.tag)},
