@@ -156,9 +156,9 @@ TEST_P(ObjectChanges, oldestOfSeveralSystemAreasCountsAndTheRootRemovesTheOthers
             "1\tOPP:System quarantine\tno\tyes\tdays=30;notify=no");
   const ProgramResult checked = run({"check"});
   EXPECT_EQ(checked.status, 78);
-  EXPECT_THAT(checked.out, HasSubstr("more than one with the system's name (\"OPP:\"), of which the oldest counts and "
-                                     "the administration root may remove the others: object 1 (\"OPP:System quarantine\"), "
-                                     "object 12 (\"OPP:A false one\")"));
+  EXPECT_THAT(checked.out, HasSubstr("more than one with the system's name (\"OPP:\"), of which the oldest counts "
+                                     "(zaroctl object remove --as ROOT ID removes another): 1 (\"OPP:System quarantine\"), "
+                                     "12 (\"OPP:A false one\")"));
   expectRefused({"object", "remove", "--as", "postmaster", "12"}, 1, "sees no object 12");
   expectDone({"object", "remove", "--as", "admin", "12"});
   EXPECT_EQ(run({"check"}).status, 0);
