@@ -355,7 +355,9 @@ TEST_P(EveryCommand, failsWithTheTruthWithoutAStatementFile) {
 
 TEST_P(EveryCommand, leavesASchemaOfAnotherVersionAsItIs) {
   for (const CommandRow& row : kCommands) {
-    tryOnAnotherSchema(row);
+    if (isTried(row)) {
+      tryOnAnotherSchema(row);
+    }
   }
 }
 
