@@ -187,6 +187,35 @@ TEST_F(FrozenTree, wildcardsBelowVeryManyLabelsLieBesideTheIndex) {
   EXPECT_EQ(out.size(), 2u);
 }
 
+// As many suffixes as an index ever asks for at once, and more.
+TEST_F(FrozenTree, wildcardsAtEveryDepthAreFoundByOneAddress) {
+  constexpr std::size_t kDeepest = 70;
+  std::vector<std::string> domains = {"a"};
+  while (domains.size() != kDeepest) {
+    domains.push_back((domains.size() % 2 != 0 ? "b." : "a.") + domains.back());
+  }
+  Texts patterns;
+  slow::Tree slowTree(nullptr);
+  for (const std::string& domain : domains) {
+    patterns.push_back("*@*." + domain);
+    patterns.push_back("user@*." + domain);
+    slowTree.add("*@*." + domain, 1);
+    slowTree.add("user@*." + domain, 1);
+  }
+  add(patterns);
+  freeze();
+  for (const std::string& domain : domains) {
+    for (const std::string& address : {"user@" + domain, "user@x." + domain, "other@" + domain, "u@x.y." + domain}) {
+      Texts want;
+      for (const slow::Leaf* leaf : slowTree.findMatches(address)) {
+        want.push_back(leaf->fullAddress);
+      }
+      ASSERT_EQ(matches(address), want) << address;
+    }
+  }
+  EXPECT_EQ(matches("user@x." + domains.back()).size(), 2 * kDeepest);
+}
+
 TEST_F(FrozenTree, emptyTreeMatchesNothing) {
   freeze();
   for (const char* address : {"", "a", "a@b", "*", "a@b.c"}) {

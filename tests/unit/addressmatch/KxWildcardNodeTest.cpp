@@ -472,6 +472,46 @@ TEST_F(WildcardNode, refusedChildOrLeafIsDestroyedAndThePatternRefused) {
   EXPECT_TRUE(node.addAddressPattern(&name, &KxStringtable::_theWildcardIndexedString, empty, 1, nullptr, nullptr));
 }
 
+// A level that takes its label or refuses it.
+class Door : public KxWildcardNode {
+ public:
+  Door(KxStringtable* table, const KxIndexedString& label) : KxWildcardNode(table, &label) {}
+  bool _matchesThisNode(LabelStack& labels, const KxIndexedString*& consumed) override {
+    consumed = nullptr;
+    return isOpen && KxWildcardNode::_matchesThisNode(labels, consumed);
+  }
+  bool isOpen = true;
+};
+
+TEST_F(WildcardNode, nothingIsFoundOrAddedBelowALevelThatRefusesItsLabel) {
+  const KxIndexedString top("test");
+  const KxIndexedString label("door");
+  EXPECT_TRUE(add(tree, "user@*.test"));
+  EXPECT_TRUE(add(tree, "*@*"));
+  Door* door = new Door(&table, label);
+  ASSERT_TRUE(tree._findMatchingChild(top)->_addToChildVector(door));
+  EXPECT_TRUE(add(tree, "user@door.test"));
+  EXPECT_TRUE(add(tree, "user@*.door.test"));
+  EXPECT_THAT(matches(tree, "user@door.test"), ElementsAre("user@door.test", "user@*.test", "*@*"));
+  EXPECT_THAT(matches(tree, "user@a.door.test"), ElementsAre("user@*.door.test", "user@*.test", "*@*"));
+  door->isOpen = false;
+  EXPECT_THAT(matches(tree, "user@door.test"), ElementsAre("user@*.test", "*@*"));
+  EXPECT_THAT(matches(tree, "user@a.door.test"), ElementsAre("user@*.test", "*@*"));
+  EXPECT_FALSE(add(tree, "other@door.test"));
+  EXPECT_FALSE(add(tree, "other@b.door.test"));
+  LabelStack labels;
+  labels.push(&label);
+  labels.push(&top);
+  const KxIndexedString name("other");
+  const KxIndexedString full("other@door.test");
+  EXPECT_FALSE(tree.addAddressPattern(&full, &name, labels, 1, nullptr, nullptr));
+  ASSERT_EQ(labels.size(), 2u);
+  EXPECT_EQ(labels.top(), &top);
+  door->isOpen = true;
+  EXPECT_THAT(matches(tree, "other@door.test"), ElementsAre("*@*"));
+  EXPECT_THAT(matches(tree, "other@b.door.test"), ElementsAre("*@*"));
+}
+
 // --- Matching ---
 
 struct MatchCase {

@@ -290,6 +290,9 @@ const Membership kMemberships[] = {
     {"*@*.example.test", "user@b.a.example.test", true, false},
     {"*@*.example.test", "user@example.test", false, false},
     {"user@*", "user@example.test", true, false},
+    {"user@*", "user@", false, false},
+    {"*@*.example.test", "user@.example.test", false, false},
+    {"*@a*.example.test", "a@.example.test", false, false},
     {"*@x*.test", "user@other.test", true, false},
     {"*@x*a.test", "user@ya.test", true, false},
     // the "@" is not where it ends the walk

@@ -1,4 +1,6 @@
 // Every allocation of every operation fails once. A program of its own, since it replaces operator new.
+#include <algorithm>
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <vector>
@@ -13,6 +15,8 @@ namespace {
 using scripted::error;
 using scripted::platform;
 using testing::Contains;
+using testing::Each;
+using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Not;
 
@@ -30,6 +34,8 @@ std::string deepDomain() {
   }
   return domain;
 }
+
+const std::string kNoMatch = "KxWildcardNode::findMatches: out of memory; no match is reported for ";
 
 enum class Over { Nothing, ATable, ALockedTable };
 
@@ -125,12 +131,17 @@ TEST_P(Exhaustion, searchFindsEverythingOrNothingAndSaysSo) {
         EXPECT_THAT(platform().log.lines(), IsEmpty());
       } else {
         EXPECT_THAT(found, IsEmpty());
-        EXPECT_THAT(platform().log.lines(), Not(IsEmpty()));
+        EXPECT_THAT(platform().log.lines(), ElementsAre(error(kNoMatch + address)));
       }
       EXPECT_TRUE(failed || complete);
+      platform().log.clear();
       found.clear();
       failsAt(allocation, [&] { tree->findMatches(address.c_str(), found); });
-      EXPECT_TRUE(found.empty() || found.size() == want.size());
+      if (found.empty() && !want.empty()) {
+        EXPECT_THAT(platform().log.lines(), ElementsAre(error(kNoMatch + address)));
+      } else {
+        EXPECT_EQ(found.size(), want.size());
+      }
     }
     EXPECT_EQ(matches(address), want);
   }
@@ -142,6 +153,7 @@ TEST_P(Exhaustion, splitSearchFindsEverythingOrNothing) {
   const KxIndexedString test("test");
   bool failed = true;
   for (int allocation = 1; failed; ++allocation) {
+    platform().log.clear();
     KxWildcardNode::LabelStack labels;
     labels.push(&example);
     labels.push(&test);
@@ -149,7 +161,90 @@ TEST_P(Exhaustion, splitSearchFindsEverythingOrNothing) {
     failed = failsAt(allocation, [&] { tree->findMatches(&name, labels, found); });
     EXPECT_EQ(found.size(), failed ? 0u : 3u);
     EXPECT_EQ(labels.size(), 2u);
+    if (failed) {
+      EXPECT_THAT(platform().log.lines(), ElementsAre(error(kNoMatch + "user")));
+    }
   }
+}
+
+// The line names the address at which the search has stopped.
+TEST_P(Exhaustion, batchFindsEverythingOrNothingAndNamesTheAddress) {
+  const std::string deep = "user@" + deepDomain();
+  tree->addAddressPattern(deep.c_str(), 1, nullptr, nullptr);
+  const char* const addresses[] = {"user@example.test", deep.c_str(), "x@other.test"};
+  bool named[3] = {};
+  bool failed = true;
+  for (int allocation = 1; failed; ++allocation) {
+    platform().log.clear();
+    std::vector<KxListedEmailAddress*> found(1);
+    std::vector<std::size_t> ends(1);
+    bool complete = false;
+    failed = failsAt(allocation, [&] { complete = tree->findAllMatches(addresses, 3, found, ends); });
+    EXPECT_EQ(complete, !failed);
+    if (complete) {
+      EXPECT_THAT(ends, ElementsAre(0u, 4u, 5u, 6u));
+      continue;
+    }
+    EXPECT_EQ(found.size(), 1u);
+    EXPECT_EQ(ends.size(), 1u);
+    ASSERT_EQ(platform().log.lines().size(), 1u);
+    for (std::size_t i = 0; i != 3; ++i) {
+      named[i] = named[i] || platform().log.lines().front() == error(kNoMatch + addresses[i]);
+    }
+  }
+  EXPECT_THAT(named, Each(true));
+}
+
+// A pattern or an address of very many labels, split. When memory runs out for a label that goes back on the stack, the
+// stack lacks it, and the call must not pass for a success.
+TEST_P(Exhaustion, splitPatternOfVeryManyLabelsIsAddedWholeOrRefused) {
+  const std::string address = "user@" + deepDomain();
+  const KxIndexedString fullAddress(address.c_str());
+  const KxIndexedString name("user");
+  int shortened = 0;
+  for (const bool adds : {true, false}) {
+    bool failed = true;
+    for (int allocation = 1; failed; ++allocation) {
+      const std::unique_ptr<KxStringtable> ownTable = newTable();
+      tree = std::make_unique<KxWildcardRootNode>(ownTable.get());
+      for (const char* old : kPatterns) {
+        tree->addAddressPattern(old, 1, nullptr, nullptr);
+      }
+      if (!adds) {
+        tree->addAddressPattern(address.c_str(), 1, nullptr, nullptr);
+      }
+      const std::unique_ptr<char[]> scratch(KxWildcardEmail::allocateNewEmailAddressString(address.c_str()));
+      KxWildcardNode::LabelStack labels;
+      KxWildcardNode::parseAddress(nullptr, address.c_str(), scratch.get(), labels);
+      KxStringtable::cleanupReference(KxWildcardNode::getEmailAddressName(labels));
+      const std::size_t before = labels.size();
+      bool done = false;
+      std::vector<KxListedEmailAddress*> found;
+      failed = failsAt(allocation, [&] {
+        if (adds) {
+          done = tree->addAddressPattern(&fullAddress, &name, labels, 1, nullptr, nullptr);
+        } else {
+          tree->findMatches(&name, labels, found);
+          done = !found.empty();
+        }
+      });
+      EXPECT_TRUE(failed || done) << allocation;
+      EXPECT_TRUE(failed || labels.size() == before);
+      if (labels.size() != before) {
+        ++shortened;
+        EXPECT_FALSE(done) << allocation;
+      }
+      if (done && adds) {
+        EXPECT_EQ(matches(address).size(), 1u) << allocation;
+      }
+      KxWildcardEmail::cleanupDomainStack(&labels, nullptr);
+      expectOldPatterns();
+      EXPECT_TRUE(tree->addAddressPattern(address.c_str(), 0, nullptr, nullptr)) << allocation;
+      EXPECT_EQ(matches(address).size(), 1u) << allocation;
+      tree.reset();
+    }
+  }
+  EXPECT_GE(shortened, 2) << "no label was left without memory for its way back";
 }
 
 TEST_P(Exhaustion, addressIsDecidedRightOrNotAtAll) {
@@ -327,6 +422,66 @@ TEST_F(OtherExhaustion, storedPatternTakesAKindWithoutMemoryForItsTable) {
     failsAt(1, [&] { added = tree.addAddressPattern("user@test", 16, nullptr, nullptr); });
     EXPECT_TRUE(added) << more;
   }
+}
+
+TEST_F(OtherExhaustion, tableWithoutMemoryForItsRanksIsLockedAndKeepsComparingTexts) {
+  KxStringtable table;
+  KxWildcardRootNode tree(&table);
+  const char* const patterns[] = {"user@example.test", "*@*.test"};
+  EXPECT_EQ(tree.addAddressPatterns(patterns, 2, 1), 2u);
+  platform().log.clear();
+  EXPECT_TRUE(failsAt(1, [&] { table.lock(); }));
+  EXPECT_THAT(platform().log.lines(),
+              ElementsAre(error("KxStringtable::lock: out of memory; the texts keep being compared as texts")));
+  EXPECT_TRUE(table.isLocked());
+  for (const char* text : {"user", "example", "user@example.test"}) {
+    EXPECT_FALSE(table._findInStringtable(text)->isIndexed()) << text;
+  }
+  std::vector<KxListedEmailAddress*> found;
+  EXPECT_EQ(tree.findMatches("user@example.test", found).size(), 2u);
+  KxWildcardEmail::initScanTimeMode();
+  found.clear();
+  EXPECT_EQ(tree.findMatches("user@example.test", found).size(), 2u);
+}
+
+// Memory that runs out anywhere in a freeze costs speed and no pattern. What is slow from then on is told, tree by tree.
+TEST_F(OtherExhaustion, freezeWithoutMemoryLosesNoPatternAndSaysWhichTreesAreSlow) {
+  const auto slow = error("KxWildcardEmail::initScanTimeMode: out of memory; a tree will be searched slowly");
+  const auto unranked = error("KxStringtable::lock: out of memory; the texts keep being compared as texts");
+  std::vector<std::ptrdiff_t> slowTrees;
+  bool failed = true;
+  for (int allocation = 1; failed; ++allocation) {
+    KxStringtable table;
+    KxWildcardRootNode first(&table);
+    KxWildcardRootNode second(&table);
+    first.addAddressPatterns(kPatterns, 4, 1);
+    second.addAddressPatterns(kNewPatterns, 8, 1);
+    platform().log.clear();
+    failed = failsAt(allocation, [] { KxWildcardEmail::initScanTimeMode(); });
+    const auto lines = platform().log.lines();
+    const std::ptrdiff_t told = std::count(lines.begin(), lines.end(), slow);
+    EXPECT_EQ(told + std::count(lines.begin(), lines.end(), unranked), static_cast<std::ptrdiff_t>(lines.size()));
+    EXPECT_TRUE(failed || lines.empty());
+    std::ptrdiff_t walked = 0;
+    const auto expectMatches = [&](KxWildcardNode& tree, const char* address, std::size_t count) {
+      std::vector<KxListedEmailAddress*> found;
+      found.reserve(8);
+      // Only a walk asks for memory.
+      const bool walks = failsAt(1, [&] { tree.findMatches(address, found); });
+      found.clear();
+      EXPECT_EQ(tree.findMatches(address, found).size(), count) << address << " " << allocation;
+      return walks;
+    };
+    walked += expectMatches(first, "user@example.test", 3) ? 1 : 0;
+    walked += expectMatches(second, "new@example.test", 2) ? 1 : 0;
+    EXPECT_EQ(expectMatches(second, "user@a.b.new", 2), expectMatches(second, "user@new.test", 2));
+    EXPECT_EQ(walked, told) << allocation;
+    slowTrees.push_back(told);
+  }
+  // Neither, one or both: the filters that trees share are made last.
+  EXPECT_THAT(slowTrees, Contains(1));
+  EXPECT_THAT(slowTrees, Contains(2));
+  EXPECT_EQ(slowTrees.back(), 0);
 }
 
 TEST_F(OtherExhaustion, tableThatTookNothingInCanBeLocked) {
