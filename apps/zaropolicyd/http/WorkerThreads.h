@@ -23,9 +23,14 @@ class WorkerThreads {
     unsigned int most;
   };
 
-  // Throws RuntimeError when not even one thread can be made.
-  WorkerThreads(boost::asio::io_context& context, Numbers numbers, ServerMetrics& metrics, const ServiceLog& log)
-      : m_context(context), m_numbers(numbers), m_metrics(metrics), m_log(log) {
+  // The longest wait of a probe that shows no want of threads.
+  static constexpr std::chrono::milliseconds kTooLong{20};
+
+  // A thread that was added ends when it has had nothing to do for `idle`. Throws RuntimeError when not even one thread
+  // can be made.
+  WorkerThreads(boost::asio::io_context& context, Numbers numbers, ServerMetrics& metrics, const ServiceLog& log,
+                std::chrono::milliseconds idle = std::chrono::seconds(10))
+      : m_context(context), m_numbers(numbers), m_metrics(metrics), m_log(log), m_idle(idle) {
     for (unsigned int i = 0; i < m_numbers.first; ++i) {
       _add(&WorkerThreads::_serve);
     }
@@ -55,8 +60,6 @@ class WorkerThreads {
 
  private:
   using Clock = std::chrono::steady_clock;
-  static constexpr std::chrono::milliseconds kTooLong{20};
-  static constexpr std::chrono::seconds kIdle{10};
 
   void _grow() {
     const std::lock_guard<std::mutex> lock(m_mutex);
@@ -89,7 +92,7 @@ class WorkerThreads {
   void _help() {
     bool isIdle = false;
     while (!isIdle && !m_context.stopped()) {
-      _guarded([&] { isIdle = m_context.run_one_for(kIdle) == 0; });
+      _guarded([&] { isIdle = m_context.run_one_for(m_idle) == 0; });
     }
   }
 
@@ -107,6 +110,7 @@ class WorkerThreads {
   const Numbers m_numbers;
   ServerMetrics& m_metrics;
   const ServiceLog& m_log;
+  const std::chrono::milliseconds m_idle;
   std::atomic<bool> m_isProbing{false};
   std::mutex m_mutex;
   std::condition_variable m_changed;

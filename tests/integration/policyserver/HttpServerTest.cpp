@@ -1,4 +1,4 @@
-// A connection that cannot be taken in, for want of memory, say.
+// Connections that cannot be taken in, for want of memory, say, or that take the time of a thread.
 #include "http/HttpServer.h"
 
 #include <arpa/inet.h>
@@ -10,11 +10,11 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
 #include <cstdlib>
 #include <string>
-#include <thread>
 
+#include "http/WorkerThreads.h"
+#include "policyserver/ServerParts.h"
 #include "support/TemporaryDirectory.h"
 
 namespace {
@@ -22,6 +22,7 @@ namespace {
 using namespace std::chrono_literals;
 
 std::atomic<int> refusals{0};
+zarotest::Gate gate(true);
 
 }  // namespace
 
@@ -29,6 +30,7 @@ std::atomic<int> refusals{0};
 extern "C" SSL* SSL_new(SSL_CTX* context) {
   using Make = SSL* (*)(SSL_CTX*);
   static const auto make = reinterpret_cast<Make>(dlsym(RTLD_NEXT, "SSL_new"));
+  gate.pass();
   if (refusals.fetch_sub(1) > 0) {
     SSLerr(0, ERR_R_MALLOC_FAILURE);
     return nullptr;
@@ -91,13 +93,7 @@ class HttpServerTest : public testing::Test {
     settings.privateKey = directory.path("key.pem");
   }
 
-  void waitForMetric(const std::string& line) {
-    const auto deadline = std::chrono::steady_clock::now() + 60s;
-    while (metrics.text().find(line + "\n") == std::string::npos) {
-      ASSERT_LT(std::chrono::steady_clock::now(), deadline) << line;
-      std::this_thread::sleep_for(1ms);
-    }
-  }
+  void waitForMetric(const std::string& line) { zarotest::waitForMetric(metrics, line); }
 
   const zarotest::TemporaryDirectory directory;
   ServerSettings settings{};
@@ -119,6 +115,26 @@ TEST_F(HttpServerTest, goesOnAfterAConnectionThatItCouldNotTakeIn) {
   next.connect(settings.port);
   waitForMetric("zaro_server_connections 1");
   EXPECT_TRUE(server.finish(60s));
+}
+
+TEST_F(HttpServerTest, addsAThreadWhereAConnectionTakesTheTimeOfTheOnlyOneUpToTheMost) {
+  for (const unsigned int most : {1U, 2U}) {
+    settings.port = Socket().bind();
+    settings.maxThreads = most;
+    HttpServer server(settings, handler, metrics, log);
+    server.start();
+    gate.close();
+    Socket slow;
+    slow.connect(settings.port);
+    EXPECT_TRUE(gate.isReachedBy(1));
+    std::this_thread::sleep_for(WorkerThreads::kTooLong + 1ms);
+    gate.open();
+    Socket next;  // taken in when it is known that the first one waited
+    next.connect(settings.port);
+    waitForMetric("zaro_server_connections 2");
+    EXPECT_TRUE(zarotest::hasMetric(metrics, "zaro_server_threads " + std::to_string(most))) << metrics.text();
+    EXPECT_TRUE(server.finish(60s));
+  }
 }
 
 }  // namespace
