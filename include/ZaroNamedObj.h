@@ -7,8 +7,8 @@
 //    owned by an entity that contains one of them is seen and cannot be edited. The administration root sees and edits
 //    everything. `isEditable`, and with it `remove`, is narrower on purpose: it counts direct owners only.
 // 3. The areas whose names begin with "OPP:" are the system's: never listed, offered to everybody for reading.
-// 4. There is no state here. A call uses the database handle it is given, which belongs to one thread; `getIds` and
-//    `getEditableQuanantineData` belong to the thread that makes trees of patterns (see EntityUtils.h).
+// 4. There is no state here. A call uses the database handle it is given, which belongs to one thread; any number of
+//    threads may call at once, each with its own.
 // 5. Failures of the database layer are logged at level 1. Names and contents are UTF-8; storing or looking for anything
 //    else is such a failure.
 #pragma once

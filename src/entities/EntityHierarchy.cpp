@@ -22,9 +22,12 @@ bool isSamePattern(std::string_view one, std::string_view other) {
 }
 
 // A tree for one question. Without memory for it there is none, and nothing can be added.
+//
+// A floating one: the default table and the queue of the freeze are for one thread at a time, any number of threads may
+// ask at once, and a tree that is gone before the next freeze has nothing of either. It finds the same, in the same order.
 class Tree {
  public:
-  Tree() : m_root(KxWildcardEmail::makeNewTree()) {}
+  Tree() : m_root(KxWildcardEmail::makeNewFloatingTree()) {}
 
   bool add(const char* pattern) { return m_root != nullptr && m_root->addAddressPattern(pattern, 0, nullptr, nullptr); }
   Matches findMatches(const char* address) {

@@ -23,6 +23,7 @@ using testing::StartsWith;
 using zarotest::Dialect;
 using zarotest::linesOf;
 using zarotest::ProgramResult;
+using zarotest::readFile;
 
 constexpr const char* kDatabaseIni = "config/database.ini";
 constexpr const char* kOdbcIni = "config/odbc.ini";
@@ -303,6 +304,22 @@ TEST_P(Check, passwordInClearThatEverybodyCanReadIsNamed) {
   EXPECT_THAT(run({"check"}).out, Not(HasSubstr("open secret")));
   ASSERT_EQ(run({"password"}, "open secret\n").status, 0);
   EXPECT_THAT(run({"check"}).out, HasSubstr("ok\tpassword\tstored encrypted; the key opens it\n"));
+}
+
+TEST_P(Check, passwordOfADataSourceThatEverybodyCanReadIsNamed) {
+  const std::string path = homeFile(kOdbcIni);
+  const std::string before = readFile(path);  // it ends with the section
+  const std::string finding = "data source\t" + path +
+                              ": section [zaro]: it holds a password, and every user can read the file (chmod o-r " +
+                              path + ", or store the password with zaroctl password)";
+  for (const char* line : {"Password=sesame\n", "pwd=sesame\n", "pqopt=password=sesame\n"}) {
+    writeFile(kOdbcIni, before + line);
+    ASSERT_EQ(chmod(path.c_str(), 0644), 0);
+    EXPECT_THAT(wrongs(), Contains(finding)) << line;
+    EXPECT_THAT(run({"check"}).out, Not(HasSubstr("sesame"))) << line;
+    ASSERT_EQ(chmod(path.c_str(), 0640), 0);
+    EXPECT_THAT(run({"check"}).out, Not(HasSubstr(finding))) << line;
+  }
 }
 
 // Each setting may be as long as this, but the library puts them into one text.

@@ -1,7 +1,9 @@
 // Which entities contain which, walked both ways.
 #include <algorithm>
 
+#include "AllocationCount.h"
 #include "EntityTest.h"
+#include "KxWildcardEmail.h"
 #include "NothrowAllocationFailure.h"
 #include "ProcessTest.h"
 #include "TurkishLocales.h"
@@ -252,6 +254,29 @@ TEST_F(Hierarchy, canBeAskedForManyTimes) {
     platform().calls.clear();
   }
   EXPECT_THAT(names(m_found), ElementsAre("*@*", "*@b.test", "user@b.test"));
+}
+
+TEST_F(Hierarchy, thousandQuestionsKeepNothing) {
+  const auto ask = [](int number) {
+    const std::string root = "user" + std::to_string(number) + "@host" + std::to_string(number) + ".b.test";
+    EntitySet entities = wildcards({"*@*.b.test", "*@c.b.test", root});
+    EntitySet found;
+    EXPECT_EQ(EntityUtils::getAllWildcardChildren(root.c_str(), entities, found, false), 0);
+    EXPECT_EQ(EntityUtils::getAllWildcardParents(root.c_str(), entities, found, false), 0);
+    EXPECT_EQ(names(found), std::vector<std::string>{"*@*.b.test"});
+    platform().log.clear();
+    platform().calls.clear();
+  };
+  ask(1);  // what is made once is there
+  const std::size_t queued = KxWildcardEmail::_lockOnInit.size();
+  const std::size_t texts = KxWildcardEmail::_defaultScanTimeStringtable.size();
+  const AllocationCount count;
+  for (int i = 1000; i < 2000; ++i) {
+    ask(i);
+  }
+  EXPECT_EQ(count.bytes(), 0);
+  EXPECT_EQ(KxWildcardEmail::_lockOnInit.size(), queued);
+  EXPECT_EQ(KxWildcardEmail::_defaultScanTimeStringtable.size(), texts);
 }
 
 // --- Membership by text ---
