@@ -195,8 +195,8 @@ PolicyAnswer PolicyClient::_ask(Server& server, const PolicyQuestion& question) 
       throw ServerFailure(
           "hands out version " + std::to_string(answer.policy.version) + ", and this host has " +
               std::to_string(*question.leastVersion) +
-              " already; if the database came back from a backup, raise its counter, or stop the filter and fetch "
-              "the policy into its place",
+              " already; if the database came back from a backup, raise its counter (zaroctl policy raise), or stop "
+              "the filter and fetch the policy into its place",
           FailureKind::Data);
     }
   } else {

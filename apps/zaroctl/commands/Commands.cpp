@@ -62,6 +62,7 @@ constexpr void (*kCommands[])(CommandTree&) = {
     addPolicyFetch,
     addPolicyShow,
     addPolicyDiff,
+    addPolicyRaise,
     addRuleList,
     addRuleShow,
     addRuleAdd,

@@ -52,6 +52,7 @@ void addObjectWhy(CommandTree& tree);
 void addPassword(CommandTree& tree);
 void addPolicyDiff(CommandTree& tree);
 void addPolicyFetch(CommandTree& tree);
+void addPolicyRaise(CommandTree& tree);
 void addPolicyShow(CommandTree& tree);
 void addQuarantineList(CommandTree& tree);
 void addRuleList(CommandTree& tree);

@@ -1,4 +1,4 @@
-// policy fetch [--host HOST] [--output FILE], policy show [FILE], policy diff OLD [NEW]
+// policy fetch [--host HOST] [--output FILE], policy show [FILE], policy diff OLD [NEW], policy raise VERSION
 #include <signal.h>
 
 #include <memory>
@@ -21,6 +21,7 @@
 #include "snapshot/PolicyEntries.h"
 #include "store/ClientSettings.h"
 #include "store/FilterSettings.h"
+#include "store/Transaction.h"
 
 using zaroruntime::FailureKind;
 using zaroruntime::Installation;
@@ -131,12 +132,41 @@ ExitCode show(Output& out, const std::string& file) {
   for (const auto& number : numbers.items()) {
     totals += (totals.empty() ? "" : "; ") + number.key() + " " + number.value().dump();
   }
-  Json rows = Json::array();
-  rows.push_back({{"kind", "policy"}, {"id", nullptr}, {"name", document.at("made_at")}, {"content", totals}});
+  Json noFields = Json::object();
   for (const PolicyEntry& entry : entries) {
-    rows.push_back({{"kind", entry.kind}, {"id", entry.id}, {"name", entry.name}, {"content", textOf(entry)}});
+    for (const auto& field : entry.fields.items()) {
+      noFields[field.key()] = nullptr;
+    }
+  }
+  Json rows = Json::array();
+  const auto addRow = [&](Json row, const Json& fields) {
+    Json all = noFields;
+    all.update(fields);
+    all.update(row);
+    rows.push_back(std::move(all));
+  };
+  addRow({{"kind", "policy"}, {"id", nullptr}, {"name", document.at("made_at")}, {"content", totals}}, Json::object());
+  for (const PolicyEntry& entry : entries) {
+    addRow({{"kind", entry.kind}, {"id", entry.id}, {"name", entry.name}, {"content", textOf(entry)}}, entry.fields);
   }
   out.rows({{"kind", "KIND"}, {"id", "ID"}, {"name", "NAME"}, {"content", "CONTENT"}}, rows, document);
+  return ExitCode::Found;
+}
+
+// --- raise ---
+
+ExitCode raise(Output& out, const std::string& least) {
+  constexpr long long kMost = 1'000'000'000'000'000;  // leaves room for changes
+  const auto version = decimalNumber(least);
+  if (!version || *version < 0 || *version > kMost) {
+    throw UsageError("VERSION: " + quoted(least) + " is not a number from 0 to " + std::to_string(kMost));
+  }
+  const std::string next = std::to_string(*version + 1);
+  out.record(inTransaction([&](StoreConnection& db) {
+    const std::uint64_t before = storedPolicyVersion(db);
+    db.run("UPDATE policy_version SET version = " + next + " WHERE version < " + next);
+    return Json{{"before", before}, {"version", storedPolicyVersion(db)}};
+  }));
   return ExitCode::Found;
 }
 
@@ -213,4 +243,11 @@ void addPolicyDiff(CommandTree& tree) {
                [arguments](Output& out) { return diff(out, *arguments); });
   command->add_option("OLD", arguments->before, "A snapshot; - is standard input")->required()->type_name("");
   command->add_option("NEW", arguments->after, "Another one; else what the database holds")->type_name("");
+}
+
+void addPolicyRaise(CommandTree& tree) {
+  const auto least = std::make_shared<std::string>();
+  CLI::App* command = tree.add("policy raise", "Give the stored policy a version above one that clients have already",
+                               {"zaroctl policy raise 1412"}, [least](Output& out) { return raise(out, *least); });
+  command->add_option("VERSION", *least, "The highest version that a client has")->required()->type_name("");
 }

@@ -33,6 +33,9 @@ const std::vector<ResultKeys>& resultKeys() {
   constexpr const char* kRule =
       "id name position enabled for recipients lists compare actions bitmap quarantine area reply tag header_value "
       "address modifiable";
+  constexpr const char* kEntry =
+      "kind id name content position enabled for recipients lists compare action quarantine reply tag header_value "
+      "address type manual";
   constexpr const char* kOrder = "position group name filters mismatches";
   constexpr const char* kMatch =
       "address asked code pattern kind tree tree_index weight old_code old_pattern old_kind old_tree old_tree_index "
@@ -98,8 +101,9 @@ const std::vector<ResultKeys>& resultKeys() {
       {"rules order", "manual groups", kOrder},
       {"rules set-order", "manual groups", kOrder},
       {"policy fetch", "server file bytes version rules scopes groups members objects", ""},
-      {"policy show", "version rules scopes groups members objects made_at entries", "kind id name content"},
+      {"policy show", "version rules scopes groups members objects made_at entries", kEntry},
       {"policy diff", "before after differences", "change kind id name field"},
+      {"policy raise", "before version", ""},
       {"audit", "id at administrator login host program change subject object before after", ""},
       {"audit-trim", "before removed", ""},
   };

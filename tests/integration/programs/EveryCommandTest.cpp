@@ -120,6 +120,7 @@ const std::vector<CommandRow> kCommands = {
     {{"policy", "fetch"}, {"--host", "127.0.0.1"}, ""},
     {{"policy", "show"}, {"-"}, kSnapshot},
     {{"policy", "diff"}, {"-"}, kSnapshot},
+    {{"policy", "raise"}, {"1000"}, ""},
     {{"rule", "list"}, {"--as", "admin"}, ""},
     {{"rule", "show"}, {"--as", "admin", "Deliver builds at once"}, ""},
     {{"rule", "add"}, {"--as", "sales-admin", "--for", "*@sales.example.test", "--list", "Partners:block", "New"}, ""},

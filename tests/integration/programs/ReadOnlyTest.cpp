@@ -58,6 +58,7 @@ const std::vector<Words> kChanging = {
     {"rules", "set-order", "spam"},
     {"settings", "set", "threads=8"},
     {"audit-trim", "--before", "2999-01-01"},
+    {"policy", "raise", "1000"},
 };
 
 class ReadOnly : public zarotest::SampleInstallation {
