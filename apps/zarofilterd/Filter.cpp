@@ -31,6 +31,7 @@ using Clock = std::chrono::steady_clock;
 // Less than what a service manager waits; then mail is answered without a policy.
 constexpr milliseconds kLongestStart = std::chrono::seconds(30);
 constexpr milliseconds kGrace = std::chrono::seconds(30);
+constexpr milliseconds kForTheFirstLook = std::chrono::seconds(1);
 constexpr milliseconds kForTheLastReply = milliseconds(200);
 constexpr milliseconds kBetweenLooks = std::chrono::seconds(1);
 
@@ -53,13 +54,17 @@ class Filter {
                  m_lastGood, std::chrono::seconds(settings.pollSeconds), m_metrics, log),
         m_desk{settings, m_loader.policy(), m_metrics, log} {}
 
-  // Mail servers can connect when this returns.
-  void start() {
+  // False when a signal ends it before there is anything to decide by; otherwise mail servers can connect when this
+  // returns.
+  bool start() {
     const FilterSettings& settings = m_desk.settings;
     if (!settings.metrics.empty()) {
       m_metricsServer = std::make_unique<MetricsServer>(settings.metrics, m_metrics);
     }
-    m_loader.start(kLongestStart);
+    m_loader.start([this] { m_signals.raise(Event::Begun); });
+    if (!m_signals.waitUntilBegun(kLongestStart)) {
+      return false;
+    }
     if (m_loader.policy().current() == nullptr) {
       m_log.error(std::string("there is no policy: mail is ") +
                   (settings.acceptWithoutPolicy ? "accepted" : "postponed") + " until there is one");
@@ -73,6 +78,7 @@ class Filter {
       m_signals.raise(Event::Ended);
     }).detach();
     m_signals.receive();  // before readiness is told: libmilter would take a SIGHUP for an order to stop
+    return true;
   }
 
   // Until the filter is to end; answers the exit status.
@@ -81,6 +87,8 @@ class Filter {
       switch (m_signals.wait(kBetweenLooks)) {
         case Event::Reload:
           m_loader.requestReload();
+          break;
+        case Event::Begun:  // later than the start has waited
           break;
         case Event::Stop:
           return ExitCode::Found;
@@ -118,6 +126,12 @@ class Filter {
     m_log.info("ended");
   }
 
+  // The same after a start that a signal ended.
+  void giveUp() {
+    m_loader.stop(kForTheFirstLook);
+    m_log.info("ended");
+  }
+
  private:
   SourceSurroundings _surroundings(std::optional<std::uint64_t> decides) {
     return {decides, [this](const std::string& server) { m_metrics.countServerAnswer(server); },
@@ -144,7 +158,10 @@ class Filter {
 void serve(const FilterSettings& settings, const zaroruntime::Settings& stored, const ServiceLog& log,
            const std::function<void()>& onReady) {
   Filter filter(settings, stored, log);
-  filter.start();
+  if (!filter.start()) {
+    filter.giveUp();
+    _exit(static_cast<int>(ExitCode::Found));
+  }
   log.info("ready: " + settings.socket);
   tellReady("Ready");
   onReady();

@@ -2,7 +2,6 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <filesystem>
 #include <optional>
 #include <string>
 
@@ -38,12 +37,14 @@ Output::Form outputForm() {
   return isatty(STDOUT_FILENO) != 0 ? Output::Form::Table : Output::Form::Lines;
 }
 
+// Where `state_dir` is by default: what is kept may say that it is elsewhere.
+std::string keptSettings(const Installation& installation) {
+  return installation.path("state/settings.json");
+}
+
 // The settings that count, and the totals of the policy that would.
 ExitCode check(const Installation& installation) {
-  const zaroruntime::Settings stored = zaroruntime::readSettings(installation);
-  if (std::filesystem::exists(installation.databaseIni())) {  // else a host without a database, which is no fault
-    tellOfDatabase(stored);
-  }
+  const zaroruntime::Settings stored = settingsOfAStart(installation, keptSettings(installation), diagnose);
   const ReadSettings read = readAsFilter(stored);
   Output out(outputForm());
   Json record = Json::object();
@@ -74,9 +75,7 @@ ExitCode check(const Installation& installation) {
 ExitCode serveMail(const Installation& installation, bool foreground) {
   const std::optional<Background> background = foreground ? std::nullopt : std::make_optional<Background>();
   const ServiceLog log(foreground ? ServiceLog::Target::StandardError : ServiceLog::Target::SystemLog);
-  // Where `state_dir` is by default: what is kept may say that it is elsewhere.
-  const std::string kept = installation.path("state/settings.json");
-  const zaroruntime::Settings stored = settingsOrLastGood(installation, kept, log);
+  const zaroruntime::Settings stored = settingsOrLastGood(installation, keptSettings(installation), log);
   serve(filterSettings(installation, stored), stored, log, [&] {
     if (background) {
       background->tellReady();

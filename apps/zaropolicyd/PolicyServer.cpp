@@ -29,6 +29,7 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds kGrace = std::chrono::seconds(30);
 constexpr milliseconds kForTheDatabase = std::chrono::seconds(5);
+constexpr milliseconds kForTheFirstLook = std::chrono::seconds(1);
 constexpr milliseconds kLongestStart = std::chrono::seconds(10);
 constexpr milliseconds kForever = std::chrono::hours(24);
 
@@ -56,17 +57,21 @@ class PolicyServer {
     _readTokens();
   }
 
-  // Clients can connect when this returns.
-  void start() {
+  // False when a signal ends it before there is anything to serve; otherwise clients can connect when this returns.
+  bool start() {
     if (!m_settings.https && !isLoopback(m_settings.address)) {
       m_log.warning("the policy and the tokens of clients cross the network unencrypted; protocol HTTPS protects them");
     }
-    m_maker.start(kLongestStart);
+    m_maker.start();
+    if (!m_signals.waitUntilBegun(kLongestStart)) {
+      return false;
+    }
     if (m_snapshots.current() == nullptr) {
       m_log.error("there is no policy: clients are told to try again until there is one");
     }
     m_server.start();
     m_signals.receive();
+    return true;
   }
 
   void waitForTheEnd() {
@@ -87,10 +92,11 @@ class PolicyServer {
     if (!m_server.finish(kGrace)) {
       m_log.warning("requests are still in progress; their clients will try again");
     }
-    const bool isFree = m_maker.stop(kForTheDatabase);
-    m_log.info("ended");
-    return isFree;
+    return _stopMaker(kForTheDatabase);
   }
+
+  // The same after a start that a signal ended.
+  bool giveUp() { return _stopMaker(kForTheFirstLook); }
 
  private:
   SnapshotMaker::Calls _calls() {
@@ -102,7 +108,14 @@ class PolicyServer {
                    std::to_string(server.agentPort));
       };
     }
-    return {makeDatabaseSource, [this] { m_server.tellOfChange(); }, registration};
+    return {makeDatabaseSource, [this] { m_server.tellOfChange(); }, [this] { m_signals.raise(Event::Begun); },
+            registration};
+  }
+
+  bool _stopMaker(milliseconds longest) {
+    const bool isFree = m_maker.stop(longest);
+    m_log.info("ended");
+    return isFree;
   }
 
   void _readTokens() { m_handler.replaceTokens(readTokens(m_settings)); }
@@ -144,13 +157,15 @@ class PolicyServer {
 void serve(const ServerSettings& settings, const ServerPlaces& places, const ServiceLog& log,
            const std::function<void()>& onReady) {
   PolicyServer server(settings, places, log);
-  server.start();
-  log.info("ready: " + settings.address + " port " + std::to_string(settings.port) +
-           (settings.https ? " by HTTPS" : " by HTTP"));
-  tellReady("Ready");
-  onReady();
-  server.waitForTheEnd();
-  if (!server.stop()) {
+  const bool serves = server.start();
+  if (serves) {
+    log.info("ready: " + settings.address + " port " + std::to_string(settings.port) +
+             (settings.https ? " by HTTPS" : " by HTTP"));
+    tellReady("Ready");
+    onReady();
+    server.waitForTheEnd();
+  }
+  if (!(serves ? server.stop() : server.giveUp())) {
     _exit(static_cast<int>(ExitCode::Found));  // the driver of a database that does not answer gives up much later
   }
 }

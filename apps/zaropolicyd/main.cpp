@@ -44,10 +44,17 @@ Output::Form outputForm() {
   return isatty(STDOUT_FILENO) != 0 ? Output::Form::Table : Output::Form::Lines;
 }
 
+std::string stateDirectory(const Installation& installation) {
+  return installation.path("state/policy-server");
+}
+
+std::string keptSettings(const Installation& installation) {
+  return stateDirectory(installation) + "/settings.json";
+}
+
 // The settings that count, and the size of what would be served.
 ExitCode check(const Installation& installation) {
-  const zaroruntime::Settings stored = zaroruntime::readSettings(installation);
-  tellOfDatabase(stored);
+  const zaroruntime::Settings stored = settingsOfAStart(installation, keptSettings(installation), diagnose);
   const ReadSettings read = readAsServer(stored);
   Output out(outputForm());
   Json record = Json::object();
@@ -84,11 +91,11 @@ void requireReachable(const ServerSettings& settings, const std::string& registe
 }
 
 ExitCode serveClients(const Installation& installation, const Options& options) {
-  const ServerPlaces places = {installation.path("state/policy-server"), options.registered};
+  const ServerPlaces places = {stateDirectory(installation), options.registered};
   const std::optional<Background> background = options.foreground ? std::nullopt : std::make_optional<Background>();
   const ServiceLog log(options.foreground ? ServiceLog::Target::StandardError : ServiceLog::Target::SystemLog);
   const ServerSettings settings =
-      serverSettings(installation, settingsOrLastGood(installation, places.stateDirectory + "/settings.json", log));
+      serverSettings(installation, settingsOrLastGood(installation, keptSettings(installation), log));
   requireReachable(settings, options.registered);
   serve(settings, places, log, [&] {
     if (background) {

@@ -14,7 +14,7 @@ import threading
 import time
 import unittest
 
-from servertest import PATIENCE, ServerTest, curl, lines_of, read_all, wait_until
+from servertest import PATIENCE, Server, ServerTest, curl, lines_of, read_all, takes_signals, wait_until
 
 REQUEST = b"GET /v1/policy HTTP/1.1\r\nHost: x\r\n\r\n"
 
@@ -248,6 +248,16 @@ class Failures(ServerTest):
         server.start()
         self.assertIn("the policy that was kept on disk cannot be served", server.log())
         self.assertEqual(curl(server.url()).status, 503)
+
+    def test_a_start_that_waits_for_the_database_ends_when_it_is_told_to(self):
+        self.installation.hang_database()
+        server = Server(self.installation)
+        self.addCleanup(server.stop)
+        server.launch()
+        wait_until(lambda: takes_signals(server.process), "the server takes signals")
+        self.assertEqual(server.stop(), 0)
+        self.assertIn("info: ended", server.log())
+        self.assertNotIn("info: ready", server.log())
 
     def test_connections_beyond_the_limit_cost_the_idlest(self):
         server = self.start_with([], wrapper=["prlimit", "--nofile=96"])  # 32 connections

@@ -23,6 +23,12 @@ ZAROPOLICYD = os.environ["ZAROPOLICYD_PATH"]
 # No test waits that long; a wait that does ends in a failure.
 PATIENCE = 60
 
+# In the place of the policy's counter.
+ENDLESS_VIEW = """
+CREATE VIEW policy_version AS
+WITH RECURSIVE number (i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM number) SELECT count(*) AS version FROM number
+"""
+
 Answer = collections.namedtuple("Answer", "status fields body")
 
 
@@ -32,6 +38,12 @@ def wait_until(condition, what):
         if time.monotonic() > deadline:
             raise AssertionError("waited in vain: " + what)
         time.sleep(0.02)
+
+
+def takes_signals(process):
+    """Whether it has a handler for SIGTERM."""
+    status = pathlib.Path(f"/proc/{process.pid}/status").read_text(encoding="ascii")
+    return int(re.search(r"SigCgt:\s+(\w+)", status).group(1), 16) >> (signal.SIGTERM - 1) & 1
 
 
 def free_port():
@@ -139,6 +151,13 @@ class Installation:
     def give_database_back(self):
         (self.home / "away").rename(self.home / "data")
 
+    def hang_database(self):
+        """The counter of the policy cannot be read to its end."""
+        self.rename_table("policy_version", "away")
+        with self.database() as db:
+            db.execute(ENDLESS_VIEW)
+            db.commit()
+
 
 class Server:
     """A running zaropolicyd."""
@@ -157,12 +176,16 @@ class Server:
             self.installation.take_port()
         return self
 
-    def _listens(self):
+    def launch(self):
+        """Starts it without waiting. Answers how long its log was."""
         with open(self.log_path, "ab") as log:
-            before = log.tell()
             self.process = subprocess.Popen(
                 [*self.wrapper, ZAROPOLICYD, "--home", str(self.installation.home), "--foreground", *self.arguments],
                 stderr=log, env=self.environment)
+            return log.tell()
+
+    def _listens(self):
+        before = self.launch()
         wait_until(lambda: self.process.poll() is not None or self._is_ready(), "the server listens")
         if self.process.poll() is None:
             return True

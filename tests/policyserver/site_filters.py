@@ -4,13 +4,15 @@ import gzip
 import json
 import os
 import pathlib
+import re
 import shutil
 import subprocess
 import tempfile
 import time
 import unittest
 
-from servertest import PATIENCE, Certificates, Installation, Server, environment, free_port, wait_until
+from servertest import (PATIENCE, Certificates, Installation, Server, environment, free_port, takes_signals,
+                        wait_until)
 from sitetest import FILTER_SETTINGS, ZAROFILTERD, FakeServer, Filter, FilterHost, run_zaroctl, snapshot, with_digest
 
 TOKEN = "a-token-that-no-log-shows"
@@ -94,6 +96,26 @@ class WholeSite(SiteTest):
             wait_until(lambda one=one: one.refuses("third@bad.test"), "the servers are found again")
             self.assertEqual(one.stop(), 0)
 
+    def test_a_database_from_a_backup_counts_again_when_its_version_is_raised(self):
+        server = self.start_server()
+        host = self.filter_host("filter", self.installation.port).start()
+        wait_until(lambda: host.refuses("refused@bad.test"), "the first policy counts")
+        backup = self.directory / "backup"
+        self.zaroctl("backup", str(backup))
+        self.zaroctl("group", "modify", "Spammers", "--add", "other@bad.test")
+        wait_until(lambda: host.refuses("other@bad.test"), "the change counts")
+        server.stop()
+        for name in ("zaro.db-wal", "zaro.db-shm"):
+            (self.installation.home / "data" / name).unlink(missing_ok=True)
+        shutil.copyfile(backup, self.installation.home / "data" / "zaro.db")
+        self.start_server().wait_for_log("the database's counter went back from ")
+        host.reload()
+        host.wait_for_log("hands out version")
+        self.assertTrue(host.refuses("other@bad.test"))
+        self.zaroctl("policy", "raise", re.search(r"this host has (\d+) already", host.log()).group(1))
+        wait_until(lambda: not host.refuses("other@bad.test"), "what came back counts")
+        self.assertTrue(host.refuses("refused@bad.test"))
+
     def test_over_tls_with_a_token(self):
         authority = Certificates(self.directory)
         certificate, key = authority.make("server")
@@ -131,6 +153,19 @@ class WholeSite(SiteTest):
         self.assertIn("added\tgroup\t", differences)
         self.assertIn("\tSpammers\tmember\t-\tnew@bad.test\n", differences)
         self.assertEqual(len(differences.splitlines()), 1)
+
+
+class FilterOfADatabase(SiteTest):
+    def test_a_start_that_waits_for_the_database_ends_when_it_is_told_to(self):
+        installation = Installation(self.directory)
+        installation.hang_database()
+        host = Filter(installation.home)
+        self.addCleanup(host.stop)
+        host.launch()
+        wait_until(lambda: takes_signals(host.process), "the filter takes signals")
+        self.assertEqual(host.stop(), 0)
+        self.assertIn("info: ended", host.log())
+        self.assertNotIn("info: ready", host.log())
 
 
 class FilterOfAFake(SiteTest):
@@ -236,6 +271,11 @@ class FilterOfAFake(SiteTest):
         self.assertEqual(host.stop(), 0)
         installation.take_database_away()
         self.server.answer(snapshot(8, "other@bad.test"), ETag='"8-a"')
+        done = subprocess.run([ZAROFILTERD, "--home", str(host.home), "--check"], env=environment(), capture_output=True,
+                              text=True, timeout=PATIENCE, check=False)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertIn("are those that the database had last", done.stderr)
+        self.assertIn("generation\t8\n", done.stdout)
         host.start()
         wait_until(lambda: host.refuses("other@bad.test"), "the server is asked without the database")
         self.assertIn("are those that the database had last", host.log())

@@ -39,10 +39,14 @@ class Filter:
     def set(self, *settings):
         run_zaroctl(self.home, "settings", "set", "--host", *settings)
 
-    def start(self):
+    def launch(self):
+        """Starts it without waiting."""
         with open(self.log_path, "ab") as log:
             self.process = subprocess.Popen([ZAROFILTERD, "--home", str(self.home), "--foreground"], stderr=log,
                                             env=environment())
+
+    def start(self):
+        self.launch()
         wait_until(self._is_ready, f"the filter listens: {self.log()}")
         return self
 

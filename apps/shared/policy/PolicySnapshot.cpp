@@ -119,11 +119,7 @@ class Writer {
     }
   }
 
-  std::string tail() {
-    std::string digest = m_digest.hex();
-    m_put(Json{{"sha256", digest}}.dump() + "\n");
-    return digest;
-  }
+  void tail() { m_put(Json{{"sha256", m_digest.hex()}}.dump() + "\n"); }
 
  private:
   const std::function<void(std::string_view)>& m_put;
@@ -247,7 +243,7 @@ MailPolicy read(const std::function<bool(std::string&)>& next) {
 
 }  // namespace
 
-std::string writeSnapshot(const MailPolicy& policy, const std::function<void(std::string_view)>& put) {
+void writeSnapshot(const MailPolicy& policy, const std::function<void(std::string_view)>& put) {
   try {
     Writer writer(put);
     Json head = {{"format", kFormat}, {"version", policy.version}, {"made_at", now()}};
@@ -267,7 +263,7 @@ std::string writeSnapshot(const MailPolicy& policy, const std::function<void(std
       writer.line({{"object", object.id}, {"type", object.type}, {"name", object.name}, {"content", object.content}});
     }
     writer.line(recordOf(policy.filterOrder));
-    return writer.tail();
+    writer.tail();
   } catch (const Json::exception& failure) {
     throw UnreadablePolicy(std::string("the policy cannot be written as JSON: ") + failure.what(), policy.version);
   }
@@ -291,4 +287,10 @@ MailPolicy readSnapshotText(std::string_view text) {
     text.remove_prefix(std::min(end + 1, text.size()));
     return true;
   });
+}
+
+std::string_view digestOf(std::string_view snapshot) {
+  const std::size_t end = snapshot.rfind('"');
+  const std::size_t begin = snapshot.rfind('"', end - 1) + 1;
+  return snapshot.substr(begin, end - begin);
 }

@@ -15,11 +15,13 @@
 #include "policy/MailPolicy.h"
 
 // Gives the lines of a policy, each with its end, to `put`, and throws what that throws. Throws
-// UnreadablePolicy for a policy with texts that are no UTF-8. Answers the SHA-256 of the last line.
-std::string writeSnapshot(const MailPolicy& policy, const std::function<void(std::string_view)>& put);
+// UnreadablePolicy for a policy with texts that are no UTF-8.
+void writeSnapshot(const MailPolicy& policy, const std::function<void(std::string_view)>& put);
 
 // Reads one as a whole. `next` takes the next line, without its end, and answers false behind the last one. Throws
 // RuntimeError for anything that is no whole snapshot.
 MailPolicy readSnapshot(const std::function<bool(std::string&)>& next);
 // The same of a text that is there as a whole.
 MailPolicy readSnapshotText(std::string_view text);
+// The SHA-256 that the last line of a whole snapshot has.
+std::string_view digestOf(std::string_view snapshot);

@@ -55,5 +55,6 @@ int Background::_statusOf(int child, int pipe) {
   }
   int status = 0;
   waitpid(child, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : static_cast<int>(ExitCode::Unavailable);
+  // Even one that was told to end is not ready.
+  return WIFEXITED(status) && WEXITSTATUS(status) != 0 ? WEXITSTATUS(status) : static_cast<int>(ExitCode::Unavailable);
 }

@@ -57,23 +57,31 @@ bool addKept(Settings& stored, const std::string& path) {
 }  // namespace
 
 Settings settingsOrLastGood(const Installation& installation, const std::string& path, const ServiceLog& log) {
-  Settings stored = zaroruntime::readSettings(installation);
+  const Settings stored = settingsOfAStart(installation, path, [&](const std::string& text) { log.warning(text); });
   if (stored.databaseFailure.empty()) {
     const std::string failure = failureOf([&] { keep(stored, path); });
     if (!failure.empty()) {
       log.warning("the settings of all hosts are not kept on disk: " + failure);
     }
+  }
+  return stored;
+}
+
+Settings settingsOfAStart(const Installation& installation, const std::string& path,
+                          const std::function<void(const std::string&)>& tell) {
+  Settings stored = zaroruntime::readSettings(installation);
+  if (stored.databaseFailure.empty()) {
     return stored;
   }
   bool isAdded = false;
   const std::string failure = failureOf([&] { isAdded = addKept(stored, path); });
   if (!failure.empty()) {
-    log.error(path + ": " + failure);
+    tell(path + ": " + failure);
   }
   if (isAdded) {
-    log.warning("the settings of all hosts are those that the database had last: " + stored.databaseFailure);
+    tell("the settings of all hosts are those that the database had last: " + stored.databaseFailure);
   } else if (std::filesystem::exists(installation.databaseIni())) {  // else a host without a database, which is no fault
-    log.warning("only the settings of this host count: " + stored.databaseFailure);
+    tell("only the settings of this host count: " + stored.databaseFailure);
   }
   return stored;
 }

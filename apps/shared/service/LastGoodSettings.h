@@ -2,6 +2,7 @@
 // mode must not begin to act because its database is down.
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "ZaroRuntime/Installation.h"
@@ -13,3 +14,6 @@
 // The file is `path`, of one service alone.
 zaroruntime::Settings settingsOrLastGood(const zaroruntime::Installation& installation, const std::string& path,
                                          const ServiceLog& log);
+// What a start would find: the same, but nothing is kept, and `tell` gets what the log would.
+zaroruntime::Settings settingsOfAStart(const zaroruntime::Installation& installation, const std::string& path,
+                                       const std::function<void(const std::string&)>& tell);

@@ -47,8 +47,7 @@ Signals::Signals() : m_readEnd(-1), m_writeEnd(-1) {
   m_readEnd = ends[0];
   m_writeEnd = ends[1];
   signalPipe = m_writeEnd;
-  const sigset_t set = handledSignals();
-  pthread_sigmask(SIG_BLOCK, &set, nullptr);
+  _block();
   struct sigaction action = {};
   action.sa_handler = onSignal;
   // Not even the handler blocks them: a second SIGHUP would go to libmilter.
@@ -61,8 +60,7 @@ Signals::Signals() : m_readEnd(-1), m_writeEnd(-1) {
 }
 
 Signals::~Signals() {
-  const sigset_t set = handledSignals();
-  pthread_sigmask(SIG_BLOCK, &set, nullptr);
+  _block();
   signalPipe = -1;
   close(m_readEnd);
   close(m_writeEnd);
@@ -71,6 +69,25 @@ Signals::~Signals() {
 void Signals::receive() {
   const sigset_t set = handledSignals();
   pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+}
+
+bool Signals::waitUntilBegun(std::chrono::milliseconds longest) {
+  using Clock = std::chrono::steady_clock;
+  receive();
+  const Clock::time_point deadline = Clock::now() + longest;
+  Event event = Event::None;
+  bool reloads = false;
+  for (Clock::duration left = longest; left.count() > 0 && event != Event::Begun && event != Event::Stop;) {
+    // A signal ends the wait before its event is there.
+    event = wait(std::chrono::ceil<std::chrono::milliseconds>(left));
+    reloads = reloads || event == Event::Reload;
+    left = deadline - Clock::now();
+  }
+  _block();
+  if (reloads) {
+    raise(Event::Reload);
+  }
+  return event != Event::Stop;
 }
 
 Event Signals::wait(std::chrono::milliseconds longest) const {
@@ -84,4 +101,9 @@ Event Signals::wait(std::chrono::milliseconds longest) const {
 
 void Signals::raise(Event event) const {
   put(m_writeEnd, event);
+}
+
+void Signals::_block() {
+  const sigset_t set = handledSignals();
+  pthread_sigmask(SIG_BLOCK, &set, nullptr);
 }

@@ -11,6 +11,7 @@ enum class Event : char {
   None = 0,  // the time is over
   Reload = 'r',
   Stop = 's',
+  Begun = 'b',  // what the service's start waits for is there
   Ended = 'e',  // what the service runs has ended by itself
 };
 
@@ -24,12 +25,17 @@ class Signals {
 
   // The main thread takes signals from now on.
   void receive();
+  // Waits until `Begun` is raised, for so long at most, and takes signals meanwhile; a reload is put off. False when
+  // the service is to end.
+  bool waitUntilBegun(std::chrono::milliseconds longest);
   // Waits for an event.
   Event wait(std::chrono::milliseconds longest) const;
   // Any thread: makes an event.
   void raise(Event event) const;
 
  private:
+  static void _block();
+
   int m_readEnd;
   int m_writeEnd;
 };

@@ -23,10 +23,9 @@ PolicyLoader::~PolicyLoader() {
   }
 }
 
-void PolicyLoader::start(std::chrono::milliseconds longest) {
+void PolicyLoader::start(std::function<void()> onBegun) {
+  m_onBegun = std::move(onBegun);
   m_thread = std::thread([this] { _run(); });
-  std::unique_lock<std::mutex> lock(m_mutex);
-  m_changed.wait_for(lock, longest, [this] { return m_started; });
 }
 
 void PolicyLoader::requestReload() {
@@ -41,7 +40,7 @@ bool PolicyLoader::stop(std::chrono::milliseconds longest) {
 
 void PolicyLoader::_run() {
   if (_useLastGood()) {
-    _tellStarted();
+    _tellBegun();
   }
   Clock::time_point nextLook = Clock::now();
   bool forced = false;
@@ -86,7 +85,7 @@ std::chrono::milliseconds PolicyLoader::_lookAt(bool forced) {
     _tellFailure(failure, forced);
   }
   m_hasLooked = true;
-  _tellStarted();
+  _tellBegun();
   const auto pause = m_source ? m_source->pause(!failure.empty()) : std::nullopt;
   return pause.value_or(m_poll);
 }
@@ -203,12 +202,10 @@ void PolicyLoader::_tellFailure(const std::string& why, bool forced) {
   }
 }
 
-void PolicyLoader::_tellStarted() {
-  {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    m_started = true;
+void PolicyLoader::_tellBegun() {
+  if (m_onBegun) {
+    std::exchange(m_onBegun, nullptr)();
   }
-  m_changed.notify_all();
 }
 
 void PolicyLoader::_wake() {

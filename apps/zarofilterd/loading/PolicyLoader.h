@@ -9,6 +9,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -36,8 +37,8 @@ class PolicyLoader {
 
   const PolicyHolder& policy() const { return m_holder; }
 
-  // Starts the thread, and waits until it has a policy or has tried to get one, for so long at most.
-  void start(std::chrono::milliseconds longest);
+  // Starts the thread, which calls `onBegun` once, when it has a policy or has tried to get one. That must not throw.
+  void start(std::function<void()> onBegun);
   // Asks for a reload, even if the version stands.
   void requestReload();
   // Lets the thread end once every generation is handed back. False when that has not come about in time.
@@ -56,7 +57,7 @@ class PolicyLoader {
   void _use(const MailPolicy& policy);
   bool _useLastGood();
   void _tellFailure(const std::string& why, bool forced);
-  void _tellStarted();
+  void _tellBegun();
   void _wake();
   void _change(bool& what);
   void _setSource(std::unique_ptr<PolicySource> source);
@@ -72,11 +73,11 @@ class PolicyLoader {
   bool m_reload = false;
   bool m_returned = false;
   bool m_stop = false;
-  bool m_started = false;
   bool m_ended = false;
   std::unique_ptr<PolicySource> m_source;  // replaced under the mutex, used by the loader's thread without it
 
   // Of the loader's thread.
+  std::function<void()> m_onBegun;
   std::optional<std::uint64_t> m_version;  // the last one that the source gave, or could not be applied
   bool m_isRefused = false;                // it could not be
   bool m_hasLooked = false;

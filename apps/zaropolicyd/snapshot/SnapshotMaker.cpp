@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <sstream>
 #include <utility>
 
 #include "policy/PolicySnapshot.h"
@@ -17,12 +16,13 @@ constexpr std::chrono::seconds kBetweenLooks(1);
 
 constexpr std::chrono::seconds kLongestUntilRegistration(60);
 
-std::shared_ptr<const ServedSnapshot> snapshotOf(std::uint64_t version, const std::string& digest, std::string text,
-                                                 std::size_t rules) {
+std::shared_ptr<const ServedSnapshot> snapshotOf(const MailPolicy& policy, std::string text) {
+  std::string tag = '"' + std::to_string(policy.version) + '-';
+  tag.append(digestOf(text)).append("\"");
   auto gzip = std::make_shared<const std::string>(gzipped(text));
-  return std::make_shared<const ServedSnapshot>(
-      ServedSnapshot{version, '"' + std::to_string(version) + '-' + digest + '"',
-                     std::make_shared<const std::string>(std::move(text)), std::move(gzip), rules});
+  return std::make_shared<const ServedSnapshot>(ServedSnapshot{policy.version, std::move(tag),
+                                                               std::make_shared<const std::string>(std::move(text)),
+                                                               std::move(gzip), policy.rules.size()});
 }
 
 // What stands between the head, which has the time, and the tail, which has the digest.
@@ -37,21 +37,13 @@ std::string_view bodyOf(const ServedSnapshot& snapshot) {
 
 std::shared_ptr<const ServedSnapshot> makeSnapshot(const MailPolicy& policy) {
   std::string text;
-  const std::string digest = writeSnapshot(policy, [&](std::string_view piece) { text += piece; });
-  return snapshotOf(policy.version, digest, std::move(text), policy.rules.size());
+  writeSnapshot(policy, [&](std::string_view piece) { text += piece; });
+  return snapshotOf(policy, std::move(text));
 }
 
 std::shared_ptr<const ServedSnapshot> makeSnapshot(std::string text) {
-  std::istringstream lines(text);
-  std::string line;
-  std::string last;
-  const MailPolicy policy = readSnapshot([&](std::string& next) {
-    const bool isThere = static_cast<bool>(std::getline(lines, next));
-    last = isThere ? next : last;
-    return isThere;
-  });
-  const std::size_t digest = last.find(":\"") + 2;
-  return snapshotOf(policy.version, last.substr(digest, last.rfind('"') - digest), std::move(text), policy.rules.size());
+  const MailPolicy policy = readSnapshotText(text);
+  return snapshotOf(policy, std::move(text));
 }
 
 bool haveSamePolicy(const ServedSnapshot& one, const ServedSnapshot& other) {
@@ -69,10 +61,8 @@ SnapshotMaker::~SnapshotMaker() {
   }
 }
 
-void SnapshotMaker::start(std::chrono::milliseconds longest) {
+void SnapshotMaker::start() {
   m_thread = std::thread([this] { _run(); });
-  std::unique_lock<std::mutex> lock(m_mutex);
-  m_changed.wait_for(lock, longest, [this] { return m_started; });
 }
 
 void SnapshotMaker::requestReload() {
@@ -93,7 +83,7 @@ bool SnapshotMaker::stop(std::chrono::milliseconds longest) {
 void SnapshotMaker::_run() {
   _useLastGood();
   if (m_snapshots.current() != nullptr) {
-    _tellStarted();
+    _tellBegun();
   }
   for (bool forced = false; !_mustStop(); forced = _wait()) {
     const std::string failure = failureOf([&] { _look(forced); });
@@ -106,7 +96,7 @@ void SnapshotMaker::_run() {
       tellReady(failure.empty() && !m_isRefused ? "Policy " + std::to_string(*m_version)
                                                 : "The policy could not be reloaded");
     }
-    _tellStarted();
+    _tellBegun();
     if (failure.empty()) {
       _register();
     }
@@ -184,7 +174,9 @@ void SnapshotMaker::_serve(const MailPolicy& policy) {
   }
   if (served != nullptr && made->version < served->version) {
     m_log.warning("the database's counter went back from " + std::to_string(served->version) + " to " +
-                  std::to_string(made->version) + "; clients refuse a policy that is older than theirs");
+                  std::to_string(made->version) +
+                  "; clients refuse a policy that is older than theirs (zaroctl policy raise " +
+                  std::to_string(served->version) + " mends that)");
   }
   _replace(made);
   const std::string unsaved = failureOf([&] { m_lastGood.saveText(*made->text); });
@@ -213,12 +205,10 @@ void SnapshotMaker::_tellFailure(const std::string& why) {
   }
 }
 
-void SnapshotMaker::_tellStarted() {
-  {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    m_started = true;
+void SnapshotMaker::_tellBegun() {
+  if (m_calls.onBegun) {
+    std::exchange(m_calls.onBegun, nullptr)();
   }
-  m_changed.notify_all();
 }
 
 bool SnapshotMaker::_wait() {

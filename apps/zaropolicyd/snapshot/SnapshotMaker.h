@@ -29,6 +29,7 @@ class SnapshotMaker {
   struct Calls {
     std::function<std::unique_ptr<PolicySource>()> makeSource;
     std::function<void()> onChange;        // after another snapshot is in place; must not throw
+    std::function<void()> onBegun;         // once, when there is a snapshot or none was found; must not throw
     std::function<void()> registerServer;  // once, after a look that went well; again, ever later, when it throws
   };
 
@@ -40,8 +41,8 @@ class SnapshotMaker {
   SnapshotMaker(const SnapshotMaker&) = delete;
   SnapshotMaker& operator=(const SnapshotMaker&) = delete;
 
-  // Starts the thread, and waits until it has a snapshot or has looked for one, for so long at most.
-  void start(std::chrono::milliseconds longest);
+  // Starts the thread.
+  void start();
   // Asks for a look, which reads the policy even if the counter stands.
   void requestReload();
   // Lets the thread end. False when the database keeps it longer.
@@ -58,7 +59,7 @@ class SnapshotMaker {
   void _serve(const MailPolicy& policy);
   void _replace(std::shared_ptr<const ServedSnapshot> snapshot);
   void _tellFailure(const std::string& why);
-  void _tellStarted();
+  void _tellBegun();
   // Waits for the next look; answers whether it was asked for.
   bool _wait();
   bool _mustStop();
@@ -73,7 +74,6 @@ class SnapshotMaker {
   std::condition_variable m_changed;
   bool m_reload = false;
   bool m_stop = false;
-  bool m_started = false;
   bool m_ended = false;
 
   // Of the maker's thread.

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -84,8 +85,10 @@ class SnapshotMakerTest : public testing::Test {
  protected:
   template <typename Source>
   SnapshotMaker::Calls callsWith() {
-    return {[this] { return std::make_unique<Source>(state); }, [] {}, nullptr};
+    return {[this] { return std::make_unique<Source>(state); }, [] {}, [this] { begun.set_value(); }, nullptr};
   }
+
+  void waitUntilBegun() { EXPECT_EQ(begun.get_future().wait_for(60s), std::future_status::ready); }
 
   const zarotest::TemporaryDirectory directory;
   const LastGoodPolicy lastGood{directory.path("")};
@@ -93,18 +96,22 @@ class SnapshotMakerTest : public testing::Test {
   ServerMetrics metrics;
   SnapshotHolder snapshots;
   SourceState state;
+  std::promise<void> begun;
 };
 
-TEST_F(SnapshotMakerTest, startsWithoutAPolicyWhenItsSourceIsSlow) {
+TEST_F(SnapshotMakerTest, hasBegunWhenItsSourceHasAnswered) {
   SnapshotMaker maker(callsWith<SlowSource>(), snapshots, lastGood, metrics, log);
-  maker.start(10ms);
+  maker.start();
   EXPECT_EQ(snapshots.current(), nullptr);
   state.open();
+  waitUntilBegun();
+  EXPECT_NE(snapshots.current(), nullptr);
 }
 
 TEST_F(SnapshotMakerTest, readsAWrongPolicyOnce) {
   SnapshotMaker maker(callsWith<WrongSource>(), snapshots, lastGood, metrics, log);
-  maker.start(60s);
+  maker.start();
+  waitUntilBegun();
   EXPECT_EQ(state.waitForLooks(3), 1);
   maker.requestReload();
   EXPECT_EQ(state.waitForLooks(4), 2);
