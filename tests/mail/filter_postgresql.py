@@ -25,6 +25,8 @@ def sql(statement, database=SERVER["DATABASE"]):
 class ServerGateway(Gateway):
     """An installation on a database of its own, whose rules zaroctl makes."""
 
+    database_port = SERVER["PORT"]
+
     def __init__(self, directory, hosts=SERVER["HOST"]):
         self.name = "mail_" + uuid.uuid4().hex
         self.hosts = hosts
@@ -35,7 +37,7 @@ class ServerGateway(Gateway):
                      "entity e")
 
     def make(self):
-        self.zaroctl("init", "--db", "postgresql", "--host", self.hosts, "--port", SERVER["PORT"], "--user",
+        self.zaroctl("init", "--db", "postgresql", "--host", self.hosts, "--port", self.database_port, "--user",
                      SERVER["USER"], "--database", self.name, str(self.home), given=SERVER["PASSWORD"] + "\n")
 
     def run_sql(self, statement):
