@@ -182,8 +182,8 @@ TEST_P(SettingsUnderLoad, killsLeaveTheOldFileOrTheNewOne) {
             << "; a temporary file lay there after " << counts.foundTemporary << "; " << counts.tooLate
             << " writers ended before their kill\n";
 
-  // Otherwise the kills all fell on one side, and the experiment says nothing. On a file system in memory few find a writer
-  // that has put the new file in place and not ended yet.
+  // Otherwise the kills all fell on one side, and the experiment says nothing. On a file system in memory few find a
+  // writer that has put the new file in place and not ended yet.
   EXPECT_GT(counts.foundOld, 0);
   EXPECT_GT(counts.foundNew + counts.tooLate, 0);
   EXPECT_GT(counts.foundTemporary, 0);
