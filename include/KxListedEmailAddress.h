@@ -55,7 +55,7 @@ class ZARO_POLICY_EXPORT KxIndexedStringNamedClass {
   static char* _inferName(const char* address);
 
  protected:
-  // Keeps a handle that another object owns: the table, or whoever keeps the texts that the table lacks.
+  // Keeps a handle that another object owns: the table, or the owner of the texts that the table lacks.
   KxIndexedStringNamedClass(KxStringtable& table, const KxIndexedString& entry) : _name(&entry), _stringtable(&table) {}
 
   const KxIndexedString* _name;

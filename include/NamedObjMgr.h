@@ -15,7 +15,7 @@ struct PolicyObjectRecord {
   unsigned int secondSize = 0;
 };
 
-// Filled and owned by its user. Not locked: nobody may change it, or a record of it, during a call.
+// Filled and owned by its user. Not locked: no other thread may change it, or a record of it, during a call.
 class ZARO_POLICY_EXPORT NamedObjMgrForPolicy {
  public:
   int leadValue = 0;

@@ -36,7 +36,7 @@ class ZARO_POLICY_EXPORT ZaroAction {
     IBEEncryptReserved = 22,  // logged like IBEEncrypt, otherwise unknown
   };
 
-  // Whether an action changes one side of a message. Unexpected: nobody has said, and the question is logged.
+  // Whether an action changes one side of a message. Unexpected: not classified, and the question is logged.
   enum class Change { No, Yes, Unexpected };
 
   struct Definition {
@@ -77,7 +77,7 @@ class ZARO_POLICY_EXPORT ZaroAction {
   // Whether the action ends the delivery of the message; false for an unknown one.
   static bool IsTerminal(ActionType type);
 
-  // Whether the action changes the message's header or body. One that nobody has classified, unknown ones included,
+  // Whether the action changes the message's header or body. One that is not classified, unknown ones included,
   // is logged at level 1 and taken to change it, which is the safe side.
   static bool willModifyMsgHdr(ActionType type);
   static bool willModifyMsgBody(ActionType type);

@@ -6,9 +6,10 @@
 //    administrator, or by entities contained in them, is seen, and can be edited once no other owner is left; what is
 //    owned by an entity that contains one of them is seen and cannot be edited. The administration root sees and edits
 //    everything. `isEditable`, and with it `remove`, is narrower on purpose: it counts direct owners only.
-// 3. The areas whose names begin with "OPP:" are the system's: never listed, offered to everybody for reading.
+// 3. The areas whose names begin with "OPP:" are the system's: never listed, offered to every administrator for reading.
 // 4. There is no state here. A call uses the database handle it is given, which belongs to one thread; any number of
-//    threads may call at once, each with its own.
+//    threads may call at once, each with its own. `getIds` and `getEditableQuanantineData` make trees of patterns; see
+//    EntityUtils.h for what no thread may do meanwhile.
 // 5. Failures of the database layer are logged at level 1. Names and contents are UTF-8; storing or looking for anything
 //    else is such a failure.
 #pragma once
@@ -96,7 +97,7 @@ class ZARO_POLICY_EXPORT ZaroNamedObj {
   // Reads content and name of an object. A NULL name leaves `name` as it was; a NULL content is a failure.
   static bool getBlob(ZARO::RdbmsInterface& db, unsigned int namedObjId, std::string& content, std::string& name);
   static bool getContentBlob(ZARO::RdbmsInterface& db, unsigned int namedObjId, std::string& content, std::string& name);
-  // True; for probes of whoever links the library.
+  // True; for probes of programs that link the library.
   static bool test(unsigned int id, std::string& content, std::string& name);
 
   // --- Visibility ---
@@ -109,7 +110,7 @@ class ZARO_POLICY_EXPORT ZaroNamedObj {
   static bool getIds(ZARO::RdbmsInterface& db, unsigned int adminId, NaObjType type,
                      std::vector<SummaryNamedObject>& out);
 
-  // The steps of `getIds`, in their order, for whoever has to explain a result. Each moves owners out of `candidates`
+  // The steps of `getIds`, in their order, for programs that explain a result. Each moves owners out of `candidates`
   // and lists what it finds in `out`.
 
   // Reads every object of the type with its owners. `rootOut`, unless null, gets them all, to be edited.

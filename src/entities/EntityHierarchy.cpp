@@ -1,33 +1,26 @@
 // Which wildcard entities contain which others.
-#include <algorithm>
 #include <memory>
-#include <string_view>
+#include <mutex>
 
 #include "EntityUtils.h"
 #include "KxWildcardEmail.h"
 #include "PolicyLog.h"
 #include "ZaroErrC.h"
-#include "addressmatch/text/AddressText.h"
+#include "util/LetterCase.h"
 
 namespace {
 
 using EntitySet = std::set<GroupEntity, GroupEntityCmp>;
 using Matches = std::vector<KxListedEmailAddress*>;
 
-// Whether the tree takes two texts for one: what it answers has its letters lowered as ASCII, whatever the locale.
-bool isSamePattern(std::string_view one, std::string_view other) {
-  return std::equal(one.begin(), one.end(), other.begin(), other.end(), [](char left, char right) {
-    return zaro_addressmatch::lowered(left) == zaro_addressmatch::lowered(right);
-  });
-}
+// Trees for questions share the default table and the queue of the freeze, which are for one thread at a time.
+// Questions come from any number of threads.
+std::mutex g_oneQuestion;
 
-// A tree for one question. Without memory for it there is none, and nothing can be added.
-//
-// A floating one: the default table and the queue of the freeze are for one thread at a time, any number of threads may
-// ask at once, and a tree that is gone before the next freeze has nothing of either. It finds the same, in the same order.
+// A tree for one question, the only one of its time. Without memory for it there is none, and nothing can be added.
 class Tree {
  public:
-  Tree() : m_root(KxWildcardEmail::makeNewFloatingTree()) {}
+  Tree() : m_lock(g_oneQuestion), m_root(KxWildcardEmail::makeNewTree()) {}
 
   bool add(const char* pattern) { return m_root != nullptr && m_root->addAddressPattern(pattern, 0, nullptr, nullptr); }
   Matches findMatches(const char* address) {
@@ -39,10 +32,11 @@ class Tree {
   }
 
  private:
+  std::lock_guard<std::mutex> m_lock;  // let go when the root is destroyed
   std::unique_ptr<KxWildcardNode> m_root;
 };
 
-// A root that is null, or that has nobody to be related to. True when the answer, in `status`, is known by that.
+// A root that is null, or without entities that could be its relatives. True when the answer, in `status`, is known by that.
 bool isAnswered(const char* rootEntity, const EntitySet& entities, const char* nullFormat, int& status) {
   if (rootEntity == nullptr) {
     PolicyLog::log(LogLevel::Error, "%s", nullFormat);
@@ -121,7 +115,8 @@ int EntityUtils::getAllWildcardParents(const char* rootEntity, EntitySet& entiti
     ++number;
     GroupEntity wanted;
     wanted.name = match->getFullAddressAsStr();
-    if (isSamePattern(wanted.name, rootEntity)) {
+    // As the tree compares: its letters are lowered as ASCII, whatever the locale.
+    if (ZARO::equalsIgnoringAsciiCase(wanted.name, rootEntity)) {
       continue;
     }
     PolicyLog::log(LogLevel::Trace, "%d: entity %s", number, wanted.name.c_str());

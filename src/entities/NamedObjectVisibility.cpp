@@ -8,7 +8,7 @@
 // Editable is what lists show. The rule that `remove` enforces, and programs before they call `modify`, is narrower:
 // `ZaroNamedObj::isEditable`, in NamedObjectStore.cpp, counts the administrator's own entities alone, as step 1 does.
 //
-// Each step takes the owners that it accounts for from the candidates. What nobody has accounted for in the end is why
+// Each step takes the owners that it accounts for from the candidates. What no step has accounted for in the end is why
 // an object is read-only, or not seen.
 #include <algorithm>
 #include <cstddef>
@@ -273,7 +273,7 @@ void ZaroNamedObj::_addChildrenNamedObjs(EntitySet& children, _candidates& candi
     _updateEditableIds(summaryOf(*candidate, owners.empty()), out);
     if (owners.empty()) {
       candidates.erase(candidate);
-      candidate = candidates.begin();  // whoever follows the trace sees the walk begin again
+      candidate = candidates.begin();  // the trace shows the walk begin again
     } else {
       ++candidate;
     }

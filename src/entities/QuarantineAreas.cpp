@@ -19,7 +19,7 @@ int readReservedArea(RdbmsInterface& db, const char* statement, QuarantineData& 
   int failures = 0;
   for (int fetched = db.fetchNextRow(); fetched != kNoRow; fetched = db.fetchNextRow()) {
     failures = fetched == kFailed ? failures + 1 : 0;
-    if (failures > kMostFailures) {
+    if (failures == kMostFailures) {
       return ZaroErrC::DatabaseFailure;
     }
     const char* column = db.getColVal("Name");

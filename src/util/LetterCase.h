@@ -4,7 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
-#include <string>
+#include <string_view>
 
 namespace ZARO {
 
@@ -14,7 +14,7 @@ inline char lowered(char character) {
   return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
 }
 
-inline bool equalsIgnoringAsciiCase(const std::string& one, const std::string& other) {
+inline bool equalsIgnoringAsciiCase(std::string_view one, std::string_view other) {
   return std::equal(one.begin(), one.end(), other.begin(), other.end(),
                     [](char left, char right) { return lowered(left) == lowered(right); });
 }

@@ -109,7 +109,7 @@ class CharacterReader {
       _skipForeign();
       // At the limit this character may still be foreign, even the terminating NUL. It counts all the same and turns
       // the bits before it in its group into ones: a line end at the end of a text spoils the group it falls into
-      // (the bytes of "QUI" and LF are FF FF 82), or makes a group of its own, with three bytes that nobody encoded.
+      // (the bytes of "QUI" and LF are FF FF 82), or makes a group of its own, with three bytes that no encoder wrote.
       const auto value = static_cast<std::int8_t>(kDecodingMap[*m_next]);
       group = (group | static_cast<std::uint32_t>(value)) << 6;
       ++m_next;
@@ -154,7 +154,7 @@ char* CBase64Utils::Encode(char* data, int length) {
   const long long characters = length * 4LL / 3;
   const long long size = characters + characters / kCharactersPerLine * 2 + 10;
   if (size > INT_MAX) {
-    return nullptr;  // nobody could tell `Decode` its length
+    return nullptr;  // `Decode` has no number for its length
   }
   auto* text = static_cast<char*>(std::calloc(static_cast<std::size_t>(size), 1));
   if (text == nullptr) {

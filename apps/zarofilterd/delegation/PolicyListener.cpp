@@ -75,7 +75,7 @@ int listenAt(const std::string& socket) {
   return descriptor;
 }
 
-// A file that an earlier filter left behind; nobody listens there.
+// A file that an earlier filter left behind; no process listens there.
 void removeOldFile(const std::string& path) {
   struct stat status = {};
   if (!path.empty() && lstat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode)) {

@@ -28,7 +28,7 @@ class PolicyHolder {
   void replace(const MailPolicy& policy);
   // Nothing decides any more.
   void clear();
-  // Destroys the generations that nobody uses.
+  // Destroys the generations that are not used any more.
   void destroyReturned();
 
  private:

@@ -17,7 +17,7 @@ class SocketFile {
   // Gives the file, which is there now, its mode and group, and remembers it. An empty group leaves the process's.
   // Throws RuntimeError.
   void open(mode_t mode, const std::string& group);
-  // False when the file is gone or another one stands there: nobody reaches the socket any more.
+  // False when the file is gone or another one stands there: the socket cannot be reached any more.
   bool isThere() const;
   // Takes the file away, if it is still this one.
   void remove() const;

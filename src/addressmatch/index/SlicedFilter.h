@@ -6,9 +6,8 @@
 // for each of eight slices. A key sets three cells of a block, in one slice of its set. Eight sets have a slice each;
 // four have two, between which the key's hash chooses, and so on up to a single set, which has all eight.
 //
-//   invariant   every key that was added is reported; of the others about one in a hundred is, so that a call seldom
-//   looks
-//               into a set for nothing
+//   invariant   every key that was added is reported; of the others about one in a hundred is, so that a call
+//               seldom looks into a set for nothing
 //   cost        one cache line for adding and for asking, whatever the number of sets
 //   memory      16 bits a key, when the sets are equally big; else the biggest set's, for each of them
 #pragma once

@@ -6,8 +6,9 @@
 //
 //   invariant   a text has one entry, which stays where it is; a slot holds 32 bits of the text's hash, so that most
 //               comparisons need no look at a text, and slots can be moved without one
-//   cost        one slot and one text for a look-up; at 32768 texts the table is divided into 512, which grow one by
-//   one memory      8 bytes a slot at a load factor of at most 4/5, and the entries
+//   cost        one slot and one text for a look-up; at 32768 texts the table is divided into 512, which grow one
+//               by one
+//   memory      8 bytes a slot at a load factor of at most 4/5, and the entries
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,4 @@
-// Several threads that ask which entities contain which, beside others that match, and that make and freeze trees.
+// Several threads that ask which entities contain which, beside another one that matches.
 #define PROCESS_TEST_SECONDS 300
 #include <atomic>
 #include <functional>
@@ -79,20 +79,6 @@ PROCESS_TEST(HierarchyThreads, askWhileAnotherMatchesOnAFrozenTree) {
     undecided += code != 1 ? 1 : 0;
   });
   EXPECT_EQ(undecided, 0);
-}
-
-PROCESS_TEST(HierarchyThreads, askWhileAnotherFillsAndFreezesTrees) {
-  int refused = 0;
-  int number = 0;
-  askBeside([&] {
-    const std::unique_ptr<KxWildcardNode> tree(KxWildcardEmail::makeNewTree());
-    ++number;
-    refused += tree->addAddressPattern(oneOfMany(kAskers, number).c_str(), 1, nullptr, nullptr) ? 0 : 1;
-    if (number % 2 == 0) {
-      KxWildcardEmail::initScanTimeMode();
-    }
-  });
-  EXPECT_EQ(refused, 0);
 }
 
 }  // namespace

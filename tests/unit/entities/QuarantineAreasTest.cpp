@@ -96,6 +96,8 @@ TEST_F(Quarantine, identifierThatIsNoNumberIs1002) {
 TEST_F(Quarantine, endlessFailuresComeToAnEnd) {
   platform().database.reply(kByType, Reply({"Name", "ID", "Content"}, {}).endingRowsWith(-1));
   EXPECT_EQ(readReserved(), 1003);
+  // Each failed fetch but the thousandth, which is the last.
+  EXPECT_EQ(platform().log.lines().size(), 999u);
 }
 
 TEST_F(Quarantine, thrownTextIs1003) {
