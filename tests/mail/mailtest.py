@@ -19,7 +19,7 @@ ZAROFILTERD = os.environ["ZAROFILTERD_PATH"]
 MASTER = "/usr/lib/postfix/sbin/master"
 
 # No test waits that long; a wait that does ends in a failure.
-PATIENCE = 60
+PATIENCE = float(os.environ.get("ZARO_PATIENCE", "60"))
 
 # Positions of the action bitmap.
 ACTIONS = {"Delete": 0, "Quarantine": 1, "Archive": 3, "Readdress": 5, "SubjectTagging": 8, "Postpone": 9, "Bcc": 12,

@@ -21,7 +21,7 @@ ZAROCTL = os.environ["ZAROCTL_PATH"]
 ZAROPOLICYD = os.environ["ZAROPOLICYD_PATH"]
 
 # No test waits that long; a wait that does ends in a failure.
-PATIENCE = 60
+PATIENCE = float(os.environ.get("ZARO_PATIENCE", "60"))
 
 # In the place of the policy's counter.
 ENDLESS_VIEW = """

@@ -95,7 +95,7 @@ std::size_t trimAuditTrail(const std::string& before) {
     const std::string old = " FROM audit WHERE changed_at < " + sqlLiteral(before);
     db.lockTable("audit");
     const auto count = db.value("SELECT count(*) AS entries" + old, "entries");
-    const std::size_t entries = std::stoull(count.value_or("0"));
+    const auto entries = static_cast<std::size_t>(std::stoull(count.value_or("0")));
     if (entries == 0) {
       return entries;
     }
