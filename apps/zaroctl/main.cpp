@@ -109,13 +109,14 @@ std::vector<std::string> givenWords(int argc, const char* const* argv) {
 }
 
 ExitCode parseFailure(const CLI::App& app, const CLI::ParseError& error) {
-  if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
+  const auto extra = app.remaining(true);
+  const auto unexpected = std::find_if(extra.begin(), extra.end(), [](const std::string& word) { return word != "--"; });
+  const bool asksForHelp = error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success);
+  if (asksForHelp && unexpected == extra.end()) {
     app.exit(error);  // help or version, on standard output
     return ExitCode::Found;
   }
   // What was not understood tells more than what is therefore missing.
-  const auto extra = app.remaining(true);
-  const auto unexpected = std::find_if(extra.begin(), extra.end(), [](const std::string& word) { return word != "--"; });
   const std::string wrong =
       unexpected == extra.end() ? error.what() : "not expected: " + *unexpected + suggestion(app, *unexpected);
   diagnose(wrong + " (see " + commandLine(app) + " --help)");

@@ -372,6 +372,7 @@ class ExitStatus(SiteTest):
         self.server.answer(snapshot(7))
         self.fetch(0, "--output", str(kept))
         self.assertEqual(kept.read_bytes(), snapshot(7))
+        self.fetch(73, "--output", str(kept / "below"))
         self.assertEqual([name for name in os.listdir(self.directory) if name.startswith("kept")], ["kept"])
 
     def test_an_answer_that_drips_is_broken_off(self):

@@ -16,7 +16,7 @@ AtomicFile::AtomicFile(const std::string& path)
   std::filesystem::create_directories(std::filesystem::path(path).parent_path(), failure);
   m_descriptor = ::mkostemp(m_path.data(), O_CLOEXEC);  // of mode 0600
   if (m_descriptor < 0) {
-    throwErrno(m_path, "cannot write");
+    throwErrno(m_path, "cannot write", zaroruntime::FailureKind::Creation);
   }
 }
 

@@ -32,7 +32,7 @@ class UnfinishedCopy {
   explicit UnfinishedCopy(const fs::path& place) : m_path((place.parent_path() / ".backup-XXXXXX").string()) {
     const int descriptor = mkstemp(m_path.data());
     if (descriptor < 0) {
-      throwErrno(place.parent_path().string(), "cannot make a file there");
+      throwErrno(place.parent_path().string(), "cannot make a file there", FailureKind::Creation);
     }
     close(descriptor);
   }

@@ -20,6 +20,7 @@
 #include "ZaroRuntime/SqlSession.h"
 #include "commands/CommandTree.h"
 #include "commands/Commands.h"
+#include "console/Suggestion.h"
 #include "console/Text.h"
 #include "console/UsageError.h"
 #include "store/ClientSettings.h"
@@ -110,14 +111,18 @@ std::string fullName(const KnownSetting& setting) {
 const KnownSetting& findSetting(const std::string& name) {
   std::vector<const KnownSetting*> found;
   std::string all;
+  std::vector<std::string> known;
   for (const KnownSetting& setting : kSettingTable) {
     all += (all.empty() ? "" : ", ") + fullName(setting);
+    known.insert(known.end(), {fullName(setting), setting.key});
     if (name == setting.key || name == fullName(setting)) {
       found.push_back(&setting);
     }
   }
   if (found.empty()) {
-    throw UsageError("no setting named " + quoted(name) + "; there are " + all);
+    const std::string like = mostLike(name, known);
+    throw UsageError("no setting named " + quoted(name) + "; " +
+                     (like.empty() ? "there are " + all : "did you mean " + like + "?"));
   }
   if (found.size() > 1) {
     throw UsageError("say " + fullName(*found[0]) + " or " + fullName(*found[1]) + ": there are two settings named " +

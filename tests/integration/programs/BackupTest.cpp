@@ -85,6 +85,10 @@ TEST_P(Backup, replacesNothing) {
   EXPECT_EQ(copies(), 1u);
 }
 
+TEST_P(Backup, placeWhereNoFileCanBeMadeIsTold) {
+  expectRefused({"backup", directory().path("none") + "/copy.db"}, 73, "none: cannot make a file there: No such file");
+}
+
 TEST_P(Backup, copyThatIsNotSoundIsNotKept) {
   session()->run("DROP TABLE schema_version");
   const ProgramResult result = run({"backup", copy()});

@@ -41,6 +41,8 @@ TEST(FirstImpressions, mistypedWordsAreToldWithTheLikeliestOnes) {
       {{"settings", "sever"}, "did you mean server?"},
       {{"match", "--tre", "x", "a@b.test"}, "did you mean --tree?"},
       {{"check", "--jsn"}, "did you mean --json?"},
+      {{"help", "mtach"}, "not expected: mtach; did you mean match?"},
+      {{"quantum", "--help"}, "not expected: quantum"},
   };
   for (const auto& row : kRows) {
     const ProgramResult result = zaroctl(row.arguments);

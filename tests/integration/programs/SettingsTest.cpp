@@ -536,7 +536,9 @@ struct WrongSetting {
 
 const WrongSetting kWrongSettings[] = {
     {"noSign", "threads", "\"threads\" is not KEY=VALUE"},
-    {"unknownKey", "thread=5", "no setting named \"thread\"; there are policy_server.backlog, "},
+    {"unknownKey", "nothing=5", "no setting named \"nothing\"; there are policy_server.backlog, "},
+    {"mistypedKey", "thread=5", "no setting named \"thread\"; did you mean threads?"},
+    {"mistypedName", "mail_filter.shado=yes", "did you mean mail_filter.shadow?"},
     {"unknownSection", "policy.threads=5", "no setting named \"policy.threads\""},
     {"emptyKey", "=5", "no setting named \"\""},
     {"ambiguous", "recv_timeout_secs=5",
