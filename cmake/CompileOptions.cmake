@@ -16,6 +16,16 @@ if(ZAROPOLICY_SANITIZE)
   add_link_options(-fsanitize=${ZAROPOLICY_SANITIZE})
 endif()
 
+# Which lines run is noted of our own code, not of the tests, so that these compile as ever.
+if(ZAROPOLICY_COVERAGE)
+  add_link_options(--coverage)
+endif()
+macro(zaro_note_coverage)
+  if(ZAROPOLICY_COVERAGE)
+    add_compile_options(--coverage -fprofile-update=atomic -fprofile-abs-path)
+  endif()
+endmacro()
+
 if(ZAROPOLICY_BUILD_FUZZERS)
   # The engine has to see which branches of the library an input takes.
   add_compile_options(-fsanitize=fuzzer-no-link)

@@ -24,7 +24,8 @@ import faults
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 EXPLAINED = pathlib.Path(__file__).with_name("explained")
 WORK = ROOT / "build" / "mutate"
-TREE, BUILD = WORK / "tree", WORK / "build"
+TREE = WORK / "tree"
+BUILD = TREE / "build" / "dev"  # as deep as in the tree itself, so that ccache knows what was compiled there
 HOW_MANY = 100
 
 # They take longer than all the others of their program together.
@@ -41,7 +42,7 @@ PROGRAMS = {
     "no_sql_directory_test": ("policyserver",),
     "unit_tests": (),
 }
-# Of these the sources of a folder are a part, so that a fault there has them compiled again.
+# A quick program about a folder, to be asked first.
 FIRST = {"addressmatch/index": "address_index_tests", "addressmatch/text": "address_index_tests"}
 MEMORY = 4 << 30  # bytes that a faulty program may ask for
 
@@ -112,24 +113,23 @@ def copy_tree():
 
     shutil.copytree(ROOT, TREE, ignore=ignored, copy_function=copy, dirs_exist_ok=True)
     for path in list(TREE.rglob("*")):
-        if path.is_file() and not (ROOT / path.relative_to(TREE)).exists():
+        if path.is_file() and BUILD not in path.parents and not (ROOT / path.relative_to(TREE)).exists():
             path.unlink()
 
 
-def build(*targets, cached=False):
-    """Whether they compile."""
-    environment = dict(os.environ) if cached else {**os.environ, "CCACHE_DISABLE": "1"}
-    done = subprocess.run(["cmake", "--build", BUILD, "--target", *targets, "--", "-j1"], env=environment, check=False,
-                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+def build(*targets, faulty=False):
+    """Whether they compile, and what was said."""
+    done = subprocess.run(["cmake", "--build", BUILD, "--target", *targets, "--", "-j1"], check=False, text=True,
+                          env={**os.environ, "ZARO_FAULT": "1"} if faulty else None, stdout=subprocess.PIPE,
+                          stderr=subprocess.STDOUT)
     return done.returncode == 0, done.stdout
 
 
 def configure():
-    # The library and its unit tests. Without optimisation and symbols, since each is compiled once or twice; programs are not
-    # linked anew for another library.
-    subprocess.run(["cmake", "-S", TREE, "-B", BUILD, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS=-w",
-                    "-DCMAKE_CXX_FLAGS_DEBUG=-O0", "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON",
-                    "-DZAROPOLICY_BUILD_RUNTIME=OFF", "-DZAROPOLICY_BUILD_APPS=OFF"], check=True, stdout=subprocess.DEVNULL)
+    # The library and its unit tests, in the flags of the preset `dev`; programs are not linked anew for another library.
+    subprocess.run(["cmake", "--preset", "dev", "-S", TREE, "-B", BUILD, f"-DZAROPOLICY_CCACHE={TREE}/tests/mutation/launcher",
+                    "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON", "-DZAROPOLICY_BUILD_RUNTIME=OFF", "-DZAROPOLICY_BUILD_APPS=OFF"],
+                   cwd=TREE, check=True, stdout=subprocess.DEVNULL)
 
 
 def program(name):
@@ -187,44 +187,47 @@ class Laboratory:
     def __init__(self):
         copy_tree()
         configure()
-        made, text = build(*PROGRAMS, cached=True)
-        if not made:
-            raise SystemExit(f"the tree does not build:\n{text}")
         self.known = {}
 
-    def tests(self, target, selection="*"):
+    def tests(self, target, selection):
+        """Built and measured without a fault when they are first wanted."""
         if (target, selection) not in self.known:
+            made, text = build(target)
+            if not made:
+                raise SystemExit(f"the tree does not build:\n{text}")
             self.known[target, selection] = Tests(target, selection).measure()
         return self.known[target, selection]
 
-    def stages(self, path):
-        """The programs of the folder, the quickest tests first, and then all."""
-        folders = path.parts[1:-1]
-        selection = suites_of(folders[0])
-        quick = [("unit_tests", selection)] if selection else []
-        if first := FIRST.get("/".join(folders)):
-            quick.insert(0, (first, "*"))
-        rest = [(target, "*") for target, about in PROGRAMS.items() if not about or folders[0] in about]
-        return quick + [stage for stage in rest if stage not in quick]
-
-    def see(self, fault):
+    def see(self, fault, stages):
         """What finds the fault; None when nothing does, and "" when it does not compile."""
+        tests = [self.tests(*stage) for stage in stages]
         source = TREE / fault.path
         right = source.read_text(encoding="utf-8")
-        path = pathlib.Path(fault.path)
-        stages = self.stages(path)
-        for target, selection in stages:
-            self.tests(target, selection)
         source.write_text(faults.planted(right, fault), encoding="utf-8")
         try:
-            for target, selection in stages:
-                if not build(target)[0]:
+            for one in tests:
+                if not build(one.target, faulty=True)[0]:
                     return ""
-                if found := self.tests(target, selection).see():
+                if found := one.see():
                     return found
             return None
         finally:
             source.write_text(right, encoding="utf-8")
+
+
+def quick_stages(path):
+    """The quick tests of the fault's folder."""
+    folders = pathlib.Path(path).parts[1:-1]
+    stages = [("unit_tests", suites_of(folders[0]))]
+    if first := FIRST.get("/".join(folders)):
+        stages.insert(0, (first, "*"))
+    return stages
+
+
+def all_stages(path):
+    """Every program that may see it."""
+    folder = pathlib.Path(path).parts[1]
+    return [(target, "*") for target, about in PROGRAMS.items() if not about or folder in about]
 
 
 def suites_of(folder):
@@ -249,8 +252,15 @@ def drawn(how_many, seed, paths):
     return sorted(chosen), len(known)
 
 
-def tell_fault(fault, source):
-    print(f"    - {line_before(source, fault)}\n    + {line_after(source, fault)}", flush=True)
+def place_of(fault):
+    source = (ROOT / fault.path).read_text(encoding="utf-8")
+    return f"{fault.path}:{faults.line_number(source, fault.begin)}"
+
+
+def tell_killed(fault, found, counts):
+    counts["killed"] += 1
+    counts["killed by the time limit"] += found == "time limit"
+    print(f"{place_of(fault)}: killed by {found}", flush=True)
 
 
 def main():
@@ -267,25 +277,27 @@ def main():
     explained = explanations()
     counts = collections.Counter()
     began = time.monotonic()
+    unseen = []
     for fault in chosen:
-        source = (ROOT / fault.path).read_text(encoding="utf-8")
-        place = f"{fault.path}:{faults.line_number(source, fault.begin)}"
-        found = laboratory.see(fault)
-        before, after = line_before(source, fault), line_after(source, fault)
+        found = laboratory.see(fault, quick_stages(fault.path))
         if found == "":
             counts["do not compile"] += 1
-            continue
-        counts["compile"] += 1
-        if found is not None:
-            counts["killed"] += 1
-            counts["killed by the time limit"] += found == "time limit"
-            print(f"{place}: killed by {found}", flush=True)
-            continue
+        elif found is None:
+            unseen.append(fault)
+        else:
+            tell_killed(fault, found, counts)
+    for fault in unseen:
+        source = (ROOT / fault.path).read_text(encoding="utf-8")
+        before, after = line_before(source, fault), line_after(source, fault)
         reason = next((one.reason for one in explained if one.path == fault.path and one.before == before and
                        one.after in (None, after)), None)
+        found = None if reason else laboratory.see(fault, all_stages(fault.path))
+        if found:
+            tell_killed(fault, found, counts)
+            continue
         counts["explained" if reason else "survived"] += 1
-        print(f"{place}: {f'explained: {reason}' if reason else 'SURVIVED'}", flush=True)
-        tell_fault(fault, source)
+        print(f"{place_of(fault)}: {f'explained: {reason}' if reason else 'SURVIVED'}\n    - {before}\n    + {after}", flush=True)
+    counts["compile"] = len(chosen) - counts["do not compile"]
     names = ("compile", "do not compile", "killed", "killed by the time limit", "explained", "survived")
     print(f"{len(chosen)} faults in {time.monotonic() - began:.0f} s: " +
           ", ".join(f"{counts[name]} {name}" for name in names), flush=True)
