@@ -189,6 +189,14 @@ class Laboratory:
         configure()
         self.known = {}
 
+    @staticmethod
+    def source(fault):
+        """As it was copied."""
+        return (TREE / fault.path).read_text(encoding="utf-8")
+
+    def place(self, fault):
+        return f"{fault.path}:{faults.line_number(self.source(fault), fault.begin)}"
+
     def tests(self, target, selection):
         """Built and measured without a fault when they are first wanted."""
         if (target, selection) not in self.known:
@@ -202,7 +210,7 @@ class Laboratory:
         """What finds the fault; None when nothing does, and "" when it does not compile."""
         tests = [self.tests(*stage) for stage in stages]
         source = TREE / fault.path
-        right = source.read_text(encoding="utf-8")
+        right = self.source(fault)
         source.write_text(faults.planted(right, fault), encoding="utf-8")
         try:
             for one in tests:
@@ -240,27 +248,21 @@ def suites_of(folder):
     return ":".join(sorted(names - set(SLOW_TESTS))) + "-" + ":".join(SLOW_TESTS) if names else ""
 
 
+def count_killed(counts, found):
+    counts["killed"] += 1
+    counts["killed by the time limit"] += found == "time limit"
+
+
 def drawn(how_many, seed, paths):
-    wanted = [ROOT / path for path in paths] or [ROOT / "src"]
-    sources = sorted(path for path in (ROOT / "src").rglob("*") if path.suffix in (".cpp", ".h") and
+    wanted = [TREE / path for path in paths] or [TREE / "src"]
+    sources = sorted(path for path in (TREE / "src").rglob("*") if path.suffix in (".cpp", ".h") and
                      any(path == one or one in path.parents for one in wanted))
     known = []
     for source in sources:
-        known += faults.faults_of(str(source.relative_to(ROOT)), source.read_text(encoding="utf-8"))
+        known += faults.faults_of(str(source.relative_to(TREE)), source.read_text(encoding="utf-8"))
     chosen = random.Random(seed).sample(known, min(how_many, len(known)))
     # Faults of one file come together, so that the files before are not built once more.
     return sorted(chosen), len(known)
-
-
-def place_of(fault):
-    source = (ROOT / fault.path).read_text(encoding="utf-8")
-    return f"{fault.path}:{faults.line_number(source, fault.begin)}"
-
-
-def tell_killed(fault, found, counts):
-    counts["killed"] += 1
-    counts["killed by the time limit"] += found == "time limit"
-    print(f"{place_of(fault)}: killed by {found}", flush=True)
 
 
 def main():
@@ -271,9 +273,9 @@ def main():
     seed = int(arguments[1]) if len(arguments) > 1 and arguments[1] else random.SystemRandom().randrange(1 << 32)
     if check():
         sys.exit(1)
+    laboratory = Laboratory()
     chosen, known = drawn(how_many, seed, arguments[2:])
     print(f"{len(chosen)} of {known} faults, drawn by the seed {seed}", flush=True)
-    laboratory = Laboratory()
     explained = explanations()
     counts = collections.Counter()
     began = time.monotonic()
@@ -285,18 +287,20 @@ def main():
         elif found is None:
             unseen.append(fault)
         else:
-            tell_killed(fault, found, counts)
+            count_killed(counts, found)
+            print(f"{laboratory.place(fault)}: killed by {found}", flush=True)
     for fault in unseen:
-        source = (ROOT / fault.path).read_text(encoding="utf-8")
+        source = laboratory.source(fault)
         before, after = line_before(source, fault), line_after(source, fault)
         reason = next((one.reason for one in explained if one.path == fault.path and one.before == before and
                        one.after in (None, after)), None)
         found = None if reason else laboratory.see(fault, all_stages(fault.path))
         if found:
-            tell_killed(fault, found, counts)
+            count_killed(counts, found)
+            print(f"{laboratory.place(fault)}: killed by {found}", flush=True)
             continue
         counts["explained" if reason else "survived"] += 1
-        print(f"{place_of(fault)}: {f'explained: {reason}' if reason else 'SURVIVED'}\n    - {before}\n    + {after}", flush=True)
+        print(f"{laboratory.place(fault)}: {f'explained: {reason}' if reason else 'SURVIVED'}\n    - {before}\n    + {after}", flush=True)
     counts["compile"] = len(chosen) - counts["do not compile"]
     names = ("compile", "do not compile", "killed", "killed by the time limit", "explained", "survived")
     print(f"{len(chosen)} faults in {time.monotonic() - began:.0f} s: " +
