@@ -28,8 +28,9 @@ TREE = WORK / "tree"
 BUILD = TREE / "build" / "dev"  # as deep as in the tree itself, so that ccache knows what was compiled there
 HOW_MANY = 100
 
-# They take longer than all the others of their program together.
-SLOW_TESTS = ("Threads.*", "*RandomCases.*", "RealLists.*", "TreeMemory.*", "VisibilityOfRandomInstallations.*")
+# They take longer than all the others of their program together, and are about one folder each.
+SLOW_TESTS = {"Threads.*": "addressmatch", "*RandomCases.*": "addressmatch", "RealLists.*": "addressmatch",
+              "TreeMemory.*": "addressmatch", "VisibilityOfRandomInstallations.*": "entities"}
 # Programs of the unit tests, and the folders of src/ that they are about; none: all.
 PROGRAMS = {
     "address_index_tests": ("addressmatch",),
@@ -233,9 +234,10 @@ def quick_stages(path):
 
 
 def all_stages(path):
-    """Every program that may see it."""
+    """Every program that may see it, without slow tests about other folders."""
     folder = pathlib.Path(path).parts[1]
-    return [(target, "*") for target, about in PROGRAMS.items() if not about or folder in about]
+    others = ":".join(name for name, about in SLOW_TESTS.items() if about != folder)
+    return [(target, "*" if about else f"*-{others}") for target, about in PROGRAMS.items() if not about or folder in about]
 
 
 def suites_of(folder):
@@ -245,7 +247,7 @@ def suites_of(folder):
         text = path.read_text(encoding="utf-8")
         names.update(f"{name}.*" for name in re.findall(r"^TEST(?:_F)?\((\w+),", text, re.M))
         names.update(f"*{name}.*" for name in re.findall(r"^TEST_P\((\w+),", text, re.M))
-    return ":".join(sorted(names - set(SLOW_TESTS))) + "-" + ":".join(SLOW_TESTS) if names else ""
+    return ":".join(sorted(names - SLOW_TESTS.keys())) + "-" + ":".join(SLOW_TESTS) if names else ""
 
 
 def count_killed(counts, found):

@@ -122,6 +122,16 @@ TEST_F(Visibility, parentsOfAnyEntityComeAfterTheChildrenOfAll) {
   EXPECT_THAT(shown(m_out), ElementsAre("41 object"));
 }
 
+TEST_F(Visibility, relativesOfEachEntityAreLookedForAmongAllEntities) {
+  assign(7, {entity(1, 6, "*@*"), entity(2, 6, "*@*.test")});
+  setWildcards({entity(1, 6, "*@*"), entity(2, 6, "*@*.test"), entity(3, 6, "x@a.test")});
+  setObjects({{"9", "41", "other's"}});
+  EXPECT_TRUE(list());
+  const std::vector<std::string> traces = platform().log.texts(LogLevel::Trace);
+  EXPECT_THAT(traces, testing::Contains("Checking if entity x@a.test is a child of *@* returned 1 matches"));
+  EXPECT_THAT(traces, testing::Contains("Checking if entity x@a.test is a child of *@*.test returned 1 matches"));
+}
+
 TEST_F(Visibility, ldapGroupsAddNothing) {
   assign(7, {entity(1, 2, "cn=a")});
   setOfType(2, {entity(2, 2, "cn=b")});

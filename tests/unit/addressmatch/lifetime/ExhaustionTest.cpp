@@ -289,6 +289,67 @@ TEST_P(Exhaustion, addressIsDecidedRightOrNotAtAll) {
   }
 }
 
+// A batch that memory does not suffice for is answered one by one.
+TEST_P(Exhaustion, batchIsDecidedRightThoughMemoryRunsOutOnce) {
+  const std::string deep = "user@" + deepDomain();
+  tree->addAddressPattern(deep.c_str(), 2, nullptr, nullptr);
+  KxWildcardRootNode second(table.get());
+  second.addAddressPattern("*@new.org", 4, nullptr, nullptr);
+  std::vector<KxWildcardNode*> trees = {tree.get(), &second};
+  const char* const addresses[] = {"user@example.test", deep.c_str(), "x@new.org", "none@none"};
+  const unsigned int codes[] = {1, 2, 2, 0};
+  bool failed = true;
+  for (int allocation = 1; failed; ++allocation) {
+    std::vector<KxMatchResult> results(4, {99, 99, "unset", 99});
+    failed = failsAt(allocation, [&] { KxWildcardEmail::matchEmailAddressBatch(addresses, 4, trees, results.data()); });
+    for (std::size_t i = 0; i != 4; ++i) {
+      EXPECT_EQ(results[i].code, codes[i]) << addresses[i] << " " << allocation;
+    }
+    EXPECT_EQ(results[2].treeIndex, 1u);
+    EXPECT_EQ(results[3].name, nullptr);
+  }
+}
+
+std::string nameAtBig(int number) {
+  return "user" + std::to_string(number) + "@big.test";
+}
+
+// A level of so many names is searched by an index while it is filled, and sorted with memory of its own at the freeze.
+TEST_P(Exhaustion, levelOfManyNamesLosesNoneWithoutMemory) {
+  constexpr int kNames = 40;
+  for (const bool adds : {true, false}) {
+    for (int names = adds ? 12 : kNames; names <= kNames; ++names) {
+      bool failed = true;
+      for (int allocation = 1; failed; ++allocation) {
+        const std::unique_ptr<KxStringtable> ownTable = newTable();
+        if (GetParam() == Over::ALockedTable) {
+          KxWildcardEmail::initScanTimeMode();  // takes the table, which is locked already, off the queue
+        }
+        tree = std::make_unique<KxWildcardRootNode>(ownTable.get());
+        for (int number = names; number != 0; --number) {
+          ASSERT_TRUE(tree->addAddressPattern(nameAtBig(number).c_str(), 1, nullptr, nullptr));
+        }
+        std::vector<KxListedEmailAddress*> found;
+        failed = failsAt(allocation, [&] {
+          if (adds) {
+            tree->addAddressPattern(nameAtBig(0).c_str(), 1, nullptr, nullptr);
+          } else {
+            KxWildcardEmail::initScanTimeMode();
+            tree->findMatches(nameAtBig(1).c_str(), found);
+          }
+        });
+        if (adds) {
+          EXPECT_TRUE(tree->addAddressPattern(nameAtBig(0).c_str(), 0, nullptr, nullptr));
+        }
+        for (int number = adds ? 0 : 1; number <= names; ++number) {
+          ASSERT_EQ(matches(nameAtBig(number)).size(), 1u) << nameAtBig(number) << " " << names << " " << allocation;
+        }
+        tree.reset();
+      }
+    }
+  }
+}
+
 std::string treeKind(const testing::TestParamInfo<Over>& over) {
   static const char* const kNames[] = {"floating", "overATable", "overALockedTable"};
   return kNames[static_cast<int>(over.param)];
@@ -410,6 +471,28 @@ TEST_F(OtherExhaustion, textThatIsThereIsFoundWithoutMemory) {
     ASSERT_EQ(found, entry) << number;
   }
   EXPECT_THAT(platform().log.lines(), IsEmpty());
+}
+
+// So many texts are divided among many tables, which takes memory for each of them.
+TEST_F(OtherExhaustion, tableThatCannotBeDividedKeepsItsTextsAndIsDividedLater) {
+  constexpr int kBeforeTheDivision = 32768;
+  for (const int allocation : {1, 2, 20, 300, 513}) {
+    KxStringtable table;
+    std::string text;
+    for (int number = 0; number != kBeforeTheDivision; ++number) {
+      text = std::to_string(number);
+      table.getStringtableRef(text.c_str());
+    }
+    const KxIndexedString* entry = nullptr;
+    EXPECT_TRUE(failsAt(allocation, [&] { entry = table._addToStringtable("new"); })) << allocation;
+    EXPECT_EQ(entry, nullptr) << allocation;
+    EXPECT_EQ(table.size(), static_cast<std::size_t>(kBeforeTheDivision));
+    EXPECT_NE(table._addToStringtable("new"), nullptr);
+    for (int number = 0; number != kBeforeTheDivision; ++number) {
+      text = std::to_string(number);
+      ASSERT_NE(table._findInStringtable(text.c_str()), nullptr) << text;
+    }
+  }
 }
 
 TEST_F(OtherExhaustion, storedPatternTakesAKindWithoutMemoryForItsTable) {
