@@ -57,7 +57,7 @@ bool addKept(Settings& stored, const std::string& path) {
 }  // namespace
 
 Settings settingsOrLastGood(const Installation& installation, const std::string& path, const ServiceLog& log) {
-  const Settings stored = settingsOfAStart(installation, path, [&](const std::string& text) { log.warning(text); });
+  Settings stored = settingsOfAStart(installation, path, [&](const std::string& text) { log.warning(text); });
   if (stored.databaseFailure.empty()) {
     const std::string failure = failureOf([&] { keep(stored, path); });
     if (!failure.empty()) {
