@@ -30,6 +30,9 @@ struct Options {
 
 void setEnvironment(const CLI::App& app, const Options& options) {
   setInstallation(app.count("--home") != 0 ? &options.home : nullptr);
+  if (options.check) {
+    setDefault("ZARO_LOG_LEVEL", "0");  // a failure is told anyway
+  }
   setDefault("ZARO_LOG", options.foreground || options.check ? "stderr" : "syslog");
 }
 

@@ -156,6 +156,16 @@ class WholeSite(SiteTest):
 
 
 class FilterOfADatabase(SiteTest):
+    def test_check_tells_once_that_the_database_is_away(self):
+        installation = Installation(self.directory)
+        installation.take_database_away()
+        done = subprocess.run([ZAROFILTERD, "--home", str(installation.home), "--check"], env=environment(),
+                              capture_output=True, text=True, timeout=PATIENCE, check=False)
+        self.assertEqual(done.returncode, 78)
+        told = done.stderr.splitlines()
+        self.assertEqual([line.partition(": ")[0] for line in told], ["zarofilterd"] * 2)
+        self.assertIn("only the settings of this host count: ", told[0])
+
     def test_a_start_that_waits_for_the_database_ends_when_it_is_told_to(self):
         installation = Installation(self.directory)
         installation.hang_database()
