@@ -2,6 +2,7 @@
 
 #include <curl/curl.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstring>
@@ -15,6 +16,8 @@ using zaroruntime::RuntimeError;
 
 namespace {
 
+// In seconds; of any number that a server may send, milliseconds can be made.
+constexpr curl_off_t kLongestPause = 24 * 60 * 60;
 constexpr long kDeadBytesASecond = 100;  // anything slower is a connection that has died
 // A body that is slower would keep the client from the next server for hours: a snapshot may have a gigabyte.
 constexpr curl_off_t kSlowestBytesASecond = 10000;
@@ -268,7 +271,7 @@ std::optional<HttpAnswer> HttpTransfer::get(const HttpRequest& request) {
   answer.etag = m_impl->header("ETag");
   curl_off_t pause = 0;
   curl_easy_getinfo(easy, CURLINFO_RETRY_AFTER, &pause);
-  answer.retryAfter = std::chrono::seconds(pause);
+  answer.retryAfter = std::chrono::seconds(std::clamp<curl_off_t>(pause, 0, kLongestPause));
   answer.body = std::move(arrival.body);
   return answer;
 }

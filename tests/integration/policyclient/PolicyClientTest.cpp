@@ -366,6 +366,18 @@ TEST_F(PolicyClientTest, keepsAwayAsLongAsAServerAsks) {
   EXPECT_EQ(client().pause(), seconds(20));
 }
 
+TEST_F(PolicyClientTest, keepsAwayAMinuteAtMost) {
+  std::string asked;
+  const auto server = serve([&](const std::string&) { return httpResponse(503, "", "Retry-After: " + asked + "\r\n"); });
+  for (const char* pause : {"61", "9223372036854775", "9223372036854776", "9223372036854775807"}) {
+    SCOPED_TRACE(pause);
+    asked = pause;
+    m_client.reset();
+    refusalOf();
+    EXPECT_EQ(client().pause(), BackOff::kLongest);
+  }
+}
+
 TEST_F(PolicyClientTest, asksRegisteredServersWhereNoneIsNamed) {
   const ScriptedHttpServer server([](const std::string&) { return httpResponse(200, snapshotOfVersion(7)); });
   m_registered = {{"127.0.0.1", server.port()}};

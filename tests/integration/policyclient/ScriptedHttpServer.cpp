@@ -12,8 +12,8 @@ namespace {
 
 std::uint32_t crc32(const std::string& text) {
   std::uint32_t crc = 0xFFFFFFFFU;
-  for (const unsigned char byte : text) {
-    crc ^= byte;
+  for (const char byte : text) {
+    crc ^= static_cast<unsigned char>(byte);
     for (int bit = 0; bit < 8; ++bit) {
       crc = (crc >> 1U) ^ ((crc & 1U) != 0 ? 0xEDB88320U : 0U);
     }
