@@ -160,7 +160,9 @@ std::string taggedSubject(const std::string& tag, const std::string& subject) {
   const std::size_t begin = std::min(subject.find_first_not_of(" \t"), subject.size());
   // Blanks between two encoded words are not shown, so the one behind the tag is encoded with it.
   const std::string written = isAscii(tag) ? tag : encodedWords(tag + " ");
-  if (subject.compare(begin, written.size(), written) == 0) {
+  // Blanks before a tag are gone with those before the subject.
+  const std::string seen = written.substr(std::min(written.find_first_not_of(" \t"), written.size()));
+  if (subject.compare(begin, seen.size(), seen) == 0) {
     return subject;
   }
   return written + " " + subject.substr(begin);

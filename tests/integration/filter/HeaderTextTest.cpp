@@ -44,6 +44,7 @@ TEST(TaggedSubject, hasTheTagOnce) {
   EXPECT_EQ(taggedSubject("[SPAM]", "  Hello"), "[SPAM] Hello");
   EXPECT_EQ(taggedSubject("[SPAM]", ""), "[SPAM] ");
   EXPECT_EQ(taggedSubject("[SPAM]", "[SPAM] Hello"), "[SPAM] Hello");
+  EXPECT_EQ(taggedSubject(" [SPAM]", taggedSubject(" [SPAM]", "Hello")), " [SPAM] Hello");
   EXPECT_EQ(taggedSubject("[SPAM]", taggedSubject("[SPAM]", "=?UTF-8?Q?H=C3=A4?=")), "[SPAM] =?UTF-8?Q?H=C3=A4?=");
 }
 
