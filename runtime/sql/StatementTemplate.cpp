@@ -35,6 +35,14 @@ bool hasUndoubledQuote(const char* text) {
   return false;
 }
 
+std::vector<SqlPiece> piecesOf(const std::string& text) {
+  std::vector<SqlPiece> pieces;
+  for (const SqlSegment& segment : scanSql(text)) {
+    pieces.push_back(segment.piece);
+  }
+  return pieces;
+}
+
 bool isUnchanged(const struct stat& before, const struct stat& now) {
   return before.st_ino == now.st_ino && before.st_dev == now.st_dev && before.st_size == now.st_size &&
          before.st_ctim.tv_sec == now.st_ctim.tv_sec && before.st_ctim.tv_nsec == now.st_ctim.tv_nsec;
@@ -75,6 +83,27 @@ StatementTemplate::StatementTemplate(std::string text) : m_text(withoutTrailingE
       ++at;
     }
   }
+  // A minus sign twice begins a comment, and "$$" behind a digit begins a literal, which it does not behind a letter.
+  for (const char* number : {"1", "-1"}) {
+    if (piecesOf(_withNumbers(number)) != piecesOf(m_text)) {
+      throw RuntimeError("a number stands where it would end or begin a literal, a name or a comment");
+    }
+  }
+}
+
+std::string StatementTemplate::_withNumbers(const std::string& number) const {
+  std::string statement;
+  std::size_t rest = 0;
+  for (const Conversion& conversion : m_conversions) {
+    statement.append(m_text, rest, conversion.position - rest);
+    rest = conversion.position + 2;
+    if (conversion.letter == 'd') {
+      statement += number;
+    } else if (conversion.letter != 's') {
+      statement += conversion.letter == 'u' ? '1' : '%';
+    }
+  }
+  return statement.append(m_text, rest, std::string::npos);
 }
 
 std::string StatementTemplate::conversions() const {

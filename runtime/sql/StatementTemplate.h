@@ -1,7 +1,8 @@
 // The text of a statement file and what may be put into it.
 //
 // A file holds one statement. Its conversions are %s, %d, %u and %%, without flags or widths. Each %s stands inside a
-// plain literal ('...'), and its argument must have its quotes doubled, so that nothing breaks out of the literal.
+// plain literal ('...'), and its argument must have its quotes doubled, so that nothing breaks out of the literal. A
+// number stands where it makes no other literal, name or comment of what is around it.
 #pragma once
 
 #include <cstdarg>
@@ -27,6 +28,9 @@ class StatementTemplate {
     char letter;
     std::size_t position;  // of the percent sign
   };
+
+  // The text with a number for each %d, 1 for each %u, and nothing for each %s.
+  std::string _withNumbers(const std::string& number) const;
 
   std::string m_text;
   std::vector<Conversion> m_conversions;
