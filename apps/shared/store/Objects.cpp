@@ -217,6 +217,11 @@ void refuseOtherType(StoreConnection& db, const Viewer& viewer, const StoredObje
   }
 }
 
+[[noreturn]] void refuseInUse(const Viewer& viewer, const StoredObject& object, const std::vector<std::string>& rules) {
+  throw RuntimeError(nameOf(object) + " was not removed: in use (code 6025) by " + rulesText(viewer.isRoot, rules),
+                     FailureKind::Refused);
+}
+
 void refuseNameOfGroup(const StoredObject& object) {
   const std::string wrong = object.type == ZaroNamedObj::GroupOfAddresses ? wrongGroupName(object.name) : "";
   if (!wrong.empty()) {
@@ -287,7 +292,7 @@ std::vector<std::string> rulesThatUse(unsigned int objectId) {
 std::vector<std::string> rulesThatUse(StoreConnection& db, unsigned int objectId) {
   const std::string id = std::to_string(objectId);
   std::vector<std::string> names;
-  for (const auto& row : db.rows("SELECT name FROM policy_rule WHERE quarantine_id = " + id +
+  for (const auto& row : db.rows("SELECT name FROM policy_rule WHERE quarantine_id = " + id + " OR recipients_id = " + id +
                                      " OR EXISTS (SELECT 1 FROM policy_rule_object WHERE rule_id = "
                                      "policy_rule.id AND object_id = " +
                                      id + ") ORDER BY name",
@@ -415,6 +420,11 @@ StoredObject removeObject(const Viewer& viewer, unsigned int id) {
     if (isSystemArea(db, object)) {
       throw RuntimeError(nameOf(object) + " is the system's, and is not removed", FailureKind::Refused);
     }
+    // The library asks for areas and conditions, not for recipients that no condition names.
+    const auto rules = rulesThatUse(db, id);
+    if (!rules.empty()) {
+      refuseInUse(viewer, object, rules);
+    }
     switch (ZaroNamedObj::remove(db.library(), id, viewer.id)) {
       case ZaroErrC::Success:
         break;
@@ -426,9 +436,7 @@ StoredObject removeObject(const Viewer& viewer, unsigned int id) {
       case ZaroErrC::ObjectNotEditable:
         refuseEditing(viewer, object);
       case ZaroErrC::ObjectInUse:
-        throw RuntimeError(
-            nameOf(object) + " was not removed: in use (code 6025) by " + rulesText(viewer.isRoot, rulesThatUse(db, id)),
-            FailureKind::Refused);
+        refuseInUse(viewer, object, rulesThatUse(db, id));
       default:
         throw DatabaseError::because(nameOf(object) + " was not removed");
     }

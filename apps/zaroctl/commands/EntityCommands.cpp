@@ -106,6 +106,9 @@ ExitCode remove(Output& out, const WantedEntity& wanted) {
                              " objects, which would be left without an owner; it is not removed",
                          FailureKind::Refused);
     }
+    if (db.value("SELECT id FROM policy_rule WHERE scope_id = " + std::to_string(entity.id), "id")) {
+      throw RuntimeError(quoted(entity.name) + " is the scope of a rule; it is not removed", FailureKind::Refused);
+    }
     db.run("DELETE FROM entity WHERE id = " + std::to_string(entity.id));
     return recordOf(entity);
   }));

@@ -78,6 +78,15 @@ TEST_P(Entity, isRemovedUnlessItOwnsObjects) {
   EXPECT_EQ(value("SELECT count(*) FROM administrator_entity WHERE entity_id = 8"), "0");
 }
 
+TEST_P(Entity, thatARuleIsForIsNotRemoved) {
+  ASSERT_EQ(run({"admin", "add", "--root", "chief"}).status, 0);
+  lines({"add", "*@new.test"});
+  ASSERT_EQ(run({"rule", "add", "--as", "chief", "--for", "*@new.test", "New"}).status, 0);
+  expectRefused({"entity", "remove", "*@new.test"}, 77, "\"*@new.test\" is the scope of a rule; it is not removed");
+  ASSERT_EQ(run({"rule", "remove", "--as", "chief", "New"}).status, 0);
+  EXPECT_EQ(run({"entity", "remove", "*@new.test"}).status, 0);
+}
+
 TEST_P(Entity, relativesAreWhatTheLibraryFinds) {
   EXPECT_THAT(lines({"relatives", "*@*.example.test"}),
               ElementsAre("child\t8\t*@*.sales.example.test", "child\t9\t*@engineering.example.test",

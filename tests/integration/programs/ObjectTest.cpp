@@ -145,6 +145,13 @@ TEST_P(Object, isModifiedByWhoeverMayEditIt) {
                 "object 6 (\"Sales team\") was not changed: an address group with members stays one");
 }
 
+// A document may give a rule such recipients; the library does not ask for them.
+TEST_P(Object, isInUseAsTheRecipientsOfARuleWithoutACondition) {
+  session()->run("UPDATE policy_rule SET recipients_id = 5 WHERE name = 'Deliver builds at once'");
+  expectRefused({"object", "remove", "--as", "admin", "5"}, 77, "in use (code 6025) by \"Deliver builds at once\"");
+  expectRefused({"group", "remove", "Board"}, 77, "was not removed: in use by \"Deliver builds at once\"");
+}
+
 TEST_P(Object, refusalsToRemoveAreExplained) {
   expectRefused({"object", "remove", "--as", "postmaster", "2"}, 77, "was not removed: in use (code 6025) by a rule");
   expectRefused({"object", "remove", "--as", "admin", "2"}, 77,
