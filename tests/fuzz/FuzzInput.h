@@ -15,7 +15,7 @@ inline std::string textOf(const std::uint8_t* data, std::size_t size) {
   return std::string(reinterpret_cast<const char*>(data), size);
 }
 
-// The input and a NUL behind it, in a block of that size, so that a sanitizer sees whoever reads past it.
+// The input and a NUL behind it, in a block of that size, so that a sanitizer sees what reads past it.
 inline std::vector<char> blockOf(const std::uint8_t* data, std::size_t size) {
   std::vector<char> block(size + 1, '\0');
   for (std::size_t at = 0; at < size; ++at) {
@@ -24,11 +24,14 @@ inline std::vector<char> blockOf(const std::uint8_t* data, std::size_t size) {
   return block;
 }
 
+// Where FUZZ_CHECK tells what does not hold.
+inline int fuzzErrors = 2;
+
 // Ends the run, and with it keeps the input, unless something holds.
-#define FUZZ_CHECK(condition)                                                        \
-  do {                                                                               \
-    if (!(condition)) {                                                              \
-      std::fprintf(stderr, "%s:%d: not true: %s\n", __FILE__, __LINE__, #condition); \
-      std::abort();                                                                  \
-    }                                                                                \
+#define FUZZ_CHECK(condition)                                                       \
+  do {                                                                              \
+    if (!(condition)) {                                                             \
+      dprintf(fuzzErrors, "%s:%d: not true: %s\n", __FILE__, __LINE__, #condition); \
+      std::abort();                                                                 \
+    }                                                                               \
   } while (false)

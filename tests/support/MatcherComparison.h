@@ -1,9 +1,11 @@
 // The library and the slow matcher side by side: every step is made by both, and the first difference is kept.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "KxMatchExplanation.h"
@@ -12,20 +14,33 @@
 
 namespace slow {
 
-// A few trees over one table of their own; beside each of them a floating tree, and one over a table that no other tree
-// shares. The last ones have no exceptions: whether those reach over tables is not theirs to say.
+// A few trees over one table of their own; beside each of them a floating tree, one over the process's default table,
+// one over a table that no other tree shares, and one that is put together by hand. Those apart have no exceptions:
+// whether these reach over tables is not theirs to say.
 class MatcherComparison {
  public:
+  MatcherComparison() {
+    m_slowDefaultTable.instead = [](const std::string& text) {
+      return KxWildcardEmail::_defaultScanTimeStringtable._findInStringtable(text.c_str()) != nullptr;
+    };
+  }
+
   void makeTree() {
     m_pairs.emplace_back(&m_table, &m_slowTable);
     m_floating.emplace_back(nullptr, nullptr);
+    m_scanTime.emplace_back(std::unique_ptr<KxWildcardNode>(KxWildcardEmail::makeNewTree()),
+                            &KxWildcardEmail::_defaultScanTimeStringtable, &m_slowDefaultTable);
     m_apart.push_back(std::make_unique<Apart>());
+    m_byHand.emplace_back(&m_handTable, &m_slowHandTable);
   }
   void dropTree(std::size_t tree) {
     const auto position = static_cast<std::ptrdiff_t>(tree);
     m_steps.push_back("tree " + std::to_string(tree) + " goes");
     m_pairs.erase(m_pairs.begin() + position);
     m_floating.erase(m_floating.begin() + position);
+    m_scanTime.erase(m_scanTime.begin() + position);
+    m_apart.erase(m_apart.begin() + position);
+    m_byHand.erase(m_byHand.begin() + position);
   }
   std::size_t trees() const { return m_pairs.size(); }
 
@@ -33,8 +48,40 @@ class MatcherComparison {
     m_steps.push_back("tree " + std::to_string(tree) + " + \"" + pattern + "\" " + std::to_string(kinds));
     add(m_pairs[tree], pattern, kinds);
     add(m_floating[tree], pattern, kinds);
+    add(m_scanTime[tree], pattern, kinds);
     constexpr unsigned int kExceptions = 16 | 32;
     add(m_apart[tree]->pair, pattern, kinds & ~kExceptions);
+  }
+  // In one call of the library.
+  void addMany(std::size_t tree, const std::vector<std::string>& patterns, unsigned int kinds) {
+    for (const std::string& pattern : patterns) {
+      m_steps.push_back("tree " + std::to_string(tree) + " + together \"" + pattern + "\" " + std::to_string(kinds));
+    }
+    addMany(m_pairs[tree], patterns, kinds);
+    addMany(m_floating[tree], patterns, kinds);
+    addMany(m_scanTime[tree], patterns, kinds);
+  }
+  // Makes the levels and the leaf that the pattern takes, as far as callers can, and puts them into the tree.
+  void addByHand(std::size_t tree, const std::string& pattern, unsigned int kinds) {
+    m_steps.push_back("tree " + std::to_string(tree) + " + by hand \"" + pattern + "\" " + std::to_string(kinds));
+    Pair& pair = m_byHand[tree];
+    const std::string text = lowered(pattern);
+    const Split parts = split(text);
+    const bool hasWildcard =
+        parts.localPart == "*" || parts.labels.end() != std::find(parts.labels.begin(), parts.labels.end(), "*");
+    const bool want = pair.slowTree->add(pattern, kinds);
+    // What callers put into a frozen level is theirs to order.
+    const bool got =
+        hasWildcard || pair.tree->isLocked() ? addSplit(pair, text, kinds) : addObjects(pair, text, parts, kinds);
+    expectEqual(resultText(want), resultText(got), "\"" + pattern + "\", by hand");
+  }
+  // Takes kinds from the leaf with the text of the pattern, if there is one.
+  void removeKinds(std::size_t tree, const std::string& pattern, unsigned int kinds) {
+    m_steps.push_back("tree " + std::to_string(tree) + " - \"" + pattern + "\" " + std::to_string(kinds));
+    removeKinds(m_pairs[tree], pattern, kinds);
+    removeKinds(m_floating[tree], pattern, kinds);
+    removeKinds(m_scanTime[tree], pattern, kinds);
+    removeKinds(m_byHand[tree], pattern, kinds);
   }
 
   // Freezes what was made since the last time (and whatever else the process has queued).
@@ -42,8 +89,11 @@ class MatcherComparison {
     m_steps.emplace_back("freeze");
     KxWildcardEmail::initScanTimeMode();
     m_slowTable.locked = true;
-    for (Pair& pair : m_pairs) {
-      pair.slowTree->lock();
+    m_slowHandTable.locked = true;
+    for (std::vector<Pair>* pairs : {&m_pairs, &m_scanTime, &m_byHand}) {
+      for (Pair& pair : *pairs) {
+        pair.slowTree->lock();
+      }
     }
     for (const std::unique_ptr<Apart>& apart : m_apart) {
       apart->slowTable.locked = true;
@@ -56,6 +106,8 @@ class MatcherComparison {
   void ask(const std::string& address) {
     ask(m_pairs, address, "");
     ask(m_floating, address, ", floating");
+    ask(m_scanTime, address, ", over the default table");
+    ask(m_byHand, address, ", made by hand");
     m_asked.push_back(address);
   }
   // Asks again for what was asked since the last time, for many addresses at a time and over trees of several sorts.
@@ -90,9 +142,9 @@ class MatcherComparison {
  private:
   struct Pair {
     Pair(KxStringtable* ofTable, Table* slowTable)
-        : table(ofTable),
-          tree(std::make_unique<KxWildcardRootNode>(ofTable)),
-          slowTree(std::make_unique<Tree>(slowTable)) {}
+        : Pair(std::make_unique<KxWildcardRootNode>(ofTable), ofTable, slowTable) {}
+    Pair(std::unique_ptr<KxWildcardNode> made, KxStringtable* ofTable, Table* slowTable)
+        : table(ofTable), tree(std::move(made)), slowTree(std::make_unique<Tree>(slowTable)) {}
 
     KxStringtable* table;
     std::unique_ptr<KxWildcardNode> tree;
@@ -147,7 +199,72 @@ class MatcherComparison {
   void add(Pair& pair, const std::string& pattern, unsigned int kinds) {
     const bool want = pair.slowTree->add(pattern, kinds);
     const bool got = pair.tree->addAddressPattern(pattern.c_str(), kinds, nullptr, nullptr);
-    expectEqual(want ? "added" : "refused", got ? "added" : "refused", "\"" + pattern + "\"");
+    expectEqual(resultText(want), resultText(got), "\"" + pattern + "\"");
+  }
+  static std::string resultText(bool isAdded) { return isAdded ? "added" : "refused"; }
+
+  void addMany(Pair& pair, const std::vector<std::string>& patterns, unsigned int kinds) {
+    std::string want;
+    std::vector<const char*> texts;
+    for (const std::string& pattern : patterns) {
+      want += pair.slowTree->add(pattern, kinds) ? '1' : '0';
+      texts.push_back(pattern.c_str());
+    }
+    const std::unique_ptr<bool[]> added(new bool[texts.size()]);
+    const std::size_t count =
+        pair.tree->addAddressPatterns(texts.data(), texts.size(), kinds, nullptr, nullptr, added.get());
+    std::string got;
+    for (std::size_t i = 0; i != texts.size(); ++i) {
+      got += added[i] ? '1' : '0';
+    }
+    expectEqual(want, got, "patterns added together");
+    expectEqual(std::to_string(std::count(want.begin(), want.end(), '1')), std::to_string(count), "how many were added");
+  }
+
+  static bool addSplit(Pair& pair, const std::string& text, unsigned int kinds) {
+    const std::unique_ptr<char[]> room(KxWildcardEmail::allocateNewEmailAddressString(text.c_str()));
+    KxWildcardNode::LabelStack labels;
+    KxWildcardNode::parseAddress(pair.table, text.c_str(), room.get(), labels);
+    const KxIndexedString* name = KxWildcardNode::getEmailAddressName(labels);
+    const KxIndexedString* whole = pair.table->getStringtableRef(text.c_str());
+    const bool added = pair.tree->addAddressPattern(whole, name, labels, kinds, nullptr, nullptr);
+    KxStringtable::cleanupReference(whole);
+    labels.push(name);
+    KxWildcardEmail::cleanupDomainStack(&labels, nullptr);
+    return added;
+  }
+
+  static bool addObjects(Pair& pair, const std::string& text, const Split& parts, unsigned int kinds) {
+    KxWildcardNode* level = pair.tree.get();
+    for (auto label = parts.labels.rbegin(); label != parts.labels.rend(); ++label) {
+      const KxIndexedString* handle = pair.table->getStringtableRef(label->c_str());
+      KxWildcardNode* child = level->_findMatchingChild(*handle);
+      if (child == nullptr) {
+        child = new KxWildcardNode(pair.table, handle);
+        level->_addToChildVector(child);
+      }
+      KxStringtable::cleanupReference(handle);
+      level = child;
+    }
+    const KxIndexedString* name = pair.table->getStringtableRef(parts.localPart.c_str());
+    KxListedEmailAddress* leaf = level->_findMatchingLeafNode(*name, true);
+    KxStringtable::cleanupReference(name);
+    if (leaf == nullptr) {
+      leaf = new KxListedEmailAddress(pair.table, text.c_str(), parts.localPart.c_str());
+      level->_addToLeafVector(leaf);
+    }
+    return leaf->addMembership(kinds);
+  }
+
+  void removeKinds(Pair& pair, const std::string& pattern, unsigned int kinds) {
+    const std::string text = lowered(pattern);
+    std::vector<KxListedEmailAddress*> found;
+    pair.tree->findMatches(text.c_str(), found);
+    const auto leaf = std::find_if(found.begin(), found.end(),
+                                   [&](const KxListedEmailAddress* one) { return one->getFullAddressAsStr() == text; });
+    const bool want = pair.slowTree->removeKinds(text, kinds);
+    const bool got = leaf != found.end() && (*leaf)->removeMembership(kinds);
+    expectEqual(want ? "taken" : "kept", got ? "taken" : "kept", "kinds of \"" + pattern + "\"");
   }
 
   void ask(const std::vector<Pair>& pairs, const std::string& address, const std::string& how) {
@@ -268,11 +385,16 @@ class MatcherComparison {
   std::vector<std::string> m_asked;
   std::string m_difference;
   unsigned long m_comparisons = 0;
-  // The table goes last.
+  // The tables go last.
   KxStringtable m_table;
+  KxStringtable m_handTable;
   Table m_slowTable;
+  Table m_slowDefaultTable;
+  Table m_slowHandTable;
   std::vector<Pair> m_pairs;
   std::vector<Pair> m_floating;
+  std::vector<Pair> m_scanTime;
+  std::vector<Pair> m_byHand;
   std::vector<std::unique_ptr<Apart>> m_apart;
 };
 

@@ -137,6 +137,20 @@ bool Tree::add(const std::string& pattern, unsigned int kinds) {
   return true;
 }
 
+bool Tree::removeKinds(const std::string& text, unsigned int kinds) {
+  for (auto& [key, leaf] : m_leaves) {
+    if (leaf.fullAddress == text) {
+      const unsigned int state = leaf.state & ~kinds;
+      if (leaf.locked || !isStateAllowed(state)) {
+        return false;
+      }
+      leaf.state = state;
+      return true;
+    }
+  }
+  return false;
+}
+
 std::vector<const Leaf*> Tree::findMatches(const std::string& address) const {
   const Split parts = split(lowered(address));
   std::vector<const Leaf*> found;

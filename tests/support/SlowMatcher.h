@@ -5,6 +5,7 @@
 // frozen table looks only for keys that are in that table, so that a pattern with another key is stored out of reach.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -27,8 +28,9 @@ bool isStateAllowed(unsigned int state);
 struct Table {
   std::set<std::string> texts;
   bool locked = false;
+  std::function<bool(const std::string&)> instead;  // answers what is known in the place of `texts`, if it is set
 
-  bool knows(const std::string& text) const { return texts.count(text) != 0; }
+  bool knows(const std::string& text) const { return instead ? instead(text) : texts.count(text) != 0; }
   void take(const std::string& text);
 };
 
@@ -52,6 +54,8 @@ class Tree {
   explicit Tree(Table* table);
 
   bool add(const std::string& pattern, unsigned int kinds);
+  // Takes kinds from the leaf of that text; false when there is none, and when its state does not allow it.
+  bool removeKinds(const std::string& text, unsigned int kinds);
   // The leaves that match, in the order of the library; they live as long as the tree.
   std::vector<const Leaf*> findMatches(const std::string& address) const;
   // Freezes what was added since the last time; after the table.

@@ -22,7 +22,7 @@ constexpr unsigned int kShares = 4;
 // Of each share; a run may ask for more.
 unsigned int numberOfCases() {
   const char* wanted = std::getenv("ZARO_RANDOM_CASES");
-  return wanted != nullptr ? static_cast<unsigned int>(std::strtoul(wanted, nullptr, 10)) : 1500;
+  return wanted != nullptr ? static_cast<unsigned int>(std::strtoul(wanted, nullptr, 10)) : 850;
 }
 
 // Patterns are mostly of single kinds; the others must be refused or ignored.
@@ -72,7 +72,16 @@ class Case {
     for (std::size_t count = upTo(m_random, highest); count != 0; --count) {
       m_patterns.push_back(randomText());
       const std::size_t tree = upTo(m_random, m_comparison.trees() - 1);
-      m_comparison.add(tree, m_patterns.back(), randomKinds(m_random));
+      const std::string& pattern = m_patterns.back();
+      const unsigned int kinds = randomKinds(m_random);
+      m_comparison.add(tree, pattern, kinds);
+      m_comparison.addByHand(tree, pattern, kinds);
+      if (upTo(m_random, 7) == 0) {
+        m_comparison.removeKinds(tree, m_patterns[upTo(m_random, m_patterns.size() - 1)], randomKinds(m_random));
+      }
+      if (upTo(m_random, 7) == 0) {
+        m_comparison.addMany(tree, {randomText(), pattern, randomText()}, randomKinds(m_random));
+      }
     }
   }
 
