@@ -289,6 +289,31 @@ TEST_P(Exhaustion, addressIsDecidedRightOrNotAtAll) {
   }
 }
 
+// Its name and labels are ones that the frozen table has.
+TEST_P(Exhaustion, patternAfterTheFreezeIsAddedWholeOrRefusedAndCanBeAddedAgain) {
+  for (const char* pattern : {"user@example.other", "user@test", "*@other.test"}) {
+    bool failed = true;
+    for (int allocation = 1; failed; ++allocation) {
+      const std::unique_ptr<KxStringtable> ownTable = newTable();
+      tree = std::make_unique<KxWildcardRootNode>(ownTable.get());
+      for (const char* old : kPatterns) {
+        tree->addAddressPattern(old, 1, nullptr, nullptr);
+      }
+      KxWildcardEmail::initScanTimeMode();
+      bool added = false;
+      failed = failsAt(allocation, [&] { added = tree->addAddressPattern(pattern, 1, nullptr, nullptr); });
+      EXPECT_TRUE(failed || added) << pattern;
+      if (!added) {
+        EXPECT_TRUE(tree->addAddressPattern(pattern, 1, nullptr, nullptr)) << pattern << " " << allocation;
+      }
+      expectOldPatterns();
+      ASSERT_THAT(matches(pattern), Not(IsEmpty())) << pattern << " " << allocation;
+      EXPECT_EQ(matches(pattern).front().substr(0, std::string(pattern).size()), pattern);
+      tree.reset();
+    }
+  }
+}
+
 // A batch that memory does not suffice for is answered one by one.
 TEST_P(Exhaustion, batchIsDecidedRightThoughMemoryRunsOutOnce) {
   const std::string deep = "user@" + deepDomain();
