@@ -8,6 +8,7 @@
 #include <unordered_map>
 
 #include "console/Text.h"
+#include "store/ReadTransaction.h"
 
 namespace {
 
@@ -48,27 +49,6 @@ Element& elementOf(const std::unordered_map<unsigned int, Element*>& elements, u
 std::string textIn(std::optional<std::string>& text) {
   return std::move(text).value_or("");
 }
-
-// One moment of the database, for as long as this lives.
-class ReadTransaction {
- public:
-  explicit ReadTransaction(StoreConnection& db) : m_db(db) {
-    db.run(db.dialect() == zaroruntime::Dialect::PostgreSQL ? "BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY"
-                                                            : "BEGIN");
-  }
-  ~ReadTransaction() {
-    try {
-      m_db.run("ROLLBACK");
-    } catch (const DatabaseError&) {
-      // The connection is rolled back when it is given back.
-    }
-  }
-  ReadTransaction(const ReadTransaction&) = delete;
-  ReadTransaction& operator=(const ReadTransaction&) = delete;
-
- private:
-  StoreConnection& m_db;
-};
 
 std::vector<MailPolicy::Entity> entitiesIn(StoreConnection& db) {
   std::vector<MailPolicy::Entity> entities;

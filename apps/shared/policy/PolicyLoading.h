@@ -17,7 +17,8 @@ MailPolicy loadMailPolicy(StoreConnection& db);
 // The same without the members of address groups.
 MailPolicy loadMailPolicyWithoutMembers(StoreConnection& db);
 
-// The rules alone, by position. Throws DatabaseError and PolicyError.
+// The rules alone, by position, in two statements: `db` is in a transaction that reads of one moment, or holds the lock
+// of the rules. Throws DatabaseError and PolicyError.
 std::vector<MailPolicy::Rule> storedRules(StoreConnection& db);
 
 // The counter of the policy: another number than before tells that the policy is another. One row is read.

@@ -11,6 +11,7 @@
 #include "policy/PolicyGeneration.h"
 #include "policy/PolicyLoading.h"
 #include "policy/PolicyVocabulary.h"
+#include "store/ReadTransaction.h"
 #include "store/Transaction.h"
 
 using zaroruntime::FailureKind;
@@ -382,6 +383,7 @@ bool PolicySight::seesAllOf(const MailPolicy::Rule& rule) const {
 
 std::vector<VisibleRule> visibleRules(const Viewer& viewer) {
   StoreConnection db;
+  const ReadTransaction transaction(db);
   RuleEdit edit(db, viewer);
   std::vector<VisibleRule> rules;
   for (const MailPolicy::Rule& rule : storedRules(db)) {
@@ -394,6 +396,7 @@ std::vector<VisibleRule> visibleRules(const Viewer& viewer) {
 
 VisibleRule findRule(const Viewer& viewer, const WantedRule& wanted) {
   StoreConnection db;
+  const ReadTransaction transaction(db);
   RuleEdit edit(db, viewer);
   return edit.shown(edit.find(wanted));
 }

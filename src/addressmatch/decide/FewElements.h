@@ -40,10 +40,6 @@ class FewElements {
       m_many.erase(m_many.begin() + static_cast<std::ptrdiff_t>(m_size), m_many.end());
     }
   }
-  void clear() {
-    m_size = 0;
-    m_many.clear();
-  }
 
  private:
   Element m_few[kFew];
