@@ -252,14 +252,14 @@ void KxDbConnect::Impl::_send(const std::string& statement, SQL_TYPE type) {
 // Sent even when no BEGIN was seen, and then a database that calls that an error has nothing to commit.
 void KxDbConnect::Impl::_commit(const std::string& statement) {
   try {
-    odbc.execute(statement);
+    odbc.commit(statement);
   } catch (const std::exception& failure) {
     if (m_transaction.isNone() && saysNoTransaction(failure)) {
       odbc.closeResult();
       return;
     }
     const bool open = m_transaction.isOpen();
-    if (zaroruntime::leavesOutcomeOpen(failure)) {
+    if (zaroruntime::leavesCommitOpen(failure)) {
       odbc.disconnect();
       if (open) {
         m_transaction.leftInDoubt();

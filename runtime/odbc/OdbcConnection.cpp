@@ -163,6 +163,12 @@ void OdbcConnection::execute(const std::string& statement) {
   _requireUnchanged();
 }
 
+void OdbcConnection::commit(const std::string& statement) {
+  closeResult();
+  refuseWhatIsNotUtf8(statement);
+  _send(statement);
+}
+
 void OdbcConnection::_send(const std::string& statement) {
   const SQLRETURN result = SQLExecDirect(m_statement.get(), input(statement), static_cast<SQLINTEGER>(statement.size()));
   if (result != SQL_NO_DATA) {  // an update of nothing

@@ -51,11 +51,19 @@ constexpr SqliteRow kSqliteKinds[] = {
     {26, FailureKind::Data},        // not a database
 };
 
+constexpr int kSqliteInputOutput = 10;
+
+bool isOfSqlite(const std::string& state, const std::string& text) {
+  return state == "HY000" && text.find("[SQLite]") != std::string::npos;
+}
+
+int withoutDetail(int number) {
+  return static_cast<int>(static_cast<unsigned int>(number) & 0xFFU);
+}
+
 FailureKind kindInSqlite(int number) {
-  constexpr unsigned int kWithoutDetail = 0xFF;
-  const int code = static_cast<int>(static_cast<unsigned int>(number) & kWithoutDetail);
   const auto* const row = std::find_if(std::begin(kSqliteKinds), std::end(kSqliteKinds),
-                                       [&](const SqliteRow& known) { return known.number == code; });
+                                       [&](const SqliteRow& known) { return known.number == withoutDetail(number); });
   return row != std::end(kSqliteKinds) ? row->kind : FailureKind::Other;
 }
 
@@ -84,13 +92,15 @@ FailureKind kindOf(const std::string& state, int native, const std::string& text
   if (hasClass(state, "IM") || state == "3D000") {
     return FailureKind::Configuration;
   }
-  return state == "HY000" && text.find("[SQLite]") != std::string::npos ? kindInSqlite(native) : FailureKind::Other;
+  return isOfSqlite(state, text) ? kindInSqlite(native) : FailureKind::Other;
 }
 
 }  // namespace
 
 OdbcError::OdbcError(std::string state, int native, const std::string& text, bool connectionDead)
-    : RuntimeError(text, kindOf(state, native, text, connectionDead)), m_state(std::move(state)) {}
+    : RuntimeError(text, kindOf(state, native, text, connectionDead)),
+      m_state(std::move(state)),
+      m_isDiskFailure(isOfSqlite(m_state, text) && withoutDetail(native) == kSqliteInputOutput) {}
 
 bool OdbcError::mayConnectLater() const {
   return !holdsAny(what(), kPermanentRefusals) &&
@@ -104,6 +114,11 @@ bool OdbcError::saysNoTransaction() const {
 bool leavesOutcomeOpen(const std::exception& failure) noexcept {
   const auto* const told = dynamic_cast<const OdbcError*>(&failure);
   return told == nullptr || told->isConnectionLost();
+}
+
+bool leavesCommitOpen(const std::exception& failure) noexcept {
+  const auto* const told = dynamic_cast<const OdbcError*>(&failure);
+  return leavesOutcomeOpen(failure) || told->isDiskFailure();
 }
 
 }  // namespace zaroruntime

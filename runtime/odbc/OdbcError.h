@@ -21,15 +21,22 @@ class OdbcError : public RuntimeError {
   bool mayConnectLater() const;
   // A COMMIT or ROLLBACK met no transaction. Not every database calls that a failure.
   bool saysNoTransaction() const;
+  // The disk failed, so that what was written last may be on it or not.
+  bool isDiskFailure() const { return m_isDiskFailure; }
   // First SQLSTATE.
   const std::string& state() const { return m_state; }
 
  private:
   std::string m_state;
+  bool m_isDiskFailure;
 };
 
 // Whether a failure of a statement leaves open what became of it and of its session: the connection is lost, or the
 // failure (memory that ran out) is none that the database has told.
 bool leavesOutcomeOpen(const std::exception& failure) noexcept;
+
+// Whether a failure of a COMMIT leaves open if it took effect. That is so as well where the disk failed: what SQLite had
+// written to its log, and could not bring to the disk, may be found there by the next program that opens the database.
+bool leavesCommitOpen(const std::exception& failure) noexcept;
 
 }  // namespace zaroruntime

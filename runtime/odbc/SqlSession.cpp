@@ -52,10 +52,10 @@ struct SqlSession::Impl {
       throw;
     }
     try {
-      run("COMMIT");
+      odbc.commit("COMMIT");
     } catch (const std::exception& failure) {
       odbc.disconnect();
-      if (leavesOutcomeOpen(failure)) {
+      if (leavesCommitOpen(failure)) {
         throwInDoubt(failure);
       }
       throw;

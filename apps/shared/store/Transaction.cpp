@@ -106,8 +106,7 @@ void commit(StoreConnection& db) {
   const FailureKind kind = zaroruntime::lastFailureKind();
   if (kind == FailureKind::CommitInDoubt) {
     throw DatabaseError(
-        "the connection was lost while the change was committed, and whether it is stored is not known; "
-        "look before you repeat it: " +
+        "the change was being committed at a failure, and whether it is stored is not known; look before you repeat it: " +
             reason,
         kind);
   }

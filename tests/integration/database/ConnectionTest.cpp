@@ -451,6 +451,17 @@ TEST_P(Connection, unknownDataSourceAndMissingDriverAreNamed) {
 
 ZARO_ON_EVERY_DATABASE(Connection);
 
+// Whatever fails after that would otherwise be told as the failure of the commit.
+TEST_P(Connection, commitIsDoneWhenTheDatabaseHasSaidSo) {
+  execute("CREATE TABLE t(a INTEGER)");
+  execute("BEGIN");
+  execute("INSERT INTO t VALUES(1)");
+  zarotest::driverManagerHooks().failsToCountColumns = [] { return true; };
+  EXPECT_EQ(thrown("COMMIT"), "nothing thrown");
+  zarotest::driverManagerHooks() = {};
+  EXPECT_EQ(first("SELECT count(*) AS \"v\" FROM t"), "1");
+}
+
 class SqliteConnection : public Connection {};
 
 TEST_P(SqliteConnection, missingOrForeignFileIsNamedAndNotMade) {

@@ -36,4 +36,10 @@ SQLRETURN SQL_API SQLMoreResults(SQLHSTMT statement) {
   return hook ? hook(statement) : real(statement);
 }
 
+SQLRETURN SQL_API SQLNumResultCols(SQLHSTMT statement, SQLSMALLINT* count) {
+  static auto* const real = driverManagers<SQLRETURN SQL_API(SQLHSTMT, SQLSMALLINT*)>("SQLNumResultCols");
+  const auto& hook = zarotest::driverManagerHooks().failsToCountColumns;
+  return hook && hook() ? SQL_ERROR : real(statement, count);
+}
+
 }  // extern "C"

@@ -11,6 +11,7 @@ namespace zarotest {
 struct DriverManagerHooks {
   std::function<void()> beforeDisconnect;
   std::function<SQLRETURN(SQLHSTMT)> moreResults;  // instead of the driver manager's
+  std::function<bool()> failsToCountColumns;       // whether SQLNumResultCols fails
 };
 
 // Of this thread; empty ones do nothing.
