@@ -128,6 +128,10 @@ std::string unprintedChange(const std::exception& failure) {
   return std::string("the change is made, but its result cannot be printed: ") + failure.what();
 }
 
+const char* outOfMemory() {
+  return hasCommittedChange() ? "the change is made, but its result cannot be printed: out of memory" : "out of memory";
+}
+
 // Not every result of a command has each of its keys, which only printing finds.
 ExitCode act(const Action& action, Output& out) {
   try {
@@ -174,5 +178,5 @@ ExitCode run(int argc, const char* const* argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  return runProgram([&] { return run(argc, argv); });
+  return runProgram([&] { return run(argc, argv); }, outOfMemory);
 }

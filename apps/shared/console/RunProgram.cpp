@@ -3,7 +3,11 @@
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <new>
 
@@ -22,10 +26,58 @@ void prepareProcess() {
   signal(SIGXFSZ, SIG_IGN);
 }
 
+const char* (*outOfMemoryText)() = nullptr;
+
+void write(const char* text) {
+  static_cast<void>(!::write(STDERR_FILENO, text, std::strlen(text)));
+}
+
+// As a diagnostic, without memory.
+void tellOutOfMemory() {
+  write(program_invocation_short_name);
+  write(": ");
+  write(outOfMemoryText());
+  write("\n");
+}
+
+thread_local bool hasRunOut = false;  // of memory
+
+void noteOutOfMemory() {
+  hasRunOut = true;
+  throw std::bad_alloc();
+}
+
+// Whether the process ends since memory ran out. Compilers may end it before they tell of the exception.
+bool endsWithoutMemory() {
+  const std::exception_ptr thrown = std::current_exception();
+  if (thrown == nullptr) {
+    return hasRunOut && std::uncaught_exceptions() != 0;
+  }
+  try {
+    std::rethrow_exception(thrown);
+  } catch (const std::bad_alloc&) {
+    return true;
+  } catch (...) {
+    return false;
+  }
+}
+
+// A destructor that takes memory, as those of JSON do, and what else lets no exception pass, comes to this.
+[[noreturn]] void endAtOnce() {
+  if (endsWithoutMemory()) {
+    tellOutOfMemory();
+    _exit(static_cast<int>(ExitCode::Unavailable));
+  }
+  std::abort();
+}
+
 }  // namespace
 
-int runProgram(const std::function<ExitCode()>& work) {
+int runProgram(const std::function<ExitCode()>& work, const char* (*outOfMemory)()) {
   prepareProcess();
+  outOfMemoryText = outOfMemory;
+  std::set_new_handler(noteOutOfMemory);
+  std::set_terminate(endAtOnce);
   ExitCode code = ExitCode::Unavailable;
   try {
     code = work();
@@ -36,7 +88,7 @@ int runProgram(const std::function<ExitCode()>& work) {
     diagnose(interruption.what());
     raise(interruption.signal());
   } catch (const std::bad_alloc&) {
-    diagnose("out of memory");
+    tellOutOfMemory();
   } catch (const zaroruntime::RuntimeError& failure) {
     diagnose(failure.what());
     code = exitCodeOf(failure.kind());

@@ -10,4 +10,8 @@
 //
 // A program knows the password of the database, so that its memory is kept out of core dumps; and a file that grows
 // beyond the limit of its size is a failed write, not the end of the program.
-int runProgram(const std::function<ExitCode()>& work);
+//
+// Where memory runs out, also where the libraries of others let no exception pass, the program ends with a status, and
+// standard error has the text that `outOfMemory` answers; it takes no memory.
+int runProgram(
+    const std::function<ExitCode()>& work, const char* (*outOfMemory)() = [] { return "out of memory"; });

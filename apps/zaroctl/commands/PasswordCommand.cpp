@@ -15,6 +15,7 @@
 #include "console/DelayedSignals.h"
 #include "console/PasswordInput.h"
 #include "installation/Files.h"
+#include "store/Transaction.h"
 
 namespace fs = std::filesystem;
 using zaroruntime::FailureKind;
@@ -78,6 +79,7 @@ void replaceSettings(const IniFile& ini, const std::string& path) {
     if (std::rename(changed.c_str(), path.c_str()) != 0) {
       throwErrno(path, "cannot be replaced");
     }
+    tellCommittedChange();
   } catch (...) {
     std::remove(changed.c_str());
     throw;

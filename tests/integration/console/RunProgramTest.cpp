@@ -36,6 +36,29 @@ TEST(RunProgram, whatIsThrownIsTold) {
               "a text of the platform");
 }
 
+void takeMemory() {
+  throw std::bad_alloc();
+}
+
+// As destructors of other libraries do that take memory.
+void takeMemoryWhereNothingMayBeThrown() noexcept {
+  takeMemory();
+}
+
+const char* twoWords() {
+  return "half done";
+}
+
+TEST(RunProgram, memoryThatRunsOutIsToldAlsoWhereNothingMayBeThrown) {
+  const auto work = [] {
+    takeMemoryWhereNothingMayBeThrown();
+    return ExitCode::Found;
+  };
+  EXPECT_EXIT(runAndExit(work), ExitedWithCode(69), "^console_tests: out of memory\n$");
+  EXPECT_EXIT(_exit(runProgram(work, twoWords)), ExitedWithCode(69), "^console_tests: half done\n$");
+  EXPECT_EXIT(_exit(runProgram([]() -> ExitCode { throw std::bad_alloc(); }, twoWords)), ExitedWithCode(69), "half done");
+}
+
 TEST(RunProgram, kindOfAFailureGivesTheStatus) {
   const struct {
     FailureKind kind;
