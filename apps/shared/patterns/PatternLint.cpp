@@ -10,6 +10,7 @@
 #include "KxWildcardEmail.h"
 #include "console/Text.h"
 #include "patterns/MatchExplanation.h"
+#include "patterns/PatternAdding.h"
 #include "patterns/PatternMeaning.h"
 #include "patterns/PatternMistakes.h"
 
@@ -56,11 +57,7 @@ void PatternLint::_add(const PatternOrigin& origin) {
                    patterns.empty() ? mistake.advice : joined(patterns), patterns});
   }
 
-  const bool added = origin.root.addAddressPattern(origin.pattern.c_str(), origin.kind, nullptr, nullptr);
-  // Kind 0 is never refused, and so tells whether it was the kind or the memory.
-  if (!added && !origin.root.addAddressPattern(origin.pattern.c_str(), 0, nullptr, nullptr)) {
-    throw std::bad_alloc();
-  }
+  const bool added = addPattern(origin.root, origin.pattern.c_str(), origin.kind, nullptr);
   m_lines.push_back(
       {static_cast<unsigned int>(origin.tree), file, origin.line, m_texts.size(), origin.kind, added, nullptr});
   m_texts.append(origin.pattern).push_back('\0');

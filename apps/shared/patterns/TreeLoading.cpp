@@ -4,6 +4,7 @@
 
 #include "console/Text.h"
 #include "mail/MailAddress.h"
+#include "patterns/PatternAdding.h"
 
 namespace {
 
@@ -35,7 +36,7 @@ void loadTrees(const std::vector<std::string>& sources, PatternSpelling spelling
   Refusals refusals;
   const auto add = [&](const PatternOrigin& origin) {
     const std::string pattern = spelling == PatternSpelling::AsMail ? normalPattern(origin.pattern) : origin.pattern;
-    if (!origin.root.addAddressPattern(pattern.c_str(), origin.kind, nullptr, nullptr)) {
+    if (!addPattern(origin.root, pattern.c_str(), origin.kind, nullptr)) {
       progress.finish();
       refusals.add(origin);
     }

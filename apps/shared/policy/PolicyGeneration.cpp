@@ -9,6 +9,7 @@
 #include "console/Text.h"
 #include "mail/LetterCase.h"
 #include "mail/MailAddress.h"
+#include "patterns/PatternAdding.h"
 #include "patterns/PatternPieces.h"
 
 namespace {
@@ -220,8 +221,8 @@ class PolicyGeneration::Builder {
       m_generation.m_treeOfRule.push_back(_treeOf(m_generation.m_rules[place]));
     }
     for (const auto& [pattern, number] : m_numbers) {
-      _require(m_generation.m_recipients->addAddressPattern(
-                   pattern.c_str(), static_cast<KxEmailBelongsTo>(number << kNumberShift), nullptr, nullptr),
+      _require(addPattern(*m_generation.m_recipients, pattern.c_str(),
+                          static_cast<KxEmailBelongsTo>(number << kNumberShift), nullptr),
                pattern);
     }
     if (m_refused != 0) {
@@ -321,7 +322,12 @@ class PolicyGeneration::Builder {
       m_generation.m_senderPatterns +=
           tree.addAddressPatterns(texts.data(), count, kind, annotation, nullptr, added.get());
       for (std::size_t place = 0; place != count; ++place) {
-        if (!added[place] && m_refused++ == 0) {
+        if (added[place]) {
+          continue;
+        }
+        if (addPattern(tree, texts[place], kind, annotation)) {
+          ++m_generation.m_senderPatterns;
+        } else if (m_refused++ == 0) {
           m_firstRefused = patterns[place];
         }
       }

@@ -6,9 +6,11 @@
 
 #include <functional>
 #include <memory>
+#include <new>
 #include <string>
 #include <vector>
 
+#include "FailingAllocations.h"
 #include "policy/Decider.h"
 #include "policy/PolicyMaker.h"
 
@@ -193,6 +195,40 @@ TEST(PolicyGeneration, takesEverythingAlong) {
     const PolicyGeneration next(maker.policy());
     old.reset();
     EXPECT_EQ(Decider(next, options).decide({"a@b.test", std::nullopt, "x@y.test"}).code, 2);
+  }
+}
+
+// A pattern that was left out would let mail pass that is to be refused.
+TEST(PolicyGeneration, hasEveryPatternOrIsNotMadeWhereMemoryRunsOut) {
+  PolicyMaker maker;
+  const std::vector<std::string> senders = {"a@b.test", "*@*.c.test", "user@d.test"};
+  const unsigned int blocked = maker.group("blocked", senders);
+  const unsigned int more = maker.group("more", {"*@e.test"});
+  MailPolicy::Rule& rule = maker.rule("rule", {{blocked, 2}, {more, 2}});
+  rule.scope = maker.entity("*@*.example.test");
+  rule.recipients = maker.group("recipients", {"ann@x.example.test", "*@y.example.test"});
+  const MailFilterOptions options;
+  bool failed = true;
+  for (int allocation = 1; failed; ++allocation) {
+    SCOPED_TRACE(allocation);
+    std::unique_ptr<PolicyGeneration> generation;
+    failed = failsAt(allocation, [&] {
+      try {
+        generation = std::make_unique<PolicyGeneration>(maker.policy());
+      } catch (const std::bad_alloc&) {
+        generation = nullptr;
+      }
+    });
+    EXPECT_TRUE(failed || generation != nullptr);
+    if (generation == nullptr) {
+      continue;
+    }
+    EXPECT_THAT(generation->warnings(), testing::IsEmpty());
+    for (const char* sender : {"a@b.test", "a@b.c.test", "user@d.test", "a@e.test"}) {
+      for (const char* recipient : {"ann@x.example.test", "bob@y.example.test"}) {
+        EXPECT_EQ(Decider(*generation, options).decide({sender, std::nullopt, recipient}).code, 2) << sender;
+      }
+    }
   }
 }
 
