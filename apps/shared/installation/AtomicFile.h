@@ -4,8 +4,9 @@
 #include <string>
 #include <string_view>
 
-// Has another name until then, FILE.new-XXXXXX, which no other writer has. Only its owner may open it. Everything
-// throws RuntimeError naming the file.
+// Has another name until then, FILE.new-XXXXXX, which no other writer has. Only its owner may open it. What writers of
+// FILE left that were killed is removed by the next one of the same user; those at work hold a lock on theirs.
+// Everything throws RuntimeError naming the file.
 class AtomicFile {
  public:
   // Makes the directories that `path` names, if they are not there.

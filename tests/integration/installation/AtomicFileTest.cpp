@@ -1,12 +1,15 @@
 #include "installation/AtomicFile.h"
 
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
+#include <fstream>
 
 #include "support/TemporaryDirectory.h"
 
@@ -70,6 +73,38 @@ TEST_F(AtomicFileTest, isForItsOwnerAlone) {
   struct stat status = {};
   ASSERT_EQ(stat(path().c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777, 0600u);
+}
+
+TEST_F(AtomicFileTest, removesWhatKilledWritersLeft) {
+  for (int left = 0; left < 3; ++left) {
+    const pid_t writer = fork();
+    ASSERT_GE(writer, 0);
+    if (writer == 0) {
+      AtomicFile file(path());
+      file.append(std::string(100000, 'x'));
+      kill(getpid(), SIGKILL);
+    }
+    ASSERT_EQ(waitpid(writer, nullptr, 0), writer);
+  }
+  EXPECT_GE(filesThere(), 1);
+  AtomicFile(path()).putInPlace();
+  EXPECT_EQ(filesThere(), 1);
+}
+
+// Those of its name that are no writer's: of another mode, of another length, a directory, a link.
+TEST_F(AtomicFileTest, removesNothingElse) {
+  const std::string others[] = {path() + ".new-readme", path() + ".new-1", path() + ".old-123456",
+                                path() + ".new-folder"};
+  std::ofstream(others[0]) << "text";
+  chmod(others[0].c_str(), 0644);
+  for (const std::string& other : {others[1], others[2]}) {
+    std::ofstream{other} << "text";
+    chmod(other.c_str(), 0600);
+  }
+  std::filesystem::create_directory(others[3]);
+  std::filesystem::create_symlink(others[1], path() + ".new-linked");
+  AtomicFile(path()).putInPlace();
+  EXPECT_EQ(filesThere(), 6);
 }
 
 // What is done cannot be taken back, so that a failure now would be a false one.
