@@ -81,7 +81,8 @@ class PolicyServer {
         return;
       }
       if (event == Event::Reload) {
-        _reload();
+        static_cast<void>(failureOf([this] { _reload(); }));  // without memory for what it tells
+        m_maker.requestReload();
       }
     }
   }
@@ -136,7 +137,6 @@ class PolicyServer {
     } else {
       m_log.warning("not all tokens and certificates are read again");
     }
-    m_maker.requestReload();
   }
 
   const ServerSettings& m_settings;

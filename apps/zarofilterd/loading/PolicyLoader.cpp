@@ -82,7 +82,7 @@ std::chrono::milliseconds PolicyLoader::_lookAt(bool forced) {
   if (failure.empty()) {
     m_lastFailure.clear();
   } else {
-    _tellFailure(failure, forced);
+    static_cast<void>(failureOf([&] { _tellFailure(failure, forced); }));  // without memory, only what it counts
   }
   m_hasLooked = true;
   _tellBegun();

@@ -87,18 +87,11 @@ void SnapshotMaker::_run() {
   }
   for (bool forced = false; !_mustStop(); forced = _wait()) {
     const std::string failure = failureOf([&] { _look(forced); });
-    if (failure.empty()) {
-      m_lastFailure.clear();
-    } else {
-      _tellFailure(failure);
-    }
-    if (forced) {
-      tellReady(failure.empty() && !m_isRefused ? "Policy " + std::to_string(*m_version)
-                                                : "The policy could not be reloaded");
-    }
+    // What the log and the service manager miss for want of memory ends no service.
+    static_cast<void>(failureOf([&] { _tellOutcome(failure, forced); }));
     _tellBegun();
     if (failure.empty()) {
-      _register();
+      static_cast<void>(failureOf([&] { _register(); }));
     }
   }
   const std::lock_guard<std::mutex> lock(m_mutex);
@@ -193,6 +186,18 @@ void SnapshotMaker::_replace(std::shared_ptr<const ServedSnapshot> snapshot) {
              " compressed");
   m_snapshots.replace(std::move(snapshot));
   m_calls.onChange();
+}
+
+void SnapshotMaker::_tellOutcome(const std::string& failure, bool forced) {
+  if (failure.empty()) {
+    m_lastFailure.clear();
+  } else {
+    _tellFailure(failure);
+  }
+  if (forced) {
+    tellReady(failure.empty() && !m_isRefused ? "Policy " + std::to_string(*m_version)
+                                              : "The policy could not be reloaded");
+  }
 }
 
 // The log has a failure once, however often it comes.

@@ -58,6 +58,7 @@ class SnapshotMaker {
   void _refuse(const UnreadablePolicy& refusal);
   void _serve(const MailPolicy& policy);
   void _replace(std::shared_ptr<const ServedSnapshot> snapshot);
+  void _tellOutcome(const std::string& failure, bool forced);
   void _tellFailure(const std::string& why);
   void _tellBegun();
   // Waits for the next look; answers whether it was asked for.
