@@ -1,6 +1,7 @@
 #include "scripted/Calls.h"
 
 #include <algorithm>
+#include <new>
 
 namespace scripted {
 
@@ -35,6 +36,13 @@ void Calls::add(const std::string& operation, const std::vector<std::string>& ar
   call += ')';
   const std::lock_guard<std::mutex> lock(m_mutex);
   m_calls.push_back(std::move(call));
+}
+
+void Calls::addDestructor(const char* name, const std::string& number) noexcept {
+  try {
+    add("~" + (name + number));
+  } catch (const std::bad_alloc&) {
+  }
 }
 
 std::vector<std::string> Calls::all() const {

@@ -16,6 +16,8 @@ std::string quoted(const char* text);
 class Calls {
  public:
   void add(const std::string& operation, const std::vector<std::string>& arguments = {});
+  // That of a destructor, which is left out when memory runs out.
+  void addDestructor(const char* name, const std::string& number = {}) noexcept;
 
   std::vector<std::string> all() const;
   // The calls that begin with `start`, such as "KxDbConnect#1." or "log(1".

@@ -51,7 +51,7 @@ KxDbConnect::KxDbConnect() : m_impl(nullptr) {
 }
 
 KxDbConnect::~KxDbConnect() {
-  scripted::platform().calls.add("~KxDbConnect#" + std::to_string(m_impl->number));
+  scripted::platform().calls.addDestructor("KxDbConnect#", std::to_string(m_impl->number));
   scripted::platform().database.countOpen(-1);
   delete m_impl;
 }

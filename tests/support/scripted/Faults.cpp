@@ -67,6 +67,11 @@ void Faults::clear() {
   m_texts.clear();
 }
 
+bool Faults::isPending() {
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  return !m_plans.empty();
+}
+
 void Faults::pass(Point point) {
   bool fails = false;
   const char* text = nullptr;

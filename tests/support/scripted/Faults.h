@@ -58,6 +58,8 @@ class Faults {
   void throwOther(Point point, int passage = 1);
   // Plans no failures.
   void clear();
+  // Whether one is planned that has not come yet.
+  bool isPending();
 
   // For the stand-ins: fails here if that was planned.
   void pass(Point point);

@@ -13,7 +13,7 @@ ZARO::KxResbundle::KxResbundle() : m_impl(nullptr) {
 }
 
 ZARO::KxResbundle::~KxResbundle() {
-  scripted::platform().calls.add("~KxResbundle");
+  scripted::platform().calls.addDestructor("KxResbundle");
   delete m_impl;
 }
 

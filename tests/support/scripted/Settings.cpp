@@ -100,7 +100,7 @@ ZARO::GlobalSettingIF::GlobalSettingIF() : m_impl(nullptr) {
 }
 
 ZARO::GlobalSettingIF::~GlobalSettingIF() {
-  scripted::platform().calls.add("~GlobalSettingIF");
+  scripted::platform().calls.addDestructor("GlobalSettingIF");
   delete m_impl;
 }
 
