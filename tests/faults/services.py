@@ -1,0 +1,169 @@
+"""The mail filter and the policy server while their calls fail."""
+
+import json
+import pathlib
+import random
+import signal
+import sys
+import tempfile
+import time
+
+TESTS = pathlib.Path(__file__).parent.parent
+sys.path += [str(TESTS / "mail"), str(TESTS / "policyserver")]
+
+import mailtest  # noqa: E402
+import servertest  # noqa: E402
+import sitetest  # noqa: E402
+
+import calls  # noqa: E402
+
+# Seconds in which a reload shows in the log, if the line about it was not the one that failed.
+SOON = 3
+
+FAULTS = {"allocation": calls.ALLOCATION, "system call": calls.SYSTEM, "ODBC call refused": calls.ODBC}
+
+
+class ServiceUnderFaults:
+    """A service whose reloads, and whose answers, meet a failing call each: it goes on, by the old policy or the new one."""
+
+    name = ""
+
+    def __init__(self, findings):
+        self.findings = findings
+
+    def try_reloads(self, how_many):
+        with tempfile.TemporaryDirectory(prefix="zaro-faults-") as directory:
+            path = pathlib.Path(directory)
+            path.chmod(0o755)
+            self.calls = calls.Calls(path)
+            self.make(path)
+            self.start()
+            try:
+                for kind, kinds in FAULTS.items():
+                    self._try(kind + " in a reload", kinds, how_many, self.reload)
+                for kind, kinds in FAULTS.items():
+                    self._try(kind + " in an answer", kinds, how_many, self.ask)
+            finally:
+                self.running.stop(signal.SIGKILL)
+
+    def reload(self):
+        """Returns when the log tells what came of it, or has said nothing for a while."""
+        version = self.change()
+        before = self.running.log().count("not reloaded")
+        self.running.process.send_signal(signal.SIGHUP)
+        end = time.monotonic() + SOON
+        while time.monotonic() < end and self.running.process.poll() is None:
+            log = self.running.log()
+            if self.told.format(version) in log or log.count("not reloaded") > before:
+                break
+            time.sleep(0.01)
+
+    def _try(self, kind, kinds, how_many, action):
+        self.calls.arm(kinds)
+        action()
+        count = self.calls.count()
+        self.calls.disarm()
+        for number in sorted(random.sample(range(1, count + 1), min(count, how_many))):
+            self.calls.arm(kinds, number)
+            try:
+                action()
+            except (AssertionError, OSError, ValueError):
+                pass  # an answer that did not come
+            failed = self.calls.has_failed()
+            self.calls.disarm()
+            if failed:
+                self.findings.tried[f"{self.name}: {kind}"] += 1
+                self._expect_service(f"{self.name}: {kind} {number}, {self.calls.name()}")
+
+    def _expect_service(self, what):
+        if self.running.process.poll() is not None:
+            self.findings.add(f"{what}: it ended with {self.running.process.returncode}",
+                              f"{self.calls.culprit()}\n{self.running.log()[-600:]}")
+            self.running.process = None
+            self.start()
+            return
+        try:
+            self.expect_answer()
+            self.change()
+            self.running.process.send_signal(signal.SIGHUP)
+            self.expect_last_change()
+        except (AssertionError, OSError) as failure:
+            self.findings.add(f"{what}: it does not go on: {failure!r:.300}", self.running.log()[-600:])
+            self.running.stop(signal.SIGKILL)
+            self.start()
+
+
+class AskedFilter(mailtest.Filter):
+    """Is asked by policy delegation."""
+
+    @property
+    def delegation(self):
+        return self.gateway.home / "run" / "policy.sock"
+
+    decide = sitetest.Filter.decide
+    refuses = sitetest.Filter.refuses
+
+
+class FilterUnderFaults(ServiceUnderFaults):
+    name = "zarofilterd"
+    told = "policy {} decides"
+
+    def make(self, directory):
+        self.gateway = mailtest.Gateway(directory)
+        self.gateway.set(**sitetest.FILTER_SETTINGS)
+        self.gateway.rule("first", ["first@bad.test"], actions=["Delete"], reply="no")
+        self.changes = 0
+
+    def start(self):
+        self.running = AskedFilter(self.gateway, environment=self.calls.environment).start()
+
+    def change(self):
+        """One member more in a list that is there."""
+        self.changes += 1
+        self.gateway.run_sql(f"INSERT INTO address_group_member (group_id, position, address) SELECT group_id, "
+                             f"max(position) + 1, 'sender{self.changes}@bad.test' FROM address_group_member GROUP BY group_id")
+        return self.gateway.version()
+
+    def ask(self):
+        self.running.decide("first@bad.test")
+
+    def expect_answer(self):
+        assert self.running.refuses("first@bad.test"), "the first policy does not count any more"
+        assert not self.running.refuses("good@good.test"), "what no policy says counts"
+
+    def expect_last_change(self):
+        sender = f"sender{self.changes}@bad.test"
+        mailtest.wait_until(lambda: self.running.refuses(sender), f"{sender} is refused", 20)
+
+
+class ServerUnderFaults(ServiceUnderFaults):
+    name = "zaropolicyd"
+    told = "policy {} is served"
+
+    def make(self, directory):
+        self.site = servertest.Installation(directory)
+        self.changes = 0
+        self.version = 0
+
+    def start(self):
+        self.running = servertest.Server(self.site, more=self.calls.environment).start()
+
+    def change(self):
+        self.changes += 1
+        self.version = self.site.change(f"group {self.changes}")
+        return self.version
+
+    def served(self):
+        return servertest.curl(self.running.url(), "--max-time", "20")
+
+    def ask(self):
+        self.served()
+
+    def expect_answer(self):
+        answer = self.served()
+        assert answer.status == 200, f"status {answer.status}"
+        assert json.loads(answer.body.splitlines()[0])["format"] == 1, "no policy"
+
+    def expect_last_change(self):
+        servertest.wait_until(lambda: json.loads(self.served().body.splitlines()[0])["version"] >= self.version,
+                              f"policy {self.version} is served")
