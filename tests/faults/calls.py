@@ -53,12 +53,13 @@ class Calls:
         """The functions in which a process crashed, the innermost first."""
         return self._text(AT_NAME + 64, 512)
 
-    def is_ours(self):
-        """Whether the crash is one of our code, rather than of a driver's."""
-        for frame in self.culprit().split():
-            if not frame.startswith(INNERMOST):
-                return frame.startswith(OURS)
-        return True
+    def blamed(self):
+        """The function of another library in which a process crashed; empty for one of ours."""
+        frames = self.culprit().split()
+        if any("__libc_fatal" in frame for frame in frames):
+            return "the C library, which gives up"  # without memory for what ends a thread
+        frame = next((frame for frame in frames if not frame.startswith(INNERMOST)), "")
+        return "" if frame.startswith(OURS) else frame.partition("+")[0]
 
     def _text(self, at, length):
         return self.page[at:at + length].split(b"\0")[0].decode("ascii", "replace")

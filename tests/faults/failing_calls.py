@@ -47,7 +47,7 @@ class Findings:
     def __init__(self):
         self.tried = collections.Counter()
         self.unnoticed = collections.Counter()
-        self.drivers_crashes = collections.Counter()
+        self.others_crashes = collections.Counter()
         self.found = 0
 
     def add(self, what, details):
@@ -57,7 +57,7 @@ class Findings:
     def summarise(self):
         for kind, count in self.tried.items():
             print(f"{kind}: {count} failed, {self.unnoticed[kind]} of them without an effect")
-        for where, count in self.drivers_crashes.items():
+        for where, count in self.others_crashes.items():
             print(f"crashes within {where}: {count}")
         print(f"{sum(self.tried.values())} failing calls, {self.found} findings")
 
@@ -140,11 +140,11 @@ class Commands:
             self.findings.add(what + ": left behind: " + " ".join(sorted(leftovers)), details)
 
     def _judge_crash(self, what, stored):
-        if self.calls.is_ours():
-            self.findings.add(what + ": it crashes", self.calls.culprit())
+        blamed = self.calls.blamed()
+        if blamed:
+            self.findings.others_crashes[blamed] += 1
         else:
-            frames = [frame for frame in self.calls.culprit().split() if not frame.startswith(calls.INNERMOST)]
-            self.findings.drivers_crashes[frames[0].partition("+")[0]] += 1
+            self.findings.add(what + ": it crashes", self.calls.culprit())
         if stored not in (self.made.before, self.after):
             self.findings.add(what + ": half of the change is there", self.calls.culprit())
 

@@ -134,7 +134,7 @@ class Load:
     def _name(self, kind):
         with self.lock:
             self.number += 1
-            name = f"{kind}{self.number}"
+            name = f"*@{kind}{self.number}.test"
             self.tried.add(name)
             return name
 
@@ -142,7 +142,7 @@ class Load:
         """As a program of the old version does it: on no other version."""
         while not self.over.is_set():
             name = self._name("old")
-            statement = (f"INSERT INTO administrator (name) SELECT '{name}' WHERE (SELECT max(version) FROM schema_version) = 1 "
+            statement = (f"INSERT INTO entity (type, name) SELECT 6, '{name}' WHERE (SELECT max(version) FROM schema_version) = 1 "
                          "RETURNING name")
             if self.made.changes(statement):
                 self.acknowledged.add(name)
@@ -150,7 +150,7 @@ class Load:
     def _write_as_new(self):
         while not self.over.is_set():
             name = self._name("new")
-            done = self.made.zaroctl("admin", "add", name)
+            done = self.made.zaroctl("entity", "add", name)
             if done.status == 0:
                 self.acknowledged.add(name)
             elif done.status not in (75, 78):
@@ -235,7 +235,7 @@ def upgrade_under_load(make, directory, report, times):
         finally:
             load.end()
             services.stop()
-        stored = set(made.lines("SELECT name FROM administrator"))
+        stored = set(made.lines("SELECT name FROM entity"))
         if stored & load.tried != load.acknowledged:
             report.add(f"{made.dialect}: the upgrade lost writers' rows, or has some that were refused",
                        f"{sorted((stored & load.tried) ^ load.acknowledged)[:10]}")
