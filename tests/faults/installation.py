@@ -138,6 +138,9 @@ class Installation:
         """Whether a statement that returns what it changes has changed anything."""
         return bool(self.lines(statement))
 
+    def restore_numbers(self):
+        """Those that a change which was rolled back has drawn."""
+
     def wait_for_killed(self):
         """What a killed program has begun is over when this returns."""
 
@@ -237,7 +240,10 @@ class ServerInstallation(Installation):
             psql(f"DROP DATABASE {self.name} WITH (FORCE)")
             psql(f"CREATE DATABASE {self.name} TEMPLATE {self.name}_saved {self.tablespace}")
         else:
-            psql("\n".join(self.sequences), self.name)  # a change that was rolled back has drawn numbers
+            self.restore_numbers()
+
+    def restore_numbers(self):
+        psql("\n".join(self.sequences), self.name)
 
     def rows(self):
         tables = psql("SELECT tablename FROM pg_tables WHERE schemaname = 'public'", self.name)

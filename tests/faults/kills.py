@@ -101,6 +101,7 @@ class KilledCommands:
             self.report.add(f"{what}: check ends with {check.status}", check.out + check.err)
         if stored != self.made.before:
             return
+        self.made.restore_numbers()
         again = self.made.zaroctl(*writer.arguments, given=writer.given)
         if again.status != writer.intact.status or self.made.stored() != writer.after:
             self.report.add(f"{what}: it cannot be done afterwards: {again.status}", again.err)
