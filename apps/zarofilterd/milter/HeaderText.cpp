@@ -7,100 +7,149 @@ namespace {
 
 constexpr std::size_t kNone = std::string_view::npos;
 
-bool isBlank(char letter) {
-  return letter == ' ' || letter == '\t' || letter == '\r' || letter == '\n';
-}
-
 // --- From ---
 
-// Reads a list of mailboxes as far as its first address.
+// Collects an address out of the characters outside of comments. Blanks beside "@", "." and what divides the hosts of a
+// route are part of it (RFC 5322, 4.4); others end a word, and the first word with an "@" is the address.
+class AddressCollector {
+ public:
+  void add(std::string_view text) {
+    if (!m_isComplete && m_isBlankBefore && !_isJoint(text.front()) && !m_word.empty() && !_isJoint(m_word.back())) {
+      if (_isAddress()) {
+        m_isComplete = true;
+      } else {
+        m_word.clear();
+      }
+    }
+    m_isBlankBefore = false;
+    if (!m_isComplete) {
+      m_word += text;
+    }
+  }
+  void addBlank() { m_isBlankBefore = true; }
+  void clear() { *this = AddressCollector(); }
+
+  // Whether the word ends with the "@".
+  bool isBeforeDomain() const { return !m_word.empty() && m_word.back() == '@'; }
+  std::optional<std::string> address() const { return _isAddress() ? std::optional(m_word) : std::nullopt; }
+
+ private:
+  static bool _isJoint(char character) { return std::string_view("@.:,").find(character) != kNone; }
+  bool _isAddress() const { return m_word.find('@') != kNone; }
+
+  std::string m_word;
+  bool m_isBlankBefore = false;
+  bool m_isComplete = false;
+};
+
+// Reads a list of mailboxes as far as its first address. What is opened and never closed is taken for a character,
+// since the readers of mail show what follows it.
 class FromReader {
  public:
   explicit FromReader(std::string_view text) : m_text(text) {}
 
   std::optional<std::string> address() {
-    for (; m_at < m_text.size(); ++m_at) {
+    AddressCollector outside;
+    while (m_at < m_text.size()) {
       switch (m_text[m_at]) {
-        case '(':
-          _skipComment();
-          break;
-        case '"':
-          m_outside += _quoted();
-          break;
         case '<':
-          return _inBrackets();
-        case ',':
-        case ';':
-          if (auto found = _outside()) {
+          if (auto found = _inBrackets()) {
             return found;
           }
-          m_outside.clear();
+          outside.addBlank();
           break;
-        case ':':  // the name of a group
-          m_outside.clear();
+        case ',':
+        case ';':
+          if (auto found = outside.address()) {
+            return found;
+          }
+          [[fallthrough]];
+        case ':':  // behind the name of a group
+          outside.clear();
+          ++m_at;
           break;
         default:
-          m_outside += m_text[m_at];
+          _readInto(outside);
       }
     }
-    return _outside();
+    return outside.address();
   }
 
  private:
-  // Stops at the last parenthesis of the comment.
-  void _skipComment() {
-    int depth = 0;
-    for (; m_at < m_text.size(); ++m_at) {
-      if (m_text[m_at] == '\\') {
-        ++m_at;
-      } else if (m_text[m_at] == '(') {
-        ++depth;
-      } else if (m_text[m_at] == ')' && --depth == 0) {
-        return;
+  // The position behind what begins here and ends with `end`; kNone if it does not. A backslash takes the character
+  // behind it along.
+  std::size_t _endOf(char end) const {
+    for (std::size_t at = m_at + 1; at < m_text.size(); ++at) {
+      if (m_text[at] == end) {
+        return at + 1;
       }
+      at += m_text[at] == '\\' ? 1 : 0;
     }
+    return kNone;
   }
 
-  // The text with its quotes; stops at the last one.
-  std::string _quoted() {
-    std::string quoted(1, m_text[m_at++]);
-    for (; m_at < m_text.size(); ++m_at) {
-      quoted += m_text[m_at];
-      if (m_text[m_at] == '"') {
-        break;
-      }
-      if (m_text[m_at] == '\\' && m_at + 1 < m_text.size()) {
-        quoted += m_text[++m_at];
+  std::size_t _endOfComment() const {
+    int depth = 0;
+    for (std::size_t at = m_at; at < m_text.size(); ++at) {
+      if (m_text[at] == '\\') {
+        ++at;
+      } else if (m_text[at] == '(') {
+        ++depth;
+      } else if (m_text[at] == ')' && --depth == 0) {
+        return at + 1;
       }
     }
-    return quoted;
+    return kNone;
+  }
+
+  // Reads a comment, a blank, or what makes up words: a quoted text, an address literal, a character.
+  void _readInto(AddressCollector& words) {
+    constexpr std::string_view kNoPart = "()>\" \t\r\n";
+    const char first = m_text[m_at];
+    const std::size_t end = _endOfPart(words.isBeforeDomain());
+    const bool isQuoted = first == '"' && end != m_at + 1;
+    if (isQuoted || kNoPart.find(first) == kNone) {
+      words.add(m_text.substr(m_at, end - m_at));
+    } else {
+      words.addBlank();
+    }
+    m_at = end;
+  }
+
+  std::size_t _endOfPart(bool isBeforeDomain) {
+    const char first = m_text[m_at];
+    if (first == '\\') {
+      return std::min(m_at + 2, m_text.size());
+    }
+    const bool isOpening = first == '(' || first == '"' || (first == '[' && isBeforeDomain);
+    // One search for an end that is not there, or a long field would take the square of its length.
+    if (isOpening && m_neverClosed.find(first) == kNone) {
+      const std::size_t end = first == '(' ? _endOfComment() : _endOf(first == '[' ? ']' : first);
+      if (end != kNone) {
+        return end;
+      }
+      m_neverClosed += first;
+    }
+    return m_at + 1;
   }
 
   std::optional<std::string> _inBrackets() {
-    std::string address;
-    for (++m_at; m_at < m_text.size() && m_text[m_at] != '>'; ++m_at) {
-      if (m_text[m_at] == '"') {
-        address += _quoted();
-      } else if (m_text[m_at] == '(') {
-        _skipComment();
-      } else if (!isBlank(m_text[m_at])) {
-        address += m_text[m_at];
+    AddressCollector inside;
+    for (++m_at; m_at < m_text.size() && m_text[m_at] != '>';) {
+      if (m_text[m_at] == '<') {
+        inside.clear();
+        ++m_at;
+      } else {
+        _readInto(inside);
       }
     }
-    return address.find('@') != kNone ? std::optional(address) : std::nullopt;
-  }
-
-  // An address without brackets; a phrase is none.
-  std::optional<std::string> _outside() const {
-    const auto first = std::find_if_not(m_outside.begin(), m_outside.end(), isBlank);
-    const auto last = std::find_if_not(m_outside.rbegin(), m_outside.rend(), isBlank).base();
-    const std::string address = first < last ? std::string(first, last) : std::string();
-    return address.find('@') != kNone ? std::optional(address) : std::nullopt;
+    m_at = std::min(m_at + 1, m_text.size());
+    return inside.address();
   }
 
   std::string_view m_text;
   std::size_t m_at = 0;
-  std::string m_outside;
+  std::string m_neverClosed;  // opening characters
 };
 
 // --- Encoded words ---

@@ -31,6 +31,29 @@ constexpr FromCase kFromCases[] = {
     {"", nullptr},
     {"(never closed", nullptr},
     {"\"never closed", nullptr},
+    // Blanks that stand where an address may have them, and phrases that stand where none may.
+    {"a@ b.test", "a@b.test"},
+    {"a . x @ b . test", "a.x@b.test"},
+    {"a@(comment) b.test", "a@b.test"},
+    {"< a . x @\r\n b.test >", "a.x@b.test"},
+    {"\"a b\" @ c.test", "\"a b\"@c.test"},
+    {"Name [x] a@b.test", "a@b.test"},
+    {"a@b.test Name", "a@b.test"},
+    {"<Name a@b.test>", "a@b.test"},
+    {"Name < Other <a@b.test>>", "a@b.test"},
+    {"<@relay.test, @other.test: a@b.test>", "@relay.test,@other.test:a@b.test"},
+    {"a@[IPv6:2001:db8::1]", "a@[IPv6:2001:db8::1]"},
+    // Brackets without an address in them, and what is never closed.
+    {"<Boss> <a@b.test>", "a@b.test"},
+    {"<>, <a@b.test>", "a@b.test"},
+    {"a@b.test <Boss>", "a@b.test"},
+    {"<Boss>, a@b.test", "a@b.test"},
+    {"\\\"Name <a@b.test>", "a@b.test"},
+    {"\"Name <a@b.test>", "a@b.test"},
+    {"Name (x <a@b.test>", "a@b.test"},
+    {"\\(Name <a@b.test>", "a@b.test"},
+    {"<a@b.test", "a@b.test"},
+    {"a\\@x@b.test", "a\\@x@b.test"},
 };
 
 TEST(AddressOfFrom, isTheFirstOfTheField) {
