@@ -45,6 +45,34 @@ bool isDotString(std::string_view content) {
                      [](char character) { return isNameCharacter(character) || isBeyondAscii(character); });
 }
 
+// Whether a local part is in quotes as a whole (Quoted-string), and holds something.
+bool isQuotedString(std::string_view localPart) {
+  if (localPart.size() < 3 || localPart.front() != '"' || localPart.back() != '"') {
+    return false;
+  }
+  const std::string_view inside = localPart.substr(1, localPart.size() - 2);
+  for (std::size_t at = 0; at != inside.size(); ++at) {
+    if (inside[at] == '"' || (inside[at] == '\\' && ++at == inside.size()) ||
+        (inside[at] != ' ' && isBlankOrControl(inside[at]))) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool isHost(std::string_view domain) {
+  if (domain.size() > 2 && domain.front() == '[' && domain.back() == ']') {
+    const std::string_view literal = domain.substr(1, domain.size() - 2);
+    return std::none_of(literal.begin(), literal.end(), isBlankOrControl) &&
+           literal.find_first_of("[\\]") == std::string_view::npos;
+  }
+  const auto isOfHost = [](char character) {
+    return isLabelCharacter(character) || isBeyondAscii(character) || character == '.';
+  };
+  return !domain.empty() && domain.front() != '.' && domain.back() != '.' &&
+         domain.find("..") == std::string_view::npos && std::all_of(domain.begin(), domain.end(), isOfHost);
+}
+
 std::string inQuotes(std::string_view content) {
   std::string text = "\"";
   for (const char character : content) {
@@ -255,6 +283,15 @@ std::string_view mailboxOf(std::string_view path) {
 }
 
 }  // namespace
+
+bool isMailbox(std::string_view text) {
+  const std::size_t at = domainSign(text);
+  if (at == std::string_view::npos) {
+    return false;
+  }
+  const std::string_view localPart = text.substr(0, at);
+  return (isDotString(localPart) || isQuotedString(localPart)) && isHost(text.substr(at + 1));
+}
 
 std::string normalAddress(std::string_view spelled) {
   return normalAddress(spelled, AddressForm());

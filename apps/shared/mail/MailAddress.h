@@ -22,6 +22,10 @@
 // text is refused: what mail does not allow has a form too. A form has one "@" at most. Throws std::bad_alloc.
 std::string normalAddress(std::string_view spelled);
 
+// Whether the text is one address that mail can be sent to: a local part, in quotes as a whole where it needs them, "@",
+// and the labels of a host or an address literal. Brackets, comments and blanks around it are no part of an address.
+bool isMailbox(std::string_view text);
+
 // The same for an address whose local part may end in an extension: from the first of the `delimiters` on it is left
 // out, unless nothing would be left. Local parts that mail servers answer for themselves stay whole: mailer-daemon,
 // double-bounce, postmaster; and with "-" among the delimiters those that begin with "owner-" or end in "-request".

@@ -47,20 +47,31 @@ std::unordered_map<unsigned int, const Element*> byId(const std::vector<Element>
   return places;
 }
 
-// What an action needs, beside being asked for.
+// What an action needs beside being asked for, and the rule lacks, in words; empty when it has all.
+using MissingText = std::string (*)(const MailPolicy::Rule& rule);
+
+std::string missingAddress(const MailPolicy::Rule& rule) {
+  if (rule.address.empty()) {
+    return "an address";
+  }
+  // Mail servers make one or several addresses of their own of anything else, and the mail would be lost.
+  return isMailbox(rule.address) ? "" : "an address, which " + quoted(rule.address) + " is not";
+}
+
 struct Need {
   ZaroAction::ActionType type;
-  const char* name;
-  bool (*isMet)(const MailPolicy::Rule& rule);
+  MissingText missing;
 };
 constexpr Need kNeeds[] = {
-    {ZaroAction::Quarantine, "a quarantine area",
-     [](const MailPolicy::Rule& rule) { return rule.quarantine.has_value(); }},
-    {ZaroAction::SubjectTagging, "a tag", [](const MailPolicy::Rule& rule) { return !rule.tag.empty(); }},
-    {ZaroAction::InsertXHeader, "a header value", [](const MailPolicy::Rule& rule) { return !rule.headerValue.empty(); }},
-    {ZaroAction::Readdress, "an address", [](const MailPolicy::Rule& rule) { return !rule.address.empty(); }},
-    {ZaroAction::Bcc, "an address", [](const MailPolicy::Rule& rule) { return !rule.address.empty(); }},
-    {ZaroAction::Archive, "an address", [](const MailPolicy::Rule& rule) { return !rule.address.empty(); }},
+    {ZaroAction::Quarantine,
+     [](const MailPolicy::Rule& rule) { return std::string(rule.quarantine ? "" : "a quarantine area"); }},
+    {ZaroAction::SubjectTagging,
+     [](const MailPolicy::Rule& rule) { return std::string(rule.tag.empty() ? "a tag" : ""); }},
+    {ZaroAction::InsertXHeader,
+     [](const MailPolicy::Rule& rule) { return std::string(rule.headerValue.empty() ? "a header value" : ""); }},
+    {ZaroAction::Readdress, missingAddress},
+    {ZaroAction::Bcc, missingAddress},
+    {ZaroAction::Archive, missingAddress},
 };
 
 // Finds what rules refer to, and refuses the rules that cannot be applied.
@@ -172,8 +183,9 @@ bool PolicyRule::does(ZaroAction::ActionType type) const {
 std::optional<std::string> missingForActions(const MailPolicy::Rule& rule) {
   for (const ActionKey* key : keysIn(rule.actions)) {
     for (const Need& need : kNeeds) {
-      if (need.type == key->type && !need.isMet(rule)) {
-        return std::string(key->name) + " needs " + need.name;
+      const std::string missing = need.type == key->type ? need.missing(rule) : "";
+      if (!missing.empty()) {
+        return std::string(key->name) + " needs " + missing;
       }
     }
   }

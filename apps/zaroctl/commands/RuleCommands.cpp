@@ -1,5 +1,6 @@
 // rule list, rule show, rule add, rule modify, rule remove, rule move
 #include <algorithm>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -9,8 +10,10 @@
 #include "commands/Commands.h"
 #include "console/Text.h"
 #include "console/UsageError.h"
+#include "mail/MailAddress.h"
+#include "patterns/PatternPieces.h"
 #include "policy/PolicyVocabulary.h"
-#include "store/GroupMembers.h"
+#include "store/Administration.h"
 #include "store/PolicyRules.h"
 
 namespace {
@@ -96,10 +99,32 @@ ExitCode print(Output& out, const VisibleRule& rule) {
   return ExitCode::Found;
 }
 
-void tellOfUselessRule(const VisibleRule& rule) {
+// What the kinds of one group come to, when a rule has it in lists of several.
+void tellOfKindsWithoutEffect(const VisibleRule& rule) {
+  struct Kinds {
+    KxEmailBelongsTo first;
+    KxEmailBelongsTo all;
+  };
+  std::map<unsigned int, Kinds> kindsOfGroups;
+  for (std::size_t list = 0; list != rule.lists.size(); ++list) {
+    const KxEmailBelongsTo kind = rule.lists[list].kind;
+    Kinds& kinds = kindsOfGroups.try_emplace(rule.stored.lists[list].group, Kinds{kind, kind}).first->second;
+    if ((kinds.all & kind) != 0 || kinds.all != kinds.first) {
+      continue;
+    }
+    const bool areTogether = KxListedEmailAddress::isStateAllowed(kinds.all | kind);
+    diagnose("the group " + quoted(rule.lists[list].group.value_or(kNotSeen)) + " is " + nameOfKind(kinds.first) +
+             " and " + nameOfKind(kind) + " in one rule, and " +
+             (areTogether ? "has no say in it" : "counts as " + nameOfKind(kinds.first)));
+    kinds.all |= areTogether ? kind : 0;
+  }
+}
+
+void tellOfUselessLists(const VisibleRule& rule) {
   if (rule.lists.empty()) {
     diagnose("the rule " + quoted(rule.stored.name) + " has no list, and decides nothing");
   }
+  tellOfKindsWithoutEffect(rule);
 }
 
 // --- Input ---
@@ -177,12 +202,12 @@ void refuseWrongAddress(const std::optional<std::string>& address) {
   if (!address || address->empty()) {
     return;
   }
-  std::string wrong = wrongMember(*address);
-  if (wrong.empty() && (address->find('@') == std::string::npos || address->find_first_of("*<>") != std::string::npos)) {
+  std::string wrong = wrongName(*address);
+  // A local part may hold a "*", which is more likely to be meant as a pattern.
+  if (wrong.empty() && (!isMailbox(*address) || address->find('*') != std::string::npos)) {
     wrong = "is no address";
   }
-  if (wrong.empty() &&
-      !std::all_of(address->begin(), address->end(), [](char letter) { return letter > ' ' && letter < 127; })) {
+  if (wrong.empty() && std::any_of(address->begin(), address->end(), isBeyondAscii)) {
     wrong = "is not plain ASCII, which not every mail server takes; write its domain in A-labels";
   }
   if (!wrong.empty()) {
@@ -239,14 +264,14 @@ ExitCode add(Output& out, const RuleOptions& options) {
     throw UsageError("say for whom the rule is: --for ENTITY or --for-all");
   }
   const VisibleRule rule = addRule(findViewer(options.admin), options.rule.text, change);
-  tellOfUselessRule(rule);
+  tellOfUselessLists(rule);
   return print(out, rule);
 }
 
 ExitCode modify(Output& out, const RuleOptions& options) {
   const RuleChange change = changeIn(options);
   const VisibleRule rule = changeRule(findViewer(options.admin), options.rule, change);
-  tellOfUselessRule(rule);
+  tellOfUselessLists(rule);
   return print(out, rule);
 }
 

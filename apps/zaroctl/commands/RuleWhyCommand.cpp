@@ -149,31 +149,48 @@ class Why {
     if (m_options.shadow) {
       return "passes: shadow mode";
     }
-    std::string done;
-    for (const ActionKey* key : m_verdict.keys()) {
-      done.append(done.empty() ? "" : ", ").append(_wordsFor(key->type));
-    }
-    done = done.empty() ? "passes: the rule has no action" : done;
+    const std::string done = _outcome();
     return m_verdict.awaitsHeader ? done + ", unless the header's From changes it" : done;
   }
 
-  std::string _wordsFor(ZaroAction::ActionType type) const {
-    const MailPolicy::Rule& rule = m_verdict.rule->stored;
+  // What happens to a message for this recipient alone.
+  std::string _outcome() const {
+    const MessageVerdict message = resolve({m_verdict}, m_options);
+    if (message.refusal) {
+      return "550 5.7.1 " + *message.refusal;
+    }
+    if (message.isPostponed) {
+      return "451 4.7.1";
+    }
+    std::string done;
+    for (const ActionKey* key : m_verdict.keys()) {
+      const std::string words = _wordsFor(key->type, message);
+      if (!words.empty() && done.find(words) == std::string::npos) {
+        done.append(done.empty() ? "" : ", ").append(words);
+      }
+    }
+    return done.empty() ? "passes: the rule has no action" : done;
+  }
+
+  // Empty for an action that a stronger one excludes.
+  std::string _wordsFor(ZaroAction::ActionType type, const MessageVerdict& message) const {
+    const RecipientOutcome& recipient = message.recipients.front();
     switch (type) {
       case ZaroAction::Delete:
-        return rule.reply.empty() ? "the recipient is dropped" : "550 5.7.1 " + rule.reply;
-      case ZaroAction::Postpone:
-        return "451 4.7.1";
-      case ZaroAction::Quarantine:
-        return m_sight.seesArea(*m_verdict.rule) ? "held: area " + m_verdict.rule->area : "held";
+        return recipient.what == RecipientOutcome::What::Drop ? "the recipient is dropped" : "";
       case ZaroAction::Readdress:
-        return "goes to " + rule.address + " instead";
+        return recipient.what == RecipientOutcome::What::Readdress ? "goes to " + recipient.text + " instead" : "";
+      case ZaroAction::Quarantine:
+        return !message.hold ? "" : m_sight.seesArea(*m_verdict.rule) ? "held: area " + *message.hold : "held";
       case ZaroAction::SubjectTagging:
-        return "subject tagged " + quoted(rule.tag);
+        return message.tag ? "subject tagged " + quoted(*message.tag) : "";
       case ZaroAction::InsertXHeader:
-        return m_options.header + ": " + rule.headerValue;
-      default:
-        return "one more recipient: " + rule.address;
+        return message.headerValue ? m_options.header + ": " + *message.headerValue : "";
+      case ZaroAction::Archive:
+      case ZaroAction::Bcc:
+        return "one more recipient: " + message.extraRecipients.front();
+      default:  // Postpone
+        return "";
     }
   }
 

@@ -180,6 +180,44 @@ TEST(MailAddress, losesTheTagsThatTheFormNames) {
   }
 }
 
+TEST(MailAddress, isOneMailboxThatMailCanBeSentTo) {
+  for (const char* address : {"a@b.test", "a.b+c%d!e@b-c.d_e.test", "\"a b\"@c.test", "\"a\\\"@b,c\"@d.test",
+                              "a@localhost", "a@[192.0.2.1]", "a@[IPv6:2001:db8::1]", "\u00FC@b\u00FCcher.test"}) {
+    EXPECT_TRUE(isMailbox(address)) << address;
+  }
+  for (const char* address : {"",
+                              "<>",
+                              "a",
+                              "a@",
+                              "@example.com",
+                              "a,b@example.com",
+                              "x@example.com,y@example.com",
+                              "a@example..com",
+                              "a@.example.com",
+                              "a@example.com.",
+                              "a(@example.com",
+                              "\"a@example.com",
+                              "a\"b\"@example.com",
+                              "\"a\"b@example.com",
+                              "\"a\"b\"@example.com",
+                              "\"a\\\"@example.com",
+                              "a@b@example.com",
+                              "a b@example.com",
+                              "a@exam ple.com",
+                              ".a@example.com",
+                              "a.@example.com",
+                              "a..b@example.com",
+                              "<a@example.com>",
+                              "a@[192.0.2.1",
+                              "a@[]",
+                              "a@[1]x",
+                              "\"a\rb\"@example.com",
+                              "@relay.test:a@example.com",
+                              "\"\"@example.com"}) {
+    EXPECT_FALSE(isMailbox(address)) << address;
+  }
+}
+
 TEST(MailPattern, hasTheFormOfTheAddressesThatItNames) {
   for (const Spelling& test : kPatterns) {
     EXPECT_EQ(normalPattern(test.spelled), test.form) << test.label;

@@ -61,6 +61,12 @@ const Wrong kWrong[] = {
      "rule 7 (\"rule\") wants Stamped, which a mail filter cannot do"},
     {"no address", [](PolicyMaker& maker) { ruleOf(maker).actions = "00000100000000000"; },
      "rule 7 (\"rule\"): Readdress needs an address"},
+    {"what is no address",
+     [](PolicyMaker& maker) {
+       ruleOf(maker).actions = "00000100000000000";
+       ruleOf(maker).address = "a@b.test,c@d.test";
+     },
+     "rule 7 (\"rule\"): Readdress needs an address, which \"a@b.test,c@d.test\" is not"},
     {"a tag of two lines", [](PolicyMaker& maker) { ruleOf(maker).tag = "a\r\nBcc: b@c.test"; },
      "rule 7 (\"rule\") has a control character in \"a\r\nBcc: b@c.test\""},
     {"two of one position", [](PolicyMaker& maker) { maker.rule("other", {}).position = 1; },
@@ -102,6 +108,12 @@ TEST(PolicyGeneration, doesNotLookAtDisabledRules) {
   ruleOf(maker).lists[0].group = 9;
   ruleOf(maker).enabled = false;
   EXPECT_TRUE(PolicyGeneration(maker.policy()).rules().empty());
+}
+
+TEST(PolicyGeneration, doesNotLookAtAnAddressThatNoActionTakes) {
+  PolicyMaker maker = soundPolicy();
+  ruleOf(maker).address = "a@b.test,c@d.test";
+  EXPECT_EQ(PolicyGeneration(maker.policy()).rules().size(), 1u);
 }
 
 TEST(PolicyGeneration, warnsOfAPatternWithKindsThatExcludeEachOther) {

@@ -172,6 +172,7 @@ TEST_P(Rule, refusesWhatIsBeyondTheBoundaryOrMakesNoSense) {
       {"Quarantine without an area", add({"--action", "Quarantine"}), "Quarantine needs a quarantine area"},
       {"Bcc without an address", add({"--action", "Bcc"}), "Bcc needs an address"},
       {"no address", add({"--address", "*@b.test"}), "is no address"},
+      {"two addresses", add({"--address", "a@b.test,c@b.test"}), "is no address"},
       {"address beyond ASCII", add({"--address", "a@b\u00FCcher.test"}), "is not plain ASCII"},
       {"line break in a reply", add({"--reply", "a\nb"}), "holds control characters"},
       {"position nought", add({"--position", "0"}), "is no number from 1"},
@@ -249,6 +250,49 @@ TEST_P(Rule, tellsWhyMailIsDecided) {
   EXPECT_EQ(told["hidden_rules"], 1);
   EXPECT_EQ(told["patterns"], Json::array());
   EXPECT_EQ(told["decision"], Json({{"done", "decided by a rule that is not seen"}}));
+}
+
+// Of actions that exclude each other one is done, and a recipient who is refused or postponed has no message.
+TEST_P(Rule, tellsWhatHappensToAMessageForTheRecipient) {
+  addBlock("Sales");
+  const struct {
+    const char* actions;
+    const char* reply;
+    const char* done;
+  } kCases[] = {{"Delete,Quarantine", "", "the recipient is dropped"},
+                {"Quarantine,Postpone", "", "held: area Sales quarantine"},
+                {"Archive,Delete", "not you", "550 5.7.1 not you"},
+                {"Archive,Delete", "", "one more recipient: a@b.test, the recipient is dropped"},
+                {"Postpone,Bcc", "", "451 4.7.1"},
+                {"Archive,Bcc", "", "one more recipient: a@b.test"},
+                {"Postpone,SubjectTagging", "", "451 4.7.1"},
+                {"Readdress,Postpone", "", "goes to a@b.test instead"},
+                {"Readdress,Quarantine,SubjectTagging", "",
+                 "held: area Sales quarantine, goes to a@b.test instead, subject tagged \"[x]\""},
+                {"", "", "passes: the rule has no action"}};
+  for (const auto& row : kCases) {
+    mustRunAs("sales-admin", {"modify", "Sales", "--action", row.actions, "--reply", row.reply, "--quarantine",
+                              id("Sales quarantine"), "--address", "a@b.test", "--tag", "[x]"});
+    const ProgramResult told = run({"rule", "why", "--json", "x@example.com", "ann@north.sales.example.test"});
+    EXPECT_EQ(Json::parse(told.out)["decision"]["done"], row.done) << row.actions;
+  }
+}
+
+TEST_P(Rule, warnsOfAGroupWithKindsThatLeaveItWithoutEffect) {
+  const Words add = {"add", "--for", "*@*.sales.example.test", "--list", "Partners:allow", "New"};
+  EXPECT_THAT(mustRunAs("sales-admin", add).err, IsEmpty());
+  const auto warning = [this](const Words& lists) {
+    Words words = {"modify", "New"};
+    for (const std::string& list : lists) {
+      words.insert(words.end(), {"--list", list});
+    }
+    return mustRunAs("sales-admin", words).err;
+  };
+  EXPECT_THAT(warning({"Partners:allow", "Sales team:block", "Partners:allow"}), IsEmpty());
+  EXPECT_THAT(warning({"Partners:allow", "Partners:block"}),
+              HasSubstr("the group \"Partners\" is allow and block in one rule, and counts as allow"));
+  EXPECT_THAT(warning({"Sales team:allow", "Partners:block", "Partners:except-block"}),
+              HasSubstr("the group \"Partners\" is block and except-block in one rule, and has no say in it"));
 }
 
 TEST_P(Rule, tellsWhatTheFilterDoesByItsSettings) {
