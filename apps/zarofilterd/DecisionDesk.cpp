@@ -35,21 +35,21 @@ Verdict DecisionDesk::decideWithoutHeader(const PolicyGeneration& generation, co
 
 void DecisionDesk::tell(const PolicyGeneration& generation, const std::string& queueId, const Question& question,
                         const Verdict& verdict, const std::string& done) const {
-  std::string line = logField("queue", queueId.empty() ? "NOQUEUE" : queueId);
-  const auto add = [&](const char* name, const std::string& value) { line += " " + logField(name, value); };
-  add("sender", std::string(question.sender));
+  LogFields line;
+  line.add("queue", queueId.empty() ? "NOQUEUE" : queueId);
+  line.add("sender", std::string(question.sender));
   if (question.headerFrom) {
-    add("from", std::string(*question.headerFrom));
+    line.add("from", std::string(*question.headerFrom));
   }
-  add("recipient", std::string(question.recipient));
-  add("rule", ruleName(verdict));
-  add("pattern", std::string(verdict.pattern));
-  add("code", std::to_string(verdict.code));
-  add("action", keysText(verdict.keys()));
+  line.add("recipient", std::string(question.recipient));
+  line.add("rule", ruleName(verdict));
+  line.add("pattern", std::string(verdict.pattern));
+  line.add("code", std::to_string(verdict.code));
+  line.add("action", keysText(verdict.keys()));
   if (verdict.does(ZaroAction::Quarantine)) {
-    add("area", verdict.rule->area);
+    line.add("area", verdict.rule->area);
   }
-  add("done", settings.decisions.shadow ? "shadow" : verdict.isExempt ? "exempt" : done);
-  add("generation", std::to_string(generation.version()));
+  line.add("done", settings.decisions.shadow ? "shadow" : verdict.isExempt ? "exempt" : done);
+  line.add("generation", std::to_string(generation.version()));
   log.info(line);
 }

@@ -13,13 +13,19 @@ def message(subject="Hello", more=""):
     return f"Subject: {subject}\r\nX-Marker: {marker}\r\n{more}\r\nText\r\n", marker
 
 
+# Of which a mail server called mx.test makes a@sales.example.com.
+REWRITTEN_RECIPIENTS = ("<a%sales.example.com>", "<sales.example.com!a>", "<a@sales.example.com@mx.test>",
+                        "<a%sales.example.com@mx.test>", '<"a@sales.example.com"@mx.test>', "< a @ sales.example.com >",
+                        "<a@sales.example.com (c)>")
+
+
 class PostfixMatrix(MailTest):
     def setUp(self):
         super().setUp()
         rule = self.gateway.rule
         rule("allow", ["friend@bad.test"], kind=1)
         rule("null sender", ["<>"], scope="*@null.example.com", actions=["Delete"], reply="no bounces here")
-        rule("refuse", ["refused@bad.test"], actions=["Delete"], reply="100% refused")
+        rule("refuse", ["refused@bad.test", "refused@dead.test"], actions=["Delete"], reply="100% refused")
         rule("sales only", ["mixed@bad.test"], scope="*@sales.example.com", actions=["Delete"], reply="not to sales")
         rule("drop for one", ["half@bad.test"], scope="one@example.com", actions=["Delete"])
         rule("drop", ["dropped@bad.test"], actions=["Delete"])
@@ -34,7 +40,10 @@ class PostfixMatrix(MailTest):
         rule("by header", ["forged@bad.test"], compares=2, actions=["Delete"], reply="not from there")
         self.gateway.set(delimiter="+", strip_srs="yes")
         self.filter = self.start_filter()
-        self.server = self.start_postfix(smtpd_authorized_xclient_hosts="127.0.0.1", virtual_mailbox_domains="example.com, sales.example.com, null.example.com")
+        self.server = self.start_postfix(
+            smtpd_authorized_xclient_hosts="127.0.0.1", mydestination="mx.test",
+            transport_maps="inline:{dead.test=error:gone}",
+            virtual_mailbox_domains="example.com, sales.example.com, null.example.com")
 
     def send(self, sender, recipients, subject="Hello", more=""):
         body, marker = message(subject, more)
@@ -47,7 +56,8 @@ class PostfixMatrix(MailTest):
                      self.tags, self.readdresses, self.copies, self.holds, self.takes_forged_headers_out, self.by_header,
                      self.null_sender, self.quoted_local_part, self.huge_header, self.eight_bit, self.pipelining,
                      self.broken_connections, self.many_messages_in_a_session, self.by_subdomain,
-                     self.spellings_of_senders, self.extension_of_a_recipient, self.authenticated):
+                     self.spellings_of_senders, self.extension_of_a_recipient, self.authenticated,
+                     self.addresses_that_the_server_rewrites):
             with self.subTest(case.__name__):
                 case()
 
@@ -136,6 +146,26 @@ class PostfixMatrix(MailTest):
     def extension_of_a_recipient(self):
         codes, _, _ = self.send("x@good.test", ["list+topic@example.com", "other+list@example.com"])
         self.assertEqual(codes, [550, 250])
+
+    def addresses_that_the_server_rewrites(self):
+        # Each is delivered as the plain one is.
+        def replies(sender, recipient):
+            return self.server.replies(f"MAIL FROM:{sender}", f"RCPT TO:{recipient}")
+
+        for sender in ("<refused%bad.test>", "<bad.test!refused>", "<refused@bad.test (x)>", "<x: refused@bad.test;>",
+                       "<Foo <refused@bad.test>>", "<refused@bad . test>", "<refused%dead.test>"):
+            self.assertEqual(replies(sender, "<a@example.com>"), [250, 550], sender)
+        for recipient in REWRITTEN_RECIPIENTS:
+            self.assertEqual(replies("<mixed@bad.test>", recipient), [250, 550], recipient)
+        # The server knows a recipient by the client's spelling.
+        with self.server.connect() as session:
+            session.ehlo()
+            session.docmd("MAIL FROM:<moved@bad.test>")
+            self.assertEqual(session.docmd("RCPT TO:<a%example.com>")[0], 250)
+            body, marker = message()
+            session.data(body)
+        self.assertIn("Delivered-To: other@example.com\n", self.server.wait_for_mail(marker)[0])
+        self.assertEqual(len(self.server.wait_for_mail(marker)), 1)
 
     def authenticated(self):
         # What a login leaves behind; XCLIENT stands for it.
@@ -230,6 +260,19 @@ class PolicyDelegation(MailTest):
             milter="", smtpd_recipient_restrictions=f"check_policy_service unix:{self.gateway.home}/run/policy.sock")
         self.assertEqual(server.send("refused@bad.test", ["a@example.com", "b@example.com"])[0], [550, 250])
         self.assertEqual(server.send("later@bad.test", ["a@example.com"])[0], [451])
+
+    def test_is_asked_for_the_address_that_is_delivered_to_with_the_settings_of_the_manual(self):
+        self.gateway.rule("refuse", ["refused@bad.test"], scope="a@sales.example.com", actions=["Delete"], reply="go away")
+        self.gateway.set(policy_socket="unix:run/policy.sock")
+        self.start_filter()
+        server = self.start_postfix(
+            milter="", smtpd_recipient_restrictions=f"check_policy_service unix:{self.gateway.home}/run/policy.sock",
+            mydestination="mx.test", virtual_mailbox_domains="sales.example.com",
+            allow_percent_hack="no", swap_bangpath="no", resolve_dequoted_address="no")
+        for recipient in REWRITTEN_RECIPIENTS:
+            code = server.replies("MAIL FROM:<refused@bad.test>", f"RCPT TO:{recipient}")[1]
+            # By the filter, or for an address of mx.test, where no mail is delivered.
+            self.assertIn(code, (550, 554), recipient)
 
 
 if __name__ == "__main__":

@@ -275,6 +275,12 @@ postlog unix-dgram n - n - 1 postlogd
             taken = any(code == 250 for code, _ in replies)
             return [code for code, _ in replies], session.data(body) if taken else None
 
+    def replies(self, *commands):
+        """Answers the reply codes to commands as they stand here, none of which a client library spells otherwise."""
+        with self.connect() as session:
+            session.ehlo()
+            return [session.docmd(command)[0] for command in commands]
+
     def delivered(self):
         """The messages in the Maildir, as texts."""
         mail = self.directory / "mail" / "all" / "new"

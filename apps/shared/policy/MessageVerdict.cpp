@@ -160,7 +160,8 @@ RecipientOutcome outcomeAtRecipient(const Verdict& verdict, const MailFilterOpti
   return outcome.what == What::Refuse || outcome.what == What::Postpone ? outcome : RecipientOutcome();
 }
 
-MessageVerdict resolve(const std::vector<Verdict>& verdicts, const MailFilterOptions& options) {
+MessageVerdict resolve(const std::vector<Verdict>& verdicts, const MailFilterOptions& options,
+                       const std::vector<Verdict>& turnedAway) {
   if (options.shadow) {
     return shadowOf(verdicts);
   }
@@ -191,6 +192,10 @@ MessageVerdict resolve(const std::vector<Verdict>& verdicts, const MailFilterOpt
       outcomes[place] = {What::Drop, {}};
     }
     actions.add(verdicts[place], isKept(outcomes[place]));
+  }
+  for (const Verdict& verdict : turnedAway) {
+    constexpr bool kIsRecipientKept = false;
+    actions.add(verdict, kIsRecipientKept);
   }
   message.isDiscarded = !verdicts.empty() && message.extraRecipients.empty() && are(outcomes, What::Drop);
   if (message.deciding) {

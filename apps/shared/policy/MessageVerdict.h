@@ -46,4 +46,7 @@ struct MessageVerdict {
 };
 
 // Resolves the verdicts for the recipients that were accepted. In shadow mode there is only `decision`.
-MessageVerdict resolve(const std::vector<Verdict>& verdicts, const MailFilterOptions& options);
+//   turnedAway  verdicts for recipients that were refused or postponed as they were named: if the message goes on, the
+//               copies are made that they ask for
+MessageVerdict resolve(const std::vector<Verdict>& verdicts, const MailFilterOptions& options,
+                       const std::vector<Verdict>& turnedAway = {});

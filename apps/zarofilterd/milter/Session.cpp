@@ -7,6 +7,7 @@
 
 #include "mail/MailAddress.h"
 #include "milter/HeaderText.h"
+#include "patterns/PatternPieces.h"
 
 namespace {
 
@@ -33,12 +34,37 @@ const char* wordFor(RecipientOutcome::What what) {
   return "";
 }
 
+bool isPlainInLocalPart(char character) {
+  return isNameCharacter(character) && character != '%' && character != '!';
+}
+
+// Whether every mail server takes an address for what it says: <NAME@HOST.DOMAIN>, without characters that some read as
+// a route.
+bool isPlain(std::string_view spelled) {
+  const bool isInBrackets = spelled.size() >= 2 && spelled.front() == '<' && spelled.back() == '>';
+  const std::string_view address = isInBrackets ? spelled.substr(1, spelled.size() - 2) : spelled;
+  const std::size_t at = std::min(address.find('@'), address.size());
+  const std::string_view name = address.substr(0, at);
+  return isMailbox(address) && address.find('.', at) != std::string_view::npos && address[at + 1] != '[' &&
+         std::all_of(name.begin(), name.end(), isPlainInLocalPart);
+}
+
+// What the rules are asked for. A plain address stays: a server's tables may lead its mail elsewhere, and with Sendmail
+// the macro says where. A macro without "@" names a local user, and adds nothing.
+std::string askedFor(const std::string& spelled, const std::string& macro) {
+  return isPlain(spelled) || macro.find('@') == std::string::npos ? spelled : '<' + macro + '>';
+}
+
+bool asksForACopy(const Verdict& verdict) {
+  return verdict.does(ZaroAction::Archive) || verdict.does(ZaroAction::Bcc);
+}
+
 }  // namespace
 
 void Session::beginMessage(const std::string& sender, MailServer& server) {
   endMessage();
   m_begun = m_messages.begin();
-  m_sender = sender;
+  m_sender = askedFor(sender, server.macro("{mail_addr}"));
   // The name that the client logged in with. A certificate's name is none.
   m_authenticated = !server.macro("{auth_authen}").empty();
   m_policy = m_desk.policy.current();
@@ -53,13 +79,19 @@ Session::Reply Session::recipient(const std::string& recipient, MailServer& serv
     return m_desk.settings.acceptWithoutPolicy ? Reply::Continue
                                                : _refuse("451", "4.3.5", "There is no mail policy", server);
   }
-  const Question question = _question(recipient);
+  // Of a recipient that it refuses itself, a server has the reason there.
+  const bool isRefused = server.macro("{rcpt_mailer}") == "error";
+  const std::string asked = isRefused ? recipient : askedFor(recipient, server.macro("{rcpt_addr}"));
+  const Question question = _question(asked);
   const Verdict verdict = m_desk.decide(*m_policy, question);
   const RecipientOutcome outcome = outcomeAtRecipient(verdict, m_desk.settings.decisions);
   const bool refused = outcome.what == RecipientOutcome::What::Refuse;
   if (!refused && outcome.what != RecipientOutcome::What::Postpone) {
-    m_recipients.push_back({recipient, verdict});
+    m_recipients.push_back({recipient, asked, verdict});
     return Reply::Continue;
+  }
+  if (asksForACopy(verdict)) {
+    m_turnedAway.push_back(verdict);
   }
   m_desk.tell(*m_policy, server.macro("i"), question, verdict, wordFor(outcome.what));
   return refused ? _refuse("550", "5.7.1", outcome.text, server) : _refuse("451", "4.7.1", kPostponed, server);
@@ -95,7 +127,7 @@ Session::Reply Session::endOfMessage(MailServer& server) {
     return Reply::Continue;
   }
   m_desk.metrics.countFailedMessage();
-  m_desk.log.error(logField("queue", server.macro("i")) + " the mail server did not take what is to be done");
+  m_desk.log.error(LogFields().add("queue", server.macro("i")).say("the mail server did not take what is to be done"));
   return Reply::TempFail;
 }
 
@@ -107,6 +139,7 @@ void Session::endMessage() {
   m_authenticated = false;
   m_sender.clear();
   m_recipients.clear();
+  m_turnedAway.clear();
   m_from.reset();
   m_headerFrom.reset();
   m_subject.reset();
@@ -130,7 +163,7 @@ void Session::_decideByHeader() {
   m_headerFrom = addressOfFrom(m_from.value_or("")).value_or("");
   for (Recipient& recipient : m_recipients) {
     if (recipient.verdict.awaitsHeader) {
-      recipient.verdict = m_desk.decide(*m_policy, _question(recipient.spelled));
+      recipient.verdict = m_desk.decide(*m_policy, _question(recipient.asked));
     }
   }
 }
@@ -141,13 +174,13 @@ MessageVerdict Session::_resolve() const {
   for (const Recipient& recipient : m_recipients) {
     verdicts.push_back(recipient.verdict);
   }
-  return resolve(verdicts, m_desk.settings.decisions);
+  return resolve(verdicts, m_desk.settings.decisions, m_turnedAway);
 }
 
 void Session::_tellAll(const std::string& queueId, const MessageVerdict& message) const {
   for (std::size_t i = 0; i < m_recipients.size(); ++i) {
     const Recipient& recipient = m_recipients[i];
-    m_desk.tell(*m_policy, queueId, _question(recipient.spelled), recipient.verdict, wordFor(message.recipients[i].what));
+    m_desk.tell(*m_policy, queueId, _question(recipient.asked), recipient.verdict, wordFor(message.recipients[i].what));
   }
 }
 
@@ -181,11 +214,10 @@ bool Session::_applyToRecipients(const MessageVerdict& message, MailServer& serv
   bool taken = true;
   std::set<std::string> present;
   for (std::size_t i = 0; i < m_recipients.size(); ++i) {
-    const std::string& recipient = m_recipients[i].spelled;
-    const std::string form = normalAddress(recipient);
+    const std::string form = normalAddress(m_recipients[i].asked);
     present.insert(form);
     if (message.recipients[i].what != RecipientOutcome::What::Pass && wanted.count(form) == 0) {
-      taken = taken && server.deleteRecipient(recipient);
+      taken = taken && server.deleteRecipient(m_recipients[i].spelled);
     }
   }
   for (const std::string& recipient : added) {

@@ -24,6 +24,8 @@ class Session {
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
+  // Addresses come as the client spells them. A server may deliver to another one than is spelled, such as Postfix to
+  // u@example.com for <u%example.com>; rules are asked for the one in the macros {mail_addr} and {rcpt_addr} then.
   // Throw std::bad_alloc; the message is then to be postponed.
   void beginMessage(const std::string& sender, MailServer& server);
   Reply recipient(const std::string& recipient, MailServer& server);
@@ -34,7 +36,8 @@ class Session {
 
  private:
   struct Recipient {
-    std::string spelled;
+    std::string spelled;  // by which the server knows it
+    std::string asked;
     Verdict verdict;
   };
 
@@ -57,6 +60,7 @@ class Session {
   std::shared_ptr<const PolicyGeneration> m_policy;
   std::string m_sender;
   std::vector<Recipient> m_recipients;
+  std::vector<Verdict> m_turnedAway;  // that ask for copies, for recipients that were refused or postponed
   std::optional<std::string> m_from;  // the field, not yet read
   std::optional<std::string> m_headerFrom;
   std::optional<std::string> m_subject;

@@ -235,8 +235,8 @@ class Session : public Connection, public std::enable_shared_from_this<Session<S
     _judgeCertificate();
     const Answer answer = m_surroundings.handler.answer(m_request);
     if (!answer.refusal.empty()) {
-      m_surroundings.log.warning("refused: " + logField("peer", m_peer.address().to_string()) + " " +
-                                 logField("path", answer.path) + " " + logField("why", answer.refusal));
+      m_surroundings.log.warning(
+          LogFields("refused:").add("peer", m_peer.address().to_string()).add("path", answer.path).add("why", answer.refusal));
     }
     if (answer.hold.count() > 0) {
       m_holdEnd = Clock::now() + answer.hold;

@@ -14,6 +14,7 @@
 
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -256,6 +257,123 @@ TEST_F(SessionTest, exemptsWhoLoggedInButNotWhoHasACertificate) {
   EXPECT_EQ(recipientReply("<refused@bad.test>"), Reply::Continue);
   m_parts.settings.decisions.exemptAuthenticated = false;
   EXPECT_EQ(recipientReply("<refused@bad.test>"), Reply::Reject);
+}
+
+// What a mail server makes of an address, beside what the client wrote.
+struct RewrittenCase {
+  const char* label;
+  const char* sender;
+  const char* mailAddress;
+  const char* recipient;
+  const char* recipientAddress;
+  const char* recipientMailer;
+  Reply reply;
+  const char* told;
+};
+
+const RewrittenCase kRewrittenCases[] = {
+    {"percent hack of a sender", "<refused%bad.test>", "refused@bad.test", "<a@b.test>", "a@b.test", "smtp",
+     Reply::Reject, "sender=<refused@bad.test>"},
+    {"bang path of a sender", "<bad.test!refused>", "refused@bad.test", "<a@b.test>", "a@b.test", "smtp", Reply::Reject,
+     "sender=<refused@bad.test>"},
+    {"comment behind a sender", "<refused@bad.test (x)>", "refused@bad.test", "<a@b.test>", "a@b.test", "smtp",
+     Reply::Reject, "sender=<refused@bad.test>"},
+    {"sender of one label", "<refused@bad>", "refused@bad.test", "<a@b.test>", "a@b.test", "smtp", Reply::Reject,
+     "sender=<refused@bad.test>"},
+    {"sender to whom nothing is sent", "<refused%bad.test>", "refused@bad.test", "<a@b.test>", "a@b.test", "smtp",
+     Reply::Reject, "sender=<refused@bad.test>"},
+    {"percent hack of a recipient", "<mixed@bad.test>", "mixed@bad.test", "<c%x.sales.test>", "c@x.sales.test",
+     "virtual", Reply::Reject, "recipient=<c@x.sales.test>"},
+    {"two domains of a recipient", "<mixed@bad.test>", "mixed@bad.test", "<c@x.sales.test@mx.test>", "c@x.sales.test",
+     "virtual", Reply::Reject, "recipient=<c@x.sales.test>"},
+    {"blanks in a recipient", "<mixed@bad.test>", "mixed@bad.test", "< c @ x.sales.test >", "c@x.sales.test", "virtual",
+     Reply::Reject, "recipient=<c@x.sales.test>"},
+    {"quoted recipient", "<mixed@bad.test>", "mixed@bad.test", "<\"c@x.sales.test\"@mx.test>", "c@x.sales.test",
+     "virtual", Reply::Reject, "recipient=<c@x.sales.test>"},
+    {"no macros", "<refused%bad.test@bad.test>", "", "<c@b.test>", "", "", Reply::Continue, ""},
+    {"null sender", "<>", "", "<a@b.test>", "a@b.test", "smtp", Reply::Continue, ""},
+    {"local user", "<refused@bad.test>", "refused", "<a@b.test>", "a", "local", Reply::Reject,
+     "sender=<refused@bad.test>"},
+    {"reason of a recipient that the server refuses", "<mixed@bad.test>", "mixed@bad.test", "<\"c\"@x.sales.test>",
+     "5.1.1 <c@b.test>: unknown", "error", Reply::Reject, "recipient=\"<\\\"c\\\"@x.sales.test>\""},
+    {"plain address that a table of the server leads elsewhere", "<mixed@bad.test>", "mixed@bad.test",
+     "<c@x.sales.test>", "other@b.test", "smtp", Reply::Reject, "recipient=<c@x.sales.test>"},
+};
+
+TEST_F(SessionTest, decidesByTheAddressesThatTheMailServerDeliversTo) {
+  m_made.policy().rules[9].reply = "not to sales";
+  usePolicy();
+  for (const RewrittenCase& row : kRewrittenCases) {
+    SCOPED_TRACE(row.label);
+    m_server.macros = {{"{mail_addr}", row.mailAddress},
+                       {"{mail_mailer}", "error"},
+                       {"{rcpt_addr}", row.recipientAddress},
+                       {"{rcpt_mailer}", row.recipientMailer}};
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(recipientReply(row.sender, row.recipient), row.reply);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr(row.told));
+  }
+}
+
+TEST_F(SessionTest, knowsARecipientThatIsThereAlreadyByItsAddressAndNamesItAsSpelled) {
+  usePolicy();
+  m_session.beginMessage("<moved@bad.test>", m_server);
+  for (const auto& [spelled, address] :
+       {std::pair("<a%b.test>", "a@b.test"), std::pair("<other%b.test>", "other@b.test")}) {
+    m_server.macros["{rcpt_addr}"] = address;
+    EXPECT_EQ(m_session.recipient(spelled, m_server), Reply::Continue);
+  }
+  EXPECT_EQ(m_session.endOfMessage(m_server), Reply::Continue);
+  EXPECT_THAT(m_server.notes, ElementsAre("delete <a%b.test>", HasSubstr("rule=move")));
+}
+
+// Whether a recipient is refused at once or at the end of the message is the same to the copies.
+TEST_F(SessionTest, copiesForARecipientThatWasRefusedOrPostponed) {
+  const unsigned int toSales = m_made.entity("*@sales.b.test");
+  const struct {
+    const char* key;
+    const char* reply;
+    MailPolicy::Compare compare;
+    Reply recipient;
+  } kCases[] = {{"Delete", "no", MailPolicy::Compare::Envelope, Reply::Reject},
+                {"Delete", "no", MailPolicy::Compare::Header, Reply::Continue},
+                {"Postpone", "", MailPolicy::Compare::Envelope, Reply::TempFail},
+                {"Postpone", "", MailPolicy::Compare::Header, Reply::Continue}};
+  for (const auto& row : kCases) {
+    SCOPED_TRACE(std::string(row.key) + " " + nameOfComparison(row.compare));
+    m_made.policy().rules.clear();
+    MailPolicy::Rule& rule = m_made.rule("archive", {"archived@bad.test"}, 2, {"Archive", row.key});
+    rule.scope = toSales;
+    rule.compare = row.compare;
+    rule.reply = row.reply;
+    rule.address = "archive@b.test";
+    usePolicy();
+    m_server.notes.clear();
+    m_session.beginMessage("<archived@bad.test>", m_server);
+    EXPECT_EQ(m_session.recipient("<c@sales.b.test>", m_server), row.recipient);
+    EXPECT_EQ(m_session.recipient("<a@b.test>", m_server), Reply::Continue);
+    m_session.header("From", "archived@bad.test");
+    EXPECT_EQ(m_session.endOfMessage(m_server), Reply::Continue);
+    EXPECT_THAT(m_server.notes, Contains("add archive@b.test"));
+    // The next message of the connection has nothing of it.
+    m_server.notes.clear();
+    send("<nobody@good.test>", {"<a@b.test>"});
+    EXPECT_THAT(m_server.notes, IsEmpty());
+  }
+}
+
+TEST_F(SessionTest, tellsDifferentAddressesApartInTheLog) {
+  usePolicy();
+  const auto told = [this](const std::string& sender) {
+    testing::internal::CaptureStderr();
+    send(sender, {"<a@b.test>"});
+    return testing::internal::GetCapturedStderr();
+  };
+  EXPECT_THAT(told("<\"u\"@b.test>"), HasSubstr(R"( sender="<\"u\"@b.test>" )"));
+  EXPECT_THAT(told("<'u'@b.test>"), HasSubstr(" sender=<'u'@b.test> "));
+  EXPECT_THAT(told(R"(<u\"@b.test>)"), HasSubstr(R"( sender="<u\\\"@b.test>" )"));
+  EXPECT_THAT(told(R"(<u\v@b.test>)"), HasSubstr(R"( sender=<u\\v@b.test> )"));
+  EXPECT_THAT(told("<u\tv@b.test>"), HasSubstr(R"( sender=<u\tv@b.test> )"));
 }
 
 TEST_F(SessionTest, goesByTheSettingWithoutAPolicy) {
