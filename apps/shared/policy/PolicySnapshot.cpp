@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "ZaroRuntime/RuntimeError.h"
+#include "console/JsonText.h"
 #include "policy/PolicyError.h"
 
 using Json = nlohmann::ordered_json;
@@ -204,7 +205,7 @@ MailPolicy read(const std::function<bool(std::string&)>& next) {
   if (!next(line)) {
     refuse("it is empty");
   }
-  const Json head = Json::parse(line);
+  const Json head = parsedJson(line);
   if (head.at("format") != kFormat) {
     refuse("another format");
   }
@@ -217,7 +218,7 @@ MailPolicy read(const std::function<bool(std::string&)>& next) {
     if (!next(line)) {
       refuse("it is cut");
     }
-    const Json value = Json::parse(line);
+    const Json value = parsedJson(line);
     if (value.contains("sha256")) {
       if (value.at("sha256") != digest.hex()) {
         refuse("it was changed");
@@ -272,6 +273,8 @@ void writeSnapshot(const MailPolicy& policy, const std::function<void(std::strin
 MailPolicy readSnapshot(const std::function<bool(std::string&)>& next) {
   try {
     return read(next);
+  } catch (const JsonTextError& failure) {
+    refuse(std::string("a line ") + failure.what());
   } catch (const Json::exception& failure) {
     refuse(failure.what());
   }

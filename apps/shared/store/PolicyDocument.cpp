@@ -6,6 +6,7 @@
 #include <map>
 #include <set>
 
+#include "console/JsonText.h"
 #include "console/Text.h"
 
 using zaroruntime::RuntimeError;
@@ -266,9 +267,9 @@ void requireSound(const Json& policy) {
 
 Json parsed(const std::string& text) {
   try {
-    return Json::parse(text);
-  } catch (const Json::parse_error& failure) {
-    throw PolicyTextError(std::string("is no JSON: ") + failure.what());
+    return parsedJson(text);
+  } catch (const JsonTextError& failure) {
+    throw PolicyTextError(failure.what());
   }
 }
 

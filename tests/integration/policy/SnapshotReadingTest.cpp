@@ -181,10 +181,23 @@ TEST(SnapshotReading, hostileLinesAreRefusedThoughTheDigestIsRight) {
   }
 }
 
+// A further key makes the head grow, and what it holds be copied.
 TEST(SnapshotReading, deepNestingIsRefused) {
-  const std::string deep(200000, '[');
-  EXPECT_NE(refusalOf(deep), "");
-  EXPECT_NE(refusalOf(deep + std::string(200000, ']')), "");
+  const std::string deep = std::string(200000, '[') + std::string(200000, ']');
+  const std::string rest = R"(,"version":1,"rules":0,"entities":0,"groups":0,"members":0,"objects":0})";
+  const std::string head = R"({"format":1)" + rest + "\n";
+  for (const std::string& text :
+       {std::string(200000, '['), deep, R"({"format":)" + deep + rest, head + R"({"rule":)" + deep + R"(,"name":"x"})",
+        head + R"({"name":"\"]]\\","rule":)" + deep + R"(,"position":1})"}) {
+    EXPECT_NE(refusalOf(text).find("more than 8 levels deep"), std::string::npos) << text.substr(0, 100);
+  }
+}
+
+TEST(SnapshotReading, bracketsInTextsAreNoNesting) {
+  MailPolicy policy = wholePolicy();
+  policy.rules[0].name = "[[[[[[[[[[\"{{{{{{{{{{\\";
+  policy.groups[1].members = {"\"[[[[[[[[[[\"@b.test", "\\\"{{{{{{{{{{@b.test"};
+  EXPECT_EQ(snapshotBody(snapshotText(policyInSnapshot(snapshotText(policy)))), snapshotBody(snapshotText(policy)));
 }
 
 }  // namespace

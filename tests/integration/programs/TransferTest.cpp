@@ -254,6 +254,8 @@ TEST_P(Transfer, wrongDocumentsAreRefusedWithTheirPlaces) {
   } kRows[] = {
       {"", "is no JSON: "},
       {"[]", "is no exported policy"},
+      {R"({"entities": )" + std::string(100000, '[') + std::string(100000, ']') + R"(, "format": "zaropolicy"})",
+       "nests values more than 8 levels deep"},
       {R"({"format": "zaropolicy", "version": 2})", "of another version than 1"},
       {std::string("{") + kHead + R"(, "admins": []})", "unknown key, \"admins\""},
       {std::string("{") + kHead + R"(, "servers": {}})", "servers is no list"},
