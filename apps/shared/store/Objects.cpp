@@ -19,6 +19,7 @@
 
 using zaroruntime::FailureKind;
 using zaroruntime::RuntimeError;
+using zaroruntime::sqlLiteral;
 
 namespace {
 
@@ -193,6 +194,16 @@ std::string listed(const std::vector<std::string>& names) {
   return text;
 }
 
+Viewer viewerIn(StoreConnection& db, const std::string& adminName, unsigned int id) {
+  const bool isRoot = answerOf("cannot tell whether " + quoted(adminName) + " is the administration root",
+                               [&] { return EntityUtils::isAdminRoot(db.library(), id); });
+  Viewer viewer = {adminName, id, isRoot, entitiesOf(db, id)};
+  if (!viewer.isRoot && viewer.entities.empty()) {
+    throw NotThere(quoted(adminName) + " is assigned to no managing group, and sees no object");
+  }
+  return viewer;
+}
+
 void refuseOtherType(StoreConnection& db, const Viewer& viewer, const StoredObject& object, const StoredObject& changed) {
   if (changed.type == object.type) {
     return;
@@ -335,13 +346,19 @@ Viewer findViewer(const std::string& adminName) {
   const unsigned int id = adminIdOf(adminName);
   actAs(adminName);
   StoreConnection db;
-  const bool isRoot = answerOf("cannot tell whether " + quoted(adminName) + " is the administration root",
-                               [&] { return EntityUtils::isAdminRoot(db.library(), id); });
-  Viewer viewer = {adminName, id, isRoot, entitiesOf(id)};
-  if (!viewer.isRoot && viewer.entities.empty()) {
-    throw NotThere(quoted(adminName) + " is assigned to no managing group, and sees no object");
+  return viewerIn(db, adminName, id);
+}
+
+Viewer lockViewer(StoreConnection& db, const std::string& adminName) {
+  // For update, since the lock of a reference does not keep `is_root`.
+  const auto id = db.value("SELECT id FROM administrator WHERE name = " + sqlLiteral(adminName) + db.forUpdate(), "id");
+  if (!id) {
+    throw NotThere("no administrator named " + quoted(adminName));
   }
-  return viewer;
+  db.rows("SELECT entity_id FROM administrator_entity WHERE administrator_id = " + *id + " ORDER BY entity_id" +
+              db.forReference(),
+          {"entity_id"});
+  return viewerIn(db, adminName, static_cast<unsigned int>(std::stoul(*id)));
 }
 
 std::vector<SummaryNamedObject> visibleObjects(const Viewer& viewer, ZaroNamedObj::NaObjType type) {

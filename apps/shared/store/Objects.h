@@ -62,6 +62,9 @@ struct Viewer {
 std::string rulesText(bool namesThem, const std::vector<std::string>& rules);
 // NotThere also for one who could not see anything.
 Viewer findViewer(const std::string& adminName);
+// The same in a transaction that relies on it: to its end no other takes the administrator, a managing group of the
+// administrator's or the root's rights away. A change by an administrator begins with it, behind `actAs`.
+Viewer lockViewer(StoreConnection& db, const std::string& adminName);
 std::vector<SummaryNamedObject> visibleObjects(const Viewer& viewer, ZaroNamedObj::NaObjType type);
 std::vector<SummaryNamedObject> visibleObjects(StoreConnection& db, const Viewer& viewer, ZaroNamedObj::NaObjType type);
 // Whether `changeObject` would change an object that is visible. Removing also wants that no rule uses it.

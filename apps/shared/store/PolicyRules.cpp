@@ -1,6 +1,8 @@
 #include "store/PolicyRules.h"
 
 #include <algorithm>
+#include <cstring>
+#include <functional>
 #include <tuple>
 #include <utility>
 
@@ -362,6 +364,15 @@ class RuleEdit {
   PolicySight m_sight;
 };
 
+VisibleRule changeAs(const std::string& admin, const std::function<VisibleRule(RuleEdit&)>& change) {
+  actAs(admin);
+  return inTransaction([&](StoreConnection& db) {
+    const Viewer viewer = lockViewer(db, admin);
+    RuleEdit edit(db, viewer);
+    return change(edit);
+  });
+}
+
 }  // namespace
 
 PolicySight::PolicySight(StoreConnection& db, const Viewer& viewer)
@@ -401,9 +412,8 @@ VisibleRule findRule(const Viewer& viewer, const WantedRule& wanted) {
   return edit.shown(edit.find(wanted));
 }
 
-VisibleRule addRule(const Viewer& viewer, const std::string& name, const RuleChange& change) {
-  return inTransaction([&](StoreConnection& db) {
-    RuleEdit edit(db, viewer);
+VisibleRule addRule(const std::string& admin, const std::string& name, const RuleChange& change) {
+  return changeAs(admin, [&](RuleEdit& edit) {
     edit.lock(change);
     MailPolicy::Rule rule;
     rule.name = name;
@@ -417,9 +427,8 @@ VisibleRule addRule(const Viewer& viewer, const std::string& name, const RuleCha
   });
 }
 
-VisibleRule changeRule(const Viewer& viewer, const WantedRule& wanted, const RuleChange& change) {
-  return inTransaction([&](StoreConnection& db) {
-    RuleEdit edit(db, viewer);
+VisibleRule changeRule(const std::string& admin, const WantedRule& wanted, const RuleChange& change) {
+  return changeAs(admin, [&](RuleEdit& edit) {
     edit.lock(change);
     const MailPolicy::Rule before = edit.findModifiable(wanted);
     MailPolicy::Rule rule = before;
@@ -431,9 +440,8 @@ VisibleRule changeRule(const Viewer& viewer, const WantedRule& wanted, const Rul
   });
 }
 
-VisibleRule removeRule(const Viewer& viewer, const WantedRule& wanted) {
-  return inTransaction([&](StoreConnection& db) {
-    RuleEdit edit(db, viewer);
+VisibleRule removeRule(const std::string& admin, const WantedRule& wanted) {
+  return changeAs(admin, [&](RuleEdit& edit) {
     edit.lock({});
     const VisibleRule rule = edit.shown(edit.findModifiable(wanted));
     edit.remove(rule.stored);

@@ -4,8 +4,9 @@
 //    contained in one; the administration root sees and makes all, and is the only one for rules without a scope.
 // 2. A rule names address groups and quarantine areas that the administrator sees. One that has others, given
 //    by another administrator, is seen without their names, and not changed.
-// 3. A change is one transaction that locks what the rule refers to, in the order of identifiers, and then the rules: places
-//    of rules depend on each other.
+// 3. A change is one transaction that locks the administrator's rights, what the rule refers to, in the order of
+//    identifiers, and then the rules: places of rules depend on each other.
+// 4. It writes what differs: one that makes no difference is no other version of the policy, and no entry in the audit trail.
 //
 // Everything here throws DatabaseError when the database fails, RuntimeError for what is refused, UsageError for a rule that
 // makes no sense, and NotThere for what is not there or not seen.
@@ -89,7 +90,7 @@ struct RuleChange {
 constexpr unsigned int kHighestPosition = 1000000000;
 
 // The change names the scope; the rule is enabled unless it says otherwise, and behind all others unless it has a position.
-VisibleRule addRule(const Viewer& viewer, const std::string& name, const RuleChange& change);
-VisibleRule changeRule(const Viewer& viewer, const WantedRule& wanted, const RuleChange& change);
+VisibleRule addRule(const std::string& admin, const std::string& name, const RuleChange& change);
+VisibleRule changeRule(const std::string& admin, const WantedRule& wanted, const RuleChange& change);
 // As it was.
-VisibleRule removeRule(const Viewer& viewer, const WantedRule& wanted);
+VisibleRule removeRule(const std::string& admin, const WantedRule& wanted);

@@ -263,14 +263,14 @@ ExitCode add(Output& out, const RuleOptions& options) {
   if (!change.scope) {
     throw UsageError("say for whom the rule is: --for ENTITY or --for-all");
   }
-  const VisibleRule rule = addRule(findViewer(options.admin), options.rule.text, change);
+  const VisibleRule rule = addRule(options.admin, options.rule.text, change);
   tellOfUselessLists(rule);
   return print(out, rule);
 }
 
 ExitCode modify(Output& out, const RuleOptions& options) {
   const RuleChange change = changeIn(options);
-  const VisibleRule rule = changeRule(findViewer(options.admin), options.rule, change);
+  const VisibleRule rule = changeRule(options.admin, options.rule, change);
   tellOfUselessLists(rule);
   return print(out, rule);
 }
@@ -278,7 +278,7 @@ ExitCode modify(Output& out, const RuleOptions& options) {
 ExitCode move(Output& out, const RuleOptions& options) {
   RuleChange change;
   change.position = positionIn(options.position.value_or(""));
-  return print(out, changeRule(findViewer(options.admin), options.rule, change));
+  return print(out, changeRule(options.admin, options.rule, change));
 }
 
 // --- Command line ---
@@ -370,11 +370,9 @@ void addRuleModify(CommandTree& tree) {
 
 void addRuleRemove(CommandTree& tree) {
   const auto options = std::make_shared<RuleOptions>();
-  CLI::App* command =
-      tree.add("rule remove", "Remove a rule", {"zaroctl rule remove --as sales-admin 'Block competitors'"},
-               tellingNotThere([options](Output& out) {
-                 return print(out, removeRule(findViewer(options->admin), options->rule));
-               }));
+  CLI::App* command = tree.add(
+      "rule remove", "Remove a rule", {"zaroctl rule remove --as sales-admin 'Block competitors'"},
+      tellingNotThere([options](Output& out) { return print(out, removeRule(options->admin, options->rule)); }));
   addRuleArgument(*command, *options);
 }
 

@@ -2,6 +2,7 @@
 // sales-admin has the wildcard groups *@sales.example.test and *@*.sales.example.test, sees the address groups "Sales
 // team" and "Partners", and the area "Sales quarantine".
 #include <nlohmann/json.hpp>
+#include <thread>
 
 #include "programs/ProgramTest.h"
 
@@ -11,6 +12,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
+using zarotest::Dialect;
 using zarotest::linesOf;
 using zarotest::ProgramResult;
 
@@ -51,6 +53,28 @@ class Rule : public zarotest::SampleInstallation {
     words.insert(words.end(), more.begin(), more.end());
     words.push_back(name);
     mustRunAs("sales-admin", words);
+  }
+  // Runs a command while another program takes rights away, which is done when the command has begun its transaction.
+  ProgramResult runWhileRightsGo(const std::string& removal, const std::string& admin, const Words& words) const {
+    const auto other = session();
+    if (GetParam() == Dialect::SQLite) {  // which tells no other program that the command waits
+      other->run("CREATE TRIGGER rights_go AFTER INSERT ON audit_actor BEGIN " + removal + "; END");
+      return runAs(admin, words);
+    }
+    other->run("BEGIN");
+    other->run("LOCK TABLE policy_rule IN SHARE ROW EXCLUSIVE MODE");
+    other->run(removal);
+    ProgramResult result;
+    std::thread command([&] { result = runAs(admin, words); });
+    while (value("SELECT count(*) FROM pg_locks WHERE NOT granted") == "0") {
+      std::this_thread::yield();
+    }
+    other->run("COMMIT");
+    command.join();
+    return result;
+  }
+  std::string everyRule() const {
+    return order() + value("SELECT count(*) FROM policy_rule_list") + value("SELECT sum(enabled) FROM policy_rule");
   }
 };
 
@@ -189,6 +213,47 @@ TEST_P(Rule, refusesWhatIsBeyondTheBoundaryOrMakesNoSense) {
     EXPECT_THAT(result.out, IsEmpty()) << refusal.label;
   }
   EXPECT_EQ(version(), before);
+}
+
+TEST_P(Rule, isChangedByRightsThatLastToTheEndOfTheChange) {
+  addBlock("Mine", {"--disabled"});
+  const std::string scope = "*@*.sales.example.test";
+  const std::string ofSales = " administrator_id = (SELECT id FROM administrator WHERE name = 'sales-admin')";
+  const std::string scopeGoes = "DELETE FROM administrator_entity WHERE" + ofSales +
+                                " AND entity_id = (SELECT id FROM entity WHERE name = '" + scope + "')";
+  const std::string allGo = "DELETE FROM administrator_entity WHERE" + ofSales;
+  const Words add = {"add", "--for", scope, "--list", "Partners:block", "New"};
+  const struct {
+    const char* label;
+    std::string removal;
+    const char* admin;
+    Words words;
+    int status;
+    const char* told;
+  } kRows[] = {
+      {"scope to add for", scopeGoes, "sales-admin", add, 77, "may not make rules for \"*@*.sales.example.test\""},
+      {"scope to modify in", scopeGoes, "sales-admin", {"modify", "Mine", "--enabled"}, 1, "sees no rule \"Mine\""},
+      {"scope to move in", scopeGoes, "sales-admin", {"move", "Mine", "--position", "1"}, 1, "sees no rule \"Mine\""},
+      {"scope to remove in", scopeGoes, "sales-admin", {"remove", "Mine"}, 1, "sees no rule \"Mine\""},
+      {"every managing group", allGo, "sales-admin", add, 1, "is assigned to no managing group"},
+      {"the administrator", "DELETE FROM administrator WHERE name = 'sales-admin'", "sales-admin", add, 1,
+       "no administrator named \"sales-admin\""},
+      {"the root's rights",
+       "UPDATE administrator SET is_root = 0 WHERE name = 'admin'",
+       "admin",
+       {"add", "--for-all", "--list", "Partners:block", "New"},
+       77,
+       "only the administration root may"},
+  };
+  const std::string before = everyRule();
+  saveDatabase();
+  for (const auto& row : kRows) {
+    const ProgramResult result = runWhileRightsGo(row.removal, row.admin, row.words);
+    EXPECT_EQ(result.status, row.status) << row.label << ": " << result.err;
+    EXPECT_THAT(result.err, HasSubstr(row.told)) << row.label;
+    EXPECT_EQ(everyRule(), before) << row.label;
+    restoreDatabase();
+  }
 }
 
 TEST_P(Rule, isSeenByWhomeverItsScopeBelongsTo) {
