@@ -110,13 +110,24 @@ Columns columnsOf(const MailPolicy::Rule& rule) {
           {"address", sqlLiteral(rule.address)}};
 }
 
+bool areAlike(const MailPolicy::List& one, const MailPolicy::List& other) {
+  return one.group == other.group && one.kind == other.kind;
+}
+
 bool areAlike(const MailPolicy::Rule& one, const MailPolicy::Rule& other) {
-  const auto listsAreAlike = [](const MailPolicy::List& list, const MailPolicy::List& same) {
-    return list.group == same.group && list.kind == same.kind;
-  };
-  const auto lists = [](const MailPolicy::Rule& rule) { return std::make_pair(rule.lists.begin(), rule.lists.end()); };
   return one.id == other.id && one.position == other.position && columnsOf(one) == columnsOf(other) &&
-         std::equal(lists(one).first, lists(one).second, lists(other).first, lists(other).second, listsAreAlike);
+         std::equal(one.lists.begin(), one.lists.end(), other.lists.begin(), other.lists.end(),
+                    [](const MailPolicy::List& list, const MailPolicy::List& same) { return areAlike(list, same); });
+}
+
+// Identifiers, for the refusal of an ambiguous name.
+template <typename Things, typename IdOf>
+std::string idsOf(const Things& things, IdOf idOf) {
+  std::string ids;
+  for (const auto& thing : things) {
+    ids.append(ids.empty() ? "" : ", ").append(std::to_string(idOf(thing)));
+  }
+  return ids;
 }
 
 class RuleEdit {
@@ -218,13 +229,20 @@ class RuleEdit {
     _writeLists(rule, {});
   }
 
+  // Writes what differs.
   void update(const MailPolicy::Rule& rule, const MailPolicy::Rule& before) {
+    const Columns columns = columnsOf(rule);
+    const Columns former = columnsOf(before);
     std::string values;
-    for (const auto& [name, value] : columnsOf(rule)) {
-      values.append(values.empty() ? "" : ", ").append(name).append(" = ").append(value);
+    for (std::size_t at = 0; at != columns.size(); ++at) {
+      if (columns[at] != former[at]) {
+        values.append(values.empty() ? "" : ", ").append(columns[at].first).append(" = ").append(columns[at].second);
+      }
     }
-    m_db.run("UPDATE policy_rule SET " + values + _whereId(rule));
-    _writeLists(rule, groupsOf(before));
+    if (!values.empty()) {
+      m_db.run("UPDATE policy_rule SET " + values + _whereId(rule));
+    }
+    _writeLists(rule, before);
   }
 
   void move(MailPolicy::Rule& rule, unsigned int position) {
@@ -340,23 +358,50 @@ class RuleEdit {
         std::stoul(m_db.value("SELECT coalesce(max(position), 0) AS last FROM policy_rule", "last").value_or("0")));
   }
 
-  // Replaces the lists of a rule, and the uses of groups that come or go with them or with the recipients.
-  void _writeLists(const MailPolicy::Rule& rule, std::set<unsigned int> former) {
+  // Brings the lists of a rule from what they were to what they are, and with them, and the recipients, the uses of
+  // groups: a list refers to the use of its group.
+  void _writeLists(const MailPolicy::Rule& rule, const MailPolicy::Rule& before) {
     const std::string id = std::to_string(rule.id);
-    m_db.run("DELETE FROM policy_rule_list WHERE rule_id = " + id);
-    for (const unsigned int group : groupsOf(rule)) {
-      former.erase(group);
+    const std::set<unsigned int> used = groupsOf(rule);
+    for (const unsigned int group : used) {
       m_db.run("INSERT INTO policy_rule_object (rule_id, object_id) VALUES (" + id + ", " + std::to_string(group) +
                ") ON CONFLICT DO NOTHING");
     }
-    for (const unsigned int group : former) {
-      m_db.run("DELETE FROM policy_rule_object WHERE rule_id = " + id + " AND object_id = " + std::to_string(group));
+    _writeEachList(rule, before);
+    for (const unsigned int group : groupsOf(before)) {
+      if (used.count(group) == 0) {
+        m_db.run("DELETE FROM policy_rule_object WHERE rule_id = " + id + " AND object_id = " + std::to_string(group));
+      }
+    }
+  }
+
+  void _writeEachList(const MailPolicy::Rule& rule, const MailPolicy::Rule& before) {
+    const std::string id = std::to_string(rule.id);
+    std::vector<long long> positions;  // which another program may have given with gaps
+    for (const auto& row :
+         m_db.rows("SELECT position FROM policy_rule_list WHERE rule_id = " + id + " ORDER BY position", {"position"})) {
+      positions.push_back(std::stoll(row[0].value_or("0")));
+    }
+    for (std::size_t place = positions.size(); place-- > rule.lists.size();) {
+      m_db.run("DELETE FROM policy_rule_list" + _whereList(id, positions[place]));
     }
     for (std::size_t place = 0; place != rule.lists.size(); ++place) {
-      m_db.run("INSERT INTO policy_rule_list (rule_id, position, group_id, kind) VALUES (" + id + ", " +
-               std::to_string(place) + ", " + std::to_string(rule.lists[place].group) + ", " +
-               std::to_string(rule.lists[place].kind) + ")");
+      const MailPolicy::List& list = rule.lists[place];
+      const std::string group = std::to_string(list.group);
+      const std::string kind = std::to_string(list.kind);
+      if (place >= positions.size()) {
+        positions.push_back(positions.empty() ? 0 : positions.back() + 1);
+        m_db.run("INSERT INTO policy_rule_list (rule_id, position, group_id, kind) VALUES (" + id + ", " +
+                 std::to_string(positions.back()) + ", " + group + ", " + kind + ")");
+      } else if (!areAlike(list, before.lists[place])) {
+        m_db.run("UPDATE policy_rule_list SET group_id = " + group + ", kind = " + kind +
+                 _whereList(id, positions[place]));
+      }
     }
+  }
+
+  static std::string _whereList(const std::string& rule, long long position) {
+    return " WHERE rule_id = " + rule + " AND position = " + std::to_string(position);
   }
 
   StoreConnection& m_db;
@@ -390,6 +435,11 @@ bool PolicySight::seesAllOf(const MailPolicy::Rule& rule) const {
   const std::set<unsigned int> used = groupsOf(rule);
   return std::all_of(used.begin(), used.end(), [&](unsigned int group) { return groups.count(group) != 0; }) &&
          (!rule.quarantine || areas.count(*rule.quarantine) != 0);
+}
+
+bool RuleChange::isEmpty() const {
+  return !name && !position && !enabled && !scope && !recipients && !lists && !compare && !actions && !quarantine &&
+         !reply && !tag && !headerValue && !address;
 }
 
 std::vector<VisibleRule> visibleRules(const Viewer& viewer) {

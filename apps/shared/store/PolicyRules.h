@@ -85,6 +85,8 @@ struct RuleChange {
   std::optional<std::string> tag;
   std::optional<std::string> headerValue;
   std::optional<std::string> address;
+
+  bool isEmpty() const;
 };
 
 constexpr unsigned int kHighestPosition = 1000000000;

@@ -270,6 +270,9 @@ ExitCode add(Output& out, const RuleOptions& options) {
 
 ExitCode modify(Output& out, const RuleOptions& options) {
   const RuleChange change = changeIn(options);
+  if (change.isEmpty()) {
+    throw UsageError("say what is to change, by an option for each field");
+  }
   const VisibleRule rule = changeRule(options.admin, options.rule, change);
   tellOfUselessLists(rule);
   return print(out, rule);

@@ -151,6 +151,52 @@ TEST_P(Rule, changesWhatOptionsNameAndNothingElse) {
   EXPECT_EQ(value("SELECT count(*) FROM policy_rule_object"), "3");
 }
 
+TEST_P(Rule, changesThatChangeNothingAreNotWritten) {
+  addBlock("One", {"--reply", "no", "--list", "Sales team:allow"});
+  const std::string position = value("SELECT position FROM policy_rule WHERE name = 'One'");
+  const std::string before = version();
+  const std::string trail = value("SELECT count(*) FROM audit");
+  const Json rule = recordAs("sales-admin", {"show", "One"});
+  for (const Words& words : {Words{"modify", "One", "--reply", "no"},
+                             {"modify", "One", "--tag", "", "--enabled", "--position", position},
+                             {"modify", "One", "--list", "Partners:block", "--list", "Sales team:allow"},
+                             {"move", "One", "--position", position}}) {
+    EXPECT_EQ(recordAs("sales-admin", words), rule);
+    EXPECT_EQ(version(), before) << testing::PrintToString(words);
+    EXPECT_EQ(value("SELECT count(*) FROM audit"), trail) << testing::PrintToString(words);
+  }
+  const ProgramResult nothing = runAs("sales-admin", {"modify", "One"});
+  EXPECT_EQ(nothing.status, 64);
+  EXPECT_THAT(nothing.err, HasSubstr("what is to change"));
+}
+
+TEST_P(Rule, listsThatStayAreNotWritten) {
+  addBlock("One", {"--list", "Sales team:allow"});
+  const auto modify = [&](const Words& lists) {
+    session()->run("DELETE FROM audit");
+    Words words = {"modify", "One"};
+    for (const std::string& list : lists) {
+      words.insert(words.end(), {"--list", list});
+    }
+    EXPECT_EQ(recordAs("sales-admin", words)["lists"], Json(lists));
+    std::string entries;
+    for (const auto& row : session()->rows("SELECT change, subject FROM audit ORDER BY change, subject")) {
+      entries += row[0].value_or("") + " " + row[1].value_or("") + "; ";
+    }
+    return entries;
+  };
+  EXPECT_EQ(modify({"Partners:weak-block", "Sales team:allow"}), "changed policy_rule_list; ");
+  EXPECT_EQ(modify({"Partners:weak-block", "Sales team:allow", "Partners:allow"}), "added policy_rule_list; ");
+  EXPECT_EQ(modify({"Partners:weak-block", "Partners:allow"}),
+            "changed policy_rule_list; removed policy_rule_list; removed policy_rule_object; ");
+  EXPECT_EQ(modify({"Sales team:block", "Partners:allow"}), "added policy_rule_object; changed policy_rule_list; ");
+  // Places that another program left free.
+  session()->run("UPDATE policy_rule_list SET position = position * 10 WHERE group_id = " + id("Partners"));
+  EXPECT_EQ(modify({"Sales team:block", "Partners:allow", "Partners:block"}), "added policy_rule_list; ");
+  EXPECT_EQ(modify({"Sales team:block"}),
+            "removed policy_rule_list; removed policy_rule_list; removed policy_rule_object; ");
+}
+
 TEST_P(Rule, movesBeforeTheRuleThatHasThePlace) {
   addBlock("One");
   addBlock("Two");
