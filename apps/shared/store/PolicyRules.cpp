@@ -23,6 +23,7 @@ using zaroruntime::sqlLiteral;
 namespace {
 
 constexpr const char* kSystemArea = "OPP:";
+constexpr const char* kGroupIdPrefix = "group-id:";
 
 std::string nameOf(const MailPolicy::Rule& rule) {
   return "the rule " + quoted(rule.name);
@@ -160,7 +161,8 @@ class RuleEdit {
       throw NotThere(quoted(m_viewer.name) + " sees no rule " + (wanted.isId ? wanted.text : quoted(wanted.text)));
     }
     if (found.size() > 1) {
-      throw UsageError(std::to_string(found.size()) + " rules are named " + quoted(wanted.text) + "; use --id");
+      throw UsageError(std::to_string(found.size()) + " rules are named " + quoted(wanted.text) + ": " +
+                       idsOf(found, [](const MailPolicy::Rule& rule) { return rule.id; }) + "; use --id");
     }
     return found.front();
   }
@@ -330,7 +332,19 @@ class RuleEdit {
     throw NotThere("no wildcard managing group named " + quoted(scope.entity));
   }
 
-  unsigned int _group(const std::string& name) const {
+  unsigned int _group(const std::string& text) const {
+    return text.rfind(kGroupIdPrefix, 0) == 0 ? _groupById(text.substr(std::strlen(kGroupIdPrefix))) : _groupByName(text);
+  }
+
+  unsigned int _groupById(const std::string& text) const {
+    const unsigned int id = idArgument(kGroupIdPrefix, text);
+    if (m_sight.groups.count(id) == 0) {
+      throw NotThere(quoted(m_viewer.name) + " sees no address group " + text);
+    }
+    return id;
+  }
+
+  unsigned int _groupByName(const std::string& name) const {
     std::vector<unsigned int> found;
     for (const auto& [id, known] : m_sight.groups) {
       if (known == name) {
@@ -341,7 +355,8 @@ class RuleEdit {
       throw NotThere(quoted(m_viewer.name) + " sees no address group named " + quoted(name));
     }
     if (found.size() > 1) {
-      throw UsageError(std::to_string(found.size()) + " address groups are named " + quoted(name) + "; rename them first");
+      throw UsageError(std::to_string(found.size()) + " address groups are named " + quoted(name) + ": " +
+                       idsOf(found, [](unsigned int id) { return id; }) + "; name one by " + kGroupIdPrefix + "ID");
     }
     return found.front();
   }

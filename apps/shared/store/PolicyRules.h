@@ -72,6 +72,7 @@ struct RuleChange {
     KxEmailBelongsTo kind;
   };
 
+  // Groups are named as they are stored, or group-id:ID.
   std::optional<std::string> name;
   std::optional<unsigned int> position;  // a rule that is there, and those behind it, make room
   std::optional<bool> enabled;

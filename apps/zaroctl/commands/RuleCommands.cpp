@@ -305,13 +305,16 @@ void addRuleOptions(CLI::App& command, RuleOptions& options) {
       command.add_option("--for", options.scope, "For recipients that this wildcard managing group contains")
           ->type_name("ENTITY");
   command.add_flag("--for-all", options.isForAll, "For all recipients; the administration root only")->excludes(scope);
-  command.add_option("--recipients", options.recipients, "Of these, only those of an address group; '' for all")
+  command
+      .add_option("--recipients", options.recipients,
+                  "Of these, only those of an address group, by its name or as group-id:ID; '' for all")
       ->type_name("GROUP");
   options.listsOption =
       command
           .add_option(
               "--list", options.lists,
-              "Senders, and what they are: allow, block, weak-block, weak-allow, except-allow or except-block; '' for none")
+              "Senders of an address group, by its name or as group-id:ID, and what they are: allow, block, weak-block, "
+              "weak-allow, except-allow or except-block; '' for none")
           ->type_name("GROUP:KIND")
           ->allow_extra_args(false);
   command.add_option("--compare", options.compare, "What of the sender is asked: envelope, header or both")->type_name("WHAT");

@@ -323,6 +323,61 @@ TEST_P(Rule, isSeenByWhomeverItsScopeBelongsTo) {
   }
 }
 
+TEST_P(Rule, takesGroupsByTheirIdentifiersAsWell) {
+  ASSERT_EQ(run({"group", "add", "--as", "engineering-admin", "Partners", "x@b.test"}).status, 0);
+  const std::string theirs = value("SELECT max(id) FROM named_object WHERE name = 'Partners'");
+  const std::string ours = value("SELECT min(id) FROM named_object WHERE name = 'Partners'");
+  const std::string ambiguous =
+      "2 address groups are named \"Partners\": " + ours + ", " + theirs + "; name one by group-id:ID";
+  EXPECT_THAT(runAs("admin", {"add", "--for-all", "--list", "Partners:block", "All"}).err, HasSubstr(ambiguous));
+  EXPECT_THAT(runAs("admin", {"add", "--for-all", "--recipients", "Partners", "All"}).err, HasSubstr(ambiguous));
+  const Json rule = recordAs("admin", {"add", "--for-all", "--list", "group-id:" + theirs + ":block", "--list",
+                                       "group-id:" + ours + ":weak-allow", "--recipients", "group-id:" + theirs, "All"});
+  EXPECT_EQ(rule["lists"], Json({"Partners:block", "Partners:weak-allow"}));
+  EXPECT_EQ(rule["recipients"], "Partners");
+  EXPECT_EQ(value("SELECT group_id FROM policy_rule_list WHERE kind = 2"), theirs);
+  EXPECT_EQ(value("SELECT group_id FROM policy_rule_list WHERE kind = 8"), ours);
+  EXPECT_EQ(value("SELECT recipients_id FROM policy_rule WHERE name = 'All'"), theirs);
+
+  // What an administrator does not see stays unseen, and makes no name ambiguous.
+  addBlock("Ours");
+  const struct {
+    const char* group;
+    int status;
+    std::string told;
+  } kRefusals[] = {
+      {theirs.c_str(), 1, "sees no address group " + theirs},
+      {"999999", 1, "sees no address group 999999"},
+      {"x", 64, "\"x\" is not an identifier"},
+      {"", 64, "\"\" is not an identifier"},
+  };
+  for (const auto& refusal : kRefusals) {
+    const std::string group = "group-id:" + std::string(refusal.group);
+    for (const Words& words :
+         {Words{"modify", "Ours", "--list", group + ":block"}, {"modify", "Ours", "--recipients", group}}) {
+      const ProgramResult result = runAs("sales-admin", words);
+      EXPECT_EQ(result.status, refusal.status) << group;
+      EXPECT_THAT(result.err, HasSubstr(refusal.told)) << group;
+    }
+  }
+  EXPECT_THAT(runAs("sales-admin", {"modify", "Ours", "--list", "group-id:" + ours}).err, HasSubstr("is not GROUP:KIND"));
+}
+
+TEST_P(Rule, ofAnAmbiguousNameIsToldWithItsIdentifiers) {
+  addBlock("Same");
+  mustRunAs("admin", {"add", "--for-all", "--list", "Partners:block", "All"});
+  session()->run("UPDATE policy_rule SET name = 'Same' WHERE name = 'All'");
+  std::string ids;
+  for (const auto& row : session()->rows("SELECT id FROM policy_rule WHERE name = 'Same' ORDER BY position")) {
+    ids += (ids.empty() ? "" : ", ") + row[0].value_or("");
+  }
+  for (const Words& words : {Words{"show", "Same"}, {"remove", "Same"}}) {
+    const ProgramResult result = runAs("admin", words);
+    EXPECT_EQ(result.status, 64);
+    EXPECT_THAT(result.err, HasSubstr("2 rules are named \"Same\": " + ids + "; use --id"));
+  }
+}
+
 TEST_P(Rule, tellsWhyMailIsDecided) {
   addBlock("Sales", {"--reply", "not you"});
   mustRunAs("admin", {"add", "--for-all", "--list", "Partners:weak-allow", "--list", "Board:block", "All"});
