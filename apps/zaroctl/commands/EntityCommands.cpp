@@ -15,6 +15,7 @@
 #include "patterns/PatternMistakes.h"
 #include "store/Administration.h"
 #include "store/EntityTree.h"
+#include "store/Objects.h"
 #include "store/Transaction.h"
 
 using zaroruntime::FailureKind;
@@ -34,23 +35,29 @@ ExitCode listAll(Output& out) {
   return ExitCode::Found;
 }
 
-Json namesOf(StoreConnection& db, const std::string& query) {
-  Json names = Json::array();
+using Names = std::vector<std::string>;
+
+Names namesOf(StoreConnection& db, const std::string& query) {
+  Names names;
   for (const auto& row : db.rows(query, {"name"})) {
     names.push_back(row[0].value_or(""));
   }
   return names;
 }
 
-Json administratorsOf(StoreConnection& db, const GroupEntity& entity) {
+Names administratorsOf(StoreConnection& db, const GroupEntity& entity) {
   return namesOf(
       db, "SELECT name FROM administrator JOIN administrator_entity ON administrator_id = id WHERE entity_id = " +
               std::to_string(entity.id) + " ORDER BY name");
 }
 
-Json objectsOf(StoreConnection& db, const GroupEntity& entity) {
+Names objectsOf(StoreConnection& db, const GroupEntity& entity) {
   return namesOf(db, "SELECT name FROM named_object JOIN named_object_owner ON object_id = id WHERE entity_id = " +
                          std::to_string(entity.id) + " ORDER BY name, id");
+}
+
+Names rulesFor(StoreConnection& db, const GroupEntity& entity) {
+  return namesOf(db, "SELECT name FROM policy_rule WHERE scope_id = " + std::to_string(entity.id) + " ORDER BY position");
 }
 
 ExitCode show(Output& out, const WantedEntity& wanted) {
@@ -59,6 +66,7 @@ ExitCode show(Output& out, const WantedEntity& wanted) {
   Json record = recordOf(entity);
   record["administrators"] = administratorsOf(db, entity);
   record["objects"] = objectsOf(db, entity);
+  record["rules"] = rulesFor(db, entity);
   out.record(record);
   return ExitCode::Found;
 }
@@ -106,8 +114,11 @@ ExitCode remove(Output& out, const WantedEntity& wanted) {
                              " objects, which would be left without an owner; it is not removed",
                          FailureKind::Refused);
     }
-    if (db.value("SELECT id FROM policy_rule WHERE scope_id = " + std::to_string(entity.id), "id")) {
-      throw RuntimeError(quoted(entity.name) + " is the scope of a rule; it is not removed", FailureKind::Refused);
+    const Names rules = rulesFor(db, entity);
+    if (!rules.empty()) {
+      constexpr bool kNamesThem = true;
+      throw RuntimeError(quoted(entity.name) + " is not removed: it is the scope of " + rulesText(kNamesThem, rules),
+                         FailureKind::Refused);
     }
     db.run("DELETE FROM entity WHERE id = " + std::to_string(entity.id));
     return recordOf(entity);
@@ -194,9 +205,10 @@ void addEntityList(CommandTree& tree) {
 
 void addEntityShow(CommandTree& tree) {
   const auto entity = std::make_shared<WantedEntity>();
-  CLI::App* command = tree.add("entity show", "Show a managing group, its administrators and its objects",
-                               {"zaroctl entity show '*@example.test'", "zaroctl entity show --id 3"},
-                               tellingNotThere([entity](Output& out) { return show(out, *entity); }));
+  CLI::App* command =
+      tree.add("entity show", "Show a managing group, its administrators, its objects and the rules for it",
+               {"zaroctl entity show '*@example.test'", "zaroctl entity show --id 3"},
+               tellingNotThere([entity](Output& out) { return show(out, *entity); }));
   addEntityArgument(*command, *entity);
 }
 
@@ -213,7 +225,7 @@ void addEntityAdd(CommandTree& tree) {
 
 void addEntityRemove(CommandTree& tree) {
   const auto entity = std::make_shared<WantedEntity>();
-  CLI::App* command = tree.add("entity remove", "Remove a managing group that owns nothing",
+  CLI::App* command = tree.add("entity remove", "Remove a managing group that owns nothing and has no rules",
                                {"zaroctl entity remove '*@*.example.test'"},
                                tellingNotThere([entity](Output& out) { return remove(out, *entity); }));
   addEntityArgument(*command, *entity);

@@ -58,7 +58,7 @@ const std::vector<ResultKeys>& resultKeys() {
       {"admin assign", kAdmin, ""},
       {"admin unassign", kAdmin, ""},
       {"entity list", kEntity, ""},
-      {"entity show", "id type name administrators objects", ""},
+      {"entity show", "id type name administrators objects rules", ""},
       {"entity add", kEntity, ""},
       {"entity remove", kEntity, ""},
       {"entity relatives", "relation id name", ""},

@@ -42,7 +42,7 @@ TEST_P(Entity, ofOneNameAndTwoTypesAreBothListed) {
 TEST_P(Entity, isShownWithAdministratorsAndObjects) {
   EXPECT_THAT(lines({"show", "*@engineering.example.test"}),
               ElementsAre("id\t9", "type\twildcard", "name\t*@engineering.example.test",
-                          "administrators\tengineering-admin", "objects\tBuild robots, Company disclaimer"));
+                          "administrators\tengineering-admin", "objects\tBuild robots, Company disclaimer", "rules\t"));
   const auto document = nlohmann::json::parse(run({"entity", "show", "--id", "9", "--json"}).out);
   EXPECT_EQ(document["objects"], (nlohmann::json{"Build robots", "Company disclaimer"}));
 }
@@ -78,13 +78,22 @@ TEST_P(Entity, isRemovedUnlessItOwnsObjects) {
   EXPECT_EQ(value("SELECT count(*) FROM administrator_entity WHERE entity_id = 8"), "0");
 }
 
-TEST_P(Entity, thatARuleIsForIsNotRemoved) {
-  ASSERT_EQ(run({"admin", "add", "--root", "chief"}).status, 0);
-  lines({"add", "*@new.test"});
-  ASSERT_EQ(run({"rule", "add", "--as", "chief", "--for", "*@new.test", "New"}).status, 0);
-  expectRefused({"entity", "remove", "*@new.test"}, 77, "\"*@new.test\" is the scope of a rule; it is not removed");
-  ASSERT_EQ(run({"rule", "remove", "--as", "chief", "New"}).status, 0);
-  EXPECT_EQ(run({"entity", "remove", "*@new.test"}).status, 0);
+TEST_P(Entity, isNotRemovedWhileItIsTheScopeOfRules) {
+  const std::string entity = "*@*.sales.example.test";
+  for (const char* name : {"Second", "First"}) {
+    ASSERT_EQ(
+        run({"rule", "add", "--as", "sales-admin", "--for", entity, "--list", "Partners:block", "--position", "1", name})
+            .status,
+        0);
+  }
+  EXPECT_THAT(lines({"show", entity}), testing::Contains("rules\tFirst, Second"));
+  expectRefused({"entity", "remove", entity}, 77,
+                "\"*@*.sales.example.test\" is not removed: it is the scope of \"First\", \"Second\"");
+  EXPECT_EQ(value("SELECT count(*) FROM administrator_entity WHERE entity_id = 8"), "1");
+  for (const char* name : {"Second", "First"}) {
+    ASSERT_EQ(run({"rule", "remove", "--as", "sales-admin", name}).status, 0);
+  }
+  EXPECT_THAT(lines({"remove", entity}), testing::Contains("id\t8"));
 }
 
 TEST_P(Entity, relativesAreWhatTheLibraryFinds) {
