@@ -5,6 +5,7 @@
 #include <sys/un.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <iterator>
 
 #include "ZaroRuntime/RuntimeError.h"
@@ -198,6 +199,11 @@ class Values {
   const Settings& m_stored;
 };
 
+// Paths may differ in dots and slashes.
+bool areOne(const std::string& socket, const std::string& other) {
+  return std::filesystem::path(socket).lexically_normal() == std::filesystem::path(other).lexically_normal();
+}
+
 }  // namespace
 
 std::string whyNoFilterValue(const std::string& key, const std::string& text) {
@@ -217,6 +223,11 @@ FilterSettings filterSettings(const zaroruntime::Installation& installation, con
   settings.socketMode = static_cast<mode_t>(std::stoul(values.text("socket_mode"), nullptr, 8));
   settings.socketGroup = values.text("socket_group");
   settings.policySocket = values.socket("policy_socket");
+  if (areOne(settings.socket, settings.policySocket)) {
+    throw RuntimeError(
+        kFilterSettings.unusable("policy_socket", settings.policySocket, "the socket of the milter as well"),
+        FailureKind::Configuration);
+  }
   settings.acceptWithoutPolicy = values.text("on_failure") == "accept";
   settings.pollSeconds = static_cast<unsigned int>(*decimalNumber(values.text("poll_secs")));
   settings.decisions = {values.text("delimiter"),  values.isYes("strip_batv"),

@@ -30,5 +30,5 @@ std::string whyNoFilterValue(const std::string& key, const std::string& text);
 // What the filter makes of the stored settings. The value of one that it cannot use is null.
 ReadSettings readAsFilter(const zaroruntime::Settings& stored);
 
-// Throws RuntimeError naming the first key whose value is none.
+// Throws RuntimeError naming the first key whose value is none, or `policy_socket` where it is that of the milter.
 FilterSettings filterSettings(const zaroruntime::Installation& installation, const zaroruntime::Settings& stored);

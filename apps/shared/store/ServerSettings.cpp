@@ -31,7 +31,7 @@ std::string aboutKey(const char* key, const std::string& text) {
 }
 
 // What each setting allows by itself and the server cannot do with all of them; empty when it can.
-std::string whyNoServer(const ServerSettings& settings) {
+std::string faultOf(const ServerSettings& settings) {
   if (settings.https && (settings.certificate.empty() || settings.privateKey.empty())) {
     return aboutKey("protocol", "HTTPS takes a certificate and a private_key");
   }
@@ -44,6 +44,10 @@ std::string whyNoServer(const ServerSettings& settings) {
                                    "token_file, or client_ca with HTTPS");
   }
   return "";
+}
+
+bool isHttps(const std::string& protocol) {
+  return strcasecmp(protocol.c_str(), "https") == 0;
 }
 
 ServerSettings onlyTheProgram(const Settings& stored) {
@@ -104,7 +108,7 @@ void readKept(const Settings& stored, ServerSettings& settings) {
     Interface::readNumber(*Interface::findServerRule(row.key), textOf(row.key), settings.*row.number);
   }
   settings.keepAlive = strcasecmp(textOf("keep-alive").c_str(), "yes") == 0;
-  settings.https = strcasecmp(textOf("protocol").c_str(), "https") == 0;
+  settings.https = isHttps(textOf("protocol"));
 }
 
 // A relative path lies in the installation.
@@ -124,6 +128,13 @@ void readServerOnly(const Settings& stored, ReadSettings& read) {
   kServerOnly.read(stored, read);
 }
 
+std::string whyNoServer(const Settings& stored) {
+  ServerSettings settings = onlyTheProgram(stored);
+  const zaroruntime::Setting* protocol = stored.find(kServerSection, "protocol");
+  settings.https = protocol != nullptr && isHttps(protocol->value);
+  return faultOf(settings);
+}
+
 ServerSettings serverSettings(const zaroruntime::Installation& installation, const Settings& stored) {
   ServerSettings settings = onlyTheProgram(stored);
   for (const NumberRow& row : kNumbers) {
@@ -135,7 +146,7 @@ ServerSettings serverSettings(const zaroruntime::Installation& installation, con
     readKept(stored, settings);
   }
   settings.threads = std::min(settings.threads, settings.maxThreads);
-  const std::string why = whyNoServer(settings);
+  const std::string why = faultOf(settings);
   if (!why.empty()) {
     throw RuntimeError(why, FailureKind::Configuration);
   }

@@ -31,6 +31,9 @@ std::string whyNoServerValue(const std::string& key, const std::string& text);
 // Appends what only the program has to what the library read.
 void readServerOnly(const zaroruntime::Settings& stored, ReadSettings& read);
 
+// Why no server would start with settings each of which is usable; empty when one would.
+std::string whyNoServer(const zaroruntime::Settings& stored);
+
 // The library reads what it knows, unless the database did not answer: then `stored` counts, which may hold what it had
 // last. Throws RuntimeError naming what is wrong: a value, or that values do not go together. HTTPS takes a certificate
 // and its key, `client_ca` takes HTTPS, and an address beyond the loopback interface a proof that clients give.

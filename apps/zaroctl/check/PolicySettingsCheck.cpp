@@ -11,7 +11,9 @@
 #include "store/ClientSettings.h"
 #include "store/FilterSettings.h"
 #include "store/PolicySettings.h"
+#include "store/ServerSettings.h"
 
+namespace fs = std::filesystem;
 using zaroruntime::IniFile;
 using zaroruntime::RuntimeError;
 using zaroruntime::Settings;
@@ -46,6 +48,31 @@ void requireReadable(const char* reader, const ReadSettings& read) {
   }
 }
 
+// Where packages have the programs: commands beside this one, services in sbin.
+bool hasServerProgram() {
+  const fs::path own = fs::read_symlink("/proc/self/exe").parent_path();
+  std::error_code absent;
+  return fs::exists(own / "zaropolicyd", absent) || fs::exists(own.parent_path() / "sbin/zaropolicyd", absent);
+}
+
+// Of settings that can be read. Nothing is told of those with which a server starts. A host without the server shares
+// what the server's host completes with values of its own.
+void checkServerSettings(const Settings& settings, Findings& findings) {
+  if (!settings.databaseFailure.empty() || !readAsServer(settings).isComplete()) {
+    return;
+  }
+  const std::string why = whyNoServer(settings);
+  if (why.empty()) {
+    return;
+  }
+  const std::string finding = "a policy server does not start with them: " + why;
+  if (hasServerProgram()) {
+    findings.wrong("policy server settings", finding);
+  } else {
+    findings.ok("policy server settings", "not used, since this host has no zaropolicyd; " + finding);
+  }
+}
+
 }  // namespace
 
 void checkPolicySettings(const zaroruntime::Installation& installation, Findings& findings) {
@@ -74,14 +101,16 @@ void checkSettingLayers(const zaroruntime::Installation& installation, const Che
                 ? "this host has no values of its own"
                 : "this host has values of its own in " + installation.settingsIni() + ": " + differences);
   });
+  checkServerSettings(*settings, findings);
   findings.check("mail filter settings", [&] {
     requireReadable("the mail filter", readAsFilter(*settings));
+    static_cast<void>(filterSettings(installation, *settings));
     return std::string("usable");
   });
 }
 
 bool isFilterHost(const zaroruntime::Installation& installation) {
-  if (std::filesystem::exists(installation.databaseIni())) {
+  if (fs::exists(installation.databaseIni())) {
     return false;
   }
   const std::optional<Settings> settings = readableSettings(installation);
@@ -108,6 +137,7 @@ void checkFilterHost(const zaroruntime::Installation& installation, Findings& fi
     if (!read.isComplete()) {
       throw RuntimeError(whyUnreadable("the mail filter", read));
     }
+    static_cast<void>(filterSettings(installation, *settings));
     return std::string("usable");
   });
 }

@@ -387,6 +387,26 @@ Json effects(const Written& written, SettingLayer layer, const Settings& after, 
   return rows;
 }
 
+// Of settings each of which can be used, and which do not go together. What all hosts share, the server's host may
+// complete by values of its own; the sockets of a mail filter are in each other's way on every host.
+void tellOfCombinations(const Installation& installation, const Settings& after, const std::vector<Change>& changes,
+                        std::vector<std::string>& failures) {
+  if (concernsSection(changes, SettingSection::Filter) && readAsFilter(after).isComplete()) {
+    try {
+      static_cast<void>(filterSettings(installation, after));
+    } catch (const RuntimeError& failure) {
+      failures.emplace_back(failure.what());
+    }
+  }
+  const bool canBeServer = std::filesystem::exists(installation.databaseIni());
+  if (canBeServer && concernsSection(changes, SettingSection::Server) && readAsServer(after).isComplete()) {
+    const std::string why = whyNoServer(after);
+    if (!why.empty()) {
+      diagnose("the settings were written, but a policy server does not start with them: " + why);
+    }
+  }
+}
+
 struct Arguments {
   std::vector<std::string> settings;
   bool host = false;
@@ -408,6 +428,7 @@ ExitCode setSettings(Output& out, const Arguments& arguments) {
             {"value", "VALUE"},
             {"from", "FROM"}},
            effects(written, layer, after, failures, changes));
+  tellOfCombinations(installation, after, changes, failures);
   for (const std::string& failure : failures) {
     diagnose("the settings were written, but " + failure);
   }

@@ -133,6 +133,34 @@ TEST(FilterSettings, refuseToBeReadWithAnAbsurdValue) {
   EXPECT_THROW(settingsOf(stored), zaroruntime::RuntimeError);
 }
 
+TEST(FilterSettings, refuseOneSocketForMilterAndDelegation) {
+  const struct {
+    const char* socket;
+    const char* policySocket;
+    bool areOne;
+  } kRows[] = {
+      {"unix:run/zarofilterd.sock", "unix:run/zarofilterd.sock", true},
+      {"unix:run/zarofilterd.sock", "unix:/opt/gateway/run/zarofilterd.sock", true},
+      {"unix:run/zarofilterd.sock", "unix:run/../run//zarofilterd.sock", true},
+      {"inet:8890@127.0.0.1", "inet:8890@127.0.0.1", true},
+      {"unix:run/zarofilterd.sock", "unix:run/policy.sock", false},
+      {"inet:8890@127.0.0.1", "inet:8891@127.0.0.1", false},
+      {"unix:run/zarofilterd.sock", "", false},
+  };
+  for (const auto& row : kRows) {
+    Settings stored = withSetting("socket", row.socket);
+    stored.sections[kFilterSection]["policy_socket"].value = row.policySocket;
+    std::string why;
+    try {
+      settingsOf(stored);
+    } catch (const zaroruntime::RuntimeError& refusal) {
+      why = refusal.what();
+    }
+    EXPECT_EQ(why.find("is the socket of the milter as well") != std::string::npos, row.areOne) << row.policySocket;
+    EXPECT_EQ(why.empty(), !row.areOne) << why;
+  }
+}
+
 TEST(FilterSettings, takeAddressesOfBothFamilies) {
   EXPECT_EQ(settingsOf(withSetting("socket", "inet:8890@127.0.0.1")).socket, "inet:8890@127.0.0.1");
   EXPECT_EQ(settingsOf(withSetting("socket", "inet:8890@::1")).socket, "inet6:8890@::1");

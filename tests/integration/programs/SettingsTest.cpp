@@ -191,6 +191,45 @@ TEST_P(SharedSettings, ofTheServersProgramAreSetAndShown) {
   }
 }
 
+// Each of which it can use.
+TEST_P(SharedSettings, withWhichNoServerStartsAreTold) {
+  const struct {
+    const char* setting;
+    const char* otherwise;
+    const char* told;
+  } kRows[] = {
+      {"protocol=HTTPS", "protocol=HTTP", "[policy_server] protocol: HTTPS takes a certificate and a private_key"},
+      {"policy_server.client_ca=config/ca.pem", "policy_server.client_ca=", "clients show certificates over HTTPS only"},
+      {"address=0.0.0.0", "address=127.0.0.1", "where clients have to prove themselves"},
+  };
+  EXPECT_THAT(run({"check"}).out, Not(HasSubstr("policy server settings")));
+  for (const auto& row : kRows) {
+    const ProgramResult result = set({row.setting});
+    EXPECT_EQ(result.status, 0) << "the server's host may have the rest: " << result.err;
+    EXPECT_THAT(result.err, AllOf(HasSubstr("a policy server does not start with them: "), HasSubstr(row.told)));
+    const ProgramResult found = run({"check"});
+    EXPECT_EQ(found.status, 78) << row.setting;
+    EXPECT_THAT(found.out, AllOf(HasSubstr("wrong\tpolicy server settings\t"), HasSubstr(row.told)));
+    EXPECT_EQ(set({row.otherwise}).err, "");
+  }
+  EXPECT_EQ(set({"protocol=HTTPS", "policy_server.certificate=config/c.pem", "policy_server.private_key=config/k.pem",
+                 "policy_server.client_ca=config/ca.pem", "address=0.0.0.0"})
+                .err,
+            "");
+}
+
+TEST_P(SharedSettings, withOneSocketForMilterAndDelegationAreTold) {
+  const char* told = "[mail_filter] policy_socket: ";
+  const ProgramResult result = set({"mail_filter.policy_socket=unix:run/zarofilterd.sock"});
+  EXPECT_EQ(result.status, 78);
+  EXPECT_THAT(result.err, AllOf(HasSubstr(told), HasSubstr("is the socket of the milter as well")));
+  const ProgramResult found = run({"check"});
+  EXPECT_EQ(found.status, 78);
+  EXPECT_THAT(found.out, HasSubstr(told));
+  EXPECT_EQ(set({"mail_filter.policy_socket=unix:run/policy.sock"}).status, 0);
+  EXPECT_THAT(run({"check"}).out, Not(HasSubstr(told)));
+}
+
 TEST_P(SharedSettings, thatTheServersProgramCannotUseAreTold) {
   addRow("policy_server", "address", "policy.example.test");
   const ProgramResult shown = run({"settings", "server"});
