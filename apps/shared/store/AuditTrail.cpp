@@ -1,5 +1,6 @@
 #include "store/AuditTrail.h"
 
+#include <array>
 #include <regex>
 
 #include "ZaroRuntime/SqlSession.h"
@@ -52,14 +53,25 @@ Json entryOf(const StoreConnection::Row& row) {
           {"after", storedValue(row[10])}};
 }
 
+// Of a date in digits whose month is one.
+bool isDayOfItsMonth(const std::string& date) {
+  constexpr std::array<int, 12> kDays = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  constexpr int kFebruary = 2;
+  const int year = std::stoi(date.substr(0, 4));
+  const int month = std::stoi(date.substr(5, 2));
+  const int day = std::stoi(date.substr(8, 2));
+  const bool isLeapYear = year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
+  return day <= kDays.at(static_cast<std::size_t>(month - 1)) && (day != 29 || month != kFebruary || isLeapYear);
+}
+
 }  // namespace
 
 std::optional<std::string> auditTime(const std::string& text) {
   static const std::regex kForm(
-      "([0-9]{4}-(?:0[1-9]|1[0-2])-(?:0[1-9]|[12][0-9]|3[01]))"
+      "((?!0000)[0-9]{4}-(?:0[1-9]|1[0-2])-(?:0[1-9]|[12][0-9]|3[01]))"
       "(?:[T ]((?:[01][0-9]|2[0-3]):[0-5][0-9])(?::([0-5][0-9])(?:\\.([0-9]{1,3}))?)?Z?)?");
   std::smatch parts;
-  if (!std::regex_match(text, parts, kForm)) {
+  if (!std::regex_match(text, parts, kForm) || !isDayOfItsMonth(parts[1].str())) {
     return std::nullopt;
   }
   const auto part = [&parts](std::size_t place, const char* otherwise) {

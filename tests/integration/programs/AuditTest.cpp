@@ -243,7 +243,15 @@ TEST_P(Audit, trailIsAskedByObjectAndTime) {
   EXPECT_EQ(entriesBy({"--since", "2020-01-02 03:04:05.678"}).size(), entriesBy({}).size());
   EXPECT_EQ(entriesBy({"--since", "2020-01-03", "--object", "1"}).size(), 0u);
   EXPECT_EQ(about.front()["at"], "2020-01-02T03:04:05.678Z");
-  expectRefused({"audit", "--since", "yesterday"}, 64, "\"yesterday\" is no time");
+  for (const char* text :
+       {"yesterday", "2026-02-29", "2026-02-30", "2026-02-31T10:00", "2100-02-29", "2026-04-31", "2026-06-31",
+        "2026-09-31", "2026-11-31", "2026-01-32", "2026-00-10", "2026-13-01", "0000-01-01", "2026-01-00"}) {
+    expectRefused({"audit", "--since", text}, 64, "\"" + std::string(text) + "\" is no time");
+    expectRefused({"audit-trim", "--before", text}, 64, "\"" + std::string(text) + "\" is no time");
+  }
+  for (const char* text : {"2024-02-29", "2000-02-29", "2026-12-31", "0001-01-01", "9999-01-31"}) {
+    EXPECT_EQ(run({"audit", "--since", text}).status, 0) << text;
+  }
 }
 
 TEST_P(Audit, trimmingIsAnEntryItself) {
