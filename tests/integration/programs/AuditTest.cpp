@@ -1,4 +1,4 @@
-// The audit trail: what it says of changes, whoever makes them.
+// The audit trail: what it says of changes, by every program that makes some.
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>

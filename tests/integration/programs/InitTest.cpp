@@ -160,7 +160,7 @@ TEST_P(InitSqlite, fileSystemWithoutRoomLeavesNothingBehind) {
   expectRefused(zaroctl(initArguments(home()), run), 74, "disk I/O error");
 }
 
-// SQLite writes the log, and closing the database fails to bring it into the file, which nobody is told.
+// SQLite writes the log, and closing the database fails to bring it into the file, and answers nothing.
 TEST_P(InitSqlite, logThatCannotBeBroughtIntoTheDatabaseIsAFailure) {
   const TemporaryDirectory skeleton;
   zarotest::copySkeleton(skeleton.path("home"));

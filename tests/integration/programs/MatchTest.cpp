@@ -107,7 +107,7 @@ TEST_F(Match, longestLineIsTaken) {
   EXPECT_EQ(matchInput({"--count"}, name + "@a.spam.test\n").status, 0);
 }
 
-// Whoever asks through a pipe and waits for the answer gets it.
+// A program that asks through a pipe and waits for the answer gets it.
 TEST_F(Match, answerComesBeforeTheNextAddress) {
   const std::string script =
       m_directory.write("ask", "coproc match { '" ZAROCTL_PATH "' match --tree '" + m_allow +
@@ -409,7 +409,7 @@ TEST_F(Match, listThatTakesLongShowsABarOnATerminal) {
     patterns += "user" + std::to_string(i) + "@host" + std::to_string(i % 977) + ".example.test\n";
   }
   const std::string file = m_directory.write("big", patterns);
-  // The first list comes from somebody who takes longer than the half second after which the bar appears.
+  // The first list comes from a writer that takes longer than the half second after which the bar appears.
   const std::string slow = m_directory.path() + "/slow";
   ASSERT_EQ(mkfifo(slow.c_str(), 0600), 0);
   std::thread writer([&slow] {

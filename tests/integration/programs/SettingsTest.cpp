@@ -547,7 +547,7 @@ TEST_P(SharedSettings, fewerThreadsAtMostThanAtTheStartAreRefused) {
   EXPECT_EQ(zaroIni(), before);
   EXPECT_EQ(shared("policy_server", "max_threads"), "64");
   EXPECT_EQ(set({"max_threads=16"}).status, 0);
-  // Other settings can be set beside a pair that somebody wrote by hand.
+  // Other settings can be set beside a pair that was written by hand.
   session()->run("UPDATE global_setting SET value = '8' WHERE name = 'max_threads'");
   EXPECT_EQ(set({"backlog=7"}).status, 0);
 }
