@@ -513,6 +513,7 @@ class Model:
 
     def rule_modify(self, admin, rule, is_id, change):
         self.refuse_wrong_change(change)
+        refuse_if(not change, USAGE)
         viewer = Viewer(self, admin)
         nothing = {key: None for key in ("name", "enabled", "reply", "tag", "header_value", "address", "compares", "actions")}
         self.resolve(viewer, change, nothing)  # what it names is looked up before the rule is
