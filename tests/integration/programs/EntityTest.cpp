@@ -42,7 +42,7 @@ TEST_P(Entity, ofOneNameAndTwoTypesAreBothListed) {
 TEST_P(Entity, isShownWithAdministratorsAndObjects) {
   EXPECT_THAT(lines({"show", "*@engineering.example.test"}),
               ElementsAre("id\t9", "type\twildcard", "name\t*@engineering.example.test",
-                          "administrators\tengineering-admin", "objects\tBuild robots, Company disclaimer", "rules\t"));
+                          "administrators\tengineering-admin", "objects\tBuild robots, Company disclaimer", "rules\t-"));
   const auto document = nlohmann::json::parse(run({"entity", "show", "--id", "9", "--json"}).out);
   EXPECT_EQ(document["objects"], (nlohmann::json{"Build robots", "Company disclaimer"}));
 }
