@@ -154,10 +154,18 @@ DatabaseResult prepareDatabase(const Installation& installation, const std::stri
     scripts.push_back(skeleton + "/sample/sample.sql");
   }
   bool added = false;
-  session.runScripts(scripts, [&] {
-    added = addMissingSettings(session);
-    beforeCommit();
-  });
+  try {
+    session.runScripts(scripts, [&] {
+      added = addMissingSettings(session);
+      beforeCommit();
+    });
+  } catch (const RuntimeError& failure) {
+    if (failure.kind() != FailureKind::CommitInDoubt || session.dialect() != zaroruntime::Dialect::SQLite) {
+      throw;
+    }
+    // The file goes with the unfinished installation.
+    throw RuntimeError(std::string(failure.what()) + ", and nothing of it is kept", FailureKind::File);
+  }
   return {version ? "kept" : "created", sample, added || !scripts.empty()};
 }
 

@@ -37,9 +37,9 @@ TEST(PatternLint, outOfMemoryIsAFailureAndNeverAnotherAnswer) {
   const std::vector<std::string> want = rulesOf(sources);
   ASSERT_GT(want.size(), 6u);
 
-  int failures = 0;
-  bool happened = true;
-  for (int allocation = 1; happened; ++allocation) {
+  int allocation = 1;
+  int failures = 0;  // the others are made up for by a second attempt
+  for (bool happened = true; happened; ++allocation) {
     const NothrowAllocationFailure failure(allocation);
     try {
       EXPECT_EQ(rulesOf(sources), want) << "allocation " << allocation;
@@ -48,7 +48,8 @@ TEST(PatternLint, outOfMemoryIsAFailureAndNeverAnotherAnswer) {
     }
     happened = failure.happened();
   }
-  EXPECT_GT(failures, 10);
+  EXPECT_GT(allocation, 10);
+  EXPECT_GT(failures, 0);
 }
 
 }  // namespace
