@@ -26,7 +26,7 @@ bool NothrowAllocationFailure::happened() const {
   return allocationsLeft == 0;
 }
 
-// All go through the ordinary forms, whoever replaced those, so that a sanitizer sees matching pairs of new and delete.
+// All go through the ordinary forms, which a program may have replaced, so that a sanitizer sees matching pairs of new and delete.
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   try {
     return failsNow() ? nullptr : ::operator new(size);

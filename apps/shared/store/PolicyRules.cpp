@@ -508,7 +508,7 @@ VisibleRule changeRule(const std::string& admin, const WantedRule& wanted, const
 VisibleRule removeRule(const std::string& admin, const WantedRule& wanted) {
   return changeAs(admin, [&](RuleEdit& edit) {
     edit.lock({});
-    const VisibleRule rule = edit.shown(edit.findModifiable(wanted));
+    VisibleRule rule = edit.shown(edit.findModifiable(wanted));
     edit.remove(rule.stored);
     return rule;
   });
