@@ -139,7 +139,7 @@ ExitCode show(Output& out, const std::string& file) {
     }
   }
   Json rows = Json::array();
-  const auto addRow = [&](Json row, const Json& fields) {
+  const auto addRow = [&](const Json& row, const Json& fields) {
     Json all = noFields;
     all.update(fields);
     all.update(row);
