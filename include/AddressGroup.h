@@ -2,11 +2,11 @@
 //
 // 1. Every operation opens a database connection of its own and runs one statement: `RdbmsInterface::Init` must have
 //    run. They may be called from any thread; writers of one group are ordered by the database.
-// 2. A failure of the database layer is logged at level 1 and answered with 0, like success. A caller that needs to know reads the
-//    group back.
-// 3. Members go into the statement as they are: a caller that takes them from outside must see to it that they hold no tags
-//    of the list ("<ma>" and its kin), and doubles their quotes. Names and members are UTF-8; what is not is a failure of
-//    the database layer.
+// 2. A failure of the database layer is logged at level 1 and answered with 0, like success. A caller that needs to know
+//    reads the group back.
+// 3. Members go into the statement as they are: a caller that takes them from outside sees to it that they hold no
+//    tags of the list ("<ma>" and its kin), and doubles their quotes. Names and members are UTF-8; what is not is a
+//    failure of the database layer.
 // 4. A transaction of the caller's does not reach here: what it has not committed is not seen, and what is done here
 //    stays when it rolls back. Inside one that has written, no group is written with SQLite, which has one writer at a
 //    time: the operation waits for 10 seconds (twice `Timeout` of the data source) and then fails. With PostgreSQL it

@@ -3,9 +3,10 @@
 // 1. Sets of entities go by name alone, byte by byte: of two entities with one name the first to come stays, whatever
 //    their types and identifiers.
 // 2. A wildcard entity is named by an address pattern, and patterns can contain each other; that is the hierarchy.
-// 3. A call uses the database handle it is given, which belongs to one thread. Any number of threads may ask at once, also
-//    while others search frozen trees. The wildcard relations make trees for themselves over the default string table
-//    (see KxWildcardEmail.h), one question after the other: no thread may fill or freeze trees over that table meanwhile.
+// 3. A call uses the database handle it is given, which belongs to one thread. Any number of threads may ask at once,
+//    also while others search frozen trees. The wildcard relations make trees for themselves over the default string
+//    table (see KxWildcardEmail.h), one question after the other: no thread may fill or freeze trees over that table
+//    meanwhile.
 #pragma once
 
 #include <set>

@@ -36,7 +36,8 @@ class Tree {
   std::unique_ptr<KxWildcardNode> m_root;
 };
 
-// A root that is null, or without entities that could be its relatives. True when the answer, in `status`, is known by that.
+// A root that is null, or without entities that could be its relatives. True when the answer, in `status`, is known by
+// that.
 bool isAnswered(const char* rootEntity, const EntitySet& entities, const char* nullFormat, int& status) {
   if (rootEntity == nullptr) {
     PolicyLog::log(LogLevel::Error, "%s", nullFormat);
