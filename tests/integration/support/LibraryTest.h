@@ -16,4 +16,11 @@ class OnEveryDatabaseWithLibrary : public OnEveryDatabase {
   std::string log() const { return readFile(home().directory().path("log")); }
 };
 
+// Has an administrator "department", number 1, whose managing group is *@a.example.test, with one that contains it and
+// one that it contains; each of the three owns an object of type 1: a, b and c.
+class DepartmentOnEveryDatabase : public OnEveryDatabaseWithLibrary {
+ protected:
+  void SetUp() override;
+};
+
 }  // namespace zarotest
