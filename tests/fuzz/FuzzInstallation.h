@@ -7,10 +7,12 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "FuzzInput.h"
+#include "ZaroRuntime/RuntimeError.h"
 
 class FuzzInstallation {
  public:
@@ -42,3 +44,14 @@ class FuzzInstallation {
  private:
   std::string m_home;
 };
+
+// What reading such files gives; none where they are refused, which always says why.
+template <typename Read>
+auto valueOf(const Read& read) -> std::optional<decltype(read())> {
+  try {
+    return read();
+  } catch (const zaroruntime::RuntimeError& refusal) {
+    FUZZ_CHECK(*refusal.what() != '\0');
+    return std::nullopt;
+  }
+}

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -13,7 +12,6 @@
 #include "FuzzInput.h"
 #include "FuzzInstallation.h"
 #include "ZaroRuntime/IniFile.h"
-#include "ZaroRuntime/RuntimeError.h"
 #include "odbc/ConnectionString.h"
 
 namespace {
@@ -22,18 +20,7 @@ using zaroruntime::DatabaseSettings;
 using zaroruntime::DataSource;
 using zaroruntime::Dialect;
 using zaroruntime::Installation;
-using zaroruntime::RuntimeError;
 using Option = std::pair<std::string, std::string>;
-
-template <typename Read>
-auto valueOf(const Read& read) -> std::optional<decltype(read())> {
-  try {
-    return read();
-  } catch (const RuntimeError& refusal) {
-    FUZZ_CHECK(*refusal.what() != '\0');
-    return std::nullopt;
-  }
-}
 
 bool isBraced(const DataSource& source, const std::string& key) {
   if (source.dialect != Dialect::PostgreSQL) {

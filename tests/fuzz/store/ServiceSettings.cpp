@@ -1,11 +1,9 @@
 // Settings as the file of a host has them, and what policy servers, their clients and the mail filter make of them.
-#include <optional>
 #include <string>
 
 #include "FuzzInput.h"
 #include "FuzzInstallation.h"
 #include "QuietErrors.h"
-#include "ZaroRuntime/RuntimeError.h"
 #include "store/ClientSettings.h"
 #include "store/DefaultedSettings.h"
 #include "store/FilterSettings.h"
@@ -14,18 +12,7 @@
 namespace {
 
 using zaroruntime::Installation;
-using zaroruntime::RuntimeError;
 using zaroruntime::Settings;
-
-template <typename Read>
-auto valueOf(const Read& read) -> std::optional<decltype(read())> {
-  try {
-    return read();
-  } catch (const RuntimeError& refusal) {
-    FUZZ_CHECK(*refusal.what() != '\0');
-    return std::nullopt;
-  }
-}
 
 bool isPath(const std::string& path) {
   return path.empty() || (path[0] == '/' && path.find_first_of(std::string("\n\r\0", 3)) == std::string::npos);
