@@ -2,8 +2,8 @@
 //
 // 1. Every operation opens a database connection of its own and runs one statement: `RdbmsInterface::Init` must have
 //    run. They may be called from any thread; writers of one group are ordered by the database.
-// 2. A failure of the database layer is logged at level 1 and answered with 0, like success. A caller that needs to know
-//    reads the group back.
+// 2. A failure of the database layer is logged at level 1 and answered with 0, like success. A caller that needs to
+//    know reads the group back.
 // 3. Members go into the statement as they are: a caller that takes them from outside sees to it that they hold no
 //    tags of the list ("<ma>" and its kin), and doubles their quotes. Names and members are UTF-8; what is not is a
 //    failure of the database layer.

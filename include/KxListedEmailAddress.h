@@ -1,7 +1,7 @@
 // Address patterns as the leaves of an address tree.
 //
-// 1. Phases. A leaf is made and given memberships while its tree is filled; `lock()` freezes the memberships. The weight
-//    never changes.
+// 1. Phases. A leaf is made and given memberships while its tree is filled; `lock()` freezes the memberships. The
+//    weight never changes.
 // 2. Threads. Making and destroying a leaf over a string table touches the lock-on-init queue: one thread at a time.
 //    Once frozen, any number of threads may read.
 // 3. Ownership. A leaf keeps its own handles of its texts (entries of the table, or private copies without one); it
@@ -130,7 +130,7 @@ class ZARO_POLICY_EXPORT KxListedEmailAddress : public KxLockableClass, public K
 };
 
 // A pattern whose local part is "*": any name matches.
-class ZARO_POLICY_EXPORT KxWildcardedEmailAddress final : public KxListedEmailAddress {
+class ZARO_POLICY_EXPORT KxWildcardedEmailAddress : public KxListedEmailAddress {
  public:
   KxWildcardedEmailAddress(KxStringtable* table, const char* fullAddress);
   KxWildcardedEmailAddress(KxStringtable* table, const KxIndexedString* fullAddress);

@@ -1,21 +1,21 @@
 // The queue of objects that the next `KxWildcardEmail::initScanTimeMode` locks.
 //
-// A first-in-first-out queue of pointers that it does not own; null is allowed. Beyond a plain queue it can forget: when an
-// object that waits in the library's queue is destroyed, another object takes its place there, in constant time, although
-// millions may wait.
+// A first-in-first-out queue of pointers that it does not own; null is allowed. Beyond a plain queue it can forget:
+// when an object that waits in the library's queue is destroyed, another object takes its place there, in constant
+// time, although millions may wait.
 //
 // How an entry is found in constant time:
 //
-// 1. `push` gives the object a ticket: the number of entries that were pushed before it. `pop` counts too, so the queue knows
-//    the ticket of its front entry, and an object's entry is as many places behind it as the tickets differ.
-// 2. Tickets hold as long as entries come by `push` and go by `pop`. A queue whose entries came all at once, as a copy, or
-//    that was changed through a reference to `std::queue` looks at its entries one by one, until it runs empty.
+// 1. `push` gives the object a ticket: the number of entries that were pushed before it. `pop` counts too, so the queue
+//    knows the ticket of its front entry, and an object's entry is as many places behind it as the tickets differ.
+// 2. Tickets hold as long as entries come by `push` and go by `pop`. A queue whose entries came all at once, as a copy,
+//    or that was changed through a reference to `std::queue` looks at its entries one by one, until it runs empty.
 // 3. A ticket belongs to the queue that gave it. A copy of a queue neither uses nor changes the tickets of its entries.
-// 4. Entries of objects that have gone are removed when they are most of many (`_removeAll`); the objects that stay get new
-//    tickets.
+// 4. Entries of objects that have gone are removed when they are most of many (`_removeAll`); the objects that stay get
+//    new tickets.
 //
-// What it cannot know: an object's entries in other queues than the library's own (KxWildcardEmail::_lockOnInit), and an
-// object that came in through `std::queue` and never registered itself. Their owner removes such entries before the object.
+// What it cannot know: an object's entries in other queues than the library's own (KxWildcardEmail::_lockOnInit), and
+// an object that came in through `std::queue` and never registered itself. The owner removes such entries first.
 #pragma once
 
 #include <cstddef>

@@ -5,8 +5,8 @@
 // 2. Threads. `initScanTimeMode`, `makeNewTree`, `_addToLockOnInit`, adding patterns and destroying trees or tables use
 //    the queue and the default table without a lock: one thread at a time, and no matching meanwhile on the trees that
 //    they change. Matching on frozen trees: any number of threads.
-// 3. Ownership. The caller owns the trees that it makes and destroys them (`delete`), before or after the freeze; what the
-//    queue still holds of a destroyed tree locks nothing.
+// 3. Ownership. The caller owns the trees that it makes and destroys them (`delete`), before or after the freeze; what
+//    the queue still holds of a destroyed tree locks nothing.
 // 4. At exit. A program's static object that is older than a library loaded later outlives the queue and the default
 //    table. Then trees over that table match nothing, take no pattern and may be destroyed; `makeNewTree` answers with
 //    a floating tree; nothing is queued or locked any more. The queue and the table themselves must be left alone.
@@ -24,7 +24,8 @@
 
 struct KxMatchExplanation;
 
-// A leaf that may decide, as it is kept while an address is decided.
+// A leaf that may decide. A record for programs that rank what `findMatches` finds by rules of their own: no operation
+// here takes or returns one, and decisions are made without it.
 struct MatchingAddr {
   const KxIndexedString* address;  // the pattern; belongs to the leaf
   unsigned int weight;
@@ -53,8 +54,8 @@ class ZARO_POLICY_EXPORT KxWildcardEmail {
 
   // Decides an address.
   //   address     any letter case; null is decided by nothing
-  //   trees       in order of precedence; null elements are passed over. They share one table (or have none): exceptions of a
-  //               frozen tree are compared by rank, which says nothing about the texts of another table
+  //   trees       in order of precedence; null elements are passed over. They share one table (or have none):
+  //               exceptions of a frozen tree are compared by rank, which says nothing about the texts of another table
   //   treeIndex   position of the tree that holds the deciding pattern
   //   name        the deciding pattern's text; valid as long as its tree
   //   belongsTo   the deciding pattern's kind
@@ -67,8 +68,8 @@ class ZARO_POLICY_EXPORT KxWildcardEmail {
   //   +128 added when the deciding tree had both kind 1 and kind 2 for the address
   static unsigned char matchEmailAddress(const char* address, std::vector<KxWildcardNode*>& trees,
                                          unsigned int* treeIndex, const char** name, KxEmailBelongsTo* belongsTo);
-  // Decides `count` addresses, each as a call of its own would, but several at a time, so that their cache misses overlap.
-  // `results` is an array of as many. Addresses for which memory runs out are logged, and nothing decides them.
+  // Decides `count` addresses, each as a call of its own would, but several at a time, so that their cache misses
+  // overlap. `results` is an array of as many. An address for which memory runs out is logged; nothing decides it.
   static void matchEmailAddressBatch(const char* const* addresses, std::size_t count,
                                      std::vector<KxWildcardNode*>& trees, KxMatchResult* results);
   // Finds what `tree.findMatches` finds for each of `count` addresses, several at a time as above.

@@ -11,8 +11,8 @@
 //   user@*                user at any domain
 //   *                     every address; the same as *@*
 //
-// 1. Phases. Make a root (`KxWildcardEmail::makeNewTree`), add every pattern, freeze (`initScanTimeMode`), then match. A
-//    floating tree (no string table) is never frozen.
+// 1. Phases. Make a root (`KxWildcardEmail::makeNewTree`), add every pattern, freeze (`initScanTimeMode`), then match.
+//    A floating tree (no string table) is never frozen.
 // 2. Threads. Adding patterns, making and destroying trees over a string table touch the table and the lock-on-init
 //    queue: one thread at a time for all trees together. A frozen tree may be searched by any number of threads; a tree
 //    that is not frozen, by one.

@@ -6,12 +6,12 @@
 //    administrator, or by entities contained in them, is seen, and can be edited once no other owner is left; what is
 //    owned by an entity that contains one of them is seen and cannot be edited. The administration root sees and edits
 //    everything. `isEditable`, and with it `remove`, is narrower on purpose: it counts direct owners only.
-// 3. The areas whose names begin with "OPP:" are the system's: never listed, offered to every administrator for reading.
+// 3. The areas whose names begin with "OPP:" are the system's: never listed, but every administrator may read them.
 // 4. There is no state here. A call uses the database handle it is given, which belongs to one thread; any number of
 //    threads may call at once, each with its own. `getIds` and `getEditableQuanantineData` make trees of patterns; see
 //    EntityUtils.h for what no thread may do meanwhile.
-// 5. Failures of the database layer are logged at level 1. Names and contents are UTF-8; storing or looking for anything
-//    else is such a failure.
+// 5. Failures of the database layer are logged at level 1. Names and contents are UTF-8; storing or looking for
+//    anything else is such a failure.
 #pragma once
 
 #include <map>

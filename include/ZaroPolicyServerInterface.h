@@ -4,7 +4,7 @@
 //    starts with a backlog, a thread count or a time-out that no machine could bear.
 // 2. What is written and what is read differ on purpose: time-outs are read only, and the lifetime of the LDAP cache is
 //    written to "policy_server" but read from the section that `getCacheSection` names.
-// 3. There is no state here. The settings store decides which threads may call; the list of servers may be asked by any.
+// 3. There is no state here. The settings store decides which threads may call; any may ask for the list of servers.
 #pragma once
 
 #include <cstddef>
@@ -84,7 +84,7 @@ class ZARO_POLICY_EXPORT ZaroPolicyServerInterface {
   // The rule by which a server or a client reads a key; null when it is not read as a number.
   static const NumberRule* findServerRule(const std::string& key);
   static const NumberRule* findClientRule(const std::string& key);
-  // Reads a stored text by a rule. `value` stays as it was where the answer is NotANumber and the rule has no fall-back.
+  // Reads a stored text by a rule. `value` stays as it was when the answer is NotANumber and there is no fall-back.
   static Reading readNumber(const NumberRule& rule, const std::string& text, unsigned int& value);
 
   // The section that the lifetime of the LDAP cache is read from.

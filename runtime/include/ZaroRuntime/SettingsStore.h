@@ -53,13 +53,14 @@ struct SettingText {
 // Throws RuntimeError.
 void writeHostSettings(const Installation& installation, const std::vector<SettingText>& settings);
 
-// Settings that are read and written together: all of them or none. While one is open, what this thread writes waits for
-// `commit`, also what it writes through GlobalSettingIF; without a commit nothing is written. Reading gives the settings
-// as they were. Another thread or process that opens one waits, up to a minute; readers and single writes do not. Not for
-// two at a time in one thread.
+// Settings that are read and written together: all of them or none. While one is open, what this thread writes waits
+// for `commit`, also what it writes through GlobalSettingIF; without a commit nothing is written. Reading gives the
+// settings as they were. Another thread or process that opens one waits, up to a minute; readers and single writes do
+// not. Not for two at a time in one thread.
 //
-// `commit` writes the new file beside the old one and has the disk keep it, then commits the table's rows, then gives the
-// file its name. A process that dies between the last two leaves the old file above a new table: `Setting::below` tells.
+// `commit` writes the new file beside the old one and has the disk keep it, then commits the table's rows, then gives
+// the file its name. A process that dies between the last two leaves the old file above a new table, as
+// `Setting::below` tells.
 class SettingsTransaction {
  public:
   // Throws RuntimeError.

@@ -450,7 +450,7 @@ KxListedEmailAddress* TreeFilling::wildcardLeafOf(Level level, const KxIndexedSt
     return nullptr;
   }
   if (!isWhole(*leaf, KxStringtable::_theWildcardIndexedString, fullAddress)) {
-    delete leaf;
+    LeafArena::destroy(leaf);
     return nullptr;
   }
   if (level.tree() != nullptr) {

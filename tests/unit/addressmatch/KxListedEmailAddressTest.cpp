@@ -1,5 +1,6 @@
 #include "KxListedEmailAddress.h"
 
+#include <cstring>
 #include <memory>
 #include <set>
 #include <string>
@@ -333,6 +334,23 @@ TEST_F(ListedAddress, everyNameMatchesAWildcard) {
     EXPECT_TRUE(base->matchName(KxIndexedString("")));
   }
   EXPECT_EQ(byText.getNameAsPtr(), table.getRef("*"));
+}
+
+// A program's own kind of pattern: any name but one matches.
+class AllButOne : public KxWildcardedEmailAddress {
+ public:
+  AllButOne(KxStringtable* table, const char* fullAddress) : KxWildcardedEmailAddress(table, fullAddress) {}
+  bool matchName(const char* name) const override {
+    return std::strcmp(name, "postmaster") != 0 && KxWildcardedEmailAddress::matchName(name);
+  }
+  using KxWildcardedEmailAddress::matchName;
+};
+
+TEST_F(ListedAddress, programsMayDeriveFromAWildcard) {
+  const AllButOne leaf(&table, "*@example.test");
+  const KxListedEmailAddress& base = leaf;
+  EXPECT_TRUE(base.matchName("user"));
+  EXPECT_FALSE(base.matchName("postmaster"));
 }
 
 // --- Weights ---
