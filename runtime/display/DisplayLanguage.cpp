@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <filesystem>
 #include <iterator>
+#include <system_error>
 
 #include "ZaroRuntime/IniFile.h"
+#include "ZaroRuntime/RuntimeError.h"
 #include "common/AsciiText.h"
 #include "display/DisplayStrings.h"
 
@@ -53,6 +55,10 @@ std::vector<std::string> installedDisplayLanguages(const Installation& installat
     if (isLanguageName(language)) {
       languages.push_back(language);
     }
+  }
+  if (failure && failure != std::errc::no_such_file_or_directory) {
+    throw RuntimeError(base.parent_path().string() + ": cannot be listed: " + failure.message(),
+                       kindOfFileError(failure.value()));
   }
   std::sort(languages.begin(), languages.end());
   return languages;

@@ -23,9 +23,10 @@ namespace zaroruntime {
 
 constexpr char kInDoubt[] = "whether the transaction was committed is not known";
 
-// Throws what the failure of a COMMIT says that leaves its outcome open.
+// Throws what the failure of a COMMIT says that leaves its outcome open, with that failure nested in it. For use where
+// it is being handled.
 [[noreturn]] inline void throwInDoubt(const std::exception& failure) {
-  throw RuntimeError(std::string(failure.what()) + "; " + kInDoubt, FailureKind::CommitInDoubt);
+  std::throw_with_nested(RuntimeError(std::string(failure.what()) + "; " + kInDoubt, FailureKind::CommitInDoubt));
 }
 
 class TransactionState {

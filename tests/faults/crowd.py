@@ -53,7 +53,10 @@ class Crowd:
 
         def run():
             for slot in iter(lambda: self._next(slots), None):
-                self._run(slot, random.random() < kill)
+                try:
+                    self._run(slot, random.random() < kill)
+                except (OSError, ValueError) as failure:
+                    self.wrong.append(f"{slot}: the test itself failed: {failure!r}")
 
         threads = [threading.Thread(target=run) for _ in range(workers)]
         for thread in threads:
@@ -77,7 +80,7 @@ class Crowd:
         if killer is not None:
             killer.start()
         try:
-            _, err = process.communicate(given.format(N=slot).encode(), installation.PATIENCE)
+            out, err = process.communicate(given.format(N=slot).encode(), installation.PATIENCE)
         except subprocess.TimeoutExpired:
             process.kill()
             process.communicate()
@@ -85,16 +88,19 @@ class Crowd:
             return
         if killer is not None:
             killer.cancel()
-        self._note(slot, process.returncode, err.decode("utf-8", "replace"))
+        self._note(slot, process.returncode, out, err.decode("utf-8", "replace"))
         if process.returncode == 0:
             self.took += (time.monotonic() - began - self.took) / 8
 
-    def _note(self, slot, status, err):
-        if status == 0:
+    def _note(self, slot, status, out, err):
+        if status == -signal.SIGKILL:
+            self.killed += 1
+        # One that was killed may have told of its change before.
+        if status == 0 or (status == -signal.SIGKILL and out):
             self.told(f"done {slot}")
             self.slots[slot] = "acknowledged"
         elif status == -signal.SIGKILL:
-            self.killed += 1
+            self.slots[slot] = "killed"
         elif IN_DOUBT in err:
             self.slots[slot] = "in doubt"
         elif status in DOCUMENTED and err.strip():

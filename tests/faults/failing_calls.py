@@ -1,7 +1,7 @@
 """Every command, and the reloads of the services, with one call that fails: the allocation, the call of the driver manager,
 the system call of every number, or so many of them as are asked for.
 
-    failing_calls.py [HOW-MANY|all] [--seed N] [--only WORDS] [--every N]
+    failing_calls.py [HOW-MANY|all] [--seed N] [--only WORDS] [--every N] [--part PART]
 
 A command that fails says so: by a documented status, with a message, and with everything as it was before; or it has made
 its change and says that too. It never crashes, hangs, answers wrong, or leaves files behind, and its next call works."""
@@ -18,6 +18,7 @@ import time
 
 import calls
 import installation
+import results
 from services import FilterUnderFaults, ServerUnderFaults
 
 # The exit statuses of failures.
@@ -41,34 +42,41 @@ FAULTS = {
 }
 
 
-class Findings:
+class Findings(results.Results):
     """What came of all calls that failed."""
 
     def __init__(self):
+        super().__init__()
         self.tried = collections.Counter()
-        self.unnoticed = collections.Counter()
+        self.told = collections.Counter()
         self.others_crashes = collections.Counter()
-        self.found = 0
+        self.commands = collections.Counter()
 
-    def add(self, what, details):
-        self.found += 1
-        print(f"FOUND: {what}\n  {details}", flush=True)
-
-    def summarise(self):
+    def summary(self):
+        for dialect, count in self.commands.items():
+            yield f"{dialect}: {count} commands"
         for kind, count in self.tried.items():
-            print(f"{kind}: {count} failed, {self.unnoticed[kind]} of them without an effect")
-        for where, count in self.others_crashes.items():
-            print(f"crashes within {where}: {count}")
-        print(f"{sum(self.tried.values())} failing calls, {self.found} findings")
+            what = ", ".join(f"{number} {told}" for (of, told), number in sorted(self.told.items()) if of == kind)
+            yield f"{kind}: {count} failed" + (f": {what}" if what else "")
+        yield from (f"crashes within {where}: {count}" for where, count in self.others_crashes.items())
+        yield f"{sum(self.tried.values())} failing calls"
+
+
+def spread(numbers, how_many):
+    """So many of a range, one out of each part of it."""
+    parts = [numbers[len(numbers) * at // how_many:len(numbers) * (at + 1) // how_many] for at in range(how_many)]
+    return [random.choice(part) for part in parts if part]
 
 
 def chosen(count, how_many, first):
     """Numbers of calls. Those before `first` come in every command, to read what it is to do."""
     if how_many is None or count <= how_many:
         return range(1, count + 1)
-    early = random.sample(range(1, first + 1), min(first, max(1, how_many // 8))) if count > first > 0 else []
-    late = range(first + 1, count + 1) if count > first else range(1, count + 1)
-    return sorted(early + random.sample(late, min(len(late), how_many - len(early))))
+    early = min(first, max(1, how_many // 8)) if count > first > 0 else 0
+    return spread(range(1, first + 1), early) + spread(range(first + 1 if early else 1, count + 1), how_many - early)
+
+
+Outcome = collections.namedtuple("Outcome", "result stored names")
 
 
 class Commands:
@@ -80,27 +88,36 @@ class Commands:
 
     def try_all(self, only, every):
         wanted = [row for row in self.made.commands() if " ".join(row[0]).startswith(only)]
-        for arguments, given in wanted[random.randrange(every)::every]:
+        wanted = wanted[random.randrange(every)::every]
+        for number, (arguments, given) in enumerate(wanted, 1):
             self.try_command(arguments, given)
+            self.findings.commands[self.made.dialect] += 1
+            self.findings.tell(f"{self.made.dialect}: {number} of {len(wanted)} commands, "
+                               f"{sum(self.findings.tried.values())} failing calls")
 
     def try_command(self, arguments, given):
         self.arguments, self.given = arguments, given
         self.intact, self.after, self.names_after = self._outcome()
         again, _, _ = self._outcome()
         self.is_repeatable = self.intact == again
+        self.gone_on = set()
         for kind, fault in FAULTS.items():
             self._try_fault(kind, fault)
 
     def _outcome(self, environment=None):
-        result = self.made.zaroctl(*self.arguments, given=self.given, environment=environment)
-        stored = self.made.stored()
-        names = self.made.names()
-        self._restore(stored)
-        return result, stored, names
+        outcome = self._run(environment)
+        self._restore(outcome)
+        return outcome
 
-    def _restore(self, stored):
+    def _run(self, environment=None):
+        result = self.made.zaroctl(*self.arguments, given=self.given, environment=environment)
+        if result.status is None or result.status < 0:
+            self.made.wait_for_killed()
+        return Outcome(result, self.made.stored(), self.made.names())
+
+    def _restore(self, outcome):
         """A reading command that left everything as it was leaves nothing to put back."""
-        if stored != self.made.before or self.made.dialect == "postgresql" or self.made.names() != self.made.names_before:
+        if outcome.stored != self.made.before or self.made.dialect == "postgresql" or outcome.names != self.made.names_before:
             self.made.restore()
 
     def _try_fault(self, kind, fault):
@@ -111,12 +128,27 @@ class Commands:
         self._outcome(self.calls.environment)
         for number in chosen(self.calls.count(), self.how_many, first):
             self.calls.arm(fault.kinds, number, calls.FOREVER if fault.forever else number, fault.action, fault.state)
-            result, stored, names = self._outcome(self.calls.environment)
+            outcome = self._run(self.calls.environment)
             if self.calls.has_failed():
                 self.findings.tried[kind] += 1
                 what = (f"{self.made.dialect}: zaroctl {' '.join(self.arguments)}: {kind} {number}, {self.calls.name()}: "
-                        f"status {result.status}")
-                self._judge(kind, what, result, stored, names)
+                        f"status {outcome.result.status}")
+                self._judge(kind, what, *outcome)
+                outcome = self._go_on(kind, what, outcome)
+            self._restore(outcome)
+
+    def _go_on(self, kind, what, failed):
+        """The command once more, on what a failure has left; once for each kind of failure and of its end."""
+        way = (kind, self.calls.name(), failed.result.status)
+        if failed.stored != self.made.before or failed.result.status == self.intact.status or way in self.gone_on:
+            return failed
+        self.gone_on.add(way)
+        self.made.restore_numbers()
+        again = self._run()
+        if again.result.status != self.intact.status or again.stored != self.after:
+            self.findings.add(f"{what}: it cannot be done afterwards: {again.result.status}",
+                              again.result.err + difference(self.after, again.stored))
+        return again
 
     def _judge(self, kind, what, result, stored, names):
         details = f"{result.err.strip()}\n  {result.out.strip()[:300]}"
@@ -129,7 +161,7 @@ class Commands:
         elif result.status not in DOCUMENTED:
             self.findings.add(what + ": not a status of a failure", details)
         else:
-            self._judge_failure(what, result, stored, details)
+            self._judge_failure(kind, what, result, stored, details)
         leftovers = names - self.made.names_before - self.names_after
         # Where every call fails from now on, or the one that removes, nothing can be removed.
         cannot_remove = kind == "system calls for good" or self.calls.name() in ("unlink", "rmdir")
@@ -149,16 +181,18 @@ class Commands:
             self.findings.add(what + ": half of the change is there", self.calls.culprit())
 
     def _judge_unnoticed(self, kind, what, result, stored, details):
-        self.findings.unnoticed[kind] += 1
+        self.findings.told[kind, "without an effect"] += 1
         if stored != self.after:
             self.findings.add(what + ": the change is not what it should be", details + difference(self.after, stored))
         # What a check finds is told with the status of what it found.
         if self.is_repeatable and result.out != self.intact.out and result.err == self.intact.err:
             self.findings.add(what + ": it answers wrong", details)
 
-    def _judge_failure(self, what, result, stored, details):
+    def _judge_failure(self, kind, what, result, stored, details):
         if not result.err.strip() and not result.out.strip():
             self.findings.add(what + ": it does not say why", details)
+        if IN_DOUBT in result.err:
+            self.findings.told[kind, "in doubt"] += 1
         if stored == self.after and stored != self.made.before:
             if not MADE.search(result.err) and IN_DOUBT not in result.err:
                 self.findings.add(what + ": the change is made, which it does not say", details)
@@ -183,32 +217,42 @@ def try_commands(make, findings, how_many, only, every):
             made.remove()
 
 
+# What there is to try, besides the services.
+INSTALLATIONS = {"sqlite": installation.Installation, "postgresql": installation.ServerInstallation}
+SERVICES = {"filter": FilterUnderFaults, "server": ServerUnderFaults}
+
+
+def try_part(part, findings, how_many, given):
+    if part in SERVICES:
+        SERVICES[part](findings).try_reloads(400 if how_many is None else max(1, 5 * how_many // given.every))
+    elif part == "sqlite":
+        try_commands(INSTALLATIONS[part], findings, how_many, given.only, given.every)
+    elif installation.SERVER["HOST"]:
+        try_commands(INSTALLATIONS[part], findings, max(1, how_many // 4) if how_many else 8, given.only, given.every)
+    else:
+        print("PostgreSQL: left out, for there is no server; see scripts/with-postgres")
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("how_many", nargs="?", default="4", help="calls of each kind of each command; or all")
     parser.add_argument("--seed", type=int, default=None)
     parser.add_argument("--only", default="", help="commands that begin so; of services, none")
     parser.add_argument("--every", type=int, default=1, help="of so many commands one; of services, fewer reloads alike")
+    parser.add_argument("--part", choices=[*INSTALLATIONS, *SERVICES], action="append", help="all of them")
     given = parser.parse_args()
     seed = given.seed if given.seed is not None else random.randrange(10**6)
     print(f"seed {seed}", flush=True)
     random.seed(seed)
     how_many = None if given.how_many == "all" else int(given.how_many)
     findings = Findings()
-    began = time.monotonic()
-    try_commands(installation.Installation, findings, how_many, given.only, given.every)
-    if installation.SERVER["HOST"]:
-        try_commands(installation.ServerInstallation, findings, max(1, how_many // 4) if how_many else 8, given.only,
-                     given.every)
-    else:
-        print("PostgreSQL: left out, for there is no server; see scripts/with-postgres")
-    if not given.only:
-        reloads = 400 if how_many is None else max(1, 5 * how_many // given.every)
-        for service in (FilterUnderFaults, ServerUnderFaults):
-            service(findings).try_reloads(reloads)
-    findings.summarise()
-    print(f"{time.monotonic() - began:.0f} seconds")
-    sys.exit(1 if findings.found else 0)
+    parts = given.part or [*INSTALLATIONS, *([] if given.only else SERVICES)]
+
+    def work():
+        for part in parts:
+            try_part(part, findings, how_many, given)
+
+    findings.finish(work)
 
 
 if __name__ == "__main__":

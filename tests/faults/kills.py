@@ -14,7 +14,6 @@ import random
 import signal
 import sqlite3
 import subprocess
-import sys
 import tempfile
 import threading
 import time
@@ -24,24 +23,20 @@ import crowd
 import disk
 import installation
 import proxy
+import results
 import upgrades
 
-class Report:
+class Report(results.Results):
     def __init__(self):
+        super().__init__()
         self.counts = collections.Counter()
-        self.found = 0
 
     def count(self, what, number=1):
         self.counts[what] += number
+        self.tell(f"{what}: {self.counts[what]}")
 
-    def add(self, what, details=""):
-        self.found += 1
-        print(f"FOUND: {what}\n  {details}", flush=True)
-
-    def summarise(self):
-        for what, count in self.counts.items():
-            print(f"{what}: {count}")
-        print(f"{self.found} findings")
+    def summary(self):
+        yield from (f"{what}: {count}" for what, count in self.counts.items())
 
 
 class KilledCommands:
@@ -55,6 +50,7 @@ class KilledCommands:
         self.names_before = made.names()
         self.calls.arm(calls.SYSTEM)
         self.writers = made.writing_commands(self.calls.environment, self._calls_of_the_last)
+        report.count(f"{made.dialect}: commands that write", len(self.writers))
 
     def _calls_of_the_last(self):
         count = self.calls.count()
@@ -68,25 +64,22 @@ class KilledCommands:
             self.made.restore()
 
     def _kill_at_some_time(self, writer):
-        process = subprocess.Popen([installation.ZAROCTL, *writer.arguments], stdin=subprocess.PIPE, stdout=subprocess.DEVNULL,
+        process = subprocess.Popen([installation.ZAROCTL, *writer.arguments], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
                                    stderr=subprocess.DEVNULL,
                                    env={**installation.clean_environment(), "ZARO_HOME": str(self.made.home)})
-        try:
-            process.stdin.write(writer.given.encode())
-            process.stdin.close()
-        except BrokenPipeError:
-            pass
-        time.sleep(random.uniform(0, writer.took))
-        process.kill()
-        self._judge(writer, process.wait(), "at some time", "")
+        killer = threading.Timer(random.uniform(0, writer.took), process.kill)
+        killer.start()
+        out, _ = process.communicate(writer.given.encode())
+        killer.cancel()
+        self._judge(writer, process.returncode, out, "at some time", "")
 
     def _kill_at_call(self, writer):
         # What a process does to files comes late in its life.
         self.calls.arm(calls.SYSTEM, int(writer.calls * random.random() ** 0.5) + 1, action=calls.KILL)
         result = self.made.zaroctl(*writer.arguments, given=writer.given, environment=self.calls.environment)
-        self._judge(writer, result.status, "at a system call", self.calls.name())
+        self._judge(writer, result.status, result.out, "at a system call", self.calls.name())
 
-    def _judge(self, writer, status, when, call):
+    def _judge(self, writer, status, out, when, call):
         what = f"{self.made.dialect}: zaroctl {' '.join(writer.arguments)}, killed {when} {call}"
         if status not in (writer.intact.status, -signal.SIGKILL):
             self.report.add(f"{what}: status {status}")
@@ -96,6 +89,8 @@ class KilledCommands:
         if stored not in (self.made.before, writer.after) or (status == writer.intact.status and stored != writer.after):
             self.report.add(f"{what}: status {status}, but half of it is there", f"{sorted(stored ^ self.made.before)[:6]}")
             return
+        if out and stored == self.made.before:
+            self.report.add(f"{what}: it has told of a change that is not there", out)
         check = self.made.zaroctl("check")
         if check.status != self.sound.status:
             self.report.add(f"{what}: check ends with {check.status}", check.out + check.err)
@@ -300,19 +295,19 @@ def main():
     print(f"seed {seed}", flush=True)
     random.seed(seed)
     report = Report()
-    for name, scene in SCENES.items():
-        if given.only and name not in given.only:
-            continue
+    report.finish(lambda: play(given.only or list(SCENES), report, int(given.how_many)))
+
+
+def play(names, report, how_many):
+    for name in names:
         if name in ON_SERVER and not installation.SERVER["CTL"]:
             print(f"{name}: left out, for there is no server of ours; see scripts/with-postgres")
             continue
         began = time.monotonic()
         with tempfile.TemporaryDirectory(prefix="zaro-kills-") as directory:
             os.chmod(directory, 0o755)
-            scene(pathlib.Path(directory), report, int(given.how_many))
+            SCENES[name](pathlib.Path(directory), report, how_many)
         print(f"{name}: {time.monotonic() - began:.0f} seconds", flush=True)
-    report.summarise()
-    sys.exit(1 if report.found else 0)
 
 
 if __name__ == "__main__":

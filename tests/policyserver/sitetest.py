@@ -82,7 +82,10 @@ class Filter:
                            .encode())
             answer = b""
             while not answer.endswith(b"\n\n"):
-                answer += asking.recv(4096)
+                piece = asking.recv(4096)
+                if not piece:
+                    raise ConnectionError(f"the filter closes after {answer!r}")
+                answer += piece
         return answer.decode().strip()
 
     def refuses(self, sender):

@@ -9,9 +9,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <filesystem>
 #include <new>
 
 #include "ZaroRuntime/LastFailure.h"
+#include "ZaroRuntime/RuntimeError.h"
 #include "console/DelayedSignals.h"
 #include "console/Text.h"
 #include "console/UsageError.h"
@@ -92,6 +94,9 @@ int runProgram(const std::function<ExitCode()>& work, const char* (*outOfMemory)
   } catch (const zaroruntime::RuntimeError& failure) {
     diagnose(failure.what());
     code = exitCodeOf(failure.kind());
+  } catch (const std::filesystem::filesystem_error& failure) {
+    diagnose(failure.what());
+    code = exitCodeOf(zaroruntime::kindOfFileError(failure.code().value()));
   } catch (const std::exception& failure) {
     diagnose(failure.what());
   } catch (const char* thrown) {

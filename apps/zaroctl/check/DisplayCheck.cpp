@@ -17,20 +17,22 @@ using zaroruntime::RuntimeError;
 namespace {
 
 constexpr const char* kSection = "UiDisplay";
+constexpr const char* kLanguageSubject = "display language";
+constexpr const char* kStringsSubject = "display strings";
 
 bool contains(const std::vector<std::string>& texts, const std::string& text) {
   return std::find(texts.begin(), texts.end(), text) != texts.end();
 }
 
-// The language that the installation is set to. Settings that cannot be read have their finding already.
+// The language that the installation is set to.
 void checkLanguage(const Installation& installation, Findings& findings) {
   std::string configured;
   try {
     configured = zaroruntime::configuredDisplayLanguage(installation);
-  } catch (const RuntimeError&) {
-    return;
+  } catch (const RuntimeError& failure) {
+    return findings.failed(kLanguageSubject, failure);
   }
-  findings.check("display language", [&]() -> std::string {
+  findings.check(kLanguageSubject, [&]() -> std::string {
     if (configured.empty()) {
       return "that of the locale";
     }
@@ -46,8 +48,13 @@ void checkLanguage(const Installation& installation, Findings& findings) {
 }
 
 // Those that have a file, and the one that must have.
-std::vector<std::string> languages(const Installation& installation) {
-  auto languages = zaroruntime::installedDisplayLanguages(installation);
+std::vector<std::string> languages(const Installation& installation, Findings& findings) {
+  std::vector<std::string> languages;
+  try {
+    languages = zaroruntime::installedDisplayLanguages(installation);
+  } catch (const RuntimeError& failure) {
+    findings.failed(kStringsSubject, failure);
+  }
   if (!contains(languages, zaroruntime::kFallbackDisplayLanguage)) {
     languages.emplace_back(zaroruntime::kFallbackDisplayLanguage);
   }
@@ -80,7 +87,7 @@ IniFile readStrings(const std::string& path) {
 }
 
 void checkStrings(const std::string& path, Findings& findings) {
-  findings.check("display strings", [&] {
+  findings.check(kStringsSubject, [&] {
     const IniFile ini = readStrings(path);
     const std::string wrong = wrongStrings(ini);
     if (!wrong.empty()) {
@@ -94,7 +101,7 @@ void checkStrings(const std::string& path, Findings& findings) {
 
 void checkDisplay(const Installation& installation, Findings& findings) {
   checkLanguage(installation, findings);
-  for (const std::string& language : languages(installation)) {
+  for (const std::string& language : languages(installation, findings)) {
     checkStrings(zaroruntime::displayFile(installation, language), findings);
   }
 }

@@ -9,6 +9,12 @@ void Findings::wrong(const std::string& subject, const std::string& finding, Fai
   m_code = m_code == ExitCode::Found ? exitCodeOf(kind) : m_code;
 }
 
+void Findings::failed(const std::string& subject, const zaroruntime::RuntimeError& failure) {
+  if (m_code == ExitCode::Found) {
+    wrong(subject, failure.what(), failure.kind());
+  }
+}
+
 bool Findings::check(const std::string& subject, const std::function<std::string()>& look) {
   try {
     ok(subject, look());

@@ -14,6 +14,9 @@ class Findings {
   void wrong(const std::string& subject, const std::string& finding,
              zaroruntime::FailureKind kind = zaroruntime::FailureKind::Configuration);
 
+  // The failure of something that an earlier check has looked at too: told unless anything was found wrong already.
+  void failed(const std::string& subject, const zaroruntime::RuntimeError& failure);
+
   // Runs one check, which answers what it found in order, or throws what is wrong. False when it threw.
   bool check(const std::string& subject, const std::function<std::string()>& look);
 

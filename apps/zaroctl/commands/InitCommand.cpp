@@ -1,5 +1,6 @@
 // init [DIR]
 #include <cstdlib>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -160,11 +161,11 @@ DatabaseResult prepareDatabase(const Installation& installation, const std::stri
       beforeCommit();
     });
   } catch (const RuntimeError& failure) {
-    if (failure.kind() != FailureKind::CommitInDoubt || session.dialect() != zaroruntime::Dialect::SQLite) {
-      throw;
+    // A COMMIT in doubt is none where the file goes with the unfinished installation: what it failed of is all there is to tell.
+    if (session.dialect() == zaroruntime::Dialect::SQLite) {
+      std::rethrow_if_nested(failure);
     }
-    // The file goes with the unfinished installation.
-    throw RuntimeError(std::string(failure.what()) + ", and nothing of it is kept", FailureKind::File);
+    throw;
   }
   return {version ? "kept" : "created", sample, added || !scripts.empty()};
 }

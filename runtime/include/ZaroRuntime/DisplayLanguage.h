@@ -14,7 +14,8 @@ extern const char* const kFallbackDisplayLanguage;
 // Path of a language's file, which need not exist.
 std::string displayFile(const Installation& installation, const std::string& language);
 
-// Languages that have a file, in alphabetical order; empty when there is no directory to look in.
+// Languages that have a file, in alphabetical order; empty when there is no directory to look in. Throws RuntimeError
+// for one that cannot be listed.
 std::vector<std::string> installedDisplayLanguages(const Installation& installation);
 
 // What config/zaro.ini says in section [display], key language; empty for nothing. Throws RuntimeError when the file

@@ -6,6 +6,7 @@
 #include <sysexits.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <new>
 #include <stdexcept>
 
@@ -34,6 +35,13 @@ TEST(RunProgram, whatIsThrownIsTold) {
               ExitedWithCode(77), "not allowed");
   EXPECT_EXIT(runAndExit([]() -> ExitCode { throw "a text of the platform"; }), ExitedWithCode(65),
               "a text of the platform");
+  const auto copy = [](std::errc error) -> ExitCode {
+    throw std::filesystem::filesystem_error("cannot copy", std::make_error_code(error));
+  };
+  EXPECT_EXIT(runAndExit([&] { return copy(std::errc::no_space_on_device); }), ExitedWithCode(74),
+              "cannot copy: No space");
+  EXPECT_EXIT(runAndExit([&] { return copy(std::errc::permission_denied); }), ExitedWithCode(77),
+              "cannot copy: Permission");
 }
 
 void takeMemory() {

@@ -8,6 +8,7 @@
 
 #include "ZaroRuntime/DisplayLanguage.h"
 #include "ZaroRuntime/LastFailure.h"
+#include "ZaroRuntime/RuntimeError.h"
 #include "support/ProcessTest.h"
 #include "support/TemporaryDirectory.h"
 #include "support/Thrown.h"
@@ -17,6 +18,8 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::StartsWith;
+using testing::ThrowsMessage;
 using ZARO::KxResbundle;
 using zaroruntime::displayLanguageNames;
 using zarotest::readFile;
@@ -201,6 +204,11 @@ PROCESS_TEST_F(Resbundle, listsTheLanguagesThatHaveAFile) {
   const zaroruntime::Installation installation(m_directory.path());
   EXPECT_THAT(zaroruntime::installedDisplayLanguages(installation), ElementsAre("de", "en", "zh"));
   EXPECT_THAT(zaroruntime::installedDisplayLanguages(zaroruntime::Installation(m_directory.path("nowhere"))), IsEmpty());
+  const std::string endless = m_directory.path("endless");
+  std::filesystem::create_directory(endless);
+  std::filesystem::create_symlink("resources", endless + "/resources");
+  EXPECT_THAT([&] { zaroruntime::installedDisplayLanguages(zaroruntime::Installation(endless)); },
+              ThrowsMessage<zaroruntime::RuntimeError>(StartsWith(endless + "/resources: cannot be listed: ")));
 }
 
 TEST(DisplayLanguageNames, areTakenFromLanguagesAndLocales) {
