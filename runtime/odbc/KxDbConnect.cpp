@@ -114,11 +114,11 @@ void KxDbConnect::Impl::execute(const char* statement, SQL_TYPE type) {
     case TransactionVerb::Rollback:
       _rollBack(text, type);
       break;
+    case TransactionVerb::Begin:
+      _begin(text);
+      break;
     default:
       _send(text, type);
-      if (verb == TransactionVerb::Begin) {
-        m_transaction.begun();
-      }
   }
   m_result = Result::Open;
 }
@@ -249,10 +249,22 @@ void KxDbConnect::Impl::_send(const std::string& statement, SQL_TYPE type) {
   }
 }
 
+// Nothing comes between the database's answer and what is known here: a transaction that was open without our knowledge
+// would stay so on a connection of the pool.
+void KxDbConnect::Impl::_begin(const std::string& statement) {
+  try {
+    odbc.control(statement);
+  } catch (const std::exception& failure) {
+    _noteFailure(failure);
+    throw;
+  }
+  m_transaction.begun();
+}
+
 // Sent even when no BEGIN was seen, and then a database that calls that an error has nothing to commit.
 void KxDbConnect::Impl::_commit(const std::string& statement) {
   try {
-    odbc.commit(statement);
+    odbc.control(statement);
   } catch (const std::exception& failure) {
     if (m_transaction.isNone() && saysNoTransaction(failure)) {
       odbc.closeResult();

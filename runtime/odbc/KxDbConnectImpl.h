@@ -50,6 +50,7 @@ struct KxDbConnect::Impl {
 
   void _requireExecutable(const std::string& statement, zaroruntime::TransactionVerb verb) const;
   void _send(const std::string& statement, SQL_TYPE type);
+  void _begin(const std::string& statement);
   void _commit(const std::string& statement);
   void _rollBack(const std::string& statement, SQL_TYPE type);
   bool _mayTouchSession(const std::string& statement, zaroruntime::TransactionVerb verb) const;

@@ -163,7 +163,7 @@ void OdbcConnection::execute(const std::string& statement) {
   _requireUnchanged();
 }
 
-void OdbcConnection::commit(const std::string& statement) {
+void OdbcConnection::control(const std::string& statement) {
   closeResult();
   refuseWhatIsNotUtf8(statement);
   _send(statement);

@@ -39,8 +39,8 @@ class OdbcConnection {
 
   // Runs a statement, which must be UTF-8; rows are then fetched.
   void execute(const std::string& statement);
-  // Runs a COMMIT and looks for no result: what this throws comes from the commit itself.
-  void commit(const std::string& statement);
+  // Runs a BEGIN or a COMMIT and looks for no result: what this throws comes from the statement itself.
+  void control(const std::string& statement);
   // Closes the result, if any.
   void closeResult() noexcept;
   // True when there is a row, now current. False at the end, and for results without columns.

@@ -52,7 +52,7 @@ struct SqlSession::Impl {
       throw;
     }
     try {
-      odbc.commit("COMMIT");
+      odbc.control("COMMIT");
     } catch (const std::exception& failure) {
       odbc.disconnect();
       if (leavesCommitOpen(failure)) {

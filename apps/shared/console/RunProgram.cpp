@@ -6,11 +6,13 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <filesystem>
 #include <new>
+#include <thread>
 
 #include "ZaroRuntime/LastFailure.h"
 #include "ZaroRuntime/RuntimeError.h"
@@ -44,7 +46,40 @@ void tellOutOfMemory() {
 
 thread_local bool hasRunOut = false;  // of memory
 
+// The waits of a thread for memory, which others may give back meanwhile.
+class MemoryWait {
+ public:
+  void permit() { m_isPermitted = true; }
+
+  // False when it has been waited for long enough.
+  bool wait() {
+    constexpr std::chrono::milliseconds kPause(10);
+    constexpr int kMostPauses = 100;
+    if (!m_isPermitted) {
+      return false;
+    }
+    m_pauses = Clock::now() - m_last < 10 * kPause ? m_pauses + 1 : 1;
+    if (m_pauses <= kMostPauses) {
+      std::this_thread::sleep_for(kPause);
+    }
+    m_last = Clock::now();
+    return m_pauses <= kMostPauses;
+  }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  bool m_isPermitted = false;
+  int m_pauses = 0;          // without a break between them
+  Clock::time_point m_last;  // when the last ended
+};
+
+thread_local MemoryWait memoryWait;
+
 void noteOutOfMemory() {
+  if (memoryWait.wait()) {
+    return;  // and `new` tries again
+  }
   hasRunOut = true;
   throw std::bad_alloc();
 }
@@ -74,6 +109,10 @@ bool endsWithoutMemory() {
 }
 
 }  // namespace
+
+void waitForMemory() {
+  memoryWait.permit();
+}
 
 int runProgram(const std::function<ExitCode()>& work, const char* (*outOfMemory)()) {
   prepareProcess();

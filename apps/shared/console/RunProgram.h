@@ -15,3 +15,7 @@
 // standard error has the text that `outOfMemory` answers; it takes no memory.
 int runProgram(
     const std::function<ExitCode()>& work, const char* (*outOfMemory)() = [] { return "out of memory"; });
+
+// From now on `new` on this thread waits where memory has run out, for a second in one go, before it throws. For
+// threads of a service in whose libraries an exception ends the program, or loses what would have gone on.
+void waitForMemory();

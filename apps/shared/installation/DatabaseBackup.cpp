@@ -29,33 +29,41 @@ constexpr int kConnectTimeOut = 10;  // seconds
 // An empty file beside the place where the copy will be, which goes unless the copy got its name.
 class UnfinishedCopy {
  public:
-  explicit UnfinishedCopy(const fs::path& place) : m_path((place.parent_path() / ".backup-XXXXXX").string()) {
+  explicit UnfinishedCopy(const fs::path& place)
+      : m_place(place.string()),
+        m_directory(place.parent_path().string()),
+        m_path((place.parent_path() / ".backup-XXXXXX").string()) {
     const int descriptor = mkstemp(m_path.data());
     if (descriptor < 0) {
-      throwErrno(place.parent_path().string(), "cannot make a file there", FailureKind::Creation);
+      throwErrno(m_directory, "cannot make a file there", FailureKind::Creation);
     }
     close(descriptor);
+    m_journal = m_path + "-journal";
   }
   ~UnfinishedCopy() {
-    std::error_code ignored;
-    if (!m_path.empty()) {
-      fs::remove(m_path, ignored);
+    if (!m_isNamed) {
+      unlink(m_path.c_str());
     }
-    fs::remove(m_path + "-journal", ignored);
+    unlink(m_journal.c_str());
   }
   UnfinishedCopy(const UnfinishedCopy&) = delete;
   UnfinishedCopy& operator=(const UnfinishedCopy&) = delete;
 
   const std::string& path() const { return m_path; }
-  void nameIt(const fs::path& place) {
+  // Takes no memory once the copy has its name.
+  void nameIt() {
     bringToDisk(m_path);
-    moveWithoutReplacing(m_path, place.string());
-    m_path.clear();
-    tryToBringToDisk(place.parent_path().string());
+    moveWithoutReplacing(m_path, m_place);
+    m_isNamed = true;
+    tryToBringToDisk(m_directory);
   }
 
  private:
+  const std::string m_place;
+  const std::string m_directory;
   std::string m_path;
+  std::string m_journal;
+  bool m_isNamed = false;
 };
 
 // Opens a copy in the form in which it was written, so that it stays one file. It may be of any version: one is made
@@ -97,7 +105,7 @@ DatabaseBackup backUpDatabase(const std::string& file) {
   UnfinishedCopy copy(place);
   SqlSession(source, settings, installation, kConnectTimeOut).run("VACUUM INTO " + zaroruntime::sqlLiteral(copy.path()));
   requireSound(copy.path(), source, settings, installation);
-  const std::uintmax_t bytes = fs::file_size(copy.path());
-  copy.nameIt(place);
-  return {place.string(), bytes};
+  DatabaseBackup backup{place.string(), fs::file_size(copy.path())};
+  copy.nameIt();
+  return backup;
 }

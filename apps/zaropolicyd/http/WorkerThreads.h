@@ -9,10 +9,12 @@
 #include <condition_variable>
 #include <exception>
 #include <mutex>
+#include <new>
 #include <string>
 #include <thread>
 
 #include "ZaroRuntime/RuntimeError.h"
+#include "console/RunProgram.h"
 #include "metrics/ServerMetrics.h"
 #include "service/ServiceLog.h"
 
@@ -72,6 +74,7 @@ class WorkerThreads {
   void _add(void (WorkerThreads::*work)()) {
     try {
       std::thread([this, work] {
+        waitForMemory();
         (this->*work)();
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_metrics.setThreads(--m_count);
@@ -96,11 +99,14 @@ class WorkerThreads {
     }
   }
 
-  // What a handler throws costs its connection, and nothing else.
+  // What a handler throws costs its connection, and nothing else. Where there was no memory for a while, it may have
+  // been the one that accepts connections, and the program ends.
   template <typename Work>
   void _guarded(Work work) {
     try {
       work();
+    } catch (const std::bad_alloc&) {
+      std::terminate();
     } catch (const std::exception& failure) {
       m_log.error(std::string("a request failed: ") + failure.what());
     }

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <new>
 #include <stdexcept>
+#include <thread>
 
 #include "console/UsageError.h"
 
@@ -65,6 +66,29 @@ TEST(RunProgram, memoryThatRunsOutIsToldAlsoWhereNothingMayBeThrown) {
   EXPECT_EXIT(runAndExit(work), ExitedWithCode(69), "^console_tests: out of memory\n$");
   EXPECT_EXIT(_exit(runProgram(work, twoWords)), ExitedWithCode(69), "^console_tests: half done\n$");
   EXPECT_EXIT(_exit(runProgram([]() -> ExitCode { throw std::bad_alloc(); }, twoWords)), ExitedWithCode(69), "half done");
+}
+
+TEST(RunProgram, threadThatWaitsForMemoryIsGivenTimeForIt) {
+  const auto work = [] {
+    waitForMemory();
+    int trials = 0;
+    try {
+      for (;; ++trials) {
+        std::get_new_handler()();  // as `new` does until there is memory
+      }
+    } catch (const std::bad_alloc&) {
+    }
+    bool isPatient = true;
+    std::thread([&] {
+      try {
+        std::get_new_handler()();
+      } catch (const std::bad_alloc&) {
+        isPatient = false;
+      }
+    }).join();
+    return trials == 100 && !isPatient ? ExitCode::Found : ExitCode::NotFound;
+  };
+  EXPECT_EXIT(runAndExit(work), ExitedWithCode(0), "^$");
 }
 
 TEST(RunProgram, kindOfAFailureGivesTheStatus) {

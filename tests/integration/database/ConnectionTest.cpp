@@ -462,6 +462,16 @@ TEST_P(Connection, commitIsDoneWhenTheDatabaseHasSaidSo) {
   EXPECT_EQ(first("SELECT count(*) AS \"v\" FROM t"), "1");
 }
 
+TEST_P(Connection, transactionIsOpenWhenTheDatabaseHasSaidSo) {
+  execute("CREATE TABLE t(a INTEGER)");
+  zarotest::driverManagerHooks().failsToCountColumns = [] { return true; };
+  EXPECT_EQ(thrown("BEGIN"), "nothing thrown");
+  zarotest::driverManagerHooks() = {};
+  execute("INSERT INTO t VALUES(1)");
+  execute("ROLLBACK");
+  EXPECT_EQ(first("SELECT count(*) AS \"v\" FROM t"), "0");
+}
+
 class SqliteConnection : public Connection {};
 
 TEST_P(SqliteConnection, missingOrForeignFileIsNamedAndNotMade) {
