@@ -1,6 +1,7 @@
 #include <string>
 #include <vector>
 
+#include "ForgottenCalls.h"
 #include "FuzzInput.h"
 #include "MatcherComparison.h"
 
@@ -94,6 +95,7 @@ struct FirstGeneration {
 // patterns between commas in one call. Any other letter before a pattern adds it to a tree with a kind.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const FirstGeneration before;
+  const ForgottenCalls forgotten;
   if (size > kLongestInput) {
     return 0;
   }

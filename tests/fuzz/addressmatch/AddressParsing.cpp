@@ -2,6 +2,7 @@
 #include <string>
 #include <vector>
 
+#include "ForgottenCalls.h"
 #include "FuzzInput.h"
 #include "KxWildcardEmail.h"
 #include "SlowMatcher.h"
@@ -22,6 +23,7 @@ std::vector<std::string> takeTexts(KxWildcardNode::LabelStack& stack, bool ownTe
 
 // Splits the text with and without scratch space and a table, and compares with the slow way.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const ForgottenCalls forgotten;
   const std::vector<char> block = blockOf(data, size);
   const char* address = block.data();
   slow::Split parts = slow::split(address);

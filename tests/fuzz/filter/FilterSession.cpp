@@ -145,6 +145,11 @@ class Script {
         forgetMessage();
         m_isBegun = false;
         break;
+      case 'y':
+        if (whyNoFilterValue("delimiter", text).empty()) {
+          m_parts.settings.decisions.delimiter = text;
+        }
+        break;
       default:
         change(step);
     }
@@ -210,6 +215,15 @@ class Script {
         break;
       case 's':
         m_parts.settings.decisions.shadow = !m_parts.settings.decisions.shadow;
+        break;
+      case 'b':
+        m_parts.settings.decisions.stripBatv = !m_parts.settings.decisions.stripBatv;
+        break;
+      case 'z':
+        m_parts.settings.decisions.stripSrs = !m_parts.settings.decisions.stripSrs;
+        break;
+      case 'o':
+        m_parts.settings.decisions.exemptAuthenticated = !m_parts.settings.decisions.exemptAuthenticated;
         break;
       case 'w':
         m_parts.settings.acceptWithoutPolicy = !m_parts.settings.acceptWithoutPolicy;

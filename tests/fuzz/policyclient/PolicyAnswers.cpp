@@ -51,7 +51,7 @@ class Peers {
 }  // namespace
 
 // The first byte says whether the client has a policy already, and whether the rest is all that is sent, or a body, or
-// a body that gets the tail of a snapshot.
+// a body that gets the tail of a snapshot, or is said to be compressed, which it may be with such a tail.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static std::unique_ptr<Peers> peers;
   static unsigned int inputs = 0;
@@ -79,7 +79,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       peers->answer(httpResponse(200, zarotest::withSnapshotTail(rest), "ETag: \"8-abc\"\r\n"), question);
       break;
     default:
-      peers->answer(httpResponse(200, rest, "Content-Encoding: gzip\r\n"), question);
+      peers->answer(httpResponse(200, (data[0] & 8U) != 0 ? asGzip(zarotest::withSnapshotTail(rest)) : rest,
+                                 "ETag: \"8-abc\"\r\nContent-Encoding: gzip\r\n"),
+                    question);
   }
   return 0;
 }
