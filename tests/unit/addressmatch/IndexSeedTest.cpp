@@ -1,5 +1,11 @@
-// Hashes of 64 bits that are the same. No text is known to have them under a seed that is drawn at random, so this program has
-// a seed of its own: a text that begins with the seed's first word has the hash 0, whatever follows in its first 16 bytes.
+// What no input brings about. The program compiles the sources itself, and replaces two functions of them:
+//
+//   processHashSeed       hashes of 64 bits that are the same. No text is known to have them under a seed that is drawn at
+//                         random; here a text that begins with the seed's first word has the hash 0, whatever follows in its
+//                         first 16 bytes
+//   InternedTexts::rank   a table whose ranks run out, without four thousand million texts. The linker has calls of it arrive
+//                         here (`--wrap`)
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
@@ -7,6 +13,7 @@
 #include "AllocationCount.h"
 #include "KxWildcardEmail.h"
 #include "SlowMatcher.h"
+#include "addressmatch/intern/InternedTexts.h"
 #include "addressmatch/text/Swar.h"
 #include "addressmatch/text/TextHash.h"
 #include "scripted/Platform.h"
@@ -23,9 +30,23 @@ const HashSeed& processHashSeed() {
 }  // namespace zaro_addressmatch
 
 namespace {
+unsigned int highestRank = KxIndexedString::HighestIndex;
+}  // namespace
+
+// bool InternedTexts::rank(unsigned int), as the linker spells it.
+extern "C" {
+bool __real__ZN17zaro_addressmatch13InternedTexts4rankEj(zaro_addressmatch::InternedTexts* texts, unsigned int limit);
+bool __wrap__ZN17zaro_addressmatch13InternedTexts4rankEj(zaro_addressmatch::InternedTexts* texts, unsigned int limit);
+bool __wrap__ZN17zaro_addressmatch13InternedTexts4rankEj(zaro_addressmatch::InternedTexts* texts, unsigned int limit) {
+  return __real__ZN17zaro_addressmatch13InternedTexts4rankEj(texts, std::min(limit, highestRank));
+}
+}
+
+namespace {
 
 using Texts = std::vector<std::string>;
 using Leaves = std::vector<KxListedEmailAddress*>;
+using LogLines = std::vector<scripted::LogLine>;
 
 struct Case {
   const char* label;
@@ -65,6 +86,9 @@ Texts addressesFor(const Texts& patterns) {
 }
 
 class IndexSeed : public scripted::PlatformTest {};
+
+const char* const kRanksRanOut =
+    "KxStrintable::lock: index exceeded maximum allowed. Remainder of strings will be unindexed. Loss of optimizations likely, but functionality should still be preseng";
 
 TEST_F(IndexSeed, treeWhoseHashesCollideIsIndexedUnderAnotherSeedOrWalked) {
   for (const Case& c : kCases) {
@@ -142,6 +166,54 @@ TEST_F(IndexSeed, treesThatWereFrozenTogetherUnderSeveralSeedsDecideTogether) {
     EXPECT_EQ(results[i].code, want) << texts[i];
     EXPECT_EQ(results[i].treeIndex, wantTree) << texts[i];
     EXPECT_STREQ(results[i].name, wantName) << texts[i];
+  }
+}
+
+TEST_F(IndexSeed, tableWhoseRanksRunOutSaysSoAndComparesTheRestByText) {
+  for (const unsigned int limit : {5u, 4u, 3u}) {
+    highestRank = limit;
+    scripted::platform().log.clear();
+    KxStringtable table;
+    for (const char* text : {"d", "a", "c", "b"}) {
+      table.getStringtableRef(text);
+    }
+    table.lock();
+    highestRank = KxIndexedString::HighestIndex;
+    // The line comes also when the last text has got the last rank.
+    const LogLines want = limit > 4 ? LogLines() : LogLines{scripted::error(kRanksRanOut)};
+    EXPECT_EQ(scripted::platform().log.lines(), want) << limit;
+    EXPECT_TRUE(table.isLocked());
+    EXPECT_EQ(table.getRef("c")->getIndex(), 2u);
+    EXPECT_EQ(table.getRef("d")->getIndex(), limit > 3 ? 3u : KxIndexedString::TableEntry);
+    EXPECT_TRUE(*table.getRef("c") < *table.getRef("d"));
+    EXPECT_FALSE(*table.getRef("d") < *table.getRef("a"));
+  }
+}
+
+TEST_F(IndexSeed, treeWhoseTableRanOutOfRanksIsSearchedAsEver) {
+  const Texts patterns = {"user@example.test", "*@example.test", "other@*.test", "*@*.second.test", "*"};
+  KxStringtable table;
+  KxWildcardRootNode tree(&table);
+  slow::Tree slowTree(nullptr);
+  for (const std::string& pattern : patterns) {
+    ASSERT_TRUE(tree.addAddressPattern(pattern.c_str(), 1, nullptr, nullptr)) << pattern;
+    slowTree.add(pattern, 1);
+  }
+  highestRank = 3;
+  KxWildcardEmail::initScanTimeMode();
+  highestRank = KxIndexedString::HighestIndex;
+  EXPECT_EQ(scripted::platform().log.lines(), LogLines{scripted::error(kRanksRanOut)});
+  for (const std::string& address : addressesFor(patterns)) {
+    Texts want;
+    for (const slow::Leaf* leaf : slowTree.findMatches(address)) {
+      want.push_back(leaf->fullAddress);
+    }
+    Leaves found;
+    Texts got;
+    for (const KxListedEmailAddress* leaf : tree.findMatches(address.c_str(), found)) {
+      got.emplace_back(leaf->getFullAddressAsStr());
+    }
+    EXPECT_EQ(got, want) << address;
   }
 }
 

@@ -457,6 +457,29 @@ TEST_F(ListedAddress, nameThatCannotBeReleasedIsLogged) {
               Contains(error("~KxIndexedStringNamedClass: Failed to cleanup _name reference: NULL , 4294967295")));
 }
 
+// A private member, which an explicit instantiation may name.
+template <const KxIndexedString* KxListedEmailAddress::*kMember>
+struct AccessTo {
+  friend const KxIndexedString*& patternOf(KxListedEmailAddress& leaf) { return leaf.*kMember; }
+};
+const KxIndexedString*& patternOf(KxListedEmailAddress& leaf);
+template struct AccessTo<&KxListedEmailAddress::_fullAddress>;
+
+TEST_F(ListedAddress, patternThatCannotBeReleasedIsLogged) {
+  for (const bool isMissing : {true, false}) {
+    platform().log.clear();
+    {
+      KxListedEmailAddress leaf(nullptr, "user@example.test", "user");
+      KxStringtable::cleanupReference(patternOf(leaf));
+      patternOf(leaf) = isMissing ? nullptr : deepCopyWithoutText();
+    }
+    EXPECT_THAT(platform().log.lines(),
+                ElementsAre(error(
+                    isMissing ? "~KxListedEmailAddress: Failed to cleanup _fullAddress reference: NULL"
+                              : "~KxListedEmailAddress: Failed to cleanup _fullAddress reference: NULL , 4294967295")));
+  }
+}
+
 TEST_F(ListedAddress, accessorsOfAMissingNameGiveTheEmptyHandleAndANullText) {
   const Damaged named(nullptr);
   EXPECT_EQ(named.getNameAsPtr(), &KxStringtable::_theEmptyIndexedString);
