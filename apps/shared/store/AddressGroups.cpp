@@ -56,13 +56,13 @@ std::vector<StoredGroup> visibleGroups(const Viewer& viewer, Condition isWanted)
 
 // The managing groups that will own a group.
 std::vector<GroupEntity> ownersFor(StoreConnection& db, const Viewer& viewer, std::optional<unsigned int> entityId) {
-  std::vector<GroupEntity> owners = entitiesOf(db, viewer.id);
+  std::vector<GroupEntity> owners = viewer.entities;
   if (entityId) {
     owners.erase(
         std::remove_if(owners.begin(), owners.end(), [&](const GroupEntity& owner) { return owner.id != *entityId; }),
         owners.end());
   }
-  if (owners.empty() && entityId && EntityUtils::isAdminRoot(db.library(), viewer.id) &&
+  if (owners.empty() && entityId && viewer.isRoot &&
       db.value("SELECT id AS \"EntityID\" FROM entity WHERE id = " + std::to_string(*entityId), "EntityID")) {
     owners.emplace_back();
     owners.back().id = *entityId;
@@ -80,6 +80,11 @@ std::map<unsigned int, std::vector<std::string>> ownersOfGroups(StoreConnection&
     owners[idIn(row, 0)].push_back(row[1].value_or(""));
   }
   return owners;
+}
+
+// The actor by the rights of the transaction, which last to its end.
+Actor lockActor(StoreConnection& db, const Actor& actor) {
+  return actor ? Actor(lockViewer(db, actor->name)) : std::nullopt;
 }
 
 }  // namespace
@@ -164,10 +169,10 @@ std::string wrongGroupName(const std::string& name) {
              : "";
 }
 
-StoredGroup addGroup(const Viewer& viewer, std::optional<unsigned int> entityId, const std::string& name,
+StoredGroup addGroup(const std::string& admin, std::optional<unsigned int> entityId, const std::string& name,
                      const std::vector<std::string>& members) {
   refuseReservedName(name);
-  return inTransaction([&](StoreConnection& db) {
+  return changeAs(admin, [&](StoreConnection& db, const Viewer& viewer) {
     auto owners = ownersFor(db, viewer, entityId);
     if (owners.empty()) {
       throw RuntimeError("the address group " + quoted(name) + " was not added: " + quoted(viewer.name) +
@@ -187,7 +192,8 @@ StoredGroup addGroup(const Viewer& viewer, std::optional<unsigned int> entityId,
 
 ChangedGroup changeGroup(const Actor& actor, const StoredGroup& group, const GroupChange& change) {
   return inTransaction([&](StoreConnection& db) {
-    GroupEdit edit(db, actor, group);
+    const Actor locked = lockActor(db, actor);
+    GroupEdit edit(db, locked, group);
     ChangedGroup changed = {group.id, "", 0, {}, 0};
     if (change.name) {
       edit.rename(*change.name);
@@ -207,7 +213,8 @@ ChangedGroup changeGroup(const Actor& actor, const StoredGroup& group, const Gro
 
 GroupSummary removeGroup(const Actor& actor, const StoredGroup& group) {
   return inTransaction([&](StoreConnection& db) {
-    GroupEdit edit(db, actor, group);
+    const Actor locked = lockActor(db, actor);
+    GroupEdit edit(db, locked, group);
     GroupSummary removed = {group.id, edit.group().name, edit.countMembers(), true, {}};
     edit.removeGroup();
     return removed;

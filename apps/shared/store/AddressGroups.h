@@ -1,7 +1,7 @@
 // Address groups of the installation, as commands need them.
 //
-// 1. A change of a group is one transaction that begins with a lock on the group's row, so that changes of one group come
-//    one after the other. It writes no more members than it changes, and reads those back before it commits.
+// 1. A change of a group is one transaction that begins with locks on the actor's rights and on the group's row, so that
+//    changes of one group come one after the other. It writes no more members than it changes, and reads those back before it commits.
 // 2. Members are told apart by `memberKey`: none is added that the group has in other letter case. What other programs
 //    have stored twice stays until it is removed.
 // 3. An actor reaches what an administrator sees, and changes what that administrator may edit by `isEditable`; see
@@ -51,7 +51,7 @@ std::string wrongGroupName(const std::string& name);
 // Adds a group that every managing group of the administrator owns, or one of them; the administration root may name any.
 //   entityId   nothing for all
 //   members    each once
-StoredGroup addGroup(const Viewer& viewer, std::optional<unsigned int> entityId, const std::string& name,
+StoredGroup addGroup(const std::string& admin, std::optional<unsigned int> entityId, const std::string& name,
                      const std::vector<std::string>& members);
 
 // What is to be done with a group, in this order. All of it is done, or nothing.

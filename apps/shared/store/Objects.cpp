@@ -135,9 +135,8 @@ bool isSystemArea(StoreConnection& db, const StoredObject& object) {
       FailureKind::Refused);
 }
 
-// Locks an object for a change to its end. NotThere for what the viewer does not see; RuntimeError for what the viewer
-// may not edit.
-StoredObject lockForChange(StoreConnection& db, const Viewer& viewer, unsigned int id) {
+// Locks an object for a change to its end. NotThere for what the viewer does not see.
+StoredObject lockSeen(StoreConnection& db, const Viewer& viewer, unsigned int id) {
   const auto found = objectsWhere(db, whereId(id) + db.forUpdate());
   if (found.empty()) {
     throwNotSeen(viewer, id);
@@ -149,10 +148,6 @@ StoredObject lockForChange(StoreConnection& db, const Viewer& viewer, unsigned i
   const auto visible = visibleObjects(db, viewer, object.type);
   if (std::none_of(visible.begin(), visible.end(), [&](const SummaryNamedObject& seen) { return seen.id == id; })) {
     throwNotSeen(viewer, id);
-  }
-  // The library changes whatever it is told to.
-  if (!ZaroNamedObj::isEditable(db.library(), viewer.id, id)) {
-    refuseEditing(viewer, object);
   }
   return object;
 }
@@ -384,17 +379,17 @@ void throwNotSeen(const Viewer& viewer, unsigned int id) {
   throw NotThere(quoted(viewer.name) + " sees no object " + std::to_string(id) + "; see zaroctl object why");
 }
 
-StoredObject addObject(const Viewer& viewer, ZaroNamedObj::NaObjType type, const std::string& name,
+StoredObject addObject(const std::string& admin, ZaroNamedObj::NaObjType type, const std::string& name,
                        const std::string& content) {
   refuseReservedName(name);
   refuseNameOfGroup({0, type, name});
   refuseWrongContent(content);
-  if (viewer.entities.empty()) {
-    throw RuntimeError(quoted(viewer.name) + " is assigned to no managing group that could own the object",
-                       FailureKind::Refused);
-  }
   refuseWhatDoesNotFit("ui_AddNamedObj.sql", name, content, {numberOf(type)});
-  return inTransaction([&](StoreConnection& db) {
+  return changeAs(admin, [&](StoreConnection& db, const Viewer& viewer) {
+    if (viewer.entities.empty()) {
+      throw RuntimeError(quoted(viewer.name) + " is assigned to no managing group that could own the object",
+                         FailureKind::Refused);
+    }
     StoredObject object = {0, type, name};
     if (!ZaroNamedObj::add(db.library(), viewer.id, name.c_str(), content.c_str(), type, object.id)) {
       throw DatabaseError::because("the object " + quoted(name) + " was not added");
@@ -404,15 +399,19 @@ StoredObject addObject(const Viewer& viewer, ZaroNamedObj::NaObjType type, const
   });
 }
 
-StoredObject changeObject(const Viewer& viewer, unsigned int id, const ObjectChange& change) {
+StoredObject changeObject(const std::string& admin, unsigned int id, const ObjectChange& change) {
   if (change.name) {
     refuseReservedName(*change.name);
   }
   if (change.content) {
     refuseWrongContent(*change.content);
   }
-  return inTransaction([&](StoreConnection& db) {
-    const StoredObject stored = lockForChange(db, viewer, id);
+  return changeAs(admin, [&](StoreConnection& db, const Viewer& viewer) {
+    const StoredObject stored = lockSeen(db, viewer, id);
+    // The library changes whatever it is told to.
+    if (!ZaroNamedObj::isEditable(db.library(), viewer.id, id)) {
+      refuseEditing(viewer, stored);
+    }
     if ((change.name || change.type) && isSystemArea(db, stored)) {
       throw RuntimeError(nameOf(stored) + " is the system's: it keeps its name and type", FailureKind::Refused);
     }
@@ -431,13 +430,14 @@ StoredObject changeObject(const Viewer& viewer, unsigned int id, const ObjectCha
   });
 }
 
-StoredObject removeObject(const Viewer& viewer, unsigned int id) {
-  return inTransaction([&](StoreConnection& db) {
-    StoredObject object = lockForChange(db, viewer, id);
+StoredObject removeObject(const std::string& admin, unsigned int id) {
+  return changeAs(admin, [&](StoreConnection& db, const Viewer& viewer) {
+    StoredObject object = lockSeen(db, viewer, id);
     if (isSystemArea(db, object)) {
       throw RuntimeError(nameOf(object) + " is the system's, and is not removed", FailureKind::Refused);
     }
-    // The library asks for areas and conditions, not for recipients that no condition names.
+    // The library asks for areas and conditions, not for recipients that no condition names. As there, that an object
+    // is in use comes before that it may not be edited.
     const auto rules = rulesThatUse(db, id);
     if (!rules.empty()) {
       refuseInUse(viewer, object, rules);

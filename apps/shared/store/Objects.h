@@ -1,6 +1,6 @@
 // Named objects of the installation, as commands need them.
 //
-// 1. A change is one transaction that locks the object first, and changes only what it names.
+// 1. A change is one transaction that locks the administrator's rights, then the object, and changes only what it names.
 // 2. An administrator changes what is visible in `visibleObjects` and editable by `ZaroNamedObj::isEditable`. What is not
 //    visible is not there: a refusal shows nothing of it.
 // 3. Names that begin with "OPP:" are the system's. No object is given such a name. The quarantine area that has one
@@ -15,6 +15,7 @@
 
 #include "ZaroNamedObj.h"
 #include "store/Administration.h"
+#include "store/Transaction.h"
 
 // The name of a type that has one, otherwise its number; and the type that such a text means, or UsageError.
 std::string nameOfType(ZaroNamedObj::NaObjType type);
@@ -63,7 +64,7 @@ std::string rulesText(bool namesThem, const std::vector<std::string>& rules);
 // NotThere also for one who could not see anything.
 Viewer findViewer(const std::string& adminName);
 // The same in a transaction that relies on it: to its end no other takes the administrator, a managing group of the
-// administrator's or the root's rights away. A change by an administrator begins with it, behind `actAs`.
+// administrator's or the root's rights away. A change by an administrator begins with it; see `changeAs`.
 Viewer lockViewer(StoreConnection& db, const std::string& adminName);
 std::vector<SummaryNamedObject> visibleObjects(const Viewer& viewer, ZaroNamedObj::NaObjType type);
 std::vector<SummaryNamedObject> visibleObjects(StoreConnection& db, const Viewer& viewer, ZaroNamedObj::NaObjType type);
@@ -72,9 +73,16 @@ bool isModifiable(StoreConnection& db, const Viewer& viewer, unsigned int id);
 // NotThere for what the viewer does not see, whether it is there or not.
 [[noreturn]] void throwNotSeen(const Viewer& viewer, unsigned int id);
 
+// Runs `change(db, viewer)` as one transaction, by the rights that the administrator has to its end.
+template <typename Change>
+auto changeAs(const std::string& adminName, Change change) {
+  actAs(adminName);
+  return inTransaction([&](StoreConnection& db) { return change(db, lockViewer(db, adminName)); });
+}
+
 // Performs the library's operation; RuntimeError explains a refusal. The object is
 // read back and compared before the change is committed.
-StoredObject addObject(const Viewer& viewer, ZaroNamedObj::NaObjType type, const std::string& name,
+StoredObject addObject(const std::string& admin, ZaroNamedObj::NaObjType type, const std::string& name,
                        const std::string& content);
 
 struct ObjectChange {
@@ -84,6 +92,6 @@ struct ObjectChange {
 };
 
 // As it is afterwards; what the change does not name stays.
-StoredObject changeObject(const Viewer& viewer, unsigned int id, const ObjectChange& change);
+StoredObject changeObject(const std::string& admin, unsigned int id, const ObjectChange& change);
 // As it was.
-StoredObject removeObject(const Viewer& viewer, unsigned int id);
+StoredObject removeObject(const std::string& admin, unsigned int id);

@@ -424,10 +424,8 @@ class RuleEdit {
   PolicySight m_sight;
 };
 
-VisibleRule changeAs(const std::string& admin, const std::function<VisibleRule(RuleEdit&)>& change) {
-  actAs(admin);
-  return inTransaction([&](StoreConnection& db) {
-    const Viewer viewer = lockViewer(db, admin);
+VisibleRule editRules(const std::string& admin, const std::function<VisibleRule(RuleEdit&)>& change) {
+  return changeAs(admin, [&](StoreConnection& db, const Viewer& viewer) {
     RuleEdit edit(db, viewer);
     return change(edit);
   });
@@ -478,7 +476,7 @@ VisibleRule findRule(const Viewer& viewer, const WantedRule& wanted) {
 }
 
 VisibleRule addRule(const std::string& admin, const std::string& name, const RuleChange& change) {
-  return changeAs(admin, [&](RuleEdit& edit) {
+  return editRules(admin, [&](RuleEdit& edit) {
     edit.lock(change);
     MailPolicy::Rule rule;
     rule.name = name;
@@ -493,7 +491,7 @@ VisibleRule addRule(const std::string& admin, const std::string& name, const Rul
 }
 
 VisibleRule changeRule(const std::string& admin, const WantedRule& wanted, const RuleChange& change) {
-  return changeAs(admin, [&](RuleEdit& edit) {
+  return editRules(admin, [&](RuleEdit& edit) {
     edit.lock(change);
     const MailPolicy::Rule before = edit.findModifiable(wanted);
     MailPolicy::Rule rule = before;
@@ -506,7 +504,7 @@ VisibleRule changeRule(const std::string& admin, const WantedRule& wanted, const
 }
 
 VisibleRule removeRule(const std::string& admin, const WantedRule& wanted) {
-  return changeAs(admin, [&](RuleEdit& edit) {
+  return editRules(admin, [&](RuleEdit& edit) {
     edit.lock({});
     VisibleRule rule = edit.shown(edit.findModifiable(wanted));
     edit.remove(rule.stored);

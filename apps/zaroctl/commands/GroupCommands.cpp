@@ -95,7 +95,7 @@ ExitCode add(Output& out, const NewGroup& wanted) {
   refuseWrongGroupName("NAME", wanted.name);
   const Addresses members = newMembers(wanted.members);
   const auto entityId = wanted.entity ? std::make_optional(idArgument("--entity", *wanted.entity)) : std::nullopt;
-  const StoredGroup added = addGroup(findViewer(wanted.admin), entityId, wanted.name, members);
+  const StoredGroup added = addGroup(wanted.admin, entityId, wanted.name, members);
   out.record({{"id", added.id}, {"name", added.name}, {"members", members.size()}});
   return ExitCode::Found;
 }

@@ -96,7 +96,7 @@ ExitCode add(Output& out, const NewObject& wanted) {
   const auto type = objectType(wanted.type);
   refuseWrongName("NAME", wanted.name);
   const std::string content = wanted.content.read().value_or("");
-  return printObject(out, addObject(findViewer(wanted.admin), type, wanted.name, content));
+  return printObject(out, addObject(wanted.admin, type, wanted.name, content));
 }
 
 struct WantedChange {
@@ -118,12 +118,12 @@ ExitCode modify(Output& out, const WantedChange& wanted) {
     change.type = objectType(*wanted.type);
   }
   change.content = wanted.content.read();
-  return printObject(out, changeObject(findViewer(wanted.admin), id, change));
+  return printObject(out, changeObject(wanted.admin, id, change));
 }
 
 ExitCode remove(Output& out, const std::string& admin, const std::string& idText) {
   const unsigned int id = idArgument("ID", idText);
-  return printObject(out, removeObject(findViewer(admin), id));
+  return printObject(out, removeObject(admin, id));
 }
 
 void addAdminOption(CLI::App& command, std::string& admin) {

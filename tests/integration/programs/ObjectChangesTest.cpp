@@ -2,7 +2,7 @@
 #include <nlohmann/json.hpp>
 #include <thread>
 
-#include "programs/ProgramTest.h"
+#include "programs/RightsGoing.h"
 
 namespace {
 
@@ -15,7 +15,7 @@ using zarotest::ProgramResult;
 
 using Words = std::vector<std::string>;
 
-class ObjectChanges : public zarotest::SampleInstallation {
+class ObjectChanges : public RightsGoing {
  protected:
   void expectDone(const Words& words) const {
     const ProgramResult result = run(words);
@@ -201,6 +201,60 @@ TEST_P(ObjectChanges, refusalsShowNothingOfWhatIsNotSeen) {
                 "\"customer-admin\" sees no object 99; see zaroctl object why");
   session()->run("DELETE FROM named_object_owner WHERE object_id = 11");
   expectRefusedHiding({"Office"}, {"object", "remove", "--as", "sales-admin", "11"}, 1, "sees no object 11");
+}
+
+TEST_P(ObjectChanges, useByARuleIsToldBeforeTheRightsThatLack) {
+  session()->run("INSERT INTO policy_rule_object (rule_id, object_id) VALUES (2, 10)");
+  expectRefused({"object", "modify", "--as", "sales-admin", "10", "--name", "x"}, 77, "(code 6024)");
+  expectRefused({"object", "remove", "--as", "sales-admin", "10"}, 77, "was not removed: in use (code 6025) by a rule");
+}
+
+TEST_P(ObjectChanges, areMadeByRightsThatLastToTheEndOfTheChange) {
+  const std::string allGo = removalOfGroups("sales-admin");
+  const std::string ownersGo = allGo + " AND entity_id IN (SELECT id FROM entity WHERE type = 6)";
+  const std::string rootGoes = "UPDATE administrator SET is_root = 0 WHERE name = 'admin'";
+  const Words add = {"object", "add", "--as", "sales-admin", "--type", "1", "n"};
+  const Words addGroup = {"group", "add", "--as", "sales-admin", "n"};
+  const struct {
+    const char* label;
+    std::string removal;
+    Words words;
+    int status;
+    const char* told;
+  } kRows[] = {
+      {"every managing group", allGo, add, 1, "is assigned to no managing group"},
+      {"every managing group, for a group", allGo, addGroup, 1, "is assigned to no managing group"},
+      {"the administrator", "DELETE FROM administrator WHERE name = 'sales-admin'", add, 1, "no administrator named"},
+      {"owners of what is modified",
+       ownersGo,
+       {"object", "modify", "--as", "sales-admin", "3", "--content", "x"},
+       1,
+       "sees no object 3"},
+      {"owners of what is removed", ownersGo, {"object", "remove", "--as", "sales-admin", "3"}, 1, "sees no object 3"},
+      {"owners of a group",
+       ownersGo,
+       {"group", "modify", "--as", "sales-admin", "Sales team", "--add", "new@example.test"},
+       77,
+       "may not edit the address group"},
+      {"the root's rights", rootGoes, {"object", "modify", "--as", "admin", "1", "--content", "x"}, 1, "sees no object 1"},
+  };
+  const auto everything = [&] {
+    std::string text =
+        value("SELECT count(*) FROM named_object_owner") + value("SELECT count(*) FROM address_group_member");
+    for (const auto& row : session()->rows("SELECT name, content FROM named_object ORDER BY id")) {
+      text += row[0].value_or("") + " " + row[1].value_or("") + "; ";
+    }
+    return text;
+  };
+  const std::string before = everything();
+  saveDatabase();
+  for (const auto& row : kRows) {
+    const ProgramResult result = runWhileRightsGo(row.removal, "named_object", row.words);
+    EXPECT_EQ(result.status, row.status) << row.label << ": " << result.err;
+    EXPECT_THAT(result.err, HasSubstr(row.told)) << row.label;
+    EXPECT_EQ(everything(), before) << row.label;
+    restoreDatabase();
+  }
 }
 
 TEST_P(ObjectChanges, refusalsNameWhatIsStored) {

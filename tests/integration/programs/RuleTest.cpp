@@ -2,9 +2,8 @@
 // sales-admin has the wildcard groups *@sales.example.test and *@*.sales.example.test, sees the address groups "Sales
 // team" and "Partners", and the area "Sales quarantine".
 #include <nlohmann/json.hpp>
-#include <thread>
 
-#include "programs/ProgramTest.h"
+#include "programs/RightsGoing.h"
 
 namespace {
 
@@ -12,21 +11,21 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
-using zarotest::Dialect;
 using zarotest::linesOf;
 using zarotest::ProgramResult;
 
 using Json = nlohmann::json;
 using Words = std::vector<std::string>;
 
-class Rule : public zarotest::SampleInstallation {
+class Rule : public RightsGoing {
  protected:
-  ProgramResult runAs(const std::string& admin, const Words& words) const {
+  static Words commandAs(const std::string& admin, const Words& words) {
     Words command = {"rule"};
     command.insert(command.end(), words.begin(), words.end());
     command.insert(command.end(), {"--as", admin});
-    return run(command);
+    return command;
   }
+  ProgramResult runAs(const std::string& admin, const Words& words) const { return run(commandAs(admin, words)); }
   ProgramResult mustRunAs(const std::string& admin, const Words& words) const {
     ProgramResult result = runAs(admin, words);
     EXPECT_EQ(result.status, 0) << testing::PrintToString(words) << result.err;
@@ -53,25 +52,6 @@ class Rule : public zarotest::SampleInstallation {
     words.insert(words.end(), more.begin(), more.end());
     words.push_back(name);
     mustRunAs("sales-admin", words);
-  }
-  // Runs a command while another program takes rights away, which is done when the command has begun its transaction.
-  ProgramResult runWhileRightsGo(const std::string& removal, const std::string& admin, const Words& words) const {
-    const auto other = session();
-    if (GetParam() == Dialect::SQLite) {  // which tells no other program that the command waits
-      other->run("CREATE TRIGGER rights_go AFTER INSERT ON audit_actor BEGIN " + removal + "; END");
-      return runAs(admin, words);
-    }
-    other->run("BEGIN");
-    other->run("LOCK TABLE policy_rule IN SHARE ROW EXCLUSIVE MODE");
-    other->run(removal);
-    ProgramResult result;
-    std::thread command([&] { result = runAs(admin, words); });
-    while (value("SELECT count(*) FROM pg_locks WHERE NOT granted") == "0") {
-      std::this_thread::yield();
-    }
-    other->run("COMMIT");
-    command.join();
-    return result;
   }
   std::string everyRule() const {
     return order() + value("SELECT count(*) FROM policy_rule_list") + value("SELECT sum(enabled) FROM policy_rule");
@@ -264,10 +244,8 @@ TEST_P(Rule, refusesWhatIsBeyondTheBoundaryOrMakesNoSense) {
 TEST_P(Rule, isChangedByRightsThatLastToTheEndOfTheChange) {
   addBlock("Mine", {"--disabled"});
   const std::string scope = "*@*.sales.example.test";
-  const std::string ofSales = " administrator_id = (SELECT id FROM administrator WHERE name = 'sales-admin')";
-  const std::string scopeGoes = "DELETE FROM administrator_entity WHERE" + ofSales +
-                                " AND entity_id = (SELECT id FROM entity WHERE name = '" + scope + "')";
-  const std::string allGo = "DELETE FROM administrator_entity WHERE" + ofSales;
+  const std::string allGo = removalOfGroups("sales-admin");
+  const std::string scopeGoes = allGo + " AND entity_id = (SELECT id FROM entity WHERE name = '" + scope + "')";
   const Words add = {"add", "--for", scope, "--list", "Partners:block", "New"};
   const struct {
     const char* label;
@@ -294,7 +272,7 @@ TEST_P(Rule, isChangedByRightsThatLastToTheEndOfTheChange) {
   const std::string before = everyRule();
   saveDatabase();
   for (const auto& row : kRows) {
-    const ProgramResult result = runWhileRightsGo(row.removal, row.admin, row.words);
+    const ProgramResult result = runWhileRightsGo(row.removal, "policy_rule", commandAs(row.admin, row.words));
     EXPECT_EQ(result.status, row.status) << row.label << ": " << result.err;
     EXPECT_THAT(result.err, HasSubstr(row.told)) << row.label;
     EXPECT_EQ(everyRule(), before) << row.label;
