@@ -8,7 +8,10 @@
 #include <utility>
 #include <vector>
 
+#include "EntityUtils.h"
+#include "ZaroNamedObj.h"
 #include "ZaroRuntime/SqlSession.h"
+#include "policy/PolicyGeneration.h"
 #include "store/GroupEdit.h"
 #include "store/PolicyDocument.h"
 #include "store/PolicyTables.h"
@@ -380,8 +383,70 @@ void lockTables(StoreConnection& db) {
   }
 }
 
+// --- Rules as services read them ---
+
+std::optional<unsigned int> idOrNone(const Json& value) {
+  return value.is_null() ? std::nullopt : std::make_optional(value.get<unsigned int>());
+}
+
+MailPolicy::Rule ruleIn(const Json& row) {
+  MailPolicy::Rule rule;
+  rule.id = row.at("id").get<unsigned int>();
+  rule.name = row.at("name").get<std::string>();
+  rule.position = row.at("position").get<unsigned int>();
+  rule.enabled = row.at("enabled").get<bool>();
+  rule.scope = idOrNone(row.at("scope"));
+  rule.recipients = idOrNone(row.at("recipients"));
+  for (const Json& list : row.at("lists")) {
+    rule.lists.push_back({list.at("group").get<unsigned int>(), list.at("kind").get<KxEmailBelongsTo>()});
+  }
+  rule.compare = static_cast<MailPolicy::Compare>(row.at("compares").get<int>());
+  rule.actions = row.at("actions").get<std::string>();
+  rule.quarantine = idOrNone(row.at("quarantine"));
+  rule.reply = row.at("reply").get<std::string>();
+  rule.tag = row.at("tag").get<std::string>();
+  rule.headerValue = row.at("header_value").get<std::string>();
+  rule.address = row.at("address").get<std::string>();
+  return rule;
+}
+
+// What rules and their references need of a document.
+MailPolicy rulesIn(const Json& document) {
+  MailPolicy policy;
+  for (const Json& row : document.at("rules")) {
+    policy.rules.push_back(ruleIn(row));
+  }
+  for (const Json& row : document.at("entities")) {
+    if (row.at("type") == static_cast<int>(GroupEntity::Wildcard)) {
+      policy.entities.push_back({row.at("id").get<unsigned int>(), row.at("name").get<std::string>()});
+    }
+  }
+  for (const Json& row : document.at("objects")) {
+    const auto id = row.at("id").get<unsigned int>();
+    const auto type = row.at("type").get<int>();
+    if (type == ZaroNamedObj::GroupOfAddresses) {
+      policy.groups.push_back({id, row.at("name").get<std::string>(), {}});
+    } else {
+      policy.objects.push_back({id, type, row.at("name").get<std::string>(), ""});
+    }
+  }
+  return policy;
+}
+
+// A rule that services cannot apply keeps them from every later policy. One that is stored already stays.
+void refuseUnusableRules(const Json& stored, const Json& policy) {
+  const auto known = unusableRules(rulesIn(stored));
+  for (const std::string& fault : unusableRules(rulesIn(policy))) {
+    if (std::find(known.begin(), known.end(), fault) == known.end()) {
+      throw PolicyTextError("has a rule that cannot be applied: " + fault);
+    }
+  }
+}
+
 Json wantedPolicy(const PolicyImport& wanted, const Json& stored) {
-  return readPolicyText(wanted.text, wanted.merges ? &stored : nullptr);
+  Json policy = readPolicyText(wanted.text, wanted.merges ? &stored : nullptr);
+  refuseUnusableRules(stored, policy);
+  return policy;
 }
 
 }  // namespace

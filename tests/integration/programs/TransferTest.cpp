@@ -45,9 +45,9 @@ class Transfer : public zarotest::SampleInstallation {
          "INSERT INTO named_object (id, type, name) VALUES (71, 5, 'odd'), (72, 5, 'empty')",
          "INSERT INTO address_group_member (group_id, position, address) VALUES (71, 3, '#a@b.test'), "
          "(71, 9, 'A@b.test'), (71, 10, 'a@b.test'), (71, 11, 'a@b.test'), (71, 12, ' x ')",
-         "INSERT INTO policy_rule (id, name) VALUES (9, 'nothing')",
+         "INSERT INTO policy_rule (id, name, enabled) VALUES (9, 'nothing', 1)",
          "INSERT INTO policy_rule (id, name, quarantine_id, position, enabled, scope_id, recipients_id, compares, "
-         "actions, reply, tag, header_value, address) VALUES (30, 'all', 2, 2147483646, 1, 5, 6, 3, "
+         "actions, reply, tag, header_value, address) VALUES (30, 'all', 2, 2147483646, 0, 5, 6, 3, "
          "'01000000000000001', 'it''s\r\n\\', 'ü', '%', 'a@b.test')",
          "INSERT INTO policy_rule_object (rule_id, object_id) VALUES (30, 5), (30, 7)",
          "INSERT INTO policy_rule_list (rule_id, position, group_id, kind) VALUES (30, 0, 7, 2), (30, 4, 5, 1), "
@@ -301,6 +301,12 @@ TEST_P(Transfer, wrongDocumentsAreRefusedWithTheirPlaces) {
        "rules[0] has a list of the group 5, which is not among its objects"},
       {documentWithRule({{"objects", {9}}, {"lists", {{{"group", 9}, {"kind", 1}}}}}),
        "rule 50 refers to 9 of the objects, whose type is not 5"},
+      {documentWithRule({{"enabled", true}, {"quarantine", 9}}),
+       "has a rule that cannot be applied: rule 50 (\"r\") refers to object 9, which is no quarantine area"},
+      {documentWithRule({{"enabled", true}, {"actions", "01111111111111111"}}),
+       "has a rule that cannot be applied: rule 50 (\"r\"): the action bitmap "},
+      {documentWithRule({{"enabled", true}, {"reply", "a\nb"}}),
+       "has a rule that cannot be applied: rule 50 (\"r\") has a control character in "},
   };
   for (const auto& row : kRows) {
     const ProgramResult result = import(row.text, {"--merge"});
@@ -311,6 +317,17 @@ TEST_P(Transfer, wrongDocumentsAreRefusedWithTheirPlaces) {
   }
   EXPECT_THAT(import(std::string("{") + kHead + "}").err, HasSubstr("lacks the key \"entities\", and without --merge"));
   EXPECT_EQ(exported(), before);
+}
+
+TEST_P(Transfer, rulesThatCannotBeAppliedComeDisabledOrWereThere) {
+  const std::string area = documentWithRule({{"enabled", false}, {"quarantine", 9}});
+  EXPECT_EQ(import(area, {"--merge", "--dry-run"}).status, 0);
+  EXPECT_EQ(import(area, {"--merge"}).status, 0);
+  const std::string enabled = documentWithRule({{"enabled", true}, {"quarantine", 9}});
+  EXPECT_EQ(import(enabled, {"--merge", "--dry-run"}).status, 65);
+  session()->run("UPDATE policy_rule SET enabled = 1 WHERE id = 50");
+  EXPECT_EQ(import(enabled, {"--merge"}).status, 0);
+  EXPECT_EQ(import(exported()).status, 0);
 }
 
 ZARO_ON_EVERY_DATABASE(Transfer);
