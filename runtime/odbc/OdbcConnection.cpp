@@ -152,8 +152,6 @@ void OdbcConnection::disconnect() noexcept {
 }
 
 void OdbcConnection::execute(const std::string& statement) {
-  closeResult();
-  refuseWhatIsNotUtf8(statement);
   if (m_dialect == Dialect::PostgreSQL && statement.find('\\') != std::string::npos) {
     // A statement may have changed it, or the server's configuration, to which a session is reset.
     _send(kPlainBackslashes);
@@ -164,12 +162,12 @@ void OdbcConnection::execute(const std::string& statement) {
 }
 
 void OdbcConnection::control(const std::string& statement) {
-  closeResult();
-  refuseWhatIsNotUtf8(statement);
   _send(statement);
 }
 
 void OdbcConnection::_send(const std::string& statement) {
+  closeResult();
+  refuseWhatIsNotUtf8(statement);
   const SQLRETURN result = SQLExecDirect(m_statement.get(), input(statement), static_cast<SQLINTEGER>(statement.size()));
   if (result != SQL_NO_DATA) {  // an update of nothing
     _test(result, "SQLExecDirect");

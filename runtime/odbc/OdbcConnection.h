@@ -63,6 +63,7 @@ class OdbcConnection {
   std::string _databaseFile();
   void _requireUnchanged();
   void _prepareSession();
+  // Closes the result of the statement before.
   void _send(const std::string& statement);
   std::vector<std::string> _driverSettings();
   void _checkBackslashesArePlain();
