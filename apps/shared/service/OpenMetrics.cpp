@@ -26,6 +26,18 @@ std::string asOpenMetrics(const std::string& text) {
 
 }  // namespace
 
+prometheus::Histogram::BucketBoundaries policyBuckets() {
+  return {0.01, 0.1, 0.5, 1, 2, 5, 10, 60};
+}
+
+double secondsOf(std::chrono::nanoseconds duration) {
+  return std::chrono::duration<double>(duration).count();
+}
+
+double secondsOfNow() {
+  return secondsOf(std::chrono::system_clock::now().time_since_epoch());
+}
+
 prometheus::Counter& addCounter(prometheus::Registry& registry, const char* name, const char* help) {
   return prometheus::BuildCounter().Name(name).Help(help).Register(registry).Add({});
 }

@@ -6,6 +6,7 @@
 #include <prometheus/histogram.h>
 #include <prometheus/registry.h>
 
+#include <chrono>
 #include <string>
 
 // One metric without labels, in a family of its own.
@@ -13,6 +14,13 @@ prometheus::Counter& addCounter(prometheus::Registry& registry, const char* name
 prometheus::Gauge& addGauge(prometheus::Registry& registry, const char* name, const char* help);
 prometheus::Histogram& addHistogram(prometheus::Registry& registry, const char* name, const char* help,
                                     const prometheus::Histogram::BucketBoundaries& buckets);
+
+// For what a whole policy takes.
+prometheus::Histogram::BucketBoundaries policyBuckets();
+
+// A duration, and the time of day, in the unit of metrics.
+double secondsOf(std::chrono::nanoseconds duration);
+double secondsOfNow();
 
 // What the media type of the text is.
 inline constexpr const char* kOpenMetricsType = "application/openmetrics-text; version=1.0.0; charset=utf-8";

@@ -10,18 +10,6 @@ Histogram::BucketBoundaries decisionBuckets() {
   return {1e-6, 2e-6, 3e-6, 5e-6, 7e-6, 1e-5, 1.5e-5, 2e-5, 3e-5, 5e-5, 1e-4, 1e-3, 2e-3, 5e-3, 1e-2, 1e-1};
 }
 
-Histogram::BucketBoundaries reloadBuckets() {
-  return {0.01, 0.1, 0.5, 1, 2, 5, 10, 60};
-}
-
-double seconds(std::chrono::nanoseconds duration) {
-  return std::chrono::duration<double>(duration).count();
-}
-
-double now() {
-  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
-}
-
 }  // namespace
 
 FilterMetrics::FilterMetrics()
@@ -43,7 +31,7 @@ FilterMetrics::FilterMetrics()
                            "When the policy was last found to be the stored one; 0: never")),
       m_age(addGauge(m_registry, "zaro_filter_policy_age_seconds",
                      "How long ago the policy was last found to be the stored one; -1: never")),
-      m_reloadSeconds(addHistogram(m_registry, "zaro_filter_reload_seconds", "How long a reload took", reloadBuckets())),
+      m_reloadSeconds(addHistogram(m_registry, "zaro_filter_reload_seconds", "How long a reload took", policyBuckets())),
       m_failedReloads(addCounter(m_registry, "zaro_filter_reload_failures_total",
                                  "Reloads, and looks at whether one is due, that failed")),
       m_unsavedPolicies(
@@ -68,7 +56,7 @@ void FilterMetrics::countDecision(unsigned int code, const std::string& rule, st
     m_decisionsOfRule[rule].insert(&decisions);
     decisions.Increment();
   }
-  m_decisionSeconds.Observe(seconds(took));
+  m_decisionSeconds.Observe(secondsOf(took));
 }
 
 void FilterMetrics::countUndecided() {
@@ -104,7 +92,7 @@ void FilterMetrics::keepRules(const std::set<std::string>& names) {
 }
 
 void FilterMetrics::countReload(std::chrono::nanoseconds took) {
-  m_reloadSeconds.Observe(seconds(took));
+  m_reloadSeconds.Observe(secondsOf(took));
 }
 
 void FilterMetrics::countFailedReload() {
@@ -116,12 +104,12 @@ void FilterMetrics::countUnsavedPolicy() {
 }
 
 void FilterMetrics::confirmPolicy() {
-  m_confirmed.Set(now());
+  m_confirmed.Set(secondsOfNow());
 }
 
 void FilterMetrics::countServerAnswer(const std::string& server) {
   m_serverAnswers.Add({{"server", server}}).Increment();
-  m_serverAnswered.Add({{"server", server}}).Set(now());
+  m_serverAnswered.Add({{"server", server}}).Set(secondsOfNow());
 }
 
 void FilterMetrics::countServerFailure(const std::string& server) {
@@ -129,6 +117,6 @@ void FilterMetrics::countServerFailure(const std::string& server) {
 }
 
 std::string FilterMetrics::text() {
-  m_age.Set(m_confirmed.Value() > 0 ? now() - m_confirmed.Value() : -1);
+  m_age.Set(m_confirmed.Value() > 0 ? secondsOfNow() - m_confirmed.Value() : -1);
   return openMetricsText(m_registry);
 }

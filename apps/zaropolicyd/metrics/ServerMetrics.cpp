@@ -1,21 +1,5 @@
 #include "metrics/ServerMetrics.h"
 
-namespace {
-
-prometheus::Histogram::BucketBoundaries snapshotBuckets() {
-  return {0.01, 0.1, 0.5, 1, 2, 5, 10, 60};
-}
-
-double seconds(std::chrono::nanoseconds duration) {
-  return std::chrono::duration<double>(duration).count();
-}
-
-double now() {
-  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
-}
-
-}  // namespace
-
 ServerMetrics::ServerMetrics()
     : m_requests(prometheus::BuildCounter()
                      .Name("zaro_server_requests_total")
@@ -38,7 +22,7 @@ ServerMetrics::ServerMetrics()
                           .Help("Size of the snapshot, by the encoding in which it is sent")
                           .Register(m_registry)),
       m_snapshotSeconds(addHistogram(m_registry, "zaro_server_snapshot_seconds",
-                                     "How long the text of a policy and its compression took", snapshotBuckets())),
+                                     "How long the text of a policy and its compression took", policyBuckets())),
       m_confirmed(addGauge(m_registry, "zaro_server_policy_confirmed_timestamp_seconds",
                            "When the policy was last found to be the stored one; 0: never")),
       m_age(addGauge(m_registry, "zaro_server_policy_age_seconds",
@@ -70,14 +54,14 @@ void ServerMetrics::setSnapshot(const ServedSnapshot& snapshot) {
 }
 
 void ServerMetrics::countSnapshot(std::chrono::nanoseconds took) {
-  m_snapshotSeconds.Observe(seconds(took));
+  m_snapshotSeconds.Observe(secondsOf(took));
 }
 
 void ServerMetrics::confirmPolicy() {
-  m_confirmed.Set(now());
+  m_confirmed.Set(secondsOfNow());
 }
 
 std::string ServerMetrics::text() {
-  m_age.Set(m_confirmed.Value() > 0 ? now() - m_confirmed.Value() : -1);
+  m_age.Set(m_confirmed.Value() > 0 ? secondsOfNow() - m_confirmed.Value() : -1);
   return openMetricsText(m_registry);
 }
