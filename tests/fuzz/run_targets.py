@@ -70,8 +70,8 @@ def run(program, seconds, running):
     for directory in (corpus, findings):
         directory.mkdir(parents=True, exist_ok=True)
     known = set(findings.iterdir())
-    command = [program, f"-timeout={LONGEST_INPUT_SECONDS}", f"-rss_limit_mb={MEMORY_MB}",
-               f"-artifact_prefix={findings}/", "-print_final_stats=1", "-print_funcs=0", corpus]
+    command = [program, f"-timeout={LONGEST_INPUT_SECONDS}", f"-report_slow_units={LONGEST_INPUT_SECONDS}",
+               f"-rss_limit_mb={MEMORY_MB}", f"-artifact_prefix={findings}/", "-print_final_stats=1", "-print_funcs=0", corpus]
     if (SEEDS / result.target).is_dir():
         command.append(SEEDS / result.target)
     log_path = WORK / "findings" / f"{result.target}.log"
