@@ -1,7 +1,7 @@
 """Every command, and the reloads of the services, with one call that fails: the allocation, the call of the driver manager,
 the system call of every number, or so many of them as are asked for.
 
-    failing_calls.py [HOW-MANY|all] [--seed N] [--only WORDS] [--every N] [--part PART]
+    failing_calls.py [HOW-MANY|all] [--seed N] [--only WORDS]... [--every N] [--part PART]...
 
 A command that fails says so: by a documented status, with a message, and with everything as it was before; or it has made
 its change and says that too. It never crashes, hangs, answers wrong, or leaves files behind, and its next call works."""
@@ -87,7 +87,7 @@ class Commands:
         self.calls = calls.Calls(made.saved)
 
     def try_all(self, only, every):
-        wanted = [row for row in self.made.commands() if " ".join(row[0]).startswith(only)]
+        wanted = [row for row in self.made.commands() if " ".join(row[0]).startswith(tuple(only or [""]))]
         wanted = wanted[random.randrange(every)::every]
         for number, (arguments, given) in enumerate(wanted, 1):
             self.try_command(arguments, given)
@@ -117,8 +117,10 @@ class Commands:
 
     def _restore(self, outcome):
         """A reading command that left everything as it was leaves nothing to put back."""
-        if outcome.stored != self.made.before or self.made.dialect == "postgresql" or outcome.names != self.made.names_before:
+        if outcome.stored != self.made.before or outcome.names != self.made.names_before:
             self.made.restore()
+        else:
+            self.made.restore_numbers()
 
     def _try_fault(self, kind, fault):
         self.calls.arm(fault.kinds)
@@ -237,7 +239,7 @@ def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("how_many", nargs="?", default="4", help="calls of each kind of each command; or all")
     parser.add_argument("--seed", type=int, default=None)
-    parser.add_argument("--only", default="", help="commands that begin so; of services, none")
+    parser.add_argument("--only", action="append", help="commands that begin so; of services, none")
     parser.add_argument("--every", type=int, default=1, help="of so many commands one; of services, fewer reloads alike")
     parser.add_argument("--part", choices=[*INSTALLATIONS, *SERVICES], action="append", help="all of them")
     given = parser.parse_args()

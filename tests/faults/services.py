@@ -21,6 +21,9 @@ import calls  # noqa: E402
 # Seconds in which a reload shows in the log, if the line about it was not the one that failed.
 SOON = 3
 
+# Seconds without a further call, after which a service is done.
+QUIET = 0.05
+
 # Descriptors and threads that a service at rest may hold more than at its start: a connection that is kept.
 SPARE = 4
 
@@ -52,7 +55,7 @@ class ServiceUnderFaults:
                 self.running.stop(signal.SIGKILL)
 
     def reload(self):
-        """Returns when the log tells what came of it, or has said nothing for a while."""
+        """Returns when the log has told what came of it, or has said nothing for a while, and what follows is done as well."""
         version = self.change()
         before = self.running.log().count("not reloaded")
         self.running.process.send_signal(signal.SIGHUP)
@@ -62,6 +65,10 @@ class ServiceUnderFaults:
             if self.told.format(version) in log or log.count("not reloaded") > before:
                 break
             time.sleep(0.01)
+        before = -1
+        while before != self.calls.count():
+            before = self.calls.count()
+            time.sleep(QUIET)
         return ""
 
     def _expect_no_leak(self):
@@ -75,7 +82,10 @@ class ServiceUnderFaults:
         return sum(len(os.listdir(f"/proc/{self.running.process.pid}/{what}")) for what in ("fd", "task"))
 
     def _launch(self):
+        """Starts it, and has it do once what it is to do."""
+        self.calls.disarm()
         self.start()
+        self.reload()
         self.expect_answer()
         self.held = self._held() + SPARE
 
@@ -99,19 +109,16 @@ class ServiceUnderFaults:
                                f"{self.findings.tried[f'{self.name}: {kind}']} failed")
 
     def _expect_service(self, what):
-        if self.running.process.poll() is not None:
-            self.findings.add(f"{what}: it ended with {self.running.process.returncode}",
-                              f"{self.calls.culprit()}\n{self.running.log()[-600:]}")
-            self.running.process = None
-            self._launch()
-            return
         try:
             self.expect_answer()
             self.change()
             self.running.process.send_signal(signal.SIGHUP)
             self.expect_last_change()
         except (AssertionError, OSError) as failure:
-            self.findings.add(f"{what}: it does not go on: {failure!r:.300}", self.running.log()[-600:])
+            time.sleep(1)  # one that is ending has ended
+            ended = self.running.process.poll()
+            fate = f"it does not go on: {failure!r:.300}" if ended is None else f"it ended with {ended}"
+            self.findings.add(f"{what}: {fate}", f"{self.calls.culprit()}\n{self.running.log()[-600:]}")
             self.running.stop(signal.SIGKILL)
             self._launch()
 

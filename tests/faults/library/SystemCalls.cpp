@@ -34,6 +34,16 @@ bool fails(const char* name, int error) {
   return true;
 }
 
+// What a connection that was reset does not send it does not receive either.
+bool loses(const char* name, int connection) {
+  if (!fails(name, ECONNRESET)) {
+    return false;
+  }
+  shutdown(connection, SHUT_RDWR);
+  errno = ECONNRESET;
+  return true;
+}
+
 // The one that is killed in the midst of a write has written half of it.
 template <typename Write>
 bool failsToWrite(const char* name, std::size_t length, Write writeSome) {
@@ -164,8 +174,15 @@ SIMPLE(int, fchown, EPERM, (int file, uid_t user, gid_t group) noexcept, file, u
 SIMPLE(int, flock, ENOLCK, (int file, int operation) noexcept, file, operation)
 SIMPLE(int, socket, EMFILE, (int domain, int type, int protocol) noexcept, domain, type, protocol)
 SIMPLE(int, connect, ECONNREFUSED, (int one, const sockaddr* address, socklen_t length), one, address, length)
-SIMPLE(ssize_t, send, ECONNRESET, (int one, const void* data, std::size_t length, int flags), one, data, length, flags)
-SIMPLE(ssize_t, recv, ECONNRESET, (int one, void* data, std::size_t length, int flags), one, data, length, flags)
+ssize_t send(int one, const void* data, std::size_t length, int flags) {
+  static auto* const real = NEXT(send);
+  return loses("send", one) ? -1 : real(one, data, length, flags);
+}
+
+ssize_t recv(int one, void* data, std::size_t length, int flags) {
+  static auto* const real = NEXT(recv);
+  return loses("recv", one) ? -1 : real(one, data, length, flags);
+}
 
 ssize_t write(int file, const void* data, std::size_t length) {
   static auto* const real = NEXT(write);
