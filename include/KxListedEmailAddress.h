@@ -110,13 +110,13 @@ class ZARO_POLICY_EXPORT KxListedEmailAddress : public KxLockableClass, public K
 
  private:
   friend class zaro_addressmatch::LeafArena;
+  friend class KxWildcardedEmailAddress;
 
   struct Extras;  // what few of the millions of leaves have
 
-  // For a leaf in its tree's arena. Both texts belong to the table or to the tree, the local part is not "*".
-  // `concreteLabels` are those of a domain without "*"; else 0.
+  // For a leaf in its tree's arena. Both texts belong to the table or to the tree.
   KxListedEmailAddress(KxStringtable& table, const KxIndexedString& fullAddress, const KxIndexedString& name,
-                       unsigned int concreteLabels);
+                       unsigned int weight);
 
   bool _changeState(KxEmailBelongsTo state);
   const Extras& _extrasOrNone() const;
@@ -137,4 +137,11 @@ class ZARO_POLICY_EXPORT KxWildcardedEmailAddress : public KxListedEmailAddress 
 
   bool matchName(const char* name) const override;
   bool matchName(const KxIndexedString& name) const override;
+
+ private:
+  friend class zaro_addressmatch::LeafArena;
+
+  // As that of any leaf.
+  KxWildcardedEmailAddress(KxStringtable& table, const KxIndexedString& fullAddress, const KxIndexedString& name,
+                           unsigned int weight);
 };

@@ -111,13 +111,15 @@ class ZARO_POLICY_EXPORT KxWildcardNode : public KxLockableClass, public KxIndex
  private:
   friend class zaro_addressmatch::Level;
 
-  // Keeps a label that belongs to the table or to the tree.
+  friend class KxWildcardedWildcardNode;
+
+  // For a level in its tree's arena, whose label belongs to the table or to the tree.
   KxWildcardNode(KxStringtable& table, const KxIndexedString& label);
 
   std::vector<KxWildcardNode*> _children;      // concrete labels; the first _childrenSorted are in order
   std::vector<KxListedEmailAddress*> _leaves;  // concrete local parts; the first _leavesSorted are in order
   unsigned int _childrenSorted : 30;
-  unsigned int _isLabelOwn : 1;
+  unsigned int _isLabelOwn : 1;  // but for a level in an arena
   unsigned int _childrenIndexed : 1;
   unsigned int _leavesSorted : 31;
   unsigned int _leavesIndexed : 1;
@@ -141,6 +143,12 @@ class ZARO_POLICY_EXPORT KxWildcardedWildcardNode : public KxWildcardNode {
   KxListedEmailAddress* _findMatchingLeafNode(const KxIndexedString& name, bool atEnd) override;
   bool _matchLeafWildcard(const KxIndexedString& name, bool atEnd) override;
   bool _matchesThisNode(LabelStack& labels, const KxIndexedString*& consumed) override;
+
+ private:
+  friend class zaro_addressmatch::Level;
+
+  // As that of a concrete level.
+  KxWildcardedWildcardNode(KxStringtable& table, const KxIndexedString& label);
 };
 
 // The level above the top-level labels.

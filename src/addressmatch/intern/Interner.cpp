@@ -71,16 +71,15 @@ InternedTexts& Interner::entries() const {
 }
 
 Interner::Interned Interner::intern(const TextKey& key, const KxIndexedString& wanted) const {
-  InternedTexts& texts = *m_table._entries;
   InternedTexts::Found found = {nullptr, false, false};
-  if (!withinMemory([&] { found = texts.intern(key); })) {
+  if (!withinMemory([&] { found = entries().intern(key); })) {
     logNoMemoryFor(wanted);
     return {nullptr, false};
   }
   if (!found.isNew) {
     return {existingEntry(*found.entry, wanted), false};
   }
-  return {found.lacksText ? ownText(texts, *found.entry, wanted, key.size + 1) : found.entry, true};
+  return {found.lacksText ? ownText(*m_table._entries, *found.entry, wanted, key.size + 1) : found.entry, true};
 }
 
 Interner::Interned Interner::internOwned(const TextKey& key) const {

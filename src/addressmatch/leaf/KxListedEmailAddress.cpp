@@ -86,12 +86,11 @@ KxListedEmailAddress::KxListedEmailAddress(KxStringtable* table, const KxIndexed
       _state(0) {}
 
 KxListedEmailAddress::KxListedEmailAddress(KxStringtable& table, const KxIndexedString& fullAddress,
-                                           const KxIndexedString& name, unsigned int concreteLabels)
+                                           const KxIndexedString& name, unsigned int weight)
     : KxLockableClass(true),
       KxIndexedStringNamedClass(table, name),
       _fullAddress(&fullAddress),
-      _weight((concreteLabels != 0 ? weightOf(Specificity{true, false, concreteLabels}) : weightOf(textOf(fullAddress))) &
-              kWeightBits),
+      _weight(weight & kWeightBits),
       _inArena(1),
       _state(0) {}
 
@@ -225,6 +224,10 @@ KxWildcardedEmailAddress::KxWildcardedEmailAddress(KxStringtable* table, const c
 
 KxWildcardedEmailAddress::KxWildcardedEmailAddress(KxStringtable* table, const KxIndexedString* fullAddress)
     : KxListedEmailAddress(table, fullAddress, &KxStringtable::_theWildcardIndexedString) {}
+
+KxWildcardedEmailAddress::KxWildcardedEmailAddress(KxStringtable& table, const KxIndexedString& fullAddress,
+                                                   const KxIndexedString& name, unsigned int weight)
+    : KxListedEmailAddress(table, fullAddress, name, weight) {}
 
 bool KxWildcardedEmailAddress::matchName(const char* /*name*/) const {
   return true;

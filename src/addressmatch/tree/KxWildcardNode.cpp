@@ -259,6 +259,9 @@ const KxIndexedString* KxWildcardNode::getEmailAddressName(LabelStack& labels) {
 KxWildcardedWildcardNode::KxWildcardedWildcardNode(KxStringtable* table)
     : KxWildcardNode(table, &KxStringtable::_theWildcardIndexedString) {}
 
+KxWildcardedWildcardNode::KxWildcardedWildcardNode(KxStringtable& table, const KxIndexedString& label)
+    : KxWildcardNode(table, label) {}
+
 KxWildcardedWildcardNode::~KxWildcardedWildcardNode() = default;
 
 bool KxWildcardedWildcardNode::addAddressPattern(const KxIndexedString* fullAddress, const KxIndexedString* name,

@@ -46,8 +46,12 @@ bool Level::isFilling() const {
          (tree()->root() != m_node || isExactly<KxWildcardRootNode>(*m_node));
 }
 
-KxWildcardNode* Level::newChild(const KxIndexedString& label) const {
-  return new (std::nothrow) KxWildcardNode(*table(), label);
+void Level::destroy(KxWildcardNode* node) {
+  if (node != nullptr && node->_isLabelOwn == 0) {
+    node->~KxWildcardNode();
+  } else {
+    delete node;
+  }
 }
 
 template <typename Named>
@@ -121,20 +125,33 @@ void Level::destroyContents() const {
 // Neither calls nor memory may depend on the depth. So a child's own wildcard child goes first, and its pointer then
 // leads back to the level above.
 void Level::destroyChildren() const {
-  delete std::exchange(m_node->_wildcardChild, nullptr);
+  destroy(std::exchange(m_node->_wildcardChild, nullptr));
   for (KxWildcardNode* node = m_node;;) {
     if (!node->_children.empty()) {
       KxWildcardNode* child = node->_children.back();
       node->_children.pop_back();
-      delete std::exchange(child->_wildcardChild, node);
+      prefetchLast(*node);
+      destroy(std::exchange(child->_wildcardChild, node));
       node = child;
     } else if (node != m_node) {
       KxWildcardNode* above = std::exchange(node->_wildcardChild, nullptr);
-      delete node;
+      destroy(node);
       node = above;
     } else {
       return;
     }
+  }
+}
+
+// Prefetches what destroying the last children reads, one part after the other.
+void Level::prefetchLast(const KxWildcardNode& node) {
+  constexpr std::size_t kStep = 6;
+  const std::size_t count = node._children.size();
+  if (count >= 2 * kStep) {
+    prefetchNode(*node._children[count - 2 * kStep]);
+  }
+  if (count >= kStep) {
+    Level(*node._children[count - kStep]).prefetchElements();
   }
 }
 

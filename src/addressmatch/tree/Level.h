@@ -46,8 +46,15 @@ class Level {
     return handle.getIndex() >= KxIndexedString::Wrapper || table()->_findInStringtable(&handle) == &handle;
   }
 
-  // A new level for a child whose label belongs to the table or to the tree; null when memory runs out.
-  KxWildcardNode* newChild(const KxIndexedString& label) const;
+  // A new level of the tree's arena, for a label that belongs to the table or to the tree; null when memory runs out.
+  template <typename Node>
+  Node* newChild(const KxIndexedString& label) const {
+    static_assert(sizeof(Node) <= TreeState::kNode, "a level fits");
+    void* const slot = tree()->takeNode();
+    return slot != nullptr ? new (slot) Node(*table(), label) : nullptr;
+  }
+  // Destroys a level of an arena or of the heap; null is ignored.
+  static void destroy(KxWildcardNode* node);
   // The child or leaf of a name, or null. `name` is an entry of the level's table, if it has one. While filling.
   template <typename Named>
   Named* find(const KxIndexedString& name) const;
@@ -86,6 +93,7 @@ class Level {
   void sortTails() const;
   void noteSorted() const;
   void destroyChildren() const;
+  static void prefetchLast(const KxWildcardNode& node);
 
   KxWildcardNode* m_node;
 };

@@ -11,6 +11,7 @@
 #include "addressmatch/intern/InternedTexts.h"
 #include "addressmatch/intern/LibraryLifetime.h"
 #include "addressmatch/intern/ParsedAddress.h"
+#include "addressmatch/leaf/PatternWeight.h"
 #include "addressmatch/text/AddressText.h"
 #include "addressmatch/text/LowerCaseText.h"
 #include "addressmatch/text/Memory.h"
@@ -157,6 +158,10 @@ bool TreeFilling::addByText(PatternPieces& pattern, const PatternData& data) con
   if (node == nullptr) {
     return false;
   }
+  if (pattern.isAnyName() && pattern.fullAddress.text != nullptr) {
+    KxListedEmailAddress* leaf = wildcardLeafOf(Level(*node), pattern);
+    return leaf != nullptr && amend(*leaf, true, data);
+  }
   if (pattern.name.text == nullptr) {
     return addByHandles(*node, pattern, data);
   }
@@ -164,7 +169,7 @@ bool TreeFilling::addByText(PatternPieces& pattern, const PatternData& data) con
   const Interner::Interned name = internOwned(pattern.name);
   *pattern.at = '@';
   if (KxListedEmailAddress* leaf = name.entry != nullptr ? leafOf(Level(*node), name, pattern) : nullptr) {
-    return (data.annotation == nullptr || leaf->setAnnotation(data.annotation)) && leaf->addMembership(data.kind);
+    return amend(*leaf, false, data);
   }
   // The table has no memory for a text: a leaf may have copies of its own.
   return addByHandles(*node, pattern, data);
@@ -266,9 +271,29 @@ KxListedEmailAddress* TreeFilling::leafOf(Level level, const Interner::Interned&
     }
   }
   prefetchLine(level.leaves().data() + level.leaves().size());
-  auto* leaf = m_top.tree()->arena().make(*m_top.table(), *fullAddress.entry, *name.entry,
-                                          isConcrete ? pattern.domain.key.labelCount() : 0);
+  auto* leaf = m_top.tree()->arena().make<KxListedEmailAddress>(*m_top.table(), *fullAddress.entry, *name.entry,
+                                                                weightOf(pattern));
   return store(level, leaf) ? leaf : nullptr;
+}
+
+// The leaf of *@DOMAIN or *@*.DOMAIN; null when the table has no memory for its texts.
+KxListedEmailAddress* TreeFilling::wildcardLeafOf(Level level, const PatternPieces& pattern) const {
+  if (level.wildcardLeaf() == nullptr) {
+    const KxIndexedString* fullAddress = internOwned(pattern.fullAddress).entry;
+    const KxIndexedString* name = fullAddress != nullptr ? wildcardIn(m_top) : nullptr;
+    if (name != nullptr) {
+      level.setWildcardLeaf(
+          m_top.tree()->arena().make<KxWildcardedEmailAddress>(*m_top.table(), *fullAddress, *name, weightOf(pattern)));
+    }
+  }
+  return level.wildcardLeaf();
+}
+
+unsigned int TreeFilling::weightOf(const PatternPieces& pattern) {
+  const PatternDomain& domain = pattern.domain;
+  return domain.key.isThere() && !domain.isBelow
+             ? zaro_addressmatch::weightOf({!pattern.isAnyName(), false, domain.key.labelCount()})
+             : zaro_addressmatch::weightOf(pattern.text.get());
 }
 
 bool TreeFilling::addSplit(const KxIndexedString* fullAddress, const KxIndexedString* name, LabelStack& labels,
@@ -308,18 +333,22 @@ bool TreeFilling::addLeaf(const KxIndexedString* fullAddress, const KxIndexedStr
   const bool anyName = isWildcard(orEmpty(name).getString());
   KxListedEmailAddress* leaf =
       anyName ? wildcardLeafOf(m_top, orEmpty(fullAddress)) : leafWith(m_top, orEmpty(name), orEmpty(fullAddress));
-  if (leaf == nullptr || (data.annotation != nullptr && !leaf->setAnnotation(data.annotation))) {
+  return leaf != nullptr && amend(*leaf, anyName, data);
+}
+
+bool TreeFilling::amend(KxListedEmailAddress& leaf, bool anyName, const PatternData& data) {
+  if (data.annotation != nullptr && !leaf.setAnnotation(data.annotation)) {
     return false;
   }
   // Owners are kept at wildcard leaves only; policies are not related to single addresses.
   if (anyName && data.owner != nullptr) {
-    if (!leaf->addRelatedPolicyOwner(data.owner)) {
+    if (!leaf.addRelatedPolicyOwner(data.owner)) {
       return false;
     }
   } else if (anyName) {
-    leaf->setOwnerless();
+    leaf.setOwnerless();
   }
-  return leaf->addMembership(data.kind);
+  return leaf.addMembership(data.kind);
 }
 
 Interner::Interned TreeFilling::intern(Level level, const TextKey& key) {
@@ -330,6 +359,10 @@ Interner::Interned TreeFilling::intern(Level level, const TextKey& key) {
   const InternedTexts* entries = interner.entriesOrNull();
   const KxIndexedString* entry = entries != nullptr ? entries->find(key) : nullptr;
   return entry != nullptr ? Interner::Interned{entry, false} : level.tree()->ownTexts().intern(key);
+}
+
+const KxIndexedString* TreeFilling::wildcardIn(Level level) {
+  return intern(level, textKeyOf(KxStringtable::_theWildcardIndexedString.getString())).entry;
 }
 
 const KxIndexedString* TreeFilling::known(Level level, const KxIndexedString& handle) {
@@ -368,32 +401,44 @@ KxWildcardNode* TreeFilling::storedChild(Level level, const KxIndexedString& lab
 
 // The label is new to the level.
 KxWildcardNode* TreeFilling::newChild(Level level, const KxIndexedString& label) {
-  std::unique_ptr<KxWildcardNode> child(makeChild(level, label));
-  if (child == nullptr || child->getName() != label) {
+  KxWildcardNode* child = makeChild(level, label);
+  if (child == nullptr) {
     return nullptr;
   }
   Level(*child).setTree(level.tree());
-  const TreeState::Announcement announcement(level.tree(), child.get());
-  return level.node()._addToChildVector(child.get()) ? child.release() : nullptr;
+  const TreeState::Announcement announcement(level.tree(), child);
+  if (child->getName() != label || !level.node()._addToChildVector(child)) {
+    Level::destroy(child);
+    return nullptr;
+  }
+  return child;
 }
 
 KxWildcardNode* TreeFilling::makeChild(Level level, const KxIndexedString& label) {
-  if (!level.isFillingOverLockedTable() || label.getString() == nullptr) {
+  if (level.table() == nullptr || !level.isFilling() || label.getString() == nullptr) {
     return new (std::nothrow) KxWildcardNode(level.table(), &label);
   }
   const KxIndexedString* own = intern(level, textKeyOf(label.getString())).entry;
-  return own != nullptr ? level.newChild(*own) : nullptr;
+  return own != nullptr ? level.newChild<KxWildcardNode>(*own) : nullptr;
 }
 
 KxWildcardNode* TreeFilling::wildcardChildOf(Level level) {
   if (level.wildcardChild() == nullptr) {
-    level.setWildcardChild(new (std::nothrow) KxWildcardedWildcardNode(level.table()));
+    level.setWildcardChild(makeWildcardChild(level));
     if (level.wildcardChild() != nullptr && level.tree() != nullptr) {
       level.tree()->admitOwn();
       Level(*level.wildcardChild()).setTree(level.tree());
     }
   }
   return level.wildcardChild();
+}
+
+KxWildcardNode* TreeFilling::makeWildcardChild(Level level) {
+  if (level.table() == nullptr || !level.isFilling()) {
+    return new (std::nothrow) KxWildcardedWildcardNode(level.table());
+  }
+  const KxIndexedString* label = wildcardIn(level);
+  return label != nullptr ? level.newChild<KxWildcardedWildcardNode>(*label) : nullptr;
 }
 
 KxListedEmailAddress* TreeFilling::leafWith(Level level, const KxIndexedString& name, const KxIndexedString& fullAddress) {
@@ -428,7 +473,10 @@ KxListedEmailAddress* TreeFilling::leafOfOwnTexts(Level level, const KxIndexedSt
       ownName != nullptr ? intern(level, textKeyOf(fullAddress.getString())).entry : nullptr;
   KxListedEmailAddress* leaf = nullptr;
   if (ownAddress != nullptr) {
-    withinMemory([&] { leaf = level.tree()->arena().make(*level.table(), *ownAddress, *ownName, 0); });
+    withinMemory([&] {
+      leaf = level.tree()->arena().make<KxListedEmailAddress>(*level.table(), *ownAddress, *ownName,
+                                                              zaro_addressmatch::weightOf(ownAddress->getString()));
+    });
   }
   return leaf != nullptr && store(level, leaf) ? leaf : nullptr;
 }

@@ -9,8 +9,8 @@
 // Texts are interned in the table. One that is locked takes no more, and what it lacks is the tree's own (OwnTexts), so that a
 // tree of a later generation is filled in the same ways.
 //
-// Both end in the same leaves. The first one takes the second for what has no key: bare texts, "*" as the local part, trees
-// without a table, texts that the table has no memory for.
+// Both end in the same leaves. The first one takes the second for what has no key: bare texts, trees without a table, texts
+// that the table has no memory for.
 //
 //   cost   by text three look-ups (domain, local part, full address), each a cache miss in a big tree; patterns that come
 //          many at once are prefetched in groups, as in Chen, Ailamaki, Gibbons, Mowry, "Improving Hash Join Performance
@@ -59,11 +59,15 @@ class TreeFilling {
   KxWildcardNode* childOfDomain(Level level, const DomainKey& domain, const char* label) const;
   Interner::Interned internOwned(const TextKey& key) const { return intern(m_top, key); }
   KxListedEmailAddress* leafOf(Level level, const Interner::Interned& name, const PatternPieces& pattern) const;
+  KxListedEmailAddress* wildcardLeafOf(Level level, const PatternPieces& pattern) const;
+  static unsigned int weightOf(const PatternPieces& pattern);
 
   // A text as the tree keeps it while it is filled: an entry of the table, or the tree's own. `known` is null for a
   // text that no name of the level has.
   static Interner::Interned intern(Level level, const TextKey& key);
   static const KxIndexedString* known(Level level, const KxIndexedString& handle);
+  // The text "*", likewise; null when memory runs out.
+  static const KxIndexedString* wildcardIn(Level level);
   // To be called before a handle of a caller's is taken by its text.
   static void admitHandle(Level level, const KxIndexedString& handle);
 
@@ -75,12 +79,14 @@ class TreeFilling {
   static KxWildcardNode* newChild(Level level, const KxIndexedString& label);
   static KxWildcardNode* makeChild(Level level, const KxIndexedString& label);
   static KxWildcardNode* wildcardChildOf(Level level);
+  static KxWildcardNode* makeWildcardChild(Level level);
   static KxListedEmailAddress* leafWith(Level level, const KxIndexedString& name, const KxIndexedString& fullAddress);
   static KxListedEmailAddress* leafOfOwnTexts(Level level, const KxIndexedString& name,
                                               const KxIndexedString& fullAddress);
   static KxListedEmailAddress* storedLeaf(Level level, const KxIndexedString& name);
   static KxListedEmailAddress* wildcardLeafOf(Level level, const KxIndexedString& fullAddress);
   static bool store(Level level, KxListedEmailAddress* leaf);
+  static bool amend(KxListedEmailAddress& leaf, bool anyName, const PatternData& data);
 
   Level m_top;
 };

@@ -15,12 +15,14 @@
 // `freeze` leads from the first two phases to Walked, and `answerFrom` on to Indexed when there can be an index.
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <utility>
 
 #include "KxWildcardNode.h"
 #include "addressmatch/index/FrozenIndex.h"
 #include "addressmatch/leaf/LeafArena.h"
+#include "addressmatch/text/SlotArena.h"
 #include "addressmatch/tree/AddedPatterns.h"
 #include "addressmatch/tree/DomainMap.h"
 #include "addressmatch/tree/OwnTexts.h"
@@ -114,6 +116,9 @@ class TreeState : public std::enable_shared_from_this<TreeState> {
   DomainMap& domains() { return m_domains; }
   OwnTexts& ownTexts() { return m_ownTexts; }
   LeafArena& arena() { return m_arena; }
+  // Memory for a level, which goes with the tree; null when it runs out.
+  static constexpr std::size_t kNode = sizeof(void*) == 8 ? 128 : 64;
+  void* takeNode() { return m_nodes.take(); }
 
  private:
   enum class Phase { PatternsOnly, Filling, Indexed, Walked };
@@ -144,6 +149,7 @@ class TreeState : public std::enable_shared_from_this<TreeState> {
   DomainMap m_domains;  // empty after the freeze
   OwnTexts m_ownTexts;
   LeafArena m_arena;
+  SlotArena<kNode> m_nodes;
   std::unique_ptr<const FrozenIndex> m_partialIndex;  // the same, once patterns were added that it lacks
   AddedPatterns::Key m_addition = 0;                  // of the pattern that is being added
   AddedPatterns m_added;

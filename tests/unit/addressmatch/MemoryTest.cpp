@@ -34,4 +34,18 @@ TEST_F(TreeMemory, frozenTreeWithItsTextsTakesAFewHundredBytesAPattern) {
   EXPECT_LE(bytes / data.patterns.size(), kMost);
 }
 
+// Every domain is a level of its own with one leaf, or with "*" at or below it.
+TEST_F(TreeMemory, levelsAndLeavesShareTheirPiecesOfTheHeap) {
+  constexpr std::size_t kPatterns = 10000;
+  KxStringtable table;
+  KxWildcardRootNode tree(&table);
+  const AllocationCount count;
+  for (std::size_t number = 0; number != kPatterns; ++number) {
+    const char* const name = number % 3 == 0 ? "user@d" : number % 3 == 1 ? "*@d" : "*@*.d";
+    ASSERT_TRUE(tree.addAddressPattern((name + std::to_string(number) + ".test").c_str(), 1, nullptr, nullptr));
+  }
+  // The table's first texts, and a vector for each level that has a leaf of a name.
+  EXPECT_LE(count.allocations(), 1024 + kPatterns / 3 + kPatterns / 10);
+}
+
 }  // namespace
