@@ -92,7 +92,7 @@ void PatternLint::_findLeaves() {
 
 void PatternLint::_settle(std::size_t position) {
   const Line& line = m_lines[position];
-  const auto inserted = m_leaves.insert({line.leaf, {position, position, 0, !line.added}});
+  const auto inserted = m_leaves.insert({line.leaf, {position, position, 0, !line.added, false}});
   Leaf& leaf = inserted.first->second;
   const bool added = KxListedEmailAddress::isStateAllowed(leaf.state | line.kind);
   if (added != line.added) {
@@ -119,6 +119,7 @@ void PatternLint::_checkKnown(Leaf& known, const Line& line, bool added) {
     _report(line, "given-twice", "given before, in " + _where(m_lines[known.first]), "remove one of the two lines");
   }
   if (!added) {
+    known.refusesMore = known.refusesMore || KxListedEmailAddress::isStateAllowed(line.kind);
     _report(
         line, "refused-kind",
         kindText(line.kind) + " is refused: the pattern has " + kindText(state) + " from " + _where(m_lines[known.last]),
@@ -177,6 +178,8 @@ void PatternLint::_checkDecision(const KxListedEmailAddress& leaf) {
   }
   const Leaf& known = m_leaves.at(&leaf);
   const Line& line = m_lines[known.last];
+  // What is refused now would be taken in without this line.
+  const std::string remove = known.refusesMore ? "remove it and what is refused of the pattern" : "remove it";
   const auto other = [&](std::size_t position) { return _named(explanation.candidates[position].leaf); };
   switch (own->fate) {
     case KxMatchCandidate::Ignored:
@@ -188,11 +191,11 @@ void PatternLint::_checkDecision(const KxListedEmailAddress& leaf) {
     case KxMatchCandidate::NotSearched:
       _report(line, "never-decides",
               "an earlier tree always decides, by " + other(_deciding(explanation)) + " or a narrower pattern",
-              "remove it, or put its tree first");
+              remove + ", or put its tree first");
       break;
     case KxMatchCandidate::Outranked:
       _report(line, "never-decides", "the first tier always decides, by " + other(own->other) + " or a narrower pattern",
-              "remove it, or give it " + kindText(own->state == 8 ? 1 : 2));
+              remove + ", or give it " + kindText(own->state == 8 ? 1 : 2));
       break;
     case KxMatchCandidate::Decided:
       if (const KxMatchCandidate* tied = _tied(explanation)) {
@@ -216,7 +219,7 @@ void PatternLint::_checkDecision(const KxListedEmailAddress& leaf) {
       }
       [[fallthrough]];
     case KxMatchCandidate::Later:
-      _report(line, "never-decides", "always behind " + other(own->other), "remove it");
+      _report(line, "never-decides", "always behind " + other(own->other), remove);
       break;
     case KxMatchCandidate::Exception:
       if (own->removed == 0) {

@@ -50,6 +50,7 @@ class PatternLint {
     std::size_t last;  // the one that changed its kinds last
     KxEmailBelongsTo state;
     bool startedRefused;  // whether the first line's kind was refused
+    bool refusesMore;     // whether a line is refused that would count without the others
   };
 
   void _add(const PatternOrigin& origin);

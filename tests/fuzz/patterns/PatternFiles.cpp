@@ -112,7 +112,8 @@ std::vector<std::string> decisions(const Lines& lines, std::size_t without, cons
 
 void checkRemoval(const Lines& lines, std::size_t tree, const LintFinding& finding) {
   constexpr std::size_t kMost = 40;  // for the slow matcher
-  if (lines.size() > kMost || std::string(finding.rule) != "never-decides" || finding.suggestion.find("remove it") != 0) {
+  if (lines.size() > kMost || std::string(finding.rule) != "never-decides" ||
+      finding.suggestion.find("remove it") != 0 || finding.suggestion.find("remove it and") == 0) {
     return;
   }
   const auto found = std::find_if(lines.begin(), lines.end(),
