@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "AllocationCount.h"
@@ -121,6 +122,26 @@ TEST_F(IndexSeed, treeWhoseHashesCollideIsIndexedUnderAnotherSeedOrWalked) {
     }
   }
   EXPECT_THAT(scripted::platform().log.lines(), testing::IsEmpty());
+}
+
+// The filters let such addresses pass, and they lead to the pattern's own slot.
+TEST_F(IndexSeed, textsOfOneHashAreToldApartByEveryCharacter) {
+  const std::string text = "collide-abcdefgh";
+  for (const auto& [before, behind] : {std::make_pair("", "@x.test"), std::make_pair("user@", "")}) {
+    KxStringtable table;
+    KxWildcardRootNode tree(&table);
+    ASSERT_TRUE(tree.addAddressPattern((before + text + behind).c_str(), 1, nullptr, nullptr));
+    KxWildcardEmail::initScanTimeMode();
+    for (std::size_t at = std::string("collide-").size(); at != text.size(); ++at) {
+      for (const char other : {'a', 'b', 'd', 'h', '-', '7', '~'}) {
+        std::string asked = text;
+        asked[at] = other;
+        Leaves found;
+        EXPECT_EQ(tree.findMatches((before + asked + behind).c_str(), found).empty(), asked != text)
+            << before << asked << behind;
+      }
+    }
+  }
 }
 
 // Those that needed other seeds have filters and queries of their own.
