@@ -159,8 +159,9 @@ bool TreeFilling::addByText(PatternPieces& pattern, const PatternData& data) con
     return false;
   }
   if (pattern.isAnyName() && pattern.fullAddress.text != nullptr) {
-    KxListedEmailAddress* leaf = wildcardLeafOf(Level(*node), pattern);
-    return leaf != nullptr && amend(*leaf, true, data);
+    if (KxListedEmailAddress* leaf = wildcardLeafOf(Level(*node), pattern)) {
+      return amend(*leaf, true, data);
+    }
   }
   if (pattern.name.text == nullptr) {
     return addByHandles(*node, pattern, data);
