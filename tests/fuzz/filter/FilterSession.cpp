@@ -207,33 +207,36 @@ class Script {
       case 'd':
         m_parts.holder.destroyReturned();
         break;
-      case 't':
-        m_server.takes = !m_server.takes;
-        break;
-      case 'l':
-        m_server.loggedIn = !m_server.loggedIn;
-        break;
-      case 's':
-        m_parts.settings.decisions.shadow = !m_parts.settings.decisions.shadow;
-        break;
-      case 'b':
-        m_parts.settings.decisions.stripBatv = !m_parts.settings.decisions.stripBatv;
-        break;
-      case 'z':
-        m_parts.settings.decisions.stripSrs = !m_parts.settings.decisions.stripSrs;
-        break;
-      case 'o':
-        m_parts.settings.decisions.exemptAuthenticated = !m_parts.settings.decisions.exemptAuthenticated;
-        break;
-      case 'w':
-        m_parts.settings.acceptWithoutPolicy = !m_parts.settings.acceptWithoutPolicy;
-        break;
       case 'x':
         static_cast<void>(m_messages.finish(std::chrono::milliseconds(0)));
         m_isStopped = true;
         break;
       default:
+        if (bool* const turned = switchOf(step)) {
+          *turned = !*turned;
+        }
         break;
+    }
+  }
+
+  bool* switchOf(char step) {
+    switch (step) {
+      case 't':
+        return &m_server.takes;
+      case 'l':
+        return &m_server.loggedIn;
+      case 's':
+        return &m_parts.settings.decisions.shadow;
+      case 'b':
+        return &m_parts.settings.decisions.stripBatv;
+      case 'z':
+        return &m_parts.settings.decisions.stripSrs;
+      case 'o':
+        return &m_parts.settings.decisions.exemptAuthenticated;
+      case 'w':
+        return &m_parts.settings.acceptWithoutPolicy;
+      default:
+        return nullptr;
     }
   }
 
