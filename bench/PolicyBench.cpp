@@ -20,9 +20,8 @@ std::string domainOf(std::size_t number) {
 
 MailPolicy::Group groupOf(unsigned int id, std::size_t patterns) {
   MailPolicy::Group group = {id, "group", {}};
-  group.members.reserve(patterns);
   for (std::size_t number = 0; number != patterns; ++number) {
-    group.members.push_back((number % 8 == 0 ? "*@*." : "user" + std::to_string(number) + "@") + domainOf(number / 8));
+    group.members.add((number % 8 == 0 ? "*@*." : "user" + std::to_string(number) + "@") + domainOf(number / 8));
   }
   return group;
 }

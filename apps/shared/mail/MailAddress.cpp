@@ -257,21 +257,6 @@ std::string domainOf(std::string_view spelled) {
   return form;
 }
 
-// Whether a pattern is its own form, for the plain ones.
-bool isNormal(std::string_view pattern) {
-  const std::size_t at = pattern.find('@');
-  if (at == std::string_view::npos || at == 0 || pattern.back() == '.') {
-    return false;
-  }
-  const auto isPlain = [](char character) {
-    return (character >= 'a' && character <= 'z') || (character >= '0' && character <= '9') || character == '-' ||
-           character == '_' || character == '.' || character == '*';
-  };
-  return isDotString(pattern.substr(0, at)) &&
-         std::all_of(pattern.begin(), pattern.begin() + static_cast<std::ptrdiff_t>(at), isPlain) &&
-         std::all_of(pattern.begin() + static_cast<std::ptrdiff_t>(at) + 1, pattern.end(), isPlain);
-}
-
 // Without the brackets of a path, and the hosts on its way.
 std::string_view mailboxOf(std::string_view path) {
   if (path.size() < 2 || path.front() != '<' || path.back() != '>') {
@@ -319,9 +304,23 @@ std::string normalAddress(std::string_view spelled, const AddressForm& form) {
   return localPartOf(withoutExtension(stripped.name, form.delimiters)) + '@' + domainOf(stripped.domain);
 }
 
+bool isPlainPattern(std::string_view pattern) {
+  const std::size_t at = pattern.find('@');
+  if (at == std::string_view::npos || at == 0 || pattern.back() == '.') {
+    return false;
+  }
+  const auto isPlain = [](char character) {
+    return (character >= 'a' && character <= 'z') || (character >= '0' && character <= '9') || character == '-' ||
+           character == '_' || character == '.' || character == '*';
+  };
+  return isDotString(pattern.substr(0, at)) &&
+         std::all_of(pattern.begin(), pattern.begin() + static_cast<std::ptrdiff_t>(at), isPlain) &&
+         std::all_of(pattern.begin() + static_cast<std::ptrdiff_t>(at) + 1, pattern.end(), isPlain);
+}
+
 std::string normalPattern(std::string_view pattern) {
-  if (isNormal(pattern)) {
-    return std::string(pattern);  // as nearly all of a big list are
+  if (isPlainPattern(pattern)) {
+    return std::string(pattern);
   }
   const std::size_t at = domainSign(pattern);
   if (at == std::string_view::npos) {

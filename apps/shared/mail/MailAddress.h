@@ -52,3 +52,6 @@ std::string normalAddress(std::string_view spelled, const AddressForm& form);
 // quotes "%40" and "%25" are an "@" and a "%", so that a form is its own. A "*" in quotes is no wildcard. What has no
 // "@", and angle brackets, stay as they are.
 std::string normalPattern(std::string_view pattern);
+
+// True for a pattern that certainly is its own form, as nearly all of a big list are.
+bool isPlainPattern(std::string_view pattern);

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "KxListedEmailAddress.h"
+#include "policy/TextList.h"
 
 struct MailPolicy {
   // A wildcard managing group, whose pattern can be the scope of rules.
@@ -20,7 +21,7 @@ struct MailPolicy {
   struct Group {
     unsigned int id = 0;
     std::string name;
-    std::vector<std::string> members;  // addresses and patterns as stored, in their order
+    TextList members;  // addresses and patterns as stored, in their order
   };
 
   // A named object other than an address group. Type 3 is a quarantine area.

@@ -19,9 +19,10 @@ constexpr int kQuarantineArea = 3;
 constexpr unsigned int kNumberShift = 7;
 constexpr std::size_t kHighestNumber = (std::size_t{1} << (32 - kNumberShift)) - 1;
 
-// What every spelling of one pattern has in common, so that no two entries get the same leaf.
-std::string canonicalPattern(const std::string& pattern) {
-  const std::string text = inLowerCase(normalPattern(pattern));
+// What every spelling of one pattern has in common, so that no two entries get the same leaf. For a tree, a pattern
+// ends at a NUL.
+std::string canonicalPattern(std::string_view pattern) {
+  const std::string text = inLowerCase(normalPattern(pattern.substr(0, pattern.find('\0'))));
   const std::size_t at = text.find('@');
   if (at == std::string::npos) {
     return text == "*" ? "*@*" : text + "@." + text;
@@ -257,7 +258,7 @@ class PolicyGeneration::Builder {
 
   std::unique_ptr<KxWildcardRootNode> _newTree() { return std::make_unique<KxWildcardRootNode>(&m_generation.m_table); }
 
-  Entry& _entryOf(const std::string& pattern) {
+  Entry& _entryOf(std::string_view pattern) {
     const auto [place, isNew] = m_numbers.emplace(canonicalPattern(pattern), m_generation.m_entries.size());
     if (isNew) {
       if (place->second > kHighestNumber) {
@@ -281,7 +282,7 @@ class PolicyGeneration::Builder {
   std::uint32_t _recipientsOf(unsigned int group) {
     const auto [place, isNew] = m_recipientGroups.emplace(group, static_cast<std::uint32_t>(m_recipientGroups.size()));
     if (isNew) {
-      for (const std::string& member : m_resolver.group(group).members) {
+      for (const std::string_view member : m_resolver.group(group).members) {
         std::vector<std::uint32_t>& groups = _entryOf(member).groups;
         if (groups.empty() || groups.back() != place->second) {
           groups.push_back(place->second);
@@ -319,8 +320,7 @@ class PolicyGeneration::Builder {
     }
   }
 
-  void _add(KxWildcardRootNode& tree, const std::vector<std::string>& members, KxEmailBelongsTo kind,
-            const char* annotation) {
+  void _add(KxWildcardRootNode& tree, const TextList& members, KxEmailBelongsTo kind, const char* annotation) {
     constexpr std::size_t kAtOnce = 1024;
     std::vector<std::string> patterns(std::min(members.size(), kAtOnce));
     std::vector<const char*> texts(patterns.size());
@@ -328,8 +328,8 @@ class PolicyGeneration::Builder {
     for (std::size_t begin = 0; begin < members.size(); begin += kAtOnce) {
       const std::size_t count = std::min(members.size() - begin, kAtOnce);
       for (std::size_t place = 0; place != count; ++place) {
-        patterns[place] = normalPattern(members[begin + place]);
-        texts[place] = patterns[place].c_str();
+        const std::string_view member = members[begin + place];
+        texts[place] = isPlainPattern(member) ? member.data() : (patterns[place] = normalPattern(member)).c_str();
       }
       m_generation.m_senderPatterns +=
           tree.addAddressPatterns(texts.data(), count, kind, annotation, nullptr, added.get());
@@ -340,7 +340,7 @@ class PolicyGeneration::Builder {
         if (addPattern(tree, texts[place], kind, annotation)) {
           ++m_generation.m_senderPatterns;
         } else if (m_refused++ == 0) {
-          m_firstRefused = patterns[place];
+          m_firstRefused = texts[place];
         }
       }
     }

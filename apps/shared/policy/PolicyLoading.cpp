@@ -1,20 +1,23 @@
 #include "policy/PolicyLoading.h"
 
-#include <algorithm>
 #include <charconv>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 
 #include "console/Text.h"
+#include "policy/JsonTextArray.h"
 #include "store/ReadTransaction.h"
 
 namespace {
 
+using zaroruntime::Dialect;
+using zaroruntime::FailureKind;
 using Row = StoreConnection::Row;
 
-constexpr std::size_t kMembersAtOnce = 20000;
+constexpr std::size_t kMembersAtOnce = 5000;
 
 template <typename Number>
 Number numberIn(std::string_view digits) {
@@ -58,45 +61,117 @@ std::vector<MailPolicy::Entity> entitiesIn(StoreConnection& db) {
   return entities;
 }
 
-// Takes a number and the blank behind it off a text.
-unsigned int takeNumber(std::string_view& text) {
-  const std::size_t end = std::min(text.find(' '), text.size());
-  const auto number = numberIn<unsigned int>(text.substr(0, end));
-  text.remove_prefix(std::min(end + 1, text.size()));
-  return number;
+[[noreturn]] void refuseCutMembers() {
+  throw DatabaseError("the members of address groups did not come whole", FailureKind::Data);
 }
 
-void readMembers(StoreConnection& db, std::vector<MailPolicy::Group>& groups) {
-  std::unordered_map<unsigned int, MailPolicy::Group*> places;
-  for (MailPolicy::Group& group : groups) {
-    places[group.id] = &group;
-  }
-  // Behind the last that was read, so that the database finds each piece by its key. One column, since each costs as
-  // much as the row: drivers hand them out one by one.
-  for (std::string behind;;) {
-    const auto rows = db.rows("SELECT group_id || ' ' || position || ' ' || address AS member FROM address_group_member" +
-                                  behind + " ORDER BY group_id, position LIMIT " + std::to_string(kMembersAtOnce),
-                              {"member"});
-    std::string lastKey;
-    MailPolicy::Group* group = nullptr;
-    for (const Row& row : rows) {
-      std::string_view rest = row[0] ? std::string_view(*row[0]) : std::string_view();
-      const unsigned int id = takeNumber(rest);
-      const unsigned int position = takeNumber(rest);
-      if (group == nullptr || group->id != id) {
-        group = &elementOf(places, id, "members of the address group");
-      }
-      group->members.emplace_back(rest);
-      if (&row == &rows.back()) {
-        lastKey = std::to_string(id) + ", " + std::to_string(position);
-      }
+// Gives each group its own of the members that come one after the other.
+class MemberDistribution {
+ public:
+  void expect(std::size_t members, MailPolicy::Group& group) { m_shares.push_back({&group.members, members}); }
+
+  void take(std::string_view member) {
+    if (m_next == m_shares.size()) {
+      refuseCutMembers();
     }
-    if (rows.size() < kMembersAtOnce) {
-      return;
+    Share& share = m_shares[m_next];
+    share.members->add(member);
+    if (--share.missing == 0) {
+      ++m_next;
     }
-    behind = " WHERE (group_id, position) > (" + lastKey + ")";
   }
-}
+
+ private:
+  struct Share {
+    TextList* members;
+    std::size_t missing;
+  };
+
+  std::vector<Share> m_shares;
+  std::size_t m_next = 0;
+};
+
+// Reads members by the key of the last that it has (keyset pagination), so that the database finds each piece at once.
+class MemberReading {
+ public:
+  MemberReading(StoreConnection& db, std::vector<MailPolicy::Group>& groups) : m_db(db) {
+    for (MailPolicy::Group& group : groups) {
+      m_groups[group.id] = &group;
+    }
+  }
+
+  void readAll() {
+    while (_readPiece() == kMembersAtOnce) {
+    }
+  }
+
+ private:
+  // Answers how many members the piece has.
+  std::size_t _readPiece() {
+    const std::string piece = _nextPiece();
+    const std::vector<Row> rows = m_db.rows(
+        "SELECT count(*) AS members, min(group_id) AS first_group, max(group_id) AS last_group, max(position) AS "
+        "last_position, " +
+            _jsonOfAddresses() + " AS addresses FROM " + piece,
+        {"members", "first_group", "last_group", "last_position", "addresses"});
+    const Row& row = rows.at(0);
+    const auto count = numberIn<std::size_t>(row[0]);
+    if (count == 0) {
+      return 0;
+    }
+    auto lastPosition = numberIn<unsigned int>(row[3]);
+    MemberDistribution distribution;
+    if (row[1] == row[2]) {
+      distribution.expect(count, _group(row[1]));
+    } else {
+      lastPosition = _expectSeveralGroups(piece, distribution);
+    }
+    std::size_t taken = 0;
+    const bool isWhole =
+        eachTextIn(row[4] ? std::string_view(*row[4]) : std::string_view(), [&](std::string_view member) {
+          distribution.take(member);
+          ++taken;
+        });
+    if (!isWhole || taken != count) {
+      refuseCutMembers();
+    }
+    m_condition = " WHERE (group_id, position) > (" + *row[2] + ", " + std::to_string(lastPosition) + ")";
+    return count;
+  }
+
+  std::string _nextPiece() const {
+    return "(SELECT group_id, position, address FROM address_group_member" + m_condition +
+           " ORDER BY group_id, position LIMIT " + std::to_string(kMembersAtOnce) + ") AS piece";
+  }
+
+  // Drivers hand out rows and columns one by one, and each costs as much as hundreds of characters: thousands of
+  // addresses come as one text. SQLite before 3.44 knows no order within an aggregate; it adds the rows as they come
+  // from the piece, and keeps the order of that for this aggregate's sake.
+  std::string _jsonOfAddresses() const {
+    return m_db.dialect() == Dialect::SQLite ? "json_group_array(address)"
+                                             : "CAST(json_agg(address ORDER BY group_id, position) AS text)";
+  }
+
+  // Answers the last position in the last group.
+  unsigned int _expectSeveralGroups(const std::string& piece, MemberDistribution& distribution) {
+    unsigned int lastPosition = 0;
+    for (const Row& group : m_db.rows("SELECT group_id, count(*) AS members, max(position) AS last_position FROM " +
+                                          piece + " GROUP BY group_id ORDER BY group_id",
+                                      {"group_id", "members", "last_position"})) {
+      distribution.expect(numberIn<std::size_t>(group[1]), _group(group[0]));
+      lastPosition = numberIn<unsigned int>(group[2]);
+    }
+    return lastPosition;
+  }
+
+  MailPolicy::Group& _group(const std::optional<std::string>& id) const {
+    return elementOf(m_groups, numberIn<unsigned int>(id), "members of the address group");
+  }
+
+  StoreConnection& m_db;
+  std::unordered_map<unsigned int, MailPolicy::Group*> m_groups;
+  std::string m_condition;  // of the members that are left
+};
 
 std::vector<MailPolicy::Group> groupsIn(StoreConnection& db) {
   std::vector<MailPolicy::Group> groups;
@@ -136,7 +211,7 @@ MailPolicy load(StoreConnection& db, bool withMembers) {
     policy.entities = entitiesIn(db);
     policy.groups = groupsIn(db);
     if (withMembers) {
-      readMembers(db, policy.groups);
+      MemberReading(db, policy.groups).readAll();
     }
     policy.objects = objectsIn(db);
     policy.filterOrder = filterOrderIn(db);

@@ -112,11 +112,14 @@ class Writer {
     m_put(text);
   }
 
-  void members(const std::vector<std::string>& all) {
-    for (std::size_t at = 0; at < all.size(); at += kMembersALine) {
-      const auto begin = all.begin() + static_cast<std::ptrdiff_t>(at);
-      const auto end = begin + static_cast<std::ptrdiff_t>(std::min(kMembersALine, all.size() - at));
-      line({{"members", std::vector<std::string>(begin, end)}});
+  void members(const TextList& all) {
+    for (std::size_t begin = 0; begin < all.size(); begin += kMembersALine) {
+      const std::size_t end = std::min(begin + kMembersALine, all.size());
+      Json piece = Json::array();
+      for (std::size_t at = begin; at != end; ++at) {
+        piece.emplace_back(all[at]);
+      }
+      line({{"members", std::move(piece)}});
     }
   }
 
@@ -190,7 +193,7 @@ void take(const Json& line, MailPolicy& policy) {
       refuse("members of no group");
     }
     for (const Json& member : line.at("members")) {
-      policy.groups.back().members.push_back(member);
+      policy.groups.back().members.add(member.get_ref<const std::string&>());
     }
   } else if (line.contains("object")) {
     policy.objects.push_back({numberOf<unsigned int>(line.at("object")), numberOf<int>(line.at("type")),

@@ -60,7 +60,11 @@ class Entries {
       entries.push_back({"scope", entity.id, entity.pattern, Json::object(), {}});
     }
     for (const MailPolicy::Group& group : m_policy.groups) {
-      entries.push_back({"group", group.id, group.name, {{"members", group.members.size()}}, group.members});
+      entries.push_back({"group",
+                         group.id,
+                         group.name,
+                         {{"members", group.members.size()}},
+                         {group.members.begin(), group.members.end()}});
     }
     for (const MailPolicy::Object& object : m_policy.objects) {
       entries.push_back(

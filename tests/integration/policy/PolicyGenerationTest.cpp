@@ -159,6 +159,20 @@ TEST(PolicyGeneration, takesSpellingsOfAScopeAsOne) {
   EXPECT_EQ(applicable, (std::vector<std::size_t>{3, 4, 7}));
 }
 
+// Trees take patterns as C strings, so that both are one there.
+TEST(PolicyGeneration, takesAPatternUpToItsNul) {
+  PolicyMaker maker;
+  const unsigned int all = maker.group("all", {"*"});
+  for (const char* tail : {"x", "y", "z"}) {
+    const std::string pattern = std::string("a@c.test") + '\0' + tail;
+    maker.rule(tail, {{all, 2}}).recipients = maker.group(tail, {pattern});
+  }
+  const PolicyGeneration generation(maker.policy());
+  std::vector<std::size_t> applicable;
+  generation.findApplicable("a@c.test", applicable);
+  EXPECT_EQ(applicable, (std::vector<std::size_t>{0, 1, 2}));
+}
+
 // --- What a recipient costs ---
 
 enum class Narrowed { Not, ByOneGroup, ByGroupsOfTheirOwn };

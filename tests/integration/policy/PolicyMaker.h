@@ -10,8 +10,11 @@
 
 class PolicyMaker {
  public:
-  unsigned int group(const std::string& name, std::vector<std::string> members) {
-    m_policy.groups.push_back({static_cast<unsigned int>(m_policy.groups.size()) + 1, name, std::move(members)});
+  unsigned int group(const std::string& name, const std::vector<std::string>& members) {
+    m_policy.groups.push_back({static_cast<unsigned int>(m_policy.groups.size()) + 1, name, {}});
+    for (const std::string& member : members) {
+      m_policy.groups.back().members.add(member);
+    }
     return m_policy.groups.back().id;
   }
   unsigned int entity(const std::string& pattern) {
@@ -36,9 +39,9 @@ class PolicyMaker {
   }
 
   // The same with one list, whose group is made for it.
-  MailPolicy::Rule& rule(const std::string& name, std::vector<std::string> members, KxEmailBelongsTo kind,
+  MailPolicy::Rule& rule(const std::string& name, const std::vector<std::string>& members, KxEmailBelongsTo kind,
                          const std::vector<std::string>& keys = {}) {
-    const unsigned int list = group(name + " list", std::move(members));
+    const unsigned int list = group(name + " list", members);
     return rule(name, {{list, kind}}, keys);
   }
 

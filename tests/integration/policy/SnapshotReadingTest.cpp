@@ -64,7 +64,7 @@ MailPolicy wholePolicy() {
   policy.entities = {{1, "*@example.test"}};
   MailPolicy::Group large{3, "large", {}};
   for (int i = 0; i < 2500; ++i) {
-    large.members.push_back("user" + std::to_string(i) + "@example.test");
+    large.members.add("user" + std::to_string(i) + "@example.test");
   }
   policy.groups = {{2, "empty", {}}, large};
   policy.objects = {{9, 3, "area", std::string("a\0b", 3)}, {10, -7, "", ""}};
@@ -120,7 +120,7 @@ TEST(SnapshotReading, isRefusedUnlessItIsWhole) {
 
 TEST(SnapshotReading, everyByteCounts) {
   MailPolicy small = wholePolicy();
-  small.groups[1].members.resize(2);
+  small.groups[1].members = {"a@example.test", "b@example.test"};
   const std::string whole = snapshotText(small);
   for (std::size_t at = 0; at + 1 < whole.size(); ++at) {
     std::string changed = whole;
