@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <memory>
@@ -74,10 +73,10 @@ class Filter {
     }
     m_milter = std::make_unique<MilterFrontEnd>(m_desk, m_messages);
     std::thread([this] {
-      m_milterFailed = !m_milter->run();
+      m_milter->run();
       m_signals.raise(Event::Ended);
     }).detach();
-    m_signals.receive();  // before readiness is told: libmilter would take a SIGHUP for an order to stop
+    m_signals.receive();
     return true;
   }
 
@@ -93,10 +92,8 @@ class Filter {
         case Event::Stop:
           return ExitCode::Found;
         case Event::Ended:
-          if (m_milterFailed) {
-            m_log.error("libmilter failed");
-          }
-          return m_milterFailed ? ExitCode::Unavailable : ExitCode::Found;
+          m_log.error("libmilter failed");
+          return ExitCode::Unavailable;
         case Event::None:
           if (!m_milter->socketFile().isThere()) {
             // libmilter cannot open it again; the filter's supervisor starts it anew.
@@ -150,7 +147,6 @@ class Filter {
   std::unique_ptr<MetricsServer> m_metricsServer;
   std::unique_ptr<PolicyListener> m_policyListener;
   std::unique_ptr<MilterFrontEnd> m_milter;
-  std::atomic<bool> m_milterFailed{false};
 };
 
 }  // namespace

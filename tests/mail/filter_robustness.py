@@ -28,6 +28,16 @@ class Reloading(MailTest):
         self.assertIsNone(started.process.poll())
         self.assertEqual(started.stop(), 0)
 
+    def test_no_thread_but_the_first_takes_signals(self):
+        started = self.start_filter()
+        taking = []
+        for task in pathlib.Path(f"/proc/{started.process.pid}/task").iterdir():
+            blocked = next(line.split()[1] for line in (task / "status").read_text(encoding="ascii").splitlines()
+                           if line.startswith("SigBlk:"))
+            if any(not int(blocked, 16) >> number - 1 & 1 for number in (signal.SIGHUP, signal.SIGTERM, signal.SIGINT)):
+                taking.append(int(task.name))
+        self.assertEqual(taking, [started.process.pid])
+
     def test_a_policy_that_cannot_be_applied_leaves_the_old_one(self):
         self.gateway.rule("refuse", ["refused@bad.test"], actions=["Delete"], reply="no")
         started = self.start_filter()

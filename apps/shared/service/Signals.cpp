@@ -50,8 +50,7 @@ Signals::Signals() : m_readEnd(-1), m_writeEnd(-1) {
   _block();
   struct sigaction action = {};
   action.sa_handler = onSignal;
-  // Not even the handler blocks them: a second SIGHUP would go to libmilter.
-  action.sa_flags = SA_NODEFER | SA_RESTART;
+  action.sa_flags = SA_RESTART;
   sigemptyset(&action.sa_mask);
   for (const int number : kSignals) {
     sigaction(number, &action, nullptr);

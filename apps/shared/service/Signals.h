@@ -1,8 +1,7 @@
 // Signals and other events for the main thread.
 //
-// libmilter starts a thread that waits for SIGHUP, SIGTERM and SIGINT and takes each as an order to stop. The kernel
-// gives a signal of the process to the main thread first if that thread does not block it. So the main thread never
-// blocks them: a handler puts them into a pipe that the thread reads, and libmilter runs on another thread.
+// A handler on the main thread puts SIGHUP, SIGTERM and SIGINT into a pipe that the thread reads. All other threads
+// block them, so that none interrupts their system calls.
 #pragma once
 
 #include <chrono>

@@ -1,7 +1,10 @@
 #include "milter/MilterFrontEnd.h"
 
 #include <libmilter/mfapi.h>
+#include <signal.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <exception>
 #include <new>
 
@@ -221,6 +224,21 @@ MilterFrontEnd::MilterFrontEnd(const DecisionDesk& desk, MessagesInProgress& mes
   m_file.open(desk.settings.socketMode, desk.settings.socketGroup);
 }
 
-bool MilterFrontEnd::run() {
-  return smfi_main() == MI_SUCCESS;
+void MilterFrontEnd::run() {
+  smfi_main();
+}
+
+// In the place of the C library's function, for the whole program. libmilter has a thread that waits here for the signals
+// that end services, SIGHUP among them, and breaks off every message when it gets one. The kernel prefers the thread that
+// handles signals, but not while it has another one to take; and a thread that begins to wait gets what is pending.
+//
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): the header has reserved names
+extern "C" int sigwait(const sigset_t* set, int* number) {
+  while (sigismember(set, SIGHUP) == 1) {
+    pause();
+  }
+  do {
+    *number = sigwaitinfo(set, nullptr);
+  } while (*number < 0 && errno == EINTR);
+  return *number < 0 ? errno : 0;
 }

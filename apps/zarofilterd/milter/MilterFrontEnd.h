@@ -11,9 +11,8 @@ class MilterFrontEnd {
   // still end while it does.
   MilterFrontEnd(const DecisionDesk& desk, MessagesInProgress& messages);
 
-  // Serves as long as the process lives, unless libmilter took a signal to stop; not on the main thread (see
-  // Signals.h). False when libmilter failed.
-  bool run();
+  // Serves as long as the process lives, unless libmilter fails; not on the main thread (see Signals.h).
+  void run();
 
   const SocketFile& socketFile() const { return m_file; }
 
