@@ -51,7 +51,7 @@ nlohmann::ordered_json parsedJson(std::string_view text) {
   }
   try {
     return nlohmann::ordered_json::parse(text);
-  } catch (const nlohmann::ordered_json::parse_error& failure) {
+  } catch (const nlohmann::ordered_json::exception& failure) {  // also of another class, for a number such as 1e999
     throw JsonTextError(std::string("is no JSON: ") + failure.what());
   }
 }

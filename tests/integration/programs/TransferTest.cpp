@@ -254,6 +254,7 @@ TEST_P(Transfer, wrongDocumentsAreRefusedWithTheirPlaces) {
   } kRows[] = {
       {"", "is no JSON: "},
       {"[]", "is no exported policy"},
+      {R"({"format": 1e999})", "is no JSON: "},
       {R"({"entities": )" + std::string(100000, '[') + std::string(100000, ']') + R"(, "format": "zaropolicy"})",
        "nests values more than 8 levels deep"},
       {R"({"format": "zaropolicy", "version": 2})", "of another version than 1"},
