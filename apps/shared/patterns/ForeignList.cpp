@@ -39,10 +39,13 @@ ListLine keyMeaning(const std::string& key) {
   }
   const std::size_t at = key.find('@');
   ListLine line = meaningOf(at != std::string::npos && at + 1 == key.size() ? key + "*" : key);
-  const bool isDomain = at == std::string::npos && key.front() != '.' && key != kNullSender && line.fault.empty();
+  const bool isDomain = at == std::string::npos && key != kNullSender && line.fault.empty();
   if (isDomain) {
-    const std::string& pattern = line.patterns.front();
-    line.patterns.push_back(pattern.substr(0, kAnyName.size()) + "*." + pattern.substr(kAnyName.size()));
+    const std::string domain = line.patterns.front().substr(kAnyName.size());
+    const bool hasSubdomainsAlone = domain.front() == '*';
+    if (!hasSubdomainsAlone) {
+      line.patterns.push_back(std::string(kAnyName) + "*." + domain);
+    }
   }
   return line;
 }

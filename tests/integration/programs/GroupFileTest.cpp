@@ -190,6 +190,7 @@ TEST_P(GroupFile, listsOfOtherProgramsAreReadIntoPatterns) {
        "# no\nbad@b.test REJECT no\n  more of it\n\n  # no\nc.test\tREJECT\n.d.test reject\nspam@ Reject\n<> REJECT\n",
        {"bad@b.test", "*@c.test", "*@*.c.test", "*@*.d.test", "spam@*", "<>"}},
       {{"--format", "access", "--action", "ok"}, "a@b.test OK\nc@b.test REJECT\n192.0.2 REJECT\n", {"a@b.test"}},
+      {{"--format", "access"}, ",.d.test REJECT\n,e.test REJECT\n", {"*@*.d.test", "*@e.test", "*@*.e.test"}},
       {{"--format", "csv", "--column", "e-mail"},
        "name,e-mail,\"said \"\"it\"\"\"\r\n\"Doe, J\",j@b.test,\r\nx, \"k@b.test\"\r\nx,\"l@b.test\"\r\n\r\ny,\r\n",
        {"j@b.test", "k@b.test", "l@b.test"}},
