@@ -2,6 +2,7 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
@@ -62,7 +63,7 @@ struct Served {
 };
 
 // All that the server answers to some bytes behind which nothing more comes. A server that leaves the client waiting is
-// found by the engine's limit of an input's time, which allows for a busy machine.
+// found by the engine's limit of an input's time, which allows for a busy machine. The engine's timer interrupts calls.
 std::string answerTo(const std::string& sent, unsigned int port) {
   const zaroruntime::UniqueFd peer(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   const sockaddr_in place = loopback(port);
@@ -73,7 +74,7 @@ std::string answerTo(const std::string& sent, unsigned int port) {
   FUZZ_CHECK(bind(peer.get(), reinterpret_cast<const sockaddr*>(&own), sizeof own) == 0);
   FUZZ_CHECK(connect(peer.get(), reinterpret_cast<const sockaddr*>(&place), sizeof place) == 0);
   for (std::size_t at = 0; at < sent.size();) {
-    const ssize_t count = send(peer.get(), sent.data() + at, sent.size() - at, MSG_NOSIGNAL);
+    const ssize_t count = TEMP_FAILURE_RETRY(send(peer.get(), sent.data() + at, sent.size() - at, MSG_NOSIGNAL));
     if (count <= 0) {
       break;  // it has had enough
     }
@@ -83,7 +84,7 @@ std::string answerTo(const std::string& sent, unsigned int port) {
   std::string answer;
   char piece[4096];
   ssize_t count = 0;
-  while ((count = recv(peer.get(), piece, sizeof piece, 0)) > 0) {
+  while ((count = TEMP_FAILURE_RETRY(recv(peer.get(), piece, sizeof piece, 0))) > 0) {
     answer.append(piece, static_cast<std::size_t>(count));
   }
   FUZZ_CHECK(count == 0 || errno == ECONNRESET);
