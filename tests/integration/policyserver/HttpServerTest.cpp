@@ -132,7 +132,7 @@ TEST_F(HttpServerTest, addsAThreadWhereAConnectionTakesTheTimeOfTheOnlyOneUpToTh
     Socket next;  // taken in when it is known that the first one waited
     next.connect(settings.port);
     waitForMetric("zaro_server_connections 2");
-    EXPECT_TRUE(zarotest::hasMetric(metrics, "zaro_server_threads " + std::to_string(most))) << metrics.text();
+    waitForMetric("zaro_server_threads " + std::to_string(most));  // which may serve before it is counted
     EXPECT_TRUE(server.finish(60s));
   }
 }
