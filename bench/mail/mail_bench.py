@@ -227,10 +227,11 @@ def main():
 
         print("| sessions | without, ms a message | with, ms | added, ms | added, all rounds | CPU of the filter, ms |")
         print("|---|---|---|---|---|---|")
-        before = Metrics(address)
+        behind_postfix = {}
         for sessions in SESSIONS:
+            before = Metrics(address)
             compare(started, ports, sessions, chosen.messages, chosen.rounds)
-        behind_postfix = Histogram("zaro_filter_decision_seconds", before, Metrics(address))
+            behind_postfix[sessions] = Histogram("zaro_filter_decision_seconds", before, Metrics(address))
 
         asker = Asker(str(gateway.home / "run" / "policy.sock"), chosen.patterns)
         before = Metrics(address)
@@ -244,7 +245,8 @@ def main():
 
         print("\n| decisions | how many | half within, us | 99 % | 99.9 % | all | within 20 us |")
         print("|---|---|---|---|---|---|---|")
-        tell_decisions("of the messages above, one sender", behind_postfix)
+        for sessions, histogram in behind_postfix.items():
+            tell_decisions(f"of the messages above, {sessions} at a time, one sender", histogram)
         tell_decisions("of senders at random", asked)
         for histogram in reloading:
             tell_decisions("during a reload", histogram)
