@@ -45,9 +45,12 @@ void FrozenIndexBuilder::addDomain(const std::string& domain, std::size_t labelC
     }
     m_nameBelowCount += below->names.size();
   }
-  m_domains.push_back({at, below != nullptr ? *below : LevelLeaves(), below != nullptr,
-                       SuffixHash(m_index->m_seed, domain.data(), domain.size()).from(0), m_texts.size(), domain.size(),
-                       static_cast<unsigned int>(labelCount)});
+  m_domains.push_back({at, SuffixHash(m_index->m_seed, domain.data(), domain.size()).from(0), m_texts.size(),
+                       static_cast<std::uint32_t>(domain.size()), static_cast<std::uint32_t>(labelCount),
+                       below != nullptr ? static_cast<std::uint32_t>(m_below.size()) : kNothing});
+  if (below != nullptr) {
+    m_below.push_back(*below);
+  }
   m_texts += domain;
 }
 
@@ -103,9 +106,10 @@ void FrozenIndexBuilder::fill(FrozenIndex::DomainSlot& slot, const Domain& domai
   slot.number = number;
   slot.anyName = referencesOf(domain.at.anyName);
   slot.anyNameRole = roleOf(domain.at.anyName, {false, false, domain.labelCount}) & 7;
-  slot.anyNameBelow = referencesOf(domain.below.anyName);
-  slot.anyNameBelowRole = roleOf(domain.below.anyName, {false, true, domain.labelCount}) & 7;
-  slot.hasNamesBelow = !domain.below.names.empty();
+  const LevelLeaves below = belowOf(domain);
+  slot.anyNameBelow = referencesOf(below.anyName);
+  slot.anyNameBelowRole = roleOf(below.anyName, {false, true, domain.labelCount}) & 7;
+  slot.hasNamesBelow = !below.names.empty();
   slot.size = domain.textSize & FrozenIndex::kMostDomainSize;
   const char* text = m_texts.data() + domain.text;
   if (domain.textSize <= FrozenIndex::kInlineDomain) {
@@ -193,7 +197,7 @@ bool FrozenIndexBuilder::collectNames() {
   for (std::size_t i = 0; i != m_domains.size(); ++i) {
     prefetchNames(i);
     const Domain& domain = m_domains[i];
-    if (domain.hasBelow) {
+    if (domain.below != kNothing) {
       m_wildcardHashes.push_back(domain.hash);
     }
     if (domain.at.anyName != nullptr) {
@@ -205,7 +209,7 @@ bool FrozenIndexBuilder::collectNames() {
     name.below = false;
     addNames(domain.at, name);
     name.below = true;
-    addNames(domain.below, name);
+    addNames(belowOf(domain), name);
   }
   flushNames();
   return m_isRepresentable;
@@ -215,7 +219,7 @@ void FrozenIndexBuilder::prefetchNames(std::size_t next) const {
   constexpr std::size_t kAhead = 6;
   if (next + kAhead < m_domains.size()) {
     prefetchLine(m_domains[next + kAhead].at.names.first);
-    prefetchLine(m_domains[next + kAhead].below.names.first);
+    prefetchLine(belowOf(m_domains[next + kAhead]).names.first);
   }
 }
 

@@ -1,12 +1,13 @@
 // Makes an index of the leaves that a tree hands over.
 //
 //   cost     linear; the parts of a leaf (leaf, name, text) are prefetched for 256 leaves before the next part
-//   memory   while it works: 96 bytes a domain, and the hashes of the names. The slots of the names are permuted within
-//            their own memory
+//   memory   while it works: 64 bytes and the text of each domain, and the hashes of the names. The slots of the names are
+//            permuted within their own memory
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <string>
 #include <vector>
@@ -50,13 +51,13 @@ class FrozenIndexBuilder {
  private:
   struct Domain {
     LevelLeaves at;
-    LevelLeaves below;
-    bool hasBelow;
     std::uint64_t hash;
-    std::size_t text;  // where it begins in m_texts
-    std::size_t textSize;
-    unsigned int labelCount;
+    std::size_t text;        // where it begins in m_texts
+    std::uint32_t textSize;  // of what can be represented
+    std::uint32_t labelCount;
+    std::uint32_t below;  // the place in m_below, or kNothing
   };
+  static constexpr std::uint32_t kNothing = static_cast<std::uint32_t>(-1);
   // A leaf on its way into the index.
   struct Name {
     KxListedEmailAddress* leaf;
@@ -74,6 +75,9 @@ class FrozenIndexBuilder {
     std::vector<std::uint64_t> hashes;
   };
 
+  LevelLeaves belowOf(const Domain& domain) const {
+    return domain.below != kNothing ? m_below[domain.below] : LevelLeaves();
+  }
   bool placeDomains();
   void fill(FrozenIndex::DomainSlot& slot, const Domain& domain, std::uint32_t number);
   bool collectNames();
@@ -87,7 +91,8 @@ class FrozenIndexBuilder {
   std::unique_ptr<FrozenIndex> m_index;
   PointerCompressor m_compressor;
   LevelLeaves m_belowRoot;
-  std::vector<Domain> m_domains;
+  std::deque<Domain> m_domains;      // which nothing has to be copied for when it grows
+  std::vector<LevelLeaves> m_below;  // most domains have none
   std::string m_texts;
   std::size_t m_nameCount = 0;
   std::size_t m_nameBelowCount = 0;
