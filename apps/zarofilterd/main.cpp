@@ -27,7 +27,8 @@ ExitCode check(const Installation& installation) {
   const zaroruntime::Settings stored = settingsOfAStart(installation, keptSettings(installation), diagnose);
   return printCheck(readAsFilter(stored), "the mail filter", [&] {
     const FilterSettings settings = filterSettings(installation, stored);
-    const PolicyGeneration generation(makePolicySource(settings, stored)->loadUnless(std::nullopt).value());
+    ArrivingPolicy policy = makePolicySource(settings, stored)->loadUnless(std::nullopt).value();
+    const PolicyGeneration generation(policy);
     for (const std::string& warning : generation.warnings()) {
       diagnose(warning);
     }

@@ -37,7 +37,7 @@ ExitCode check(const Installation& installation) {
   const zaroruntime::Settings stored = settingsOfAStart(installation, keptSettings(installation), diagnose);
   return printCheck(readAsServer(stored), "the policy server", [&] {
     requireServerFiles(serverSettings(installation, stored));
-    const auto snapshot = makeSnapshot(makeDatabaseSource()->loadUnless(std::nullopt).value());
+    const auto snapshot = makeSnapshot(makeDatabaseSource()->loadUnless(std::nullopt).value().whole());
     return Json{{"version", snapshot->version},
                 {"rules", snapshot->rules},
                 {"bytes", snapshot->text->size()},

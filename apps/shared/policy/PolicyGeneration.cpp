@@ -1,6 +1,7 @@
 #include "policy/PolicyGeneration.h"
 
 #include <algorithm>
+#include <functional>
 #include <map>
 #include <new>
 #include <utility>
@@ -212,7 +213,11 @@ std::vector<std::string> unusableRules(const MailPolicy& policy) {
 // Builds a generation; its indexes are of no use afterwards.
 class PolicyGeneration::Builder {
  public:
-  Builder(PolicyGeneration& generation, const MailPolicy& policy) : m_generation(generation), m_resolver(policy) {
+  // Waits for more members of a group; false when it has all.
+  using WaitForMembers = std::function<bool(unsigned int group)>;
+
+  Builder(PolicyGeneration& generation, const MailPolicy& policy, WaitForMembers waitForMembers)
+      : m_generation(generation), m_resolver(policy), m_waitForMembers(std::move(waitForMembers)) {
     const MailPolicy::Rule* before = nullptr;
     for (const MailPolicy::Rule* rule : enabledByPosition(policy)) {
       refuseSamePosition(before, *rule);
@@ -282,6 +287,8 @@ class PolicyGeneration::Builder {
   std::uint32_t _recipientsOf(unsigned int group) {
     const auto [place, isNew] = m_recipientGroups.emplace(group, static_cast<std::uint32_t>(m_recipientGroups.size()));
     if (isNew) {
+      while (m_waitForMembers(group)) {
+      }
       for (const std::string_view member : m_resolver.group(group).members) {
         std::vector<std::uint32_t>& groups = _entryOf(member).groups;
         if (groups.empty() || groups.back() != place->second) {
@@ -316,17 +323,23 @@ class PolicyGeneration::Builder {
                                               [&, kind = kind](const auto& one) { return one.second == kind; }) == 1;
       // The kind tells the list where it can; a text for each leaf costs memory.
       const std::string number = std::to_string(list);
-      _add(tree, m_resolver.group(group).members, kind, isOnlyOfKind ? nullptr : number.c_str());
+      _add(tree, m_resolver.group(group), kind, isOnlyOfKind ? nullptr : number.c_str());
     }
   }
 
-  void _add(KxWildcardRootNode& tree, const TextList& members, KxEmailBelongsTo kind, const char* annotation) {
+  void _add(KxWildcardRootNode& tree, const MailPolicy::Group& group, KxEmailBelongsTo kind, const char* annotation) {
     constexpr std::size_t kAtOnce = 1024;
-    std::vector<std::string> patterns(std::min(members.size(), kAtOnce));
-    std::vector<const char*> texts(patterns.size());
-    const auto added = std::make_unique<bool[]>(patterns.size());
-    for (std::size_t begin = 0; begin < members.size(); begin += kAtOnce) {
-      const std::size_t count = std::min(members.size() - begin, kAtOnce);
+    const TextList& members = group.members;
+    std::vector<std::string> patterns(kAtOnce);
+    std::vector<const char*> texts(kAtOnce);
+    const auto added = std::make_unique<bool[]>(kAtOnce);
+    for (std::size_t begin = 0, count = 0;; begin += count) {
+      while (members.size() < begin + kAtOnce && m_waitForMembers(group.id)) {
+      }
+      count = std::min(members.size() - begin, kAtOnce);
+      if (count == 0) {
+        return;
+      }
       for (std::size_t place = 0; place != count; ++place) {
         const std::string_view member = members[begin + place];
         texts[place] = isPlainPattern(member) ? member.data() : (patterns[place] = normalPattern(member)).c_str();
@@ -348,6 +361,7 @@ class PolicyGeneration::Builder {
 
   PolicyGeneration& m_generation;
   RuleResolver m_resolver;
+  WaitForMembers m_waitForMembers;
   std::unordered_map<std::string, std::size_t> m_numbers;  // of patterns of scopes and recipients
   std::unordered_map<unsigned int, std::uint32_t> m_recipientGroups;
   std::map<Combination, KxWildcardRootNode*> m_combinations;
@@ -356,7 +370,12 @@ class PolicyGeneration::Builder {
 };
 
 PolicyGeneration::PolicyGeneration(const MailPolicy& policy) : m_version(policy.version) {
-  Builder(*this, policy).build();
+  Builder(*this, policy, [](unsigned int /*group*/) { return false; }).build();
+}
+
+PolicyGeneration::PolicyGeneration(ArrivingPolicy& policy) : m_version(policy.soFar().version) {
+  Builder(*this, policy.soFar(), [&](unsigned int group) { return policy.waitForMembersOf(group); }).build();
+  policy.whole();  // no generation is made of a policy that cannot be read to its end
 }
 
 PolicyGeneration::~PolicyGeneration() = default;

@@ -21,6 +21,7 @@
 
 #include "KxStringtable.h"
 #include "KxWildcardNode.h"
+#include "policy/ArrivingPolicy.h"
 #include "policy/MailPolicy.h"
 #include "policy/PolicyError.h"
 #include "policy/PolicyVocabulary.h"
@@ -51,6 +52,8 @@ class PolicyGeneration {
   // Builds everything of the enabled rules. Throws PolicyError for a rule that refers to what is not there, has a wrong
   // kind, comparison or action, or lacks what its action needs, and std::bad_alloc.
   explicit PolicyGeneration(const MailPolicy& policy);
+  // The same, while members still arrive; all of the policy has then. Throws also what waiting for them throws.
+  explicit PolicyGeneration(ArrivingPolicy& policy);
   ~PolicyGeneration();
   PolicyGeneration(const PolicyGeneration&) = delete;
   PolicyGeneration& operator=(const PolicyGeneration&) = delete;

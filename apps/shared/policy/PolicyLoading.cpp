@@ -1,56 +1,36 @@
 #include "policy/PolicyLoading.h"
 
-#include <charconv>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <unordered_map>
+#include <utility>
 
-#include "console/Text.h"
-#include "policy/JsonTextArray.h"
+#include "policy/MemberReading.h"
+#include "policy/StoredNumber.h"
 #include "store/ReadTransaction.h"
 
 namespace {
 
-using zaroruntime::Dialect;
-using zaroruntime::FailureKind;
 using Row = StoreConnection::Row;
-
-constexpr std::size_t kMembersAtOnce = 5000;
-
-template <typename Number>
-Number numberIn(std::string_view digits) {
-  Number number = 0;
-  const auto read = std::from_chars(digits.data(), digits.data() + digits.size(), number);
-  if (read.ec != std::errc() || read.ptr != digits.data() + digits.size()) {
-    throw PolicyError("the stored policy holds " + quoted(std::string(digits)) + " for a number");
-  }
-  return number;
-}
-
-template <typename Number>
-Number numberIn(const std::optional<std::string>& text) {
-  return numberIn<Number>(text ? std::string_view(*text) : std::string_view("NULL"));
-}
 
 std::optional<unsigned int> idOrNone(const std::optional<std::string>& text) {
   return text ? std::make_optional(numberIn<unsigned int>(text)) : std::nullopt;
 }
 
-// What has an identifier; `referrer` names the row that refers to it.
-template <typename Element>
-Element& elementOf(const std::unordered_map<unsigned int, Element*>& elements, unsigned int id, const char* referrer) {
-  const auto found = elements.find(id);
-  if (found == elements.end()) {
-    throw PolicyError("the stored policy has " + std::string(referrer) + " " + std::to_string(id) +
-                      ", which is not there");
-  }
-  return *found->second;
-}
-
 std::string textIn(std::optional<std::string>& text) {
   return std::move(text).value_or("");
+}
+
+// What `read` answers; says of what version the rows are that make no policy.
+template <typename Read>
+auto readOf(std::uint64_t version, Read read) -> decltype(read()) {
+  try {
+    return read();
+  } catch (const PolicyError& wrong) {
+    throw UnreadablePolicy(wrong.what(), version);
+  }
 }
 
 std::vector<MailPolicy::Entity> entitiesIn(StoreConnection& db) {
@@ -60,118 +40,6 @@ std::vector<MailPolicy::Entity> entitiesIn(StoreConnection& db) {
   }
   return entities;
 }
-
-[[noreturn]] void refuseCutMembers() {
-  throw DatabaseError("the members of address groups did not come whole", FailureKind::Data);
-}
-
-// Gives each group its own of the members that come one after the other.
-class MemberDistribution {
- public:
-  void expect(std::size_t members, MailPolicy::Group& group) { m_shares.push_back({&group.members, members}); }
-
-  void take(std::string_view member) {
-    if (m_next == m_shares.size()) {
-      refuseCutMembers();
-    }
-    Share& share = m_shares[m_next];
-    share.members->add(member);
-    if (--share.missing == 0) {
-      ++m_next;
-    }
-  }
-
- private:
-  struct Share {
-    TextList* members;
-    std::size_t missing;
-  };
-
-  std::vector<Share> m_shares;
-  std::size_t m_next = 0;
-};
-
-// Reads members by the key of the last that it has (keyset pagination), so that the database finds each piece at once.
-class MemberReading {
- public:
-  MemberReading(StoreConnection& db, std::vector<MailPolicy::Group>& groups) : m_db(db) {
-    for (MailPolicy::Group& group : groups) {
-      m_groups[group.id] = &group;
-    }
-  }
-
-  void readAll() {
-    while (_readPiece() == kMembersAtOnce) {
-    }
-  }
-
- private:
-  // Answers how many members the piece has.
-  std::size_t _readPiece() {
-    const std::string piece = _nextPiece();
-    const std::vector<Row> rows = m_db.rows(
-        "SELECT count(*) AS members, min(group_id) AS first_group, max(group_id) AS last_group, max(position) AS "
-        "last_position, " +
-            _jsonOfAddresses() + " AS addresses FROM " + piece,
-        {"members", "first_group", "last_group", "last_position", "addresses"});
-    const Row& row = rows.at(0);
-    const auto count = numberIn<std::size_t>(row[0]);
-    if (count == 0) {
-      return 0;
-    }
-    auto lastPosition = numberIn<unsigned int>(row[3]);
-    MemberDistribution distribution;
-    if (row[1] == row[2]) {
-      distribution.expect(count, _group(row[1]));
-    } else {
-      lastPosition = _expectSeveralGroups(piece, distribution);
-    }
-    std::size_t taken = 0;
-    const bool isWhole =
-        eachTextIn(row[4] ? std::string_view(*row[4]) : std::string_view(), [&](std::string_view member) {
-          distribution.take(member);
-          ++taken;
-        });
-    if (!isWhole || taken != count) {
-      refuseCutMembers();
-    }
-    m_condition = " WHERE (group_id, position) > (" + *row[2] + ", " + std::to_string(lastPosition) + ")";
-    return count;
-  }
-
-  std::string _nextPiece() const {
-    return "(SELECT group_id, position, address FROM address_group_member" + m_condition +
-           " ORDER BY group_id, position LIMIT " + std::to_string(kMembersAtOnce) + ") AS piece";
-  }
-
-  // Drivers hand out rows and columns one by one, and each costs as much as hundreds of characters: thousands of
-  // addresses come as one text. SQLite before 3.44 knows no order within an aggregate; it adds the rows as they come
-  // from the piece, and keeps the order of that for this aggregate's sake.
-  std::string _jsonOfAddresses() const {
-    return m_db.dialect() == Dialect::SQLite ? "json_group_array(address)"
-                                             : "CAST(json_agg(address ORDER BY group_id, position) AS text)";
-  }
-
-  // Answers the last position in the last group.
-  unsigned int _expectSeveralGroups(const std::string& piece, MemberDistribution& distribution) {
-    unsigned int lastPosition = 0;
-    for (const Row& group : m_db.rows("SELECT group_id, count(*) AS members, max(position) AS last_position FROM " +
-                                          piece + " GROUP BY group_id ORDER BY group_id",
-                                      {"group_id", "members", "last_position"})) {
-      distribution.expect(numberIn<std::size_t>(group[1]), _group(group[0]));
-      lastPosition = numberIn<unsigned int>(group[2]);
-    }
-    return lastPosition;
-  }
-
-  MailPolicy::Group& _group(const std::optional<std::string>& id) const {
-    return elementOf(m_groups, numberIn<unsigned int>(id), "members of the address group");
-  }
-
-  StoreConnection& m_db;
-  std::unordered_map<unsigned int, MailPolicy::Group*> m_groups;
-  std::string m_condition;  // of the members that are left
-};
 
 std::vector<MailPolicy::Group> groupsIn(StoreConnection& db) {
   std::vector<MailPolicy::Group> groups;
@@ -201,36 +69,59 @@ MailPolicy::FilterOrder filterOrderIn(StoreConnection& db) {
   return order;
 }
 
-MailPolicy load(StoreConnection& db, bool withMembers) {
-  const ReadTransaction transaction(db);
+// In a transaction that reads of one moment.
+MailPolicy policyWithoutMembers(StoreConnection& db) {
   db.requireOwnSchema();
-  MailPolicy policy;
-  policy.version = storedPolicyVersion(db);
-  try {
+  const std::uint64_t version = storedPolicyVersion(db);
+  return readOf(version, [&] {
+    MailPolicy policy;
+    policy.version = version;
     policy.rules = storedRules(db);
     policy.entities = entitiesIn(db);
     policy.groups = groupsIn(db);
-    if (withMembers) {
-      MemberReading(db, policy.groups).readAll();
-    }
     policy.objects = objectsIn(db);
     policy.filterOrder = filterOrderIn(db);
-  } catch (const PolicyError& wrong) {
-    throw UnreadablePolicy(wrong.what(), policy.version);
-  }
-  return policy;
+    return policy;
+  });
 }
+
+// The members of one moment. It ends with this.
+class MembersOfOneMoment {
+ public:
+  explicit MembersOfOneMoment(std::unique_ptr<StoreConnection> db)
+      : m_db(std::move(db)), m_transaction(*m_db), m_members(*m_db) {}
+
+  StoreConnection& db() { return *m_db; }
+  std::optional<MemberPiece> next() { return m_members.next(); }
+
+ private:
+  std::unique_ptr<StoreConnection> m_db;
+  ReadTransaction m_transaction;
+  MemberReading m_members;
+};
 
 }  // namespace
 
 MailPolicy loadMailPolicy(StoreConnection& db) {
-  constexpr bool kWithMembers = true;
-  return load(db, kWithMembers);
+  const ReadTransaction transaction(db);
+  MailPolicy policy = policyWithoutMembers(db);
+  MemberReading members(db);
+  while (const auto piece = readOf(policy.version, [&] { return members.next(); })) {
+    addMembers(policy, *piece);
+  }
+  return policy;
 }
 
 MailPolicy loadMailPolicyWithoutMembers(StoreConnection& db) {
-  constexpr bool kWithoutMembers = false;
-  return load(db, kWithoutMembers);
+  const ReadTransaction transaction(db);
+  return policyWithoutMembers(db);
+}
+
+ArrivingPolicy beginMailPolicy(std::unique_ptr<StoreConnection> db) {
+  const auto members = std::make_shared<MembersOfOneMoment>(std::move(db));
+  MailPolicy policy = policyWithoutMembers(members->db());
+  const std::uint64_t version = policy.version;
+  return {std::move(policy), [members, version] { return readOf(version, [&] { return members->next(); }); }};
 }
 
 std::vector<MailPolicy::Rule> storedRules(StoreConnection& db) {
@@ -261,8 +152,11 @@ std::vector<MailPolicy::Rule> storedRules(StoreConnection& db) {
   }
   for (const Row& row : db.rows("SELECT rule_id, group_id, kind FROM policy_rule_list ORDER BY rule_id, position",
                                 {"rule_id", "group_id", "kind"})) {
-    elementOf(places, numberIn<unsigned int>(row[0]), "a list of the rule")
-        .lists.push_back({numberIn<unsigned int>(row[1]), numberIn<KxEmailBelongsTo>(row[2])});
+    const auto rule = places.find(numberIn<unsigned int>(row[0]));
+    if (rule == places.end()) {
+      throw PolicyError("the stored policy has a list of the rule " + *row[0] + ", which is not there");
+    }
+    rule->second->lists.push_back({numberIn<unsigned int>(row[1]), numberIn<KxEmailBelongsTo>(row[2])});
   }
   return rules;
 }

@@ -2,8 +2,10 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
+#include "policy/ArrivingPolicy.h"
 #include "policy/MailPolicy.h"
 #include "policy/PolicyError.h"
 #include "store/Database.h"
@@ -16,6 +18,10 @@ MailPolicy loadMailPolicy(StoreConnection& db);
 
 // The same without the members of address groups.
 MailPolicy loadMailPolicyWithoutMembers(StoreConnection& db);
+
+// The same as loadMailPolicy, but the members of address groups are still to come; their connection is `db` until they
+// have. Reading them throws the same.
+ArrivingPolicy beginMailPolicy(std::unique_ptr<StoreConnection> db);
 
 // The rules alone, by position, in two statements: `db` is in a transaction that reads of one moment, or holds the lock
 // of the rules. Throws DatabaseError and PolicyError.

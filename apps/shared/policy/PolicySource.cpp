@@ -1,5 +1,7 @@
 #include "policy/PolicySource.h"
 
+#include <utility>
+
 #include "policy/PolicyLoading.h"
 #include "store/Database.h"
 
@@ -8,13 +10,13 @@ namespace {
 // A connection out of the pool each time, so that one that the database has dropped is made anew.
 class DatabaseSource : public PolicySource {
  public:
-  std::optional<MailPolicy> loadUnless(std::optional<std::uint64_t> known) override {
-    StoreConnection db;
-    db.requireOwnSchema();
-    if (known && storedPolicyVersion(db) == *known) {
+  std::optional<ArrivingPolicy> loadUnless(std::optional<std::uint64_t> known) override {
+    auto db = std::make_unique<StoreConnection>();
+    db->requireOwnSchema();
+    if (known && storedPolicyVersion(*db) == *known) {
       return std::nullopt;
     }
-    return loadMailPolicy(db);
+    return beginMailPolicy(std::move(db));
   }
 };
 

@@ -7,7 +7,7 @@
 #include <memory>
 #include <optional>
 
-#include "policy/MailPolicy.h"
+#include "policy/ArrivingPolicy.h"
 
 // A load ended since `interrupt` was called. It tells nothing of the policy.
 class LoadInterrupted : public std::exception {
@@ -23,10 +23,10 @@ class PolicySource {
   PolicySource& operator=(const PolicySource&) = delete;
 
   // The policy, unless its version is `known`. Throws RuntimeError, and UnreadablePolicy where it would fail again as
-  // long as the version stands.
+  // long as the version stands. Waiting for its members throws the same.
   //
   // A source may wait for a policy that is not `known`; then it throws LoadInterrupted when `interrupt` ends that.
-  virtual std::optional<MailPolicy> loadUnless(std::optional<std::uint64_t> known) = 0;
+  virtual std::optional<ArrivingPolicy> loadUnless(std::optional<std::uint64_t> known) = 0;
 
   // The next load was asked for: it also asks what is left alone for a while after a failure.
   virtual void leaveOutPauses() {}

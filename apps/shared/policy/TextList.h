@@ -49,6 +49,13 @@ class TextList {
     m_characters.append(text).push_back('\0');
     m_ends.push_back(m_characters.size());
   }
+  void add(const TextList& texts) {
+    const std::size_t before = m_characters.size();
+    m_characters += texts.m_characters;
+    for (const std::size_t end : texts.m_ends) {
+      m_ends.push_back(before + end);
+    }
+  }
 
   std::size_t size() const { return m_ends.size(); }
   bool empty() const { return m_ends.empty(); }

@@ -12,7 +12,7 @@ std::shared_ptr<const PolicyGeneration> PolicyHolder::current() const {
   return m_current;
 }
 
-void PolicyHolder::replace(const MailPolicy& policy) {
+void PolicyHolder::replace(ArrivingPolicy& policy) {
   auto built = std::make_unique<Held>(policy);
   const PolicyGeneration* generation = &built->generation;
   const std::shared_ptr<Held> shared(built.release(), [this](Held* held) { _return(held); });

@@ -24,8 +24,9 @@ class PolicyHolder {
   // Null as long as there has never been one.
   std::shared_ptr<const PolicyGeneration> current() const;
 
-  // Builds a generation aside, then puts it in place. Throws what building throws, and the old one stays.
-  void replace(const MailPolicy& policy);
+  // Builds a generation aside, then puts it in place; all of the policy has arrived then. Throws what building throws,
+  // and the old one stays.
+  void replace(ArrivingPolicy& policy);
   // Nothing decides any more.
   void clear();
   // Destroys the generations that are not used any more.
@@ -34,7 +35,7 @@ class PolicyHolder {
  private:
   // A generation knows its place in the list of returned ones, so that handing it back needs no memory.
   struct Held {
-    explicit Held(const MailPolicy& policy) : generation(policy) {}
+    explicit Held(ArrivingPolicy& policy) : generation(policy) {}
     PolicyGeneration generation;
     Held* next = nullptr;
   };

@@ -113,7 +113,7 @@ void PolicyLoader::_look(bool forced) {
   }
   const Clock::time_point began = Clock::now();
   try {
-    if (const std::optional<MailPolicy> policy = m_source->loadUnless(forced ? std::nullopt : m_version)) {
+    if (std::optional<ArrivingPolicy> policy = m_source->loadUnless(forced ? std::nullopt : m_version)) {
       _adopt(*policy, began);
     }
   } catch (const UnreadablePolicy& refusal) {
@@ -125,7 +125,8 @@ void PolicyLoader::_look(bool forced) {
   }
 }
 
-void PolicyLoader::_adopt(const MailPolicy& policy, Clock::time_point began) {
+void PolicyLoader::_adopt(ArrivingPolicy& policy, Clock::time_point began) {
+  const std::uint64_t version = policy.soFar().version;
   // The first one belongs to the start, of whose end the filter tells.
   if (m_hasLooked) {
     tellReloading();
@@ -134,21 +135,21 @@ void PolicyLoader::_adopt(const MailPolicy& policy, Clock::time_point began) {
     try {
       _use(policy);
     } catch (const PolicyError&) {
-      _refuse(policy.version);
+      _refuse(version);
       throw;
     }
   });
   if (m_hasLooked) {
-    tellReady(failure.empty() ? "Policy " + std::to_string(policy.version) : "The policy could not be reloaded");
+    tellReady(failure.empty() ? "Policy " + std::to_string(version) : "The policy could not be reloaded");
   }
   if (!failure.empty()) {
     throw zaroruntime::RuntimeError(failure);
   }
-  m_version = policy.version;
+  m_version = version;
   m_isRefused = false;
   m_metrics.setRefused(0);
   m_metrics.countReload(Clock::now() - began);
-  const std::string unsaved = failureOf([&] { m_lastGood.save(policy); });
+  const std::string unsaved = failureOf([&] { m_lastGood.save(policy.whole()); });
   if (!unsaved.empty()) {
     m_metrics.countUnsavedPolicy();
     m_log.warning("the policy is not kept on disk: " + unsaved);
@@ -162,7 +163,7 @@ void PolicyLoader::_refuse(std::uint64_t version) {
   m_metrics.setRefused(version);
 }
 
-void PolicyLoader::_use(const MailPolicy& policy) {
+void PolicyLoader::_use(ArrivingPolicy& policy) {
   m_holder.replace(policy);
   const auto generation = m_holder.current();
   m_metrics.setGeneration(generation->version(), generation->rules().size(), generation->senderPatterns());
@@ -182,9 +183,10 @@ void PolicyLoader::_use(const MailPolicy& policy) {
 // False when there is none.
 bool PolicyLoader::_useLastGood() {
   const std::string failure = failureOf([&] {
-    if (const std::optional<MailPolicy> policy = m_lastGood.load()) {
+    if (std::optional<MailPolicy> policy = m_lastGood.load()) {
       m_log.info("the last good policy counts until the stored one is read");
-      _use(*policy);
+      ArrivingPolicy arrived(*std::move(policy));
+      _use(arrived);
     }
   });
   if (!failure.empty()) {

@@ -52,9 +52,9 @@ class PolicyLoader {
   bool _isDue(Clock::time_point nextLook, bool& forced);
   std::chrono::milliseconds _lookAt(bool forced);
   void _look(bool forced);
-  void _adopt(const MailPolicy& policy, Clock::time_point began);
+  void _adopt(ArrivingPolicy& policy, Clock::time_point began);
   void _refuse(std::uint64_t version);
-  void _use(const MailPolicy& policy);
+  void _use(ArrivingPolicy& policy);
   bool _useLastGood();
   void _tellFailure(const std::string& why, bool forced);
   void _tellBegun();

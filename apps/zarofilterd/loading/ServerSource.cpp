@@ -21,7 +21,7 @@ ServerSource::ServerSource(ClientSettings settings, const SourceSurroundings& su
       m_client(std::move(settings), _surroundingsOfClient()),
       m_version(surroundings.leastVersion) {}
 
-std::optional<MailPolicy> ServerSource::loadUnless(std::optional<std::uint64_t> known) {
+std::optional<ArrivingPolicy> ServerSource::loadUnless(std::optional<std::uint64_t> known) {
   PolicyQuestion question;
   question.leastVersion = m_version;
   question.isUrgent = std::exchange(m_isUrgent, false);

@@ -15,7 +15,7 @@ class ServerSource : public PolicySource {
   // Throws RuntimeError.
   ServerSource(ClientSettings settings, const SourceSurroundings& surroundings);
 
-  std::optional<MailPolicy> loadUnless(std::optional<std::uint64_t> known) override;
+  std::optional<ArrivingPolicy> loadUnless(std::optional<std::uint64_t> known) override;
   void leaveOutPauses() override { m_isUrgent = true; }
   void interrupt() override { m_client.interrupt(); }
   std::optional<std::chrono::milliseconds> pause(bool hasFailed) const override;

@@ -115,9 +115,10 @@ void SnapshotMaker::_look(bool forced) {
     m_source = m_calls.makeSource();
   }
   try {
-    if (const std::optional<MailPolicy> policy = m_source->loadUnless(forced ? std::nullopt : m_version)) {
-      _serve(*policy);
-      m_version = policy->version;
+    if (std::optional<ArrivingPolicy> arriving = m_source->loadUnless(forced ? std::nullopt : m_version)) {
+      const MailPolicy& policy = arriving->whole();
+      _serve(policy);
+      m_version = policy.version;
       m_isRefused = false;
       m_metrics.setRefused(0);
     }

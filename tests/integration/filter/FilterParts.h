@@ -15,7 +15,10 @@ class FilterParts {
     settings.decisions = {"", true, false, true, false, "X-Zaro-Policy"};
   }
 
-  void use(const MailPolicy& policy) { holder.replace(policy); }
+  void use(const MailPolicy& policy) {
+    ArrivingPolicy arrived(policy);
+    holder.replace(arrived);
+  }
 
   FilterSettings settings = {};
   ServiceLog log;

@@ -40,7 +40,7 @@ class ChangingSource : public PolicySource {
  public:
   explicit ChangingSource(std::atomic<std::uint64_t>& version) : m_version(version) {}
 
-  std::optional<MailPolicy> loadUnless(std::optional<std::uint64_t> known) override {
+  std::optional<ArrivingPolicy> loadUnless(std::optional<std::uint64_t> known) override {
     const std::uint64_t version = m_version;
     if (version == 0) {
       throw zaroruntime::RuntimeError("there is no policy");
@@ -59,13 +59,14 @@ class GivenSource : public PolicySource {
     std::atomic<std::uint64_t> version{1};
     std::atomic<bool> canBeApplied{true};
     std::atomic<bool> canBeRead{true};
+    std::atomic<bool> canArrive{true};
     std::atomic<unsigned int> looks{0};
     std::atomic<unsigned int> reads{0};
   };
 
   explicit GivenSource(State& state) : m_state(state) {}
 
-  std::optional<MailPolicy> loadUnless(std::optional<std::uint64_t> known) override {
+  std::optional<ArrivingPolicy> loadUnless(std::optional<std::uint64_t> known) override {
     ++m_state.looks;
     const std::uint64_t version = m_state.version;
     if (known == version) {
@@ -80,6 +81,11 @@ class GivenSource : public PolicySource {
       policy.rules.front().name = "Broken rule";
       policy.rules.front().actions = actionBitmap({"Readdress"});
     }
+    if (!m_state.canArrive) {
+      return ArrivingPolicy(std::move(policy), [version]() -> std::optional<MemberPiece> {
+        throw UnreadablePolicy("nonsense is stored", version);
+      });
+    }
     return policy;
   }
 
@@ -92,7 +98,7 @@ class HangingSource : public PolicySource {
  public:
   explicit HangingSource(std::shared_future<void> goesOn) : m_goesOn(std::move(goesOn)) {}
 
-  std::optional<MailPolicy> loadUnless(std::optional<std::uint64_t> /*known*/) override {
+  std::optional<ArrivingPolicy> loadUnless(std::optional<std::uint64_t> /*known*/) override {
     m_goesOn.wait();
     return policyOfVersion(8);
   }
@@ -111,7 +117,7 @@ class HoldingSource : public PolicySource {
 
   explicit HoldingSource(State& state) : m_state(state) {}
 
-  std::optional<MailPolicy> loadUnless(std::optional<std::uint64_t> known) override {
+  std::optional<ArrivingPolicy> loadUnless(std::optional<std::uint64_t> known) override {
     std::unique_lock<std::mutex> lock(m_mutex);
     m_state.isHeld = known.has_value();
     m_interruption.wait(lock, [&] { return !known || m_isInterrupted; });
@@ -354,7 +360,8 @@ TEST_P(RefusedPolicyTest, isReadOnceUntilItIsAnotherOneOrAReloadIsAskedFor) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Reasons, RefusedPolicyTest,
-                         testing::Values(&GivenSource::State::canBeApplied, &GivenSource::State::canBeRead));
+                         testing::Values(&GivenSource::State::canBeApplied, &GivenSource::State::canBeRead,
+                                         &GivenSource::State::canArrive));
 
 TEST_F(ReloadTest, leavesAGenerationToTheMessageThatUsesIt) {
   m_version = 1;

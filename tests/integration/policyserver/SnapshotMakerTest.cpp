@@ -55,7 +55,7 @@ class SourceState {
 class SlowSource : public PolicySource {
  public:
   explicit SlowSource(SourceState& state) : m_state(state) {}
-  std::optional<MailPolicy> loadUnless(std::optional<std::uint64_t> /*known*/) override {
+  std::optional<ArrivingPolicy> loadUnless(std::optional<std::uint64_t> /*known*/) override {
     m_state.waitUntilOpen();
     return PolicyMaker().policy();
   }
@@ -68,7 +68,7 @@ class SlowSource : public PolicySource {
 class WrongSource : public PolicySource {
  public:
   explicit WrongSource(SourceState& state) : m_state(state) {}
-  std::optional<MailPolicy> loadUnless(std::optional<std::uint64_t> known) override {
+  std::optional<ArrivingPolicy> loadUnless(std::optional<std::uint64_t> known) override {
     PolicyMaker made;
     made.rule("\xff", {"a@b.test"}, 2);
     made.policy().version = 7;

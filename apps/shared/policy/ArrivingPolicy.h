@@ -1,0 +1,51 @@
+// A policy of which members of address groups may still be on their way: they take long to read and long to make trees
+// of, so both go on at once. For one thread alone.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "policy/MailPolicy.h"
+#include "policy/ReadAhead.h"
+
+// The next members of a group; `group` is its identifier.
+struct GroupMembers {
+  unsigned int group = 0;
+  TextList members;
+};
+
+// Members that come together, at least one, group by group in the order of identifiers.
+using MemberPiece = std::vector<GroupMembers>;
+// The next piece, nothing behind the last.
+using ReadMembers = std::function<std::optional<MemberPiece>()>;
+
+// Puts the members behind those that the groups have, which stand in the order of identifiers. Throws UnreadablePolicy
+// for members of a group that is not there.
+void addMembers(MailPolicy& policy, const MemberPiece& piece);
+
+class ArrivingPolicy {
+ public:
+  // All of it is there.
+  ArrivingPolicy(MailPolicy whole) : m_policy(std::move(whole)) {}
+  // A thread of its own calls `readMembers`, until that has no more or throws, or this ends. Throws std::system_error
+  // when there is no thread to be had.
+  ArrivingPolicy(MailPolicy withoutMembers, ReadMembers readMembers);
+
+  // What has come. Nothing of it moves but the members, when more of them come.
+  const MailPolicy& soFar() const { return m_policy; }
+  // Waits for more members of a group, and others that come with them; false when the group has all. Throws what
+  // `readMembers` and addMembers throw.
+  bool waitForMembersOf(unsigned int group);
+  // Waits for all. Throws the same.
+  const MailPolicy& whole();
+
+ private:
+  std::optional<MemberPiece> _nextPiece();
+
+  MailPolicy m_policy;
+  unsigned int m_lastGroup = 0;                       // that members have come of
+  std::unique_ptr<ReadAhead<MemberPiece>> m_members;  // null when all have come
+};
