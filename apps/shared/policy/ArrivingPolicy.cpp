@@ -1,17 +1,9 @@
 #include "policy/ArrivingPolicy.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <string>
 
 #include "policy/PolicyError.h"
-
-namespace {
-
-// A few megabytes.
-constexpr std::size_t kPiecesAhead = 32;
-
-}  // namespace
 
 void addMembers(MailPolicy& policy, const MemberPiece& piece) {
   for (const GroupMembers& some : piece) {
@@ -28,8 +20,7 @@ void addMembers(MailPolicy& policy, const MemberPiece& piece) {
 }
 
 ArrivingPolicy::ArrivingPolicy(MailPolicy withoutMembers, ReadMembers readMembers)
-    : m_policy(std::move(withoutMembers)),
-      m_members(std::make_unique<ReadAhead<MemberPiece>>(std::move(readMembers), kPiecesAhead)) {}
+    : m_policy(std::move(withoutMembers)), m_members(std::make_unique<ReadAhead<MemberPiece>>(std::move(readMembers))) {}
 
 bool ArrivingPolicy::waitForMembersOf(unsigned int group) {
   const auto isOfGroup = [group](const GroupMembers& some) { return some.group == group; };

@@ -30,8 +30,8 @@ class ArrivingPolicy {
  public:
   // All of it is there.
   ArrivingPolicy(MailPolicy whole) : m_policy(std::move(whole)) {}
-  // A thread of its own calls `readMembers`, until that has no more or throws, or this ends. Throws std::system_error
-  // when there is no thread to be had.
+  // A thread of its own calls `readMembers`, until that has no more or throws, or this ends, and then destroys it.
+  // Throws std::system_error when there is no thread to be had.
   ArrivingPolicy(MailPolicy withoutMembers, ReadMembers readMembers);
 
   // What has come. Nothing of it moves but the members, when more of them come.

@@ -19,8 +19,8 @@ MailPolicy loadMailPolicy(StoreConnection& db);
 // The same without the members of address groups.
 MailPolicy loadMailPolicyWithoutMembers(StoreConnection& db);
 
-// The same as loadMailPolicy, but the members of address groups are still to come; their connection is `db` until they
-// have. Reading them throws the same.
+// The same as loadMailPolicy, but the members of address groups are still to come. The transaction ends, and `db` with
+// it, when they are read. Waiting for them throws the same.
 ArrivingPolicy beginMailPolicy(std::unique_ptr<StoreConnection> db);
 
 // The rules alone, by position, in two statements: `db` is in a transaction that reads of one moment, or holds the lock

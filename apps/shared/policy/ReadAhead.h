@@ -2,7 +2,6 @@
 #pragma once
 
 #include <condition_variable>
-#include <cstddef>
 #include <deque>
 #include <exception>
 #include <functional>
@@ -14,17 +13,16 @@
 template <typename Item>
 class ReadAhead {
  public:
-  // Calls `read` on the thread until it answers nothing or throws; no more than `most` items wait to be used. Throws
-  // std::system_error when there is no thread to be had.
-  ReadAhead(std::function<std::optional<Item>()> read, std::size_t most)
-      : m_read(std::move(read)), m_most(most), m_thread([this] { _run(); }) {}
+  // Calls `read` on the thread until it answers nothing or throws, then destroys it: what it holds, a transaction for
+  // instance, is kept no longer than reading takes. Throws std::system_error when there is no thread to be had.
+  explicit ReadAhead(std::function<std::optional<Item>()> read)
+      : m_read(std::move(read)), m_thread([this] { _run(); }) {}
   // Waits for the call of `read` that is under way.
   ~ReadAhead() {
     {
       const std::lock_guard<std::mutex> lock(m_mutex);
       m_isLeft = true;
     }
-    m_changed.notify_all();
     m_thread.join();
   }
   ReadAhead(const ReadAhead&) = delete;
@@ -42,7 +40,6 @@ class ReadAhead {
     }
     std::optional<Item> item(std::move(m_items.front()));
     m_items.pop_front();
-    m_changed.notify_all();
     return item;
   }
 
@@ -51,8 +48,7 @@ class ReadAhead {
     std::exception_ptr failure;
     try {
       while (std::optional<Item> item = m_read()) {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        m_changed.wait(lock, [this] { return m_items.size() < m_most || m_isLeft; });
+        const std::lock_guard<std::mutex> lock(m_mutex);
         if (m_isLeft) {
           break;
         }
@@ -62,14 +58,14 @@ class ReadAhead {
     } catch (...) {
       failure = std::current_exception();
     }
+    m_read = nullptr;
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_failure = failure;
     m_hasEnded = true;
     m_changed.notify_all();
   }
 
-  const std::function<std::optional<Item>()> m_read;
-  const std::size_t m_most;
+  std::function<std::optional<Item>()> m_read;  // of the thread
   std::mutex m_mutex;
   std::condition_variable m_changed;
   std::deque<Item> m_items;

@@ -11,6 +11,7 @@
 #include "installation/SchemaUpgrade.h"
 #include "policy/PolicyGeneration.h"
 #include "policy/PolicyLoading.h"
+#include "policy/PolicySource.h"
 #include "store/Transaction.h"
 #include "support/LibraryTest.h"
 
@@ -280,6 +281,41 @@ TEST_P(PolicyVersion, membersAreReadInPieces) {
       }
     }
   });
+}
+
+// A service makes trees of the first members while the last are read.
+TEST_P(PolicyVersion, membersThatAreReadAheadAreOfTheSameMoment) {
+  home().sql("INSERT INTO named_object (type, name) VALUES (5, 'one')");
+  home().sql("INSERT INTO address_group_member (group_id, position, address) VALUES (1, 0, 'a'), (1, 1, 'b')");
+  inOwnProcess([&] {
+    const std::unique_ptr<PolicySource> source = makeDatabaseSource();
+    std::optional<ArrivingPolicy> policy = source->loadUnless(std::nullopt);
+    ASSERT_TRUE(policy.has_value());
+    const std::uint64_t version = policy->soFar().version;
+    EXPECT_EQ(version, static_cast<std::uint64_t>(this->version()));
+    // SQLite makes the writer wait until all members are read.
+    home().sql("DELETE FROM address_group_member WHERE position = 0");
+    EXPECT_THAT(policy->whole().groups.at(0).members, ElementsAre("a", "b"));
+    EXPECT_THAT(source->loadUnless(version).value().whole().groups.at(0).members, ElementsAre("b"));
+    EXPECT_FALSE(source->loadUnless(version + 1).has_value());
+  });
+}
+
+TEST_P(PolicyVersion, membersThatAreReadAheadAreRefusedLikeOthers) {
+  if (!isSqlite()) {
+    GTEST_SKIP() << "PostgreSQL has no such rows";
+  }
+  const auto session = home().session();
+  session->run("PRAGMA foreign_keys = OFF");
+  session->run("PRAGMA ignore_check_constraints = ON");
+  for (const char* member : {"(18, 0, 'of no group')", "(1, 4294967296, 'at no position')"}) {
+    session->run("DELETE FROM address_group_member");
+    session->run(std::string("INSERT INTO address_group_member (group_id, position, address) VALUES ") + member);
+    inOwnProcess([&] {
+      std::optional<ArrivingPolicy> policy = makeDatabaseSource()->loadUnless(std::nullopt);
+      EXPECT_THROW(policy.value().whole(), UnreadablePolicy) << member;
+    });
+  }
 }
 
 // They come as JSON, whose escapes and separators may stand in members too.
