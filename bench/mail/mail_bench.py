@@ -239,7 +239,7 @@ def main():
             asker.ask()
         asked = Histogram("zaro_filter_decision_seconds", before, Metrics(address))
 
-        print("\n| reload, s | its CPU, s | slowest answer, ms | memory before, MB | at most, MB | after, MB |")
+        print("\n| reload, s | CPU of the loader, s | slowest answer, ms | memory before, MB | at most, MB | after, MB |")
         print("|---|---|---|---|---|---|")
         # The first one takes memory that the filter keeps for the others.
         reloading = [reload_while_mail_flows(started, gateway, address, filtered, asker) for _ in range(5)]

@@ -116,7 +116,7 @@ class PostfixMatrix(MailTest):
         codes, reply, _ = self.send("held@bad.test", ["a@example.com"])
         self.assertEqual((codes, reply[0]), ([250], 250))
         wait_until(lambda: self.server.held() == before + 1, "the message is held")
-        self.assertIn("milter-hold", self.server.log())
+        wait_until(lambda: "milter-hold" in self.server.log(), "the hold is logged")
 
     def takes_forged_headers_out(self):
         forged = "X-Zaro-Policy: rule=forged one\r\nx-zaro-policy: rule=forged two\r\n"

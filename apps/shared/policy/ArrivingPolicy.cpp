@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <string>
+#include <system_error>
 
 #include "policy/PolicyError.h"
 
@@ -20,7 +21,13 @@ void addMembers(MailPolicy& policy, const MemberPiece& piece) {
 }
 
 ArrivingPolicy::ArrivingPolicy(MailPolicy withoutMembers, ReadMembers readMembers)
-    : m_policy(std::move(withoutMembers)), m_members(std::make_unique<ReadAhead<MemberPiece>>(std::move(readMembers))) {}
+    : m_policy(std::move(withoutMembers)) {
+  try {
+    m_members = std::make_unique<ReadAhead<MemberPiece>>(std::move(readMembers));
+  } catch (const std::system_error& failure) {
+    throw zaroruntime::RuntimeError(std::string("no thread to read the members of address groups: ") + failure.what());
+  }
+}
 
 bool ArrivingPolicy::waitForMembersOf(unsigned int group) {
   const auto isOfGroup = [group](const GroupMembers& some) { return some.group == group; };
@@ -43,15 +50,27 @@ const MailPolicy& ArrivingPolicy::whole() {
 }
 
 std::optional<MemberPiece> ArrivingPolicy::_nextPiece() {
+  if (m_failure != nullptr) {
+    std::rethrow_exception(m_failure);
+  }
   if (m_members == nullptr) {
     return std::nullopt;
   }
   std::optional<MemberPiece> piece = m_members->next();
   if (piece) {
-    addMembers(m_policy, *piece);
-    m_lastGroup = piece->back().group;
+    _add(*piece);
   } else {
     m_members.reset();
   }
   return piece;
+}
+
+void ArrivingPolicy::_add(const MemberPiece& piece) {
+  try {
+    addMembers(m_policy, piece);
+  } catch (...) {
+    m_failure = std::current_exception();
+    throw;
+  }
+  m_lastGroup = piece.back().group;
 }

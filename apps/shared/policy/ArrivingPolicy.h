@@ -2,6 +2,7 @@
 // of, so both go on at once. For one thread alone.
 #pragma once
 
+#include <exception>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -31,21 +32,23 @@ class ArrivingPolicy {
   // All of it is there.
   ArrivingPolicy(MailPolicy whole) : m_policy(std::move(whole)) {}
   // A thread of its own calls `readMembers`, until that has no more or throws, or this ends, and then destroys it.
-  // Throws std::system_error when there is no thread to be had.
+  // Throws RuntimeError when there is no thread to be had.
   ArrivingPolicy(MailPolicy withoutMembers, ReadMembers readMembers);
 
-  // What has come. Nothing of it moves but the members, when more of them come.
+  // What has come, as long as this is not moved. Members move when more of them come, nothing else does.
   const MailPolicy& soFar() const { return m_policy; }
   // Waits for more members of a group, and others that come with them; false when the group has all. Throws what
-  // `readMembers` and addMembers throw.
+  // `readMembers` and addMembers throw, and the same again when it is called again.
   bool waitForMembersOf(unsigned int group);
   // Waits for all. Throws the same.
   const MailPolicy& whole();
 
  private:
   std::optional<MemberPiece> _nextPiece();
+  void _add(const MemberPiece& piece);
 
   MailPolicy m_policy;
-  unsigned int m_lastGroup = 0;                       // that members have come of
+  unsigned int m_lastGroup = 0;  // that members have come of
+  std::exception_ptr m_failure;
   std::unique_ptr<ReadAhead<MemberPiece>> m_members;  // null when all have come
 };

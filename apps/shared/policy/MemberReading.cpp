@@ -18,7 +18,7 @@ constexpr std::size_t kMembersAtOnce = 5000;
   throw DatabaseError("the members of address groups did not come whole", FailureKind::Data);
 }
 
-// Gives each group its own of the members that come one after the other.
+// Puts members that come one after the other into their groups, whose numbers of members are known before.
 class MemberDistribution {
  public:
   void expect(unsigned int group, std::size_t members) {
@@ -46,7 +46,7 @@ class MemberDistribution {
 
  private:
   MemberPiece m_piece;
-  std::vector<std::size_t> m_counts;  // of members, in the end
+  std::vector<std::size_t> m_counts;  // the expected ones
   std::size_t m_next = 0;
 };
 
@@ -64,8 +64,8 @@ std::optional<MemberPiece> MemberReading::next() {
       {"members", "first_group", "last_group", "last_position", "addresses"});
   const Row& row = rows.at(0);
   const auto count = numberIn<std::size_t>(row[0]);
-  m_hasMore = count == kMembersAtOnce;
   if (count == 0) {
+    m_hasMore = false;
     return std::nullopt;
   }
   auto lastPosition = numberIn<unsigned int>(row[3]);
@@ -85,6 +85,7 @@ std::optional<MemberPiece> MemberReading::next() {
   if (!isWhole) {
     refuseCutMembers();
   }
+  m_hasMore = count == kMembersAtOnce;
   m_condition = " WHERE (group_id, position) > (" + *row[2] + ", " + std::to_string(lastPosition) + ")";
   return distribution.finish();
 }

@@ -1,6 +1,7 @@
 #include "policy/PolicyGeneration.h"
 
 #include <algorithm>
+#include <array>
 #include <functional>
 #include <map>
 #include <new>
@@ -328,11 +329,8 @@ class PolicyGeneration::Builder {
   }
 
   void _add(KxWildcardRootNode& tree, const MailPolicy::Group& group, KxEmailBelongsTo kind, const char* annotation) {
-    constexpr std::size_t kAtOnce = 1024;
     const TextList& members = group.members;
-    std::vector<std::string> patterns(kAtOnce);
-    std::vector<const char*> texts(kAtOnce);
-    const auto added = std::make_unique<bool[]>(kAtOnce);
+    auto& [patterns, texts, added] = m_batch;
     for (std::size_t begin = 0, count = 0;; begin += count) {
       while (members.size() < begin + kAtOnce && m_waitForMembers(group.id)) {
       }
@@ -345,7 +343,7 @@ class PolicyGeneration::Builder {
         texts[place] = isPlainPattern(member) ? member.data() : (patterns[place] = normalPattern(member)).c_str();
       }
       m_generation.m_senderPatterns +=
-          tree.addAddressPatterns(texts.data(), count, kind, annotation, nullptr, added.get());
+          tree.addAddressPatterns(texts.data(), count, kind, annotation, nullptr, added.data());
       for (std::size_t place = 0; place != count; ++place) {
         if (added[place]) {
           continue;
@@ -359,12 +357,22 @@ class PolicyGeneration::Builder {
     }
   }
 
+  static constexpr std::size_t kAtOnce = 1024;
+
+  // Patterns that are added together, whether they were, and the texts of those that are not as stored.
+  struct Batch {
+    std::array<std::string, kAtOnce> patterns;
+    std::array<const char*, kAtOnce> texts;
+    std::array<bool, kAtOnce> added;
+  };
+
   PolicyGeneration& m_generation;
   RuleResolver m_resolver;
   WaitForMembers m_waitForMembers;
   std::unordered_map<std::string, std::size_t> m_numbers;  // of patterns of scopes and recipients
   std::unordered_map<unsigned int, std::uint32_t> m_recipientGroups;
   std::map<Combination, KxWildcardRootNode*> m_combinations;
+  Batch m_batch;
   std::size_t m_refused = 0;
   std::string m_firstRefused;
 };

@@ -20,7 +20,7 @@ MailPolicy loadMailPolicy(StoreConnection& db);
 MailPolicy loadMailPolicyWithoutMembers(StoreConnection& db);
 
 // The same as loadMailPolicy, but the members of address groups are still to come. The transaction ends, and `db` with
-// it, when they are read. Waiting for them throws the same.
+// it, when they are read or the result ends. Waiting for them throws the same.
 ArrivingPolicy beginMailPolicy(std::unique_ptr<StoreConnection> db);
 
 // The rules alone, by position, in two statements: `db` is in a transaction that reads of one moment, or holds the lock

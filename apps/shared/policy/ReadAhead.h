@@ -1,4 +1,7 @@
 // Reads on a thread of its own what is used one by one, so that reading and using take the time of the longer.
+//
+// Any number of items may wait to be used: what reading keeps meanwhile, a transaction for instance, is not to be kept
+// until they are. `next` is for one thread, which also ends this.
 #pragma once
 
 #include <condition_variable>
@@ -13,11 +16,11 @@
 template <typename Item>
 class ReadAhead {
  public:
-  // Calls `read` on the thread until it answers nothing or throws, then destroys it: what it holds, a transaction for
-  // instance, is kept no longer than reading takes. Throws std::system_error when there is no thread to be had.
+  // Calls `read` on the thread until it answers nothing or throws, then destroys it with all that it holds. Throws
+  // std::system_error when there is no thread to be had.
   explicit ReadAhead(std::function<std::optional<Item>()> read)
       : m_read(std::move(read)), m_thread([this] { _run(); }) {}
-  // Waits for the call of `read` that is under way.
+  // Waits for the call of `read` that is under way, and makes no more.
   ~ReadAhead() {
     {
       const std::lock_guard<std::mutex> lock(m_mutex);

@@ -49,6 +49,7 @@ class TextList {
     m_characters.append(text).push_back('\0');
     m_ends.push_back(m_characters.size());
   }
+  // `texts` is another list.
   void add(const TextList& texts) {
     const std::size_t before = m_characters.size();
     m_characters += texts.m_characters;

@@ -1,4 +1,4 @@
-// The one thread that builds and destroys policies. Another one reads members for it (ArrivingPolicy).
+// The one thread that builds and destroys policies. Another one reads members from the database for it (ArrivingPolicy).
 //
 // 1. The last good policy decides from the start, before the source is asked: a source that is down may take long to say so.
 // 2. A reload that fails leaves the policy as it is; the log and a metric tell.

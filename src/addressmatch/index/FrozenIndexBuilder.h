@@ -1,8 +1,8 @@
 // Makes an index of the leaves that a tree hands over.
 //
 //   cost     linear; the parts of a leaf (leaf, name, text) are prefetched for 256 leaves before the next part
-//   memory   while it works: 64 bytes and the text of each domain, and the hashes of the names. The slots of the names are
-//            permuted within their own memory
+//   memory   while it works: 64 bytes and the text of each domain, 32 bytes more where it has patterns below, and the hashes
+//            of the names. The slots of the names are permuted within their own memory
 #pragma once
 
 #include <cstddef>
@@ -53,7 +53,7 @@ class FrozenIndexBuilder {
     LevelLeaves at;
     std::uint64_t hash;
     std::size_t text;        // where it begins in m_texts
-    std::uint32_t textSize;  // of what can be represented
+    std::uint32_t textSize;  // cut when the domain is too long for an index
     std::uint32_t labelCount;
     std::uint32_t below;  // the place in m_below, or kNothing
   };
@@ -91,8 +91,8 @@ class FrozenIndexBuilder {
   std::unique_ptr<FrozenIndex> m_index;
   PointerCompressor m_compressor;
   LevelLeaves m_belowRoot;
-  std::deque<Domain> m_domains;      // which nothing has to be copied for when it grows
-  std::vector<LevelLeaves> m_below;  // most domains have none
+  std::deque<Domain> m_domains;  // which nothing has to be copied for when it grows
+  std::vector<LevelLeaves> m_below;
   std::string m_texts;
   std::size_t m_nameCount = 0;
   std::size_t m_nameBelowCount = 0;

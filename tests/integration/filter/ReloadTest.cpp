@@ -60,6 +60,7 @@ class GivenSource : public PolicySource {
     std::atomic<bool> canBeApplied{true};
     std::atomic<bool> canBeRead{true};
     std::atomic<bool> canArrive{true};
+    std::atomic<bool> databaseAnswers{true};
     std::atomic<unsigned int> looks{0};
     std::atomic<unsigned int> reads{0};
   };
@@ -84,6 +85,11 @@ class GivenSource : public PolicySource {
     if (!m_state.canArrive) {
       return ArrivingPolicy(std::move(policy), [version]() -> std::optional<MemberPiece> {
         throw UnreadablePolicy("nonsense is stored", version);
+      });
+    }
+    if (!m_state.databaseAnswers) {
+      return ArrivingPolicy(std::move(policy), []() -> std::optional<MemberPiece> {
+        throw zaroruntime::RuntimeError("the database has gone");
       });
     }
     return policy;
@@ -362,6 +368,24 @@ TEST_P(RefusedPolicyTest, isReadOnceUntilItIsAnotherOneOrAReloadIsAskedFor) {
 INSTANTIATE_TEST_SUITE_P(Reasons, RefusedPolicyTest,
                          testing::Values(&GivenSource::State::canBeApplied, &GivenSource::State::canBeRead,
                                          &GivenSource::State::canArrive));
+
+TEST_F(ReloadTest, readsAgainWhatCouldNotBeReadToItsEnd) {
+  GivenSource::State given;
+  PolicyLoader loader([&](auto) { return std::make_unique<GivenSource>(given); }, m_lastGood, std::chrono::seconds(0),
+                      m_metrics, m_log);
+  start(loader).wait();
+  given.databaseAnswers = false;
+  given.version = 2;
+  while (given.reads < 4) {
+    std::this_thread::yield();
+  }
+  EXPECT_EQ(loader.policy().current()->version(), 1u);
+  EXPECT_NE(m_metrics.text().find("zaro_filter_refused_generation 0\n"), std::string::npos);
+  given.databaseAnswers = true;
+  while (loader.policy().current()->version() != 2) {
+    std::this_thread::yield();
+  }
+}
 
 TEST_F(ReloadTest, leavesAGenerationToTheMessageThatUsesIt) {
   m_version = 1;

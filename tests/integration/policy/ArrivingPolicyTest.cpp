@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <new>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -65,16 +66,25 @@ TEST(ArrivingPolicy, waitsForAGroupNoLongerThanItsMembersCome) {
   EXPECT_THAT(groups[3].members, ElementsAre("e", "f"));
 }
 
+TEST(ArrivingPolicy, waitsForTheNextGroupWhereOneEndsWithAPiece) {
+  ArrivingPolicy policy(withoutMembers(), pieces({{{1, {"a"}}}, {{2, {"b"}}}}));
+  EXPECT_TRUE(policy.waitForMembersOf(1));
+  EXPECT_FALSE(policy.waitForMembersOf(1));
+  EXPECT_THAT(policy.soFar().groups[1].members, ElementsAre("b"));
+}
+
 TEST(ArrivingPolicy, refusesMembersOfNoGroup) {
   for (const unsigned int group : {0U, 4U, 10U}) {
-    ArrivingPolicy policy(withoutMembers(), pieces({{{group, {"a"}}}}));
-    try {
-      policy.whole();
-      FAIL() << group;
-    } catch (const UnreadablePolicy& refusal) {
-      EXPECT_EQ(refusal.version(), 7u);
-      EXPECT_EQ(refusal.what(),
-                "the stored policy has members of the address group " + std::to_string(group) + ", which is not there");
+    ArrivingPolicy policy(withoutMembers(), pieces({{{group, {"a"}}}, {{9, {"b"}}}}));
+    for (int time = 1; time <= 2; ++time) {
+      try {
+        policy.whole();
+        FAIL() << group << ", time " << time;
+      } catch (const UnreadablePolicy& refusal) {
+        EXPECT_EQ(refusal.version(), 7u);
+        EXPECT_EQ(refusal.what(), "the stored policy has members of the address group " + std::to_string(group) +
+                                      ", which is not there");
+      }
     }
   }
 }
@@ -86,7 +96,13 @@ TEST(ArrivingPolicy, throwsWhatReadingThrows) {
   EXPECT_THROW(policy.whole(), std::runtime_error);
 }
 
-TEST(ArrivingPolicy, lastsAsLongAsItsMembersComeAndNoLonger) {
+TEST(ArrivingPolicy, tellsThatMemoryRanOutInTheThreadThatReads) {
+  ArrivingPolicy policy(withoutMembers(), []() -> std::optional<MemberPiece> { throw std::bad_alloc(); });
+  EXPECT_THROW(policy.whole(), std::bad_alloc);
+  EXPECT_THROW(policy.whole(), std::bad_alloc);
+}
+
+TEST(ArrivingPolicy, keepsWhatReadsNoLongerThanMembersCome) {
   const auto connection = std::make_shared<int>();
   ArrivingPolicy policy(withoutMembers(), [connection] { return std::optional<MemberPiece>(); });
   policy.whole();
