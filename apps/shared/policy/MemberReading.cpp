@@ -50,6 +50,18 @@ class MemberDistribution {
   std::size_t m_next = 0;
 };
 
+// Answers the last position in the last group.
+unsigned int expectSeveralGroups(StoreConnection& db, const std::string& piece, MemberDistribution& distribution) {
+  unsigned int lastPosition = 0;
+  for (const Row& group : db.rows("SELECT group_id, count(*) AS members, max(position) AS last_position FROM " + piece +
+                                      " GROUP BY group_id ORDER BY group_id",
+                                  {"group_id", "members", "last_position"})) {
+    distribution.expect(numberIn<unsigned int>(group[0]), numberIn<std::size_t>(group[1]));
+    lastPosition = numberIn<unsigned int>(group[2]);
+  }
+  return lastPosition;
+}
+
 }  // namespace
 
 std::optional<MemberPiece> MemberReading::next() {
@@ -73,12 +85,7 @@ std::optional<MemberPiece> MemberReading::next() {
   if (row[1] == row[2]) {
     distribution.expect(numberIn<unsigned int>(row[1]), count);
   } else {
-    for (const Row& group : m_db.rows("SELECT group_id, count(*) AS members, max(position) AS last_position FROM " +
-                                          piece + " GROUP BY group_id ORDER BY group_id",
-                                      {"group_id", "members", "last_position"})) {
-      distribution.expect(numberIn<unsigned int>(group[0]), numberIn<std::size_t>(group[1]));
-      lastPosition = numberIn<unsigned int>(group[2]);
-    }
+    lastPosition = expectSeveralGroups(m_db, piece, distribution);
   }
   const bool isWhole = eachTextIn(row[4] ? std::string_view(*row[4]) : std::string_view(),
                                   [&](std::string_view member) { distribution.take(member); });

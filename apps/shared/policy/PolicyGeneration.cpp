@@ -359,7 +359,7 @@ class PolicyGeneration::Builder {
 
   static constexpr std::size_t kAtOnce = 1024;
 
-  // Patterns that are added together, whether they were, and the texts of those that are not as stored.
+  // Patterns that are added together: `texts` points to those that are plain as stored, and into `patterns` for the others.
   struct Batch {
     std::array<std::string, kAtOnce> patterns;
     std::array<const char*, kAtOnce> texts;

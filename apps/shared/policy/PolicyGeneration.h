@@ -52,7 +52,8 @@ class PolicyGeneration {
   // Builds everything of the enabled rules. Throws PolicyError for a rule that refers to what is not there, has a wrong
   // kind, comparison or action, or lacks what its action needs, and std::bad_alloc.
   explicit PolicyGeneration(const MailPolicy& policy);
-  // The same, while members still arrive; all of them have arrived when it returns. Throws also what waiting for them throws.
+  // The same, while members still arrive; all of them have arrived when it returns. Throws also what waiting for them
+  // throws.
   explicit PolicyGeneration(ArrivingPolicy& policy);
   ~PolicyGeneration();
   PolicyGeneration(const PolicyGeneration&) = delete;

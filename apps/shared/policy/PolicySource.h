@@ -23,8 +23,7 @@ class PolicySource {
   PolicySource& operator=(const PolicySource&) = delete;
 
   // The policy, unless its version is `known`. Throws RuntimeError, and UnreadablePolicy where it would fail again as
-  // long as the version stands. Waiting for its members throws the same;
-  // the policy may outlive the source.
+  // long as the version stands; waiting for its members throws the same. The policy may outlive the source.
   //
   // A source may wait for a policy that is not `known`; then it throws LoadInterrupted when `interrupt` ends that.
   virtual std::optional<ArrivingPolicy> loadUnless(std::optional<std::uint64_t> known) = 0;
